@@ -1,0 +1,28 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+#ifndef BMCOAUTH_H
+#define BMCOAUTH_H
+
+/* The whole interface. What holds everywhere, unless a function's comment says otherwise:
+ *
+ * - A text is NUL-terminated; a text that a function returns or stores is released with `free`.
+ * - A string array is a heap array of texts that ends with a null pointer; an empty one is a null
+ *   pointer. It is released with `free_char_array`.
+ * - A record is made by a `create_*`, `set_*` or `parse_*` function, which copies its arguments,
+ *   and released by the matching `free_*` function.
+ * - A result of type `int` is 1 for success and 0 for failure; a null pointer is failure.
+ * - On failure out parameters stay as they were, and nothing is left allocated.
+ * - Nothing is kept between calls, and every function may be called by any thread at any time.
+ *   errno and OpenSSL's error queue are left as they were found.
+ *
+ * Functions inside BMCOAUTH_PLAIN_BEGIN and BMCOAUTH_PLAIN_END have C linkage; those outside have
+ * C++ linkage and are hidden from C. */
+
+#include <bmcoauth/document.h>
+#include <bmcoauth/encoding.h>
+#include <bmcoauth/error.h>
+#include <bmcoauth/export.h>
+#include <bmcoauth/handshake_payload.h>
+#include <bmcoauth/json.h>
+#include <bmcoauth/support.h>
+
+#endif

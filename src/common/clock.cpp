@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "common/clock.hpp"
+
+#include "common/guard.hpp"
+
+#include <bmcoauth/support.h>
+
+namespace bmcoauth
+{
+
+std::time_t localNewYear(int year) noexcept
+{
+    std::tm date{};
+    date.tm_year = year - 1900;
+    date.tm_mday = 1;
+    date.tm_isdst = -1;
+    return std::mktime(&date);
+}
+
+std::optional<std::uint64_t> currentSeconds() noexcept
+{
+    const ErrnoKeeper keeper;
+    const std::time_t now = std::time(nullptr);
+    std::tm utc{};
+    if (gmtime_r(&now, &utc) == nullptr)
+    {
+        return std::nullopt;
+    }
+    return get_seconds_from_epoch(std::mktime(&utc));
+}
+
+} // namespace bmcoauth
+
+extern "C" std::uint64_t get_seconds_from_epoch(std::time_t time)
+{
+    const bmcoauth::ErrnoKeeper keeper;
+    const double seconds = std::difftime(time, bmcoauth::localNewYear(1970));
+    return seconds > 0 ? static_cast<std::uint64_t>(seconds) : 0;
+}

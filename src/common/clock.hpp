@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <string>
+
+namespace bmcoauth
+{
+
+/** The current time as every token and record carries it, in seconds; nothing when the clock
+ *  cannot be broken down.
+ *
+ *  The clock is broken down as UTC and turned back as local time, so this equals the seconds since
+ *  the epoch only where the local zone is UTC, as it is on a controller. The one place where the
+ *  clock is read: ask once per call, since mktime looks at the zone file each time. */
+[[nodiscard]] std::optional<std::uint64_t> currentSeconds() noexcept;
+
+/** Midnight of 1 January of @p year as local time. */
+[[nodiscard]] std::time_t localNewYear(int year) noexcept;
+
+/** @p seconds as the records carry it. */
+[[nodiscard]] inline std::string decimal(std::uint64_t seconds)
+{
+    return std::to_string(seconds);
+}
+
+} // namespace bmcoauth

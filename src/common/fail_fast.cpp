@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <bmcoauth/support.h>
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace
+{
+
+/** Ends the process, without clean-up and without a message, where memory has run out. */
+template <typename T>
+T* orExit(T* block)
+{
+    if (block == nullptr)
+    {
+        _exit(-1);
+    }
+    return block;
+}
+
+} // namespace
+
+extern "C" void* o2_ff_malloc(std::size_t size, const char* /*caller*/, unsigned int /*line*/)
+{
+    return orExit(std::malloc(size));
+}
+
+extern "C" void* o2_ff_calloc(std::size_t count, std::size_t size, const char* /*caller*/,
+                              unsigned int /*line*/)
+{
+    return orExit(std::calloc(count, size));
+}
+
+extern "C" void* o2_ff_realloc(void* pointer, std::size_t size, const char* /*caller*/,
+                               unsigned int /*line*/)
+{
+    return orExit(std::realloc(pointer, size));
+}
+
+extern "C" char* o2_ff_strdup(const char* text, const char* /*caller*/, unsigned int /*line*/)
+{
+    return text == nullptr ? nullptr : orExit(strdup(text));
+}

@@ -1,0 +1,192 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "common/guard.hpp"
+#include "common/json.hpp"
+#include "common/parameter_list.hpp"
+#include "common/string_array.hpp"
+
+#include <bmcoauth/handshake_payload.h>
+#include <bmcoauth/support.h>
+
+#include <cstring>
+
+using namespace bmcoauth;
+
+namespace
+{
+
+/** The number of parameters that a copy holds: those before the first incomplete one. */
+std::size_t countParameters(const HandshakePayload* payload)
+{
+    std::size_t count = 0;
+    while (payload[count].name != nullptr && payload[count].values != nullptr)
+    {
+        ++count;
+    }
+    return count;
+}
+
+} // namespace
+
+extern "C" void free_handshake_payload(HandshakePayload* payload)
+{
+    if (payload == nullptr)
+    {
+        return;
+    }
+    for (HandshakePayload* parameter = payload; parameter->name != nullptr; ++parameter)
+    {
+        std::free(parameter->name);
+        releaseStringArray(parameter->values);
+    }
+    std::free(payload);
+}
+
+extern "C" HandshakePayload* set_handshake_payload(const HandshakePayload* payload)
+{
+    if (payload == nullptr || payload->name == nullptr || payload->values == nullptr)
+    {
+        return nullptr;
+    }
+    return guarded(nullptr,
+                   [&]() -> HandshakePayload*
+                   {
+                       const std::size_t count = countParameters(payload);
+                       ParameterList copy = emptyParameterList(count);
+                       for (std::size_t i = 0; i < count; ++i)
+                       {
+                           // A parameter without values is written and read, but never copied.
+                           if (*payload[i].values == nullptr)
+                           {
+                               return nullptr;
+                           }
+                           StringArray values = copyStringArray(payload[i].values);
+                           HeapText name = heapText(payload[i].name);
+                           if (!values || !name)
+                           {
+                               return nullptr;
+                           }
+                           copy.get()[i] = {name.release(), values.release()};
+                       }
+                       return copy.release();
+                   });
+}
+
+extern "C" bool get_handshake_payload_paramValue(HandshakePayload* payload, const char* name,
+                                                 std::string& value)
+{
+    return guarded(false,
+                   [&]
+                   {
+                       const HandshakePayload* found = findParameter(payload, name);
+                       if (found == nullptr || found->values == nullptr ||
+                           *found->values == nullptr)
+                       {
+                           return false;
+                       }
+                       value = *found->values;
+                       return true;
+                   });
+}
+
+bool getChallengeValue(HandshakePayload* payload, const char* name, char* buffer, unsigned int size)
+{
+    const HandshakePayload* found = findParameter(payload, name);
+    if (found == nullptr || found->values == nullptr || *found->values == nullptr || size == 0)
+    {
+        return false;
+    }
+    const std::string_view value = *found->values;
+    const std::size_t kept = value.copy(buffer, size - 1);
+    buffer[kept] = '\0';
+    return true;
+}
+
+bool getChallengeValueArray(HandshakePayload* payload, const char* name, char*** values)
+{
+    const HandshakePayload* found = findParameter(payload, name);
+    if (found == nullptr)
+    {
+        return false;
+    }
+    // Written in both cases, as callers expect: null says that there was nothing to copy.
+    *values = set_char_array(found->values);
+    return *values != nullptr;
+}
+
+char** create_handshake_types_copy(char** types, unsigned int* count)
+{
+    const ErrnoKeeper keeper;
+    const std::size_t length = countStrings(types);
+    if (length == 0)
+    {
+        return nullptr;
+    }
+    StringArray copy = copyStringArray(types);
+    if (copy)
+    {
+        *count = static_cast<unsigned int>(length);
+    }
+    return copy.release();
+}
+
+void free_handshake_types_copy(char** types)
+{
+    releaseStringArray(types);
+}
+
+extern "C" int getKeyNames(const char* text, unsigned int length, char*** names)
+{
+    // Never looks beyond the text, whatever length it is given.
+    if (text == nullptr || *text == '\0' || std::strlen(text) != length)
+    {
+        return 0;
+    }
+    return guarded(0,
+                   [&]
+                   {
+                       Json::Value tree;
+                       if (!parseJson(text, tree) || tree.isNull())
+                       {
+                           return 0;
+                       }
+                       StringArray found = emptyStringArray(tree.size());
+                       if (!found)
+                       {
+                           return 0;
+                       }
+                       if (tree.isObject())
+                       {
+                           char** slot = found.get();
+                           for (auto entry = tree.begin(); entry != tree.end(); ++entry)
+                           {
+                               *slot++ = requireHeapText(entry.name().c_str()).release();
+                           }
+                       }
+                       *names = found.release();
+                       return 1;
+                   });
+}
+
+extern "C" char* write_handshake_payload(HandshakePayload* payload)
+{
+    if (payload == nullptr)
+    {
+        return nullptr;
+    }
+    return guarded(nullptr, [&] { return heapJsonText(objectOf(payload, {})).release(); });
+}
+
+extern "C" HandshakePayload* parse_handshake_payload(const char* text)
+{
+    if (text == nullptr)
+    {
+        return nullptr;
+    }
+    return guarded(nullptr,
+                   [&]() -> HandshakePayload*
+                   {
+                       Json::Value tree;
+                       return parseJsonObject(text, tree) ? parameterListOf(tree, {}).release()
+                                                          : nullptr;
+                   });
+}

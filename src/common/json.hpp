@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "common/owners.hpp"
+#include "common/string_array.hpp"
+
+#include <json/value.h>
+
+#include <string>
+#include <string_view>
+
+namespace bmcoauth
+{
+
+/** Reads @p text into @p tree with jsoncpp's default settings; false when it does not parse.
+ *
+ *  The one place where a text is parsed: jsoncpp throws for deep nesting instead of reporting a
+ *  failure, and that is a failure to parse here. */
+[[nodiscard]] bool parseJson(std::string_view text, Json::Value& tree);
+
+/** As parseJson, and true only when the root is an object. */
+[[nodiscard]] bool parseJsonObject(std::string_view text, Json::Value& tree);
+
+/** The compact text form of @p tree: no whitespace, members in ascending byte order of their
+ *  names; empty when it cannot be written. */
+[[nodiscard]] std::string jsonText(const Json::Value& tree);
+
+/** The text form on the C heap; null when there is none. Throws std::bad_alloc. */
+[[nodiscard]] HeapText heapJsonText(const Json::Value& tree);
+
+/** A new string array of those elements of the JSON array @p array that are strings, in order.
+ *  Throws std::bad_alloc. */
+[[nodiscard]] StringArray stringsOf(const Json::Value& array);
+
+/** A JSON array of the texts of @p array, in order; null gives the empty array. */
+[[nodiscard]] Json::Value jsonArrayOf(const char* const* array);
+
+/** The member @p name of the object @p object if it is a string, else null; @p object is left as
+ *  it is, unlike by the exported readers. */
+[[nodiscard]] const char* stringMember(const Json::Value& object, const char* name);
+
+/** The member @p name of the object @p object, or null where it has none. */
+[[nodiscard]] const Json::Value* member(const Json::Value& object, std::string_view name);
+
+/** heapText that throws std::bad_alloc, for code that runs inside a guard. */
+[[nodiscard]] HeapText requireHeapText(std::string_view text);
+
+} // namespace bmcoauth

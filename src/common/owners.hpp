@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace bmcoauth
+{
+
+/** The deleter of every owner in the library: hands the object to its release function. */
+template <auto Release>
+struct Releaser
+{
+    template <typename T>
+    void operator()(T* object) const noexcept
+    {
+        Release(object);
+    }
+};
+
+inline void releaseHeap(void* block) noexcept
+{
+    std::free(block);
+}
+
+/** Owns one block of the C heap. */
+template <typename T>
+using HeapBlock = std::unique_ptr<T, Releaser<releaseHeap>>;
+
+/** Owns a text of the C heap, as it crosses the interface. */
+using HeapText = HeapBlock<char>;
+
+/** A NUL-terminated copy of @p text; null when memory runs out. */
+[[nodiscard]] inline HeapText heapText(std::string_view text) noexcept
+{
+    HeapText copy{static_cast<char*>(std::malloc(text.size() + 1))};
+    if (copy)
+    {
+        text.copy(copy.get(), text.size());
+        copy.get()[text.size()] = '\0';
+    }
+    return copy;
+}
+
+/** A zeroed block of @p count elements; null when memory runs out or the size does not fit. */
+template <typename T>
+[[nodiscard]] HeapBlock<T> zeroedBlock(std::size_t count) noexcept
+{
+    return HeapBlock<T>{static_cast<T*>(std::calloc(count, sizeof(T)))};
+}
+
+/** What the caller of a record writer is promised for a mandatory text that is absent: the
+ *  standard library's words, on every standard library. */
+[[noreturn]] inline void raiseNullText()
+{
+    throw std::logic_error("basic_string: construction from null is not valid");
+}
+
+/** @p text as a string; raises the logic error of raiseNullText for null. */
+[[nodiscard]] inline std::string mandatory(const char* text)
+{
+    if (text == nullptr)
+    {
+        raiseNullText();
+    }
+    return text;
+}
+
+} // namespace bmcoauth

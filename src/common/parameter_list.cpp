@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "common/parameter_list.hpp"
+
+#include "common/json.hpp"
+#include "common/string_array.hpp"
+#include "common/text.hpp"
+
+#include <new>
+
+namespace bmcoauth
+{
+
+namespace
+{
+
+bool isWhole(const HandshakePayload& parameter)
+{
+    return parameter.name != nullptr && parameter.values != nullptr;
+}
+
+/** What @p form makes of a member that is neither a string nor a filled array. */
+OddMember ruleFor(const Json::Value& value, const ObjectForm& form)
+{
+    switch (value.type())
+    {
+        case Json::nullValue:
+            return form.null;
+        case Json::arrayValue:
+            return form.emptyArray;
+        case Json::objectValue:
+            return OddMember::refuse;
+        default:
+            return form.scalar;
+    }
+}
+
+bool isFilledArray(const Json::Value& value)
+{
+    return value.isArray() && !value.empty();
+}
+
+/** The values of one member as a new string array; null when @p value holds no strings only. */
+StringArray valuesOf(const Json::Value& value)
+{
+    if (value.isString())
+    {
+        StringArray single = emptyStringArray(1);
+        if (!single)
+        {
+            throw std::bad_alloc();
+        }
+        *single = requireHeapText(value.asCString()).release();
+        return single;
+    }
+    for (const Json::Value& element : value)
+    {
+        if (!element.isString())
+        {
+            return nullptr;
+        }
+    }
+    return stringsOf(value);
+}
+
+} // namespace
+
+ParameterList emptyParameterList(std::size_t count)
+{
+    ParameterList list{zeroedBlock<HandshakePayload>(count + 1).release()};
+    if (!list)
+    {
+        throw std::bad_alloc();
+    }
+    return list;
+}
+
+Json::Value objectOf(const HandshakePayload* list, const ListForm& form, std::size_t* written)
+{
+    Json::Value object{Json::objectValue};
+    std::size_t count = 0;
+    for (; list != nullptr && isWhole(*list); ++list)
+    {
+        if (*list->values == nullptr)
+        {
+            if (form.noValue == NoValue::raise)
+            {
+                raiseNullText();
+            }
+            if (form.noValue == NoValue::stop)
+            {
+                break;
+            }
+            continue;
+        }
+        const bool single = list->values[1] == nullptr && form.alwaysArray != list->name;
+        object[list->name] = single ? Json::Value{*list->values} : jsonArrayOf(list->values);
+        ++count;
+    }
+    if (written != nullptr)
+    {
+        *written = count;
+    }
+    return object;
+}
+
+ParameterList parameterListOf(const Json::Value& object, const ObjectForm& form)
+{
+    ParameterList list = emptyParameterList(object.size());
+    HandshakePayload* next = list.get();
+    for (auto entry = object.begin(); entry != object.end(); ++entry)
+    {
+        StringArray values;
+        if (entry->isString() || isFilledArray(*entry))
+        {
+            values = valuesOf(*entry);
+            if (!values)
+            {
+                return nullptr;
+            }
+        }
+        else
+        {
+            const OddMember rule = ruleFor(*entry, form);
+            if (rule == OddMember::refuse)
+            {
+                return nullptr;
+            }
+            if (rule == OddMember::skip)
+            {
+                continue;
+            }
+            values = emptyStringArray(0);
+            if (!values)
+            {
+                throw std::bad_alloc();
+            }
+        }
+        next->name = requireHeapText(entry.name().c_str()).release();
+        next->values = values.release();
+        ++next;
+    }
+    return next == list.get() ? nullptr : std::move(list);
+}
+
+const HandshakePayload* findParameter(const HandshakePayload* list, const char* name)
+{
+    for (; list != nullptr && list->name != nullptr; ++list)
+    {
+        if (equalIgnoringCase(list->name, name))
+        {
+            return list;
+        }
+    }
+    return nullptr;
+}
+
+char** findValues(const HandshakePayload* list, std::string_view name)
+{
+    for (; list != nullptr && isWhole(*list); ++list)
+    {
+        if (name == list->name)
+        {
+            return list->values;
+        }
+    }
+    return nullptr;
+}
+
+} // namespace bmcoauth

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "common/owners.hpp"
+
+#include <bmcoauth/handshake_payload.h>
+
+#include <json/value.h>
+
+#include <cstddef>
+#include <string_view>
+
+namespace bmcoauth
+{
+
+/** Owns a parameter list. */
+using ParameterList = std::unique_ptr<HandshakePayload, Releaser<free_handshake_payload>>;
+
+/** Room for @p count parameters and the end, zeroed; throws std::bad_alloc. */
+[[nodiscard]] ParameterList emptyParameterList(std::size_t count);
+
+/** What a walk over a list does at a parameter that has no value. */
+enum class NoValue
+{
+    skip,  /**< leaves it out and goes on */
+    stop,  /**< ends there */
+    raise, /**< raises the logic error of raiseNullText */
+};
+
+/** How a parameter list is written as a JSON object. A parameter whose name or value array is null
+ *  ends the walk in every form; one value is a string, several are an array. */
+struct ListForm
+{
+    /** The name whose values are an array even when there is only one; empty for none. */
+    std::string_view alwaysArray;
+    NoValue noValue = NoValue::skip;
+};
+
+/** Writes the parameters of @p list, which may be null, into an object. @p written, where given,
+ *  receives their number, a repeated name counting each time. */
+[[nodiscard]] Json::Value objectOf(const HandshakePayload* list, const ListForm& form,
+                                   std::size_t* written = nullptr);
+
+/** What a reader makes of a member that holds no string and no array of one string or more. */
+enum class OddMember
+{
+    skip,      /**< no parameter */
+    valueless, /**< a parameter without values */
+    refuse,    /**< the whole object is refused */
+};
+
+/** How an object is read as a parameter list. A member that is an object, and an array that holds
+ *  anything but strings, are refused in every form; so is an object that yields no parameter. */
+struct ObjectForm
+{
+    OddMember null = OddMember::skip;
+    OddMember emptyArray = OddMember::valueless;
+    OddMember scalar = OddMember::valueless; /**< a number or a Boolean */
+};
+
+/** Reads the members of @p object, in their order; null when refused. Throws std::bad_alloc. */
+[[nodiscard]] ParameterList parameterListOf(const Json::Value& object, const ObjectForm& form);
+
+/** The first parameter named @p name without regard to case; null if there is none. */
+[[nodiscard]] const HandshakePayload* findParameter(const HandshakePayload* list, const char* name);
+
+/** The value array of the first parameter named exactly @p name, null if there is none. The walk
+ *  ends at a parameter whose name or value array is null. */
+[[nodiscard]] char** findValues(const HandshakePayload* list, std::string_view name);
+
+} // namespace bmcoauth

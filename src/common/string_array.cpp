@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "common/string_array.hpp"
+
+#include "common/guard.hpp"
+
+#include <bmcoauth/support.h>
+
+namespace bmcoauth
+{
+
+void releaseStringArray(char** array) noexcept
+{
+    if (array == nullptr)
+    {
+        return;
+    }
+    for (char** text = array; *text != nullptr; ++text)
+    {
+        std::free(*text);
+    }
+    std::free(array);
+}
+
+std::size_t countStrings(const char* const* array) noexcept
+{
+    std::size_t count = 0;
+    while (array != nullptr && array[count] != nullptr)
+    {
+        ++count;
+    }
+    return count;
+}
+
+StringArray emptyStringArray(std::size_t count) noexcept
+{
+    return StringArray{zeroedBlock<char*>(count + 1).release()};
+}
+
+StringArray copyStringArray(const char* const* array) noexcept
+{
+    if (array == nullptr)
+    {
+        return nullptr;
+    }
+    const std::size_t count = countStrings(array);
+    StringArray copy = emptyStringArray(count);
+    for (std::size_t i = 0; copy && i < count; ++i)
+    {
+        copy.get()[i] = heapText(array[i]).release();
+        if (copy.get()[i] == nullptr)
+        {
+            return nullptr;
+        }
+    }
+    return copy;
+}
+
+} // namespace bmcoauth
+
+extern "C" char** set_char_array(char** array)
+{
+    const bmcoauth::ErrnoKeeper keeper;
+    return bmcoauth::countStrings(array) == 0 ? nullptr
+                                              : bmcoauth::copyStringArray(array).release();
+}
+
+extern "C" void free_char_array(void* array)
+{
+    bmcoauth::releaseStringArray(static_cast<char**>(array));
+}

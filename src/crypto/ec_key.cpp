@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "crypto/ec_key.hpp"
+
+#include <openssl/obj_mac.h>
+
+namespace bmcoauth::crypto
+{
+
+namespace
+{
+
+/** Whether the private scalar of @p key is one that a key may have: from 1 to the order less 1. */
+bool hasUsableScalar(const EC_KEY& key) noexcept
+{
+    const BIGNUM* scalar = EC_KEY_get0_private_key(&key);
+    const BIGNUM* order = EC_GROUP_get0_order(EC_KEY_get0_group(&key));
+    return scalar != nullptr && order != nullptr && !BN_is_zero(scalar) &&
+           !BN_is_negative(scalar) && BN_cmp(scalar, order) < 0;
+}
+
+} // namespace
+
+EcKeyPtr generateKey() noexcept
+{
+    EcKeyPtr key{EC_KEY_new_by_curve_name(NID_X9_62_prime256v1)};
+    return key && EC_KEY_generate_key(key.get()) == 1 ? std::move(key) : nullptr;
+}
+
+EcKeyPtr decodePrivateKey(const unsigned char* der, int derLength) noexcept
+{
+    if (der == nullptr || derLength <= 0)
+    {
+        return nullptr;
+    }
+    EcKeyPtr key{EC_KEY_new_by_curve_name(NID_X9_62_prime256v1)};
+    if (!key)
+    {
+        return nullptr;
+    }
+    EC_KEY* target = key.get();
+    const unsigned char* position = der;
+    // Fills the key that it is given and leaves it to its owner when it fails.
+    if (d2i_ECPrivateKey(&target, &position, derLength) == nullptr || !isP256(*key) ||
+        !hasUsableScalar(*key))
+    {
+        return nullptr;
+    }
+    return key;
+}
+
+bool isP256(const EC_KEY& key) noexcept
+{
+    const EC_GROUP* group = EC_KEY_get0_group(&key);
+    return group != nullptr && EC_GROUP_get_curve_name(group) == NID_X9_62_prime256v1;
+}
+
+} // namespace bmcoauth::crypto

@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "crypto/random.hpp"
+
+#include "common/guard.hpp"
+#include "crypto/base64.hpp"
+
+#include <bmcoauth/encoding.h>
+
+#include <climits>
+#include <openssl/crypto.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <string_view>
+
+namespace bmcoauth::crypto
+{
+
+bool fillRandom(std::span<unsigned char> bytes) noexcept
+{
+    const int device = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+    if (device < 0)
+    {
+        return false;
+    }
+    const ssize_t received = read(device, bytes.data(), bytes.size());
+    close(device);
+    return received >= 0 && static_cast<std::size_t>(received) == bytes.size();
+}
+
+HeapText randomToken(unsigned int count) noexcept
+{
+    // What base64encode takes is an int; on 32 bits count + 1 could wrap, too.
+    if (count > INT_MAX)
+    {
+        return nullptr;
+    }
+    const HeapBlock<unsigned char> bytes = zeroedBlock<unsigned char>(std::size_t{count} + 1);
+    if (!bytes || !fillRandom({bytes.get(), count}))
+    {
+        return nullptr;
+    }
+    HeapText token = encodeBase64({reinterpret_cast<const char*>(bytes.get()), count});
+    OPENSSL_cleanse(bytes.get(), count);
+    return token;
+}
+
+} // namespace bmcoauth::crypto
+
+using namespace bmcoauth;
+
+extern "C" int issueRandomBytesInHex(char* out, int count)
+{
+    std::array<unsigned char, 16> bytes{};
+    if (count > static_cast<int>(bytes.size()))
+    {
+        return 0;
+    }
+    if (count < 0)
+    {
+        // A length that no caller may pass: going on would read past the buffer.
+        std::abort();
+    }
+    const ErrnoKeeper keeper;
+    const std::span<unsigned char> drawn = std::span{bytes}.first(static_cast<std::size_t>(count));
+    if (!crypto::fillRandom(drawn))
+    {
+        return 0;
+    }
+    *out++ = '0';
+    *out++ = 'x';
+    for (const unsigned char byte : drawn)
+    {
+        constexpr std::string_view digits = "0123456789abcdef";
+        *out++ = digits[byte >> 4U];
+        *out++ = digits[byte & 0x0FU];
+    }
+    *out = '\0';
+    OPENSSL_cleanse(bytes.data(), bytes.size());
+    return 1;
+}
+
+extern "C" void issueRandomToken(char** out, unsigned int count)
+{
+    const ErrnoKeeper keeper;
+    HeapText token = crypto::randomToken(count);
+    if (token)
+    {
+        *out = token.release();
+    }
+}

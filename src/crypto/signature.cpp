@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "crypto/signature.hpp"
+
+#include "crypto/base64.hpp"
+
+#include <openssl/evp.h>
+
+namespace bmcoauth::crypto
+{
+
+bool sha256(std::string_view text, Sha256Digest& digest) noexcept
+{
+    return EVP_Digest(text.data(), text.size(), digest.data(), nullptr, EVP_sha256(), nullptr) == 1;
+}
+
+HeapText signText(std::string_view text, EC_KEY& key) noexcept
+{
+    Sha256Digest digest;
+    const int largest = ECDSA_size(&key);
+    if (largest <= 0 || !sha256(text, digest))
+    {
+        return nullptr;
+    }
+    const HeapBlock<unsigned char> der =
+        zeroedBlock<unsigned char>(static_cast<std::size_t>(largest) + 1);
+    unsigned int length = 0;
+    constexpr int digestLength = static_cast<int>(Sha256Digest{}.size());
+    if (!der || ECDSA_sign(0, digest.data(), digestLength, der.get(), &length, &key) != 1 ||
+        // A signature that a fault has spoiled can give the key away: it is not handed out.
+        ECDSA_verify(0, digest.data(), digestLength, der.get(), static_cast<int>(length), &key) !=
+            1)
+    {
+        return nullptr;
+    }
+    return encodeBase64Url({reinterpret_cast<const char*>(der.get()), length});
+}
+
+bool verifyText(std::string_view text, std::span<const unsigned char> der, EC_KEY& key) noexcept
+{
+    Sha256Digest digest;
+    return der.size() <= INT_MAX && sha256(text, digest) &&
+           ECDSA_verify(0, digest.data(), static_cast<int>(digest.size()), der.data(),
+                        static_cast<int>(der.size()), &key) == 1;
+}
+
+} // namespace bmcoauth::crypto
