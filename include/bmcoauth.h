@@ -23,6 +23,7 @@
 #include <bmcoauth/export.h>
 #include <bmcoauth/handshake_payload.h>
 #include <bmcoauth/json.h>
+#include <bmcoauth/jwk.h>
 #include <bmcoauth/support.h>
 
 #endif
