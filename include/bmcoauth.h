@@ -24,6 +24,7 @@
 #include <bmcoauth/handshake_payload.h>
 #include <bmcoauth/json.h>
 #include <bmcoauth/jwk.h>
+#include <bmcoauth/signing.h>
 #include <bmcoauth/support.h>
 
 #endif

@@ -1,0 +1,288 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "oauth2/jwt/signing.hpp"
+
+#include "common/files.hpp"
+#include "crypto/ec_key.hpp"
+#include "crypto/openssl.hpp"
+#include "crypto/signature.hpp"
+
+#include <bmcoauth/signing.h>
+
+#include <openssl/crypto.h>
+#include <openssl/pem.h>
+
+#include <algorithm>
+#include <array>
+#include <span>
+
+namespace bmcoauth::jwt
+{
+
+namespace
+{
+
+/** The buffer of a stream that carries a private key; wiped when it goes. */
+class StreamBuffer
+{
+public:
+    StreamBuffer() = default;
+    StreamBuffer(const StreamBuffer&) = delete;
+    StreamBuffer& operator=(const StreamBuffer&) = delete;
+    StreamBuffer(StreamBuffer&&) = delete;
+    StreamBuffer& operator=(StreamBuffer&&) = delete;
+    ~StreamBuffer()
+    {
+        OPENSSL_cleanse(bytes.data(), bytes.size());
+    }
+
+    /** Must outlive @p stream, which has not been read or written yet. */
+    void serve(std::FILE& stream) noexcept
+    {
+        // Where this is refused the stream allocates a buffer of its own, and works as well.
+        static_cast<void>(std::setvbuf(&stream, bytes.data(), _IOFBF, bytes.size()));
+    }
+
+private:
+    std::array<char, 1024> bytes;
+};
+
+/** An encoded key. */
+class KeyBytes
+{
+public:
+    KeyBytes(HeapBlock<unsigned char> encoded, int encodedLength) noexcept
+        : block(std::move(encoded)), size(encodedLength)
+    {
+    }
+    KeyBytes(KeyBytes&&) noexcept = default;
+    KeyBytes& operator=(KeyBytes&&) = delete;
+    KeyBytes(const KeyBytes&) = delete;
+    KeyBytes& operator=(const KeyBytes&) = delete;
+    ~KeyBytes()
+    {
+        if (block)
+        {
+            OPENSSL_cleanse(block.get(), static_cast<std::size_t>(size));
+        }
+    }
+
+    explicit operator bool() const noexcept
+    {
+        return block != nullptr;
+    }
+
+    /** Gives the bytes away as the `i2d_` functions do: as a new buffer where the caller has none,
+     *  else into the caller's, moving the pointer behind them. */
+    void handOver(unsigned char*& out, int& length) noexcept
+    {
+        length = size;
+        if (out == nullptr)
+        {
+            out = block.release();
+            return;
+        }
+        out = std::copy_n(block.get(), size, out);
+    }
+
+private:
+    HeapBlock<unsigned char> block;
+    int size;
+};
+
+/** @p key in the form that @p encode writes; false in a condition when there is none. */
+template <typename Encode>
+KeyBytes encoded(const EC_KEY& key, const Encode& encode) noexcept
+{
+    const int length = encode(&key, nullptr);
+    HeapBlock<unsigned char> block =
+        length > 0 ? zeroedBlock<unsigned char>(static_cast<std::size_t>(length)) : nullptr;
+    if (block)
+    {
+        unsigned char* position = block.get();
+        if (encode(&key, &position) != length)
+        {
+            block.reset();
+        }
+    }
+    return {std::move(block), length};
+}
+
+KeyBytes publicBytes(const EC_KEY& key) noexcept
+{
+    return encoded(key, i2o_ECPublicKey);
+}
+
+KeyBytes privateBytes(const EC_KEY& key) noexcept
+{
+    return encoded(key, i2d_ECPrivateKey);
+}
+
+crypto::EcKeyPtr readKeyFile(const char* path) noexcept
+{
+    StreamBuffer buffer;
+    const FilePtr file = openForReading(path);
+    if (!file)
+    {
+        return nullptr;
+    }
+    buffer.serve(*file);
+    const crypto::PkeyPtr key{
+        PEM_read_PrivateKey(file.get(), nullptr, crypto::refusePassPhrase, nullptr)};
+    return crypto::EcKeyPtr{key ? EVP_PKEY_get1_EC_KEY(key.get()) : nullptr};
+}
+
+bool writeKeyFile(const char* path) noexcept
+{
+    const crypto::EcKeyPtr key = crypto::generateKey();
+    const crypto::PkeyPtr wrapped{EVP_PKEY_new()};
+    if (!key || !wrapped || EVP_PKEY_set1_EC_KEY(wrapped.get(), key.get()) != 1)
+    {
+        return false;
+    }
+    StreamBuffer buffer;
+    const FilePtr file = openPrivateForWriting(path);
+    if (!file)
+    {
+        return false;
+    }
+    buffer.serve(*file);
+    // The flush finds the full disk that the writes into the buffer did not.
+    return PEM_write_PrivateKey(file.get(), wrapped.get(), nullptr, nullptr, 0, nullptr, nullptr) ==
+               1 &&
+           std::fflush(file.get()) == 0;
+}
+
+bool makeKeyPair(unsigned char*& publicOut, unsigned char*& privateOut, int& publicLength,
+                 int& privateLength) noexcept
+{
+    const crypto::EcKeyPtr key = crypto::generateKey();
+    if (!key)
+    {
+        return false;
+    }
+    KeyBytes publicPart = publicBytes(*key);
+    KeyBytes privatePart = privateBytes(*key);
+    if (!publicPart || !privatePart)
+    {
+        return false;
+    }
+    publicPart.handOver(publicOut, publicLength);
+    privatePart.handOver(privateOut, privateLength);
+    return true;
+}
+
+bool isSoundKeyFile(const char* path) noexcept
+{
+    const crypto::EcKeyPtr key = readKeyFile(path);
+    return key && EC_KEY_check_key(key.get()) == 1;
+}
+
+bool readPublicPoint(const char* path, unsigned char*& out, int& length) noexcept
+{
+    const crypto::EcKeyPtr key = readKeyFile(path);
+    if (!key)
+    {
+        return false;
+    }
+    KeyBytes point = publicBytes(*key);
+    if (!point)
+    {
+        return false;
+    }
+    point.handOver(out, length);
+    return true;
+}
+
+} // namespace
+
+HeapText signToken(std::string_view signingInput, const unsigned char* der, int derLength)
+{
+    // Without key bytes a key that nobody keeps signs: the caller gets a well-formed token that
+    // nothing will ever accept. Services rely on it, so it stays.
+    const crypto::EcKeyPtr key =
+        der == nullptr ? crypto::generateKey() : crypto::decodePrivateKey(der, derLength);
+    return key ? crypto::signText(signingInput, *key) : nullptr;
+}
+
+bool verifySignature(std::string_view signingInput, std::string_view signature,
+                     const unsigned char* der, int derLength)
+{
+    const crypto::EcKeyPtr key = crypto::decodePrivateKey(der, derLength);
+    return key &&
+           crypto::verifyText(
+               signingInput,
+               {reinterpret_cast<const unsigned char*>(signature.data()), signature.size()}, *key);
+}
+
+} // namespace bmcoauth::jwt
+
+using namespace bmcoauth;
+
+extern "C" int generateECKey(unsigned char** publicKey, unsigned char** privateKey,
+                             int* publicLength, int* privateLength)
+{
+    if (publicKey == nullptr || privateKey == nullptr || publicLength == nullptr ||
+        privateLength == nullptr)
+    {
+        return 0;
+    }
+    return crypto::guardedCrypto(
+        0, [&]
+        { return int{jwt::makeKeyPair(*publicKey, *privateKey, *publicLength, *privateLength)}; });
+}
+
+extern "C" int generateECPrivateKey(const char* path)
+{
+    if (path == nullptr)
+    {
+        return 0;
+    }
+    return crypto::guardedCrypto(0, [&] { return int{jwt::writeKeyFile(path)}; });
+}
+
+extern "C" int validateECPrivateKey(const char* path)
+{
+    if (path == nullptr)
+    {
+        return 0;
+    }
+    return crypto::guardedCrypto(0, [&] { return int{jwt::isSoundKeyFile(path)}; });
+}
+
+extern "C" int getECPublicKey(const char* path, unsigned char** publicKey, int* length)
+{
+    if (path == nullptr || publicKey == nullptr || length == nullptr)
+    {
+        return 0;
+    }
+    return crypto::guardedCrypto(0, [&]
+                                 { return int{jwt::readPublicPoint(path, *publicKey, *length)}; });
+}
+
+EC_KEY* getECKeyFromFile(const char* path)
+{
+    if (path == nullptr)
+    {
+        return nullptr;
+    }
+    return crypto::guardedCrypto(nullptr, [&] { return jwt::readKeyFile(path).release(); });
+}
+
+char* signToken(const std::string& signingInput, const unsigned char* der, int derLength)
+{
+    return crypto::guardedCrypto(
+        nullptr, [&] { return jwt::signToken(signingInput, der, derLength).release(); });
+}
+
+int verifySignature(const std::string& signingInput, const unsigned char* signature,
+                    int signatureLength, const unsigned char* der, int derLength)
+{
+    if (signature == nullptr || signatureLength < 0)
+    {
+        return 0;
+    }
+    const std::string_view bytes{reinterpret_cast<const char*>(signature),
+                                 static_cast<std::size_t>(signatureLength)};
+    return crypto::guardedCrypto(
+        0, [&] { return int{jwt::verifySignature(signingInput, bytes, der, derLength)}; });
+}
