@@ -26,5 +26,6 @@
 #include <bmcoauth/jwk.h>
 #include <bmcoauth/signing.h>
 #include <bmcoauth/support.h>
+#include <bmcoauth/token.h>
 
 #endif

@@ -5,6 +5,8 @@
 
 #include <bmcoauth/support.h>
 
+#include <cstdlib>
+
 namespace bmcoauth
 {
 
@@ -27,6 +29,12 @@ std::optional<std::uint64_t> currentSeconds() noexcept
         return std::nullopt;
     }
     return get_seconds_from_epoch(std::mktime(&utc));
+}
+
+std::uint64_t secondsOf(const char* text) noexcept
+{
+    const ErrnoKeeper keeper;
+    return std::strtoull(text, nullptr, 0);
 }
 
 } // namespace bmcoauth

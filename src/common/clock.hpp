@@ -26,4 +26,9 @@ namespace bmcoauth
     return std::to_string(seconds);
 }
 
+/** The seconds that @p text, not null, stands for, as strtoull reads it with base 0: hexadecimal
+ *  after "0x", octal after "0", 0 where there is no number, and the largest value for what does
+ *  not fit and for "-1". */
+[[nodiscard]] std::uint64_t secondsOf(const char* text) noexcept;
+
 } // namespace bmcoauth
