@@ -46,6 +46,12 @@ using HeapText = HeapBlock<char>;
     return copy;
 }
 
+/** A copy of @p text; null when it is null or memory runs out. */
+[[nodiscard]] inline HeapText copyText(const char* text) noexcept
+{
+    return text == nullptr ? nullptr : heapText(text);
+}
+
 /** A zeroed block of @p count elements; null when memory runs out or the size does not fit. */
 template <typename T>
 [[nodiscard]] HeapBlock<T> zeroedBlock(std::size_t count) noexcept

@@ -2,6 +2,7 @@
 #include "keys/jwk.hpp"
 
 #include "common/guard.hpp"
+#include "common/pair_list.hpp"
 #include "crypto/base64.hpp"
 #include "crypto/openssl.hpp"
 
@@ -17,21 +18,6 @@ namespace
 
 constexpr std::size_t dfsPairs = 2;
 
-bool isWhole(const jwk& pair) noexcept
-{
-    return pair.key != nullptr && pair.value != nullptr;
-}
-
-std::size_t countPairs(const jwk* record) noexcept
-{
-    std::size_t count = 0;
-    while (isWhole(record[count]))
-    {
-        ++count;
-    }
-    return count;
-}
-
 template <typename Record>
 std::size_t countRecords(Record* const* list) noexcept
 {
@@ -45,23 +31,7 @@ std::size_t countRecords(Record* const* list) noexcept
 
 KeyRecord copyKey(const jwk* record) noexcept
 {
-    const std::size_t count = countPairs(record);
-    if (count == 0)
-    {
-        return nullptr;
-    }
-    KeyRecord copy{zeroedBlock<jwk>(count + 1).release()};
-    for (std::size_t i = 0; copy && i < count; ++i)
-    {
-        HeapText key = heapText(record[i].key);
-        HeapText value = heapText(record[i].value);
-        if (!key || !value)
-        {
-            return nullptr;
-        }
-        copy.get()[i] = {key.release(), value.release()};
-    }
-    return copy;
+    return countPairs(record) == 0 ? nullptr : copyPairs<KeyRecord>(record);
 }
 
 /** A list of what @p copyOne makes of each record; null when there is none or one has no copy. */
@@ -142,10 +112,11 @@ extern "C" void free_jwk_list(jwk** list)
     }
     for (jwk** record = list; *record != nullptr; ++record)
     {
-        for (jwk* pair = *record; isWhole(*pair); ++pair)
+        const std::size_t count = countPairs(*record);
+        for (std::size_t i = 0; i < count; ++i)
         {
-            std::free(pair->key);
-            std::free(pair->value);
+            std::free((*record)[i].key);
+            std::free((*record)[i].value);
         }
         std::free(*record);
     }

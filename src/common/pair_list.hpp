@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "common/json.hpp"
+#include "common/owners.hpp"
+
+#include <json/value.h>
+
+#include <cstddef>
+#include <new>
+#include <utility>
+
+namespace bmcoauth
+{
+
+/* Lists of name/value pairs: heap arrays of a record with exactly these two texts, ended by a pair
+ * without a name. The records differ by the names of their fields alone. */
+
+/** The number of pairs before the first one that lacks its name or its value. */
+template <typename Pair>
+[[nodiscard]] std::size_t countPairs(const Pair* pairs) noexcept
+{
+    std::size_t count = 0;
+    for (;; ++count)
+    {
+        const auto& [name, value] = pairs[count];
+        if (name == nullptr || value == nullptr)
+        {
+            return count;
+        }
+    }
+}
+
+/** Room for @p count pairs and the end, zeroed; null when memory runs out. */
+template <typename Owner>
+[[nodiscard]] Owner emptyPairs(std::size_t count) noexcept
+{
+    return Owner{zeroedBlock<typename Owner::element_type>(count + 1).release()};
+}
+
+/** A copy of the pairs that countPairs counts; null when memory runs out. */
+template <typename Owner>
+[[nodiscard]] Owner copyPairs(const typename Owner::element_type* pairs) noexcept
+{
+    const std::size_t count = countPairs(pairs);
+    Owner copy = emptyPairs<Owner>(count);
+    for (std::size_t i = 0; copy && i < count; ++i)
+    {
+        const auto& [name, value] = pairs[i];
+        HeapText nameCopy = heapText(name);
+        HeapText valueCopy = heapText(value);
+        if (!nameCopy || !valueCopy)
+        {
+            return nullptr;
+        }
+        copy.get()[i] = {nameCopy.release(), valueCopy.release()};
+    }
+    return copy;
+}
+
+/** An object with the pairs that countPairs counts as string members; a repeated name replaces the
+ *  earlier one. */
+template <typename Pair>
+[[nodiscard]] Json::Value objectOfPairs(const Pair* pairs)
+{
+    Json::Value object{Json::objectValue};
+    const std::size_t count = countPairs(pairs);
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        const auto& [name, value] = pairs[i];
+        object[name] = value;
+    }
+    return object;
+}
+
+/** The members of @p object, in their order; null when one of them is not a string. An empty object
+ *  gives a list that holds only its end. Throws std::bad_alloc. */
+template <typename Owner>
+[[nodiscard]] Owner pairsOf(const Json::Value& object)
+{
+    Owner list = emptyPairs<Owner>(object.size());
+    if (!list)
+    {
+        throw std::bad_alloc();
+    }
+    typename Owner::element_type* next = list.get();
+    for (auto entry = object.begin(); entry != object.end(); ++entry)
+    {
+        if (!entry->isString())
+        {
+            return nullptr;
+        }
+        HeapText name = requireHeapText(entry.name().c_str());
+        HeapText value = requireHeapText(entry->asCString());
+        *next++ = {name.release(), value.release()};
+    }
+    return list;
+}
+
+} // namespace bmcoauth
