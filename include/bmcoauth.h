@@ -17,6 +17,7 @@
  * Functions inside BMCOAUTH_PLAIN_BEGIN and BMCOAUTH_PLAIN_END have C linkage; those outside have
  * C++ linkage and are hidden from C. */
 
+#include <bmcoauth/authorize.h>
 #include <bmcoauth/document.h>
 #include <bmcoauth/encoding.h>
 #include <bmcoauth/error.h>

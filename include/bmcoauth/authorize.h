@@ -1,0 +1,127 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+#ifndef BMCOAUTH_AUTHORIZE_H
+#define BMCOAUTH_AUTHORIZE_H
+
+#include <bmcoauth/export.h>
+#include <bmcoauth/handshake_payload.h>
+
+/** KestPolicyAuth is one name/value pair of a policy list.
+ *
+ *  A pointer to the first pair stands for the list, a heap array that ends with a pair whose name
+ *  and value are null. An empty list is that single pair. */
+typedef struct KestPolicyAuth
+{
+    char* name;
+    char* value;
+} KestPolicyAuth;
+
+/** AuthorizeRequest is what a client sends to the token endpoint.
+ *
+ *  A request carries a refresh token or a handshake response; `policy` may be null. `reserved` is
+ *  never set by this library, only released. */
+typedef struct AuthorizeRequest
+{
+    char* client_id;
+    char* client_secret;
+    char* state; /**< chosen by the client, echoed in the response */
+    char* reserved;
+    char* refresh_token;
+    KestPolicyAuth* policy;
+    HandshakePayload* handshake; /**< the client's handshake response */
+} AuthorizeRequest;
+
+/** AuthorizeResponse is what the token endpoint answers (RFC 6749, section 5.1).
+ *
+ *  `expires_in` is the lifetime of the access token in seconds, as a text. `issued_at` is the
+ * moment when the record was made, in seconds since the epoch as decimal text; it is never written
+ * to a document. */
+typedef struct AuthorizeResponse
+{
+    char* access_token;
+    char* state;
+    char* refresh_token;
+    char* expires_in;
+    char* token_type;
+    char* issued_at;
+} AuthorizeResponse;
+
+BMCOAUTH_PLAIN_BEGIN
+
+/** create_authorize_request makes a request. NOTE: `client_secret` comes before `client_id`, unlike
+ *  in the record. `unused` is ignored; `policy`, `handshake` and `refresh_token` may be null.
+ *
+ *  Returns null if one of the first three texts is null, if set_handshake_payload refuses
+ *  `handshake`, or if memory runs out. Where memory runs out for the policy list or the refresh
+ *  token, the request is made without it. */
+BMCOAUTH_API AuthorizeRequest* create_authorize_request(const char* client_secret,
+                                                        const char* client_id, const char* state,
+                                                        const char* unused, KestPolicyAuth* policy,
+                                                        HandshakePayload* handshake,
+                                                        const char* refresh_token);
+
+/** free_authorize_request releases a request; null is nothing to do. */
+BMCOAUTH_API void free_authorize_request(AuthorizeRequest* request);
+
+/** parse_authorize_request reads a request from a JSON object.
+ *
+ *  "client_id", "client_secret" and "state" must be strings. "refresh_token" is taken if it is a
+ *  string. "handshake_response" is taken if it is an object: a string member gives a parameter with
+ *  one value, a non-empty array of strings one with all of them; null, numbers, Booleans and empty
+ *  arrays are left out. "kest_policy_auth" is taken if it is an object; all of its members must be
+ *  strings.
+ *
+ *  Returns null if the text does not parse or breaks one of these rules, if there is neither a
+ *  refresh token nor a handshake response, or if memory runs out. NOTE: a handshake response that
+ *  gives no parameter refuses the request, even beside a refresh token. */
+BMCOAUTH_API AuthorizeRequest* parse_authorize_request(const char* text);
+
+/** write_authorize_request gives the JSON object that parse_authorize_request reads.
+ *
+ *  A request with a handshake is written without its refresh token. The handshake is written up to
+ *  its first parameter without values; a parameter "R" is an array even when it has one value. The
+ *  policy list is written up to its first pair without a value, as {} when it is empty.
+ *
+ *  Returns null if `request` is null or has neither refresh token nor handshake, or if memory runs
+ *  out. From C++, a request without client id, client secret or state, and a parameter whose value
+ *  array is empty, raise std::logic_error. */
+BMCOAUTH_API char* write_authorize_request(AuthorizeRequest* request);
+
+/** create_authorize_response makes a response, issued now. NOTE: `state` comes before
+ *  `access_token`, unlike in the record. `expires_in` is not checked.
+ *
+ *  Returns null if one of the texts is null, if the clock cannot be read, or if memory runs out. */
+BMCOAUTH_API AuthorizeResponse*
+create_authorize_response(const char* state, const char* access_token, const char* refresh_token,
+                          const char* expires_in, const char* token_type);
+
+/** free_authorize_response releases a response; null is nothing to do. */
+BMCOAUTH_API void free_authorize_response(AuthorizeResponse* response);
+
+/** parse_authorize_response reads a response from a JSON object, whose members "state",
+ *  "access_token", "refresh_token", "expires_in" and "token_type" must all be strings.
+ *
+ *  NOTE: RFC 6749 makes "expires_in" a number; here it is a string, and a number is refused.
+ *  `issued_at` is the time of this call. Returns null if the text does not parse or breaks a rule,
+ *  if the clock cannot be read, or if memory runs out. */
+BMCOAUTH_API AuthorizeResponse* parse_authorize_response(const char* text);
+
+/** write_authorize_response gives the JSON object that parse_authorize_response reads.
+ *
+ *  Returns null if `response` is null or memory runs out. From C++, a response that lacks one of
+ * the five texts raises std::logic_error. */
+BMCOAUTH_API char* write_authorize_response(AuthorizeResponse* response);
+
+/** free_kest_policy_response releases a policy list; null is nothing to do. */
+BMCOAUTH_API void free_kest_policy_response(KestPolicyAuth* policy);
+
+BMCOAUTH_PLAIN_END
+
+#ifdef __cplusplus
+/** set_kest_policy_response returns a copy of `policy`: the pairs before the first one without name
+ *  or value. The caller releases it with free_kest_policy_response.
+ *
+ *  Returns null if `policy` is null or memory runs out. */
+BMCOAUTH_API KestPolicyAuth* set_kest_policy_response(KestPolicyAuth* policy);
+#endif
+
+#endif

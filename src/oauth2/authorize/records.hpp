@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "common/owners.hpp"
+
+#include <bmcoauth/authorize.h>
+
+#include <cstdint>
+
+namespace bmcoauth::authorize
+{
+
+using PolicyList = std::unique_ptr<KestPolicyAuth, Releaser<free_kest_policy_response>>;
+using Request = std::unique_ptr<AuthorizeRequest, Releaser<free_authorize_request>>;
+using Response = std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_response>>;
+
+/** create_authorize_response for a caller that has read the clock: a record issued at @p now. */
+[[nodiscard]] Response makeResponse(const char* state, const char* accessToken,
+                                    const char* refreshToken, const char* expiresIn,
+                                    const char* tokenType, std::uint64_t now);
+
+} // namespace bmcoauth::authorize

@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "common/clock.hpp"
+#include "common/guard.hpp"
+#include "common/json.hpp"
+#include "oauth2/authorize/records.hpp"
+
+namespace bmcoauth::authorize
+{
+
+Response makeResponse(const char* state, const char* accessToken, const char* refreshToken,
+                      const char* expiresIn, const char* tokenType, std::uint64_t now)
+{
+    Response response{zeroedBlock<AuthorizeResponse>(1).release()};
+    if (!response)
+    {
+        return nullptr;
+    }
+    response->state = copyText(state).release();
+    response->access_token = copyText(accessToken).release();
+    response->refresh_token = copyText(refreshToken).release();
+    response->expires_in = copyText(expiresIn).release();
+    response->issued_at = heapText(decimal(now)).release();
+    response->token_type = copyText(tokenType).release();
+    const bool complete = response->state != nullptr && response->access_token != nullptr &&
+                          response->refresh_token != nullptr && response->expires_in != nullptr &&
+                          response->issued_at != nullptr && response->token_type != nullptr;
+    return complete ? std::move(response) : nullptr;
+}
+
+} // namespace bmcoauth::authorize
+
+using namespace bmcoauth;
+using namespace bmcoauth::authorize;
+
+namespace
+{
+
+HeapText writtenResponse(const AuthorizeResponse& response)
+{
+    Json::Value document{Json::objectValue};
+    document["access_token"] = mandatory(response.access_token);
+    document["refresh_token"] = mandatory(response.refresh_token);
+    document["state"] = mandatory(response.state);
+    document["expires_in"] = mandatory(response.expires_in);
+    document["token_type"] = mandatory(response.token_type);
+    return heapJsonText(document);
+}
+
+} // namespace
+
+extern "C" AuthorizeResponse* create_authorize_response(const char* state, const char* access_token,
+                                                        const char* refresh_token,
+                                                        const char* expires_in,
+                                                        const char* token_type)
+{
+    return guarded(nullptr,
+                   [&]() -> AuthorizeResponse*
+                   {
+                       const std::optional<std::uint64_t> now = currentSeconds();
+                       return now ? makeResponse(state, access_token, refresh_token, expires_in,
+                                                 token_type, *now)
+                                        .release()
+                                  : nullptr;
+                   });
+}
+
+extern "C" void free_authorize_response(AuthorizeResponse* response)
+{
+    if (response == nullptr)
+    {
+        return;
+    }
+    std::free(response->access_token);
+    std::free(response->state);
+    std::free(response->refresh_token);
+    std::free(response->expires_in);
+    std::free(response->token_type);
+    std::free(response->issued_at);
+    std::free(response);
+}
+
+extern "C" AuthorizeResponse* parse_authorize_response(const char* text)
+{
+    if (text == nullptr)
+    {
+        return nullptr;
+    }
+    return guarded(nullptr,
+                   [&]() -> AuthorizeResponse*
+                   {
+                       Json::Value document;
+                       if (!parseJsonObject(text, document))
+                       {
+                           return nullptr;
+                       }
+                       return create_authorize_response(stringMember(document, "state"),
+                                                        stringMember(document, "access_token"),
+                                                        stringMember(document, "refresh_token"),
+                                                        stringMember(document, "expires_in"),
+                                                        stringMember(document, "token_type"));
+                   });
+}
+
+extern "C" char* write_authorize_response(AuthorizeResponse* response)
+{
+    if (response == nullptr)
+    {
+        return nullptr;
+    }
+    return guarded(nullptr, [&] { return writtenResponse(*response).release(); });
+}
