@@ -8,23 +8,27 @@
 namespace
 {
 
-/** Appends @p text, which is taken over, at position @p count; false when memory runs out. */
-bool append(char*** array, std::size_t count, char* text)
+/** Takes the next piece that is not empty off @p rest; empty when there is none left. */
+std::string_view nextPiece(std::string_view& rest, std::string_view separator)
 {
-    if (text == nullptr)
+    std::string_view piece;
+    while (piece.empty() && !rest.empty())
     {
-        return false;
+        const std::size_t end = separator.empty() ? std::string_view::npos : rest.find(separator);
+        piece = rest.substr(0, end);
+        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + separator.size());
     }
-    auto* grown = static_cast<char**>(std::realloc(*array, (count + 2) * sizeof(char*)));
-    if (grown == nullptr)
+    return piece;
+}
+
+std::size_t countPieces(std::string_view text, std::string_view separator)
+{
+    std::size_t count = 0;
+    while (!nextPiece(text, separator).empty())
     {
-        std::free(text);
-        return false;
+        ++count;
     }
-    grown[count] = text;
-    grown[count + 1] = nullptr;
-    *array = grown;
-    return true;
+    return count;
 }
 
 } // namespace
@@ -52,7 +56,21 @@ extern "C" void copyAppendArray(char*** array, const char* text)
     {
         ++count;
     }
-    append(array, count, strdup(text));
+    char* copy = strdup(text);
+    if (copy == nullptr)
+    {
+        return;
+    }
+    auto* grown = static_cast<char**>(std::realloc(*array, (count + 2) * sizeof(char*)));
+    if (grown == nullptr)
+    {
+        std::free(copy);
+        return;
+    }
+    // The end first: the array has one at every moment.
+    grown[count + 1] = nullptr;
+    grown[count] = copy;
+    *array = grown;
 }
 
 extern "C" void freeStrArray(char*** array)
@@ -75,25 +93,21 @@ extern "C" char** splitString(const char* text, const char* separator)
     {
         return nullptr;
     }
-    char** pieces = nullptr;
-    std::size_t count = 0;
-    const std::string_view mark = separator;
-    std::string_view rest = text;
-    while (!rest.empty())
+    const std::size_t count = countPieces(text, separator);
+    if (count == 0)
     {
-        const std::size_t end = mark.empty() ? std::string_view::npos : rest.find(mark);
-        const std::string_view piece = rest.substr(0, end);
-        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + mark.size());
-        if (piece.empty())
-        {
-            continue;
-        }
-        if (!append(&pieces, count, strndup(piece.data(), piece.size())))
+        return nullptr;
+    }
+    auto** pieces = static_cast<char**>(std::calloc(count + 1, sizeof(char*)));
+    std::string_view rest = text;
+    for (std::size_t i = 0; pieces != nullptr && i < count; ++i)
+    {
+        const std::string_view piece = nextPiece(rest, separator);
+        pieces[i] = strndup(piece.data(), piece.size());
+        if (pieces[i] == nullptr)
         {
             freeStrArray(&pieces);
-            return nullptr;
         }
-        ++count;
     }
     return pieces;
 }

@@ -24,6 +24,32 @@ int readMember(const char* text, const char* key, Out* out,
                    });
 }
 
+/** Merges @p source into @p destination as `update` promises; exhausted memory is thrown, half the
+ *  way through. */
+// NOLINTNEXTLINE(misc-no-recursion): no deeper than the document, whose depth the parser bounds.
+void merge(Json::Value& destination, const Json::Value& source)
+{
+    if (!destination.isObject() || !source.isObject())
+    {
+        return;
+    }
+    for (const std::string& name : source.getMemberNames())
+    {
+        const Json::Value& replacement = source[name];
+        // Made null where it is missing, and null it stays if the replacement is an object: an
+        // object is merged only into an object that is there already.
+        Json::Value& current = destination[name];
+        if (replacement.isObject())
+        {
+            merge(current, replacement);
+        }
+        else
+        {
+            current = replacement;
+        }
+    }
+}
+
 /** Reads the document *@p text, has @p change applied to it and writes it back. */
 template <typename Change>
 int edit(char** text, Change change)
@@ -97,11 +123,6 @@ extern "C" int set_value_chararray(char** text, const char* key, char** values)
     return edit(text,
                 [&](Json::Value& document)
                 {
-                    // Removed first, so that a comment on the old member goes with it.
-                    if (countStrings(values) == 0)
-                    {
-                        document.removeMember(key);
-                    }
                     document[key] = jsonArrayOf(values);
                     return true;
                 });
@@ -117,7 +138,7 @@ extern "C" int merge_doc(char** text, const char* other)
                     {
                         return false;
                     }
-                    update(document, source);
+                    merge(document, source);
                     return true;
                 });
 }
@@ -145,21 +166,10 @@ int replaceDoc(char** text, const Json::Value& tree)
 
 void update(Json::Value& destination, Json::Value& source)
 {
-    if (!destination.isObject() || !source.isObject())
-    {
-        return;
-    }
-    for (const std::string& name : source.getMemberNames())
-    {
-        if (source[name].isObject())
-        {
-            // The lookup makes a missing member null, and null it stays: an object is merged only
-            // into an object that is there already.
-            update(destination[name], source[name]);
-        }
-        else
-        {
-            destination[name] = source[name];
-        }
-    }
+    guarded(false,
+            [&]
+            {
+                merge(destination, source);
+                return true;
+            });
 }

@@ -28,9 +28,10 @@ private:
     int saved = errno;
 };
 
-/** Runs @p body; exhausted memory becomes @p failed. Every other error passes: this is the guard
- *  of the field readers and of `update`, whose callers are promised jsoncpp's own error for a
- *  document that is neither object nor null. */
+/** Runs @p body; exhausted memory becomes @p failed. jsoncpp reports its own failed allocations as
+ *  Json::RuntimeError. Every other error passes: this is the guard of the field readers, whose
+ *  callers are promised jsoncpp's Json::LogicError for a document that is neither object nor
+ *  null. */
 template <typename Body, typename Result = std::invoke_result_t<const Body&>>
 Result guardedMemory(std::type_identity_t<Result> failed, const Body& body)
 {
@@ -40,6 +41,10 @@ Result guardedMemory(std::type_identity_t<Result> failed, const Body& body)
         return body();
     }
     catch (const std::bad_alloc&)
+    {
+        return failed;
+    }
+    catch (const Json::RuntimeError&)
     {
         return failed;
     }

@@ -25,6 +25,12 @@ std::size_t countParameters(const HandshakePayload* payload)
     return count;
 }
 
+/** The first value of @p parameter, which may be null; null if it has none. */
+const char* firstValue(const HandshakePayload* parameter)
+{
+    return parameter == nullptr || parameter->values == nullptr ? nullptr : *parameter->values;
+}
+
 } // namespace
 
 extern "C" void free_handshake_payload(HandshakePayload* payload)
@@ -77,26 +83,24 @@ extern "C" bool get_handshake_payload_paramValue(HandshakePayload* payload, cons
     return guarded(false,
                    [&]
                    {
-                       const HandshakePayload* found = findParameter(payload, name);
-                       if (found == nullptr || found->values == nullptr ||
-                           *found->values == nullptr)
+                       const char* first = firstValue(findParameter(payload, name));
+                       if (first == nullptr)
                        {
                            return false;
                        }
-                       value = *found->values;
+                       value = first;
                        return true;
                    });
 }
 
 bool getChallengeValue(HandshakePayload* payload, const char* name, char* buffer, unsigned int size)
 {
-    const HandshakePayload* found = findParameter(payload, name);
-    if (found == nullptr || found->values == nullptr || *found->values == nullptr || size == 0)
+    const char* first = firstValue(findParameter(payload, name));
+    if (first == nullptr || buffer == nullptr || size == 0)
     {
         return false;
     }
-    const std::string_view value = *found->values;
-    const std::size_t kept = value.copy(buffer, size - 1);
+    const std::size_t kept = std::string_view{first}.copy(buffer, size - 1);
     buffer[kept] = '\0';
     return true;
 }
@@ -104,7 +108,7 @@ bool getChallengeValue(HandshakePayload* payload, const char* name, char* buffer
 bool getChallengeValueArray(HandshakePayload* payload, const char* name, char*** values)
 {
     const HandshakePayload* found = findParameter(payload, name);
-    if (found == nullptr)
+    if (found == nullptr || values == nullptr)
     {
         return false;
     }
@@ -117,7 +121,7 @@ char** create_handshake_types_copy(char** types, unsigned int* count)
 {
     const ErrnoKeeper keeper;
     const std::size_t length = countStrings(types);
-    if (length == 0)
+    if (length == 0 || count == nullptr)
     {
         return nullptr;
     }
@@ -137,7 +141,7 @@ void free_handshake_types_copy(char** types)
 extern "C" int getKeyNames(const char* text, unsigned int length, char*** names)
 {
     // Never looks beyond the text, whatever length it is given.
-    if (text == nullptr || *text == '\0' || std::strlen(text) != length)
+    if (text == nullptr || *text == '\0' || std::strlen(text) != length || names == nullptr)
     {
         return 0;
     }

@@ -10,7 +10,10 @@
 
 #include <strutil.h>
 
+#include <functional>
+#include <new>
 #include <sstream>
+#include <utility>
 
 namespace bmcoauth
 {
@@ -18,16 +21,27 @@ namespace bmcoauth
 namespace
 {
 
-/** The member that the exported readers look at: the lookup inserts a null member where @p key is
- *  missing, which callers that write the document afterwards rely on. */
-Json::Value* readableMember(Json::Value& doc, const char* key)
+/** The frame of every exported reader: has @p store put the member @p key of @p doc into @p out,
+ *  provided that @p accepts it. The lookup inserts a null member where @p key is missing, which
+ *  callers that write the document afterwards rely on. */
+template <typename Out, typename Accepts, typename Store>
+int readMember(Json::Value& doc, const char* key, Out* out, Accepts accepts, Store store)
 {
-    if (key == nullptr)
+    if (key == nullptr || out == nullptr)
     {
-        return nullptr;
+        return 0;
     }
-    Json::Value& found = doc[key];
-    return found.isNull() ? nullptr : &found;
+    return guardedMemory(0,
+                         [&]
+                         {
+                             const Json::Value& found = doc[key];
+                             if (found.isNull() || !std::invoke(accepts, found))
+                             {
+                                 return 0;
+                             }
+                             store(*out, found);
+                             return 1;
+                         });
 }
 
 /** jsoncpp orders values of different types by type, so a real number or a Boolean, which passes
@@ -37,9 +51,9 @@ bool isUnsigned(const Json::Value& value, const Json::Value& largest)
     return value.isConvertibleTo(Json::uintValue) && value <= largest;
 }
 
-/** Replaces *@p out by a copy of @p text. The copy is made aside, so that *@p out survives when
+/** Replaces @p out by a copy of @p text. The copy is made aside, so that @p out survives when
  *  memory runs out. */
-void replaceText(char** out, const char* text)
+void replaceText(char*& out, const char* text)
 {
     char* copy = nullptr;
     copyReplace(&copy, text);
@@ -47,8 +61,8 @@ void replaceText(char** out, const char* text)
     {
         throw std::bad_alloc();
     }
-    std::free(*out);
-    *out = copy;
+    std::free(out);
+    out = copy;
 }
 
 /** A string array of what @p text makes of each element that @p accepts. */
@@ -63,17 +77,12 @@ StringArray arrayOf(const Json::Value& array, Accepts accepts, Text text)
     char** slot = result.get();
     for (const Json::Value& element : array)
     {
-        if (accepts(element))
+        if (std::invoke(accepts, element))
         {
             *slot++ = requireHeapText(text(element)).release();
         }
     }
     return result;
-}
-
-bool isString(const Json::Value& value)
-{
-    return value.isString();
 }
 
 /** The text of @p value up to its first zero byte: what fits into a NUL-terminated text. */
@@ -105,19 +114,31 @@ bool parseJson(std::string_view text, Json::Value& tree)
     // Immutable once made, so one for the process serves every thread.
     static const Json::CharReaderBuilder builder;
     const std::unique_ptr<Json::CharReader> reader{builder.newCharReader()};
+    Json::Value parsed;
     try
     {
-        return reader->parse(text.data(), text.data() + text.size(), &tree, nullptr);
+        if (!reader->parse(text.data(), text.data() + text.size(), &parsed, nullptr))
+        {
+            return false;
+        }
     }
     catch (const Json::Exception&)
     {
         return false;
     }
+    tree = std::move(parsed);
+    return true;
 }
 
 bool parseJsonObject(std::string_view text, Json::Value& tree)
 {
-    return parseJson(text, tree) && tree.isObject();
+    Json::Value parsed;
+    if (!parseJson(text, parsed) || !parsed.isObject())
+    {
+        return false;
+    }
+    tree = std::move(parsed);
+    return true;
 }
 
 std::string jsonText(const Json::Value& tree)
@@ -130,7 +151,16 @@ std::string jsonText(const Json::Value& tree)
     }();
     const std::unique_ptr<Json::StreamWriter> writer{builder.newStreamWriter()};
     std::ostringstream text;
-    return writer->write(tree, &text) == 0 ? std::move(text).str() : std::string{};
+    if (writer->write(tree, &text) != 0)
+    {
+        return {};
+    }
+    // A stream swallows std::bad_alloc and goes on, with a part of the text missing.
+    if (!text)
+    {
+        throw std::bad_alloc();
+    }
+    return std::move(text).str();
 }
 
 HeapText heapJsonText(const Json::Value& tree)
@@ -141,7 +171,7 @@ HeapText heapJsonText(const Json::Value& tree)
 
 StringArray stringsOf(const Json::Value& array)
 {
-    return arrayOf(array, isString, textOf);
+    return arrayOf(array, &Json::Value::isString, textOf);
 }
 
 Json::Value jsonArrayOf(const char* const* array)
@@ -171,113 +201,54 @@ using namespace bmcoauth;
 
 int json_to_char(Json::Value& doc, const char* key, char** out)
 {
-    return guardedMemory(0,
-                         [&]
-                         {
-                             const Json::Value* value = readableMember(doc, key);
-                             if (value == nullptr || !value->isString())
-                             {
-                                 return 0;
-                             }
-                             replaceText(out, value->asCString());
-                             return 1;
-                         });
+    return readMember(doc, key, out, &Json::Value::isString,
+                      [](char*& text, const Json::Value& value)
+                      { replaceText(text, textOf(value)); });
 }
 
 int json_to_char_array(Json::Value& doc, const char* key, char*** out)
 {
-    return guardedMemory(0,
-                         [&]
-                         {
-                             const Json::Value* value = readableMember(doc, key);
-                             if (value == nullptr || !value->isArray())
-                             {
-                                 return 0;
-                             }
-                             *out = release(stringsOf(*value));
-                             return 1;
-                         });
+    return readMember(doc, key, out, &Json::Value::isArray,
+                      [](char**& array, const Json::Value& value)
+                      { array = release(stringsOf(value)); });
 }
 
 int json_to_bool(Json::Value& doc, const char* key, bool* out)
 {
-    return guardedMemory(0,
-                         [&]
-                         {
-                             const Json::Value* value = readableMember(doc, key);
-                             if (value == nullptr || !value->isBool())
-                             {
-                                 return 0;
-                             }
-                             *out = value->asBool();
-                             return 1;
-                         });
+    return readMember(doc, key, out, &Json::Value::isBool,
+                      [](bool& flag, const Json::Value& value) { flag = value.asBool(); });
 }
 
 int json_to_uint(Json::Value& doc, const char* key, unsigned int* out)
 {
-    return guardedMemory(0,
-                         [&]
-                         {
-                             const Json::Value* value = readableMember(doc, key);
-                             if (value == nullptr ||
-                                 !isUnsigned(*value, Json::Value{Json::Value::maxUInt}))
-                             {
-                                 return 0;
-                             }
-                             *out = value->asUInt();
-                             return 1;
-                         });
+    return readMember(
+        doc, key, out,
+        [](const Json::Value& value) { return isUnsigned(value, Json::Value::maxUInt); },
+        [](unsigned int& number, const Json::Value& value) { number = value.asUInt(); });
 }
 
 int json_to_uint64(Json::Value& doc, const char* key, unsigned long long* out)
 {
-    return guardedMemory(0,
-                         [&]
-                         {
-                             const Json::Value* value = readableMember(doc, key);
-                             // The 32-bit test stays although the target is wider: what the
-                             // services accept today.
-                             if (value == nullptr ||
-                                 !isUnsigned(*value, Json::Value{Json::Value::maxUInt64}))
-                             {
-                                 return 0;
-                             }
-                             *out = value->asUInt64();
-                             return 1;
-                         });
+    // The first test of isUnsigned is the 32-bit one although the target is wider: the services
+    // rely on a larger number being refused.
+    return readMember(
+        doc, key, out,
+        [](const Json::Value& value) { return isUnsigned(value, Json::Value::maxUInt64); },
+        [](unsigned long long& number, const Json::Value& value) { number = value.asUInt64(); });
 }
 
 int json_to_obj(Json::Value& doc, const char* key, char** out)
 {
-    return guardedMemory(0,
-                         [&]
-                         {
-                             const Json::Value* value = readableMember(doc, key);
-                             if (value == nullptr || !value->isObject())
-                             {
-                                 return 0;
-                             }
-                             replaceText(out, jsonText(*value).c_str());
-                             return 1;
-                         });
+    return readMember(doc, key, out, &Json::Value::isObject,
+                      [](char*& text, const Json::Value& value)
+                      { replaceText(text, jsonText(value).c_str()); });
 }
 
 int json_to_obj_array(Json::Value& doc, const char* key, char*** out)
 {
-    return guardedMemory(
-        0,
-        [&]
-        {
-            const Json::Value* value = readableMember(doc, key);
-            if (value == nullptr || !value->isArray())
-            {
-                return 0;
-            }
-            *out = release(arrayOf(
-                *value, [](const Json::Value& element) { return element.isObject(); }, jsonText));
-            return 1;
-        });
+    return readMember(doc, key, out, &Json::Value::isArray,
+                      [](char**& array, const Json::Value& value)
+                      { array = release(arrayOf(value, &Json::Value::isObject, jsonText)); });
 }
 
 std::string json_fastWriter(const Json::Value& tree)

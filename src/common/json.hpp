@@ -12,7 +12,8 @@
 namespace bmcoauth
 {
 
-/** Reads @p text into @p tree with jsoncpp's default settings; false when it does not parse.
+/** Reads @p text into @p tree with jsoncpp's default settings; false, with @p tree as it was, when
+ *  it does not parse.
  *
  *  The one place where a text is parsed: jsoncpp throws for deep nesting instead of reporting a
  *  failure, and that is a failure to parse here. */
@@ -22,7 +23,7 @@ namespace bmcoauth
 [[nodiscard]] bool parseJsonObject(std::string_view text, Json::Value& tree);
 
 /** The compact text form of @p tree: no whitespace, members in ascending byte order of their
- *  names; empty when it cannot be written. */
+ *  names; empty when it cannot be written. Throws std::bad_alloc. */
 [[nodiscard]] std::string jsonText(const Json::Value& tree);
 
 /** The text form on the C heap; null when there is none. Throws std::bad_alloc. */
@@ -32,7 +33,8 @@ namespace bmcoauth
  *  Throws std::bad_alloc. */
 [[nodiscard]] StringArray stringsOf(const Json::Value& array);
 
-/** A JSON array of the texts of @p array, in order; null gives the empty array. */
+/** A JSON array of the texts of @p array, in order; null gives the empty array. Throws
+ *  std::bad_alloc. */
 [[nodiscard]] Json::Value jsonArrayOf(const char* const* array);
 
 /** The member @p name of the object @p object if it is a string, else null; @p object is left as

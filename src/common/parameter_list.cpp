@@ -18,6 +18,13 @@ bool isWhole(const HandshakePayload& parameter)
     return parameter.name != nullptr && parameter.values != nullptr;
 }
 
+/** Whether @p form writes the values of @p name as an array however many there are. A name may be
+ *  empty, too, which is not what an empty alwaysArray stands for. */
+bool isAlwaysArray(const ListForm& form, const char* name)
+{
+    return !form.alwaysArray.empty() && form.alwaysArray == name;
+}
+
 /** What @p form makes of a member that is neither a string nor a filled array. */
 OddMember ruleFor(const Json::Value& value, const ObjectForm& form)
 {
@@ -92,7 +99,7 @@ Json::Value objectOf(const HandshakePayload* list, const ListForm& form, std::si
             }
             continue;
         }
-        const bool single = list->values[1] == nullptr && form.alwaysArray != list->name;
+        const bool single = list->values[1] == nullptr && !isAlwaysArray(form, list->name);
         object[list->name] = single ? Json::Value{*list->values} : jsonArrayOf(list->values);
         ++count;
     }
@@ -144,6 +151,10 @@ ParameterList parameterListOf(const Json::Value& object, const ObjectForm& form)
 
 const HandshakePayload* findParameter(const HandshakePayload* list, const char* name)
 {
+    if (name == nullptr)
+    {
+        return nullptr;
+    }
     for (; list != nullptr && list->name != nullptr; ++list)
     {
         if (equalIgnoringCase(list->name, name))

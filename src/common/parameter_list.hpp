@@ -61,7 +61,7 @@ struct ObjectForm
 /** Reads the members of @p object, in their order; null when refused. Throws std::bad_alloc. */
 [[nodiscard]] ParameterList parameterListOf(const Json::Value& object, const ObjectForm& form);
 
-/** The first parameter named @p name without regard to case; null if there is none. */
+/** The first parameter named @p name without regard to case; null if there is none, or no name. */
 [[nodiscard]] const HandshakePayload* findParameter(const HandshakePayload* list, const char* name);
 
 /** The value array of the first parameter named exactly @p name, null if there is none. The walk
