@@ -6,7 +6,8 @@
 
 #include <stdint.h>
 
-/** oauthError names every outcome that is reported to an OAuth client.
+/** oauthError names every outcome that is reported to an OAuth client (RFC 6749, section 5.2, and
+ *  some more). `oauthErro_toStr` gives their texts.
  *
  *  The numbers are part of the interface: processes pass them to each other. */
 #ifdef __cplusplus
@@ -37,7 +38,9 @@ BMCOAUTH_PLAIN_BEGIN
 /** write_oauth_error gives the JSON document that tells a client of an error (RFC 6749, section
  *  5.2): the member "error" with the text of `code`, and "error_description", "error_resolution"
  *  and "error_uri" for each of the three texts that is not null. An empty text is written as an
- *  empty string; a code outside the enumeration as "error":"".
+ *  empty string; a code outside the enumeration as "error":"". The form is that of
+ *  `json_fastWriter`: the members stand in the order above, and what JSON does not allow in a
+ *  string is escaped.
  *
  *  Returns a new text that the caller releases with `free`, or null when memory runs out. */
 BMCOAUTH_API char* write_oauth_error(oauthError code, const char* description,
