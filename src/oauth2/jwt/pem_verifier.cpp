@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "oauth2/jwt/pem_verifier.hpp"
+
+#include "crypto/openssl.hpp"
+
+#include <bmcoauth/support.h>
+
+#include <climits>
+#include <openssl/pem.h>
+
+#include <array>
+
+namespace bmcoauth::jwt
+{
+
+namespace
+{
+
+/** What the last three characters of an algorithm's name stand for. */
+struct Strength
+{
+    const EVP_MD* digest;
+    /** Bytes of an ECDSA signature in the form of RFC 7518, section 3.4. */
+    std::size_t rawSignatureLength;
+};
+
+Strength strengthOf(std::string_view algorithm) noexcept
+{
+    if (algorithm.ends_with("384"))
+    {
+        return {EVP_sha384(), 96};
+    }
+    if (algorithm.ends_with("512"))
+    {
+        return {EVP_sha512(), 132};
+    }
+    return {EVP_sha256(), 64};
+}
+
+struct Digest
+{
+    std::array<unsigned char, EVP_MAX_MD_SIZE> bytes;
+    unsigned int length = 0;
+};
+
+bool digestOf(std::string_view text, const EVP_MD& kind, Digest& digest) noexcept
+{
+    return EVP_Digest(text.data(), text.size(), digest.bytes.data(), &digest.length, &kind,
+                      nullptr) == 1;
+}
+
+const unsigned char* bytesOf(std::string_view text) noexcept
+{
+    return reinterpret_cast<const unsigned char*>(text.data());
+}
+
+/** A block that the process does not survive the lack of. */
+HeapBlock<unsigned char> essentialBlock(std::size_t size, unsigned int line)
+{
+    return HeapBlock<unsigned char>{
+        static_cast<unsigned char*>(o2_ff_malloc(size, "da_verifySignature_sk", line))};
+}
+
+crypto::RsaPtr readRsaKey(std::string_view pem) noexcept
+{
+    // A reader leaves its text behind what it has passed over, so that the second one starts anew.
+    for (const auto read : {PEM_read_bio_RSA_PUBKEY, PEM_read_bio_RSAPublicKey})
+    {
+        const crypto::BioPtr text = crypto::readingBio(pem);
+        if (!text)
+        {
+            return nullptr;
+        }
+        crypto::RsaPtr key{read(text.get(), nullptr, crypto::refusePassPhrase, nullptr)};
+        if (key)
+        {
+            return key;
+        }
+    }
+    return nullptr;
+}
+
+crypto::EcKeyPtr readEcKey(std::string_view pem) noexcept
+{
+    const crypto::BioPtr text = crypto::readingBio(pem);
+    return crypto::EcKeyPtr{
+        text ? PEM_read_bio_EC_PUBKEY(text.get(), nullptr, crypto::refusePassPhrase, nullptr)
+             : nullptr};
+}
+
+/** RSASSA-PSS (RFC 8017, section 8.1.2) with a salt of any length. */
+bool verifyPss(const Digest& digest, const EVP_MD& kind, std::string_view signature, RSA& key)
+{
+    const int size = RSA_size(&key);
+    if (size <= 0)
+    {
+        return false;
+    }
+    const HeapBlock<unsigned char> message = essentialBlock(static_cast<std::size_t>(size), 1590);
+    // The check below reads a block of the key's size, so that nothing less may come out here.
+    return RSA_public_decrypt(static_cast<int>(signature.size()), bytesOf(signature), message.get(),
+                              &key, RSA_NO_PADDING) == size &&
+           RSA_verify_PKCS1_PSS(&key, digest.bytes.data(), &kind, message.get(),
+                                RSA_PSS_SALTLEN_AUTO) == 1;
+}
+
+bool verifyRsa(std::string_view signingInput, std::string_view signature, std::string_view pem,
+               const EVP_MD& kind, bool pss)
+{
+    const crypto::RsaPtr key = readRsaKey(pem);
+    Digest digest;
+    if (!key || !digestOf(signingInput, kind, digest))
+    {
+        return false;
+    }
+    if (pss)
+    {
+        return verifyPss(digest, kind, signature, *key);
+    }
+    return RSA_verify(EVP_MD_get_type(&kind), digest.bytes.data(), digest.length,
+                      bytesOf(signature), static_cast<unsigned int>(signature.size()),
+                      key.get()) == 1;
+}
+
+/** An ECDSA signature as DER. */
+struct DerSignature
+{
+    HeapBlock<unsigned char> bytes;
+    int length = 0;
+};
+
+/** Turns the integers r and s side by side, of the same length each, into DER; no bytes when that
+ *  fails. */
+DerSignature derOf(std::string_view rawSignature)
+{
+    const int half = static_cast<int>(rawSignature.size() / 2);
+    crypto::BignumPtr r{BN_bin2bn(bytesOf(rawSignature), half, nullptr)};
+    crypto::BignumPtr s{BN_bin2bn(bytesOf(rawSignature) + half, half, nullptr)};
+    const crypto::EcdsaSignaturePtr signature{ECDSA_SIG_new()};
+    if (!r || !s || !signature || ECDSA_SIG_set0(signature.get(), r.get(), s.get()) != 1)
+    {
+        return {};
+    }
+    // The signature owns its integers now.
+    static_cast<void>(r.release());
+    static_cast<void>(s.release());
+    const int length = i2d_ECDSA_SIG(signature.get(), nullptr);
+    if (length <= 0)
+    {
+        return {};
+    }
+    HeapBlock<unsigned char> der = essentialBlock(static_cast<std::size_t>(length), 1544);
+    unsigned char* position = der.get();
+    if (i2d_ECDSA_SIG(signature.get(), &position) != length)
+    {
+        return {};
+    }
+    return {std::move(der), length};
+}
+
+bool verifyEc(std::string_view signingInput, std::string_view signature, std::string_view pem,
+              const Strength& strength)
+{
+    const crypto::EcKeyPtr key = readEcKey(pem);
+    Digest digest;
+    if (!key || !digestOf(signingInput, *strength.digest, digest))
+    {
+        return false;
+    }
+    const auto verify = [&](const unsigned char* der, int length)
+    {
+        return ECDSA_verify(0, digest.bytes.data(), static_cast<int>(digest.length), der, length,
+                            key.get()) == 1;
+    };
+    if (signature.size() != strength.rawSignatureLength)
+    {
+        return verify(bytesOf(signature), static_cast<int>(signature.size()));
+    }
+    const DerSignature der = derOf(signature);
+    return der.bytes && verify(der.bytes.get(), der.length);
+}
+
+} // namespace
+
+bool verifyWithPem(std::string_view signingInput, std::string_view signature, std::string_view pem,
+                   std::string_view algorithm)
+{
+    // A search through many keys fails many times, and OpenSSL's error queue is short: what a
+    // caller has in it must not be pushed out.
+    const crypto::ErrorMark mark;
+    if (algorithm.size() < 2 || signature.size() > INT_MAX)
+    {
+        return false;
+    }
+    const Strength strength = strengthOf(algorithm);
+    // EVP would copy the key from the form in which it was read into another one, at a third of the
+    // cost of an ECDSA verification, and then call what is called here.
+    switch (algorithm.front())
+    {
+        case 'P':
+            return verifyRsa(signingInput, signature, pem, *strength.digest, true);
+        case 'p':
+        case 'R':
+        case 'r':
+            return verifyRsa(signingInput, signature, pem, *strength.digest, false);
+        case 'E':
+        case 'e':
+            return verifyEc(signingInput, signature, pem, strength);
+        default:
+            return false;
+    }
+}
+
+} // namespace bmcoauth::jwt
