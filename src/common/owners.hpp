@@ -56,6 +56,7 @@ using HeapText = HeapBlock<char>;
 template <typename T>
 [[nodiscard]] HeapBlock<T> zeroedBlock(std::size_t count) noexcept
 {
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): the elements may be pointers, as in a list
     return HeapBlock<T>{static_cast<T*>(std::calloc(count, sizeof(T)))};
 }
 

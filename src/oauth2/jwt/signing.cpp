@@ -43,7 +43,7 @@ public:
     }
 
 private:
-    std::array<char, 1024> bytes;
+    std::array<char, 1024> bytes{};
 };
 
 /** An encoded key. */
