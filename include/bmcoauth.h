@@ -27,6 +27,8 @@
 #include <bmcoauth/handshake_payload.h>
 #include <bmcoauth/json.h>
 #include <bmcoauth/jwk.h>
+#include <bmcoauth/jwt.h>
+#include <bmcoauth/privileges.h>
 #include <bmcoauth/signing.h>
 #include <bmcoauth/support.h>
 #include <bmcoauth/token.h>

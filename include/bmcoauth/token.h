@@ -80,6 +80,36 @@ BMCOAUTH_API void free_jwt_scopes(JWTscopes* scopes, int count);
  *  nothing to do. */
 BMCOAUTH_API void free_jwt_payload(JWTPayload* payload);
 
+/** get_jwt_header reads the header of the compact token `token` (RFC 7515, section 7.1) without
+ *  looking at its payload or its signature. "alg" must be there; "typ" and "kid" are null when they
+ *  are missing or not strings.
+ *
+ *  On success `*header` is a new record that the caller releases with `free_jwt_header`. Returns 0
+ *  if an argument is null, `token` has fewer than two dots, its header does not decode to a JSON
+ *  object with an "alg", or memory runs out; NOTE: the process ends at once, with exit status 255,
+ *  if it runs out for the record itself. */
+BMCOAUTH_API int get_jwt_header(const char* token, JWTHeader** header);
+
+/** get_jwt_payload reads the payload of the compact token `token` without looking at its header
+ *  or its signature: nothing in the record may be trusted.
+ *
+ *  A claim that is missing, or of another type than said here, is null in the record. "sub",
+ *  "iss", "jti" and "act" are strings. "aud" is an array of strings or one string, "ravok_roles" an
+ *  array of strings; elements of other types are left out. "iat", "nbf" and "exp" are integers up
+ *  to 4294967295, which become decimal texts, or strings, which are kept as they are. "xidp" is an
+ *  object and becomes its compact JSON text. "scope" is a string, which is split at spaces into
+ *  `scope`, or an object, which becomes `scopes`.
+ *
+ *  NOTE: every entry of `scopes` has a `count` of 1, and its value is the first string of the
+ *  member, or null where the member holds none.
+ *
+ *  On success `*payload` is a new record that the caller releases with `free_jwt_payload`. Returns
+ *  0 if an argument is null, `token` has fewer than two dots, its payload does not decode to a JSON
+ *  object, an array inside "scope" holds an array or an object, or memory runs out; NOTE: the
+ *  process ends at once, with exit status 255, if it runs out for the record, its scope entries or
+ *  a time that was a number. */
+BMCOAUTH_API int get_jwt_payload(const char* token, JWTPayload** payload);
+
 BMCOAUTH_PLAIN_END
 
 #ifdef __cplusplus

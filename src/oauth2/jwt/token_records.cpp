@@ -3,13 +3,21 @@
 
 #include "common/clock.hpp"
 #include "common/guard.hpp"
+#include "common/json.hpp"
+#include "common/string_array.hpp"
+#include "crypto/base64.hpp"
+#include "crypto/openssl.hpp"
 
+#include <bmcoauth/json.h>
 #include <bmcoauth/support.h>
 
 #include <strutil.h>
 
-#include <optional>
+#include <algorithm>
+#include <new>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace bmcoauth::jwt
 {
@@ -22,6 +30,144 @@ bool copyInto(char*& field, const char* text) noexcept
 {
     field = text == nullptr ? nullptr : heapText(text).release();
     return field != nullptr;
+}
+
+/** A zeroed block, or the end of the process: the readers allocate their records fail-fast. */
+template <typename T>
+HeapBlock<T> recordBlock(std::size_t bytes, const char* caller, unsigned int line)
+{
+    return HeapBlock<T>{static_cast<T*>(o2_ff_calloc(1, bytes, caller, line))};
+}
+
+/** A copy of the string @p name of @p claims; null when there is none. */
+HeapText textClaim(const Json::Value& claims, const char* name)
+{
+    const char* text = stringMember(claims, name);
+    return text == nullptr ? nullptr : requireHeapText(text);
+}
+
+/** A time is a number in most issuers' tokens and a text in ours; numbers beyond 32 bits are not
+ *  taken. */
+HeapText timeClaim(Json::Value& claims, const char* name, unsigned int line)
+{
+    unsigned long long seconds = 0;
+    if (json_to_uint64(claims, name, &seconds) != 0)
+    {
+        return HeapText{o2_ff_strdup(decimal(seconds).c_str(), "da_parseJwtPayload", line)};
+    }
+    return textClaim(claims, name);
+}
+
+/** The strings of the array @p name; null when there are none. */
+StringArray arrayClaim(const Json::Value& claims, const char* name)
+{
+    const Json::Value* found = member(claims, name);
+    if (found == nullptr || !found->isArray())
+    {
+        return nullptr;
+    }
+    StringArray texts = stringsOf(*found);
+    return *texts == nullptr ? nullptr : std::move(texts);
+}
+
+/** The audiences: one text, or an array of them (RFC 7519, section 4.1.3). */
+StringArray audienceClaim(const Json::Value& claims)
+{
+    const char* single = stringMember(claims, "aud");
+    if (single == nullptr)
+    {
+        return arrayClaim(claims, "aud");
+    }
+    char** audiences = nullptr;
+    copyAppendArray(&audiences, single);
+    if (audiences == nullptr)
+    {
+        throw std::bad_alloc();
+    }
+    return StringArray{audiences};
+}
+
+/** The names in a space-separated list; null when there are none. */
+StringArray splitNames(std::string_view list)
+{
+    StringArray names{splitString(list.data(), " ")};
+    if (!names && list.find_first_not_of(' ') != std::string_view::npos)
+    {
+        throw std::bad_alloc();
+    }
+    return names;
+}
+
+/** The pointers to the strings of @p array, with room for one where there is none. The first text
+ *  is a block of its own, the others follow the pointers. */
+HeapBlock<char*> firstOwned(const Json::Value& array)
+{
+    std::vector<std::string> texts;
+    std::size_t behind = 0;
+    if (array.isArray())
+    {
+        texts.reserve(array.size());
+        for (const Json::Value& element : array)
+        {
+            texts.push_back(element.asString());
+            behind += texts.back().size() + 1;
+        }
+    }
+    const std::size_t pointers = std::max<std::size_t>(texts.size(), 1);
+    // The sum cannot wrap: the tree of the same texts, which is larger, is in memory already.
+    HeapBlock<char*> values =
+        recordBlock<char*>(pointers * sizeof(char*) + behind, "da_create_jwt_scopes", 1917);
+    char* next = reinterpret_cast<char*>(values.get() + pointers);
+    for (std::size_t i = 1; i < texts.size(); ++i)
+    {
+        values.get()[i] = next;
+        next += texts[i].copy(next, texts[i].size()) + 1;
+    }
+    if (!texts.empty())
+    {
+        *values = requireHeapText(texts.front().c_str()).release();
+    }
+    return values;
+}
+
+ScopesPtr scopesOf(const Json::Value& object)
+{
+    const std::size_t count = object.size();
+    // No entries are an array all the same: the claim was there, and grants nothing.
+    HeapBlock<JWTscopes> block = recordBlock<JWTscopes>(
+        std::max<std::size_t>(count, 1) * sizeof(JWTscopes), "da_create_jwt_scopes", 1906);
+    ScopesPtr scopes{block.release(), {static_cast<int>(count)}};
+    JWTscopes* entry = scopes.get();
+    for (auto scope = object.begin(); scope != object.end(); ++scope, ++entry)
+    {
+        entry->name = requireHeapText(scope.name().c_str()).release();
+        // One, whatever the member holds: what reads these entries looks at the first value only.
+        entry->values = firstOwned(*scope).release();
+        entry->count = 1;
+    }
+    return scopes;
+}
+
+/** Stores what @p read makes of the part @p part of @p token. */
+template <typename Record, typename Read>
+int readRecord(const char* token, Record** out, std::string_view TokenParts::*part, Read read)
+{
+    if (token == nullptr || out == nullptr)
+    {
+        return 0;
+    }
+    return crypto::guardedCrypto(0,
+                                 [&]
+                                 {
+                                     const std::optional<TokenParts> parts = splitToken(token);
+                                     auto record = parts ? read((*parts).*part) : nullptr;
+                                     if (!record)
+                                     {
+                                         return 0;
+                                     }
+                                     *out = record.release();
+                                     return 1;
+                                 });
 }
 
 } // namespace
@@ -40,7 +186,8 @@ PayloadPtr makePayload(const PayloadTexts& texts, std::uint64_t now)
     {
         return nullptr;
     }
-    const std::string nowText = decimal(now);
+    const bool dated = texts.iat != nullptr && texts.nbf != nullptr;
+    const std::string nowText = dated ? std::string{} : decimal(now);
     if (!copyInto(payload->iat, texts.iat != nullptr ? texts.iat : nowText.c_str()) ||
         !copyInto(payload->nbf, texts.nbf != nullptr ? texts.nbf : nowText.c_str()))
     {
@@ -53,6 +200,88 @@ void giveScopes(JWTPayload& payload, ScopesPtr scopes) noexcept
 {
     payload.scopes_count = scopes.get_deleter().count;
     payload.scopes = scopes.release();
+}
+
+std::optional<TokenParts> splitToken(std::string_view token) noexcept
+{
+    const std::size_t first = token.find('.');
+    const std::size_t second = first == std::string_view::npos ? first : token.find('.', first + 1);
+    if (second == std::string_view::npos)
+    {
+        return std::nullopt;
+    }
+    return TokenParts{token.substr(0, first), token.substr(first + 1, second - first - 1),
+                      token.substr(second + 1), token.substr(0, second)};
+}
+
+std::optional<Json::Value> decodeObject(std::string_view part)
+{
+    const std::optional<crypto::DecodedBytes> text = crypto::decodeBase64Url(part);
+    std::optional<Json::Value> object{std::in_place};
+    if (!text || !parseJsonObject(text->text(), *object))
+    {
+        return std::nullopt;
+    }
+    return object;
+}
+
+HeaderPtr readHeader(std::string_view part)
+{
+    const std::optional<Json::Value> claims = decodeObject(part);
+    if (!claims)
+    {
+        return nullptr;
+    }
+    HeaderPtr header{recordBlock<JWTHeader>(sizeof(JWTHeader), "da_parseJwtHeader", 953).release()};
+    header->typ = textClaim(*claims, "typ").release();
+    header->alg = textClaim(*claims, "alg").release();
+    if (header->alg == nullptr)
+    {
+        return nullptr;
+    }
+    header->kid = textClaim(*claims, "kid").release();
+    return header;
+}
+
+PayloadPtr readPayload(std::string_view part)
+{
+    std::optional<Json::Value> claims = decodeObject(part);
+    if (!claims)
+    {
+        return nullptr;
+    }
+    PayloadPtr payload{
+        recordBlock<JWTPayload>(sizeof(JWTPayload), "da_parseJwtPayload", 812).release()};
+    payload->sub = textClaim(*claims, "sub").release();
+    payload->iss = textClaim(*claims, "iss").release();
+    payload->jti = textClaim(*claims, "jti").release();
+    payload->aud = audienceClaim(*claims).release();
+    payload->act = textClaim(*claims, "act").release();
+    payload->iat = timeClaim(*claims, "iat", 860).release();
+    payload->nbf = timeClaim(*claims, "nbf", 868).release();
+    payload->exp = timeClaim(*claims, "exp", 876).release();
+    const Json::Value* providers = member(*claims, "xidp");
+    if (providers != nullptr && providers->isObject())
+    {
+        payload->xidp = heapJsonText(*providers).release();
+    }
+    payload->ravok_roles = arrayClaim(*claims, "ravok_roles").release();
+    const Json::Value* scope = member(*claims, "scope");
+    if (scope != nullptr && scope->isObject())
+    {
+        giveScopes(*payload, scopesOf(*scope));
+    }
+    else if (scope != nullptr && scope->isString())
+    {
+        payload->scope = splitNames(scope->asCString()).release();
+    }
+    return payload;
+}
+
+ScopesPtr structuredScopes(std::string_view text)
+{
+    Json::Value object;
+    return parseJsonObject(text, object) ? scopesOf(object) : nullptr;
 }
 
 } // namespace bmcoauth::jwt
@@ -134,6 +363,16 @@ extern "C" void free_jwt_payload(JWTPayload* payload)
     freeStrArray(&payload->scope);
     const jwt::ScopesPtr scopes{payload->scopes, {payload->scopes_count}};
     std::free(payload);
+}
+
+extern "C" int get_jwt_header(const char* token, JWTHeader** header)
+{
+    return jwt::readRecord(token, header, &jwt::TokenParts::header, jwt::readHeader);
+}
+
+extern "C" int get_jwt_payload(const char* token, JWTPayload** payload)
+{
+    return jwt::readRecord(token, payload, &jwt::TokenParts::payload, jwt::readPayload);
 }
 
 void print_jwt_scopes(JWTscopes* /*scopes*/, int /*count*/)

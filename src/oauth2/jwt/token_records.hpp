@@ -5,7 +5,11 @@
 
 #include <bmcoauth/token.h>
 
+#include <json/value.h>
+
 #include <cstdint>
+#include <optional>
+#include <string_view>
 
 namespace bmcoauth::jwt
 {
@@ -45,5 +49,35 @@ struct PayloadTexts
 
 /** Hands @p scopes over to @p payload, which has none yet. */
 void giveScopes(JWTPayload& payload, ScopesPtr scopes) noexcept;
+
+/** The parts of a compact token, without the dots, as they stand in it. */
+struct TokenParts
+{
+    std::string_view header;
+    std::string_view payload;
+    std::string_view signature;
+    std::string_view signingInput; /**< header, dot and payload: what the signature covers */
+};
+
+/** Splits @p token at its first two dots; a further dot is left in the signature, where it does
+ *  not decode. Nothing when there are fewer. */
+[[nodiscard]] std::optional<TokenParts> splitToken(std::string_view token) noexcept;
+
+/** The JSON object that the Base64url text @p part encodes; nothing when it is none. */
+[[nodiscard]] std::optional<Json::Value> decodeObject(std::string_view part);
+
+/** The header that @p part of a token encodes; null when it does not decode or has no "alg".
+ *  Throws std::bad_alloc. */
+[[nodiscard]] HeaderPtr readHeader(std::string_view part);
+
+/** The payload that @p part of a token encodes; claims may be missing. Null when it does not
+ *  decode. Throws std::bad_alloc, and jsoncpp's error for a scope value that is no text. */
+[[nodiscard]] PayloadPtr readPayload(std::string_view part);
+
+/** The entries that the members of the JSON object @p text make. Each counts one value, however
+ *  many its member holds; the texts of the others lie behind the pointers, inside the block
+ *  `values`, so that free_jwt_scopes releases them with it. Null when @p text is no object. Throws
+ *  as readPayload does. */
+[[nodiscard]] ScopesPtr structuredScopes(std::string_view text);
 
 } // namespace bmcoauth::jwt

@@ -1,0 +1,382 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "oauth2/jwt/jwt.hpp"
+
+#include "common/clock.hpp"
+#include "common/journal.hpp"
+#include "common/json.hpp"
+#include "crypto/base64.hpp"
+#include "crypto/openssl.hpp"
+#include "oauth2/jwt/signing.hpp"
+#include "oauth2/jwt/token_records.hpp"
+
+#include <bmcoauth/encoding.h>
+#include <bmcoauth/json.h>
+#include <bmcoauth/jwt.h>
+
+#include <array>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace bmcoauth::jwt
+{
+
+namespace
+{
+
+/** What the journal is told when one part of a token cannot be made. */
+struct PartMessages
+{
+    const char* serialization;
+    const char* base64;
+    const char* base64Uri;
+};
+
+constexpr PartMessages headerMessages{"JWT header serialization failed",
+                                      "Base64 encoding the header failed",
+                                      "Base64 URI encoding the header failed"};
+constexpr PartMessages payloadMessages{"JWT payload serialization failed",
+                                       "Base64 encoding the payload failed",
+                                       "Base64 URI encoding the payload failed"};
+
+/** The text form of @p tree; empty, and the journal is told, when it cannot be written. */
+std::string serialized(const Json::Value& tree, const PartMessages& messages)
+{
+    std::string text = json_fastWriter(tree);
+    if (text.empty())
+    {
+        logError(messages.serialization);
+    }
+    return text;
+}
+
+/** The Base64url form of @p text; null, and the journal is told, when it cannot be made. */
+HeapText encoded(std::string_view text, const PartMessages& messages)
+{
+    HeapText result = crypto::encodeBase64(text);
+    if (!result)
+    {
+        logError(messages.base64);
+        return nullptr;
+    }
+    if (base64URIencode(result.get()) == 0)
+    {
+        logError(messages.base64Uri);
+        return nullptr;
+    }
+    return result;
+}
+
+using Field = std::pair<const char*, const char*>;
+
+/** An object of the texts of @p fields, without copying them; nothing when one is null. */
+template <std::size_t count>
+std::optional<Json::Value> objectOfTexts(const std::array<Field, count>& fields)
+{
+    std::optional<Json::Value> object{Json::objectValue};
+    for (const auto& [name, text] : fields)
+    {
+        if (text == nullptr)
+        {
+            return std::nullopt;
+        }
+        (*object)[Json::StaticString{name}] = Json::StaticString{text};
+    }
+    return object;
+}
+
+/** The "scope" claim of @p payload; nothing when an entry lacks a text that it counts. */
+std::optional<Json::Value> scopeClaim(const JWTPayload& payload)
+{
+    std::optional<Json::Value> claim{Json::objectValue};
+    for (int i = 0; i < payload.scopes_count; ++i)
+    {
+        if (payload.scopes == nullptr || payload.scopes[i].name == nullptr)
+        {
+            return std::nullopt;
+        }
+        const JWTscopes& entry = payload.scopes[i];
+        Json::Value values{Json::arrayValue};
+        for (int j = 0; j < entry.count; ++j)
+        {
+            if (entry.values == nullptr || entry.values[j] == nullptr)
+            {
+                return std::nullopt;
+            }
+            values.append(Json::StaticString{entry.values[j]});
+        }
+        (*claim)[Json::StaticString{entry.name}] = std::move(values);
+    }
+    return claim;
+}
+
+std::optional<Json::Value> headerObject(const JWTHeader& header)
+{
+    std::optional<Json::Value> object =
+        objectOfTexts(std::array<Field, 2>{{{"typ", header.typ}, {"alg", header.alg}}});
+    if (object && header.kid != nullptr)
+    {
+        (*object)["kid"] = Json::StaticString{header.kid};
+    }
+    return object;
+}
+
+/** The times go out as strings: the validating reader takes no numbers. */
+std::optional<Json::Value> payloadObject(const JWTPayload& payload)
+{
+    std::optional<Json::Value> object = objectOfTexts(std::array<Field, 6>{{{"sub", payload.sub},
+                                                                            {"iss", payload.iss},
+                                                                            {"jti", payload.jti},
+                                                                            {"iat", payload.iat},
+                                                                            {"nbf", payload.nbf},
+                                                                            {"exp", payload.exp}}});
+    if (object && payload.scopes_count >= 1)
+    {
+        std::optional<Json::Value> scope = scopeClaim(payload);
+        if (!scope)
+        {
+            return std::nullopt;
+        }
+        (*object)["scope"] = std::move(*scope);
+    }
+    return object;
+}
+
+/** What a check of a token comes to; the numbers are part of the interface. */
+enum Verdict : int
+{
+    invalid = 0,
+    valid = 1,
+    expired = 2,
+    failed = 3,
+};
+
+/** One entry of the "scope" claim: every element of its array is a string and counts. */
+bool readScope(const Json::Value& array, JWTscopes& entry)
+{
+    if (!array.isArray())
+    {
+        return false;
+    }
+    if (array.empty())
+    {
+        return true;
+    }
+    entry.values = zeroedBlock<char*>(array.size()).release();
+    if (entry.values == nullptr)
+    {
+        return false;
+    }
+    for (const Json::Value& element : array)
+    {
+        if (!element.isString())
+        {
+            return false;
+        }
+        entry.values[entry.count] = requireHeapText(element.asCString()).release();
+        ++entry.count;
+    }
+    return true;
+}
+
+/** The entries of a "scope" claim; null when it is not an object of arrays of strings, or has no
+ *  member. */
+ScopesPtr readScopes(const Json::Value& claim)
+{
+    if (!claim.isObject() || claim.empty())
+    {
+        return nullptr;
+    }
+    ScopesPtr scopes{zeroedBlock<JWTscopes>(claim.size()).release(),
+                     {static_cast<int>(claim.size())}};
+    if (!scopes)
+    {
+        return nullptr;
+    }
+    JWTscopes* entry = scopes.get();
+    for (auto scope = claim.begin(); scope != claim.end(); ++scope, ++entry)
+    {
+        entry->name = requireHeapText(scope.name().c_str()).release();
+        if (!readScope(*scope, *entry))
+        {
+            return nullptr;
+        }
+    }
+    return scopes;
+}
+
+/** Builds the header record and stores it at @p out. */
+Verdict takeHeader(std::string_view part, JWTHeader** out)
+{
+    const std::optional<Json::Value> object = decodeObject(part);
+    if (!object)
+    {
+        return invalid;
+    }
+    const char* typ = stringMember(*object, "typ");
+    const char* alg = stringMember(*object, "alg");
+    const char* kid = stringMember(*object, "kid");
+    if (typ == nullptr || alg == nullptr || (kid == nullptr && object->isMember("kid")))
+    {
+        return invalid;
+    }
+    JWTHeader* header = create_jwt_header(typ, alg, kid);
+    if (header == nullptr)
+    {
+        return failed;
+    }
+    *out = header;
+    return valid;
+}
+
+/** Checks the period of validity, builds the payload record and stores it at @p out. */
+Verdict takePayload(std::string_view part, std::uint64_t now, JWTPayload** out)
+{
+    const std::optional<Json::Value> claims = decodeObject(part);
+    if (!claims)
+    {
+        return invalid;
+    }
+    const PayloadTexts texts{
+        .sub = stringMember(*claims, "sub"),
+        .jti = stringMember(*claims, "jti"),
+        .iss = stringMember(*claims, "iss"),
+        .iat = stringMember(*claims, "iat"),
+        .nbf = stringMember(*claims, "nbf"),
+        .exp = stringMember(*claims, "exp"),
+    };
+    for (const char* text : {texts.sub, texts.jti, texts.iss, texts.iat, texts.nbf, texts.exp})
+    {
+        if (text == nullptr)
+        {
+            return invalid;
+        }
+    }
+    // Not yet valid comes before expired: a token that is both is invalid.
+    if (now < secondsOf(texts.nbf))
+    {
+        return invalid;
+    }
+    if (now >= secondsOf(texts.exp))
+    {
+        return expired;
+    }
+    const Json::Value* scope = member(*claims, "scope");
+    ScopesPtr scopes = scope != nullptr ? readScopes(*scope) : nullptr;
+    if (scope != nullptr && !scopes)
+    {
+        return invalid;
+    }
+    PayloadPtr payload = makePayload(texts, now);
+    if (!payload)
+    {
+        return failed;
+    }
+    giveScopes(*payload, std::move(scopes));
+    *out = payload.release();
+    return valid;
+}
+
+/** Unlike elsewhere, each record is handed over as soon as it is built: a caller may read who a
+ *  refused token names. */
+Verdict checkToken(std::string_view token, const unsigned char* der, int derLength,
+                   JWTHeader** header, JWTPayload** payload)
+{
+    const std::optional<std::uint64_t> now = currentSeconds();
+    if (!now)
+    {
+        return failed;
+    }
+    const std::optional<TokenParts> parts = splitToken(token);
+    if (!parts)
+    {
+        return invalid;
+    }
+    if (const Verdict taken = takeHeader(parts->header, header); taken != valid)
+    {
+        return taken;
+    }
+    if (const Verdict taken = takePayload(parts->payload, *now, payload); taken != valid)
+    {
+        return taken;
+    }
+    const std::optional<crypto::DecodedBytes> signature = crypto::decodeBase64Url(parts->signature);
+    return signature && verifySignature(parts->signingInput, signature->text(), der, derLength)
+               ? valid
+               : invalid;
+}
+
+int guardedCheck(std::string_view token, const unsigned char* der, int derLength,
+                 JWTHeader** header, JWTPayload** payload)
+{
+    if (header == nullptr || payload == nullptr)
+    {
+        return invalid;
+    }
+    return crypto::guardedCrypto(invalid, [&]
+                                 { return checkToken(token, der, derLength, header, payload); });
+}
+
+} // namespace
+
+HeapText makeToken(const JWTHeader& header, const JWTPayload& payload, const unsigned char* der,
+                   int derLength)
+{
+    const std::optional<Json::Value> headerTree = headerObject(header);
+    const std::optional<Json::Value> payloadTree = payloadObject(payload);
+    if (!headerTree || !payloadTree)
+    {
+        return nullptr;
+    }
+    const std::string headerText = serialized(*headerTree, headerMessages);
+    const std::string payloadText =
+        headerText.empty() ? std::string{} : serialized(*payloadTree, payloadMessages);
+    if (payloadText.empty())
+    {
+        return nullptr;
+    }
+    const HeapText headerPart = encoded(headerText, headerMessages);
+    const HeapText payloadPart = headerPart ? encoded(payloadText, payloadMessages) : nullptr;
+    if (!payloadPart)
+    {
+        return nullptr;
+    }
+    std::string token = headerPart.get();
+    token.append(1, '.').append(payloadPart.get());
+    const HeapText signature = signToken(token, der, derLength);
+    if (!signature)
+    {
+        return nullptr;
+    }
+    token.append(1, '.').append(signature.get());
+    return heapText(token);
+}
+
+} // namespace bmcoauth::jwt
+
+using namespace bmcoauth;
+
+extern "C" char* generateJWT(JWTHeader* header, JWTPayload* payload, const unsigned char* der,
+                             int derLength)
+{
+    if (header == nullptr || payload == nullptr)
+    {
+        return nullptr;
+    }
+    return crypto::guardedCrypto(
+        nullptr, [&] { return jwt::makeToken(*header, *payload, der, derLength).release(); });
+}
+
+extern "C" int validateJWT(const char* token, const unsigned char* der, int derLength,
+                           JWTHeader** header, JWTPayload** payload)
+{
+    return token == nullptr ? jwt::invalid
+                            : jwt::guardedCheck(token, der, derLength, header, payload);
+}
+
+int parseJWT(const std::string& token, const unsigned char* der, int derLength, JWTHeader** header,
+             JWTPayload** payload)
+{
+    return jwt::guardedCheck(token, der, derLength, header, payload);
+}

@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "common/guard.hpp"
+#include "common/json.hpp"
+
+#include <bmcoauth/privileges.h>
+
+#include <iterator>
+#include <string_view>
+
+using namespace bmcoauth;
+
+// Writable, as the services that bind them expect; in the order of the privilege bits.
+const char* ravok_scope_privileges[10] = {
+    "ravok_login",
+    "ravok_configure",
+    "ravok_configureusers",
+    "ravok_clearlogs",
+    "ravok_executeservercontrolcommands",
+    "ravok_accessconsoleredirection",
+    "ravok_accessvirtualmedia",
+    "ravok_testalerts",
+    "ravok_executediagnosticcommands",
+    nullptr,
+};
+const char* xidp_claim_privileges[10] = {
+    "L", "CD", "CU", "CL", "SC", "AR", "VM", "TA", "DC", nullptr,
+};
+
+namespace
+{
+
+using PrivilegeTable = const char* [10];
+
+/** The bits of the entries of @p table that are @p name. */
+unsigned int bitsOf(const PrivilegeTable& table, std::string_view name)
+{
+    static_assert(std::size(PrivilegeTable{}) <= 32);
+    unsigned int mask = 0;
+    for (unsigned int bit = 0; bit < std::size(table) && table[bit] != nullptr; ++bit)
+    {
+        if (name == table[bit])
+        {
+            mask |= 1U << bit;
+        }
+    }
+    return mask;
+}
+
+/** All bytes of the string @p value: a zero byte in a name must not make it equal to a shorter
+ *  one. Empty for what is no string. */
+std::string_view bytesOf(const Json::Value& value)
+{
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    return value.isString() && value.getString(&begin, &end)
+               ? std::string_view{begin, static_cast<std::size_t>(end - begin)}
+               : std::string_view{};
+}
+
+bool isAccepted(std::string_view provider, const char* const* providers)
+{
+    if (provider == "*")
+    {
+        return true;
+    }
+    for (; providers != nullptr && *providers != nullptr; ++providers)
+    {
+        if (provider == *providers)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+unsigned int xidpPrivileges(std::string_view text, const char* const* providers)
+{
+    Json::Value claim;
+    if (!parseJsonObject(text, claim))
+    {
+        return 0;
+    }
+    unsigned int mask = 0;
+    for (auto provider = claim.begin(); provider != claim.end(); ++provider)
+    {
+        if (!provider->isArray() || !isAccepted(provider.name(), providers))
+        {
+            continue;
+        }
+        for (const Json::Value& code : *provider)
+        {
+            mask |= bitsOf(xidp_claim_privileges, bytesOf(code));
+        }
+    }
+    return mask;
+}
+
+} // namespace
+
+unsigned int get_scope_privileges(JWTPayload* payload)
+{
+    unsigned int mask = 0;
+    for (char** name = payload == nullptr ? nullptr : payload->scope;
+         name != nullptr && *name != nullptr; ++name)
+    {
+        mask |= bitsOf(ravok_scope_privileges, *name);
+    }
+    return mask;
+}
+
+unsigned int get_roles_privileges(JWTPayload* payload, userRole_s* roles)
+{
+    unsigned int mask = 0;
+    for (char** name = payload == nullptr ? nullptr : payload->ravok_roles;
+         name != nullptr && *name != nullptr; ++name)
+    {
+        for (const userRole_s* role = roles; role != nullptr && role->name != nullptr; ++role)
+        {
+            if (std::string_view{*name} == role->name)
+            {
+                mask |= role->privileges;
+            }
+        }
+    }
+    return mask;
+}
+
+unsigned int get_xidp_privileges(JWTPayload* payload, const char** providers)
+{
+    if (payload == nullptr || payload->xidp == nullptr)
+    {
+        return 0;
+    }
+    return guarded(0U, [&] { return xidpPrivileges(payload->xidp, providers); });
+}
