@@ -32,5 +32,6 @@
 #include <bmcoauth/signing.h>
 #include <bmcoauth/support.h>
 #include <bmcoauth/token.h>
+#include <bmcoauth/x509.h>
 
 #endif

@@ -34,6 +34,14 @@ using PkeyPtr = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
 using RsaPtr = std::unique_ptr<RSA, Releaser<RSA_free>>;
 using X509Ptr = std::unique_ptr<X509, Releaser<X509_free>>;
 
+inline void releaseBytes(void* bytes) noexcept
+{
+    OPENSSL_free(bytes);
+}
+
+/** Owns bytes that OpenSSL allocated. */
+using BytesPtr = std::unique_ptr<unsigned char, Releaser<releaseBytes>>;
+
 /** Takes back what a call leaves in OpenSSL's error queue, so that the next TLS call of a service
  *  does not report an error of ours. */
 class ErrorMark

@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "keys/certificate.hpp"
+
+#include "common/parameter_list.hpp"
+#include "common/text.hpp"
+
+#include <openssl/asn1t.h>
+#include <openssl/pem.h>
+
+#include <array>
+#include <cstring>
+
+namespace bmcoauth::keys
+{
+
+namespace
+{
+
+/** SubjectPublicKeyInfo, left undecoded. */
+struct KeyInfo
+{
+    ASN1_ENCODING encoding;
+    X509_ALGOR* algorithm;
+    ASN1_BIT_STRING* key;
+};
+
+/** TBSCertificate. */
+struct SignedFields
+{
+    ASN1_INTEGER* version;
+    ASN1_INTEGER* serialNumber;
+    X509_ALGOR* algorithm;
+    X509_NAME* issuer;
+    X509_VAL* validity;
+    X509_NAME* subject;
+    KeyInfo* keyInfo;
+    ASN1_BIT_STRING* issuerId;
+    ASN1_BIT_STRING* subjectId;
+    STACK_OF(X509_EXTENSION) * extensions;
+};
+
+} // namespace
+
+struct CertificateFields
+{
+    SignedFields* content;
+    X509_ALGOR* algorithm;
+    ASN1_BIT_STRING* signature;
+};
+
+namespace
+{
+
+// RFC 5280, section 4.1, out of the very pieces that an X509 is decoded with, so that both accept
+// the same bytes.
+
+// clang-format off
+ASN1_SEQUENCE_enc(KeyInfo, encoding, nullptr) = {
+    ASN1_SIMPLE(KeyInfo, algorithm, X509_ALGOR),
+    ASN1_SIMPLE(KeyInfo, key, ASN1_BIT_STRING),
+} ASN1_SEQUENCE_END_enc(KeyInfo, KeyInfo)
+
+ASN1_SEQUENCE(SignedFields) = {
+    ASN1_EXP_OPT(SignedFields, version, ASN1_INTEGER, 0),
+    ASN1_SIMPLE(SignedFields, serialNumber, ASN1_INTEGER),
+    ASN1_SIMPLE(SignedFields, algorithm, X509_ALGOR),
+    ASN1_SIMPLE(SignedFields, issuer, X509_NAME),
+    ASN1_SIMPLE(SignedFields, validity, X509_VAL),
+    ASN1_SIMPLE(SignedFields, subject, X509_NAME),
+    ASN1_SIMPLE(SignedFields, keyInfo, KeyInfo),
+    ASN1_IMP_OPT(SignedFields, issuerId, ASN1_BIT_STRING, 1),
+    ASN1_IMP_OPT(SignedFields, subjectId, ASN1_BIT_STRING, 2),
+    ASN1_EXP_SEQUENCE_OF_OPT(SignedFields, extensions, X509_EXTENSION, 3),
+} ASN1_SEQUENCE_END(SignedFields)
+
+ASN1_SEQUENCE(CertificateFields) = {
+    ASN1_SIMPLE(CertificateFields, content, SignedFields),
+    ASN1_SIMPLE(CertificateFields, algorithm, X509_ALGOR),
+    ASN1_SIMPLE(CertificateFields, signature, ASN1_BIT_STRING),
+} ASN1_SEQUENCE_END(CertificateFields)
+    // clang-format on
+
+    /** How the SubjectPublicKeyInfo of an uncompressed P-256 key begins (RFC 5480); the point
+       follows.*/
+    constexpr std::array<unsigned char, 26> p256Prefix{
+        0x30, 0x59, 0x30, 0x13, 0x06, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x02, 0x01,
+        0x06, 0x08, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x03, 0x01, 0x07, 0x03, 0x42, 0x00};
+constexpr std::size_t p256PointSize = 65;
+constexpr unsigned char uncompressed = 0x04;
+
+/** The point of @p keyInfo when it is the usual encoding of a P-256 key, else null. */
+const unsigned char* usualPoint(const ASN1_ENCODING& keyInfo) noexcept
+{
+    if (keyInfo.len != static_cast<long>(p256Prefix.size() + p256PointSize) ||
+        std::memcmp(keyInfo.enc, p256Prefix.data(), p256Prefix.size()) != 0)
+    {
+        return nullptr;
+    }
+    const unsigned char* point = keyInfo.enc + p256Prefix.size();
+    return *point == uncompressed ? point : nullptr;
+}
+
+/** The longest common name that is compared, in bytes. */
+constexpr std::size_t comparedName = 17;
+
+constexpr std::string_view beginMarker = "-----BEGIN CERTIFICATE-----\n";
+constexpr std::string_view endMarker = "\n-----END CERTIFICATE-----";
+constexpr std::size_t lineLength = 64;
+
+} // namespace
+
+void releaseFields(CertificateFields* fields) noexcept
+{
+    ASN1_item_free(reinterpret_cast<ASN1_VALUE*>(fields), ASN1_ITEM_rptr(CertificateFields));
+}
+
+Certificate::Certificate(crypto::BytesPtr bytes, long length, FieldsPtr decoded) noexcept
+    : der{std::move(bytes)}, derLength{length}, fields{std::move(decoded)}
+{
+}
+
+std::optional<Certificate> Certificate::read(std::string_view pem) noexcept
+{
+    const crypto::BioPtr source = crypto::readingBio(pem);
+    unsigned char* data = nullptr;
+    long length = 0;
+    if (!source || PEM_bytes_read_bio(&data, &length, nullptr, PEM_STRING_X509, source.get(),
+                                      crypto::refusePassPhrase, nullptr) != 1)
+    {
+        return std::nullopt;
+    }
+    crypto::BytesPtr bytes{data};
+    const unsigned char* position = data;
+    FieldsPtr fields{reinterpret_cast<CertificateFields*>(
+        ASN1_item_d2i(nullptr, &position, length, ASN1_ITEM_rptr(CertificateFields)))};
+    if (!fields)
+    {
+        return std::nullopt;
+    }
+    return Certificate{std::move(bytes), length, std::move(fields)};
+}
+
+std::optional<std::string_view> Certificate::commonName() const noexcept
+{
+    const X509_NAME* subject = fields->content->subject;
+    const int index = X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
+    if (index < 0)
+    {
+        return std::nullopt;
+    }
+    const ASN1_STRING* name = X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, index));
+    return std::string_view{reinterpret_cast<const char*>(ASN1_STRING_get0_data(name)),
+                            static_cast<std::size_t>(ASN1_STRING_length(name))};
+}
+
+crypto::EcKeyPtr Certificate::ecKey() const noexcept
+{
+    if (const unsigned char* point = usualPoint(fields->content->keyInfo->encoding))
+    {
+        crypto::EcKeyPtr key{EC_KEY_new_by_curve_name(NID_X9_62_prime256v1)};
+        // Refuses a point that is off the curve.
+        return key && EC_KEY_oct2key(key.get(), point, p256PointSize, nullptr) == 1 ? std::move(key)
+                                                                                    : nullptr;
+    }
+    // Other curves, compressed points and spelt-out parameters are rare: libcrypto sorts them out.
+    const unsigned char* position = der.get();
+    const crypto::X509Ptr certificate{d2i_X509(nullptr, &position, derLength)};
+    const crypto::PkeyPtr key{certificate ? X509_get_pubkey(certificate.get()) : nullptr};
+    return crypto::EcKeyPtr{key ? EVP_PKEY_get1_EC_KEY(key.get()) : nullptr};
+}
+
+crypto::X509Ptr readX509(std::string_view pem) noexcept
+{
+    const crypto::BioPtr source = crypto::readingBio(pem);
+    return crypto::X509Ptr{
+        source ? PEM_read_bio_X509(source.get(), nullptr, crypto::refusePassPhrase, nullptr)
+               : nullptr};
+}
+
+std::string certificatePem(std::string_view body)
+{
+    std::string pem;
+    pem.reserve(beginMarker.size() + body.size() + body.size() / lineLength + endMarker.size());
+    pem += beginMarker;
+    for (; body.size() > lineLength; body.remove_prefix(lineLength))
+    {
+        pem += body.substr(0, lineLength);
+        pem += '\n';
+    }
+    pem += body;
+    pem += endMarker;
+    return pem;
+}
+
+std::optional<std::string> firstCertificatePem(const HandshakePayload* certificate)
+{
+    char** values = findValues(certificate, "x5c");
+    if (values == nullptr || *values == nullptr)
+    {
+        return std::nullopt;
+    }
+    return certificatePem(*values);
+}
+
+bool isNamed(std::string_view pem, const char* commonName) noexcept
+{
+    const std::optional<Certificate> certificate = Certificate::read(pem);
+    if (!certificate)
+    {
+        return false;
+    }
+    const std::optional<std::string_view> name = certificate->commonName();
+    if (name && name->empty())
+    {
+        return false;
+    }
+    // The whole compared part counts, zero bytes included: a certificate for "corp\0evil" must not
+    // pass for "corp".
+    return commonName == nullptr ||
+           (name && equalIgnoringCase(name->substr(0, comparedName), commonName));
+}
+
+} // namespace bmcoauth::keys

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "common/owners.hpp"
+#include "crypto/openssl.hpp"
+
+#include <bmcoauth/handshake_payload.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace bmcoauth::keys
+{
+
+struct CertificateFields;
+
+void releaseFields(CertificateFields* fields) noexcept;
+
+/** A certificate whose name and key are wanted. It takes a tenth of the time that an X509 takes,
+ *  which decodes its public key at once, and is readable exactly when an X509 is. */
+class Certificate
+{
+public:
+    /** Reads the first certificate of the PEM text @p pem; nothing if it holds none. */
+    [[nodiscard]] static std::optional<Certificate> read(std::string_view pem) noexcept;
+
+    /** The bytes of the subject's first common name as they are encoded, zero bytes included;
+     *  nothing if there is none. They live as long as the certificate. */
+    [[nodiscard]] std::optional<std::string_view> commonName() const noexcept;
+
+    /** The public key; null unless it is an EC key, of whatever curve. */
+    [[nodiscard]] crypto::EcKeyPtr ecKey() const noexcept;
+
+private:
+    using FieldsPtr = std::unique_ptr<CertificateFields, Releaser<releaseFields>>;
+
+    Certificate(crypto::BytesPtr bytes, long length, FieldsPtr decoded) noexcept;
+
+    crypto::BytesPtr der;
+    long derLength;
+    FieldsPtr fields;
+};
+
+/** Reads the first certificate of @p pem into an X509, for what only that can do. */
+[[nodiscard]] crypto::X509Ptr readX509(std::string_view pem) noexcept;
+
+/** The PEM text of the certificate whose bare Base64 text is @p body. */
+[[nodiscard]] std::string certificatePem(std::string_view body);
+
+/** The PEM text of the first "x5c" value of @p certificate, which may be null; nothing if it has
+ *  none. */
+[[nodiscard]] std::optional<std::string> firstCertificatePem(const HandshakePayload* certificate);
+
+/** Whether @p pem is a certificate that may stand under @p commonName, or, where that is null,
+ *  under any name: see validateX509. */
+[[nodiscard]] bool isNamed(std::string_view pem, const char* commonName) noexcept;
+
+} // namespace bmcoauth::keys
