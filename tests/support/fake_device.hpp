@@ -1,0 +1,266 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+/** The device that a test program runs on: its clock, random device, files, marker, journal and
+ *  memory. The test program defines the operating system's calls itself, which the dynamic linker
+ *  prefers for the library as well, so that no test needs root or depends on the machine.
+ *
+ *  Each object takes effect when it is made and puts everything back when it is destroyed; of two
+ *  alive at once, the younger one counts. Without any of them the calls do what they always do, but
+ *  for what would let the machine's own state in: the factory roots' directory is empty, the
+ *  device's marker absent, and nothing reaches the machine's journal. */
+namespace support
+{
+
+/** Which calls something happens to: every one, or `number` of them after the first `after`. */
+struct Calls
+{
+    unsigned int after = 0;
+    unsigned int number = ~0U;
+
+    [[nodiscard]] bool include(unsigned int index) const
+    {
+        return index >= after && index - after < number;
+    }
+};
+
+/** FakeClock stops the clock: `time` gives what it is set to, in seconds since the epoch. */
+class FakeClock
+{
+public:
+    explicit FakeClock(std::time_t seconds);
+    FakeClock(const FakeClock&) = delete;
+    FakeClock& operator=(const FakeClock&) = delete;
+    ~FakeClock();
+
+    void set(std::time_t seconds);
+    void advance(std::time_t seconds);
+
+    /** From now on `gmtime_r` gives null, as for a year that does not fit. */
+    void failBreakingDown();
+
+private:
+    std::time_t previousSeconds;
+    int previousMode;
+};
+
+/** FakeRandom is what "/dev/urandom" gives: the given bytes, again from their start when they are
+ *  used up (none at all: zeros), until told to fail.
+ *
+ *  Only the device file is replaced; OpenSSL takes its own random numbers from elsewhere. */
+class FakeRandom
+{
+public:
+    explicit FakeRandom(std::string_view bytes = {});
+    FakeRandom(const FakeRandom&) = delete;
+    FakeRandom& operator=(const FakeRandom&) = delete;
+    ~FakeRandom();
+
+    /** Opening fails with `error`: ENOENT, EACCES, EMFILE... */
+    void failOpening(int error, Calls calls = {});
+
+    /** Reading fails with `error`: EIO, EINTR... */
+    void failReading(int error, Calls calls = {});
+
+    /** Reading gives `missing` bytes less than asked for. */
+    void shortenReading(std::size_t missing, Calls calls = {});
+
+    /** How often the device was opened and read so far, failing attempts included. */
+    [[nodiscard]] unsigned int opens() const;
+    [[nodiscard]] unsigned int reads() const;
+
+    /** How many bytes were asked for so far. */
+    [[nodiscard]] std::size_t bytesAskedFor() const;
+
+    // What the replaced calls ask.
+    [[nodiscard]] int onOpen();
+    [[nodiscard]] ssize_t onRead(void* buffer, std::size_t size);
+
+private:
+    struct Failure
+    {
+        int error = 0;
+        Calls calls{0, 0};
+    };
+
+    mutable std::mutex mutex;
+    std::string source;
+    std::size_t position = 0;
+    Failure openFailure;
+    Failure readFailure;
+    std::size_t missingBytes = 0;
+    Calls shortReads{0, 0};
+    unsigned int openCount = 0;
+    unsigned int readCount = 0;
+    std::size_t byteCount = 0;
+    FakeRandom* previous;
+};
+
+/** One file that was opened while a FakeFiles is alive, whether it was there or not. */
+struct Opening
+{
+    std::string path;
+    bool closeOnExec = false;
+    bool forWriting = false;
+    /** The mode that a created file is given; 0666 for `fopen`. */
+    mode_t mode = 0;
+};
+
+/** FakeFiles puts files of the device at absolute paths, without touching the machine's. Files can
+ *  be read, not written: what a test has written belongs into a TemporaryDirectory, and "/dev/full"
+ *  is a file that can be opened but never written. */
+class FakeFiles
+{
+public:
+    FakeFiles();
+    FakeFiles(const FakeFiles&) = delete;
+    FakeFiles& operator=(const FakeFiles&) = delete;
+    ~FakeFiles();
+
+    /** There is a file at `path` with these bytes. */
+    void put(const std::string& path, std::string contents);
+
+    /** Opening `path`, or asking whether it exists, fails with `error`: ENOENT, EACCES, EMFILE...
+     */
+    void fail(const std::string& path, int error);
+
+    /** `path` can be opened, but each read fails with EISDIR. */
+    void failReading(const std::string& path);
+
+    /** Every file opened so far, in order. */
+    [[nodiscard]] std::vector<Opening> openings() const;
+
+    /** What the replaced calls ask: a descriptor, or -1 with errno set, or `notMapped`. */
+    static constexpr int notMapped = -2;
+    [[nodiscard]] int onOpen(const Opening& opening);
+    [[nodiscard]] int onAccess(const char* path);
+
+private:
+    struct File
+    {
+        std::string contents;
+        int error = 0;
+        bool readable = true;
+    };
+
+    mutable std::mutex mutex;
+    std::map<std::string, File, std::less<>> files;
+    std::vector<Opening> opened;
+    FakeFiles* previous;
+};
+
+/** MarkerFile: the device's marker file exists while this is alive. It is there, but may not be
+ *  read, so asking for more than its existence is answered with EACCES. */
+class MarkerFile
+{
+public:
+    MarkerFile();
+    MarkerFile(const MarkerFile&) = delete;
+    MarkerFile& operator=(const MarkerFile&) = delete;
+    ~MarkerFile();
+};
+
+/** FailAllocation makes the `nth` allocation of this thread fail, counted from 1 from its making
+ * on: malloc, calloc, realloc, aligned_alloc, strdup, strndup and new, by whomever. Other threads
+ * are not touched. `onceOnly` lets later ones succeed; `fromThenOn` is memory that stays exhausted.
+ *
+ *  GoogleTest allocates too: ask `reached` before the first expectation. */
+class FailAllocation
+{
+public:
+    enum Extent
+    {
+        onceOnly,
+        fromThenOn
+    };
+
+    explicit FailAllocation(unsigned int nth, Extent extent = onceOnly);
+    FailAllocation(const FailAllocation&) = delete;
+    FailAllocation& operator=(const FailAllocation&) = delete;
+    ~FailAllocation();
+
+    /** Whether an allocation failed. Ends the failing and the counting. */
+    [[nodiscard]] bool reached();
+
+    /** Ends the failing and the counting. */
+    void stop();
+
+private:
+    bool failed = false;
+    bool armed = true;
+};
+
+/** Runs `body(failure)` with the first allocation failing, then the second, and so on, until a run
+ *  reaches no failure any more; `body` asks `failure.reached()` and checks what holds in each case.
+ */
+template <typename Body>
+void withEachAllocationFailing(const Body& body,
+                               FailAllocation::Extent extent = FailAllocation::onceOnly)
+{
+    bool more = true;
+    for (unsigned int nth = 1; more; ++nth)
+    {
+        struct Recorder : FailAllocation
+        {
+            using FailAllocation::FailAllocation;
+
+            [[nodiscard]] bool reached()
+            {
+                seen = FailAllocation::reached() || seen;
+                return seen;
+            }
+
+            bool seen = false;
+        };
+        Recorder failure{nth, extent};
+        body(failure);
+        more = failure.reached();
+    }
+}
+
+/** JournalEntries keeps what is sent to the system journal instead of letting it go there. */
+class JournalEntries
+{
+public:
+    /** One field after the other as the journal receives them. */
+    using Entry = std::multimap<std::string, std::string, std::less<>>;
+
+    /** `error` other than 0: sending fails with it (ENOENT: there is no journal). */
+    explicit JournalEntries(int error = 0);
+    JournalEntries(const JournalEntries&) = delete;
+    JournalEntries& operator=(const JournalEntries&) = delete;
+    ~JournalEntries();
+
+    /** Every entry so far, in order. */
+    [[nodiscard]] std::vector<Entry> all() const;
+
+    /** The field MESSAGE of every entry so far. */
+    [[nodiscard]] std::vector<std::string> messages() const;
+
+    // What the replaced call asks: 0, or the error.
+    [[nodiscard]] int onSend(std::string_view datagram);
+
+private:
+    mutable std::mutex mutex;
+    std::vector<Entry> entries;
+    int sendError;
+    JournalEntries* previous;
+};
+
+/** The value of a field that the entry carries exactly once; a text that says so otherwise. */
+[[nodiscard]] std::string field(const JournalEntries::Entry& entry, std::string_view name);
+
+} // namespace support

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace support
+{
+
+/** A text that no parser may crash on. */
+struct HostileText
+{
+    /** What is wrong with it, for SCOPED_TRACE. */
+    const char* name;
+    std::string text;
+};
+
+/** Texts to hand to every function that reads JSON: nested thousands deep, of another root, cut
+ *  off, garbage, huge. None holds a NUL, and none is a JSON object, so that failure is the one
+ *  answer to each. */
+[[nodiscard]] const std::vector<HostileText>& hostileTexts();
+
+/** Texts that are objects, but hardly those that a function expects: what they make of them is
+ *  theirs to say, as long as they come back. */
+[[nodiscard]] const std::vector<HostileText>& oddObjects();
+
+/** An object whose one member `name` holds arrays nested `depth` deep. Parsing must succeed below
+ *  250 and fail above 1000. */
+[[nodiscard]] std::string nestedMember(std::string_view name, int depth);
+
+/** Values of every JSON type, as they stand in a text, to put where another type is expected. */
+[[nodiscard]] const std::vector<std::string>& jsonValuesOfEveryType();
+
+} // namespace support

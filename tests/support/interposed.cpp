@@ -1,0 +1,393 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// The calls of the operating system that test programs replace. Each is defined under its own
+// name, and under those that the C library's headers turn it into for large files.
+#undef _FILE_OFFSET_BITS
+#undef _FORTIFY_SOURCE
+#undef _TIME_BITS
+#include "support/interposed.hpp"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+// Where a sanitizer's runtime is part of the program itself, its allocator stands behind these
+// names: the next definition after ours would be the C library's, which its `free` does not know.
+extern "C"
+{
+    [[gnu::weak]] void* __interceptor_malloc(std::size_t size);
+    [[gnu::weak]] void* __interceptor_calloc(std::size_t count, std::size_t size);
+    [[gnu::weak]] void* __interceptor_realloc(void* block, std::size_t size);
+    [[gnu::weak]] void* __interceptor_aligned_alloc(std::size_t alignment, std::size_t size);
+}
+
+namespace support::interposed
+{
+
+constinit thread_local Allocations allocations{};
+
+namespace
+{
+
+/** The definition that would be called if the test program had none. Looked up at the first call,
+ *  which may come before any constructor has run; two threads doing it at once find the same. */
+template <typename Function>
+class Real
+{
+public:
+    constexpr explicit Real(const char* functionName) : name{functionName}
+    {
+    }
+
+    Function* operator*()
+    {
+        Function* function = found.load(std::memory_order_relaxed);
+        if (function == nullptr)
+        {
+            const QuietAllocations quiet;
+            function = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+            found.store(function, std::memory_order_relaxed);
+        }
+        return function;
+    }
+
+private:
+    const char* name;
+    std::atomic<Function*> found = nullptr;
+};
+
+constinit Real<void*(std::size_t)> realMalloc{"malloc"};
+constinit Real<void*(std::size_t, std::size_t)> realCalloc{"calloc"};
+constinit Real<void*(void*, std::size_t)> realRealloc{"realloc"};
+constinit Real<void*(std::size_t, std::size_t)> realAlignedAlloc{"aligned_alloc"};
+constinit Real<int(const char*, int, ...)> realOpen64{"open64"};
+constinit Real<std::FILE*(const char*, const char*)> realFopen{"fopen64"};
+constinit Real<int(const char*, int)> realAccess{"access"};
+constinit Real<ssize_t(int, void*, std::size_t)> realRead{"read"};
+constinit Real<std::time_t(std::time_t*)> realTime{"time"};
+constinit Real<std::tm*(const std::time_t*, std::tm*)> realGmtimeR{"gmtime_r"};
+constinit Real<ssize_t(int, const msghdr*, int)> realSendmsg{"sendmsg"};
+
+/** Whether this allocation is the one to fail; errno is then set as by the real one. */
+bool failsNow()
+{
+    Allocations& state = allocations;
+    if (state.failed == nullptr || state.remaining == 0 || --state.remaining > 0)
+    {
+        return false;
+    }
+    *state.failed = true;
+    if (state.stayExhausted)
+    {
+        state.remaining = 1;
+    }
+    errno = ENOMEM;
+    return true;
+}
+
+int openAnywhere(const char* path, int flags, mode_t mode)
+{
+    const int descriptor = openFake(path, {.path = {},
+                                           .closeOnExec = (flags & O_CLOEXEC) != 0,
+                                           .forWriting = (flags & O_ACCMODE) != O_RDONLY,
+                                           .mode = mode});
+    return descriptor != FakeFiles::notMapped ? descriptor
+                                              : interposed::realOpen(path, flags, mode);
+}
+
+mode_t modeArgument(int flags, std::va_list& arguments)
+{
+    // A narrower mode_t would arrive promoted to int.
+    return (flags & (O_CREAT | __O_TMPFILE)) != 0
+               ? static_cast<mode_t>(va_arg(arguments, unsigned int))
+               : mode_t{0};
+}
+
+std::FILE* fopenAnywhere(const char* path, const char* mode)
+{
+    const int descriptor =
+        openFake(path, {.path = {},
+                        .closeOnExec = std::strchr(mode, 'e') != nullptr,
+                        .forWriting = mode[0] != 'r' || std::strchr(mode, '+') != nullptr,
+                        .mode = 0666});
+    if (descriptor == FakeFiles::notMapped)
+    {
+        return (*realFopen)(path, mode);
+    }
+    std::FILE* const file = descriptor < 0 ? nullptr : fdopen(descriptor, mode);
+    if (descriptor >= 0 && file == nullptr)
+    {
+        close(descriptor);
+    }
+    return file;
+}
+
+bool isRandomDevice(int descriptor)
+{
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 && S_ISCHR(status.st_mode) &&
+           status.st_rdev == makedev(1, 9);
+}
+
+ssize_t readAnywhere(int descriptor, void* buffer, std::size_t size)
+{
+    FakeRandom* const random = randomFake();
+    return random != nullptr && isRandomDevice(descriptor) ? random->onRead(buffer, size)
+                                                           : (*realRead)(descriptor, buffer, size);
+}
+
+bool goesToJournal(const msghdr& message)
+{
+    const auto* const address = static_cast<const sockaddr*>(message.msg_name);
+    constexpr std::string_view path = "/run/systemd/journal/socket";
+    return address != nullptr && address->sa_family == AF_UNIX &&
+           message.msg_namelen >= offsetof(sockaddr_un, sun_path) + path.size() &&
+           std::string_view{reinterpret_cast<const sockaddr_un*>(address)->sun_path}.starts_with(
+               path);
+}
+
+void* newBlock(std::size_t size)
+{
+    void* const block = std::malloc(size == 0 ? 1 : size);
+    if (block == nullptr)
+    {
+        throw std::bad_alloc{};
+    }
+    return block;
+}
+
+} // namespace
+
+int realOpen(const char* path, int flags, mode_t mode)
+{
+    return (*realOpen64)(path, flags, mode);
+}
+
+} // namespace support::interposed
+
+using namespace support::interposed;
+
+extern "C"
+{
+
+    void* malloc(std::size_t size) noexcept
+    {
+        if (failsNow())
+        {
+            return nullptr;
+        }
+        return __interceptor_malloc != nullptr ? __interceptor_malloc(size) : (*realMalloc)(size);
+    }
+
+    void* calloc(std::size_t count, std::size_t size) noexcept
+    {
+        if (failsNow())
+        {
+            return nullptr;
+        }
+        return __interceptor_calloc != nullptr ? __interceptor_calloc(count, size)
+                                               : (*realCalloc)(count, size);
+    }
+
+    void* realloc(void* block, std::size_t size) noexcept
+    {
+        if (failsNow())
+        {
+            return nullptr;
+        }
+        return __interceptor_realloc != nullptr ? __interceptor_realloc(block, size)
+                                                : (*realRealloc)(block, size);
+    }
+
+    void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept
+    {
+        if (failsNow())
+        {
+            return nullptr;
+        }
+        return __interceptor_aligned_alloc != nullptr ? __interceptor_aligned_alloc(alignment, size)
+                                                      : (*realAlignedAlloc)(alignment, size);
+    }
+
+    // A sanitizer's own copies of these two would not come by `malloc` above.
+    char* strndup(const char* text, std::size_t limit) noexcept
+    {
+        const std::size_t length = strnlen(text, limit);
+        auto* const copy = static_cast<char*>(std::malloc(length + 1));
+        if (copy != nullptr)
+        {
+            std::memcpy(copy, text, length);
+            copy[length] = '\0';
+        }
+        return copy;
+    }
+
+    char* strdup(const char* text) noexcept
+    {
+        return strndup(text, std::strlen(text));
+    }
+
+    int open(const char* path, int flags, ...)
+    {
+        std::va_list arguments;
+        va_start(arguments, flags);
+        const mode_t mode = modeArgument(flags, arguments);
+        va_end(arguments);
+        return openAnywhere(path, flags, mode);
+    }
+
+    int open64(const char* path, int flags, ...)
+    {
+        std::va_list arguments;
+        va_start(arguments, flags);
+        const mode_t mode = modeArgument(flags, arguments);
+        va_end(arguments);
+        return openAnywhere(path, flags, mode);
+    }
+
+    int __open_2(const char* path, int flags)
+    {
+        return openAnywhere(path, flags, 0);
+    }
+
+    int __open64_2(const char* path, int flags)
+    {
+        return openAnywhere(path, flags, 0);
+    }
+
+    std::FILE* fopen(const char* path, const char* mode)
+    {
+        return fopenAnywhere(path, mode);
+    }
+
+    std::FILE* fopen64(const char* path, const char* mode)
+    {
+        return fopenAnywhere(path, mode);
+    }
+
+    int access(const char* path, int mode) noexcept
+    {
+        const int answer = accessFake(path, mode);
+        return answer != support::FakeFiles::notMapped ? answer : (*realAccess)(path, mode);
+    }
+
+    ssize_t read(int descriptor, void* buffer, std::size_t size)
+    {
+        return readAnywhere(descriptor, buffer, size);
+    }
+
+    ssize_t __read_chk(int descriptor, void* buffer, std::size_t size, std::size_t room)
+    {
+        if (size > room)
+        {
+            std::abort();
+        }
+        return readAnywhere(descriptor, buffer, size);
+    }
+
+    std::time_t time(std::time_t* out) noexcept
+    {
+        std::time_t seconds = 0;
+        if (!clockStopped(seconds))
+        {
+            return (*realTime)(out);
+        }
+        if (out != nullptr)
+        {
+            *out = seconds;
+        }
+        return seconds;
+    }
+
+    std::tm* gmtime_r(const std::time_t* seconds, std::tm* out) noexcept
+    {
+        if (clockBroken())
+        {
+            errno = EOVERFLOW;
+            return nullptr;
+        }
+        return (*realGmtimeR)(seconds, out);
+    }
+
+    ssize_t sendmsg(int descriptor, const msghdr* message, int flags)
+    {
+        if (!goesToJournal(*message))
+        {
+            return (*realSendmsg)(descriptor, message, flags);
+        }
+        const QuietAllocations quiet;
+        std::string datagram;
+        for (std::size_t part = 0; part < message->msg_iovlen; ++part)
+        {
+            const iovec& piece = message->msg_iov[part];
+            datagram.append(static_cast<const char*>(piece.iov_base), piece.iov_len);
+        }
+        const int error = sendFake(datagram);
+        errno = error != 0 ? error : errno;
+        return error != 0 ? -1 : static_cast<ssize_t>(datagram.size());
+    }
+
+} // extern "C"
+
+// All forms together, so that what one of them gives is always released by its like, also where a
+// sanitizer would otherwise serve some of them.
+void* operator new(std::size_t size)
+{
+    return newBlock(size);
+}
+
+void* operator new[](std::size_t size)
+{
+    return newBlock(size);
+}
+
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept
+{
+    return std::malloc(size == 0 ? 1 : size);
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept
+{
+    return std::malloc(size == 0 ? 1 : size);
+}
+
+void operator delete(void* block) noexcept
+{
+    std::free(block);
+}
+
+void operator delete[](void* block) noexcept
+{
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t /*size*/) noexcept
+{
+    std::free(block);
+}
+
+void operator delete[](void* block, std::size_t /*size*/) noexcept
+{
+    std::free(block);
+}
+
+void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept
+{
+    std::free(block);
+}
+
+void operator delete[](void* block, const std::nothrow_t& /*tag*/) noexcept
+{
+    std::free(block);
+}
