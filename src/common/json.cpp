@@ -10,6 +10,7 @@
 
 #include <strutil.h>
 
+#include <algorithm>
 #include <functional>
 #include <new>
 #include <sstream>
@@ -167,6 +168,12 @@ HeapText heapJsonText(const Json::Value& tree)
 {
     const std::string text = jsonText(tree);
     return text.empty() ? nullptr : requireHeapText(text);
+}
+
+bool isArrayOfStrings(const Json::Value& value)
+{
+    return value.isArray() &&
+           std::all_of(value.begin(), value.end(), std::mem_fn(&Json::Value::isString));
 }
 
 StringArray stringsOf(const Json::Value& array)

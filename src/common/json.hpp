@@ -29,6 +29,9 @@ namespace bmcoauth
 /** The text form on the C heap; null when there is none. Throws std::bad_alloc. */
 [[nodiscard]] HeapText heapJsonText(const Json::Value& tree);
 
+/** Whether @p value is an array that holds strings only, or nothing. */
+[[nodiscard]] bool isArrayOfStrings(const Json::Value& value);
+
 /** A new string array of those elements of the JSON array @p array that are strings, in order.
  *  Throws std::bad_alloc. */
 [[nodiscard]] StringArray stringsOf(const Json::Value& array);

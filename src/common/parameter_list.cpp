@@ -59,14 +59,7 @@ StringArray valuesOf(const Json::Value& value)
         *single = requireHeapText(value.asCString()).release();
         return single;
     }
-    for (const Json::Value& element : value)
-    {
-        if (!element.isString())
-        {
-            return nullptr;
-        }
-    }
-    return stringsOf(value);
+    return isArrayOfStrings(value) ? stringsOf(value) : nullptr;
 }
 
 } // namespace
