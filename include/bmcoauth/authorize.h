@@ -4,6 +4,7 @@
 
 #include <bmcoauth/export.h>
 #include <bmcoauth/handshake_payload.h>
+#include <bmcoauth/token.h>
 
 /** KestPolicyAuth is one name/value pair of a policy list.
  *
@@ -44,6 +45,18 @@ typedef struct AuthorizeResponse
     char* token_type;
     char* issued_at;
 } AuthorizeResponse;
+
+/** AuthorizeClaims is what a service wants in the access tokens that authorize_client issues.
+ *
+ *  Any of the pointers may be null. The record stays the service's. */
+typedef struct AuthorizeClaims
+{
+    char* subject; /**< the claim "sub"; null for "EC OAuth Token" */
+    char* issuer;  /**< the claim "iss"; null for "EC" */
+    JWTscopes*
+        scopes;      /**< `scope_count` entries of the claim "scope", each with a name and values */
+    int scope_count; /**< 0 or less for no "scope" */
+} AuthorizeClaims;
 
 BMCOAUTH_PLAIN_BEGIN
 
@@ -113,6 +126,44 @@ BMCOAUTH_API char* write_authorize_response(AuthorizeResponse* response);
 
 /** free_kest_policy_response releases a policy list; null is nothing to do. */
 BMCOAUTH_API void free_kest_policy_response(KestPolicyAuth* policy);
+
+/** client_authorize issues tokens for a request that is given as JSON text, and gives the response
+ *  as JSON text.
+ *
+ *  NOTE: it checks nothing but the shape of the request (see parse_authorize_request): who sends
+ * it, and whether secret, refresh token and handshake are right, the caller must have verified. The
+ *  access token is signed with a throwaway key, so that no key verifies it later.
+ *
+ *  Returns null if the request is refused or no tokens can be issued. */
+BMCOAUTH_API char* client_authorize(const char* text);
+
+/** authorize_client issues an access token, a JSON Web Token signed with ES256 (RFC 7519,
+ *  RFC 7518), and a refresh token of 16 random bytes in Base64, and puts them into a response.
+ *
+ *  `der` is the service's private key, `derLength` bytes of an ECPrivateKey structure (RFC 5915) on
+ *  P-256; with null the token is signed with a throwaway key. `response_template` gives lifetime
+ *  and token type, `claims` the claims; each may be null. Without a template the token lives 3600
+ *  seconds and is of the type "bearer".
+ *
+ *  The lifetime is read from the template as `strtoull` reads a number of any base: "0x258" is 600
+ *  seconds. NOTE: a text that is no number, or zero, gives a token that lives 3600 seconds,
+ * although the response repeats that text. A lifetime that carries the expiry beyond 64 bits wraps
+ * around.
+ *
+ *  The caller releases the response with free_authorize_response. Returns null if `state` or a text
+ *  of the template is null, if a scope entry has no name, no values, a null value, or a count below
+ *  1, if the key does not sign, if there are no random bytes, if the clock cannot be read, or if
+ *  memory runs out. */
+BMCOAUTH_API AuthorizeResponse* authorize_client(const char* state, const unsigned char* der,
+                                                 unsigned int derLength,
+                                                 AuthorizeResponse* response_template,
+                                                 AuthorizeClaims* claims);
+
+/** configure_auth_response makes a template for authorize_client: a response whose lifetime is
+ *  `expires_in`, "3600" if null, and whose token type is `token_type`, "bearer" if null. Its other
+ *  texts are empty. */
+BMCOAUTH_API AuthorizeResponse* configure_auth_response(const char* expires_in,
+                                                        const char* token_type);
 
 BMCOAUTH_PLAIN_END
 

@@ -14,9 +14,10 @@ using PolicyList = std::unique_ptr<KestPolicyAuth, Releaser<free_kest_policy_res
 using Request = std::unique_ptr<AuthorizeRequest, Releaser<free_authorize_request>>;
 using Response = std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_response>>;
 
-/** create_authorize_response for a caller that has read the clock: a record issued at @p now. */
-[[nodiscard]] Response makeResponse(const char* state, const char* accessToken,
-                                    const char* refreshToken, const char* expiresIn,
-                                    const char* tokenType, std::uint64_t now);
+/** create_authorize_response for a caller that has read the clock: a record issued at @p now. The
+ *  tokens are handed over, so that no copy of a secret is left in the heap. */
+[[nodiscard]] Response makeResponse(const char* state, HeapText accessToken, HeapText refreshToken,
+                                    const char* expiresIn, const char* tokenType,
+                                    std::uint64_t now);
 
 } // namespace bmcoauth::authorize

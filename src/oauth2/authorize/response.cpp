@@ -7,7 +7,7 @@
 namespace bmcoauth::authorize
 {
 
-Response makeResponse(const char* state, const char* accessToken, const char* refreshToken,
+Response makeResponse(const char* state, HeapText accessToken, HeapText refreshToken,
                       const char* expiresIn, const char* tokenType, std::uint64_t now)
 {
     Response response{zeroedBlock<AuthorizeResponse>(1).release()};
@@ -16,8 +16,8 @@ Response makeResponse(const char* state, const char* accessToken, const char* re
         return nullptr;
     }
     response->state = copyText(state).release();
-    response->access_token = copyText(accessToken).release();
-    response->refresh_token = copyText(refreshToken).release();
+    response->access_token = accessToken.release();
+    response->refresh_token = refreshToken.release();
     response->expires_in = copyText(expiresIn).release();
     response->issued_at = heapText(decimal(now)).release();
     response->token_type = copyText(tokenType).release();
@@ -57,8 +57,9 @@ extern "C" AuthorizeResponse* create_authorize_response(const char* state, const
                    [&]() -> AuthorizeResponse*
                    {
                        const std::optional<std::uint64_t> now = currentSeconds();
-                       return now ? makeResponse(state, access_token, refresh_token, expires_in,
-                                                 token_type, *now)
+                       return now ? makeResponse(state, copyText(access_token),
+                                                 copyText(refresh_token), expires_in, token_type,
+                                                 *now)
                                         .release()
                                   : nullptr;
                    });
