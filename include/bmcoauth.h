@@ -29,6 +29,7 @@
 #include <bmcoauth/jwk.h>
 #include <bmcoauth/jwt.h>
 #include <bmcoauth/privileges.h>
+#include <bmcoauth/register.h>
 #include <bmcoauth/signing.h>
 #include <bmcoauth/support.h>
 #include <bmcoauth/token.h>

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "common/json.hpp"
+#include "common/parameter_list.hpp"
+#include "keys/jwk.hpp"
+
+#include <new>
+
+namespace bmcoauth::registration
+{
+
+/** The parameters whose values readers expect as an array; the first one without a value ends the
+ *  walk over any list of a registration document. */
+inline constexpr ListForm writtenChallenge{.alwaysArray = "T", .noValue = NoValue::stop};
+inline constexpr ListForm writtenResponse{.alwaysArray = "R", .noValue = NoValue::stop};
+inline constexpr ListForm writtenCertificate{.alwaysArray = "x5c", .noValue = NoValue::stop};
+
+/** An array with an object for each key of @p list, which is not null. */
+[[nodiscard]] Json::Value arrayOfKeys(const jwk* const* list);
+[[nodiscard]] Json::Value arrayOfCertificates(const HandshakePayload* const* list);
+
+/** Reads the member @p name of @p object as a list of keys. A member that is missing, no array or
+ *  empty leaves @p list as it is. False when an element is no such key. Throws std::bad_alloc. */
+[[nodiscard]] bool readKeys(const Json::Value& object, const char* name, keys::KeyList& list);
+[[nodiscard]] bool readCertificates(const Json::Value& object, const char* name,
+                                    keys::CertificateKeyList& list);
+
+} // namespace bmcoauth::registration

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "common/guard.hpp"
+#include "common/json.hpp"
+
+#include <bmcoauth/json.h>
+#include <bmcoauth/register.h>
+
+#include <optional>
+
+using namespace bmcoauth;
+
+namespace
+{
+
+using OidcResponse = std::unique_ptr<OidcRegisterResponse, Releaser<free_oidc_register_response>>;
+
+char* optionalText(const Json::Value& document, const char* name)
+{
+    const char* text = stringMember(document, name);
+    return text == nullptr ? nullptr : requireHeapText(text).release();
+}
+
+/** The decimal text of the member @p name; null where it is no unsigned number. */
+HeapText numberText(Json::Value& document, const char* name)
+{
+    unsigned int number = 0;
+    return json_to_uint(document, name, &number) == 1 ? requireHeapText(std::to_string(number))
+                                                      : nullptr;
+}
+
+OidcResponse readAnswer(const char* text)
+{
+    Json::Value document;
+    if (!parseJsonObject(text, document))
+    {
+        return nullptr;
+    }
+    OidcResponse answer{zeroedBlock<OidcRegisterResponse>(1).release()};
+    if (!answer)
+    {
+        return nullptr;
+    }
+    answer->client_id = optionalText(document, "client_id");
+    if (answer->client_id == nullptr)
+    {
+        return nullptr;
+    }
+    answer->client_secret = optionalText(document, "client_secret");
+    // The expiry is the secret's: without one it is neither asked for nor looked at.
+    HeapText expiry = answer->client_secret == nullptr
+                          ? requireHeapText("0")
+                          : numberText(document, "client_secret_expires_at");
+    if (!expiry)
+    {
+        return nullptr;
+    }
+    answer->client_secret_expires_at = expiry.release();
+    answer->registration_client_uri = optionalText(document, "registration_client_uri");
+    answer->registration_access_token = optionalText(document, "registration_access_token");
+    answer->client_id_issued_at = numberText(document, "client_id_issued_at").release();
+    return answer;
+}
+
+} // namespace
+
+extern "C" OidcRegisterResponse* parse_oidc_register_response(const char* text)
+{
+    if (text == nullptr)
+    {
+        return nullptr;
+    }
+    return guarded(nullptr, [&] { return readAnswer(text).release(); });
+}
+
+extern "C" void free_oidc_register_response(OidcRegisterResponse* response)
+{
+    if (response == nullptr)
+    {
+        return;
+    }
+    std::free(response->client_id);
+    std::free(response->client_secret);
+    std::free(response->registration_access_token);
+    std::free(response->registration_client_uri);
+    std::free(response->client_id_issued_at);
+    std::free(response->client_secret_expires_at);
+    std::free(response);
+}

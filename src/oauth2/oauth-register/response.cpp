@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "common/clock.hpp"
+#include "common/guard.hpp"
+#include "oauth2/oauth-register/key_lists.hpp"
+#include "oauth2/oauth-register/records.hpp"
+
+#include <bmcoauth/support.h>
+
+#include <cerrno>
+
+namespace bmcoauth::registration
+{
+
+namespace
+{
+
+/** Whether @p text begins with a number that a `long` holds and that is not negative. The width of
+ *  `long` is the platform's: 32 bits on a controller. */
+bool isLifetime(const char* text) noexcept
+{
+    if (text == nullptr)
+    {
+        return false;
+    }
+    char* end = nullptr;
+    errno = 0;
+    const long seconds = std::strtol(text, &end, 10);
+    return end != text && errno != ERANGE && seconds >= 0;
+}
+
+} // namespace
+
+Response makeResponse(HeapText secret, HeapText id, const ResponseSettings& settings)
+{
+    const std::optional<std::uint64_t> now = currentSeconds();
+    Response response{zeroedBlock<RegisterResponse>(1).release()};
+    if (!now || !response || !secret || !id || !isLifetime(settings.secretExpiresIn))
+    {
+        return nullptr;
+    }
+    response->client_secret = secret.release();
+    response->client_id = id.release();
+    response->client_secret_expires_in = copyText(settings.secretExpiresIn).release();
+    response->issued_at = heapText(decimal(*now)).release();
+    response->ssl_cert_cryptex = copyText(settings.sslCertCryptex).release();
+    if (response->client_secret_expires_in == nullptr || response->issued_at == nullptr ||
+        (settings.sslCertCryptex != nullptr && response->ssl_cert_cryptex == nullptr))
+    {
+        return nullptr;
+    }
+    // A list that cannot be copied is absent, as one that was not given.
+    response->handshake_challenge = set_handshake_payload(settings.challenge);
+    response->handshake_response = set_handshake_payload(settings.handshakeResponse);
+    response->grant_types = set_char_array(settings.grantTypes);
+    response->kest_policy_auth_types = set_char_array(settings.policyTypes);
+    response->kest_policy_auth_req = set_char_array(settings.policyRequired);
+    response->software_id_cert = set_jwk_certs(settings.certificates);
+    return response;
+}
+
+} // namespace bmcoauth::registration
+
+using namespace bmcoauth;
+using namespace bmcoauth::registration;
+
+namespace
+{
+
+HeapText writtenDocument(const RegisterResponse& response)
+{
+    Json::Value document{Json::objectValue};
+    document["client_secret"] = mandatory(response.client_secret);
+    document["client_id"] = mandatory(response.client_id);
+    document["client_secret_expires_in"] = mandatory(response.client_secret_expires_in);
+    if (response.ssl_cert_cryptex != nullptr)
+    {
+        document["ssl_cert_cryptex"] = response.ssl_cert_cryptex;
+    }
+    if (response.grant_types != nullptr)
+    {
+        document["grant_types"] = jsonArrayOf(response.grant_types);
+    }
+    if (response.kest_policy_auth_types != nullptr)
+    {
+        document["kest_policy_auth_types"] = jsonArrayOf(response.kest_policy_auth_types);
+    }
+    // Clients look for what is required of them even when that is nothing.
+    document["kest_policy_auth_req"] = jsonArrayOf(response.kest_policy_auth_req);
+
+    std::size_t challengeParameters = 0;
+    document["handshake_challenge"] =
+        objectOf(response.handshake_challenge, writtenChallenge, &challengeParameters);
+    // The types alone challenge nobody.
+    if (challengeParameters < 2)
+    {
+        return nullptr;
+    }
+    if (response.handshake_response != nullptr)
+    {
+        if (response.handshake_response->name == nullptr)
+        {
+            return nullptr;
+        }
+        document["handshake_response"] = objectOf(response.handshake_response, writtenResponse);
+    }
+    if (response.software_id_cert != nullptr)
+    {
+        document["software_id_cert"] = arrayOfCertificates(response.software_id_cert);
+    }
+    return heapJsonText(document);
+}
+
+/** The strings of the array @p name, or null where it is none. */
+StringArray optionalStrings(const Json::Value& document, const char* name)
+{
+    const Json::Value* found = member(document, name);
+    return found != nullptr && found->isArray() ? stringsOf(*found) : nullptr;
+}
+
+ParameterList optionalParameters(const Json::Value& document, const char* name)
+{
+    const Json::Value* found = member(document, name);
+    return found != nullptr && found->isObject() ? parameterListOf(*found, {}) : nullptr;
+}
+
+Response readResponse(const char* text)
+{
+    Json::Value document;
+    if (!parseJsonObject(text, document))
+    {
+        return nullptr;
+    }
+    const StringArray grantTypes = optionalStrings(document, "grant_types");
+    const StringArray policyTypes = optionalStrings(document, "kest_policy_auth_types");
+    const StringArray policyRequired = optionalStrings(document, "kest_policy_auth_req");
+    const ParameterList challenge = optionalParameters(document, "handshake_challenge");
+    const ParameterList handshakeResponse = optionalParameters(document, "handshake_response");
+    keys::CertificateKeyList certificates;
+    if (!readCertificates(document, "software_id_cert", certificates))
+    {
+        return nullptr;
+    }
+    return makeResponse(copyText(stringMember(document, "client_secret")),
+                        copyText(stringMember(document, "client_id")),
+                        {.secretExpiresIn = stringMember(document, "client_secret_expires_in"),
+                         .grantTypes = grantTypes.get(),
+                         .policyTypes = policyTypes.get(),
+                         .policyRequired = policyRequired.get(),
+                         .challenge = challenge.get(),
+                         .handshakeResponse = handshakeResponse.get(),
+                         .sslCertCryptex = nullptr,
+                         .certificates = certificates.get()});
+}
+
+} // namespace
+
+extern "C" RegisterResponse*
+create_register_response(const char* client_secret, const char* client_id,
+                         const char* client_secret_expires_in, char** grant_types,
+                         const char* /*unused*/, char** kest_policy_auth_types,
+                         char** kest_policy_auth_req, HandshakePayload* handshake_challenge,
+                         HandshakePayload* handshake_response, const char* ssl_cert_cryptex,
+                         HandshakePayload** software_id_cert)
+{
+    return guarded(nullptr,
+                   [&]
+                   {
+                       return makeResponse(copyText(client_secret), copyText(client_id),
+                                           {.secretExpiresIn = client_secret_expires_in,
+                                            .grantTypes = grant_types,
+                                            .policyTypes = kest_policy_auth_types,
+                                            .policyRequired = kest_policy_auth_req,
+                                            .challenge = handshake_challenge,
+                                            .handshakeResponse = handshake_response,
+                                            .sslCertCryptex = ssl_cert_cryptex,
+                                            .certificates = software_id_cert})
+                           .release();
+                   });
+}
+
+extern "C" void free_register_response(RegisterResponse* response)
+{
+    if (response == nullptr)
+    {
+        return;
+    }
+    std::free(response->client_id);
+    std::free(response->reserved_text);
+    std::free(response->client_secret);
+    std::free(response->ssl_cert_cryptex);
+    std::free(response->client_secret_expires_in);
+    std::free(response->issued_at);
+    free_char_array(response->grant_types);
+    free_char_array(response->kest_policy_auth_req);
+    free_char_array(response->kest_policy_auth_types);
+    free_handshake_payload(response->handshake_challenge);
+    free_handshake_payload(response->handshake_response);
+    free_jwk_certs(response->software_id_cert);
+    std::free(response);
+}
+
+extern "C" char* write_register_response(RegisterResponse* response)
+{
+    if (response == nullptr)
+    {
+        return nullptr;
+    }
+    return guarded(nullptr, [&] { return writtenDocument(*response).release(); });
+}
+
+extern "C" RegisterResponse* parse_register_response(const char* text)
+{
+    if (text == nullptr)
+    {
+        return nullptr;
+    }
+    return guarded(nullptr,
+                   [&]() -> RegisterResponse*
+                   {
+                       // The record is made and released: callers count on null for every text.
+                       const Response response = readResponse(text);
+                       return nullptr;
+                   });
+}
