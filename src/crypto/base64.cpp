@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 
 namespace bmcoauth::crypto
 {
@@ -21,23 +20,27 @@ namespace
 /** The longest text that is decoded, in bytes. */
 constexpr std::size_t longestText = 98304;
 
-/** The number of bytes that the decoding read, also where the text turns out to be malformed: the
- *  exported decoder hands it out in both cases. */
+/** The most bytes that are encoded: EVP_EncodeBlock counts what it writes in an int. */
+constexpr std::size_t longestData = (INT_MAX / 4 - 1) * std::size_t{3};
+
+/** What the decoding read, also where the text turns out to be malformed: the exported decoder
+ *  hands out the number of bytes in both cases. */
 struct Decoding
 {
     DecodedBytes bytes;
     bool valid = false;
 };
 
-/** Translates @p text to the standard alphabet and completes its padding in @p copy, which has room
- *  for four bytes more; gives the length of the copy and of the decoded bytes, or nothing. */
+/** How a translated text is decoded. */
 struct Plan
 {
-    std::size_t length = 0;
-    std::size_t decoded = 0;
+    std::size_t length = 0;  /**< of the translated text */
+    std::size_t decoded = 0; /**< the number of bytes that it must yield */
     bool multiline = false;
 };
 
+/** Translates @p text to the standard alphabet and completes its padding in @p copy, which has room
+ *  for three bytes more; nothing when the padding that it has is wrong. */
 std::optional<Plan> toStandardAlphabet(std::string_view text, char* copy) noexcept
 {
     std::size_t padding = 0;
@@ -67,7 +70,7 @@ std::optional<Plan> toStandardAlphabet(std::string_view text, char* copy) noexce
     std::size_t decoded = 0;
     if (rest == 0)
     {
-        if (padding > 3 || padding > digits / 4 * 3)
+        if (padding > 3)
         {
             return std::nullopt;
         }
@@ -75,16 +78,15 @@ std::optional<Plan> toStandardAlphabet(std::string_view text, char* copy) noexce
     }
     else
     {
-        // One digit of six bits is no byte: with the arithmetic of the padded form it would be
-        // expected to decode to nothing, which is refused below.
         if (padding != 0)
         {
             return std::nullopt;
         }
         end = std::fill_n(end, 4 - rest, '=');
+        // A single digit left over is less than a byte and is expected to add none. The decoder
+        // makes one of it, so the length refuses such a text.
         decoded = (digits - rest) / 4 * 3 + rest - 1;
     }
-    *end = '\0';
     return Plan{static_cast<std::size_t>(end - copy), decoded, lineFeeds != 0};
 }
 
@@ -94,7 +96,7 @@ std::optional<Decoding> decode(std::string_view text) noexcept
     {
         return std::nullopt;
     }
-    const HeapText copy{static_cast<char*>(std::malloc(text.size() + 4))};
+    const HeapText copy{static_cast<char*>(std::malloc(text.size() + 3))};
     if (!copy)
     {
         return std::nullopt;
@@ -132,7 +134,7 @@ std::optional<Decoding> decode(std::string_view text) noexcept
 
 HeapText encodeBase64(std::string_view bytes) noexcept
 {
-    if (bytes.size() > INT_MAX / 4 * 3 - 3)
+    if (bytes.size() > longestData)
     {
         return nullptr;
     }
@@ -183,7 +185,7 @@ using namespace bmcoauth;
 
 extern "C" int base64encode(const void* data, char** out, int length)
 {
-    if (data == nullptr || length < 0)
+    if (data == nullptr || out == nullptr || length < 0)
     {
         return 0;
     }
@@ -218,7 +220,7 @@ extern "C" int base64URIencode(char* text)
 
 extern "C" int base64URIdecode(const char* text, char** out, int* length)
 {
-    if (text == nullptr)
+    if (text == nullptr || out == nullptr || length == nullptr)
     {
         return 0;
     }

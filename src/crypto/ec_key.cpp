@@ -32,20 +32,22 @@ EcKeyPtr decodePrivateKey(const unsigned char* der, int derLength) noexcept
     {
         return nullptr;
     }
-    EcKeyPtr key{EC_KEY_new_by_curve_name(NID_X9_62_prime256v1)};
+    const unsigned char* position = der;
+    EcKeyPtr key{d2i_ECPrivateKey(nullptr, &position, derLength)};
     if (!key)
     {
-        return nullptr;
+        // A structure that names no curve is a P-256 key. The curve is given only now, since
+        // making one is most of the work, and a structure that names its own has it made anew.
+        key.reset(EC_KEY_new_by_curve_name(NID_X9_62_prime256v1));
+        EC_KEY* target = key.get();
+        position = der;
+        // Fills the key that it is given, and leaves it to its owner when it fails.
+        if (!key || d2i_ECPrivateKey(&target, &position, derLength) == nullptr)
+        {
+            return nullptr;
+        }
     }
-    EC_KEY* target = key.get();
-    const unsigned char* position = der;
-    // Fills the key that it is given and leaves it to its owner when it fails.
-    if (d2i_ECPrivateKey(&target, &position, derLength) == nullptr || !isP256(*key) ||
-        !hasUsableScalar(*key))
-    {
-        return nullptr;
-    }
-    return key;
+    return isP256(*key) && hasUsableScalar(*key) ? std::move(key) : nullptr;
 }
 
 bool isP256(const EC_KEY& key) noexcept

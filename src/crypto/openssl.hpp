@@ -15,8 +15,7 @@
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 
-#include <optional>
-#include <string>
+#include <memory>
 #include <string_view>
 
 namespace bmcoauth::crypto

@@ -3,6 +3,7 @@
 
 #include "common/guard.hpp"
 #include "crypto/base64.hpp"
+#include "crypto/hex.hpp"
 
 #include <bmcoauth/encoding.h>
 
@@ -14,7 +15,6 @@
 
 #include <array>
 #include <cstdlib>
-#include <string_view>
 
 namespace bmcoauth::crypto
 {
@@ -33,7 +33,7 @@ bool fillRandom(std::span<unsigned char> bytes) noexcept
 
 HeapText randomToken(unsigned int count) noexcept
 {
-    // What base64encode takes is an int; on 32 bits count + 1 could wrap, too.
+    // More than that has no Base64 text here, and on 32 bits count + 1 could wrap.
     if (count > INT_MAX)
     {
         return nullptr;
@@ -55,7 +55,7 @@ using namespace bmcoauth;
 extern "C" int issueRandomBytesInHex(char* out, int count)
 {
     std::array<unsigned char, 16> bytes{};
-    if (count > static_cast<int>(bytes.size()))
+    if (out == nullptr || count > static_cast<int>(bytes.size()))
     {
         return 0;
     }
@@ -70,21 +70,19 @@ extern "C" int issueRandomBytesInHex(char* out, int count)
     {
         return 0;
     }
-    *out++ = '0';
-    *out++ = 'x';
-    for (const unsigned char byte : drawn)
-    {
-        constexpr std::string_view digits = "0123456789abcdef";
-        *out++ = digits[byte >> 4U];
-        *out++ = digits[byte & 0x0FU];
-    }
-    *out = '\0';
+    out[0] = '0';
+    out[1] = 'x';
+    *crypto::writeHex(drawn, crypto::lowerCaseDigits, out + 2) = '\0';
     OPENSSL_cleanse(bytes.data(), bytes.size());
     return 1;
 }
 
 extern "C" void issueRandomToken(char** out, unsigned int count)
 {
+    if (out == nullptr)
+    {
+        return;
+    }
     const ErrnoKeeper keeper;
     HeapText token = crypto::randomToken(count);
     if (token)

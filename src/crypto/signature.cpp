@@ -3,12 +3,12 @@
 
 #include "crypto/base64.hpp"
 
-#include <openssl/evp.h>
+#include <climits>
 
 namespace bmcoauth::crypto
 {
 
-bool sha256(std::string_view text, Sha256Digest& digest) noexcept
+bool sha256(std::string_view text, std::span<unsigned char, 32> digest) noexcept
 {
     return EVP_Digest(text.data(), text.size(), digest.data(), nullptr, EVP_sha256(), nullptr) == 1;
 }

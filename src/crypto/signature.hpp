@@ -13,7 +13,7 @@ namespace bmcoauth::crypto
 using Sha256Digest = std::array<unsigned char, 32>;
 
 /** SHA-256 of @p text; false when it cannot be computed. */
-[[nodiscard]] bool sha256(std::string_view text, Sha256Digest& digest) noexcept;
+[[nodiscard]] bool sha256(std::string_view text, std::span<unsigned char, 32> digest) noexcept;
 
 /** Signs the SHA-256 digest of @p text with @p key (ECDSA), verifies the fresh signature once with
  *  the same key, and gives its DER form as Base64url without padding; null when a step fails. */
