@@ -21,6 +21,7 @@
 
 #include <bmcoauth/authorize.h>
 #include <bmcoauth/document.h>
+#include <bmcoauth/ecies.h>
 #include <bmcoauth/encoding.h>
 #include <bmcoauth/error.h>
 #include <bmcoauth/export.h>

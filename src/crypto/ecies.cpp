@@ -1,0 +1,315 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "crypto/ecies.hpp"
+
+#include "crypto/base64.hpp"
+#include "crypto/hex.hpp"
+#include "crypto/random.hpp"
+#include "crypto/signature.hpp"
+
+#include <bmcoauth/ecies.h>
+#include <bmcoauth/support.h>
+
+#include <climits>
+#include <openssl/hmac.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <span>
+
+namespace bmcoauth::crypto
+{
+
+namespace
+{
+
+constexpr std::size_t blockLength = 16;
+constexpr std::size_t macLength = 32;
+constexpr unsigned int tokenBytes = 12;
+constexpr std::size_t tokenLength = tokenBytes / 3 * 4;
+
+/** The number of characters of an IV. */
+constexpr std::size_t ivDigits = 2 * sizeof(Iv);
+
+/** The lengths at the head of a secure buffer. */
+struct SecureHeader
+{
+    std::uint64_t key = 0;
+    std::uint64_t mac = 0;
+    std::uint64_t plain = 0;
+    std::uint64_t body = 0;
+};
+static_assert(sizeof(SecureHeader) == 32);
+
+SecureHeader headerOf(const void* buffer) noexcept
+{
+    SecureHeader header;
+    std::memcpy(&header, buffer, sizeof header);
+    return header;
+}
+
+const unsigned char* bytesOf(std::string_view text) noexcept
+{
+    return reinterpret_cast<const unsigned char*>(text.data());
+}
+
+/** What both sides derive from their keys. */
+struct EnvelopeKeys
+{
+    SecretBytes<32> bytes;
+
+    [[nodiscard]] std::span<const unsigned char, 16> cipherKey() const noexcept
+    {
+        return std::span{bytes}.first<16>();
+    }
+    [[nodiscard]] std::span<const unsigned char, 16> macKey() const noexcept
+    {
+        return std::span{bytes}.last<16>();
+    }
+};
+
+bool agree(const EC_KEY& own, const EC_KEY& peer, EnvelopeKeys& keys) noexcept
+{
+    const EC_POINT* point = EC_KEY_get0_public_key(&peer);
+    return point != nullptr &&
+           ECDH_compute_key(keys.bytes.data(), keys.bytes.size(), point, &own,
+                            ecies_key_derivation) == static_cast<int>(keys.bytes.size());
+}
+
+bool computeMac(const EnvelopeKeys& keys, std::string_view body,
+                std::span<unsigned char, macLength> mac) noexcept
+{
+    unsigned int length = 0;
+    return HMAC(EVP_sha256(), keys.macKey().data(), static_cast<int>(keys.macKey().size()),
+                bytesOf(body), body.size(), mac.data(), &length) != nullptr &&
+           length == mac.size();
+}
+
+/** The length of the public part of @p key in compressed form; 0 on failure. */
+std::size_t compressedLength(const EC_KEY& key) noexcept
+{
+    const EC_POINT* point = EC_KEY_get0_public_key(&key);
+    return point == nullptr ? 0
+                            : EC_POINT_point2oct(EC_KEY_get0_group(&key), point,
+                                                 POINT_CONVERSION_COMPRESSED, nullptr, 0, nullptr);
+}
+
+/** Encrypts the concatenation of @p parts to @p out, which has room for exactly that with its
+ *  padding. */
+bool encrypt(std::span<const std::string_view> parts, const EnvelopeKeys& keys, const Iv& iv,
+             std::span<unsigned char> out) noexcept
+{
+    const CipherContextPtr context{EVP_CIPHER_CTX_new()};
+    if (!context || EVP_EncryptInit_ex(context.get(), EVP_aes_128_cbc(), nullptr,
+                                       keys.cipherKey().data(), iv.data()) != 1)
+    {
+        return false;
+    }
+    unsigned char* end = out.data();
+    int written = 0;
+    for (const std::string_view part : parts)
+    {
+        if (EVP_EncryptUpdate(context.get(), end, &written, bytesOf(part),
+                              static_cast<int>(part.size())) != 1)
+        {
+            return false;
+        }
+        end += written;
+    }
+    return EVP_EncryptFinal_ex(context.get(), end, &written) == 1 &&
+           static_cast<std::size_t>(end + written - out.data()) == out.size();
+}
+
+} // namespace
+
+std::optional<Iv> ivOf(const char* hex) noexcept
+{
+    Iv iv{};
+    if (hex == nullptr)
+    {
+        return isDeviceVorn() != 0 ? std::optional{iv} : std::nullopt;
+    }
+    if (std::strlen(hex) != ivDigits || convertHextoBinary(hex, iv.data()) != 1)
+    {
+        return std::nullopt;
+    }
+    return iv;
+}
+
+std::optional<Envelope> sealEnvelope(std::string_view data, const EC_KEY& own, const EC_KEY& peer,
+                                     const Iv& iv) noexcept
+{
+    // The room for a line feed is counted even when the data ends with one.
+    const std::uint64_t plainLength = std::uint64_t{tokenLength} + data.size() + 1;
+    const std::uint64_t bodyLength = (plainLength / blockLength + 1) * blockLength;
+    if (bodyLength > INT_MAX)
+    {
+        return std::nullopt;
+    }
+    const std::size_t keyLength = compressedLength(own);
+    const HeapText token = randomToken(tokenBytes);
+    EnvelopeKeys keys;
+    if (keyLength == 0 || !token || !agree(own, peer, keys))
+    {
+        return std::nullopt;
+    }
+    const HeapBlock<void> buffer{secure_alloc(keyLength, macLength, plainLength, bodyLength)};
+    if (!buffer)
+    {
+        return std::nullopt;
+    }
+    const std::string_view tokenText{token.get(), tokenLength};
+    using std::string_view_literals::operator""sv;
+    // Where no line feed is added, a zero byte fills its room: the receiver takes one zero byte at
+    // the end off the length, so that the text stays a text.
+    const std::array<std::string_view, 3> parts = data.ends_with('\n')
+                                                      ? std::array{data, tokenText, "\0"sv}
+                                                      : std::array{data, "\n"sv, tokenText};
+    const std::span<unsigned char> body{secure_body_data(buffer.get()),
+                                        static_cast<std::size_t>(bodyLength)};
+    const std::span<unsigned char, macLength> mac{secure_mac_data(buffer.get()), macLength};
+    const std::string_view bodyBytes{reinterpret_cast<const char*>(body.data()), body.size()};
+    if (!encrypt(parts, keys, iv, body) || !computeMac(keys, bodyBytes, mac))
+    {
+        return std::nullopt;
+    }
+    Envelope envelope{
+        encodeBase64(bodyBytes),
+        encodeBase64({reinterpret_cast<const char*>(mac.data()), mac.size()}),
+    };
+    if (!envelope.body || !envelope.mac)
+    {
+        return std::nullopt;
+    }
+    return envelope;
+}
+
+std::optional<Plaintext> openEnvelope(std::string_view body, std::optional<std::string_view> mac,
+                                      const EC_KEY& own, const EC_KEY& peer, const Iv& iv) noexcept
+{
+    EnvelopeKeys keys;
+    if (body.size() > INT_MAX || !agree(own, peer, keys))
+    {
+        return std::nullopt;
+    }
+    if (mac)
+    {
+        std::array<unsigned char, macLength> expected{};
+        if (mac->size() != expected.size() || !computeMac(keys, body, expected) ||
+            CRYPTO_memcmp(mac->data(), expected.data(), expected.size()) != 0)
+        {
+            return std::nullopt;
+        }
+    }
+    const CipherContextPtr context{EVP_CIPHER_CTX_new()};
+    Plaintext text{secretBlock(body.size() + 1)};
+    int decrypted = 0;
+    int last = 0;
+    if (!context || !text.bytes ||
+        EVP_DecryptInit_ex(context.get(), EVP_aes_128_cbc(), nullptr, keys.cipherKey().data(),
+                           iv.data()) != 1 ||
+        EVP_DecryptUpdate(context.get(), text.bytes.get(), &decrypted, bytesOf(body),
+                          static_cast<int>(body.size())) != 1 ||
+        EVP_DecryptFinal_ex(context.get(), text.bytes.get() + decrypted, &last) != 1)
+    {
+        return std::nullopt;
+    }
+    text.length = static_cast<std::size_t>(decrypted) + static_cast<std::size_t>(last);
+    return text;
+}
+
+} // namespace bmcoauth::crypto
+
+using namespace bmcoauth;
+
+void* ecies_key_derivation(const void* input, std::size_t inputLength, void* output,
+                           std::size_t* outputLength)
+{
+    constexpr std::size_t digestLength = crypto::Sha256Digest{}.size();
+    if ((input == nullptr && inputLength != 0) || output == nullptr || outputLength == nullptr ||
+        *outputLength < digestLength)
+    {
+        return nullptr;
+    }
+    return crypto::guardedCrypto(nullptr,
+                                 [&]() -> void*
+                                 {
+                                     const bool computed = crypto::sha256(
+                                         {static_cast<const char*>(input), inputLength},
+                                         std::span<unsigned char, digestLength>{
+                                             static_cast<unsigned char*>(output), digestLength});
+                                     // ECDH_compute_key does not look at the result, only at the
+                                     // length: were it left as it is, the unwritten buffer would be
+                                     // used as the key.
+                                     *outputLength = computed ? digestLength : 0;
+                                     return computed ? output : nullptr;
+                                 });
+}
+
+void* secure_alloc(std::uint64_t key, std::uint64_t mac, std::uint64_t plain, std::uint64_t body)
+{
+    std::size_t size = 0;
+    if (__builtin_add_overflow(sizeof(crypto::SecureHeader), key, &size) ||
+        __builtin_add_overflow(size, mac, &size) || __builtin_add_overflow(size, body, &size))
+    {
+        return nullptr;
+    }
+    const ErrnoKeeper keeper;
+    HeapBlock<unsigned char> buffer = zeroedBlock<unsigned char>(size);
+    if (buffer)
+    {
+        const crypto::SecureHeader header{key, mac, plain, body};
+        std::memcpy(buffer.get(), &header, sizeof header);
+    }
+    return buffer.release();
+}
+
+std::uint64_t secure_mac_length(const void* buffer)
+{
+    return crypto::headerOf(buffer).mac;
+}
+
+std::uint64_t secure_body_length(const void* buffer)
+{
+    return crypto::headerOf(buffer).body;
+}
+
+unsigned char* secure_mac_data(void* buffer)
+{
+    return static_cast<unsigned char*>(buffer) + sizeof(crypto::SecureHeader) +
+           crypto::headerOf(buffer).key;
+}
+
+unsigned char* secure_body_data(void* buffer)
+{
+    return secure_mac_data(buffer) + secure_mac_length(buffer);
+}
+
+int convertHextoBinary(const char* hex, unsigned char* out)
+{
+    if (hex == nullptr || out == nullptr || strnlen(hex, crypto::ivDigits) < crypto::ivDigits)
+    {
+        return 0;
+    }
+    const ErrnoKeeper keeper;
+    for (std::size_t at = 0; at < crypto::ivDigits; at += 2)
+    {
+        const std::array<char, 3> pair{hex[at], hex[at + 1], '\0'};
+        *out++ = static_cast<unsigned char>(std::strtol(pair.data(), nullptr, 16));
+    }
+    return 1;
+}
+
+extern "C" int generateRandomIV(char** iv)
+{
+    const ErrnoKeeper keeper;
+    crypto::Iv bytes{};
+    HeapText text = zeroedBlock<char>(crypto::ivDigits + 1);
+    if (iv == nullptr || !text || !crypto::fillRandom(bytes))
+    {
+        return 0;
+    }
+    crypto::writeHex(bytes, crypto::upperCaseDigits, text.get());
+    *iv = text.release();
+    return 1;
+}
