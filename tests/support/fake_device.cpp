@@ -76,15 +76,16 @@ JournalEntries::Entry parseEntry(std::string_view datagram)
             entry.emplace(line.substr(0, equals), line.substr(equals + 1));
             continue;
         }
-        std::size_t length = 0;
-        for (std::size_t byte = 0; byte < sizeof(std::uint64_t) && byte < datagram.size(); ++byte)
+        std::uint64_t length = 0;
+        for (std::size_t byte = 0; byte < sizeof(length) && byte < datagram.size(); ++byte)
         {
-            length |= static_cast<std::size_t>(static_cast<unsigned char>(datagram[byte]))
-                      << (8 * byte);
+            length |= std::uint64_t{static_cast<unsigned char>(datagram[byte])} << (8 * byte);
         }
-        datagram.remove_prefix(std::min(sizeof(std::uint64_t), datagram.size()));
-        entry.emplace(line, datagram.substr(0, length));
-        datagram.remove_prefix(std::min(length + 1, datagram.size()));
+        datagram.remove_prefix(std::min(sizeof(length), datagram.size()));
+        const std::string_view value = datagram.substr(
+            0, static_cast<std::size_t>(std::min<std::uint64_t>(length, datagram.size())));
+        entry.emplace(line, value);
+        datagram.remove_prefix(std::min(value.size() + 1, datagram.size()));
     }
     return entry;
 }
