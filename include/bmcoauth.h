@@ -25,6 +25,7 @@
 #include <bmcoauth/encoding.h>
 #include <bmcoauth/error.h>
 #include <bmcoauth/export.h>
+#include <bmcoauth/handshake.h>
 #include <bmcoauth/handshake_payload.h>
 #include <bmcoauth/json.h>
 #include <bmcoauth/jwk.h>

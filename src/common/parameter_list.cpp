@@ -5,7 +5,9 @@
 #include "common/string_array.hpp"
 #include "common/text.hpp"
 
+#include <algorithm>
 #include <new>
+#include <utility>
 
 namespace bmcoauth
 {
@@ -23,6 +25,16 @@ bool isWhole(const HandshakePayload& parameter)
 bool isAlwaysArray(const ListForm& form, const char* name)
 {
     return !form.alwaysArray.empty() && form.alwaysArray == name;
+}
+
+std::size_t countParameters(const HandshakePayload* list) noexcept
+{
+    std::size_t count = 0;
+    while (list != nullptr && list[count].name != nullptr)
+    {
+        ++count;
+    }
+    return count;
 }
 
 /** What @p form makes of a member that is neither a string nor a filled array. */
@@ -51,13 +63,7 @@ StringArray valuesOf(const Json::Value& value)
 {
     if (value.isString())
     {
-        StringArray single = emptyStringArray(1);
-        if (!single)
-        {
-            throw std::bad_alloc();
-        }
-        *single = requireHeapText(value.asCString()).release();
-        return single;
+        return stringArrayOf({value.asCString()});
     }
     return isArrayOfStrings(value) ? stringsOf(value) : nullptr;
 }
@@ -72,6 +78,57 @@ ParameterList emptyParameterList(std::size_t count)
         throw std::bad_alloc();
     }
     return list;
+}
+
+StringArray stringArrayOf(std::initializer_list<std::string_view> values)
+{
+    StringArray array = emptyStringArray(values.size());
+    if (!array)
+    {
+        throw std::bad_alloc();
+    }
+    std::ranges::transform(values, array.get(),
+                           [](std::string_view value) { return requireHeapText(value).release(); });
+    return array;
+}
+
+ParameterListWriter::ParameterListWriter(std::size_t count)
+    : list{emptyParameterList(count)}, next{list.get()}
+{
+}
+
+void ParameterListWriter::put(std::string_view name, StringArray values)
+{
+    next->name = requireHeapText(name).release();
+    next->values = values.release();
+    ++next;
+}
+
+void ParameterListWriter::put(std::string_view name, std::string_view value)
+{
+    put(name, stringArrayOf({value}));
+}
+
+ParameterList ParameterListWriter::take() noexcept
+{
+    return std::move(list);
+}
+
+bool appendParameters(HandshakePayload*& list, ParameterList added) noexcept
+{
+    const std::size_t present = countParameters(list);
+    const std::size_t more = countParameters(added.get());
+    auto* grown = static_cast<HandshakePayload*>(
+        std::realloc(list, (present + more + 1) * sizeof(HandshakePayload)));
+    if (grown == nullptr)
+    {
+        return false;
+    }
+    // The end marker comes along; the old block is then an empty list and is released as one.
+    std::copy_n(added.get(), more + 1, grown + present);
+    added->name = nullptr;
+    list = grown;
+    return true;
 }
 
 Json::Value objectOf(const HandshakePayload* list, const ListForm& form, std::size_t* written)

@@ -2,12 +2,14 @@
 #pragma once
 
 #include "common/owners.hpp"
+#include "common/string_array.hpp"
 
 #include <bmcoauth/handshake_payload.h>
 
 #include <json/value.h>
 
 #include <cstddef>
+#include <initializer_list>
 #include <string_view>
 
 namespace bmcoauth
@@ -18,6 +20,32 @@ using ParameterList = std::unique_ptr<HandshakePayload, Releaser<free_handshake_
 
 /** Room for @p count parameters and the end, zeroed; throws std::bad_alloc. */
 [[nodiscard]] ParameterList emptyParameterList(std::size_t count);
+
+/** @p values as a string array; throws std::bad_alloc. */
+[[nodiscard]] StringArray stringArrayOf(std::initializer_list<std::string_view> values);
+
+/** Fills a list, one parameter after the other. */
+class ParameterListWriter
+{
+public:
+    /** Makes room for @p count parameters, which put must not exceed; throws std::bad_alloc. */
+    explicit ParameterListWriter(std::size_t count);
+
+    /** Adds a parameter; throws std::bad_alloc, and then nothing is added. */
+    void put(std::string_view name, StringArray values);
+    void put(std::string_view name, std::string_view value);
+
+    /** Gives the list away. */
+    [[nodiscard]] ParameterList take() noexcept;
+
+private:
+    ParameterList list;
+    HandshakePayload* next;
+};
+
+/** Moves the parameters of @p added behind those of @p list, which may be null and may move; false,
+ *  with @p list as it was, when memory runs out. */
+[[nodiscard]] bool appendParameters(HandshakePayload*& list, ParameterList added) noexcept;
 
 /** What a walk over a list does at a parameter that has no value. */
 enum class NoValue

@@ -4,6 +4,7 @@
 #include "common/owners.hpp"
 
 #include <optional>
+#include <span>
 #include <string_view>
 
 namespace bmcoauth::crypto
@@ -14,6 +15,11 @@ struct DecodedBytes
 {
     HeapBlock<unsigned char> data;
     int size = 0;
+
+    [[nodiscard]] std::span<const unsigned char> bytes() const noexcept
+    {
+        return {data.get(), static_cast<std::size_t>(size)};
+    }
 
     [[nodiscard]] std::string_view text() const noexcept
     {
