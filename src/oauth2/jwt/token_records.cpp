@@ -51,7 +51,8 @@ HeapText textClaim(const Json::Value& claims, const char* name)
 HeapText timeClaim(Json::Value& claims, const char* name, unsigned int line)
 {
     unsigned long long seconds = 0;
-    if (json_to_uint64(claims, name, &seconds) != 0)
+    // The exported reader inserts what it does not find: it is asked for what is there.
+    if (member(claims, name) != nullptr && json_to_uint64(claims, name, &seconds) != 0)
     {
         return HeapText{o2_ff_strdup(decimal(seconds).c_str(), "da_parseJwtPayload", line)};
     }
