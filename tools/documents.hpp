@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <bmcoauth.h>
+
+#include <json/value.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+namespace bmcoauth::tool
+{
+
+/** Hands an object to the library's function that releases it. */
+template <auto Release>
+struct Releaser
+{
+    template <typename T>
+    void operator()(T* object) const noexcept
+    {
+        Release(object);
+    }
+};
+
+using Text = std::unique_ptr<char, Releaser<std::free>>;
+using StringArray = std::unique_ptr<char*, Releaser<free_char_array>>;
+using AuthorizeRequestPtr = std::unique_ptr<AuthorizeRequest, Releaser<free_authorize_request>>;
+using AuthorizeResponsePtr = std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_response>>;
+using JwtHeaderPtr = std::unique_ptr<JWTHeader, Releaser<free_jwt_header>>;
+using JwtPayloadPtr = std::unique_ptr<JWTPayload, Releaser<free_jwt_payload>>;
+
+/** The name under which @p path is spoken of: standard input for "-". */
+[[nodiscard]] std::string nameOf(const std::string& path);
+
+/** The whole of the file @p path, or of standard input for "-". Stops the command when it cannot
+ *  be read or holds a zero byte, which no text of the library can. */
+[[nodiscard]] std::string readText(const std::string& path);
+
+/** readText without the white space at its end, for what is a single word. */
+[[nodiscard]] std::string readWord(const std::string& path);
+
+/** Reads the JSON object @p path, or stops the command. */
+[[nodiscard]] Json::Value readObject(const std::string& path);
+
+/** Prints @p text and a line feed on standard output. */
+void print(const std::string& text);
+
+/** Prints the text form of @p tree. */
+void printJson(const Json::Value& tree);
+
+/** @p text, or a stop: what the library gives when memory or the random device fails. */
+[[nodiscard]] const char* orStop(const Text& text, const std::string& message);
+
+} // namespace bmcoauth::tool

@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "command.hpp"
+#include "documents.hpp"
+
+#include <cstring>
+#include <vector>
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+/** A document that the library's editors may replace. */
+class EditedDocument
+{
+public:
+    explicit EditedDocument(const std::string& path) : text{strdup(readText(path).c_str())}
+    {
+        if (!text)
+        {
+            throw std::bad_alloc();
+        }
+        Json::Value document;
+        if (!loadJsonDoc(text.get(), document))
+        {
+            throw Stop{Exit::invalid, nameOf(path) + " is not a JSON object"};
+        }
+    }
+
+    /** Runs @p editor on the document and prints what comes out. */
+    template <typename Editor>
+    void edit(Editor editor)
+    {
+        char* raw = text.release();
+        const int result = editor(&raw);
+        text.reset(raw);
+        if (result != 1)
+        {
+            throw Stop{Exit::failure, "the document could not be changed"};
+        }
+        print(text.get());
+    }
+
+private:
+    Text text;
+};
+
+struct GetOptions
+{
+    std::string key;
+    std::string path = "-";
+};
+
+void getMember(const GetOptions& options)
+{
+    Json::Value document = readObject(options.path);
+    char* raw = nullptr;
+    if (json_to_char(document, options.key.c_str(), &raw) == 1)
+    {
+        print(Text{raw}.get());
+        return;
+    }
+    if (!document.isMember(options.key) || document[options.key].isNull())
+    {
+        throw Stop{Exit::invalid, nameOf(options.path) + " has no member \"" + options.key + "\""};
+    }
+    printJson(document[options.key]);
+}
+
+struct SetOptions
+{
+    std::string key;
+    std::vector<std::string> values;
+    std::string path = "-";
+    bool array = false;
+    bool remove = false;
+};
+
+void setMember(const SetOptions& options)
+{
+    if (options.remove != options.values.empty() && !options.array)
+    {
+        throw Stop{Exit::usage, "json set needs either --value or --remove"};
+    }
+    EditedDocument document{options.path};
+    if (!options.array && options.values.size() < 2)
+    {
+        const char* value = options.remove ? nullptr : options.values.front().c_str();
+        document.edit([&](char** text)
+                      { return set_value_char(text, options.key.c_str(), value); });
+        return;
+    }
+    std::vector<std::string> copies = options.values;
+    std::vector<char*> values;
+    for (std::string& value : copies)
+    {
+        values.push_back(value.data());
+    }
+    values.push_back(nullptr);
+    document.edit([&](char** text)
+                  { return set_value_chararray(text, options.key.c_str(), values.data()); });
+}
+
+struct MergeOptions
+{
+    std::string into;
+    std::string from;
+};
+
+void merge(const MergeOptions& options)
+{
+    if (options.into == "-" && options.from == "-")
+    {
+        throw Stop{Exit::usage, "only one of the two documents can come from standard input"};
+    }
+    const std::string from = json_fastWriter(readObject(options.from));
+    EditedDocument document{options.into};
+    document.edit([&](char** text) { return merge_doc(text, from.c_str()); });
+}
+
+} // namespace
+
+void addJsonCommands(CLI::App& app)
+{
+    CLI::App& group = addGroup(app, "json", "Read and change JSON documents");
+
+    CLI::App& get = *group.add_subcommand("get", "Print one member: a string as it is, else JSON");
+    auto getOptions = std::make_shared<GetOptions>();
+    get.add_option("KEY", getOptions->key, "Name of the member")->required();
+    get.add_option("FILE", getOptions->path, "Document");
+    get.footer("Example: bmcoauth json get access_token response.json");
+    get.callback([getOptions] { getMember(*getOptions); });
+
+    CLI::App& set = *group.add_subcommand("set", "Set or remove one member, print the document");
+    auto setOptions = std::make_shared<SetOptions>();
+    set.add_option("KEY", setOptions->key, "Name of the member")->required();
+    set.add_option("FILE", setOptions->path, "Document");
+    set.add_option("--value", setOptions->values, "Text to set; several make an array of strings")
+        ->expected(1)
+        ->take_all();
+    CLI::Option* array =
+        set.add_flag("--array", setOptions->array, "Make an array of any number of values");
+    set.add_flag("--remove", setOptions->remove, "Remove the member")->excludes(array);
+    set.footer("Example: bmcoauth json set state --value xyz request.json");
+    set.callback([setOptions] { setMember(*setOptions); });
+
+    CLI::App& mergeCommand =
+        *group.add_subcommand("merge", "Merge a second document into the first, print the result");
+    auto mergeOptions = std::make_shared<MergeOptions>();
+    mergeCommand.add_option("FILE", mergeOptions->into, "First document")->required();
+    mergeCommand.add_option("OTHER", mergeOptions->from, "Second document")->required();
+    mergeCommand.footer("An object of the second document is merged only into an object that the "
+                        "first has already:\nwhere it has none, the member becomes null.\n"
+                        "Example: bmcoauth json merge settings.json changes.json");
+    mergeCommand.callback([mergeOptions] { merge(*mergeOptions); });
+}
+
+} // namespace bmcoauth::tool

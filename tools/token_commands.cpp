@@ -1,0 +1,339 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "command.hpp"
+#include "documents.hpp"
+#include "keys.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <ctime>
+#include <deque>
+#include <iostream>
+#include <optional>
+#include <vector>
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+/** Where `issue` and `verify` explain why they want a key. */
+constexpr const char* withoutKey =
+    "a key is needed: give --key FILE (bmcoauth key generate makes one). Without a key the library "
+    "would sign with a throwaway key, and nobody could ever verify the token";
+
+/** The compact token in @p path: its whole text, or the "access_token" of a response document. */
+std::string readToken(const std::string& path)
+{
+    std::string text = readWord(path);
+    char* raw = nullptr;
+    if (get_value_char(text.c_str(), "access_token", &raw) == 1)
+    {
+        return Text{raw}.get();
+    }
+    if (text.empty())
+    {
+        throw Stop{Exit::invalid, nameOf(path) + " holds no token"};
+    }
+    return text;
+}
+
+// ---------------------------------------------------------------------------------------- issue
+
+/** The scope entries given on the command line, in the library's form. */
+class Scopes
+{
+public:
+    /** Takes texts such as "files=read,write". */
+    explicit Scopes(const std::vector<std::string>& given)
+    {
+        for (const std::string& text : given)
+        {
+            add(text);
+        }
+    }
+
+    [[nodiscard]] JWTscopes* data()
+    {
+        return entries.data();
+    }
+
+    [[nodiscard]] int size() const
+    {
+        return static_cast<int>(entries.size());
+    }
+
+private:
+    void add(const std::string& text)
+    {
+        const std::size_t equals = text.find('=');
+        if (equals == std::string::npos || equals == 0 || equals + 1 == text.size())
+        {
+            throw Stop{Exit::usage, "--scope takes NAME=VALUE[,VALUE...], not " + text};
+        }
+        std::vector<char*>& values = valueLists.emplace_back();
+        for (std::string& value : CLI::detail::split(text.substr(equals + 1), ','))
+        {
+            values.push_back(keep(std::move(value)));
+        }
+        entries.push_back(
+            {keep(text.substr(0, equals)), values.data(), static_cast<int>(values.size())});
+    }
+
+    char* keep(std::string text)
+    {
+        return texts.emplace_back(std::move(text)).data();
+    }
+
+    // Deques, because what the entries point at must not move.
+    std::deque<std::string> texts;
+    std::deque<std::vector<char*>> valueLists;
+    std::vector<JWTscopes> entries;
+};
+
+struct IssueOptions
+{
+    std::string path = "-";
+    std::string key;
+    std::string subject;
+    std::string issuer;
+    std::vector<std::string> scopes;
+    std::uint32_t lifetimeSeconds = 3600;
+};
+
+void issue(IssueOptions& options)
+{
+    if (options.key.empty())
+    {
+        throw Stop{Exit::usage, withoutKey};
+    }
+    Scopes scopes{options.scopes};
+    const PrivateKeyBytes key{options.key};
+    const AuthorizeRequestPtr request{parse_authorize_request(readText(options.path).c_str())};
+    if (!request)
+    {
+        throw Stop{Exit::invalid,
+                   nameOf(options.path) +
+                       " is not an authorize request: it needs the strings client_id, "
+                       "client_secret and state, and a refresh_token or a handshake_response"};
+    }
+    AuthorizeClaims claims{
+        options.subject.empty() ? nullptr : options.subject.data(),
+        options.issuer.empty() ? nullptr : options.issuer.data(),
+        scopes.data(),
+        scopes.size(),
+    };
+    const AuthorizeResponsePtr settings{
+        configure_auth_response(std::to_string(options.lifetimeSeconds).c_str(), nullptr)};
+    const AuthorizeResponsePtr response{authorize_client(request->state, key.data(),
+                                                         static_cast<unsigned int>(key.size()),
+                                                         settings.get(), &claims)};
+    if (!settings || !response)
+    {
+        throw Stop{Exit::failure, "the token could not be issued"};
+    }
+    const Text document{write_authorize_response(response.get())};
+    print(orStop(document, "the response could not be written"));
+}
+
+// -------------------------------------------------------------------------------------- inspect
+
+/** The JSON object in one part of a token. */
+Json::Value decodePart(const std::string& part, const std::string& name)
+{
+    char* raw = nullptr;
+    int length = 0;
+    Json::Value tree;
+    if (base64URIdecode(part.c_str(), &raw, &length) != 1)
+    {
+        throw Stop{Exit::invalid, "the " + name + " of the token is not Base64url"};
+    }
+    if (!loadJsonDoc(Text{raw}.get(), tree))
+    {
+        throw Stop{Exit::invalid, "the " + name + " of the token is not a JSON object"};
+    }
+    return tree;
+}
+
+/** The seconds that a claim holds, as a number or as a decimal text. */
+std::optional<std::uint64_t> secondsOf(const Json::Value& claim)
+{
+    if (claim.isUInt64())
+    {
+        return claim.asUInt64();
+    }
+    if (!claim.isString() || claim.asString().empty())
+    {
+        return std::nullopt;
+    }
+    const std::string text = claim.asString();
+    char* end = nullptr;
+    errno = 0;
+    const std::uint64_t seconds = std::strtoull(text.c_str(), &end, 0);
+    return *end == '\0' && errno == 0 ? std::optional{seconds} : std::nullopt;
+}
+
+/** @p seconds as date and time in UTC, and how far they are from now. */
+std::string readableTime(std::uint64_t seconds)
+{
+    const auto time = static_cast<std::time_t>(seconds);
+    std::tm utc{};
+    std::array<char, 32> date{};
+    if (time < 0 || static_cast<std::uint64_t>(time) != seconds ||
+        gmtime_r(&time, &utc) == nullptr ||
+        std::strftime(date.data(), date.size(), "%Y-%m-%d %H:%M:%S UTC", &utc) == 0)
+    {
+        return "beyond the calendar";
+    }
+    const double away = std::difftime(time, std::time(nullptr));
+    const auto whole = static_cast<unsigned long long>(away < 0 ? -away : away);
+    return std::string{date.data()} + (away < 0 ? ", " : ", in ") + std::to_string(whole) + " s" +
+           (away < 0 ? " ago" : "");
+}
+
+/** @p text as it can be shown on a terminal: what a stranger's token holds must not reach it as
+ *  control characters. */
+std::string shown(const std::string& text)
+{
+    const bool printable = std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
+    return printable ? text : json_fastWriter(Json::Value{text});
+}
+
+void printMembers(const std::string& title, const Json::Value& object)
+{
+    print(title);
+    for (const std::string& name : object.getMemberNames())
+    {
+        const Json::Value& value = object[name];
+        std::string line = "  " + shown(name) + "  " +
+                           (value.isString() ? shown(value.asString()) : json_fastWriter(value));
+        if (name == "iat" || name == "nbf" || name == "exp")
+        {
+            const std::optional<std::uint64_t> seconds = secondsOf(value);
+            line += "  (" + (seconds ? readableTime(*seconds) : "no time") + ")";
+        }
+        print(line);
+    }
+}
+
+struct InspectOptions
+{
+    std::string path = "-";
+};
+
+void inspect(const InspectOptions& options)
+{
+    const std::string token = readToken(options.path);
+    const std::size_t first = token.find('.');
+    const std::size_t second = first == std::string::npos ? first : token.find('.', first + 1);
+    if (second == std::string::npos)
+    {
+        throw Stop{Exit::invalid, nameOf(options.path) + " holds no token: two dots are expected"};
+    }
+    const Json::Value header = decodePart(token.substr(0, first), "header");
+    const Json::Value claims = decodePart(token.substr(first + 1, second - first - 1), "payload");
+    printMembers("header", header);
+    printMembers("claims", claims);
+    std::cerr << "bmcoauth: warning: nothing was verified; anybody can write such a token\n";
+}
+
+// --------------------------------------------------------------------------------------- verify
+
+enum Verdict : int
+{
+    invalid = 0,
+    valid = 1,
+    expired = 2,
+    failed = 3,
+};
+
+struct VerifyOptions
+{
+    std::string path = "-";
+    std::string key;
+};
+
+/** The claims of @p token as they stand in it. */
+Json::Value claimsOf(const std::string& token)
+{
+    const std::size_t first = token.find('.') + 1;
+    return decodePart(token.substr(first, token.find('.', first) - first), "payload");
+}
+
+void verify(const VerifyOptions& options)
+{
+    if (options.key.empty())
+    {
+        throw Stop{Exit::usage, "a key is needed: give --key FILE, the key that signed the token"};
+    }
+    const PrivateKeyBytes key{options.key};
+    const std::string token = readToken(options.path);
+    JWTHeader* header = nullptr;
+    JWTPayload* payload = nullptr;
+    const int verdict = validateJWT(token.c_str(), key.data(), key.size(), &header, &payload);
+    const JwtHeaderPtr ownedHeader{header};
+    const JwtPayloadPtr ownedPayload{payload};
+    switch (verdict)
+    {
+        case valid:
+            printJson(claimsOf(token));
+            return;
+        case expired:
+            // The library looks at the time before it looks at the signature.
+            throw Stop{Exit::expired, "the token has expired (its signature was not looked at)"};
+        case invalid:
+            throw Stop{Exit::invalid, "the token is not valid: it is malformed, not valid yet, or "
+                                      "not signed with this key"};
+        default:
+            throw Stop{Exit::failure, "the token could not be judged: the clock or memory failed"};
+    }
+}
+
+} // namespace
+
+void addTokenCommands(CLI::App& app)
+{
+    CLI::App& group = addGroup(app, "token", "Issue, inspect and verify access tokens");
+
+    CLI::App& issueCommand =
+        *group.add_subcommand("issue", "Answer an authorize request with fresh tokens");
+    auto issueOptions = std::make_shared<IssueOptions>();
+    issueCommand.add_option("FILE", issueOptions->path, "Authorize request document");
+    issueCommand.add_option("--key", issueOptions->key, "Key file that signs the token");
+    issueCommand.add_option("--subject", issueOptions->subject, "Claim sub");
+    issueCommand.add_option("--issuer", issueOptions->issuer, "Claim iss");
+    issueCommand
+        .add_option("--scope", issueOptions->scopes,
+                    "Scope entry NAME=VALUE[,VALUE...]; may be given again")
+        ->expected(1)
+        ->take_all();
+    issueCommand
+        .add_option("--lifetime", issueOptions->lifetimeSeconds,
+                    "Seconds until the token expires (default 3600)")
+        ->check(CLI::PositiveNumber);
+    issueCommand.footer("Example: bmcoauth token issue --key signing.pem --subject admin "
+                        "--scope files=read,write request.json");
+    issueCommand.callback([issueOptions] { issue(*issueOptions); });
+
+    CLI::App& inspectCommand =
+        *group.add_subcommand("inspect", "Show header, claims and times; verifies nothing");
+    auto inspectOptions = std::make_shared<InspectOptions>();
+    inspectCommand.add_option("FILE", inspectOptions->path,
+                              "Token, or response document with access_token");
+    inspectCommand.footer("Example: bmcoauth token inspect response.json");
+    inspectCommand.callback([inspectOptions] { inspect(*inspectOptions); });
+
+    CLI::App& verifyCommand =
+        *group.add_subcommand("verify", "Verify a token of ours, print its claims");
+    auto verifyOptions = std::make_shared<VerifyOptions>();
+    verifyCommand.add_option("FILE", verifyOptions->path,
+                             "Token, or response document with access_token");
+    verifyCommand.add_option("--key", verifyOptions->key, "Key file that signed the token");
+    verifyCommand.footer("Exit status 3 when the token is refused, 4 when it has expired.\n"
+                         "Example: bmcoauth token verify --key signing.pem response.json");
+    verifyCommand.callback([verifyOptions] { verify(*verifyOptions); });
+}
+
+} // namespace bmcoauth::tool
