@@ -1,0 +1,112 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Compares what a shared library exports with the lists of its symbols, in both directions, and
+the lists with the declarations in the public headers.
+
+A list names one symbol a line: a plain name, or a C++ function with its argument types, in which
+size_t, uint64_t and std::string stand for what the platform makes of them."""
+
+import argparse
+import pathlib
+import re
+import subprocess
+import sys
+
+STRING = "std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >"
+
+
+def expand(symbol, wide):
+    """A line of a list, in the words of the demangler."""
+    for alias, meaning in (
+        ("std::string", STRING),
+        ("size_t", "unsigned long" if wide else "unsigned int"),
+        ("uint64_t", "unsigned long" if wide else "unsigned long long"),
+    ):
+        symbol = symbol.replace(alias, meaning)
+    return symbol
+
+
+def listed(paths, wide):
+    """Every symbol of the lists, with the list that it stands in."""
+    symbols = {}
+    faults = []
+    for path in paths:
+        for line in path.read_text(encoding="utf-8").splitlines():
+            symbol = expand(line.strip(), wide)
+            if symbol in symbols:
+                faults.append(f"{path}: {line} is listed twice")
+            if symbol:
+                symbols[symbol] = path
+    return symbols, faults
+
+
+def exported(library, nm, cxxfilt):
+    """Every defined symbol of the dynamic symbol table, demangled."""
+    table = subprocess.run(
+        [nm, "-D", "--defined-only", "--format=posix", library],
+        check=True, stdout=subprocess.PIPE, text=True,
+    ).stdout
+    names = "\n".join(line.split()[0] for line in table.splitlines())
+    return subprocess.run(
+        [cxxfilt], check=True, input=names, stdout=subprocess.PIPE, text=True
+    ).stdout.split("\n")
+
+
+def declared(headers):
+    """The name of every exported function and table of the headers, and whether it is plain."""
+    found = set()
+    for header in headers:
+        text = re.sub(r"/\*.*?\*/", "", header.read_text(encoding="utf-8"), flags=re.DOTALL)
+        plain = False
+        for token in re.finditer(r"\bBMCOAUTH_(PLAIN_BEGIN|PLAIN_END|API\b[^;]*;)", text):
+            if not token[1].startswith("API"):
+                plain = token[1] == "PLAIN_BEGIN"
+                continue
+            # Before the arguments of a function, or the bounds of a table.
+            name = re.search(r"(\w+)\s*[(\[]", token[1])
+            assert name, f"{header}: no name in {token[0]}"
+            found.add((name[1], plain))
+    return found
+
+
+def is_wide(library):
+    """Whether the library is one for 64 bits: the class byte of its ELF header."""
+    with open(library, "rb") as file:
+        header = file.read(5)
+    assert header[:4] == b"\x7fELF", f"{library} is no ELF file"
+    return header[4] == 2
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--nm", default="nm")
+    parser.add_argument("--cxxfilt", default="c++filt")
+    parser.add_argument("--library", required=True)
+    parser.add_argument("--list", nargs="+", type=pathlib.Path, required=True)
+    parser.add_argument("--header", nargs="*", type=pathlib.Path, default=[])
+    arguments = parser.parse_args()
+
+    wanted, faults = listed(arguments.list, is_wide(arguments.library))
+    found = {name for name in exported(arguments.library, arguments.nm, arguments.cxxfilt) if name}
+    for symbol in sorted(found - wanted.keys()):
+        faults.append(f"exported, but in no list: {symbol}")
+    for symbol in sorted(wanted.keys() - found):
+        faults.append(f"{wanted[symbol]}: not exported: {symbol}")
+
+    if arguments.header:
+        # A C++ symbol carries its argument types, a plain one does not.
+        in_lists = {(symbol.split("(")[0].split("[")[0], "(" not in symbol) for symbol in wanted}
+        in_headers = declared(arguments.header)
+        for name, plain in sorted(in_lists ^ in_headers):
+            kind = "plain" if plain else "C++"
+            where = "a list" if (name, plain) in in_lists else "a header"
+            faults.append(f"the {kind} symbol {name} stands in {where} only")
+
+    for fault in faults:
+        print(fault)
+    print(f"{len(found)} symbols, {len(faults)} faults")
+    return 1 if faults or not found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
