@@ -1,0 +1,1033 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "handmade_token.hpp"
+#include "support/fake_device.hpp"
+#include "support/hostile.hpp"
+#include "support/machine.hpp"
+#include "support/owners.hpp"
+
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <map>
+#include <utility>
+
+using namespace support;
+using tokens::base64Url;
+using tokens::fromBase64Url;
+using tokens::handmade;
+using tokens::otherKey;
+using tokens::partsOf;
+using tokens::serviceKey;
+
+namespace
+{
+
+constexpr std::time_t now = 1700000000;
+
+/** What a child process reports: a failed allocation, and the outcome that it must have. */
+constexpr int asPromised = 10;
+/** The exit status of the fail-fast allocation. */
+constexpr int endedAtOnce = 255;
+
+constexpr std::string_view plainHeader = R"({"alg":"ES256","typ":"JWT"})";
+
+/** The records of a token, over texts of the test: nothing in them is released. */
+struct Records
+{
+    std::string typ = "JWT";
+    std::string alg = "ES256";
+    std::string sub = "user";
+    std::string iss = "issuer";
+    std::string jti = "id-1";
+    std::string iat = "1700000000";
+    std::string nbf = "1700000001";
+    std::string exp = "1700003600";
+    JWTHeader header{typ.data(), alg.data(), nullptr};
+    JWTPayload payload{jti.data(), sub.data(), iss.data(), iat.data(), exp.data(),
+                       nbf.data(), nullptr,    nullptr,    nullptr,    nullptr,
+                       nullptr,    nullptr,    0};
+
+    Records() = default;
+    Records(const Records&) = delete;
+    Records& operator=(const Records&) = delete;
+    ~Records() = default;
+
+    [[nodiscard]] std::string token()
+    {
+        const HeapText text{
+            generateJWT(&header, &payload, serviceKey().data(), serviceKey().length())};
+        return orNull(text.get());
+    }
+
+    /** The text of one part of the token, decoded. */
+    [[nodiscard]] std::string part(std::size_t index)
+    {
+        return fromBase64Url(partsOf(token()).at(index));
+    }
+
+    /** The payload of the token with these scope entries. */
+    [[nodiscard]] std::string payloadWithScopes(std::vector<JWTscopes> scopes)
+    {
+        payload.scopes = scopes.data();
+        payload.scopes_count = static_cast<int>(scopes.size());
+        std::string text = part(1);
+        payload.scopes = nullptr;
+        payload.scopes_count = 0;
+        return text;
+    }
+};
+
+char* text(const char* literal)
+{
+    return const_cast<char*>(literal); // NOLINT(cppcoreguidelines-pro-type-const-cast): only read
+}
+
+/** What validateJWT gives. */
+struct Validation
+{
+    int result = -1;
+    tokens::Header header;
+    tokens::Payload payload;
+};
+
+Validation validate(const std::string& token, const tokens::PrivateKey& key = serviceKey())
+{
+    JWTHeader* header = nullptr;
+    JWTPayload* payload = nullptr;
+    const int result = validateJWT(token.c_str(), key.data(), key.length(), &header, &payload);
+    return {result, tokens::Header{header}, tokens::Payload{payload}};
+}
+
+/** The members of a payload, by name, each as its JSON text. */
+using Claims = std::map<std::string, std::string>;
+
+Claims plainClaims()
+{
+    return {{"sub", R"("user")"},       {"iss", R"("issuer")"},     {"jti", R"("id-1")"},
+            {"iat", R"("1699999999")"}, {"nbf", R"("1699999999")"}, {"exp", R"("1700003600")"}};
+}
+
+std::string json(const Claims& claims)
+{
+    std::string object;
+    for (const auto& [name, value] : claims)
+    {
+        object += (object.empty() ? "{\"" : ",\"") + name + "\":" + value;
+    }
+    return object.empty() ? "{}" : object + "}";
+}
+
+/** The plain claims with one of them replaced or added. */
+std::string with(const std::string& name, const std::string& value)
+{
+    Claims claims = plainClaims();
+    claims[name] = value;
+    return json(claims);
+}
+
+std::string without(const std::string& name)
+{
+    Claims claims = plainClaims();
+    claims.erase(name);
+    return json(claims);
+}
+
+Validation validateClaims(const std::string& payload)
+{
+    return validate(handmade(plainHeader, payload));
+}
+
+Validation validateHeader(const std::string& header)
+{
+    return validate(handmade(header, json(plainClaims())));
+}
+
+/** @p token with another digit at @p position. */
+std::string altered(std::string token, std::size_t position)
+{
+    token.at(position) = token.at(position) == 'A' ? 'B' : 'A';
+    return token;
+}
+
+} // namespace
+
+TEST(GenerateJwt, WritesTheHeaderInCompactForm)
+{
+    Records records;
+    EXPECT_EQ(records.part(0), R"({"alg":"ES256","typ":"JWT"})");
+    // By the coreutils: printf '{"alg":"ES256","typ":"JWT"}' | basenc --base64url | tr -d =
+    EXPECT_EQ(partsOf(records.token()).at(0), "eyJhbGciOiJFUzI1NiIsInR5cCI6IkpXVCJ9");
+    records.header.kid = text("key-1");
+    EXPECT_EQ(records.part(0), R"({"alg":"ES256","kid":"key-1","typ":"JWT"})");
+}
+
+TEST(GenerateJwt, WritesThePayloadWithTimesAsStrings)
+{
+    Records records;
+    EXPECT_EQ(records.part(1), R"({"exp":"1700003600","iat":"1700000000","iss":"issuer",)"
+                               R"("jti":"id-1","nbf":"1700000001","sub":"user"})");
+}
+
+TEST(GenerateJwt, EscapesWhatJsonEscapes)
+{
+    Records records;
+    records.payload.sub = text("a\"b\\c\n\x01/\u00e9");
+    EXPECT_NE(records.part(1).find(R"("sub":"a\"b\\c\n\u0001/\u00e9")"), std::string::npos);
+    records.payload.sub = text("");
+    EXPECT_NE(records.part(1).find(R"("sub":"")"), std::string::npos);
+}
+
+TEST(GenerateJwt, WritesEachScopeEntryWithItsOwnValues)
+{
+    Records records;
+    std::array<char*, 2> ab{text("a"), text("b")};
+    std::array<char*, 1> c{text("c")};
+    const std::string payload =
+        records.payloadWithScopes({{text("second"), ab.data(), 2}, {text("first"), c.data(), 1}});
+    EXPECT_NE(payload.find(R"("scope":{"first":["c"],"second":["a","b"]})"), std::string::npos)
+        << payload;
+}
+
+TEST(GenerateJwt, WritesOnlyTheCountedValues)
+{
+    Records records;
+    std::array<char*, 2> ab{text("a"), text("b")};
+    const std::string payload = records.payloadWithScopes({{text("one"), ab.data(), 1},
+                                                           {text("none"), ab.data(), 0},
+                                                           {text("null"), nullptr, 0},
+                                                           {text("less"), ab.data(), -1}});
+    EXPECT_NE(payload.find(R"("scope":{"less":[],"none":[],"null":[],"one":["a"]})"),
+              std::string::npos)
+        << payload;
+}
+
+TEST(GenerateJwt, LetsALaterScopeEntryReplaceAnEarlierOneOfTheSameName)
+{
+    Records records;
+    std::array<char*, 2> ab{text("a"), text("b")};
+    std::array<char*, 1> c{text("c")};
+    const std::string payload =
+        records.payloadWithScopes({{text("name"), ab.data(), 2}, {text("name"), c.data(), 1}});
+    EXPECT_NE(payload.find(R"("scope":{"name":["c"]})"), std::string::npos) << payload;
+}
+
+TEST(GenerateJwt, WritesNoScopeWithoutACount)
+{
+    Records records;
+    std::array<char*, 1> a{text("a")};
+    JWTscopes scope{text("name"), a.data(), 1};
+    records.payload.scopes = &scope;
+    records.payload.scopes_count = 1;
+    EXPECT_NE(records.part(1).find("scope"), std::string::npos);
+    for (const int count : {0, -1})
+    {
+        records.payload.scopes_count = count;
+        EXPECT_EQ(records.part(1).find("scope"), std::string::npos) << count;
+    }
+}
+
+TEST(GenerateJwt, WritesNoOtherField)
+{
+    Records records;
+    const std::string plain = records.part(1);
+    TextList list{"one", "two"};
+    records.payload.aud = list;
+    records.payload.xidp = text(R"({"*":["L"]})");
+    records.payload.act = text("actor");
+    records.payload.ravok_roles = list;
+    records.payload.scope = list;
+    EXPECT_EQ(records.part(1), plain);
+}
+
+TEST(GenerateJwt, SignsHeaderAndPayload)
+{
+    Records records;
+    const std::string token = records.token();
+    ASSERT_EQ(std::ranges::count(token, '.'), 2);
+    EXPECT_EQ(token.find_first_of("=+/\n"), std::string::npos);
+    const std::vector<std::string> parts = partsOf(token);
+    const std::string signingInput = parts.at(0) + "." + parts.at(1);
+    const std::string signature = fromBase64Url(parts.at(2));
+    EXPECT_TRUE(tokens::verifies(signingInput, signature, serviceKey()));
+    EXPECT_FALSE(tokens::verifies(signingInput, signature, otherKey()));
+    EXPECT_FALSE(tokens::verifies(signingInput + ".", signature, serviceKey()));
+    const auto* bytes = reinterpret_cast<const unsigned char*>(signature.data());
+    EXPECT_EQ(verifySignature(signingInput, bytes, static_cast<int>(signature.size()),
+                              serviceKey().data(), serviceKey().length()),
+              1);
+}
+
+TEST(GenerateJwt, SignsWithSha256WhateverAlgSays)
+{
+    Records records;
+    records.header.alg = text("ES512");
+    const std::vector<std::string> parts = partsOf(records.token());
+    EXPECT_EQ(fromBase64Url(parts.at(0)), R"({"alg":"ES512","typ":"JWT"})");
+    EXPECT_TRUE(tokens::verifies(parts.at(0) + "." + parts.at(1), fromBase64Url(parts.at(2)),
+                                 serviceKey()));
+}
+
+TEST(GenerateJwt, SignsWithAThrowawayKeyWithoutOne)
+{
+    Records records;
+    const HeapText first{generateJWT(&records.header, &records.payload, nullptr, 0)};
+    const HeapText second{generateJWT(&records.header, &records.payload, nullptr, 0)};
+    ASSERT_NE(first, nullptr);
+    ASSERT_NE(second, nullptr);
+    EXPECT_STRNE(first.get(), second.get());
+    const std::vector<std::string> parts = partsOf(first.get());
+    ASSERT_EQ(parts.size(), 3U);
+    EXPECT_EQ(parts.at(0) + "." + parts.at(1),
+              base64Url(records.part(0)) + "." + base64Url(records.part(1)));
+    EXPECT_FALSE(tokens::verifies(parts.at(0) + "." + parts.at(1), fromBase64Url(parts.at(2)),
+                                  serviceKey()));
+}
+
+TEST(GenerateJwt, NeedsEveryTextButKid)
+{
+    const JournalEntries journal;
+    Records records;
+    EXPECT_NE(records.token(), "(null)");
+    for (char** field :
+         {&records.header.typ, &records.header.alg, &records.payload.sub, &records.payload.iss,
+          &records.payload.jti, &records.payload.iat, &records.payload.nbf, &records.payload.exp})
+    {
+        char* const kept = std::exchange(*field, nullptr);
+        EXPECT_EQ(records.token(), "(null)");
+        *field = kept;
+    }
+    EXPECT_EQ(generateJWT(nullptr, &records.payload, nullptr, 0), nullptr);
+    EXPECT_EQ(generateJWT(&records.header, nullptr, nullptr, 0), nullptr);
+    EXPECT_TRUE(journal.all().empty());
+}
+
+TEST(GenerateJwt, NeedsEveryTextOfItsScopes)
+{
+    const JournalEntries journal;
+    Records records;
+    std::array<char*, 2> values{text("a"), text("b")};
+    JWTscopes scope{text("name"), values.data(), 2};
+    records.payload.scopes = &scope;
+    records.payload.scopes_count = 1;
+    EXPECT_NE(records.token(), "(null)");
+    scope.name = nullptr;
+    EXPECT_EQ(records.token(), "(null)");
+    scope.name = text("name");
+    values[1] = nullptr;
+    EXPECT_EQ(records.token(), "(null)");
+    scope.count = 1;
+    EXPECT_NE(records.token(), "(null)");
+    scope.values = nullptr;
+    EXPECT_EQ(records.token(), "(null)");
+    records.payload.scopes = nullptr;
+    EXPECT_EQ(records.token(), "(null)");
+    EXPECT_TRUE(journal.all().empty());
+}
+
+TEST(GenerateJwt, FailsWithAKeyThatDoesNotDecode)
+{
+    const JournalEntries journal;
+    Records records;
+    const auto generated = [&](const unsigned char* der, int length)
+    {
+        const HeapText token{generateJWT(&records.header, &records.payload, der, length)};
+        return token != nullptr;
+    };
+    EXPECT_TRUE(generated(serviceKey().data(), serviceKey().length()));
+    EXPECT_FALSE(generated(serviceKey().data(), serviceKey().length() - 1));
+    EXPECT_FALSE(generated(serviceKey().data(), 0));
+    EXPECT_FALSE(generated(serviceKey().data(), -1));
+    EXPECT_TRUE(journal.all().empty());
+}
+
+TEST(GenerateJwt, WritesLargePayloads)
+{
+    Records records;
+    std::string subject(1000000, 'x');
+    records.payload.sub = subject.data();
+    const std::vector<std::string> parts = partsOf(records.token());
+    EXPECT_EQ(fromBase64Url(parts.at(1)),
+              R"({"exp":"1700003600","iat":"1700000000","iss":"issuer",)"
+              R"("jti":"id-1","nbf":"1700000001","sub":")" +
+                  subject + "\"}");
+    EXPECT_TRUE(tokens::verifies(parts.at(0) + "." + parts.at(1), fromBase64Url(parts.at(2)),
+                                 serviceKey()));
+}
+
+TEST(GenerateJwt, LeavesErrnoAndTheErrorQueueAlone)
+{
+    Records records;
+    ERR_clear_error();
+    errno = EDOM;
+    const std::string token = records.token();
+    const bool failed =
+        generateJWT(&records.header, &records.payload, serviceKey().data(), 5) == nullptr;
+    EXPECT_EQ(errno, EDOM);
+    EXPECT_EQ(ERR_peek_error(), 0UL);
+    EXPECT_TRUE(failed);
+    EXPECT_NE(token, "(null)");
+}
+
+TEST(GenerateJwt, TellsTheJournalWhichPartFailed)
+{
+    Records records;
+    EXPECT_NE(records.token(), "(null)"); // what is made once for the process is made
+    std::vector<std::string> told;
+    bool more = true;
+    for (unsigned int nth = 1; more; ++nth)
+    {
+        const JournalEntries journal;
+        FailAllocation failure{nth};
+        const HeapText token{generateJWT(&records.header, &records.payload, serviceKey().data(),
+                                         serviceKey().length())};
+        more = failure.reached();
+        const std::vector<JournalEntries::Entry> entries = journal.all();
+        ASSERT_LE(entries.size(), 1U);
+        if (!entries.empty())
+        {
+            EXPECT_EQ(token, nullptr);
+            EXPECT_EQ(field(entries.front(), "PRIORITY"), "3");
+            EXPECT_EQ(field(entries.front(), "CODE_LINE"), "77");
+            EXPECT_EQ(field(entries.front(), "CODE_FUNC"), "helper_log");
+            EXPECT_FALSE(field(entries.front(), "TRANSACTION_ID").empty());
+            if (told.empty() || told.back() != field(entries.front(), "MESSAGE"))
+            {
+                told.push_back(field(entries.front(), "MESSAGE"));
+            }
+        }
+    }
+    // The other two are of a step that fails for null alone.
+    EXPECT_EQ(told, (std::vector<std::string>{"JWT header serialization failed",
+                                              "JWT payload serialization failed",
+                                              "Base64 encoding the header failed",
+                                              "Base64 encoding the payload failed"}));
+}
+
+TEST(GenerateJwt, GivesNullWhenMemoryStaysExhausted)
+{
+    Records records;
+    EXPECT_NE(records.token(), "(null)");
+    withEachAllocationFailing(
+        [&](FailAllocation& failure)
+        {
+            const HeapText token{generateJWT(&records.header, &records.payload, serviceKey().data(),
+                                             serviceKey().length())};
+            EXPECT_EQ(token == nullptr, failure.reached());
+        },
+        FailAllocation::fromThenOn);
+}
+
+// OpenSSL gets by without some of its blocks.
+TEST(GenerateJwt, GivesNullOrAGoodTokenWhicheverAllocationFails)
+{
+    Records records;
+    EXPECT_NE(records.token(), "(null)");
+    withEachAllocationFailing(
+        [&](FailAllocation& failure)
+        {
+            const HeapText token{generateJWT(&records.header, &records.payload, serviceKey().data(),
+                                             serviceKey().length())};
+            if (failure.reached() && token)
+            {
+                const std::vector<std::string> parts = partsOf(token.get());
+                EXPECT_TRUE(tokens::verifies(parts.at(0) + "." + parts.at(1),
+                                             fromBase64Url(parts.at(2)), serviceKey()));
+            }
+        });
+}
+
+TEST(ValidateJwt, AcceptsAGeneratedToken)
+{
+    const FakeClock clock{now + 1};
+    Records records;
+    records.header.kid = text("key-1");
+    std::array<char*, 2> ab{text("a"), text("b")};
+    std::array<char*, 1> c{text("c")};
+    std::array<JWTscopes, 2> scopes{{{text("first"), ab.data(), 2}, {text("second"), c.data(), 1}}};
+    records.payload.scopes = scopes.data();
+    records.payload.scopes_count = 2;
+
+    const Validation checked = validate(records.token());
+    ASSERT_EQ(checked.result, 1);
+    ASSERT_NE(checked.header, nullptr);
+    EXPECT_STREQ(checked.header->typ, "JWT");
+    EXPECT_STREQ(checked.header->alg, "ES256");
+    EXPECT_STREQ(checked.header->kid, "key-1");
+    ASSERT_NE(checked.payload, nullptr);
+    EXPECT_STREQ(checked.payload->sub, "user");
+    EXPECT_STREQ(checked.payload->iss, "issuer");
+    EXPECT_STREQ(checked.payload->jti, "id-1");
+    EXPECT_STREQ(checked.payload->iat, "1700000000");
+    EXPECT_STREQ(checked.payload->nbf, "1700000001");
+    EXPECT_STREQ(checked.payload->exp, "1700003600");
+    ASSERT_EQ(checked.payload->scopes_count, 2);
+    EXPECT_STREQ(checked.payload->scopes[0].name, "first");
+    ASSERT_EQ(checked.payload->scopes[0].count, 2);
+    EXPECT_STREQ(checked.payload->scopes[0].values[0], "a");
+    EXPECT_STREQ(checked.payload->scopes[0].values[1], "b");
+    EXPECT_STREQ(checked.payload->scopes[1].name, "second");
+    ASSERT_EQ(checked.payload->scopes[1].count, 1);
+    EXPECT_STREQ(checked.payload->scopes[1].values[0], "c");
+}
+
+TEST(ValidateJwt, AcceptsATokenMadeElsewhere)
+{
+    const FakeClock clock{now};
+    const Validation checked = validateClaims(json(plainClaims()));
+    EXPECT_EQ(checked.result, 1);
+    ASSERT_NE(checked.header, nullptr);
+    EXPECT_EQ(checked.header->kid, nullptr);
+    ASSERT_NE(checked.payload, nullptr);
+    EXPECT_EQ(checked.payload->scopes, nullptr);
+    EXPECT_EQ(checked.payload->scopes_count, 0);
+}
+
+TEST(ValidateJwt, IgnoresOtherClaims)
+{
+    const FakeClock clock{now};
+    Claims claims = plainClaims();
+    claims["aud"] = R"(["one"])";
+    claims["act"] = "5";
+    claims["xidp"] = R"({"*":["L"]})";
+    claims["ravok_roles"] = R"(["admin"])";
+    claims["more"] = R"([{"deep":[1.5]}])";
+    const Validation checked = validateClaims(json(claims));
+    EXPECT_EQ(checked.result, 1);
+    ASSERT_NE(checked.payload, nullptr);
+    EXPECT_EQ(checked.payload->aud, nullptr);
+    EXPECT_EQ(checked.payload->act, nullptr);
+    EXPECT_EQ(checked.payload->xidp, nullptr);
+    EXPECT_EQ(checked.payload->ravok_roles, nullptr);
+    EXPECT_EQ(checked.payload->scope, nullptr);
+}
+
+TEST(ValidateJwt, HoldsATokenValidUpToItsExpiry)
+{
+    FakeClock clock{1700003599};
+    const std::string token = handmade(plainHeader, json(plainClaims()));
+    EXPECT_EQ(validate(token).result, 1);
+    for (const std::time_t late : {1700003600, 1700003601, 1800000000})
+    {
+        clock.set(late);
+        const Validation checked = validate(token);
+        EXPECT_EQ(checked.result, 2) << late;
+        EXPECT_NE(checked.header, nullptr);
+        EXPECT_EQ(checked.payload, nullptr);
+    }
+}
+
+TEST(ValidateJwt, CallsAForgedTokenExpiredToo)
+{
+    const FakeClock clock{1700003600};
+    EXPECT_EQ(validate(handmade(plainHeader, json(plainClaims())), otherKey()).result, 2);
+}
+
+TEST(ValidateJwt, HoldsATokenInvalidBeforeItsTime)
+{
+    FakeClock clock{1699999999};
+    const std::string token = handmade(plainHeader, json(plainClaims()));
+    EXPECT_EQ(validate(token).result, 1);
+    clock.set(1699999998);
+    const Validation checked = validate(token);
+    EXPECT_EQ(checked.result, 0);
+    EXPECT_NE(checked.header, nullptr);
+    EXPECT_EQ(checked.payload, nullptr);
+}
+
+TEST(ValidateJwt, HoldsATokenThatIsNeitherYetNorStillValidInvalid)
+{
+    const FakeClock clock{now};
+    Claims claims = plainClaims();
+    claims["exp"] = R"("1600000000")";
+    EXPECT_EQ(validateClaims(json(claims)).result, 2);
+    claims["nbf"] = R"("1800000000")";
+    EXPECT_EQ(validateClaims(json(claims)).result, 0);
+}
+
+TEST(ValidateJwt, NeverComparesTheTimeOfIssue)
+{
+    const FakeClock clock{now};
+    for (const char* iat : {R"("1800000000")", R"("0")", R"("soon")", R"("")"})
+    {
+        EXPECT_EQ(validateClaims(with("iat", iat)).result, 1) << iat;
+    }
+}
+
+// As strtoull reads them with base 0.
+TEST(ValidateJwt, ReadsTimesInThreeBases)
+{
+    const FakeClock clock{now};
+    struct Time
+    {
+        const char* text;
+        int asExpiry;
+        int asNotBefore;
+    };
+    for (const auto& [text, asExpiry, asNotBefore] : {
+             Time{"1700000001", 1, 0},
+             Time{"1700000000", 2, 1},
+             Time{"0x6553F101", 1, 0},   // 1700000001
+             Time{"0X6553f100", 2, 1},   // 1700000000
+             Time{"014524770401", 1, 0}, // 1700000001
+             Time{"014524770400", 2, 1}, // 1700000000
+             Time{" 1700000001", 1, 0},
+             Time{"+1700000001", 1, 0},
+             Time{"1700000001.9", 1, 0},
+             Time{"1700000001 seconds", 1, 0},
+             Time{"18446744073709551615", 1, 0},
+             Time{"18446744073709551616", 1, 0},
+             Time{"99999999999999999999999999", 1, 0},
+             Time{"-1", 1, 0},
+             Time{"-18446744073709551615", 2, 1},
+             Time{"01700000001", 2, 1}, // octal
+             Time{"09", 2, 1},
+             Time{"0170", 2, 1},
+             Time{"0x", 2, 1},
+             Time{"0", 2, 1},
+             Time{"", 2, 1},
+             Time{"soon", 2, 1},
+             Time{"1,700,000,001", 2, 1},
+             Time{"6553F101", 2, 1},
+         })
+    {
+        SCOPED_TRACE(text);
+        const std::string value = std::string{"\""} + text + "\"";
+        EXPECT_EQ(validateClaims(with("exp", value)).result, asExpiry);
+        EXPECT_EQ(validateClaims(with("nbf", value)).result, asNotBefore);
+    }
+}
+
+TEST(ValidateJwt, FailsWhenTheClockCannotBeRead)
+{
+    FakeClock clock{now};
+    const std::string token = handmade(plainHeader, json(plainClaims()));
+    EXPECT_EQ(validate(token).result, 1);
+    clock.failBreakingDown();
+    for (const std::string& any : {token, std::string{}, std::string{"a.b"}})
+    {
+        const Validation checked = validate(any);
+        EXPECT_EQ(checked.result, 3);
+        EXPECT_EQ(checked.header, nullptr);
+        EXPECT_EQ(checked.payload, nullptr);
+    }
+}
+
+TEST(ValidateJwt, RefusesAnAlteredSignatureAndHandsTheRecordsBack)
+{
+    const FakeClock clock{now};
+    const std::string token = handmade(plainHeader, json(plainClaims()));
+    const std::size_t signature = token.rfind('.') + 1;
+    // All digits but the last, which carries bits that count for nothing.
+    for (std::size_t position = signature; position + 1 < token.size(); ++position)
+    {
+        SCOPED_TRACE(position);
+        const Validation checked = validate(altered(token, position));
+        EXPECT_EQ(checked.result, 0);
+        ASSERT_NE(checked.header, nullptr);
+        EXPECT_STREQ(checked.header->alg, "ES256");
+        ASSERT_NE(checked.payload, nullptr);
+        EXPECT_STREQ(checked.payload->sub, "user");
+    }
+    EXPECT_EQ(validate(token).result, 1);
+}
+
+TEST(ValidateJwt, RefusesWhatTheSignatureDoesNotCover)
+{
+    const FakeClock clock{now};
+    const std::vector<std::string> parts = partsOf(handmade(plainHeader, json(plainClaims())));
+    const auto joined =
+        [](const std::string& header, const std::string& payload, const std::string& signature)
+    {
+        return validate(header + "." + payload + "." + signature).result;
+    };
+    EXPECT_EQ(joined(parts.at(0), parts.at(1), parts.at(2)), 1);
+    const std::string more = base64Url(with("sub", R"("admin")"));
+    const std::string unsignedHeader = base64Url(R"({"alg":"none","typ":"JWT"})");
+    EXPECT_EQ(joined(parts.at(0), more, parts.at(2)), 0);
+    EXPECT_EQ(joined(unsignedHeader, parts.at(1), parts.at(2)), 0);
+    EXPECT_EQ(joined(unsignedHeader, parts.at(1), ""), 0);
+    EXPECT_EQ(joined(parts.at(0), parts.at(1), ""), 0);
+    // The same claims, written differently.
+    EXPECT_EQ(joined(parts.at(0), base64Url(json(plainClaims()) + " "), parts.at(2)), 0);
+}
+
+TEST(ValidateJwt, RefusesOtherFormsOfSignature)
+{
+    const FakeClock clock{now};
+    const std::string token = handmade(plainHeader, json(plainClaims()));
+    EXPECT_EQ(validate(token).result, 1);
+    const std::string signingInput = token.substr(0, token.rfind('.'));
+    const std::string der = fromBase64Url(partsOf(token).at(2));
+    for (const std::string& signature :
+         {der + '\0', der.substr(0, der.size() - 1), std::string(64, '\x01'), std::string(1, '0'),
+          std::string(70, '\0'), std::string{"\x30\x06\x02\x01\x00\x02\x01\x00", 8}})
+    {
+        EXPECT_EQ(validate(signingInput + "." + base64Url(signature)).result, 0);
+    }
+}
+
+TEST(ValidateJwt, DoesNotLetAlgChooseTheAlgorithm)
+{
+    const FakeClock clock{now};
+    for (const char* alg : {"none", "HS256", "RS256", "ES512", ""})
+    {
+        const std::string header = std::string{R"({"alg":")"} + alg + R"(","typ":"JWT"})";
+        EXPECT_EQ(validateHeader(header).result, 1) << alg;
+        const std::string token = handmade(header, json(plainClaims()), otherKey());
+        EXPECT_EQ(validate(token).result, 0) << alg;
+    }
+}
+
+TEST(ValidateJwt, NeedsItsOwnKey)
+{
+    const FakeClock clock{now};
+    const std::string token = handmade(plainHeader, json(plainClaims()));
+    const auto result = [&](const unsigned char* der, int length)
+    {
+        JWTHeader* header = nullptr;
+        JWTPayload* payload = nullptr;
+        const int code = validateJWT(token.c_str(), der, length, &header, &payload);
+        const tokens::Header ownedHeader{header};
+        const tokens::Payload ownedPayload{payload};
+        return code;
+    };
+    EXPECT_EQ(result(serviceKey().data(), serviceKey().length()), 1);
+    EXPECT_EQ(result(otherKey().data(), otherKey().length()), 0);
+    EXPECT_EQ(result(serviceKey().data(), serviceKey().length() - 1), 0);
+    EXPECT_EQ(result(serviceKey().data(), 0), 0);
+    EXPECT_EQ(result(serviceKey().data(), -1), 0);
+    EXPECT_EQ(result(nullptr, 0), 0);
+    EXPECT_EQ(result(nullptr, serviceKey().length()), 0);
+}
+
+TEST(ValidateJwt, NeedsATokenAndBothAddresses)
+{
+    const FakeClock clock{now};
+    const std::string token = handmade(plainHeader, json(plainClaims()));
+    JWTHeader* header = nullptr;
+    JWTPayload* payload = nullptr;
+    const auto* der = serviceKey().data();
+    const int length = serviceKey().length();
+    EXPECT_EQ(validateJWT(nullptr, der, length, &header, &payload), 0);
+    EXPECT_EQ(validateJWT(token.c_str(), der, length, nullptr, &payload), 0);
+    EXPECT_EQ(validateJWT(token.c_str(), der, length, &header, nullptr), 0);
+    EXPECT_EQ(header, nullptr);
+    EXPECT_EQ(payload, nullptr);
+}
+
+TEST(ValidateJwt, NeedsTypAndAlg)
+{
+    const FakeClock clock{now};
+    EXPECT_EQ(validateHeader(R"({"alg":"ES256","typ":"JWT"})").result, 1);
+    EXPECT_EQ(validateHeader(R"({"alg":"","typ":""})").result, 1);
+    for (const char* header : {R"({"alg":"ES256"})", R"({"typ":"JWT"})", "{}", "[]", "null", "5",
+                               R"("JWT")", R"([{"alg":"ES256","typ":"JWT"}])"})
+    {
+        const Validation checked = validateHeader(header);
+        EXPECT_EQ(checked.result, 0) << header;
+        EXPECT_EQ(checked.header, nullptr);
+        EXPECT_EQ(checked.payload, nullptr);
+    }
+}
+
+TEST(ValidateJwt, TakesOnlyStringsInTheHeader)
+{
+    const FakeClock clock{now};
+    for (const std::string& value : jsonValuesOfEveryType())
+    {
+        SCOPED_TRACE(value);
+        const int expected = value.starts_with('"') ? 1 : 0;
+        EXPECT_EQ(validateHeader(R"({"alg":"ES256","typ":)" + value + "}").result, expected);
+        EXPECT_EQ(validateHeader(R"({"typ":"JWT","alg":)" + value + "}").result, expected);
+        const Validation withKid =
+            validateHeader(R"({"alg":"ES256","typ":"JWT","kid":)" + value + "}");
+        EXPECT_EQ(withKid.result, expected);
+        EXPECT_EQ(withKid.header != nullptr, expected == 1);
+    }
+}
+
+TEST(ValidateJwt, NeedsSixClaims)
+{
+    const FakeClock clock{now};
+    for (const char* name : {"sub", "iss", "jti", "iat", "nbf", "exp"})
+    {
+        SCOPED_TRACE(name);
+        const Validation checked = validateClaims(without(name));
+        EXPECT_EQ(checked.result, 0);
+        EXPECT_NE(checked.header, nullptr);
+        EXPECT_EQ(checked.payload, nullptr);
+    }
+    for (const char* payload : {"{}", "[]", "null", "5", R"("user")"})
+    {
+        EXPECT_EQ(validateClaims(payload).result, 0) << payload;
+    }
+    EXPECT_EQ(validateClaims("[" + json(plainClaims()) + "]").result, 0);
+}
+
+TEST(ValidateJwt, TakesOnlyStringsAsClaims)
+{
+    const FakeClock clock{now};
+    for (const char* name : {"sub", "iss", "jti", "iat", "nbf", "exp"})
+    {
+        EXPECT_EQ(validateClaims(with(name, R"("1700000001")")).result,
+                  std::string_view{name} == "nbf" ? 0 : 1);
+        for (const std::string& value : jsonValuesOfEveryType())
+        {
+            if (!value.starts_with('"'))
+            {
+                EXPECT_EQ(validateClaims(with(name, value)).result, 0) << name << value;
+            }
+        }
+        EXPECT_EQ(validateClaims(with(name, "1700000001")).result, 0) << name;
+    }
+}
+
+TEST(ValidateJwt, ReadsJsonAsEverywhere)
+{
+    const FakeClock clock{now};
+    EXPECT_EQ(validateClaims(json(plainClaims()) + "]} trailing").result, 1);
+    EXPECT_EQ(validateClaims("/* comment */" + json(plainClaims())).result, 1);
+    const std::string repeated = R"({"sub":"first",)" + json(plainClaims()).substr(1);
+    EXPECT_STREQ(validateClaims(repeated).payload->sub, "user");
+    EXPECT_STREQ(validateClaims(with("sub", R"("us\u0000er")")).payload->sub, "us");
+    std::string nested = json(plainClaims());
+    nested.back() = ',';
+    nested += nestedMember("x", 200).substr(1);
+    EXPECT_EQ(validateClaims(nested).result, 1);
+}
+
+TEST(ValidateJwt, CountsEveryScopeValue)
+{
+    const FakeClock clock{now};
+    const Validation checked =
+        validateClaims(with("scope", R"({"web":["r","w","r\u0000w",""],"none":[]})"));
+    ASSERT_EQ(checked.result, 1);
+    ASSERT_EQ(checked.payload->scopes_count, 2);
+    EXPECT_STREQ(checked.payload->scopes[0].name, "none");
+    EXPECT_EQ(checked.payload->scopes[0].count, 0);
+    EXPECT_STREQ(checked.payload->scopes[1].name, "web");
+    ASSERT_EQ(checked.payload->scopes[1].count, 4);
+    EXPECT_STREQ(checked.payload->scopes[1].values[0], "r");
+    EXPECT_STREQ(checked.payload->scopes[1].values[1], "w");
+    EXPECT_STREQ(checked.payload->scopes[1].values[2], "r");
+    EXPECT_STREQ(checked.payload->scopes[1].values[3], "");
+    EXPECT_EQ(checked.payload->scope, nullptr);
+}
+
+TEST(ValidateJwt, ReadsThousandsOfScopes)
+{
+    const FakeClock clock{now};
+    std::string scope = R"({"s0":["x"])";
+    for (int i = 1; i < 5000; ++i)
+    {
+        scope += ",\"s" + std::to_string(i) + "\":[\"x\"]";
+    }
+    const Validation checked = validateClaims(with("scope", scope + "}"));
+    ASSERT_EQ(checked.result, 1);
+    EXPECT_EQ(checked.payload->scopes_count, 5000);
+}
+
+TEST(ValidateJwt, RefusesAScopeThatIsNoObjectOfStringArrays)
+{
+    const FakeClock clock{now};
+    EXPECT_EQ(validateClaims(with("scope", R"({"web":["r"]})")).result, 1);
+    for (const char* scope :
+         {R"("read write")", R"("")", "{}", "[]", R"(["read"])", "null", "true", "5", "1.5",
+          R"({"web":"r"})", R"({"web":{"r":"w"}})", R"({"web":null})", R"({"web":5})",
+          R"({"web":["r",5]})", R"({"web":["r",null]})", R"({"web":["r",true]})",
+          R"({"web":["r",["w"]]})", R"({"web":["r",{}]})", R"({"a":["r"],"web":"w"})"})
+    {
+        const Validation checked = validateClaims(with("scope", scope));
+        EXPECT_EQ(checked.result, 0) << scope;
+        EXPECT_NE(checked.header, nullptr);
+        EXPECT_EQ(checked.payload, nullptr);
+    }
+}
+
+TEST(ValidateJwt, RefusesWhatIsNoToken)
+{
+    const FakeClock clock{now};
+    const std::string token = handmade(plainHeader, json(plainClaims()));
+    const std::vector<std::string> parts = partsOf(token);
+    EXPECT_EQ(validate(token).result, 1);
+    for (const std::string& other :
+         {std::string{}, std::string{"."}, std::string{".."}, std::string{"..."}, parts.at(0),
+          parts.at(0) + "." + parts.at(1), token + ".", token + "." + parts.at(2), "." + token,
+          parts.at(0) + ".." + parts.at(1) + "." + parts.at(2), token + "!", token + "\n!",
+          "." + parts.at(1) + "." + parts.at(2), parts.at(0) + ".." + parts.at(2),
+          parts.at(0) + "." + parts.at(1) + ".", " " + token, std::string(1000, '.')})
+    {
+        EXPECT_EQ(validate(other).result, 0) << other;
+    }
+}
+
+TEST(ValidateJwt, RefusesHostileTexts)
+{
+    const FakeClock clock{now};
+    for (const HostileText& hostile : hostileTexts())
+    {
+        SCOPED_TRACE(hostile.name);
+        EXPECT_EQ(validate(hostile.text).result, 0);
+        EXPECT_EQ(validateHeader(hostile.text).result, 0);
+        EXPECT_EQ(validateClaims(hostile.text).result, 0);
+    }
+    for (const HostileText& odd : oddObjects())
+    {
+        SCOPED_TRACE(odd.name);
+        EXPECT_EQ(validateHeader(odd.text).result, 0);
+        EXPECT_EQ(validateClaims(odd.text).result, 0);
+    }
+    for (const char* name : {"sub", "nbf", "exp", "scope"})
+    {
+        EXPECT_EQ(validateClaims(nestedMember(name, 2000)).result, 0) << name;
+    }
+}
+
+TEST(ValidateJwt, LimitsTheLengthOfEachPart)
+{
+    const FakeClock clock{now};
+    // 73728 bytes are 98304 digits, and one byte more makes two digits more.
+    std::string header{plainHeader};
+    header.append(73728 - header.size(), ' ');
+    ASSERT_EQ(base64Url(header).size(), 98304U);
+    EXPECT_EQ(validateHeader(header).result, 1);
+    EXPECT_EQ(validateHeader(header + " ").result, 0);
+    std::string payload = json(plainClaims());
+    payload.append(73728 - payload.size(), ' ');
+    EXPECT_EQ(validateClaims(payload).result, 1);
+    EXPECT_EQ(validateClaims(payload + " ").result, 0);
+
+    const std::string signingInput = base64Url(plainHeader) + "." + base64Url(payload);
+    for (const std::size_t digits : {98304U, 98305U})
+    {
+        EXPECT_EQ(validate(signingInput + "." + std::string(digits, 'A')).result, 0);
+        EXPECT_EQ(validate(std::string(digits, 'A') + ".e30.AA").result, 0);
+    }
+}
+
+TEST(ValidateJwt, LeavesErrnoAndTheErrorQueueAlone)
+{
+    const FakeClock clock{now};
+    const std::string token = handmade(plainHeader, with("exp", R"("99999999999999999999")"));
+    ERR_clear_error();
+    errno = EDOM;
+    const int good = validate(token).result;
+    const int forged = validate(altered(token, token.size() - 20)).result;
+    const int garbage = validate("!!!.!!!.!!!").result;
+    EXPECT_EQ(errno, EDOM);
+    EXPECT_EQ(ERR_peek_error(), 0UL);
+    EXPECT_EQ(good, 1);
+    EXPECT_EQ(forged, 0);
+    EXPECT_EQ(garbage, 0);
+}
+
+TEST(ValidateJwt, LogsNothing)
+{
+    const FakeClock clock{now};
+    const JournalEntries journal;
+    validate("a.b.c");
+    validateClaims(without("sub"));
+    validateClaims(json(plainClaims()));
+    EXPECT_TRUE(journal.all().empty());
+}
+
+TEST(ValidateJwt, FailsWhicheverAllocationFails)
+{
+    const FakeClock clock{now};
+    const std::string token =
+        handmade(plainHeader, with("scope", R"({"web":["r","w"],"x":["y"]})"));
+    EXPECT_EQ(validate(token).result, 1); // what is made once for the process is made
+    std::map<int, int> results;
+    withEachAllocationFailing(
+        [&](FailAllocation& failure)
+        {
+            JWTHeader* header = nullptr;
+            JWTPayload* payload = nullptr;
+            const int result = validateJWT(token.c_str(), serviceKey().data(),
+                                           serviceKey().length(), &header, &payload);
+            const bool failed = failure.reached();
+            const tokens::Header ownedHeader{header};
+            const tokens::Payload ownedPayload{payload};
+            ++results[result];
+            EXPECT_TRUE(failed || result == 1);
+            EXPECT_NE(result, 2);
+            // OpenSSL gets by without some of its blocks, but by then both records are there.
+            EXPECT_TRUE(result != 1 || (header != nullptr && payload != nullptr));
+            // What comes after a record that could not be built is not there.
+            EXPECT_FALSE(header == nullptr && payload != nullptr);
+            EXPECT_FALSE(result == 3 && payload != nullptr);
+        });
+    EXPECT_EQ(results[3], 3 + 7); // for the header and its two texts, the payload and its six
+    EXPECT_GT(results[0], 0);
+}
+
+TEST(ValidateJwt, EndsTheProcessWhenMemoryRunsOutForKid)
+{
+    const FakeClock clock{now};
+    const std::string token =
+        handmade(R"({"alg":"ES256","kid":"key-1","typ":"JWT"})", json(plainClaims()));
+    EXPECT_EQ(validate(token).result, 1);
+    int ended = 0;
+    int status = asPromised;
+    for (unsigned int nth = 1; status != 0; ++nth)
+    {
+        status = exitStatusOf(
+            [&]
+            {
+                JWTHeader* header = nullptr;
+                JWTPayload* payload = nullptr;
+                FailAllocation failure{nth};
+                const int result = validateJWT(token.c_str(), serviceKey().data(),
+                                               serviceKey().length(), &header, &payload);
+                if (failure.reached())
+                {
+                    const bool complete = header != nullptr && payload != nullptr;
+                    _exit(result == 0 || result == 3 || (result == 1 && complete) ? asPromised : 1);
+                }
+                _exit(result == 1 ? 0 : 1);
+            });
+        ended += status == endedAtOnce ? 1 : 0;
+        if (status != endedAtOnce && status != asPromised && status != 0)
+        {
+            ADD_FAILURE() << "allocation " << nth << " gives " << status;
+            break;
+        }
+    }
+    EXPECT_EQ(ended, 1);
+}
+
+TEST(ParseJwt, IsValidateJwtForAString)
+{
+    FakeClock clock{now};
+    const auto parse = [](const std::string& token)
+    {
+        Validation checked;
+        JWTHeader* header = nullptr;
+        JWTPayload* payload = nullptr;
+        checked.result =
+            parseJWT(token, serviceKey().data(), serviceKey().length(), &header, &payload);
+        checked.header.reset(header);
+        checked.payload.reset(payload);
+        return checked;
+    };
+    const std::string token = handmade(plainHeader, json(plainClaims()));
+    const Validation checked = parse(token);
+    EXPECT_EQ(checked.result, 1);
+    ASSERT_NE(checked.header, nullptr);
+    EXPECT_STREQ(checked.header->typ, "JWT");
+    ASSERT_NE(checked.payload, nullptr);
+    EXPECT_STREQ(checked.payload->sub, "user");
+    EXPECT_EQ(parse("").result, 0);
+    EXPECT_EQ(parse(altered(token, token.size() - 20)).result, 0);
+    // All bytes of the string count, unlike for a text.
+    EXPECT_EQ(parse(token + std::string(1, '\0')).result, 0);
+    EXPECT_EQ(parse(token + std::string("\0x", 2)).result, 0);
+    EXPECT_EQ(parseJWT(token, serviceKey().data(), serviceKey().length(), nullptr, nullptr), 0);
+    clock.set(1700003600);
+    EXPECT_EQ(parse(token).result, 2);
+    clock.failBreakingDown();
+    EXPECT_EQ(parse("").result, 3);
+}
