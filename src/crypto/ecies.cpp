@@ -26,7 +26,7 @@ namespace
 constexpr std::size_t blockLength = 16;
 constexpr std::size_t macLength = 32;
 constexpr unsigned int tokenBytes = 12;
-constexpr std::size_t tokenLength = tokenBytes / 3 * 4;
+constexpr std::size_t tokenLength = 16; // of their Base64
 
 /** The number of characters of an IV. */
 constexpr std::size_t ivDigits = 2 * sizeof(Iv);

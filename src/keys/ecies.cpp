@@ -52,9 +52,9 @@ std::optional<crypto::Envelope> seal(std::string_view data, HandshakePayload* co
     return keys ? crypto::sealEnvelope(data, *keys->own, *keys->peer, *iv) : std::nullopt;
 }
 
-std::optional<crypto::Plaintext> open(const char* ciphertext, const unsigned char* der,
-                                      int derLength, const char* macText,
-                                      HandshakePayload* const* peer, const char* ivHex)
+std::optional<crypto::Plaintext> unseal(const char* ciphertext, const unsigned char* der,
+                                        int derLength, const char* macText,
+                                        HandshakePayload* const* peer, const char* ivHex)
 {
     const std::optional<crypto::Iv> iv = crypto::ivOf(ivHex);
     if (!iv || (macText == nullptr && isDeviceVorn() == 0))
@@ -137,7 +137,7 @@ extern "C" char* ecies_decrypt(const char* ciphertext, unsigned int* length,
                                  [&]() -> char*
                                  {
                                      std::optional<crypto::Plaintext> text =
-                                         keys::open(ciphertext, der, derLength, mac, peer, iv);
+                                         keys::unseal(ciphertext, der, derLength, mac, peer, iv);
                                      if (!text)
                                      {
                                          return nullptr;

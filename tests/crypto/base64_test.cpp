@@ -11,7 +11,9 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <optional>
+#include <ostream>
 #include <random>
 #include <string>
 #include <string_view>
@@ -33,10 +35,10 @@ struct Decoded
     bool operator==(const Decoded&) const = default;
 };
 
-void PrintTo(const Decoded& decoded, std::ostream* out)
+std::ostream& operator<<(std::ostream& out, const Decoded& decoded)
 {
-    *out << "result " << decoded.result << ", length " << decoded.length << ", bytes "
-         << (decoded.bytes ? testing::PrintToString(*decoded.bytes) : "none");
+    return out << "result " << decoded.result << ", length " << decoded.length << ", bytes "
+               << (decoded.bytes ? testing::PrintToString(*decoded.bytes) : "none");
 }
 
 Decoded decode(const std::string& text)
@@ -81,7 +83,8 @@ std::optional<std::string> encode(std::string_view bytes)
 std::string toBase64Url(std::string text)
 {
     EXPECT_EQ(base64URIencode(text.data()), 1);
-    return text.c_str();
+    text.resize(std::strlen(text.c_str()));
+    return text;
 }
 
 struct Encoding
@@ -192,14 +195,14 @@ std::string encodeThroughFilter(std::string_view bytes)
     EXPECT_EQ(BIO_flush(chain), 1);
     char* data = nullptr;
     const long length = BIO_get_mem_data(chain, &data);
-    const std::string text{data, static_cast<std::size_t>(length)};
+    std::string text{data, static_cast<std::size_t>(length)};
     BIO_free_all(chain);
     return text;
 }
 
 TEST(Base64Encode, EqualsTheFilterForEveryLength)
 {
-    std::mt19937 random{20240229};
+    std::mt19937 random{20240229}; // NOLINT(cert-msc32-c,cert-msc51-cpp): the same in every run
     std::string bytes;
     for (int length = 1; length <= 4100; ++length)
     {
@@ -334,7 +337,7 @@ TEST(Base64UriDecode, DecodesTextOfTheLargestLengthAndRefusesOneMore)
     EXPECT_EQ(decode(std::string(98305, 'A')), refused);
     EXPECT_EQ(decode(std::string(98306, 'A')), refused);
     EXPECT_EQ(decode(std::string(98308, 'A')), refused);
-    EXPECT_EQ(decode(std::string(10'000'000, 'A')), refused);
+    EXPECT_EQ(decode(std::string(8'000'000, 'A')), refused);
     EXPECT_EQ(decode(std::string(98303, 'A')), yields(std::string(73727, '\0')));
 }
 
@@ -370,6 +373,8 @@ TEST(Base64UriDecode, StoresNothingButTheLengthOnFailure)
 
 TEST(Base64UriDecode, LeavesTheBytesAloneWhicheverAllocationFails)
 {
+    // OpenSSL's first call in a thread allocates what it can do without.
+    ASSERT_EQ(decode("YWJj"), yields("abc"));
     support::withEachAllocationFailing(
         [](auto& failure)
         {
@@ -518,7 +523,7 @@ private:
         }
     }
 
-    std::mt19937 random{19981224};
+    std::mt19937 random{19981224}; // NOLINT(cert-msc32-c,cert-msc51-cpp): the same in every run
 };
 
 TEST(Base64UriDecode, AnswersEveryTextAsTheFilterDoes)
