@@ -3,11 +3,11 @@
 
 #include "common/parameter_list.hpp"
 #include "common/text.hpp"
+#include "keys/public_key.hpp"
 
 #include <openssl/asn1t.h>
 #include <openssl/pem.h>
 
-#include <array>
 #include <cstring>
 
 namespace bmcoauth::keys
@@ -80,13 +80,7 @@ ASN1_SEQUENCE(CertificateFields) = {
 } ASN1_SEQUENCE_END(CertificateFields)
     // clang-format on
 
-    /** How the SubjectPublicKeyInfo of an uncompressed P-256 key begins (RFC 5480); the point
-       follows.*/
-    constexpr std::array<unsigned char, 26> p256Prefix{
-        0x30, 0x59, 0x30, 0x13, 0x06, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x02, 0x01,
-        0x06, 0x08, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x03, 0x01, 0x07, 0x03, 0x42, 0x00};
-constexpr std::size_t p256PointSize = 65;
-constexpr unsigned char uncompressed = 0x04;
+    constexpr std::size_t p256PointSize = 65;
 
 /** The point of @p keyInfo when it is the usual encoding of a P-256 key, else null. */
 const unsigned char* usualPoint(const ASN1_ENCODING& keyInfo) noexcept
@@ -97,7 +91,7 @@ const unsigned char* usualPoint(const ASN1_ENCODING& keyInfo) noexcept
         return nullptr;
     }
     const unsigned char* point = keyInfo.enc + p256Prefix.size();
-    return *point == uncompressed ? point : nullptr;
+    return *point == uncompressedPoint ? point : nullptr;
 }
 
 /** The longest common name that is compared, in bytes. */

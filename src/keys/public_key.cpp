@@ -1,0 +1,253 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "keys/public_key.hpp"
+
+#include "common/guard.hpp"
+#include "common/json.hpp"
+#include "common/text.hpp"
+#include "crypto/base64.hpp"
+#include "crypto/openssl.hpp"
+#include "keys/jwk.hpp"
+
+#include <bmcoauth/json.h>
+#include <bmcoauth/jwk.h>
+#include <bmcoauth/support.h>
+
+#include <openssl/obj_mac.h>
+#include <openssl/pem.h>
+
+#include <span>
+#include <vector>
+
+namespace bmcoauth::keys
+{
+
+namespace
+{
+
+// As p256Prefix, for the larger curves.
+constexpr std::array<unsigned char, 23> p384Prefix{0x30, 0x76, 0x30, 0x10, 0x06, 0x07, 0x2a, 0x86,
+                                                   0x48, 0xce, 0x3d, 0x02, 0x01, 0x06, 0x05, 0x2b,
+                                                   0x81, 0x04, 0x00, 0x22, 0x03, 0x62, 0x00};
+constexpr std::array<unsigned char, 25> p521Prefix{
+    0x30, 0x81, 0x9b, 0x30, 0x10, 0x06, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x02,
+    0x01, 0x06, 0x05, 0x2b, 0x81, 0x04, 0x00, 0x23, 0x03, 0x81, 0x86, 0x00};
+
+struct Curve
+{
+    int number;
+    int coordinateSize;
+    std::span<const unsigned char> prefix;
+};
+
+/** The curve of the JSON Web Key name @p name (RFC 7518, section 6.2.1.1): P-256 for every other
+ *  name and none at all, as the issuers of delegated tokens count on. */
+Curve curveOf(const char* name)
+{
+    const std::string_view wanted = name == nullptr ? "" : name;
+    if (equalIgnoringCase(wanted, "P-384"))
+    {
+        return {NID_secp384r1, 48, p384Prefix};
+    }
+    if (equalIgnoringCase(wanted, "P-521"))
+    {
+        return {NID_secp521r1, 66, p521Prefix};
+    }
+    return {NID_X9_62_prime256v1, 32, p256Prefix};
+}
+
+/** The big-endian number of a Base64url text; null for anything else. */
+crypto::BignumPtr number(const char* text)
+{
+    if (text == nullptr)
+    {
+        return nullptr;
+    }
+    const std::optional<crypto::DecodedBytes> bytes = crypto::decodeBase64Url(text);
+    return crypto::BignumPtr{bytes ? BN_bin2bn(bytes->data.get(), bytes->size, nullptr) : nullptr};
+}
+
+/** Whether @p x and @p y are the coordinates of a point of @p curve. On these three curves, whose
+ *  cofactor is 1, such a point is a public key: nothing is left that only a multiplication by the
+ *  group's order would show, which is what makes EC_KEY_check_key slow. */
+bool isPoint(const Curve& curve, const BIGNUM& x, const BIGNUM& y)
+{
+    const crypto::EcGroupPtr group{EC_GROUP_new_by_curve_name(curve.number)};
+    const crypto::EcPointPtr point{group ? EC_POINT_new(group.get()) : nullptr};
+    if (!point)
+    {
+        return false;
+    }
+    // Coordinates are taken modulo the field's prime, so those beyond it are refused here.
+    const BIGNUM* const prime = EC_GROUP_get0_field(group.get());
+    return BN_cmp(&x, prime) < 0 && BN_cmp(&y, prime) < 0 &&
+           EC_POINT_set_affine_coordinates(group.get(), point.get(), &x, &y, nullptr) == 1;
+}
+
+std::optional<std::string> writtenBy(BIO* memory, bool written)
+{
+    if (!written)
+    {
+        return std::nullopt;
+    }
+    return std::string{crypto::contents(*memory)};
+}
+
+} // namespace
+
+std::optional<std::string> ecPublicKeyPem(const char* x, const char* y, const char* curve)
+{
+    const crypto::BignumPtr xNumber = number(x);
+    const crypto::BignumPtr yNumber = number(y);
+    const Curve chosen = curveOf(curve);
+    if (!xNumber || !yNumber || !isPoint(chosen, *xNumber, *yNumber))
+    {
+        return std::nullopt;
+    }
+    const auto size = static_cast<std::size_t>(chosen.coordinateSize);
+    std::vector<unsigned char> der{chosen.prefix.begin(), chosen.prefix.end()};
+    der.push_back(uncompressedPoint);
+    const std::size_t point = der.size();
+    der.resize(point + 2 * size);
+    const crypto::BioPtr pem{BIO_new(BIO_s_mem())};
+    return writtenBy(
+        pem.get(),
+        pem && BN_bn2binpad(xNumber.get(), der.data() + point, chosen.coordinateSize) > 0 &&
+            BN_bn2binpad(yNumber.get(), der.data() + point + size, chosen.coordinateSize) > 0 &&
+            PEM_write_bio(pem.get(), PEM_STRING_PUBLIC, "", der.data(),
+                          static_cast<long>(der.size())) > 0);
+}
+
+std::optional<std::string> rsaPublicKeyPem(const char* n, const char* e)
+{
+    crypto::BignumPtr modulus = number(n);
+    crypto::BignumPtr exponent = number(e);
+    const crypto::RsaPtr key{RSA_new()};
+    const crypto::BioPtr pem{BIO_new(BIO_s_mem())};
+    if (!modulus || !exponent || !key || !pem ||
+        RSA_set0_key(key.get(), modulus.get(), exponent.get(), nullptr) != 1)
+    {
+        return std::nullopt;
+    }
+    // The key owns them now.
+    static_cast<void>(modulus.release());
+    static_cast<void>(exponent.release());
+    return writtenBy(pem.get(), PEM_write_bio_RSA_PUBKEY(pem.get(), key.get()) == 1);
+}
+
+std::optional<std::string> publicKeyPem(const Json::Value& key)
+{
+    const char* const type = stringMember(key, "kty");
+    if (type == nullptr)
+    {
+        return std::nullopt;
+    }
+    if (equalIgnoringCase(type, "EC"))
+    {
+        return ecPublicKeyPem(stringMember(key, "x"), stringMember(key, "y"),
+                              stringMember(key, "crv"));
+    }
+    if (equalIgnoringCase(type, "RSA"))
+    {
+        return rsaPublicKeyPem(stringMember(key, "n"), stringMember(key, "e"));
+    }
+    return std::nullopt;
+}
+
+} // namespace bmcoauth::keys
+
+using namespace bmcoauth;
+
+namespace
+{
+
+/** The fail-fast wrappers, on behalf of the one function here whose callers count on them. */
+char* failFastCopy(const char* text)
+{
+    return o2_ff_strdup(text, "oauth2_parse_jwk", __LINE__);
+}
+
+char* handOver(const std::optional<std::string>& pem)
+{
+    return pem ? heapText(*pem).release() : nullptr;
+}
+
+keys::KeyRecord recordOf(const Json::Value& object)
+{
+    std::size_t count = 0;
+    for (const Json::Value& value : object)
+    {
+        count += value.isObject() ? 0U : 1U;
+    }
+    if (count == 0)
+    {
+        return nullptr;
+    }
+    keys::KeyRecord record{
+        static_cast<jwk*>(o2_ff_calloc(count + 1, sizeof(jwk), "oauth2_parse_jwk", __LINE__))};
+    jwk* next = record.get();
+    for (auto entry = object.begin(); entry != object.end(); ++entry)
+    {
+        if (!entry->isObject())
+        {
+            const std::string name = entry.name();
+            *next++ = {failFastCopy(name.c_str()),
+                       entry->isString() ? failFastCopy(entry->asCString()) : nullptr};
+        }
+    }
+    return record;
+}
+
+} // namespace
+
+extern "C" char* createEcPublicKey(const char* x, const char* y, const char* curve)
+{
+    return crypto::guardedCrypto(nullptr,
+                                 [&] { return handOver(keys::ecPublicKeyPem(x, y, curve)); });
+}
+
+extern "C" char* createRsaPublicKey(const char* n, const char* e)
+{
+    return crypto::guardedCrypto(nullptr, [&] { return handOver(keys::rsaPublicKeyPem(n, e)); });
+}
+
+extern "C" int appendPublicKey(char** text)
+{
+    if (text == nullptr || *text == nullptr)
+    {
+        return 0;
+    }
+    return crypto::guardedCrypto(0,
+                                 [&]
+                                 {
+                                     Json::Value key;
+                                     if (!parseJsonObject(*text, key))
+                                     {
+                                         return 0;
+                                     }
+                                     std::optional<std::string> pem = keys::publicKeyPem(key);
+                                     if (!pem)
+                                     {
+                                         return 0;
+                                     }
+                                     if (pem->ends_with('\n'))
+                                     {
+                                         pem->pop_back();
+                                     }
+                                     key["kest_decoded_key"] = *pem;
+                                     return replaceDoc(text, key);
+                                 });
+}
+
+extern "C" jwk* oauth2_parse_jwk(const char* text)
+{
+    if (text == nullptr)
+    {
+        return nullptr;
+    }
+    return guarded(nullptr,
+                   [&]() -> jwk*
+                   {
+                       Json::Value object;
+                       return parseJsonObject(text, object) ? recordOf(object).release() : nullptr;
+                   });
+}
