@@ -70,23 +70,6 @@ StringArray chainBodies(std::string_view pem)
     return bodies;
 }
 
-StringArray singleValue(std::string_view text)
-{
-    StringArray values = emptyStringArray(1);
-    if (!values)
-    {
-        throw std::bad_alloc();
-    }
-    *values = requireHeapText(text).release();
-    return values;
-}
-
-void put(HandshakePayload& parameter, std::string_view name, StringArray values)
-{
-    parameter.name = requireHeapText(name).release();
-    parameter.values = values.release();
-}
-
 ParameterList certificateKey(std::string_view pem)
 {
     StringArray bodies = chainBodies(pem);
@@ -94,12 +77,12 @@ ParameterList certificateKey(std::string_view pem)
     {
         return nullptr;
     }
-    ParameterList key = emptyParameterList(3);
-    put(key.get()[0], "kty", singleValue("EC"));
+    ParameterListWriter key{3};
+    key.put("kty", "EC");
     // Not the name of RFC 7518: the devices in the field send and expect the hyphen.
-    put(key.get()[1], "alg", singleValue("ES-256"));
-    put(key.get()[2], "x5c", std::move(bodies));
-    return key;
+    key.put("alg", "ES-256");
+    key.put("x5c", std::move(bodies));
+    return key.take();
 }
 
 } // namespace
