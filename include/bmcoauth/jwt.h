@@ -3,6 +3,7 @@
 #define BMCOAUTH_JWT_H
 
 #include <bmcoauth/export.h>
+#include <bmcoauth/privileges.h>
 #include <bmcoauth/token.h>
 
 #ifdef __cplusplus
@@ -48,6 +49,45 @@ BMCOAUTH_API char* generateJWT(JWTHeader* header, JWTPayload* payload, const uns
  * `free_jwt_payload`, and trust no record unless the result is 1. */
 BMCOAUTH_API int validateJWT(const char* token, const unsigned char* der, int derLength,
                              JWTHeader** header, JWTPayload** payload);
+
+/** validateJWT_Delegated checks a token that another party issued, by the keys of parties that the
+ *  caller trusts, and tells what the token's subject may do.
+ *
+ *  `keys` is an array that ends with a null pointer. Each key is either a public key in PEM form
+ *  ("PUBLIC KEY" or "RSA PUBLIC KEY") or a JSON Web Key (RFC 7517) as `appendPublicKey` completes
+ *  it: only the PEM text in its member "kest_decoded_key" is used to verify, so a key as published
+ *  verifies nothing. A PEM key is tried on every token. A JWK is tried if its "alg" or its "kid" is
+ *  the header's; or, by its "kty", if it is "RSA" and the header's "alg" begins with "RS" or "P",
+ * or "EC" and "alg" begins with "E", where P-256, P-384 and P-521 keys fit ES256, ES384 and ES512
+ *  only. NOTE: the order counts where the list mixes both. A JWK that verifies ends the search; a
+ *  PEM key does not: its success holds if the list ends there or a JWK follows that is not tried,
+ *  and is lost if the next key that is tried fails.
+ *
+ *  "alg" names the algorithm of RFC 7518, section 3.1, leniently: RSASSA-PKCS1-v1_5 ("RS256"),
+ *  RSASSA-PSS ("PS256", with a salt of any length) or ECDSA ("ES256", the signature of two integers
+ *  side by side or DER), with SHA-256, SHA-384 or SHA-512. HMAC ("HS256") and "none" never verify.
+ *
+ *  The period of validity begins with "nbf", where the token has one, and ends before "exp"; `skew`
+ *  seconds are allowed in both directions. Times may be numbers or texts.
+ *
+ *  Returns 1 if the token is valid, and 2 if it is signed by a trusted key but has expired, or the
+ *  clock cannot be read. Returns 0 if it is invalid in any other way, if an argument is null
+ *  (`roles` and `providers` may be), if `keys` is empty, or if memory runs out. `*verified` becomes
+ *  1 as soon as a trusted key has verified the signature, and is otherwise left as it was.
+ *
+ *  A token that can be read, signed or not, is stored in `*header` and `*payload`: release both
+ * with `free_jwt_header` and `free_jwt_payload` whatever the result, and trust neither unless it
+ * is 1. If "scope" is no object, the payload's `scopes` are three entries of one value each:
+ * "AUTHNZ_USER" (the subject, empty if there is none), "USER_PRIV" (a decimal mask: the rights of
+ *  `get_xidp_privileges` for `providers`, `get_scope_privileges` and `get_roles_privileges` for
+ *  `roles` together) and "singleUse" ("false"). If it is an object, its entries stay as they are,
+ *  and no rights are computed.
+ *
+ *  `unused` is ignored. NOTE: where memory for a record runs out, the process ends, as o2_ff_calloc
+ *  describes. */
+BMCOAUTH_API int validateJWT_Delegated(const char* token, const char** keys, unsigned int unused,
+                                       JWTHeader** header, JWTPayload** payload, unsigned int skew,
+                                       userRole_s* roles, const char** providers, int* verified);
 
 BMCOAUTH_PLAIN_END
 

@@ -39,7 +39,7 @@ Strength strengthOf(std::string_view algorithm) noexcept
 
 struct Digest
 {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> bytes;
+    std::array<unsigned char, EVP_MAX_MD_SIZE> bytes{};
     unsigned int length = 0;
 };
 

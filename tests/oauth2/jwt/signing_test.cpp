@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "handmade_token.hpp"
 #include "support/fake_device.hpp"
 #include "support/machine.hpp"
 #include "support/owners.hpp"
+#include "support/vectors.hpp"
 
 #include <bmcoauth/signing.h>
 
@@ -30,15 +32,10 @@ using EcKey = std::unique_ptr<EC_KEY, Releaser<EC_KEY_free>>;
 using Pkey = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
 using Bytes = std::vector<unsigned char>;
 
-Bytes fromHex(std::string_view hex)
+Bytes fromHex(const std::string& hex)
 {
-    Bytes bytes;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
-    {
-        bytes.push_back(
-            static_cast<unsigned char>(std::stoul(std::string{hex.substr(i, 2)}, nullptr, 16)));
-    }
-    return bytes;
+    const std::string bytes = support::fromHex(hex);
+    return {bytes.begin(), bytes.end()};
 }
 
 /** The key of RFC 6979, A.2.5 (P-256), as an ECPrivateKey structure (RFC 5915) typed in by hand:
@@ -78,19 +75,11 @@ int verify(const std::string& text, const Bytes& signature, const Bytes& der)
     return verifySignature(text, signature.data(), length(signature), der.data(), length(der));
 }
 
-/** What a Base64url text stands for, by OpenSSL's decoder of the standard alphabet. */
-Bytes fromBase64Url(std::string text)
+/** What a Base64url text stands for. */
+Bytes fromBase64Url(const char* text)
 {
-    std::ranges::replace(text, '-', '+');
-    std::ranges::replace(text, '_', '/');
-    const std::size_t padding = (4 - text.size() % 4) % 4;
-    text.append(padding, '=');
-    Bytes bytes(text.size());
-    const int written =
-        EVP_DecodeBlock(bytes.data(), reinterpret_cast<const unsigned char*>(text.data()),
-                        static_cast<int>(text.size()));
-    bytes.resize(written < 0 ? 0 : static_cast<std::size_t>(written) - padding);
-    return bytes;
+    const std::string bytes = tokens::fromBase64Url(text);
+    return {bytes.begin(), bytes.end()};
 }
 
 /** Whether `signature` signs `text` by `key`, asked of OpenSSL alone. */
@@ -411,7 +400,7 @@ TEST(GetEcPublicKey, GivesThePoint)
     ASSERT_EQ(getECPublicKey(path.c_str(), &point, &pointLength), 1);
     const HeapBytes owned{point};
     ASSERT_EQ(pointLength, 65);
-    EXPECT_EQ(Bytes(point, point + 65), fromHex(pointHex));
+    EXPECT_EQ(Bytes(point, point + 65), fromHex(std::string{pointHex}));
 }
 
 TEST(GetEcPublicKey, WritesIntoTheCallersBufferAndMovesThePointer)
@@ -424,7 +413,7 @@ TEST(GetEcPublicKey, WritesIntoTheCallersBufferAndMovesThePointer)
     int pointLength = -1;
     ASSERT_EQ(getECPublicKey(path.c_str(), &point, &pointLength), 1);
     EXPECT_EQ(point, buffer.data() + 65);
-    EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + 65), fromHex(pointHex));
+    EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + 65), fromHex(std::string{pointHex}));
     EXPECT_EQ(Bytes(buffer.begin() + 65, buffer.end()), Bytes(5, 0xEE));
 }
 

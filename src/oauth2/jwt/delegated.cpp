@@ -1,0 +1,252 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "common/clock.hpp"
+#include "crypto/base64.hpp"
+#include "crypto/openssl.hpp"
+#include "keys/jwk.hpp"
+#include "oauth2/jwt/pem_verifier.hpp"
+#include "oauth2/jwt/token_records.hpp"
+
+#include <bmcoauth/jwt.h>
+#include <bmcoauth/privileges.h>
+#include <bmcoauth/support.h>
+
+#include <strutil.h>
+
+#include <array>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace bmcoauth::jwt
+{
+
+namespace
+{
+
+/** What a check of a delegated token comes to; the numbers are part of the interface. */
+enum Verdict : int
+{
+    invalid = 0,
+    valid = 1,
+    expired = 2,
+};
+
+/** @p text as a JSON string. Only what JSON demands is escaped, and no byte of another alphabet: an
+ *  ordinary subject stands in the privilege document as it stands in the token. */
+std::string quoted(std::string_view text)
+{
+    std::string result{'"'};
+    for (const char c : text)
+    {
+        const auto code = static_cast<unsigned char>(c);
+        if (code < 0x20)
+        {
+            constexpr std::string_view digits = "0123456789abcdef";
+            result.append("\\u00").append({digits[code >> 4U], digits[code & 0x0FU]});
+            continue;
+        }
+        if (c == '"' || c == '\\')
+        {
+            result += '\\';
+        }
+        result += c;
+    }
+    return result += '"';
+}
+
+/** The document that tells the user and the rights of a token. The subject is the issuer's to
+ *  choose: unless it is escaped, it could close its string and write rights of its own behind it.
+ */
+std::string privilegeDocument(const char* subject, unsigned int mask)
+{
+    return R"({"AUTHNZ_USER": [)" + quoted(subject == nullptr ? "" : subject) +
+           R"(],"USER_PRIV": [")" + std::to_string(mask) + R"("],"singleUse": ["false"]})";
+}
+
+/** Writes the rights that the claims of @p payload grant into it as scope entries, unless it
+ *  carries such entries already. */
+void spellOutRights(JWTPayload& payload, userRole_s* roles, const char** providers)
+{
+    if (payload.scopes != nullptr)
+    {
+        return;
+    }
+    const unsigned int mask = get_xidp_privileges(&payload, providers) |
+                              get_scope_privileges(&payload) |
+                              get_roles_privileges(&payload, roles);
+    const HeapText document{o2_ff_strdup(privilegeDocument(payload.sub, mask).c_str(),
+                                         "da_updateJwtPayloadWithVLTScopes", 1878)};
+    cleanPrint(document.get());
+    ScopesPtr scopes = structuredScopes(document.get());
+    if (scopes)
+    {
+        giveScopes(payload, std::move(scopes));
+    }
+}
+
+/** Whether both texts are there and equal: what a key or a token leaves out selects nothing. */
+bool same(const char* left, const char* right)
+{
+    return left != nullptr && right != nullptr && std::string_view{left} == right;
+}
+
+/** Whether a key on @p curve, which may be null, is one for @p algorithm. A curve that is not known
+ *  here is left to the verifier. */
+bool curveFits(const char* curve, std::string_view algorithm)
+{
+    using Pairing = std::pair<std::string_view, std::string_view>;
+    constexpr std::array<Pairing, 3> pairings{
+        {{"P-256", "ES256"}, {"P-384", "ES384"}, {"P-521", "ES512"}}};
+    for (const auto& [name, paired] : pairings)
+    {
+        if (curve != nullptr && name == curve)
+        {
+            return algorithm == paired;
+        }
+    }
+    return true;
+}
+
+/** Whether @p key is meant for the signature that @p header describes. */
+bool selects(jwk* key, const JWTHeader& header)
+{
+    if (same(jwk_key_value(key, "alg"), header.alg) || same(jwk_key_value(key, "kid"), header.kid))
+    {
+        return true;
+    }
+    const std::string_view algorithm{header.alg};
+    if (algorithm.size() < 2)
+    {
+        return false;
+    }
+    const char* type = jwk_key_value(key, "kty");
+    if (same(type, "RSA"))
+    {
+        return algorithm.front() == 'P' || (algorithm.size() > 2 && algorithm.starts_with("RS"));
+    }
+    return same(type, "EC") && algorithm.front() == 'E' &&
+           curveFits(jwk_key_value(key, "crv"), algorithm);
+}
+
+/** Whether one of @p trustedKeys verifies the signature.
+ *
+ *  The order of the list counts where it mixes both sorts of keys: a PEM key's outcome, good or
+ *  bad, stands until the next key that is tried, and ends the search only at a JWK that is not. */
+bool signedByOneOf(const char* const* trustedKeys, std::string_view signingInput,
+                   std::string_view signature, const JWTHeader& header)
+{
+    bool verified = false;
+    for (; *trustedKeys != nullptr; ++trustedKeys)
+    {
+        const keys::KeyRecord key{oauth2_parse_jwk(*trustedKeys)};
+        if (!key)
+        {
+            verified = verifyWithPem(signingInput, signature, *trustedKeys, header.alg);
+            continue;
+        }
+        const char* pem =
+            selects(key.get(), header) ? jwk_key_value(key.get(), "kest_decoded_key") : nullptr;
+        if (pem != nullptr)
+        {
+            verified = verifyWithPem(signingInput, signature, pem, header.alg);
+        }
+        if (verified)
+        {
+            return true;
+        }
+    }
+    return verified;
+}
+
+/** Whether the token of @p payload is within its period, give or take @p skew seconds. The sums are
+ *  allowed to wrap: a time near the end of the range is no time that a token carries. */
+Verdict periodVerdict(const JWTPayload& payload, std::uint64_t skew)
+{
+    if (payload.exp == nullptr)
+    {
+        return invalid;
+    }
+    const std::optional<std::uint64_t> now = currentSeconds();
+    if (!now || *now >= secondsOf(payload.exp) + skew)
+    {
+        return expired;
+    }
+    return payload.nbf != nullptr && *now + skew < secondsOf(payload.nbf) ? invalid : valid;
+}
+
+/** What the caller of the check trusts and grants. */
+struct Policy
+{
+    const char* const* trustedKeys;
+    std::uint64_t skew;
+    userRole_s* roles;
+    const char** providers;
+};
+
+Verdict check(std::string_view token, const Policy& policy, JWTHeader*& headerOut,
+              JWTPayload*& payloadOut, int& verified)
+{
+    const std::optional<TokenParts> parts = splitToken(token);
+    if (!parts)
+    {
+        return invalid;
+    }
+    HeaderPtr ownedHeader = readHeader(parts->header);
+    PayloadPtr ownedPayload = readPayload(parts->payload);
+    if (!ownedPayload)
+    {
+        return invalid;
+    }
+    spellOutRights(*ownedPayload, policy.roles, policy.providers);
+    if (!ownedHeader)
+    {
+        return invalid;
+    }
+    const JWTHeader& header = *ownedHeader;
+    const JWTPayload& payload = *ownedPayload;
+    headerOut = ownedHeader.release();
+    payloadOut = ownedPayload.release();
+
+    const std::optional<crypto::DecodedBytes> signature = crypto::decodeBase64Url(parts->signature);
+    if (!signature)
+    {
+        return invalid;
+    }
+    const std::string_view algorithm{header.alg};
+    // A MAC made with a public key as its secret is the oldest of forgeries.
+    if (algorithm.size() >= 2 && (algorithm.front() == 'H' || algorithm.front() == 'h'))
+    {
+        return invalid;
+    }
+    if (!signedByOneOf(policy.trustedKeys, parts->signingInput, signature->text(), header))
+    {
+        return invalid;
+    }
+    // Before the time is looked at: a caller can tell an authentic token that has expired from a
+    // forged one.
+    verified = 1;
+    return periodVerdict(payload, policy.skew);
+}
+
+} // namespace
+
+} // namespace bmcoauth::jwt
+
+using namespace bmcoauth;
+
+extern "C" int validateJWT_Delegated(const char* token, const char** keys, unsigned int /*unused*/,
+                                     JWTHeader** header, JWTPayload** payload, unsigned int skew,
+                                     userRole_s* roles, const char** providers, int* verified)
+{
+    if (token == nullptr || keys == nullptr || *keys == nullptr || header == nullptr ||
+        payload == nullptr || verified == nullptr)
+    {
+        return jwt::invalid;
+    }
+    return crypto::guardedCrypto(
+        jwt::invalid,
+        [&] {
+            return jwt::check(token, {keys, skew, roles, providers}, *header, *payload, *verified);
+        });
+}

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "handmade_token.hpp"
+
+#include <bmcoauth/jwt.h>
+
+#include <string>
+#include <vector>
+
+/** What validateJWT_Delegated makes of a token. */
+struct Judgement
+{
+    int verdict = -1;
+    /** Stays -1 unless it is set. */
+    int verified = -1;
+    tokens::Header header;
+    tokens::Payload payload;
+
+    [[nodiscard]] bool hasRecords() const
+    {
+        return header != nullptr && payload != nullptr;
+    }
+};
+
+/** Whom and what the caller of the check trusts. */
+struct Trust
+{
+    std::vector<std::string> keys;
+    unsigned int skew = 0;
+    userRole_s* roles = nullptr;
+    const char** providers = nullptr;
+};
+
+[[nodiscard]] inline Judgement judge(const std::string& token, const Trust& trust)
+{
+    std::vector<const char*> keys;
+    for (const std::string& key : trust.keys)
+    {
+        keys.push_back(key.c_str());
+    }
+    keys.push_back(nullptr);
+    Judgement judgement;
+    JWTHeader* header = nullptr;
+    JWTPayload* payload = nullptr;
+    judgement.verdict =
+        validateJWT_Delegated(token.c_str(), keys.data(), 0, &header, &payload, trust.skew,
+                              trust.roles, trust.providers, &judgement.verified);
+    judgement.header.reset(header);
+    judgement.payload.reset(payload);
+    return judgement;
+}
