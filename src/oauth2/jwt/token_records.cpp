@@ -17,7 +17,6 @@
 #include <new>
 #include <string>
 #include <utility>
-#include <vector>
 
 namespace bmcoauth::jwt
 {
@@ -99,34 +98,30 @@ StringArray splitNames(std::string_view list)
     return names;
 }
 
-/** The pointers to the strings of @p array, with room for one where there is none. The first text
- *  is a block of its own, the others follow the pointers. */
+/** The pointers to the strings of @p array, with room for one where it is none or empty. The first
+ *  text is a block of its own, the others follow the pointers. */
 HeapBlock<char*> firstOwned(const Json::Value& array)
 {
-    std::vector<std::string> texts;
-    std::size_t behind = 0;
-    if (array.isArray())
+    const Json::ArrayIndex count = array.isArray() ? array.size() : 0;
+    std::size_t bytesBehind = 0;
+    for (Json::ArrayIndex i = 1; i < count; ++i)
     {
-        texts.reserve(array.size());
-        for (const Json::Value& element : array)
-        {
-            texts.push_back(element.asString());
-            behind += texts.back().size() + 1;
-        }
+        bytesBehind += array[i].asString().size() + 1;
     }
-    const std::size_t pointers = std::max<std::size_t>(texts.size(), 1);
+    const std::size_t pointers = std::max<std::size_t>(count, 1);
     // The sum cannot wrap: the tree of the same texts, which is larger, is in memory already.
     HeapBlock<char*> values =
-        recordBlock<char*>(pointers * sizeof(char*) + behind, "da_create_jwt_scopes", 1917);
-    char* next = reinterpret_cast<char*>(values.get() + pointers);
-    for (std::size_t i = 1; i < texts.size(); ++i)
+        recordBlock<char*>(pointers * sizeof(char*) + bytesBehind, "da_create_jwt_scopes", 1917);
+    if (count != 0)
     {
-        values.get()[i] = next;
-        next += texts[i].copy(next, texts[i].size()) + 1;
+        *values = requireHeapText(array[0U].asString()).release();
     }
-    if (!texts.empty())
+    char* behind = reinterpret_cast<char*>(values.get() + pointers);
+    for (Json::ArrayIndex i = 1; i < count; ++i)
     {
-        *values = requireHeapText(texts.front().c_str()).release();
+        const std::string text = array[i].asString();
+        values.get()[i] = behind;
+        behind += text.copy(behind, text.size()) + 1;
     }
     return values;
 }
