@@ -173,11 +173,13 @@ public:
     ~MarkerFile();
 };
 
-/** FailAllocation makes the `nth` allocation of this thread fail, counted from 1 from its making
- * on: malloc, calloc, realloc, aligned_alloc, strdup, strndup and new, by whomever. Other threads
- * are not touched. `onceOnly` lets later ones succeed; `fromThenOn` is memory that stays exhausted.
+/** FailAllocation makes the `nth` allocation of this thread fail, counted from 1 from its making on
+ *  (0: none): malloc, calloc, realloc, aligned_alloc, strdup, strndup and new, by whomever. Other
+ *  threads are not touched. `onceOnly` lets later ones succeed; `fromThenOn` is memory that stays
+ *  exhausted.
  *
- *  GoogleTest allocates too: ask `reached` before the first expectation. */
+ *  Have OpenSSL used once before, see withEachAllocationFailing. GoogleTest allocates too: ask
+ *  `reached` before the first expectation. */
 class FailAllocation
 {
 public:
@@ -203,31 +205,22 @@ private:
     bool armed = true;
 };
 
-/** Runs `body(failure)` with the first allocation failing, then the second, and so on, until a run
- *  reaches no failure any more; `body` asks `failure.reached()` and checks what holds in each case.
- */
+/** Runs `body(failure)` with no allocation failing, then with the first one, the second, and so on,
+ *  until a run reaches no failure any more; `body` asks `failure.reached()` and checks what holds
+ *  in each case.
+ *
+ *  The run ahead of the others is for what OpenSSL sets up at its first use: if that fails once, it
+ *  is never tried again, and nothing works in this process any more. */
 template <typename Body>
 void withEachAllocationFailing(const Body& body,
                                FailAllocation::Extent extent = FailAllocation::onceOnly)
 {
     bool more = true;
-    for (unsigned int nth = 1; more; ++nth)
+    for (unsigned int nth = 0; more; ++nth)
     {
-        struct Recorder : FailAllocation
-        {
-            using FailAllocation::FailAllocation;
-
-            [[nodiscard]] bool reached()
-            {
-                seen = FailAllocation::reached() || seen;
-                return seen;
-            }
-
-            bool seen = false;
-        };
-        Recorder failure{nth, extent};
+        FailAllocation failure{nth, extent};
         body(failure);
-        more = failure.reached();
+        more = failure.reached() || nth == 0;
     }
 }
 

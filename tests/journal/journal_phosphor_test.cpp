@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+#include <phosphor-logging/log.hpp>
+
+#include <cerrno>
+
+namespace bmcoauth
+{
+
+// The library's own; this program contains the body that devices get.
+void logError(const char* message) noexcept;
+
+} // namespace bmcoauth
+
+TEST(LogErrorOnDevices, HandsTheMessageOverAsAnError)
+{
+    using phosphor::logging::level;
+    errno = EXDEV;
+    bmcoauth::logError("first %s");
+    bmcoauth::logError("");
+    EXPECT_EQ(errno, EXDEV);
+    ASSERT_EQ(phosphor::logging::logged.size(), 2U);
+    EXPECT_EQ(phosphor::logging::logged[0], std::pair(level::ERR, std::string{"first %s"}));
+    EXPECT_EQ(phosphor::logging::logged[1], std::pair(level::ERR, std::string{}));
+}

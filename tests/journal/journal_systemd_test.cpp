@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/fake_device.hpp"
+#include "support/owners.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <set>
+#include <thread>
+
+using namespace support;
+
+namespace
+{
+
+using HeaderPtr = std::unique_ptr<JWTHeader, Releaser<free_jwt_header>>;
+using TokenPayloadPtr = std::unique_ptr<JWTPayload, Releaser<free_jwt_payload>>;
+
+const std::set<std::string> expectedMessages{
+    "Base64 encoding the header failed", "Base64 encoding the payload failed",
+    "JWT header serialization failed", "JWT payload serialization failed"};
+
+/** Generates a token with each allocation failing in turn: some of the failures are told to the
+ *  journal. */
+void generateFailing()
+{
+    const HeaderPtr header{create_jwt_header("JWT", "ES256", nullptr)};
+    const TokenPayloadPtr payload{
+        create_jwt_payload("user", "id", "issuer", "1", "1", "2", nullptr, 0)};
+    withEachAllocationFailing(
+        [&](FailAllocation& failure)
+        {
+            errno = EXDEV;
+            const HeapText token{generateJWT(header.get(), payload.get(), nullptr, 0)};
+            const int error = errno;
+            failure.stop();
+            // OpenSSL does without some of its memory.
+            EXPECT_TRUE(token != nullptr || failure.reached());
+            EXPECT_EQ(error, EXDEV);
+        });
+}
+
+std::set<std::string> valuesOf(std::string_view name,
+                               const std::vector<JournalEntries::Entry>& entries)
+{
+    std::set<std::string> values;
+    for (const JournalEntries::Entry& entry : entries)
+    {
+        values.insert(field(entry, name));
+    }
+    return values;
+}
+
+} // namespace
+
+TEST(LogError, SendsTheFieldsThatReadersFilterBy)
+{
+    const JournalEntries journal;
+    generateFailing();
+    const std::vector<JournalEntries::Entry> entries = journal.all();
+    EXPECT_EQ(valuesOf("MESSAGE", entries), expectedMessages);
+    EXPECT_EQ(valuesOf("PRIORITY", entries), std::set<std::string>{"3"});
+    EXPECT_EQ(valuesOf("CODE_LINE", entries), std::set<std::string>{"77"});
+    EXPECT_EQ(valuesOf("CODE_FUNC", entries), std::set<std::string>{"helper_log"});
+}
+
+TEST(LogError, TransactionIsDecimalAndTheSameForOneThread)
+{
+    const JournalEntries journal;
+    generateFailing();
+    ASSERT_GE(journal.all().size(), 2U);
+    const std::set<std::string> ids = valuesOf("TRANSACTION_ID", journal.all());
+    ASSERT_EQ(ids.size(), 1U);
+    EXPECT_EQ(ids.begin()->find_first_not_of("0123456789"), std::string::npos);
+    EXPECT_NE(std::strtoull(ids.begin()->c_str(), nullptr, 10), 0U);
+}
+
+TEST(LogError, TransactionOfAnotherThreadIsAnother)
+{
+    const JournalEntries journal;
+    generateFailing();
+    std::thread{generateFailing}.join();
+    EXPECT_EQ(valuesOf("TRANSACTION_ID", journal.all()).size(), 2U);
+    EXPECT_EQ(valuesOf("MESSAGE", journal.all()), expectedMessages);
+}
+
+TEST(LogError, JournalThatIsNotThereIsNoFailure)
+{
+    for (const int error : {ENOENT, ECONNREFUSED, EAGAIN})
+    {
+        SCOPED_TRACE(error);
+        const JournalEntries journal{error};
+        generateFailing(); // which looks at results and errno
+        EXPECT_TRUE(journal.all().empty());
+    }
+}
