@@ -123,7 +123,7 @@ const std::vector<Editor>& editors()
     return list;
 }
 
-char* const untouchedText = const_cast<char*>("untouched");
+char untouchedText[] = "untouched";
 char* untouchedElements[] = {untouchedText, nullptr};
 
 /** Reads @p text with every getter and checks that each fails and leaves its out parameter. */
@@ -446,20 +446,20 @@ TEST(Editors, LeaveTheTextOrEndTheProcessWhicheverAllocationFails)
     constexpr int ended = 255;
     const std::string before =
         R"({ "c" : ["y"], "d" : {"e":0}, "long" : ")" + std::string(2000, 'x') + "\"}";
-    for (const auto& [name, edit] : editors())
+    for (const Editor& editor : editors())
     {
         int status = refused;
         unsigned int refusals = 0;
         unsigned int endings = 0;
         for (unsigned int nth = 1; status != succeeded; ++nth)
         {
-            SCOPED_TRACE(std::string{name} + ", allocation " + std::to_string(nth));
+            SCOPED_TRACE(std::string{editor.name} + ", allocation " + std::to_string(nth));
             status = exitStatusOf(
                 [&]
                 {
                     Document document{before};
                     FailAllocation failure{nth};
-                    const int result = edit(&document);
+                    const int result = editor.edit(&document);
                     if (!failure.reached())
                     {
                         _exit(result == 1 ? succeeded : wrong);
@@ -470,8 +470,8 @@ TEST(Editors, LeaveTheTextOrEndTheProcessWhicheverAllocationFails)
             refusals += status == refused ? 1 : 0;
             endings += status == ended ? 1 : 0;
         }
-        EXPECT_GT(refusals, 0U) << name;
-        EXPECT_EQ(endings, 1U) << name;
+        EXPECT_GT(refusals, 0U) << editor.name;
+        EXPECT_EQ(endings, 1U) << editor.name;
     }
 }
 

@@ -34,14 +34,15 @@ std::vector<std::pair<std::string, Texts>> parameters(const HandshakePayload* pa
 using Parameters = decltype(parameters(nullptr));
 
 // What the lists below are made of; nothing releases or changes it.
-char* const nameC = const_cast<char*>("C");
-char* const nameT = const_cast<char*>("T");
-char* const nameV = const_cast<char*>("V");
-char* const empty = const_cast<char*>("");
-char* const number = const_cast<char*>("123456");
-char* const token = const_cast<char*>("token");
-char* const first = const_cast<char*>("first");
-char* const second = const_cast<char*>("second");
+char nameC[] = "C";
+char nameT[] = "T";
+char nameV[] = "V";
+char nameV2[] = "V2";
+char empty[] = "";
+char number[] = "123456";
+char token[] = "token";
+char first[] = "first";
+char second[] = "second";
 char* oneNumber[] = {number, nullptr};
 char* oneToken[] = {token, nullptr};
 char* twoTypes[] = {first, second, nullptr};
@@ -159,8 +160,8 @@ TEST(GetHandshakePayloadParamValue, FindsANameWithoutRegardToCase)
 {
     EXPECT_EQ(value(challenge, "V"), "token");
     EXPECT_EQ(value(challenge, "v"), "token");
-    HandshakePayload list[] = {{const_cast<char*>("encrypted_SSLcert"), oneToken},
-                               {nullptr, nullptr}};
+    char mixed[] = "encrypted_SSLcert";
+    HandshakePayload list[] = {{mixed, oneToken}, {nullptr, nullptr}};
     EXPECT_EQ(value(list, "ENCRYPTED_sslCERT"), "token");
 }
 
@@ -169,11 +170,12 @@ TEST(GetHandshakePayloadParamValue, ComparesTheWholeName)
     EXPECT_EQ(value(challenge, "V2"), "not found, untouched");
     EXPECT_EQ(value(challenge, "TT"), "not found, untouched");
     EXPECT_EQ(value(challenge, ""), "not found, untouched");
-    HandshakePayload list[] = {{const_cast<char*>("V2"), oneToken}, {nullptr, nullptr}};
+    HandshakePayload list[] = {{nameV2, oneToken}, {nullptr, nullptr}};
     EXPECT_EQ(value(list, "V"), "not found, untouched");
     EXPECT_EQ(value(list, "V2"), "token");
     // Only letters have a case: these differ by the same bit.
-    HandshakePayload signs[] = {{const_cast<char*>("a@"), oneToken}, {nullptr, nullptr}};
+    char name[] = "a@";
+    HandshakePayload signs[] = {{name, oneToken}, {nullptr, nullptr}};
     EXPECT_EQ(value(signs, "A`"), "not found, untouched");
 }
 

@@ -24,7 +24,7 @@ using Texts = std::vector<std::string>;
 /** One parameter of a list to write; no values at all stand for a null value array. */
 struct Parameter
 {
-    const char* name;
+    std::string name;
     Texts values;
     bool nullArray = false;
 };
@@ -45,8 +45,8 @@ std::string written(std::vector<Parameter> parameters)
     std::vector<HandshakePayload> list;
     for (std::size_t i = 0; i < parameters.size(); ++i)
     {
-        list.push_back({const_cast<char*>(parameters[i].name),
-                        parameters[i].nullArray ? nullptr : arrays[i].data()});
+        list.push_back(
+            {parameters[i].name.data(), parameters[i].nullArray ? nullptr : arrays[i].data()});
     }
     list.push_back({nullptr, nullptr});
     return orNull(HeapText{write_handshake_payload(list.data())}.get());
