@@ -4,6 +4,9 @@
 # Shows tokens being issued and judged, from beginning to end: demo.sh BUILD_DIR
 set -euo pipefail
 
+# What a refused command says stands where it was refused.
+exec 2>&1
+
 build=$(cd "${1:?usage: demo.sh BUILD_DIR}" && pwd)
 examples=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 bmcoauth=$build/tools/bmcoauth

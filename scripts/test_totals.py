@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Adds up single test cases over all tests of a build."""
 
+import re
 import xml.etree.ElementTree as ElementTree
 
 
@@ -12,10 +13,11 @@ def report_file(build, test):
 class Totals:
     """The cases that passed, failed and were skipped, and what to say about them.
 
-    A GoogleTest program counts by the cases of its report; any other test is
-    one case. A program that leaves no usable report, that fails although each
-    of its cases passed, or that was expected and did not run, is one failure:
-    none of these may look like fewer tests.
+    A GoogleTest program counts by the cases of its report, a test that speaks
+    TAP by its lines; any other test is one case. A program that leaves no
+    usable report, that fails although each of its cases passed, or that was
+    expected and did not run, is one failure: none of these may look like fewer
+    tests.
     """
 
     def __init__(self):
@@ -46,6 +48,8 @@ class Totals:
         self._expected.pop(name, None)
         if test["protocol"] == "gtest":
             self._add_program(name, report_file(build, test), entry["result"])
+        elif test["protocol"] == "tap":
+            self._add_lines(name, entry.get("stdout", ""), entry["result"])
         elif entry["result"] in ("OK", "EXPECTEDFAIL"):
             self.passed += 1
         elif entry["result"] == "SKIP":
@@ -79,6 +83,27 @@ class Totals:
             else:
                 self.passed += 1
         if result != "OK" and self.failed == failed_before:
+            self.failures.append(f"{name}: {result}, although no case failed")
+
+    def _add_lines(self, name, text, result):
+        """Counts the cases of a test that tells them in the Test Anything Protocol."""
+        failed_before = self.failed
+        plan = re.search(r"^1\.\.(\d+)", text, re.MULTILINE)
+        lines = re.findall(r"^(not )?ok\b(?: \d+)?(?: - )?(.*)$", text, re.MULTILINE)
+        for failed, title in lines:
+            title, _, note = title.partition(" # ")
+            if failed:
+                self.failures.append(f"{name}: {title}")
+            elif note.upper().startswith("SKIP"):
+                self._skip(f"{name}: {title} ({note[4:].strip()})")
+            else:
+                self.passed += 1
+        if self.failed > failed_before:
+            return
+        if plan is None or int(plan[1]) == 0 or int(plan[1]) != len(lines):
+            planned = plan[1] if plan else "an unknown number"
+            self.failures.append(f"{name}: {result}, after {len(lines)} cases of {planned}")
+        elif result not in ("OK", "SKIP"):
             self.failures.append(f"{name}: {result}, although no case failed")
 
     def finish(self, status, out):

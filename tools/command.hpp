@@ -1,10 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <CLI/CLI.hpp>
-
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
+#include <vector>
+
+// Only command.cpp includes CLI11: compiling it takes longer than all the rest of a verb.
+namespace CLI
+{
+class App;
+} // namespace CLI
 
 namespace bmcoauth::tool
 {
@@ -15,7 +25,7 @@ enum class Exit : int
     success = 0,
     failure = 1, /**< a file, the random device or memory failed */
     usage = 2,   /**< the command line is wrong, or lacks something that is needed */
-    invalid = 3, /**< a token, key or document is refused */
+    invalid = 3, /**< a token, key, certificate, handshake or document is refused */
     expired = 4, /**< a token's time is over */
 };
 
@@ -36,17 +46,67 @@ private:
     Exit exitStatus;
 };
 
-/** A group of subcommands, such as `key`, that asks for one of its own. */
-inline CLI::App& addGroup(CLI::App& parent, const std::string& name, const std::string& description)
+/** A command of the tool: a group of commands such as `key`, or a verb such as `key check`. */
+class Command
 {
-    CLI::App& group = *parent.add_subcommand(name, description);
-    group.require_subcommand(1);
-    return group;
-}
+public:
+    explicit Command(CLI::App& parsed) : app{&parsed}
+    {
+    }
 
-void addErrorCommand(CLI::App& app);
-void addJsonCommands(CLI::App& app);
-void addKeyCommands(CLI::App& app);
-void addTokenCommands(CLI::App& app);
+    /** A group of commands, which asks for one of them. */
+    [[nodiscard]] Command group(const std::string& name, const std::string& description) const;
+
+    /** A verb. The example, without the tool's name, ends its help; notes stand before it. */
+    [[nodiscard]] Command verb(const std::string& name, const std::string& description,
+                               const std::string& example, const std::string& notes = "") const;
+
+    /** Has the verb run @p action, on options that live as long as the command line. */
+    template <typename Options>
+    std::remove_const_t<Options>& runs(void (*action)(Options&)) const
+    {
+        auto options = std::make_shared<std::remove_const_t<Options>>();
+        onRun([action, options] { action(*options); });
+        return *options;
+    }
+
+    // An option is named "--name" and an argument "NAME". Neither has to be given unless it is
+    // called required; what may be given several times is kept in a list.
+    void option(const std::string& name, std::string& value, const std::string& help) const;
+    void option(const std::string& name, std::optional<std::string>& value,
+                const std::string& help) const;
+    void option(const std::string& name, std::vector<std::string>& values,
+                const std::string& help) const;
+    void required(const std::string& name, std::string& value, const std::string& help) const;
+    void required(const std::string& name, std::vector<std::string>& values,
+                  const std::string& help) const;
+    void flag(const std::string& name, bool& value, const std::string& help) const;
+
+    /** A number from @p least on. */
+    void number(const std::string& name, std::uint32_t& value, const std::string& help,
+                std::uint32_t least = 0) const;
+
+private:
+    void onRun(std::function<void()> action) const;
+
+    CLI::App* app;
+};
+
+/** Reads the command line, whose commands @p addCommands adds, and runs what it says.
+ *  Gives the exit status; what is wrong with the command line is a Stop. */
+int runCommandLine(int argc, char** argv, void (*addCommands)(const Command& root));
+
+void addCertCommands(const Command& root);
+void addDelegatedCommand(const Command& tokens);
+void addEciesCommands(const Command& root);
+void addErrorCommand(const Command& root);
+void addHandshakeCommands(const Command& root);
+void addJsonCommands(const Command& root);
+void addJwkCommands(const Command& root);
+void addKeyCommands(const Command& root);
+void addPkiCommands(const Command& root);
+void addPrivilegesCommand(const Command& root);
+void addRegisterCommands(const Command& root);
+void addTokenCommands(const Command& root);
 
 } // namespace bmcoauth::tool

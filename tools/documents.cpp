@@ -3,6 +3,9 @@
 
 #include "command.hpp"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -17,24 +20,57 @@ std::string nameOf(const std::string& path)
     return path == "-" ? "standard input" : path;
 }
 
+std::string harmless(const std::string& text)
+{
+    std::string shown;
+    for (const char c : text)
+    {
+        shown += (c >= '\0' && c < ' ') || c == '\x7f' ? '?' : c;
+    }
+    return shown;
+}
+
+const char* orNull(const std::optional<std::string>& text)
+{
+    return text ? text->c_str() : nullptr;
+}
+
+void requireReadable(const std::string& path)
+{
+    struct stat status
+    {
+    };
+    if (access(path.c_str(), R_OK) != 0 || stat(path.c_str(), &status) != 0)
+    {
+        throw Stop{Exit::failure, "cannot read " + path + ": " + std::strerror(errno)};
+    }
+    if (S_ISDIR(status.st_mode))
+    {
+        throw Stop{Exit::failure, "cannot read " + path + ": " + std::strerror(EISDIR)};
+    }
+}
+
 std::string readText(const std::string& path)
 {
     std::ifstream file;
     if (path != "-")
     {
-        errno = 0;
+        requireReadable(path);
         file.open(path, std::ios::binary);
         if (!file)
         {
-            throw Stop{Exit::failure, "cannot open " + path + ": " + std::strerror(errno)};
+            throw Stop{Exit::failure, "cannot read " + path + ": " + std::strerror(errno)};
         }
     }
     std::istream& input = path == "-" ? std::cin : file;
-    std::string text{std::istreambuf_iterator<char>{input}, {}};
-    // A folder opens, and only reading it fails.
-    if (input.bad())
+    std::string text;
+    try
     {
-        throw Stop{Exit::failure, "cannot read " + nameOf(path)};
+        text.assign(std::istreambuf_iterator<char>{input}, {});
+    }
+    catch (const std::ios_base::failure&)
+    {
+        throw Stop{Exit::failure, "cannot read " + nameOf(path) + ": " + std::strerror(errno)};
     }
     if (text.find('\0') != std::string::npos)
     {
@@ -60,6 +96,32 @@ Json::Value readObject(const std::string& path)
     return document;
 }
 
+Json::Value withoutComments(const Json::Value& tree)
+{
+    Json::Value plain;
+    if (tree.isObject())
+    {
+        plain = Json::Value{Json::objectValue};
+        for (const std::string& name : tree.getMemberNames())
+        {
+            plain[name] = withoutComments(tree[name]);
+        }
+    }
+    else if (tree.isArray())
+    {
+        plain = Json::Value{Json::arrayValue};
+        for (const Json::Value& element : tree)
+        {
+            plain.append(withoutComments(element));
+        }
+    }
+    else
+    {
+        plain.copyPayload(tree);
+    }
+    return plain;
+}
+
 void print(const std::string& text)
 {
     std::cout << text << '\n';
@@ -70,13 +132,20 @@ void printJson(const Json::Value& tree)
     print(json_fastWriter(tree));
 }
 
-const char* orStop(const Text& text, const std::string& message)
+Text orStop(char* text, const std::string& message)
 {
-    if (!text)
+    if (text == nullptr)
     {
         throw Stop{Exit::failure, message};
     }
-    return text.get();
+    return Text{text};
+}
+
+void warn(const std::string& message)
+{
+    // What was printed until here comes first where both streams end in one place.
+    std::cout.flush();
+    std::cerr << "bmcoauth: warning: " << harmless(message) << '\n';
 }
 
 } // namespace bmcoauth::tool

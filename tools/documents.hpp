@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace bmcoauth::tool
@@ -33,6 +34,14 @@ using JwtPayloadPtr = std::unique_ptr<JWTPayload, Releaser<free_jwt_payload>>;
 /** The name under which @p path is spoken of: standard input for "-". */
 [[nodiscard]] std::string nameOf(const std::string& path);
 
+/** @p text with question marks for the control characters, which a terminal would obey. */
+[[nodiscard]] std::string harmless(const std::string& text);
+
+[[nodiscard]] const char* orNull(const std::optional<std::string>& text);
+
+/** Stops the command unless @p path is a file that can be read. */
+void requireReadable(const std::string& path);
+
 /** The whole of the file @p path, or of standard input for "-". Stops the command when it cannot
  *  be read or holds a zero byte, which no text of the library can. */
 [[nodiscard]] std::string readText(const std::string& path);
@@ -43,13 +52,20 @@ using JwtPayloadPtr = std::unique_ptr<JWTPayload, Releaser<free_jwt_payload>>;
 /** Reads the JSON object @p path, or stops the command. */
 [[nodiscard]] Json::Value readObject(const std::string& path);
 
+/** A copy of @p tree that is written without the comments of the text that it was read from: they
+ *  may hold control characters, which are escaped everywhere else. */
+[[nodiscard]] Json::Value withoutComments(const Json::Value& tree);
+
 /** Prints @p text and a line feed on standard output. */
 void print(const std::string& text);
 
 /** Prints the text form of @p tree. */
 void printJson(const Json::Value& tree);
 
-/** @p text, or a stop: what the library gives when memory or the random device fails. */
-[[nodiscard]] const char* orStop(const Text& text, const std::string& message);
+/** The owner of @p text, or a stop where the library gave null: memory or a device failed. */
+[[nodiscard]] Text orStop(char* text, const std::string& message);
+
+/** Says on stderr, in one line, what must not be overlooked. */
+void warn(const std::string& message);
 
 } // namespace bmcoauth::tool

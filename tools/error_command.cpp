@@ -33,11 +33,6 @@ std::optional<oauthError> codeOf(const std::string& text)
     return std::nullopt;
 }
 
-const char* orNull(const std::optional<std::string>& text)
-{
-    return text ? text->c_str() : nullptr;
-}
-
 void writeError(const Options& options)
 {
     const std::optional<oauthError> code = codeOf(options.code);
@@ -47,24 +42,23 @@ void writeError(const Options& options)
                                     ": give a number from 0 to 13, or a name such as "
                                     "invalid_request"};
     }
-    const Text document{write_oauth_error(*code, orNull(options.description),
-                                          orNull(options.resolution), orNull(options.uri))};
-    print(orStop(document, "cannot write the error document"));
+    print(orStop(write_oauth_error(*code, orNull(options.description), orNull(options.resolution),
+                                   orNull(options.uri)),
+                 "the error document could not be written")
+              .get());
 }
 
 } // namespace
 
-void addErrorCommand(CLI::App& app)
+void addErrorCommand(const Command& root)
 {
-    CLI::App& command = *app.add_subcommand("error", "Write an OAuth error document");
-    auto options = std::make_shared<Options>();
-    command.add_option("CODE", options->code, "Number from 0 to 13, or name such as invalid_grant")
-        ->required();
-    command.add_option("--description", options->description, "Text of error_description");
-    command.add_option("--resolution", options->resolution, "Text of error_resolution");
-    command.add_option("--uri", options->uri, "Text of error_uri");
-    command.footer("Example: bmcoauth error invalid_scope --description \"unknown scope\"");
-    command.callback([options] { writeError(*options); });
+    const Command command = root.verb("error", "Write an OAuth error document",
+                                      "error invalid_scope --description \"unknown scope\"");
+    Options& options = command.runs(writeError);
+    command.required("CODE", options.code, "Number from 0 to 13, or name such as invalid_grant");
+    command.option("--description", options.description, "Text of error_description");
+    command.option("--resolution", options.resolution, "Text of error_resolution");
+    command.option("--uri", options.uri, "Text of error_uri");
 }
 
 } // namespace bmcoauth::tool

@@ -79,9 +79,10 @@ struct SetOptions
 
 void setMember(const SetOptions& options)
 {
-    if (options.remove != options.values.empty() && !options.array)
+    const bool sets = options.array || !options.values.empty();
+    if (sets == options.remove)
     {
-        throw Stop{Exit::usage, "json set needs either --value or --remove"};
+        throw Stop{Exit::usage, "json set needs either --remove, or --value or --array"};
     }
     EditedDocument document{options.path};
     if (!options.array && options.values.size() < 2)
@@ -121,39 +122,33 @@ void merge(const MergeOptions& options)
 
 } // namespace
 
-void addJsonCommands(CLI::App& app)
+void addJsonCommands(const Command& root)
 {
-    CLI::App& group = addGroup(app, "json", "Read and change JSON documents");
+    const Command group = root.group("json", "Read and change JSON documents");
 
-    CLI::App& get = *group.add_subcommand("get", "Print one member: a string as it is, else JSON");
-    auto getOptions = std::make_shared<GetOptions>();
-    get.add_option("KEY", getOptions->key, "Name of the member")->required();
-    get.add_option("FILE", getOptions->path, "Document");
-    get.footer("Example: bmcoauth json get access_token response.json");
-    get.callback([getOptions] { getMember(*getOptions); });
+    const Command get = group.verb("get", "Print one member: a string as it is, else JSON",
+                                   "json get access_token response.json");
+    GetOptions& getOptions = get.runs(getMember);
+    get.required("KEY", getOptions.key, "Name of the member");
+    get.option("FILE", getOptions.path, "Document");
 
-    CLI::App& set = *group.add_subcommand("set", "Set or remove one member, print the document");
-    auto setOptions = std::make_shared<SetOptions>();
-    set.add_option("KEY", setOptions->key, "Name of the member")->required();
-    set.add_option("FILE", setOptions->path, "Document");
-    set.add_option("--value", setOptions->values, "Text to set; several make an array of strings")
-        ->expected(1)
-        ->take_all();
-    CLI::Option* array =
-        set.add_flag("--array", setOptions->array, "Make an array of any number of values");
-    set.add_flag("--remove", setOptions->remove, "Remove the member")->excludes(array);
-    set.footer("Example: bmcoauth json set state --value xyz request.json");
-    set.callback([setOptions] { setMember(*setOptions); });
+    const Command set = group.verb("set", "Set or remove one member, print the document",
+                                   "json set state --value xyz request.json");
+    SetOptions& setOptions = set.runs(setMember);
+    set.required("KEY", setOptions.key, "Name of the member");
+    set.option("FILE", setOptions.path, "Document");
+    set.option("--value", setOptions.values, "Text to set; several make an array of strings");
+    set.flag("--array", setOptions.array, "Make an array, of a single value too");
+    set.flag("--remove", setOptions.remove, "Remove the member");
 
-    CLI::App& mergeCommand =
-        *group.add_subcommand("merge", "Merge a second document into the first, print the result");
-    auto mergeOptions = std::make_shared<MergeOptions>();
-    mergeCommand.add_option("FILE", mergeOptions->into, "First document")->required();
-    mergeCommand.add_option("OTHER", mergeOptions->from, "Second document")->required();
-    mergeCommand.footer("An object of the second document is merged only into an object that the "
-                        "first has already:\nwhere it has none, the member becomes null.\n"
-                        "Example: bmcoauth json merge settings.json changes.json");
-    mergeCommand.callback([mergeOptions] { merge(*mergeOptions); });
+    const Command mergeVerb = group.verb(
+        "merge", "Merge a second document into the first, print the result",
+        "json merge settings.json changes.json",
+        "An object of the second document is merged only into an object that the first has "
+        "already:\nwhere it has none, the member becomes null.");
+    MergeOptions& mergeOptions = mergeVerb.runs(merge);
+    mergeVerb.required("FILE", mergeOptions.into, "First document");
+    mergeVerb.required("OTHER", mergeOptions.from, "Second document");
 }
 
 } // namespace bmcoauth::tool

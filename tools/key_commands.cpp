@@ -2,10 +2,7 @@
 #include "command.hpp"
 #include "documents.hpp"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
+#include <sys/stat.h>
 
 namespace bmcoauth::tool
 {
@@ -21,7 +18,11 @@ struct Options
 
 void generate(const Options& options)
 {
-    if (!options.force && access(options.path.c_str(), F_OK) == 0)
+    struct stat status
+    {
+    };
+    // A link that leads nowhere is there, too: the key would go where it points.
+    if (!options.force && lstat(options.path.c_str(), &status) == 0)
     {
         throw Stop{Exit::usage, options.path + " exists already: give --force to replace the key"};
     }
@@ -33,10 +34,7 @@ void generate(const Options& options)
 
 void check(const Options& options)
 {
-    if (access(options.path.c_str(), R_OK) != 0)
-    {
-        throw Stop{Exit::failure, "cannot read " + options.path + ": " + std::strerror(errno)};
-    }
+    requireReadable(options.path);
     if (validateECPrivateKey(options.path.c_str()) != 1)
     {
         throw Stop{Exit::invalid,
@@ -47,22 +45,20 @@ void check(const Options& options)
 
 } // namespace
 
-void addKeyCommands(CLI::App& app)
+void addKeyCommands(const Command& root)
 {
-    CLI::App& group = addGroup(app, "key", "Make and check the key that signs tokens");
-    auto options = std::make_shared<Options>();
+    const Command group = root.group("key", "Make and check the key that signs tokens");
 
-    CLI::App& generateCommand =
-        *group.add_subcommand("generate", "Make a P-256 private key file (PEM, mode 0600)");
-    generateCommand.add_option("FILE", options->path, "Where to write the key")->required();
-    generateCommand.add_flag("--force", options->force, "Replace a file that is there already");
-    generateCommand.footer("Example: bmcoauth key generate signing.pem");
-    generateCommand.callback([options] { generate(*options); });
+    const Command generateVerb = group.verb(
+        "generate", "Make a P-256 private key file (PEM, mode 0600)", "key generate signing.pem");
+    Options& generateOptions = generateVerb.runs(generate);
+    generateVerb.required("FILE", generateOptions.path, "Where to write the key");
+    generateVerb.flag("--force", generateOptions.force, "Replace a file that is there already");
 
-    CLI::App& checkCommand = *group.add_subcommand("check", "Check a private key file");
-    checkCommand.add_option("FILE", options->path, "Key file")->required();
-    checkCommand.footer("Example: bmcoauth key check signing.pem");
-    checkCommand.callback([options] { check(*options); });
+    const Command checkVerb =
+        group.verb("check", "Check a private key file", "key check signing.pem");
+    Options& checkOptions = checkVerb.runs(check);
+    checkVerb.required("FILE", checkOptions.path, "Key file");
 }
 
 } // namespace bmcoauth::tool

@@ -6,17 +6,12 @@
 #include <openssl/crypto.h>
 #include <openssl/obj_mac.h>
 
-#include <unistd.h>
-
 namespace bmcoauth::tool
 {
 
 PrivateKeyBytes::PrivateKeyBytes(const std::string& path)
 {
-    if (access(path.c_str(), R_OK) != 0)
-    {
-        throw Stop{Exit::failure, "cannot read the key file " + path};
-    }
+    requireReadable(path);
     const EcKeyPtr key{getECKeyFromFile(path.c_str())};
     if (!key || EC_GROUP_get_curve_name(EC_KEY_get0_group(key.get())) != NID_X9_62_prime256v1)
     {

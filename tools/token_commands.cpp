@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <ctime>
 #include <deque>
-#include <iostream>
 #include <optional>
+#include <sstream>
 #include <vector>
 
 namespace bmcoauth::tool
@@ -74,7 +74,8 @@ private:
             throw Stop{Exit::usage, "--scope takes NAME=VALUE[,VALUE...], not " + text};
         }
         std::vector<char*>& values = valueLists.emplace_back();
-        for (std::string& value : CLI::detail::split(text.substr(equals + 1), ','))
+        std::istringstream rest{text.substr(equals + 1)};
+        for (std::string value; std::getline(rest, value, ',');)
         {
             values.push_back(keep(std::move(value)));
         }
@@ -134,8 +135,8 @@ void issue(IssueOptions& options)
     {
         throw Stop{Exit::failure, "the token could not be issued"};
     }
-    const Text document{write_authorize_response(response.get())};
-    print(orStop(document, "the response could not be written"));
+    print(orStop(write_authorize_response(response.get()), "the response could not be written")
+              .get());
 }
 
 // -------------------------------------------------------------------------------------- inspect
@@ -154,7 +155,7 @@ Json::Value decodePart(const std::string& part, const std::string& name)
     {
         throw Stop{Exit::invalid, "the " + name + " of the token is not a JSON object"};
     }
-    return tree;
+    return withoutComments(tree);
 }
 
 /** The seconds that a claim holds, as a number or as a decimal text. */
@@ -193,12 +194,11 @@ std::string readableTime(std::uint64_t seconds)
            (away < 0 ? " ago" : "");
 }
 
-/** @p text as it can be shown on a terminal: what a stranger's token holds must not reach it as
- *  control characters. */
+/** @p text as it is, or as a JSON string if a terminal might obey what stands in it. */
 std::string shown(const std::string& text)
 {
     const bool printable = std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
-    return printable ? text : json_fastWriter(Json::Value{text});
+    return printable ? text : harmless(json_fastWriter(Json::Value{text}));
 }
 
 void printMembers(const std::string& title, const Json::Value& object)
@@ -207,8 +207,9 @@ void printMembers(const std::string& title, const Json::Value& object)
     for (const std::string& name : object.getMemberNames())
     {
         const Json::Value& value = object[name];
-        std::string line = "  " + shown(name) + "  " +
-                           (value.isString() ? shown(value.asString()) : json_fastWriter(value));
+        std::string line =
+            "  " + shown(name) + "  " +
+            (value.isString() ? shown(value.asString()) : harmless(json_fastWriter(value)));
         if (name == "iat" || name == "nbf" || name == "exp")
         {
             const std::optional<std::uint64_t> seconds = secondsOf(value);
@@ -236,7 +237,7 @@ void inspect(const InspectOptions& options)
     const Json::Value claims = decodePart(token.substr(first + 1, second - first - 1), "payload");
     printMembers("header", header);
     printMembers("claims", claims);
-    std::cerr << "bmcoauth: warning: nothing was verified; anybody can write such a token\n";
+    warn("nothing was verified; anybody can write such a token");
 }
 
 // --------------------------------------------------------------------------------------- verify
@@ -293,47 +294,38 @@ void verify(const VerifyOptions& options)
 
 } // namespace
 
-void addTokenCommands(CLI::App& app)
+void addTokenCommands(const Command& root)
 {
-    CLI::App& group = addGroup(app, "token", "Issue, inspect and verify access tokens");
+    const Command group = root.group("token", "Issue, inspect and verify access tokens");
 
-    CLI::App& issueCommand =
-        *group.add_subcommand("issue", "Answer an authorize request with fresh tokens");
-    auto issueOptions = std::make_shared<IssueOptions>();
-    issueCommand.add_option("FILE", issueOptions->path, "Authorize request document");
-    issueCommand.add_option("--key", issueOptions->key, "Key file that signs the token");
-    issueCommand.add_option("--subject", issueOptions->subject, "Claim sub");
-    issueCommand.add_option("--issuer", issueOptions->issuer, "Claim iss");
-    issueCommand
-        .add_option("--scope", issueOptions->scopes,
-                    "Scope entry NAME=VALUE[,VALUE...]; may be given again")
-        ->expected(1)
-        ->take_all();
-    issueCommand
-        .add_option("--lifetime", issueOptions->lifetimeSeconds,
-                    "Seconds until the token expires (default 3600)")
-        ->check(CLI::PositiveNumber);
-    issueCommand.footer("Example: bmcoauth token issue --key signing.pem --subject admin "
-                        "--scope files=read,write request.json");
-    issueCommand.callback([issueOptions] { issue(*issueOptions); });
+    const Command issueVerb =
+        group.verb("issue", "Answer an authorize request with fresh tokens",
+                   "token issue --key signing.pem --subject admin --scope files=read,write "
+                   "request.json");
+    IssueOptions& issueOptions = issueVerb.runs(issue);
+    issueVerb.option("FILE", issueOptions.path, "Authorize request document");
+    issueVerb.option("--key", issueOptions.key, "Key file that signs the token");
+    issueVerb.option("--subject", issueOptions.subject, "Claim sub");
+    issueVerb.option("--issuer", issueOptions.issuer, "Claim iss");
+    issueVerb.option("--scope", issueOptions.scopes,
+                     "Scope entry NAME=VALUE[,VALUE...]; may be given again");
+    issueVerb.number("--lifetime", issueOptions.lifetimeSeconds,
+                     "Seconds until the token expires (default 3600)", 1);
 
-    CLI::App& inspectCommand =
-        *group.add_subcommand("inspect", "Show header, claims and times; verifies nothing");
-    auto inspectOptions = std::make_shared<InspectOptions>();
-    inspectCommand.add_option("FILE", inspectOptions->path,
-                              "Token, or response document with access_token");
-    inspectCommand.footer("Example: bmcoauth token inspect response.json");
-    inspectCommand.callback([inspectOptions] { inspect(*inspectOptions); });
+    const Command inspectVerb =
+        group.verb("inspect", "Show header, claims and times; verifies nothing",
+                   "token inspect response.json");
+    InspectOptions& inspectOptions = inspectVerb.runs(inspect);
+    inspectVerb.option("FILE", inspectOptions.path,
+                       "Token, or response document with access_token");
 
-    CLI::App& verifyCommand =
-        *group.add_subcommand("verify", "Verify a token of ours, print its claims");
-    auto verifyOptions = std::make_shared<VerifyOptions>();
-    verifyCommand.add_option("FILE", verifyOptions->path,
-                             "Token, or response document with access_token");
-    verifyCommand.add_option("--key", verifyOptions->key, "Key file that signed the token");
-    verifyCommand.footer("Exit status 3 when the token is refused, 4 when it has expired.\n"
-                         "Example: bmcoauth token verify --key signing.pem response.json");
-    verifyCommand.callback([verifyOptions] { verify(*verifyOptions); });
+    const Command verifyVerb =
+        group.verb("verify", "Verify a token of ours, print its claims",
+                   "token verify --key signing.pem response.json",
+                   "Exit status 3 when the token is refused, 4 when it has expired.");
+    VerifyOptions& verifyOptions = verifyVerb.runs(verify);
+    verifyVerb.option("FILE", verifyOptions.path, "Token, or response document with access_token");
+    verifyVerb.option("--key", verifyOptions.key, "Key file that signed the token");
 }
 
 } // namespace bmcoauth::tool

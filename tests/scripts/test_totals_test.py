@@ -14,6 +14,7 @@ from test_totals import Totals  # noqa: E402
 
 PROGRAM = {"name": "common", "protocol": "gtest", "workdir": None}
 SCRIPT = {"name": "abi", "protocol": "exitcode", "workdir": None}
+LINES = {"name": "tools", "protocol": "tap", "workdir": None}
 NESTED = {"name": "oauth2/jwt", "protocol": "gtest", "workdir": None}
 
 # As GoogleTest 1.12 writes it.
@@ -50,8 +51,10 @@ class TotalsTest(unittest.TestCase):
             file = self.build / (test["name"] + ".xml")
             file.parent.mkdir(exist_ok=True)
             file.write_text(report, encoding="utf-8")
-        entry = {"name": test["name"], "result": result}
-        self.totals.add(self.build, [PROGRAM, SCRIPT, NESTED], entry)
+        self.log({"name": test["name"], "result": result})
+
+    def log(self, entry):
+        self.totals.add(self.build, [PROGRAM, SCRIPT, LINES, NESTED], entry)
 
     def finish(self, status=0):
         out = io.StringIO()
@@ -72,6 +75,27 @@ class TotalsTest(unittest.TestCase):
         self.add(NESTED, "OK", SOUND)
         self.add(SCRIPT, "OK")
         self.assertEqual(self.finish(), (0, ["3 passed, 0 failed"]))
+
+    def test_counts_every_line_of_a_test_that_speaks_tap(self):
+        text = "1..3\nok 1 - Key.makes\nnot ok 2 - Key.checks\n# why\nok 3 - Key.runs # SKIP not here\n"
+        self.log({"name": "tools", "result": "FAIL", "stdout": text})
+        code, lines = self.finish(1)
+        self.assertEqual((code, lines[-1]), (1, "1 passed, 1 failed, 1 skipped"))
+        self.assertIn("failed: tools: Key.checks", lines)
+        self.assertIn("skipped: tools: Key.runs (not here)", lines)
+
+    def test_test_that_breaks_off_is_one_failure_more(self):
+        for text in ("1..2\nok 1 - Key.makes\n", "ok 1 - Key.makes\n"):
+            for result in ("ERROR", "OK"):
+                self.totals = Totals()
+                self.log({"name": "tools", "result": result, "stdout": text})
+                self.assertEqual(self.finish(1)[1][-1], "1 passed, 1 failed")
+
+    def test_test_without_a_single_line_is_one_failure(self):
+        for text in ("", "1..0\n"):
+            self.totals = Totals()
+            self.log({"name": "tools", "result": "OK", "stdout": text})
+            self.assertEqual(self.finish()[1][-1], "0 passed, 1 failed")
 
     def test_failed_script_is_one_failure(self):
         self.add(SCRIPT, "FAIL")

@@ -1,0 +1,147 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What the tests of the command share."""
+
+import base64
+import json
+import os
+import pathlib
+import subprocess
+import tempfile
+import time
+import unittest
+
+TOOL = ""
+
+SUCCESS, FAILURE, USAGE, INVALID, EXPIRED = range(5)
+
+
+class Outcome:
+    def __init__(self, process):
+        self.status = process.returncode
+        self.out = process.stdout
+        self.err = process.stderr
+
+
+class ToolTest(unittest.TestCase):
+    """Runs the command in an empty directory of its own."""
+
+    maxDiff = None
+
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.directory = pathlib.Path(directory.name)
+
+    def tool(self, *arguments, text=b""):
+        """Runs the command; text, or bytes, come from standard input."""
+        if isinstance(text, str):
+            text = text.encode()
+        return Outcome(
+            subprocess.run(
+                [TOOL, *map(str, arguments)],
+                input=text,
+                capture_output=True,
+                cwd=self.directory,
+                timeout=60,
+                check=False,
+            )
+        )
+
+    def good(self, *arguments, text=b"", warning=None):
+        """What the command prints when all goes well, without the last line feed."""
+        outcome = self.tool(*arguments, text=text)
+        self.assertEqual(outcome.status, SUCCESS, outcome.err)
+        if warning is None:
+            self.assertEqual(outcome.err, b"")
+        else:
+            self.assertEqual(outcome.err.decode(), f"bmcoauth: warning: {warning}\n")
+        self.assertTrue(outcome.out == b"" or outcome.out.endswith(b"\n"))
+        return outcome.out.decode()[:-1]
+
+    def good_json(self, *arguments, text=b"", warning=None):
+        return json.loads(self.good(*arguments, text=text, warning=warning))
+
+    def refused(self, status, pattern, *arguments, text=b""):
+        """Expects the exit status, nothing on stdout, and one line on stderr with the pattern."""
+        outcome = self.tool(*arguments, text=text)
+        self.assertEqual(outcome.status, status, (outcome.out, outcome.err))
+        self.assertEqual(outcome.out, b"")
+        self.assertTrue(outcome.err.startswith(b"bmcoauth: "), outcome.err)
+        self.assertEqual(outcome.err.count(b"\n"), 1, outcome.err)
+        self.assertTrue(outcome.err.endswith(b"\n"), outcome.err)
+        self.assertRegex(outcome.err.decode(errors="replace"), pattern)
+        self.assertFalse(any(byte < 0x20 for byte in outcome.err[:-1]), outcome.err)
+
+    def write(self, name, content):
+        """A file of the test's directory; text, bytes or a JSON document."""
+        path = self.directory / name
+        if isinstance(content, bytes):
+            path.write_bytes(content)
+        elif isinstance(content, str):
+            path.write_text(content, encoding="utf-8")
+        else:
+            path.write_text(json.dumps(content), encoding="utf-8")
+        return name
+
+    def openssl(self, *arguments, text=b""):
+        return subprocess.run(
+            ["openssl", *map(str, arguments)],
+            input=text,
+            capture_output=True,
+            cwd=self.directory,
+            check=True,
+        ).stdout
+
+    def key(self, name="key.pem"):
+        self.good("key", "generate", name)
+        return name
+
+    def refuses_what_is_no_text(self, *arguments):
+        """What every verb must answer where it reads a document; "@" stands for its name."""
+
+        def named(name):
+            return [name if argument == "@" else argument for argument in arguments]
+
+        self.refused(FAILURE, "No such file", *named("missing"))
+        os.mkdir(self.directory / "folder")
+        self.refused(FAILURE, "cannot read folder: Is a directory", *named("folder"))
+        self.refused(INVALID, "standard input holds a zero byte", *named("-"), text=b'{"a"\0:1}')
+        self.refused(INVALID, "standard input", *named("-"), text=b"")
+
+
+def base64url(data):
+    return base64.urlsafe_b64encode(data).rstrip(b"=").decode()
+
+
+def part(document):
+    return base64url(json.dumps(document).encode())
+
+
+def claims(begin=-60, end=600, **others):
+    """The claims of a token that is valid from and to so many seconds from now."""
+    now = int(time.time())
+    return {
+        "sub": "admin",
+        "iss": "test",
+        "jti": "1",
+        "iat": str(now + begin),
+        "nbf": str(now + begin),
+        "exp": str(now + end),
+        **others,
+    }
+
+
+def signed_token(test, key, payload, algorithm="ES256"):
+    """A token made by hand, signed by the openssl command: ECDSA in DER form."""
+    text = part({"typ": "JWT", "alg": algorithm}) + "." + part(payload)
+    signature = test.openssl("dgst", "-sha256", "-sign", key, text=text.encode())
+    return text + "." + base64url(signature)
+
+
+def altered(token, number):
+    """The token with another letter in the middle of the part with that number."""
+    parts = token.split(".")
+    middle = len(parts[number]) // 2
+    letter = "A" if parts[number][middle] != "A" else "B"
+    parts[number] = parts[number][:middle] + letter + parts[number][middle + 1 :]
+    return ".".join(parts)

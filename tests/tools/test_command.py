@@ -1,0 +1,215 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The command line itself, and the verbs error, json and key."""
+
+import os
+import re
+import stat
+import subprocess
+import unittest
+
+import support
+from support import FAILURE, INVALID, USAGE, ToolTest
+
+
+class CommandLine(ToolTest):
+    def test_tells_its_version(self):
+        self.assertRegex(self.good("--version"), r"^\d+\.\d+\.\d+$")
+
+    def test_without_a_command_says_where_help_is(self):
+        self.refused(USAGE, "subcommand is required.*--help")
+
+    def test_refuses_an_unknown_command(self):
+        self.refused(USAGE, "--help", "frobnicate")
+
+    def test_refuses_an_unknown_option(self):
+        self.refused(USAGE, "--frobnicate", "error", "0", "--frobnicate")
+
+    def test_refuses_an_option_given_twice(self):
+        self.refused(USAGE, "--uri", "error", "0", "--uri", "a", "--uri", "b")
+
+    def test_keeps_control_characters_of_an_argument_from_the_terminal(self):
+        self.refused(USAGE, r"no error has the code \?\[2Jx\?y", "error", "\x1b[2Jx\ny")
+
+    def test_lists_what_each_exit_status_means(self):
+        for words in ("0 success", "1 failure", "2 wrong usage", "3 a token", "4 a token"):
+            self.assertIn(words, self.good("--help"))
+
+    def verbs(self, *group):
+        text = self.good(*group, "--help")
+        names = re.findall(r"^  (\w+) ", text.partition("Subcommands:\n")[2], re.MULTILINE)
+        for name in names:
+            if "Subcommands:" in self.good(*group, name, "--help"):
+                yield from self.verbs(*group, name)
+            else:
+                yield (*group, name)
+
+    def test_every_verb_has_help_with_an_example_of_itself(self):
+        verbs = list(self.verbs())
+        self.assertGreaterEqual(len(verbs), 9)
+        for verb in verbs:
+            with self.subTest(verb):
+                self.assertIn("Example: bmcoauth " + " ".join(verb), self.good(*verb, "--help"))
+
+    def test_tells_when_its_output_cannot_be_written(self):
+        with open("/dev/full", "wb") as full:
+            run = subprocess.run(
+                [support.TOOL, "error", "0"], stdout=full, stderr=subprocess.PIPE, check=False
+            )
+        self.assertEqual(run.returncode, FAILURE)
+        self.assertEqual(run.stderr, b"bmcoauth: cannot write to standard output\n")
+
+
+class Error(ToolTest):
+    def test_writes_a_code_given_by_number(self):
+        self.assertEqual(self.good("error", "2"), '{"error":"invalid_request"}')
+
+    def test_writes_a_code_given_by_name_and_all_texts(self):
+        self.assertEqual(
+            self.good(
+                "error", "invalid_scope", "--description", 'a "b"', "--resolution", "", "--uri", "u"
+            ),
+            '{"error":"invalid_scope","error_description":"a \\"b\\"","error_resolution":"",'
+            '"error_uri":"u"}',
+        )
+
+    def test_knows_every_code(self):
+        for code in range(14):
+            self.assertRegex(self.good("error", code), r'^\{"error":"[a-z_]+"\}$')
+
+    def test_refuses_other_codes(self):
+        for code in ("14", "-1", "", "02", "nonsense"):
+            with self.subTest(code):
+                self.refused(USAGE, ".", "error", "--", code)
+
+    def test_needs_a_code(self):
+        self.refused(USAGE, "CODE", "error")
+
+
+class JsonGet(ToolTest):
+    def test_prints_a_string_as_it_is(self):
+        self.assertEqual(self.good("json", "get", "a", text='{"a":"x\\"y"}'), 'x"y')
+
+    def test_prints_anything_else_as_json(self):
+        document = self.write("doc.json", '{"n": 5, "l": ["x", {"z": 1, "b": true}]}')
+        self.assertEqual(self.good("json", "get", "n", document), "5")
+        self.assertEqual(self.good("json", "get", "l", document), '["x",{"b":true,"z":1}]')
+
+    def test_refuses_a_missing_member_and_null(self):
+        for name in ("b", "c"):
+            self.refused(INVALID, f'has no member "{name}"', "json", "get", name, text='{"c":null}')
+
+    def test_refuses_what_is_no_object(self):
+        for text in ("[]", "{", "7", "nonsense", "[" * 5000):
+            self.refused(INVALID, "is not a JSON object", "json", "get", "a", text=text)
+
+    def test_refuses_what_is_no_text(self):
+        self.refuses_what_is_no_text("json", "get", "a", "@")
+
+    @unittest.skipIf(os.geteuid() == 0, "root reads every file")
+    def test_refuses_a_file_without_permission(self):
+        self.write("doc.json", "{}")
+        os.chmod(self.directory / "doc.json", 0)
+        self.refused(FAILURE, "Permission denied", "json", "get", "a", "doc.json")
+
+
+class JsonSet(ToolTest):
+    def test_sets_a_string(self):
+        self.assertEqual(
+            self.good("json", "set", "c", "--value", "x", text='{"b":1,"a":2}'),
+            '{"a":2,"b":1,"c":"x"}',
+        )
+
+    def test_sets_an_array(self):
+        for values, array in ((["x", "y"], '["x","y"]'), (["x"], '["x"]'), ([], "[]")):
+            options = [option for value in values for option in ("--value", value)]
+            self.assertEqual(
+                self.good("json", "set", "a", *options, "--array", text="{}"), f'{{"a":{array}}}'
+            )
+
+    def test_several_values_are_an_array(self):
+        self.assertEqual(
+            self.good("json", "set", "a", "--value", "x", "--value", "y", text="{}"),
+            '{"a":["x","y"]}',
+        )
+
+    def test_removes(self):
+        self.assertEqual(self.good("json", "set", "a", "--remove", text='{"a":1,"b":2}'), '{"b":2}')
+
+    def test_needs_one_thing_to_do(self):
+        for options in ([], ["--remove", "--value", "x"], ["--remove", "--array"]):
+            with self.subTest(options):
+                self.refused(USAGE, "needs either", "json", "set", "a", *options, text="{}")
+
+    def test_refuses_what_is_no_text(self):
+        self.refuses_what_is_no_text("json", "set", "a", "@", "--value", "x")
+
+
+class JsonMerge(ToolTest):
+    def test_merges(self):
+        first = self.write("first.json", '{"a":{"b":1},"c":[1]}')
+        second = self.write("second.json", '{"a":{"d":2},"c":[2],"e":{"f":3}}')
+        self.assertEqual(
+            self.good("json", "merge", first, second), '{"a":{"b":1,"d":2},"c":[2],"e":null}'
+        )
+
+    def test_takes_either_document_from_standard_input(self):
+        document = self.write("doc.json", '{"a":1}')
+        self.assertEqual(self.good("json", "merge", document, "-", text='{"a":2}'), '{"a":2}')
+        self.assertEqual(self.good("json", "merge", "-", document, text='{"a":2}'), '{"a":1}')
+
+    def test_refuses_to_take_both_from_standard_input(self):
+        self.refused(USAGE, "only one", "json", "merge", "-", "-", text="{}")
+
+    def test_refuses_a_document_that_is_none(self):
+        good = self.write("good.json", "{}")
+        self.refused(INVALID, "standard input is not", "json", "merge", good, "-", text="[]")
+        self.refused(INVALID, "standard input is not", "json", "merge", "-", good, text="[]")
+
+
+class Key(ToolTest):
+    def test_generates_a_key_that_openssl_reads(self):
+        self.assertEqual(self.good("key", "generate", "key.pem"), "")
+        mode = (self.directory / "key.pem").stat().st_mode
+        self.assertEqual(stat.S_IMODE(mode), 0o600)
+        text = self.openssl("pkey", "-in", "key.pem", "-noout", "-text")
+        self.assertIn(b"prime256v1", text)
+        self.assertEqual(self.good("key", "check", "key.pem"), "valid")
+
+    def test_replaces_a_file_only_by_force(self):
+        self.write("key.pem", "precious")
+        self.refused(USAGE, "--force", "key", "generate", "key.pem")
+        self.assertEqual((self.directory / "key.pem").read_text(), "precious")
+        self.good("key", "generate", "key.pem", "--force")
+        self.assertEqual(self.good("key", "check", "key.pem"), "valid")
+
+    def test_does_not_follow_a_link_that_leads_nowhere(self):
+        os.symlink("elsewhere", self.directory / "key.pem")
+        self.refused(USAGE, "--force", "key", "generate", "key.pem")
+        self.assertFalse((self.directory / "elsewhere").exists())
+
+    def test_tells_when_the_key_cannot_be_written(self):
+        self.refused(FAILURE, "cannot write a key", "key", "generate", "missing/key.pem")
+
+    def test_checks_a_key_of_another_curve_too(self):
+        self.openssl("ecparam", "-name", "secp384r1", "-genkey", "-noout", "-out", "key.pem")
+        self.assertEqual(self.good("key", "check", "key.pem"), "valid")
+
+    def test_refuses_what_is_no_private_key(self):
+        self.openssl("genpkey", "-algorithm", "RSA", "-out", "rsa.pem")
+        self.openssl("ecparam", "-name", "prime256v1", "-genkey", "-noout", "-out", "ec.pem")
+        self.openssl("ec", "-in", "ec.pem", "-pubout", "-out", "public.pem")
+        self.openssl("ec", "-in", "ec.pem", "-aes128", "-passout", "pass:x", "-out", "locked.pem")
+        self.write("empty.pem", "")
+        for name in ("rsa.pem", "public.pem", "locked.pem", "empty.pem"):
+            with self.subTest(name):
+                self.refused(INVALID, name + " does not hold a valid", "key", "check", name)
+
+    def test_tells_which_file_cannot_be_read(self):
+        self.refused(FAILURE, "cannot read missing: No such file", "key", "check", "missing")
+        self.refused(FAILURE, "cannot read .: Is a directory", "key", "check", ".")
+
+    def test_needs_a_file(self):
+        for verb in ("generate", "check"):
+            self.refused(USAGE, "FILE", "key", verb)
+
+
