@@ -110,6 +110,13 @@ std::string nestedMember(std::string_view name, int depth)
            "}";
 }
 
+std::string nextMember(std::string_view name, std::string_view value)
+{
+    std::string text = ",\"";
+    text.append(name).append("\":").append(value);
+    return text;
+}
+
 const std::vector<std::string>& jsonValuesOfEveryType()
 {
     static const std::vector<std::string> list{"null",       "true",    "false", "0",        "-1",

@@ -29,6 +29,10 @@ struct HostileText
  *  250 and fail above 1000. */
 [[nodiscard]] std::string nestedMember(std::string_view name, int depth);
 
+/** The member `name` with the JSON text `value`, as it follows other members in an object's text.
+ */
+[[nodiscard]] std::string nextMember(std::string_view name, std::string_view value);
+
 /** Values of every JSON type, as they stand in a text, to put where another type is expected. */
 [[nodiscard]] const std::vector<std::string>& jsonValuesOfEveryType();
 

@@ -91,7 +91,7 @@ public:
     {
         unsigned char* out = nullptr;
         const int length = i2d_ECPrivateKey(legacy.get(), &out);
-        der.assign(out, out + length);
+        encoded.assign(out, out + length);
         OPENSSL_free(out);
     }
 
@@ -113,14 +113,18 @@ public:
                                     AuthorizeClaims* claims = nullptr) const
     {
         return ResponsePtr{authorize_client(
-            state, der.data(), static_cast<unsigned int>(der.size()), settings, claims)};
+            state, encoded.data(), static_cast<unsigned int>(encoded.size()), settings, claims)};
     }
 
-    std::vector<unsigned char> der;
+    [[nodiscard]] const std::vector<unsigned char>& der() const
+    {
+        return encoded;
+    }
 
 private:
     PkeyPtr pair;
     EcKeyPtr legacy;
+    std::vector<unsigned char> encoded;
 };
 
 const SigningKey& signingKey()
@@ -130,9 +134,8 @@ const SigningKey& signingKey()
 }
 
 /** Claims with these scope entries, whose counts are those of their values. */
-class Claims
+struct Claims
 {
-public:
     Claims(std::initializer_list<Parameters::value_type> scopes)
     {
         for (const auto& [name, values] : scopes)
@@ -158,8 +161,6 @@ public:
 
     AuthorizeClaims claims{};
     std::vector<JWTscopes> entries;
-
-private:
     std::list<std::string> kept;
     std::list<std::vector<char*>> arrays;
 };
@@ -290,7 +291,7 @@ TEST(AuthorizeClient, SignsWithAThrowawayKeyWhereNoneIsGiven)
 
 TEST(AuthorizeClient, RefusesAKeyThatDoesNotSign)
 {
-    std::vector<unsigned char> der = signingKey().der;
+    std::vector<unsigned char> der = signingKey().der();
     const auto size = static_cast<unsigned int>(der.size());
     EXPECT_NE(ResponsePtr{authorize_client("state", der.data(), size, nullptr, nullptr)}, nullptr);
     EXPECT_EQ(authorize_client("state", der.data(), size - 1, nullptr, nullptr), nullptr);
@@ -530,6 +531,7 @@ TEST(AuthorizeClient, RunsOnSeveralThreadsAtOnce)
 {
     std::array<std::set<std::string>, 4> issued;
     std::vector<std::thread> threads;
+    threads.reserve(issued.size());
     for (std::set<std::string>& mine : issued)
     {
         threads.emplace_back(

@@ -200,7 +200,7 @@ TEST(ParseAuthorizeResponse, WantsEachMemberAsAString)
             SCOPED_TRACE(value);
             // The last of two members with the same name is the one that counts.
             text = accepted;
-            text.insert(text.size() - 1, ",\"" + name + "\":" + value);
+            text.insert(text.size() - 1, nextMember(name, value));
             EXPECT_EQ(parsed(text) != nullptr, value.starts_with('"'));
         }
     }

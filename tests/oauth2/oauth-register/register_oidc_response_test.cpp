@@ -104,8 +104,9 @@ TEST(ParseOidcRegisterResponse, TakesOptionalMembersOfOtherTypesAsAbsent)
     for (const std::string& value : jsonValuesOfEveryType())
     {
         SCOPED_TRACE(value);
-        const AnswerPtr answer = parsed(R"({"client_id":"a","registration_access_token":)" + value +
-                                        R"(,"registration_client_uri":)" + value + "}");
+        const AnswerPtr answer =
+            parsed(R"({"client_id":"a")" + nextMember("registration_access_token", value) +
+                   nextMember("registration_client_uri", value) + "}");
         ASSERT_NE(answer, nullptr);
         EXPECT_EQ(answer->registration_access_token != nullptr, value.starts_with('"'));
         EXPECT_EQ(answer->registration_client_uri != nullptr, value.starts_with('"'));

@@ -18,9 +18,8 @@ using namespace support;
 using ResponsePtr = std::unique_ptr<RegisterResponse, Releaser<free_register_response>>;
 
 /** A response whose fields belong to the test. */
-class Response
+struct Response
 {
-public:
     Response()
     {
         record.client_secret = static_cast<char**>(fixed)[0];
@@ -34,11 +33,9 @@ public:
         return orNull(HeapText{write_register_response(&record)}.get());
     }
 
-    RegisterResponse record{};
-    ParameterList challenge{{"T", {"type-1.0"}}, {"V", {"token"}}};
-
-private:
     TextList fixed{"secret", "id", "60"};
+    ParameterList challenge{{"T", {"type-1.0"}}, {"V", {"token"}}};
+    RegisterResponse record{};
 };
 
 constexpr const char* leastText =
@@ -260,7 +257,7 @@ TEST(ParseRegisterResponse, GivesNullForEveryOtherText)
         for (const std::string& value : jsonValuesOfEveryType())
         {
             std::string text = leastText;
-            text.insert(text.size() - 1, std::string{",\""} + name + "\":" + value);
+            text.insert(text.size() - 1, nextMember(name, value));
             SCOPED_TRACE(text);
             EXPECT_EQ(ResponsePtr{parse_register_response(text.c_str())}, nullptr);
         }
