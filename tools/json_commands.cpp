@@ -88,8 +88,8 @@ void setMember(const SetOptions& options)
     if (!options.array && options.values.size() < 2)
     {
         const char* value = options.remove ? nullptr : options.values.front().c_str();
-        document.edit([&](char** text)
-                      { return set_value_char(text, options.key.c_str(), value); });
+        document.edit(
+            [&](char** text) { return set_value_char(text, options.key.c_str(), value); });
         return;
     }
     std::vector<std::string> copies = options.values;
@@ -99,8 +99,8 @@ void setMember(const SetOptions& options)
         values.push_back(value.data());
     }
     values.push_back(nullptr);
-    document.edit([&](char** text)
-                  { return set_value_chararray(text, options.key.c_str(), values.data()); });
+    document.edit(
+        [&](char** text) { return set_value_chararray(text, options.key.c_str(), values.data()); });
 }
 
 struct MergeOptions

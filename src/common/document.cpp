@@ -16,12 +16,10 @@ template <typename Out>
 int readMember(const char* text, const char* key, Out* out,
                int (*reader)(Json::Value&, const char*, Out*))
 {
-    return guarded(0,
-                   [&]
-                   {
-                       Json::Value document;
-                       return loadJsonDoc(text, document) ? reader(document, key, out) : 0;
-                   });
+    return guarded(0, [&] {
+        Json::Value document;
+        return loadJsonDoc(text, document) ? reader(document, key, out) : 0;
+    });
 }
 
 /** Merges @p source into @p destination as `update` promises; exhausted memory is thrown, half the
@@ -54,16 +52,14 @@ void merge(Json::Value& destination, const Json::Value& source)
 template <typename Change>
 int edit(char** text, Change change)
 {
-    return guarded(0,
-                   [&]
-                   {
-                       Json::Value document;
-                       if (text == nullptr || !loadJsonDoc(*text, document) || !change(document))
-                       {
-                           return 0;
-                       }
-                       return replaceDoc(text, document);
-                   });
+    return guarded(0, [&] {
+        Json::Value document;
+        if (text == nullptr || !loadJsonDoc(*text, document) || !change(document))
+        {
+            return 0;
+        }
+        return replaceDoc(text, document);
+    });
 }
 
 } // namespace
@@ -99,19 +95,17 @@ extern "C" int set_value_char(char** text, const char* key, const char* value)
     {
         return 0;
     }
-    return edit(text,
-                [&](Json::Value& document)
-                {
-                    if (value == nullptr)
-                    {
-                        document.removeMember(key);
-                    }
-                    else
-                    {
-                        document[key] = value;
-                    }
-                    return true;
-                });
+    return edit(text, [&](Json::Value& document) {
+        if (value == nullptr)
+        {
+            document.removeMember(key);
+        }
+        else
+        {
+            document[key] = value;
+        }
+        return true;
+    });
 }
 
 extern "C" int set_value_chararray(char** text, const char* key, char** values)
@@ -120,27 +114,23 @@ extern "C" int set_value_chararray(char** text, const char* key, char** values)
     {
         return 0;
     }
-    return edit(text,
-                [&](Json::Value& document)
-                {
-                    document[key] = jsonArrayOf(values);
-                    return true;
-                });
+    return edit(text, [&](Json::Value& document) {
+        document[key] = jsonArrayOf(values);
+        return true;
+    });
 }
 
 extern "C" int merge_doc(char** text, const char* other)
 {
-    return edit(text,
-                [&](Json::Value& document)
-                {
-                    Json::Value source;
-                    if (!loadJsonDoc(other, source))
-                    {
-                        return false;
-                    }
-                    merge(document, source);
-                    return true;
-                });
+    return edit(text, [&](Json::Value& document) {
+        Json::Value source;
+        if (!loadJsonDoc(other, source))
+        {
+            return false;
+        }
+        merge(document, source);
+        return true;
+    });
 }
 
 int replaceDoc(char** text, const Json::Value& tree)
@@ -149,28 +139,24 @@ int replaceDoc(char** text, const Json::Value& tree)
     {
         return 0;
     }
-    return guarded(0,
-                   [&]
-                   {
-                       const std::string written = jsonText(tree);
-                       if (written.empty())
-                       {
-                           return 0;
-                       }
-                       char* copy = o2_ff_strdup(written.c_str(), "replaceDoc", 715);
-                       std::free(*text);
-                       *text = copy;
-                       return 1;
-                   });
+    return guarded(0, [&] {
+        const std::string written = jsonText(tree);
+        if (written.empty())
+        {
+            return 0;
+        }
+        char* copy = o2_ff_strdup(written.c_str(), "replaceDoc", 715);
+        std::free(*text);
+        *text = copy;
+        return 1;
+    });
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): as deep as the documents, which jsoncpp reads recursively too
 void update(Json::Value& destination, Json::Value& source)
 {
-    guarded(false,
-            [&]
-            {
-                merge(destination, source);
-                return true;
-            });
+    guarded(false, [&] {
+        merge(destination, source);
+        return true;
+    });
 }

@@ -33,33 +33,31 @@ const char* oauthErro_toStr(oauthError code)
 extern "C" char* write_oauth_error(oauthError code, const char* description, const char* resolution,
                                    const char* uri)
 {
-    return guarded(nullptr,
-                   [&]() -> char*
-                   {
-                       const std::initializer_list<std::pair<const char*, const char*>> members = {
-                           {"error", oauthErro_toStr(code)},
-                           {"error_description", description},
-                           {"error_uri", uri},
-                           {"error_resolution", resolution},
-                       };
-                       const ParameterList document = emptyParameterList(members.size());
-                       HandshakePayload* next = document.get();
-                       for (const auto& [name, value] : members)
-                       {
-                           if (value == nullptr)
-                           {
-                               continue;
-                           }
-                           copyReplace(&next->name, name);
-                           copyAppendArray(&next->values, value);
-                           if (next->name == nullptr || next->values == nullptr)
-                           {
-                               // Without its name the owner of the list does not see the slot.
-                               freeStrArray(&next->values);
-                               return nullptr;
-                           }
-                           ++next;
-                       }
-                       return write_handshake_payload(document.get());
-                   });
+    return guarded(nullptr, [&]() -> char* {
+        const std::initializer_list<std::pair<const char*, const char*>> members = {
+            {"error", oauthErro_toStr(code)},
+            {"error_description", description},
+            {"error_uri", uri},
+            {"error_resolution", resolution},
+        };
+        const ParameterList document = emptyParameterList(members.size());
+        HandshakePayload* next = document.get();
+        for (const auto& [name, value] : members)
+        {
+            if (value == nullptr)
+            {
+                continue;
+            }
+            copyReplace(&next->name, name);
+            copyAppendArray(&next->values, value);
+            if (next->name == nullptr || next->values == nullptr)
+            {
+                // Without its name the owner of the list does not see the slot.
+                freeStrArray(&next->values);
+                return nullptr;
+            }
+            ++next;
+        }
+        return write_handshake_payload(document.get());
+    });
 }

@@ -53,44 +53,40 @@ extern "C" HandshakePayload* set_handshake_payload(const HandshakePayload* paylo
     {
         return nullptr;
     }
-    return guarded(nullptr,
-                   [&]() -> HandshakePayload*
-                   {
-                       const std::size_t count = countParameters(payload);
-                       ParameterList copy = emptyParameterList(count);
-                       for (std::size_t i = 0; i < count; ++i)
-                       {
-                           // A parameter without values is written and read, but never copied.
-                           if (*payload[i].values == nullptr)
-                           {
-                               return nullptr;
-                           }
-                           StringArray values = copyStringArray(payload[i].values);
-                           HeapText name = heapText(payload[i].name);
-                           if (!values || !name)
-                           {
-                               return nullptr;
-                           }
-                           copy.get()[i] = {name.release(), values.release()};
-                       }
-                       return copy.release();
-                   });
+    return guarded(nullptr, [&]() -> HandshakePayload* {
+        const std::size_t count = countParameters(payload);
+        ParameterList copy = emptyParameterList(count);
+        for (std::size_t i = 0; i < count; ++i)
+        {
+            // A parameter without values is written and read, but never copied.
+            if (*payload[i].values == nullptr)
+            {
+                return nullptr;
+            }
+            StringArray values = copyStringArray(payload[i].values);
+            HeapText name = heapText(payload[i].name);
+            if (!values || !name)
+            {
+                return nullptr;
+            }
+            copy.get()[i] = {name.release(), values.release()};
+        }
+        return copy.release();
+    });
 }
 
 extern "C" bool get_handshake_payload_paramValue(HandshakePayload* payload, const char* name,
                                                  std::string& value)
 {
-    return guarded(false,
-                   [&]
-                   {
-                       const char* first = firstValue(findParameter(payload, name));
-                       if (first == nullptr)
-                       {
-                           return false;
-                       }
-                       value = first;
-                       return true;
-                   });
+    return guarded(false, [&] {
+        const char* first = firstValue(findParameter(payload, name));
+        if (first == nullptr)
+        {
+            return false;
+        }
+        value = first;
+        return true;
+    });
 }
 
 bool getChallengeValue(HandshakePayload* payload, const char* name, char* buffer, unsigned int size)
@@ -145,30 +141,28 @@ extern "C" int getKeyNames(const char* text, unsigned int length, char*** names)
     {
         return 0;
     }
-    return guarded(0,
-                   [&]
-                   {
-                       Json::Value tree;
-                       if (!parseJson(text, tree) || tree.isNull())
-                       {
-                           return 0;
-                       }
-                       StringArray found = emptyStringArray(tree.size());
-                       if (!found)
-                       {
-                           return 0;
-                       }
-                       if (tree.isObject())
-                       {
-                           char** slot = found.get();
-                           for (auto entry = tree.begin(); entry != tree.end(); ++entry)
-                           {
-                               *slot++ = requireHeapText(entry.name().c_str()).release();
-                           }
-                       }
-                       *names = found.release();
-                       return 1;
-                   });
+    return guarded(0, [&] {
+        Json::Value tree;
+        if (!parseJson(text, tree) || tree.isNull())
+        {
+            return 0;
+        }
+        StringArray found = emptyStringArray(tree.size());
+        if (!found)
+        {
+            return 0;
+        }
+        if (tree.isObject())
+        {
+            char** slot = found.get();
+            for (auto entry = tree.begin(); entry != tree.end(); ++entry)
+            {
+                *slot++ = requireHeapText(entry.name().c_str()).release();
+            }
+        }
+        *names = found.release();
+        return 1;
+    });
 }
 
 extern "C" char* write_handshake_payload(HandshakePayload* payload)
@@ -186,11 +180,8 @@ extern "C" HandshakePayload* parse_handshake_payload(const char* text)
     {
         return nullptr;
     }
-    return guarded(nullptr,
-                   [&]() -> HandshakePayload*
-                   {
-                       Json::Value tree;
-                       return parseJsonObject(text, tree) ? parameterListOf(tree, {}).release()
-                                                          : nullptr;
-                   });
+    return guarded(nullptr, [&]() -> HandshakePayload* {
+        Json::Value tree;
+        return parseJsonObject(text, tree) ? parameterListOf(tree, {}).release() : nullptr;
+    });
 }

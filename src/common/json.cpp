@@ -32,17 +32,15 @@ int readMember(Json::Value& doc, const char* key, Out* out, Accepts accepts, Sto
     {
         return 0;
     }
-    return guardedMemory(0,
-                         [&]
-                         {
-                             const Json::Value& found = doc[key];
-                             if (found.isNull() || !std::invoke(accepts, found))
-                             {
-                                 return 0;
-                             }
-                             store(*out, found);
-                             return 1;
-                         });
+    return guardedMemory(0, [&] {
+        const Json::Value& found = doc[key];
+        if (found.isNull() || !std::invoke(accepts, found))
+        {
+            return 0;
+        }
+        store(*out, found);
+        return 1;
+    });
 }
 
 /** jsoncpp orders values of different types by type, so a real number or a Boolean, which passes
@@ -144,8 +142,7 @@ bool parseJsonObject(std::string_view text, Json::Value& tree)
 
 std::string jsonText(const Json::Value& tree)
 {
-    static const Json::StreamWriterBuilder builder = []
-    {
+    static const Json::StreamWriterBuilder builder = [] {
         Json::StreamWriterBuilder compact;
         compact["indentation"] = "";
         return compact;
@@ -208,16 +205,16 @@ using namespace bmcoauth;
 
 int json_to_char(Json::Value& doc, const char* key, char** out)
 {
-    return readMember(doc, key, out, &Json::Value::isString,
-                      [](char*& text, const Json::Value& value)
-                      { replaceText(text, textOf(value)); });
+    return readMember(
+        doc, key, out, &Json::Value::isString,
+        [](char*& text, const Json::Value& value) { replaceText(text, textOf(value)); });
 }
 
 int json_to_char_array(Json::Value& doc, const char* key, char*** out)
 {
-    return readMember(doc, key, out, &Json::Value::isArray,
-                      [](char**& array, const Json::Value& value)
-                      { array = release(stringsOf(value)); });
+    return readMember(
+        doc, key, out, &Json::Value::isArray,
+        [](char**& array, const Json::Value& value) { array = release(stringsOf(value)); });
 }
 
 int json_to_bool(Json::Value& doc, const char* key, bool* out)
@@ -246,16 +243,17 @@ int json_to_uint64(Json::Value& doc, const char* key, unsigned long long* out)
 
 int json_to_obj(Json::Value& doc, const char* key, char** out)
 {
-    return readMember(doc, key, out, &Json::Value::isObject,
-                      [](char*& text, const Json::Value& value)
-                      { replaceText(text, jsonText(value).c_str()); });
+    return readMember(
+        doc, key, out, &Json::Value::isObject,
+        [](char*& text, const Json::Value& value) { replaceText(text, jsonText(value).c_str()); });
 }
 
 int json_to_obj_array(Json::Value& doc, const char* key, char*** out)
 {
     return readMember(doc, key, out, &Json::Value::isArray,
-                      [](char**& array, const Json::Value& value)
-                      { array = release(arrayOf(value, &Json::Value::isObject, jsonText)); });
+                      [](char**& array, const Json::Value& value) {
+                          array = release(arrayOf(value, &Json::Value::isObject, jsonText));
+                      });
 }
 
 std::string json_fastWriter(const Json::Value& tree)

@@ -45,26 +45,23 @@ std::optional<Plan> toStandardAlphabet(std::string_view text, char* copy) noexce
 {
     std::size_t padding = 0;
     std::size_t lineFeeds = 0;
-    char* end = std::ranges::transform(text, copy,
-                                       [&](char c)
-                                       {
-                                           switch (c)
-                                           {
-                                               case '-':
-                                                   return '+';
-                                               case '_':
-                                                   return '/';
-                                               case '=':
-                                                   ++padding;
-                                                   return c;
-                                               case '\n':
-                                                   ++lineFeeds;
-                                                   return c;
-                                               default:
-                                                   return c;
-                                           }
-                                       })
-                    .out;
+    char* end = std::ranges::transform(text, copy, [&](char c) {
+                    switch (c)
+                    {
+                        case '-':
+                            return '+';
+                        case '_':
+                            return '/';
+                        case '=':
+                            ++padding;
+                            return c;
+                        case '\n':
+                            ++lineFeeds;
+                            return c;
+                        default:
+                            return c;
+                    }
+                }).out;
     const std::size_t digits = text.size() - lineFeeds;
     const std::size_t rest = digits % 4;
     std::size_t decoded = 0;

@@ -231,19 +231,17 @@ void* ecies_key_derivation(const void* input, std::size_t inputLength, void* out
     {
         return nullptr;
     }
-    return crypto::guardedCrypto(nullptr,
-                                 [&]() -> void*
-                                 {
-                                     const bool computed = crypto::sha256(
-                                         {static_cast<const char*>(input), inputLength},
-                                         std::span<unsigned char, digestLength>{
-                                             static_cast<unsigned char*>(output), digestLength});
-                                     // ECDH_compute_key does not look at the result, only at the
-                                     // length: were it left as it is, the unwritten buffer would be
-                                     // used as the key.
-                                     *outputLength = computed ? digestLength : 0;
-                                     return computed ? output : nullptr;
-                                 });
+    return crypto::guardedCrypto(nullptr, [&]() -> void* {
+        const bool computed =
+            crypto::sha256({static_cast<const char*>(input), inputLength},
+                           std::span<unsigned char, digestLength>{
+                               static_cast<unsigned char*>(output), digestLength});
+        // ECDH_compute_key does not look at the result, only at the
+        // length: were it left as it is, the unwritten buffer would be
+        // used as the key.
+        *outputLength = computed ? digestLength : 0;
+        return computed ? output : nullptr;
+    });
 }
 
 void* secure_alloc(std::uint64_t key, std::uint64_t mac, std::uint64_t plain, std::uint64_t body)

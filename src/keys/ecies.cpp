@@ -111,18 +111,16 @@ extern "C" char* ecies_encrypt(const char* data, unsigned int length, HandshakeP
     {
         return nullptr;
     }
-    return crypto::guardedCrypto(nullptr,
-                                 [&]() -> char*
-                                 {
-                                     std::optional<crypto::Envelope> envelope =
-                                         keys::seal({data, length}, peer, der, derLength, iv);
-                                     if (!envelope)
-                                     {
-                                         return nullptr;
-                                     }
-                                     *mac = envelope->mac.release();
-                                     return envelope->body.release();
-                                 });
+    return crypto::guardedCrypto(nullptr, [&]() -> char* {
+        std::optional<crypto::Envelope> envelope =
+            keys::seal({data, length}, peer, der, derLength, iv);
+        if (!envelope)
+        {
+            return nullptr;
+        }
+        *mac = envelope->mac.release();
+        return envelope->body.release();
+    });
 }
 
 extern "C" char* ecies_decrypt(const char* ciphertext, unsigned int* length,
@@ -133,25 +131,22 @@ extern "C" char* ecies_decrypt(const char* ciphertext, unsigned int* length,
     {
         return nullptr;
     }
-    return crypto::guardedCrypto(nullptr,
-                                 [&]() -> char*
-                                 {
-                                     std::optional<crypto::Plaintext> text =
-                                         keys::unseal(ciphertext, der, derLength, mac, peer, iv);
-                                     if (!text)
-                                     {
-                                         return nullptr;
-                                     }
-                                     if (length != nullptr)
-                                     {
-                                         const std::optional<unsigned int> counted =
-                                             keys::textLength(*text);
-                                         if (!counted)
-                                         {
-                                             return nullptr;
-                                         }
-                                         *length = *counted;
-                                     }
-                                     return reinterpret_cast<char*>(text->bytes.release());
-                                 });
+    return crypto::guardedCrypto(nullptr, [&]() -> char* {
+        std::optional<crypto::Plaintext> text =
+            keys::unseal(ciphertext, der, derLength, mac, peer, iv);
+        if (!text)
+        {
+            return nullptr;
+        }
+        if (length != nullptr)
+        {
+            const std::optional<unsigned int> counted = keys::textLength(*text);
+            if (!counted)
+            {
+                return nullptr;
+            }
+            *length = *counted;
+        }
+        return reinterpret_cast<char*>(text->bytes.release());
+    });
 }

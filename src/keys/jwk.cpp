@@ -203,16 +203,13 @@ extern "C" unsigned char* decode_dfs_jwk(jwk* record, int* length)
     {
         return nullptr;
     }
-    return crypto::guardedCrypto(nullptr,
-                                 [&]() -> unsigned char*
-                                 {
-                                     std::optional<crypto::DecodedBytes> bytes =
-                                         crypto::decodeEitherBase64(text);
-                                     if (!bytes)
-                                     {
-                                         return nullptr;
-                                     }
-                                     *length = bytes->size;
-                                     return bytes->data.release();
-                                 });
+    return crypto::guardedCrypto(nullptr, [&]() -> unsigned char* {
+        std::optional<crypto::DecodedBytes> bytes = crypto::decodeEitherBase64(text);
+        if (!bytes)
+        {
+            return nullptr;
+        }
+        *length = bytes->size;
+        return bytes->data.release();
+    });
 }

@@ -216,26 +216,24 @@ extern "C" int appendPublicKey(char** text)
     {
         return 0;
     }
-    return crypto::guardedCrypto(0,
-                                 [&]
-                                 {
-                                     Json::Value key;
-                                     if (!parseJsonObject(*text, key))
-                                     {
-                                         return 0;
-                                     }
-                                     std::optional<std::string> pem = keys::publicKeyPem(key);
-                                     if (!pem)
-                                     {
-                                         return 0;
-                                     }
-                                     if (pem->ends_with('\n'))
-                                     {
-                                         pem->pop_back();
-                                     }
-                                     key["kest_decoded_key"] = *pem;
-                                     return replaceDoc(text, key);
-                                 });
+    return crypto::guardedCrypto(0, [&] {
+        Json::Value key;
+        if (!parseJsonObject(*text, key))
+        {
+            return 0;
+        }
+        std::optional<std::string> pem = keys::publicKeyPem(key);
+        if (!pem)
+        {
+            return 0;
+        }
+        if (pem->ends_with('\n'))
+        {
+            pem->pop_back();
+        }
+        key["kest_decoded_key"] = *pem;
+        return replaceDoc(text, key);
+    });
 }
 
 extern "C" jwk* oauth2_parse_jwk(const char* text)
@@ -244,10 +242,8 @@ extern "C" jwk* oauth2_parse_jwk(const char* text)
     {
         return nullptr;
     }
-    return guarded(nullptr,
-                   [&]() -> jwk*
-                   {
-                       Json::Value object;
-                       return parseJsonObject(text, object) ? recordOf(object).release() : nullptr;
-                   });
+    return guarded(nullptr, [&]() -> jwk* {
+        Json::Value object;
+        return parseJsonObject(text, object) ? recordOf(object).release() : nullptr;
+    });
 }

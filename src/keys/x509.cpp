@@ -126,19 +126,16 @@ extern "C" char* decode_x509_jwk(HandshakePayload* certificate, unsigned int* le
         return nullptr;
     }
     *length = 0;
-    return guarded(nullptr,
-                   [&]() -> char*
-                   {
-                       const std::optional<std::string> pem =
-                           keys::firstCertificatePem(certificate);
-                       if (!pem || pem->size() > UINT_MAX)
-                       {
-                           return nullptr;
-                       }
-                       char* text = requireHeapText(*pem).release();
-                       *length = static_cast<unsigned int>(pem->size());
-                       return text;
-                   });
+    return guarded(nullptr, [&]() -> char* {
+        const std::optional<std::string> pem = keys::firstCertificatePem(certificate);
+        if (!pem || pem->size() > UINT_MAX)
+        {
+            return nullptr;
+        }
+        char* text = requireHeapText(*pem).release();
+        *length = static_cast<unsigned int>(pem->size());
+        return text;
+    });
 }
 
 extern "C" X509* getX509Cert(const char* pem)
@@ -175,17 +172,14 @@ extern "C" int validate_x509_jwk(HandshakePayload* certificate, const char* comm
     {
         return 0;
     }
-    return crypto::guardedCrypto(0,
-                                 [&]
-                                 {
-                                     const std::optional<std::string> pem =
-                                         keys::firstCertificatePem(certificate);
-                                     if (pem && !keys::isNamed(*pem, commonName))
-                                     {
-                                         return 0;
-                                     }
-                                     return chainVerify(certificate) > 0 ? 1 : 0;
-                                 });
+    return crypto::guardedCrypto(0, [&] {
+        const std::optional<std::string> pem = keys::firstCertificatePem(certificate);
+        if (pem && !keys::isNamed(*pem, commonName))
+        {
+            return 0;
+        }
+        return chainVerify(certificate) > 0 ? 1 : 0;
+    });
 }
 
 extern "C" EC_KEY* get_EC_pubKey(const char* pem)
@@ -194,13 +188,10 @@ extern "C" EC_KEY* get_EC_pubKey(const char* pem)
     {
         return nullptr;
     }
-    return crypto::guardedCrypto(nullptr,
-                                 [&]() -> EC_KEY*
-                                 {
-                                     const std::optional<keys::Certificate> certificate =
-                                         keys::Certificate::read(pem);
-                                     return certificate ? certificate->ecKey().release() : nullptr;
-                                 });
+    return crypto::guardedCrypto(nullptr, [&]() -> EC_KEY* {
+        const std::optional<keys::Certificate> certificate = keys::Certificate::read(pem);
+        return certificate ? certificate->ecKey().release() : nullptr;
+    });
 }
 
 extern "C" EC_KEY* get_EC_privKey(const unsigned char* der, int length)

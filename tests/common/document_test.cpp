@@ -100,23 +100,19 @@ const std::vector<Editor>& editors()
     static TextList values{"x"};
     static const std::vector<Editor> list{
         {"set_value_char",
-         [](char** text)
-         {
+         [](char** text) {
              return set_value_char(text, "c", "x");
          }},
         {"set_value_char to null",
-         [](char** text)
-         {
+         [](char** text) {
              return set_value_char(text, "c", nullptr);
          }},
         {"set_value_chararray",
-         [](char** text)
-         {
+         [](char** text) {
              return set_value_chararray(text, "c", values);
          }},
         {"merge_doc",
-         [](char** text)
-         {
+         [](char** text) {
              return merge_doc(text, R"({"c":"x","d":{"e":1}})");
          }},
     };
@@ -250,29 +246,25 @@ TEST(GetValue, RefusesNullArguments)
 
 TEST(GetValue, FailsWhicheverAllocationFails)
 {
-    withEachAllocationFailing(
-        [](FailAllocation& failure)
-        {
-            char* text = nullptr;
-            errno = 77;
-            const int result = get_value_char(everyType, "string", &text);
-            const int left = errno;
-            const bool failed = failure.reached();
-            const HeapText owned{text};
-            EXPECT_EQ(left, 77);
-            EXPECT_EQ(result, failed ? 0 : 1);
-            EXPECT_EQ(orNull(text), failed ? "(null)" : "text");
-        });
-    withEachAllocationFailing(
-        [](FailAllocation& failure)
-        {
-            char** array = untouchedElements;
-            const int result = get_value_objarray(everyType, "objects", &array);
-            const bool failed = failure.reached();
-            const StringArray owned{failed ? nullptr : array};
-            EXPECT_EQ(result, failed ? 0 : 1);
-            EXPECT_EQ(failed, array == untouchedElements);
-        });
+    withEachAllocationFailing([](FailAllocation& failure) {
+        char* text = nullptr;
+        errno = 77;
+        const int result = get_value_char(everyType, "string", &text);
+        const int left = errno;
+        const bool failed = failure.reached();
+        const HeapText owned{text};
+        EXPECT_EQ(left, 77);
+        EXPECT_EQ(result, failed ? 0 : 1);
+        EXPECT_EQ(orNull(text), failed ? "(null)" : "text");
+    });
+    withEachAllocationFailing([](FailAllocation& failure) {
+        char** array = untouchedElements;
+        const int result = get_value_objarray(everyType, "objects", &array);
+        const bool failed = failure.reached();
+        const StringArray owned{failed ? nullptr : array};
+        EXPECT_EQ(result, failed ? 0 : 1);
+        EXPECT_EQ(failed, array == untouchedElements);
+    });
 }
 
 TEST(SetValueChar, AddsAMember)
@@ -454,18 +446,16 @@ TEST(Editors, LeaveTheTextOrEndTheProcessWhicheverAllocationFails)
         for (unsigned int nth = 1; status != succeeded; ++nth)
         {
             SCOPED_TRACE(std::string{editor.name} + ", allocation " + std::to_string(nth));
-            status = exitStatusOf(
-                [&]
+            status = exitStatusOf([&] {
+                Document document{before};
+                FailAllocation failure{nth};
+                const int result = editor.edit(&document);
+                if (!failure.reached())
                 {
-                    Document document{before};
-                    FailAllocation failure{nth};
-                    const int result = editor.edit(&document);
-                    if (!failure.reached())
-                    {
-                        _exit(result == 1 ? succeeded : wrong);
-                    }
-                    _exit(result == 0 && document.text() == before ? refused : wrong);
-                });
+                    _exit(result == 1 ? succeeded : wrong);
+                }
+                _exit(result == 0 && document.text() == before ? refused : wrong);
+            });
             ASSERT_TRUE(status == succeeded || status == refused || status == ended) << status;
             refusals += status == refused ? 1 : 0;
             endings += status == ended ? 1 : 0;
@@ -501,21 +491,19 @@ TEST(ReplaceDoc, RefusesANullAddress)
 TEST(ReplaceDoc, EndsTheProcessWhenThereIsNoMemoryForTheText)
 {
     const Json::Value root = tree(R"({"a":1})");
-    const int status = exitStatusOf(
-        [&]
+    const int status = exitStatusOf([&] {
+        char* text = nullptr;
+        // Whatever the writer needs is there; the copy of its text comes last.
+        for (unsigned int nth = 1;; ++nth)
         {
-            char* text = nullptr;
-            // Whatever the writer needs is there; the copy of its text comes last.
-            for (unsigned int nth = 1;; ++nth)
+            FailAllocation failure{nth};
+            (void)replaceDoc(&text, root);
+            if (!failure.reached())
             {
-                FailAllocation failure{nth};
-                (void)replaceDoc(&text, root);
-                if (!failure.reached())
-                {
-                    _exit(0);
-                }
+                _exit(0);
             }
-        });
+        }
+    });
     EXPECT_EQ(status, 255);
 }
 

@@ -128,18 +128,16 @@ TEST(WriteOauthError, KeepsALongText)
 TEST(WriteOauthError, GivesNullWhicheverAllocationFails)
 {
     const int found = errno;
-    withEachAllocationFailing(
-        [&](FailAllocation& failure)
-        {
-            errno = 77;
-            const HeapText text{write_oauth_error(OAUTH_INVALID_GRANT, "d", "r", "u")};
-            const int left = errno;
-            const bool failed = failure.reached();
-            EXPECT_EQ(left, 77);
-            EXPECT_EQ(orNull(text.get()),
-                      failed ? "(null)"
-                             : R"({"error":"invalid_grant","error_description":"d",)"
-                               R"("error_resolution":"r","error_uri":"u"})");
-        });
+    withEachAllocationFailing([&](FailAllocation& failure) {
+        errno = 77;
+        const HeapText text{write_oauth_error(OAUTH_INVALID_GRANT, "d", "r", "u")};
+        const int left = errno;
+        const bool failed = failure.reached();
+        EXPECT_EQ(left, 77);
+        EXPECT_EQ(orNull(text.get()), failed
+                                          ? "(null)"
+                                          : R"({"error":"invalid_grant","error_description":"d",)"
+                                            R"("error_resolution":"r","error_uri":"u"})");
+    });
     errno = found;
 }

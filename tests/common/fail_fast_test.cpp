@@ -18,12 +18,10 @@ namespace
 template <typename Body>
 int statusWithoutMemory(const Body& body)
 {
-    return exitStatusOf(
-        [&]
-        {
-            const FailAllocation failure{1};
-            body();
-        });
+    return exitStatusOf([&] {
+        const FailAllocation failure{1};
+        body();
+    });
 }
 
 } // namespace
@@ -82,11 +80,9 @@ TEST(FailFastAllocation, EndsTheProcessWhenCountTimesSizeDoesNotFit)
 
 TEST(FailFastAllocation, RunsNoExitHandlers)
 {
-    EXPECT_EQ(statusWithoutMemory(
-                  []
-                  {
-                      std::atexit([] { _exit(3); });
-                      (void)o2_ff_malloc(8, "caller", 1);
-                  }),
+    EXPECT_EQ(statusWithoutMemory([] {
+                  std::atexit([] { _exit(3); });
+                  (void)o2_ff_malloc(8, "caller", 1);
+              }),
               255);
 }

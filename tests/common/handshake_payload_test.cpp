@@ -144,16 +144,14 @@ TEST(SetHandshakePayload, RefusesAParameterWithoutValues)
 
 TEST(SetHandshakePayload, GivesNullWhicheverAllocationFails)
 {
-    withEachAllocationFailing(
-        [](FailAllocation& failure)
-        {
-            errno = 77;
-            const PayloadPtr copy{set_handshake_payload(challenge)};
-            const int left = errno;
-            const bool failed = failure.reached();
-            EXPECT_EQ(left, 77);
-            EXPECT_EQ(copy == nullptr, failed);
-        });
+    withEachAllocationFailing([](FailAllocation& failure) {
+        errno = 77;
+        const PayloadPtr copy{set_handshake_payload(challenge)};
+        const int left = errno;
+        const bool failed = failure.reached();
+        EXPECT_EQ(left, 77);
+        EXPECT_EQ(copy == nullptr, failed);
+    });
 }
 
 TEST(GetHandshakePayloadParamValue, FindsANameWithoutRegardToCase)
@@ -209,15 +207,13 @@ TEST(GetHandshakePayloadParamValue, FailsWhicheverAllocationFails)
     char longValue[] = "a value that does not fit into the string object itself";
     char* values[] = {longValue, nullptr};
     HandshakePayload list[] = {{nameV, values}, {nullptr, nullptr}};
-    withEachAllocationFailing(
-        [&](FailAllocation& failure)
-        {
-            std::string text = "untouched";
-            const bool found = get_handshake_payload_paramValue(list, "V", text);
-            const bool failed = failure.reached();
-            EXPECT_EQ(found, !failed);
-            EXPECT_EQ(text, failed ? "untouched" : longValue);
-        });
+    withEachAllocationFailing([&](FailAllocation& failure) {
+        std::string text = "untouched";
+        const bool found = get_handshake_payload_paramValue(list, "V", text);
+        const bool failed = failure.reached();
+        EXPECT_EQ(found, !failed);
+        EXPECT_EQ(text, failed ? "untouched" : longValue);
+    });
 }
 
 TEST(GetChallengeValue, CopiesTheFirstValue)
@@ -283,16 +279,14 @@ TEST(GetChallengeValueArray, LeavesTheOutParameterWithoutAMatch)
 
 TEST(GetChallengeValueArray, StoresNullWhicheverAllocationFails)
 {
-    withEachAllocationFailing(
-        [](FailAllocation& failure)
-        {
-            char** values = twoTypes;
-            const bool found = getChallengeValueArray(challenge, "T", &values);
-            const bool failed = failure.reached();
-            const StringArray owned{values};
-            EXPECT_EQ(found, !failed);
-            EXPECT_EQ(texts(values), failed ? Texts{} : (Texts{"first", "second"}));
-        });
+    withEachAllocationFailing([](FailAllocation& failure) {
+        char** values = twoTypes;
+        const bool found = getChallengeValueArray(challenge, "T", &values);
+        const bool failed = failure.reached();
+        const StringArray owned{values};
+        EXPECT_EQ(found, !failed);
+        EXPECT_EQ(texts(values), failed ? Texts{} : (Texts{"first", "second"}));
+    });
 }
 
 TEST(CreateHandshakeTypesCopy, CopiesAndCounts)
@@ -316,18 +310,16 @@ TEST(CreateHandshakeTypesCopy, GivesNullForNothing)
 
 TEST(CreateHandshakeTypesCopy, GivesNullWhicheverAllocationFails)
 {
-    withEachAllocationFailing(
-        [](FailAllocation& failure)
-        {
-            unsigned int count = 77;
-            errno = 77;
-            const TypesPtr copy{create_handshake_types_copy(twoTypes, &count)};
-            const int left = errno;
-            const bool failed = failure.reached();
-            EXPECT_EQ(left, 77);
-            EXPECT_EQ(copy == nullptr, failed);
-            EXPECT_EQ(count, failed ? 77U : 2U);
-        });
+    withEachAllocationFailing([](FailAllocation& failure) {
+        unsigned int count = 77;
+        errno = 77;
+        const TypesPtr copy{create_handshake_types_copy(twoTypes, &count)};
+        const int left = errno;
+        const bool failed = failure.reached();
+        EXPECT_EQ(left, 77);
+        EXPECT_EQ(copy == nullptr, failed);
+        EXPECT_EQ(count, failed ? 77U : 2U);
+    });
 }
 
 TEST(FreeHandshakeTypesCopy, TakesNull)
@@ -423,18 +415,16 @@ TEST(GetKeyNames, BoundsTheDepth)
 TEST(GetKeyNames, FailsWhicheverAllocationFails)
 {
     const std::string text = R"({"a":1,"b":[2],"c":"x"})";
-    withEachAllocationFailing(
-        [&](FailAllocation& failure)
-        {
-            char** names = twoTypes;
-            errno = 77;
-            const int result =
-                getKeyNames(text.c_str(), static_cast<unsigned int>(text.size()), &names);
-            const int left = errno;
-            const bool failed = failure.reached();
-            const StringArray owned{result == 1 ? names : nullptr};
-            EXPECT_EQ(left, 77);
-            EXPECT_EQ(result, failed ? 0 : 1);
-            EXPECT_EQ(texts(names), failed ? texts(twoTypes) : (Texts{"a", "b", "c"}));
-        });
+    withEachAllocationFailing([&](FailAllocation& failure) {
+        char** names = twoTypes;
+        errno = 77;
+        const int result =
+            getKeyNames(text.c_str(), static_cast<unsigned int>(text.size()), &names);
+        const int left = errno;
+        const bool failed = failure.reached();
+        const StringArray owned{result == 1 ? names : nullptr};
+        EXPECT_EQ(left, 77);
+        EXPECT_EQ(result, failed ? 0 : 1);
+        EXPECT_EQ(texts(names), failed ? texts(twoTypes) : (Texts{"a", "b", "c"}));
+    });
 }

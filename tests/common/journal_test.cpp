@@ -83,10 +83,9 @@ TEST(Journal, KeepsTheTransactionIdOfAThread)
     const std::string id = field(oneEntry(), "TRANSACTION_ID");
     EXPECT_EQ(field(oneEntry(), "TRANSACTION_ID"), id);
     std::string other;
-    std::thread thread{[&]
-                       {
-                           other = field(oneEntry(), "TRANSACTION_ID");
-                       }};
+    std::thread thread{[&] {
+        other = field(oneEntry(), "TRANSACTION_ID");
+    }};
     thread.join();
     EXPECT_NE(other, id);
 }

@@ -291,23 +291,19 @@ TEST(JsonReaders, GiveFailureWhicheverAllocationFails)
     char** array = untouchedArray;
     const Case cases[] = {
         {"json_to_char",
-         [&](Json::Value& doc)
-         {
+         [&](Json::Value& doc) {
              return json_to_char(doc, "a", &text);
          }},
         {"json_to_char_array",
-         [&](Json::Value& doc)
-         {
+         [&](Json::Value& doc) {
              return json_to_char_array(doc, "b", &array);
          }},
         {"json_to_obj",
-         [&](Json::Value& doc)
-         {
+         [&](Json::Value& doc) {
              return json_to_obj(doc, "e", &text);
          }},
         {"json_to_obj_array",
-         [&](Json::Value& doc)
-         {
+         [&](Json::Value& doc) {
              return json_to_obj_array(doc, "f", &array);
          }},
     };
@@ -576,13 +572,11 @@ TEST(JsonFastWriter, GivesNothingWhicheverAllocationFails)
     // Long enough for the text to outgrow its first buffers.
     const std::string text = "{\"a\":\"" + std::string(5000, 'x') + "\",\"b\":[1,2.5,{}]}";
     const Json::Value doc = tree(text);
-    withEachAllocationFailing(
-        [&](FailAllocation& failure)
-        {
-            const std::string written = json_fastWriter(doc);
-            const bool failed = failure.reached();
-            EXPECT_EQ(written, failed ? "" : text);
-        });
+    withEachAllocationFailing([&](FailAllocation& failure) {
+        const std::string written = json_fastWriter(doc);
+        const bool failed = failure.reached();
+        EXPECT_EQ(written, failed ? "" : text);
+    });
 }
 
 TEST(LoadJsonDoc, ReadsAnObject)

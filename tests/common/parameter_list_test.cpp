@@ -146,17 +146,15 @@ TEST(WriteHandshakePayload, GivesNullWhicheverAllocationFails)
 {
     const PayloadPtr list{
         parse_handshake_payload(R"({"C":"123456","T":["first","second"],"V":"token"})")};
-    withEachAllocationFailing(
-        [&](FailAllocation& failure)
-        {
-            errno = 77;
-            const HeapText text{write_handshake_payload(list.get())};
-            const int left = errno;
-            const bool failed = failure.reached();
-            EXPECT_EQ(left, 77);
-            EXPECT_EQ(orNull(text.get()),
-                      failed ? "(null)" : R"({"C":"123456","T":["first","second"],"V":"token"})");
-        });
+    withEachAllocationFailing([&](FailAllocation& failure) {
+        errno = 77;
+        const HeapText text{write_handshake_payload(list.get())};
+        const int left = errno;
+        const bool failed = failure.reached();
+        EXPECT_EQ(left, 77);
+        EXPECT_EQ(orNull(text.get()),
+                  failed ? "(null)" : R"({"C":"123456","T":["first","second"],"V":"token"})");
+    });
 }
 
 TEST(ParseHandshakePayload, ReadsStringsAndArrays)
@@ -285,15 +283,13 @@ TEST(ParseHandshakePayload, TakesManyAndLargeMembers)
 TEST(ParseHandshakePayload, GivesNullWhicheverAllocationFails)
 {
     const char* const text = R"({"A":"x","B":["y","z"],"C":5,"D":[],"E":null})";
-    withEachAllocationFailing(
-        [&](FailAllocation& failure)
-        {
-            errno = 77;
-            const PayloadPtr list{parse_handshake_payload(text)};
-            const int left = errno;
-            const bool failed = failure.reached();
-            EXPECT_EQ(left, 77);
-            EXPECT_EQ(list == nullptr, failed);
-        });
+    withEachAllocationFailing([&](FailAllocation& failure) {
+        errno = 77;
+        const PayloadPtr list{parse_handshake_payload(text)};
+        const int left = errno;
+        const bool failed = failure.reached();
+        EXPECT_EQ(left, 77);
+        EXPECT_EQ(list == nullptr, failed);
+    });
     EXPECT_EQ(parsed(text), "A=x;B=y,z;C=;D=;");
 }

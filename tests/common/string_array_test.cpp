@@ -50,16 +50,14 @@ TEST(SetCharArray, StopsAtTheFirstEnd)
 TEST(SetCharArray, GivesNullWhicheverAllocationFails)
 {
     TextList source{"one", "two"};
-    withEachAllocationFailing(
-        [&](FailAllocation& failure)
-        {
-            errno = 77;
-            const StringArray copy{set_char_array(source)};
-            const int left = errno;
-            const bool failed = failure.reached();
-            EXPECT_EQ(left, 77);
-            EXPECT_EQ(texts(copy.get()), failed ? Texts{} : (Texts{"one", "two"}));
-        });
+    withEachAllocationFailing([&](FailAllocation& failure) {
+        errno = 77;
+        const StringArray copy{set_char_array(source)};
+        const int left = errno;
+        const bool failed = failure.reached();
+        EXPECT_EQ(left, 77);
+        EXPECT_EQ(texts(copy.get()), failed ? Texts{} : (Texts{"one", "two"}));
+    });
 }
 
 TEST(FreeCharArray, TakesNull)

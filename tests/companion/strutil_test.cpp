@@ -164,14 +164,12 @@ TEST(SplitString, GivesManyPieces)
 
 TEST(SplitString, GivesNullWhicheverAllocationFails)
 {
-    withEachAllocationFailing(
-        [](FailAllocation& failure)
-        {
-            char** array = splitString("a b c", " ");
-            const bool failed = failure.reached();
-            EXPECT_EQ(texts(array), failed ? Texts{} : (Texts{"a", "b", "c"}));
-            freeStrArray(&array);
-        });
+    withEachAllocationFailing([](FailAllocation& failure) {
+        char** array = splitString("a b c", " ");
+        const bool failed = failure.reached();
+        EXPECT_EQ(texts(array), failed ? Texts{} : (Texts{"a", "b", "c"}));
+        freeStrArray(&array);
+    });
 }
 
 TEST(CleanPrint, LeavesTheText)

@@ -96,13 +96,11 @@ TEST(Concurrency, EightThreadsIssueAndValidateTokensAtOnce)
         std::vector<std::jthread> threads;
         for (std::size_t index = 0; index < threadCount; ++index)
         {
-            threads.emplace_back(
-                [&, index]
-                {
-                    start.arrive_and_wait();
-                    work(keys.at(index % 2), keys.at(1 - index % 2),
-                         "user-" + std::to_string(index), outcomes.at(index));
-                });
+            threads.emplace_back([&, index] {
+                start.arrive_and_wait();
+                work(keys.at(index % 2), keys.at(1 - index % 2), "user-" + std::to_string(index),
+                     outcomes.at(index));
+            });
         }
     }
     std::set<std::string> ids;
@@ -134,16 +132,14 @@ TEST(Concurrency, EightThreadsValidateTheSameTokenAtOnce)
         std::vector<std::jthread> threads;
         for (Outcome& outcome : outcomes)
         {
-            threads.emplace_back(
-                [&]
+            threads.emplace_back([&] {
+                start.arrive_and_wait();
+                for (int round = 0; round < rounds; ++round)
                 {
-                    start.arrive_and_wait();
-                    for (int round = 0; round < rounds; ++round)
-                    {
-                        outcome.valid += validate(token, key, outcome) == 1 ? 1 : 0;
-                        outcome.refused += validate(tampered, key, outcome) == 1 ? 0 : 1;
-                    }
-                });
+                    outcome.valid += validate(token, key, outcome) == 1 ? 1 : 0;
+                    outcome.refused += validate(tampered, key, outcome) == 1 ? 0 : 1;
+                }
+            });
         }
     }
     for (const Outcome& outcome : outcomes)

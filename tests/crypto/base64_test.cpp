@@ -166,23 +166,21 @@ TEST(Base64Encode, RefusesALengthWhoseTextIsTooLong)
 
 TEST(Base64Encode, LeavesTheTextAloneWhicheverAllocationFails)
 {
-    support::withEachAllocationFailing(
-        [](auto& failure)
+    support::withEachAllocationFailing([](auto& failure) {
+        char* text = nullptr;
+        const int result = base64encode("abcd", &text, 4);
+        const HeapText owner{text};
+        if (failure.reached())
         {
-            char* text = nullptr;
-            const int result = base64encode("abcd", &text, 4);
-            const HeapText owner{text};
-            if (failure.reached())
-            {
-                EXPECT_EQ(result, 0);
-                EXPECT_EQ(text, nullptr);
-            }
-            else
-            {
-                EXPECT_EQ(result, 1);
-                EXPECT_STREQ(text, "YWJjZA==");
-            }
-        });
+            EXPECT_EQ(result, 0);
+            EXPECT_EQ(text, nullptr);
+        }
+        else
+        {
+            EXPECT_EQ(result, 1);
+            EXPECT_STREQ(text, "YWJjZA==");
+        }
+    });
 }
 
 /** The Base64 filter of OpenSSL's I/O layer, which says what the encoding is. */
@@ -375,25 +373,23 @@ TEST(Base64UriDecode, LeavesTheBytesAloneWhicheverAllocationFails)
 {
     // OpenSSL's first call in a thread allocates what it can do without.
     ASSERT_EQ(decode("YWJj"), yields("abc"));
-    support::withEachAllocationFailing(
-        [](auto& failure)
+    support::withEachAllocationFailing([](auto& failure) {
+        char* bytes = nullptr;
+        int length = untouched;
+        const int result = base64URIdecode("YWJjZA", &bytes, &length);
+        const HeapText owner{bytes};
+        if (failure.reached())
         {
-            char* bytes = nullptr;
-            int length = untouched;
-            const int result = base64URIdecode("YWJjZA", &bytes, &length);
-            const HeapText owner{bytes};
-            if (failure.reached())
-            {
-                EXPECT_EQ(result, 0);
-                EXPECT_EQ(bytes, nullptr);
-                EXPECT_EQ(length, untouched);
-            }
-            else
-            {
-                EXPECT_EQ(result, 1);
-                EXPECT_STREQ(bytes, "abcd");
-            }
-        });
+            EXPECT_EQ(result, 0);
+            EXPECT_EQ(bytes, nullptr);
+            EXPECT_EQ(length, untouched);
+        }
+        else
+        {
+            EXPECT_EQ(result, 1);
+            EXPECT_STREQ(bytes, "abcd");
+        }
+    });
 }
 
 /** Decodes as the filter of OpenSSL's I/O layer does, which says what the decoding of every text

@@ -135,8 +135,7 @@ TEST(GetEcPrivKey, RefusesAScalarThatIsNoneOfTheGroups)
     const std::string zeros(62, '0');
     for (const std::string& optional : {curve, std::string{}})
     {
-        const auto structure = [&](const std::string& number)
-        {
+        const auto structure = [&](const std::string& number) {
             std::string hex = optional.empty() ? "30250201010420" : "30310201010420";
             return fromHex(hex.append(number).append(optional));
         };

@@ -88,24 +88,22 @@ TEST(EciesKeyDerivation, SaysThatItWroteNothingWhenMemoryRunsOut)
     std::size_t firstLength = first.size();
     ASSERT_NE(ecies_key_derivation("abc", 3, first.data(), &firstLength), nullptr);
     int failures = 0;
-    support::withEachAllocationFailing(
-        [&](auto& failure)
+    support::withEachAllocationFailing([&](auto& failure) {
+        std::array<char, 32> room{};
+        std::size_t length = room.size();
+        const void* result = ecies_key_derivation("abc", 3, room.data(), &length);
+        static_cast<void>(failure.reached());
+        if (result == nullptr)
         {
-            std::array<char, 32> room{};
-            std::size_t length = room.size();
-            const void* result = ecies_key_derivation("abc", 3, room.data(), &length);
-            static_cast<void>(failure.reached());
-            if (result == nullptr)
-            {
-                EXPECT_EQ(length, 0U);
-                ++failures;
-            }
-            else
-            {
-                EXPECT_EQ(length, 32U);
-                EXPECT_EQ((std::string{room.begin(), room.end()}), fromHex(digestOfAbc));
-            }
-        });
+            EXPECT_EQ(length, 0U);
+            ++failures;
+        }
+        else
+        {
+            EXPECT_EQ(length, 32U);
+            EXPECT_EQ((std::string{room.begin(), room.end()}), fromHex(digestOfAbc));
+        }
+    });
     EXPECT_GT(failures, 0);
 }
 

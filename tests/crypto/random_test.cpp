@@ -139,12 +139,10 @@ TEST(IssueRandomBytesInHex, EndsTheProcessForANegativeCount)
 {
     for (const int count : {-1, -16, INT_MIN})
     {
-        EXPECT_EQ(support::exitStatusOf(
-                      [&]
-                      {
-                          std::array<char, 40> text{};
-                          issueRandomBytesInHex(text.data(), count);
-                      }),
+        EXPECT_EQ(support::exitStatusOf([&] {
+                      std::array<char, 40> text{};
+                      issueRandomBytesInHex(text.data(), count);
+                  }),
                   -SIGABRT);
     }
 }
@@ -217,14 +215,12 @@ TEST(IssueRandomToken, StoresNothingWhenTheDeviceFails)
 
 TEST(IssueRandomToken, StoresNothingWhicheverAllocationFails)
 {
-    support::withEachAllocationFailing(
-        [](auto& failure)
-        {
-            char* text = nullptr;
-            issueRandomToken(&text, 12);
-            const HeapText owner{text};
-            EXPECT_EQ(text == nullptr, failure.reached());
-        });
+    support::withEachAllocationFailing([](auto& failure) {
+        char* text = nullptr;
+        issueRandomToken(&text, 12);
+        const HeapText owner{text};
+        EXPECT_EQ(text == nullptr, failure.reached());
+    });
 }
 
 TEST(IssueRandomToken, DiffersEachTime)
@@ -257,16 +253,14 @@ TEST(GenerateRandomIv, StoresNothingWhenTheDeviceFails)
 
 TEST(GenerateRandomIv, StoresNothingWhicheverAllocationFails)
 {
-    support::withEachAllocationFailing(
-        [](auto& failure)
-        {
-            char* text = nullptr;
-            const int result = generateRandomIV(&text);
-            const HeapText owner{text};
-            const bool failed = failure.reached();
-            EXPECT_EQ(result, failed ? 0 : 1);
-            EXPECT_EQ(text == nullptr, failed);
-        });
+    support::withEachAllocationFailing([](auto& failure) {
+        char* text = nullptr;
+        const int result = generateRandomIV(&text);
+        const HeapText owner{text};
+        const bool failed = failure.reached();
+        EXPECT_EQ(result, failed ? 0 : 1);
+        EXPECT_EQ(text == nullptr, failed);
+    });
 }
 
 TEST(GenerateRandomIv, RefusesANullAddress)

@@ -29,17 +29,15 @@ void generateFailing()
     const HeaderPtr header{create_jwt_header("JWT", "ES256", nullptr)};
     const TokenPayloadPtr payload{
         create_jwt_payload("user", "id", "issuer", "1", "1", "2", nullptr, 0)};
-    withEachAllocationFailing(
-        [&](FailAllocation& failure)
-        {
-            errno = EXDEV;
-            const HeapText token{generateJWT(header.get(), payload.get(), nullptr, 0)};
-            const int error = errno;
-            failure.stop();
-            // OpenSSL does without some of its memory.
-            EXPECT_TRUE(token != nullptr || failure.reached());
-            EXPECT_EQ(error, EXDEV);
-        });
+    withEachAllocationFailing([&](FailAllocation& failure) {
+        errno = EXDEV;
+        const HeapText token{generateJWT(header.get(), payload.get(), nullptr, 0)};
+        const int error = errno;
+        failure.stop();
+        // OpenSSL does without some of its memory.
+        EXPECT_TRUE(token != nullptr || failure.reached());
+        EXPECT_EQ(error, EXDEV);
+    });
 }
 
 std::set<std::string> valuesOf(std::string_view name,

@@ -214,17 +214,15 @@ TEST(GetEcPubKey, GivesNullWhicheverAllocationFails)
     const std::string pem = withKey("prime256v1").pem();
     const std::string expected = publicKeyText(pem);
     ASSERT_NE(expected, "null");
-    withEachAllocationFailing(
-        [&](auto& failure)
+    withEachAllocationFailing([&](auto& failure) {
+        const EcKeyPtr key{get_EC_pubKey(pem.c_str())};
+        // OpenSSL does without some of what it asks for; a key that comes back is whole.
+        if (failure.reached() && key == nullptr)
         {
-            const EcKeyPtr key{get_EC_pubKey(pem.c_str())};
-            // OpenSSL does without some of what it asks for; a key that comes back is whole.
-            if (failure.reached() && key == nullptr)
-            {
-                return;
-            }
-            EXPECT_EQ(textOf(key.get()), expected);
-        });
+            return;
+        }
+        EXPECT_EQ(textOf(key.get()), expected);
+    });
 }
 
 TEST(GetEcPrivKey, IsTheKeyOfTheBytes)
@@ -244,8 +242,7 @@ TEST(GetEcPrivKey, IsTheKeyOfTheBytes)
 
 TEST(GetEcPrivKey, GivesNullForWhatIsNoP256Key)
 {
-    const auto load = [](const std::string& der, int length)
-    {
+    const auto load = [](const std::string& der, int length) {
         return EcKeyPtr{get_EC_privKey(reinterpret_cast<const unsigned char*>(der.data()), length)};
     };
     const std::string der = withKey("prime256v1").privateKeyDer();

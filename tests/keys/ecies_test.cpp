@@ -544,12 +544,10 @@ TEST(EciesEncrypt, RefusesAPeerWithoutAKeyOnTheCurve)
 {
     Sealing sealing;
     EXPECT_TRUE(sealing.run());
-    withEachUnusablePeer(
-        [&](PayloadPtr record)
-        {
-            sealing.other.record = std::move(record);
-            EXPECT_FALSE(sealing.run());
-        });
+    withEachUnusablePeer([&](PayloadPtr record) {
+        sealing.other.record = std::move(record);
+        EXPECT_FALSE(sealing.run());
+    });
 }
 
 TEST(EciesEncrypt, TakesAPeersPointInCompressedForm)
@@ -608,12 +606,10 @@ TEST(EciesEncrypt, RefusesALocalKeyThatIsNoneOnTheCurve)
 {
     Sealing sealing;
     EXPECT_TRUE(sealing.run());
-    withEachUnusableKey(
-        [&](const std::string& der)
-        {
-            sealing.own.der = der;
-            EXPECT_FALSE(sealing.run());
-        });
+    withEachUnusableKey([&](const std::string& der) {
+        sealing.own.der = der;
+        EXPECT_FALSE(sealing.run());
+    });
 }
 
 TEST(EciesEncrypt, TakesTheSmallestAndTheLargestScalar)
@@ -646,26 +642,24 @@ TEST(EciesEncrypt, GivesNothingOrTheRightEnvelopeWhicheverAllocationFails)
     ASSERT_EQ(sealing.run(), envelopeOfAbc);
     HandshakePayload* peer = sealing.other.record.get();
     int failures = 0;
-    support::withEachAllocationFailing(
-        [&](auto& failure)
+    support::withEachAllocationFailing([&](auto& failure) {
+        char* mac = nullptr;
+        const HeapText body{ecies_encrypt("abc", 3, &peer, &mac, bytesOf(sealing.own.der),
+                                          static_cast<int>(sealing.own.der.size()), someIv)};
+        const HeapText macOwner{mac};
+        const bool reached = failure.reached();
+        if (body == nullptr)
         {
-            char* mac = nullptr;
-            const HeapText body{ecies_encrypt("abc", 3, &peer, &mac, bytesOf(sealing.own.der),
-                                              static_cast<int>(sealing.own.der.size()), someIv)};
-            const HeapText macOwner{mac};
-            const bool reached = failure.reached();
-            if (body == nullptr)
-            {
-                EXPECT_TRUE(reached);
-                EXPECT_EQ(mac, nullptr);
-                ++failures;
-            }
-            else
-            {
-                EXPECT_EQ(body.get(), envelopeOfAbc.body);
-                EXPECT_EQ(support::orNull(mac), envelopeOfAbc.mac);
-            }
-        });
+            EXPECT_TRUE(reached);
+            EXPECT_EQ(mac, nullptr);
+            ++failures;
+        }
+        else
+        {
+            EXPECT_EQ(body.get(), envelopeOfAbc.body);
+            EXPECT_EQ(support::orNull(mac), envelopeOfAbc.mac);
+        }
+    });
     EXPECT_GT(failures, 20);
 }
 
@@ -711,19 +705,16 @@ TEST(EciesDecrypt, OpensWhatOpenSslSeals)
 
 TEST(EciesDecrypt, TakesBothAlphabetsWithAndWithoutPadding)
 {
-    const auto rewritten = [](Envelope envelope, auto rewrite)
-    {
+    const auto rewritten = [](Envelope envelope, auto rewrite) {
         rewrite(envelope.body);
         rewrite(envelope.mac);
         return envelope;
     };
-    const auto url = [](std::string& text)
-    {
+    const auto url = [](std::string& text) {
         std::ranges::replace(text, '+', '-');
         std::ranges::replace(text, '/', '_');
     };
-    const auto unpadded = [](std::string& text)
-    {
+    const auto unpadded = [](std::string& text) {
         std::erase(text, '=');
     };
     const Envelope inUrlAlphabet = rewritten(envelopeOfAbc, url);
@@ -872,19 +863,15 @@ TEST(EciesDecrypt, RefusesUnusableKeys)
 {
     Opening opening;
     EXPECT_TRUE(opening.run());
-    withEachUnusablePeer(
-        [&](PayloadPtr record)
-        {
-            opening.other.record = std::move(record);
-            EXPECT_FALSE(opening.run());
-        });
+    withEachUnusablePeer([&](PayloadPtr record) {
+        opening.other.record = std::move(record);
+        EXPECT_FALSE(opening.run());
+    });
     opening = {};
-    withEachUnusableKey(
-        [&](const std::string& der)
-        {
-            opening.own.der = der;
-            EXPECT_FALSE(opening.run());
-        });
+    withEachUnusableKey([&](const std::string& der) {
+        opening.own.der = der;
+        EXPECT_FALSE(opening.run());
+    });
 }
 
 TEST(EciesDecrypt, RefusesMissingArguments)
@@ -930,8 +917,7 @@ TEST(EciesDecrypt, RefusesACiphertextThatIsNotPaddedBlocks)
         EXPECT_FALSE(opened(reference::envelopeOf(sharedKeys, body))) << body.size();
     }
     // The MAC is right each time, so that it is the padding that is refused.
-    const auto padded = [](const std::string& bytes)
-    {
+    const auto padded = [](const std::string& bytes) {
         return reference::envelopeOf(
             sharedKeys, reference::cipher(true, false, sharedKeys, fromHex(someIv), bytes));
     };
@@ -971,27 +957,24 @@ TEST(EciesDecrypt, GivesNothingOrTheTextWhicheverAllocationFails)
     ASSERT_EQ(opening.run(), plaintextOfAbc());
     HandshakePayload* peer = opening.other.record.get();
     int failures = 0;
-    support::withEachAllocationFailing(
-        [&](auto& failure)
+    support::withEachAllocationFailing([&](auto& failure) {
+        unsigned int length = 777777;
+        const HeapText text{ecies_decrypt(
+            opening.envelope.body.c_str(), &length, bytesOf(opening.own.der),
+            static_cast<int>(opening.own.der.size()), opening.envelope.mac.c_str(), &peer, someIv)};
+        const bool reached = failure.reached();
+        if (text == nullptr)
         {
-            unsigned int length = 777777;
-            const HeapText text{ecies_decrypt(opening.envelope.body.c_str(), &length,
-                                              bytesOf(opening.own.der),
-                                              static_cast<int>(opening.own.der.size()),
-                                              opening.envelope.mac.c_str(), &peer, someIv)};
-            const bool reached = failure.reached();
-            if (text == nullptr)
-            {
-                EXPECT_TRUE(reached);
-                EXPECT_EQ(length, 777777U);
-                ++failures;
-            }
-            else
-            {
-                EXPECT_EQ(text.get(), plaintextOfAbc());
-                EXPECT_EQ(length, 20U);
-            }
-        });
+            EXPECT_TRUE(reached);
+            EXPECT_EQ(length, 777777U);
+            ++failures;
+        }
+        else
+        {
+            EXPECT_EQ(text.get(), plaintextOfAbc());
+            EXPECT_EQ(length, 20U);
+        }
+    });
     EXPECT_GT(failures, 20);
 }
 

@@ -143,20 +143,16 @@ TEST(EncodeCertJwk, EndsTheProcessWhenThereIsNoMemoryForTheKey)
     for (unsigned int nth = 2; nth <= 8; ++nth)
     {
         SCOPED_TRACE(nth);
-        EXPECT_EQ(exitStatusOf(
-                      [&]
-                      {
-                          const FailAllocation failure{nth};
-                          encode_cert_jwk("EC", "id", "x5c", bytes("abc"), 3);
-                      }),
-                  255);
-    }
-    EXPECT_EQ(exitStatusOf(
-                  []
-                  {
-                      const FailAllocation failure{9};
+        EXPECT_EQ(exitStatusOf([&] {
+                      const FailAllocation failure{nth};
                       encode_cert_jwk("EC", "id", "x5c", bytes("abc"), 3);
                   }),
+                  255);
+    }
+    EXPECT_EQ(exitStatusOf([] {
+                  const FailAllocation failure{9};
+                  encode_cert_jwk("EC", "id", "x5c", bytes("abc"), 3);
+              }),
               0);
 }
 
@@ -241,22 +237,20 @@ TEST(DecodeDfsJwk, GivesNullWithoutARoomForTheLength)
 TEST(DecodeDfsJwk, GivesNullWhicheverAllocationFails)
 {
     LiteralKey key{{"kty", "DFS"}, {"dfs", "YWJj"}};
-    withEachAllocationFailing(
-        [&](auto& failure)
+    withEachAllocationFailing([&](auto& failure) {
+        int length = -7;
+        const HeapBytes data{decode_dfs_jwk(key, &length)};
+        if (failure.reached())
         {
-            int length = -7;
-            const HeapBytes data{decode_dfs_jwk(key, &length)};
-            if (failure.reached())
-            {
-                EXPECT_EQ(data, nullptr);
-                EXPECT_EQ(length, -7);
-            }
-            else
-            {
-                EXPECT_NE(data, nullptr);
-                EXPECT_EQ(length, 3);
-            }
-        });
+            EXPECT_EQ(data, nullptr);
+            EXPECT_EQ(length, -7);
+        }
+        else
+        {
+            EXPECT_NE(data, nullptr);
+            EXPECT_EQ(length, 3);
+        }
+    });
 }
 
 TEST(JwkKeyValue, IsTheFirstValueOfThatKey)
@@ -362,12 +356,10 @@ TEST(SetJwkList, GivesNullWhicheverAllocationFails)
     LiteralKey first{{"kty", "DFS"}, {"dfs", "YWJj"}};
     LiteralKey second{{"kty", "EC"}};
     std::vector<jwk*> list{first, second, nullptr};
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            const KeyList copy{set_jwk_list(list.data())};
-            EXPECT_EQ(failure.reached(), copy == nullptr);
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        const KeyList copy{set_jwk_list(list.data())};
+        EXPECT_EQ(failure.reached(), copy == nullptr);
+    });
 }
 
 /** A certificate key: each parameter has the values that follow its name. */
@@ -459,12 +451,10 @@ TEST(SetJwkCerts, GivesNullWhicheverAllocationFails)
     LiteralCertificateKey first{{{"kty", {"EC"}}, {"x5c", {"A", "B"}}}};
     LiteralCertificateKey second{{{"x5c", {"C"}}}};
     std::vector<HandshakePayload*> list{first.get(), second.get(), nullptr};
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            const CertificateKeyList copy{set_jwk_certs(list.data())};
-            EXPECT_EQ(failure.reached(), copy == nullptr);
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        const CertificateKeyList copy{set_jwk_certs(list.data())};
+        EXPECT_EQ(failure.reached(), copy == nullptr);
+    });
 }
 
 } // namespace

@@ -284,16 +284,14 @@ TEST(CreateEcPublicKey, GivesNullForTextsThatDoNotDecode)
 
 TEST(CreateEcPublicKey, GivesNullWhicheverAllocationFails)
 {
-    withEachAllocationFailing(
-        [&](auto& failure)
+    withEachAllocationFailing([&](auto& failure) {
+        const HeapText pem{createEcPublicKey(p256.x, p256.y, "P-256")};
+        // OpenSSL does without some of what it asks for; a text that comes back is whole.
+        if (!failure.reached() || pem)
         {
-            const HeapText pem{createEcPublicKey(p256.x, p256.y, "P-256")};
-            // OpenSSL does without some of what it asks for; a text that comes back is whole.
-            if (!failure.reached() || pem)
-            {
-                EXPECT_EQ(orNull(pem.get()), p256.pem);
-            }
-        });
+            EXPECT_EQ(orNull(pem.get()), p256.pem);
+        }
+    });
     for (unsigned int nth = 1; nth <= 8; ++nth)
     {
         FailAllocation failure{nth, FailAllocation::fromThenOn};
@@ -373,15 +371,13 @@ TEST(CreateRsaPublicKey, GivesNullForTextsThatDoNotDecode)
 
 TEST(CreateRsaPublicKey, GivesNullWhicheverAllocationFails)
 {
-    withEachAllocationFailing(
-        [&](auto& failure)
+    withEachAllocationFailing([&](auto& failure) {
+        const HeapText pem{createRsaPublicKey(rsaN, "AQAB")};
+        if (!failure.reached() || pem)
         {
-            const HeapText pem{createRsaPublicKey(rsaN, "AQAB")};
-            if (!failure.reached() || pem)
-            {
-                EXPECT_EQ(orNull(pem.get()), rsaPem);
-            }
-        });
+            EXPECT_EQ(orNull(pem.get()), rsaPem);
+        }
+    });
 }
 
 TEST(AppendPublicKey, AddsThePemTextOfAnEcKey)
@@ -511,17 +507,15 @@ TEST(AppendPublicKey, LeavesTheTextWhicheverAllocationFails)
     {
         SCOPED_TRACE(nth);
         // The text itself is copied by a function that ends the process.
-        const int status = exitStatusOf(
-            [&]
-            {
-                char* document = heapText(key).release();
-                FailAllocation failure{nth};
-                const int result = appendPublicKey(&document);
-                const bool reached = failure.reached();
-                const bool whole = result == 1 ? document != key : document == key;
-                const HeapText owned{document};
-                _exit(!whole ? 1 : result == 0 ? 2 : reached ? 3 : 4);
-            });
+        const int status = exitStatusOf([&] {
+            char* document = heapText(key).release();
+            FailAllocation failure{nth};
+            const int result = appendPublicKey(&document);
+            const bool reached = failure.reached();
+            const bool whole = result == 1 ? document != key : document == key;
+            const HeapText owned{document};
+            _exit(!whole ? 1 : result == 0 ? 2 : reached ? 3 : 4);
+        });
         ASSERT_TRUE(status == 2 || status == 3 || status == 4 || status == 255) << status;
         refused += status == 2 ? 1 : 0;
         ended += status == 255 ? 1 : 0;
@@ -615,18 +609,15 @@ TEST(Oauth2ParseJwk, EndsTheProcessWhenThereIsNoMemoryForTheRecord)
 {
     // The last four allocations are the array and the three texts; the ones before belong to the
     // reading, whose failure is an ordinary one.
-    const auto statusAt = [](unsigned int nth)
-    {
-        return exitStatusOf(
-            [nth]
-            {
-                FailAllocation failure{nth};
-                jwk* record = oauth2_parse_jwk(R"({"kty":"EC","n":5})");
-                const bool reached = failure.reached();
-                const bool made = record != nullptr;
-                free_jwk(&record);
-                _exit(!reached ? 1 : made ? 2 : 0);
-            });
+    const auto statusAt = [](unsigned int nth) {
+        return exitStatusOf([nth] {
+            FailAllocation failure{nth};
+            jwk* record = oauth2_parse_jwk(R"({"kty":"EC","n":5})");
+            const bool reached = failure.reached();
+            const bool made = record != nullptr;
+            free_jwk(&record);
+            _exit(!reached ? 1 : made ? 2 : 0);
+        });
     };
     unsigned int last = 1;
     while (statusAt(last) != 1)

@@ -168,12 +168,10 @@ TEST(RecreateX509Cert, GivesNullForNull)
 
 TEST(RecreateX509Cert, GivesNullWhicheverAllocationFails)
 {
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            const HeapText text{recreate_x509_cert("AAAA")};
-            EXPECT_EQ(failure.reached(), text == nullptr);
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        const HeapText text{recreate_x509_cert("AAAA")};
+        EXPECT_EQ(failure.reached(), text == nullptr);
+    });
 }
 
 TEST(DecodeX509Jwk, IsTheFirstCertificate)
@@ -196,8 +194,7 @@ TEST(DecodeX509Jwk, StoresZeroWhenThereIsNone)
     std::string kty = "kty";
     std::vector<HandshakePayload> record{{kty.data(), value}, {x5c.data(), value}, {}};
     unsigned int length = 7;
-    const auto decode = [&]
-    {
+    const auto decode = [&] {
         length = 7;
         return HeapText{decode_x509_jwk(record.data(), &length)};
     };
@@ -231,14 +228,12 @@ TEST(DecodeX509Jwk, StoresZeroWhenThereIsNone)
 TEST(DecodeX509Jwk, GivesNullWhicheverAllocationFails)
 {
     const PayloadPtr record = certificateRecord({"AAAA"});
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            unsigned int length = 7;
-            const HeapText pem{decode_x509_jwk(record.get(), &length)};
-            EXPECT_EQ(failure.reached(), pem == nullptr);
-            EXPECT_EQ(length, pem ? 58U : 0U);
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        unsigned int length = 7;
+        const HeapText pem{decode_x509_jwk(record.get(), &length)};
+        EXPECT_EQ(failure.reached(), pem == nullptr);
+        EXPECT_EQ(length, pem ? 58U : 0U);
+    });
 }
 
 TEST(GetX509Cert, ReadsTheFirstCertificate)
@@ -321,8 +316,7 @@ TEST(ValidateX509, KeepsTheCaseOfOtherLetters)
 
 TEST(ValidateX509, ComparesSeventeenBytes)
 {
-    const auto accepts = [](std::size_t nameLength, std::size_t expectedLength)
-    {
+    const auto accepts = [](std::size_t nameLength, std::size_t expectedLength) {
         return validateX509(named(std::string(nameLength, 'n')).pem().c_str(),
                             std::string(expectedLength, 'n').c_str());
     };
@@ -400,13 +394,11 @@ TEST(ValidateX509, RefusesWhicheverAllocationFails)
 {
     const std::string pem = named("device").pem();
     ASSERT_EQ(validateX509(pem.c_str(), "device"), 1);
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            const int result = validateX509(pem.c_str(), "other");
-            static_cast<void>(failure.reached());
-            EXPECT_EQ(result, 0);
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        const int result = validateX509(pem.c_str(), "other");
+        static_cast<void>(failure.reached());
+        EXPECT_EQ(result, 0);
+    });
     FailAllocation failure{1, FailAllocation::fromThenOn};
     const int result = validateX509(pem.c_str(), "device");
     EXPECT_TRUE(failure.reached());
@@ -536,19 +528,17 @@ TEST(EncodeX509Jwk, RefusesWhicheverAllocationFails)
     const auto length = static_cast<unsigned int>(pem.size());
     // Once, so that what libcrypto loads on first use is there.
     ASSERT_NE(encoded(pem), nullptr);
-    withEachAllocationFailing(
-        [&](auto& failure)
+    withEachAllocationFailing([&](auto& failure) {
+        const PayloadPtr record{encode_x509_jwk(pem.c_str(), length)};
+        if (failure.reached())
         {
-            const PayloadPtr record{encode_x509_jwk(pem.c_str(), length)};
-            if (failure.reached())
-            {
-                EXPECT_TRUE(record == nullptr || texts(record.get()[2].values).size() == 1);
-            }
-            else
-            {
-                EXPECT_NE(record, nullptr);
-            }
-        });
+            EXPECT_TRUE(record == nullptr || texts(record.get()[2].values).size() == 1);
+        }
+        else
+        {
+            EXPECT_NE(record, nullptr);
+        }
+    });
 }
 
 /** A device with both factory roots. */

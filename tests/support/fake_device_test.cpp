@@ -312,11 +312,10 @@ TEST(FailAllocation, LeavesOtherThreadsAlone)
 {
     std::atomic<bool> armed = false;
     bool given = false;
-    std::thread other{[&]
-                      {
-                          armed.wait(false);
-                          given = allocates(8);
-                      }};
+    std::thread other{[&] {
+        armed.wait(false);
+        given = allocates(8);
+    }};
     FailAllocation failure{1};
     armed = true;
     armed.notify_one();
@@ -343,15 +342,13 @@ TEST(FailAllocation, ReachesAllocationsOfTheLibraryAndOfWhatItUses)
     const StringArray copy{set_char_array(list)};
     EXPECT_TRUE(inLibrary.reached());
     unsigned int runs = 0;
-    withEachAllocationFailing(
-        [&](FailAllocation& failure)
-        {
-            const HeapText document{
-                write_oauth_error(OAUTH_INVALID_REQUEST, "description", nullptr, nullptr)};
-            const bool reached = failure.reached();
-            EXPECT_EQ(document == nullptr, reached);
-            ++runs;
-        });
+    withEachAllocationFailing([&](FailAllocation& failure) {
+        const HeapText document{
+            write_oauth_error(OAUTH_INVALID_REQUEST, "description", nullptr, nullptr)};
+        const bool reached = failure.reached();
+        EXPECT_EQ(document == nullptr, reached);
+        ++runs;
+    });
     EXPECT_GT(runs, 5U);
 }
 

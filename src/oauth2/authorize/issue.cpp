@@ -134,19 +134,16 @@ Response issue(const char* state, const unsigned char* der, int derLength,
 
 extern "C" char* client_authorize(const char* text)
 {
-    return crypto::guardedCrypto(
-        nullptr,
-        [&]() -> char*
+    return crypto::guardedCrypto(nullptr, [&]() -> char* {
+        // Nothing but its shape is checked: who the client is, the caller knows.
+        const Request request{parse_authorize_request(text)};
+        if (!request)
         {
-            // Nothing but its shape is checked: who the client is, the caller knows.
-            const Request request{parse_authorize_request(text)};
-            if (!request)
-            {
-                return nullptr;
-            }
-            const Response response = issue(request->state, nullptr, 0, nullptr, nullptr);
-            return response ? write_authorize_response(response.get()) : nullptr;
-        });
+            return nullptr;
+        }
+        const Response response = issue(request->state, nullptr, 0, nullptr, nullptr);
+        return response ? write_authorize_response(response.get()) : nullptr;
+    });
 }
 
 extern "C" AuthorizeResponse* authorize_client(const char* state, const unsigned char* der,
@@ -158,12 +155,9 @@ extern "C" AuthorizeResponse* authorize_client(const char* state, const unsigned
     {
         return nullptr;
     }
-    return crypto::guardedCrypto(nullptr,
-                                 [&] {
-                                     return issue(state, der, static_cast<int>(derLength),
-                                                  response_template, claims)
-                                         .release();
-                                 });
+    return crypto::guardedCrypto(nullptr, [&] {
+        return issue(state, der, static_cast<int>(derLength), response_template, claims).release();
+    });
 }
 
 extern "C" AuthorizeResponse* configure_auth_response(const char* expires_in,

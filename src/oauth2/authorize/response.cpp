@@ -53,16 +53,13 @@ extern "C" AuthorizeResponse* create_authorize_response(const char* state, const
                                                         const char* expires_in,
                                                         const char* token_type)
 {
-    return guarded(nullptr,
-                   [&]() -> AuthorizeResponse*
-                   {
-                       const std::optional<std::uint64_t> now = currentSeconds();
-                       return now ? makeResponse(state, copyText(access_token),
-                                                 copyText(refresh_token), expires_in, token_type,
-                                                 *now)
-                                        .release()
-                                  : nullptr;
-                   });
+    return guarded(nullptr, [&]() -> AuthorizeResponse* {
+        const std::optional<std::uint64_t> now = currentSeconds();
+        return now ? makeResponse(state, copyText(access_token), copyText(refresh_token),
+                                  expires_in, token_type, *now)
+                         .release()
+                   : nullptr;
+    });
 }
 
 extern "C" void free_authorize_response(AuthorizeResponse* response)
@@ -86,20 +83,17 @@ extern "C" AuthorizeResponse* parse_authorize_response(const char* text)
     {
         return nullptr;
     }
-    return guarded(nullptr,
-                   [&]() -> AuthorizeResponse*
-                   {
-                       Json::Value document;
-                       if (!parseJsonObject(text, document))
-                       {
-                           return nullptr;
-                       }
-                       return create_authorize_response(stringMember(document, "state"),
-                                                        stringMember(document, "access_token"),
-                                                        stringMember(document, "refresh_token"),
-                                                        stringMember(document, "expires_in"),
-                                                        stringMember(document, "token_type"));
-                   });
+    return guarded(nullptr, [&]() -> AuthorizeResponse* {
+        Json::Value document;
+        if (!parseJsonObject(text, document))
+        {
+            return nullptr;
+        }
+        return create_authorize_response(
+            stringMember(document, "state"), stringMember(document, "access_token"),
+            stringMember(document, "refresh_token"), stringMember(document, "expires_in"),
+            stringMember(document, "token_type"));
+    });
 }
 
 extern "C" char* write_authorize_response(AuthorizeResponse* response)

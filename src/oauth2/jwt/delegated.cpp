@@ -244,9 +244,7 @@ extern "C" int validateJWT_Delegated(const char* token, const char** keys, unsig
     {
         return jwt::invalid;
     }
-    return crypto::guardedCrypto(
-        jwt::invalid,
-        [&] {
-            return jwt::check(token, {keys, skew, roles, providers}, *header, *payload, *verified);
-        });
+    return crypto::guardedCrypto(jwt::invalid, [&] {
+        return jwt::check(token, {keys, skew, roles, providers}, *header, *payload, *verified);
+    });
 }

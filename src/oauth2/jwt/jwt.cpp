@@ -314,8 +314,8 @@ int guardedCheck(std::string_view token, const unsigned char* der, int derLength
     {
         return invalid;
     }
-    return crypto::guardedCrypto(invalid, [&]
-                                 { return checkToken(token, der, derLength, header, payload); });
+    return crypto::guardedCrypto(
+        invalid, [&] { return checkToken(token, der, derLength, header, payload); });
 }
 
 } // namespace

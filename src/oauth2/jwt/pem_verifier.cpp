@@ -167,8 +167,7 @@ bool verifyEc(std::string_view signingInput, std::string_view signature, std::st
     {
         return false;
     }
-    const auto verify = [&](const unsigned char* der, int length)
-    {
+    const auto verify = [&](const unsigned char* der, int length) {
         return ECDSA_verify(0, digest.bytes.data(), static_cast<int>(digest.length), der, length,
                             key.get()) == 1;
     };

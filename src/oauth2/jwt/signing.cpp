@@ -226,9 +226,9 @@ extern "C" int generateECKey(unsigned char** publicKey, unsigned char** privateK
     {
         return 0;
     }
-    return crypto::guardedCrypto(
-        0, [&]
-        { return int{jwt::makeKeyPair(*publicKey, *privateKey, *publicLength, *privateLength)}; });
+    return crypto::guardedCrypto(0, [&] {
+        return int{jwt::makeKeyPair(*publicKey, *privateKey, *publicLength, *privateLength)};
+    });
 }
 
 extern "C" int generateECPrivateKey(const char* path)
@@ -255,8 +255,8 @@ extern "C" int getECPublicKey(const char* path, unsigned char** publicKey, int* 
     {
         return 0;
     }
-    return crypto::guardedCrypto(0, [&]
-                                 { return int{jwt::readPublicPoint(path, *publicKey, *length)}; });
+    return crypto::guardedCrypto(
+        0, [&] { return int{jwt::readPublicPoint(path, *publicKey, *length)}; });
 }
 
 EC_KEY* getECKeyFromFile(const char* path)

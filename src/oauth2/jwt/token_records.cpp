@@ -152,18 +152,16 @@ int readRecord(const char* token, Record** out, std::string_view TokenParts::*pa
     {
         return 0;
     }
-    return crypto::guardedCrypto(0,
-                                 [&]
-                                 {
-                                     const std::optional<TokenParts> parts = splitToken(token);
-                                     auto record = parts ? read((*parts).*part) : nullptr;
-                                     if (!record)
-                                     {
-                                         return 0;
-                                     }
-                                     *out = record.release();
-                                     return 1;
-                                 });
+    return crypto::guardedCrypto(0, [&] {
+        const std::optional<TokenParts> parts = splitToken(token);
+        auto record = parts ? read((*parts).*part) : nullptr;
+        if (!record)
+        {
+            return 0;
+        }
+        *out = record.release();
+        return 1;
+    });
 }
 
 } // namespace
@@ -312,19 +310,17 @@ extern "C" JWTPayload* create_jwt_payload(const char* sub, const char* jti, cons
                                           const char* iat, const char* nbf, const char* exp,
                                           JWTscopes* scopes, int count)
 {
-    return guarded(nullptr,
-                   [&]() -> JWTPayload*
-                   {
-                       const std::optional<std::uint64_t> now = currentSeconds();
-                       jwt::PayloadPtr payload =
-                           now ? jwt::makePayload({sub, jti, iss, iat, nbf, exp}, *now) : nullptr;
-                       if (payload && scopes != nullptr && count != 0)
-                       {
-                           payload->scopes = scopes;
-                           payload->scopes_count = count;
-                       }
-                       return payload.release();
-                   });
+    return guarded(nullptr, [&]() -> JWTPayload* {
+        const std::optional<std::uint64_t> now = currentSeconds();
+        jwt::PayloadPtr payload =
+            now ? jwt::makePayload({sub, jti, iss, iat, nbf, exp}, *now) : nullptr;
+        if (payload && scopes != nullptr && count != 0)
+        {
+            payload->scopes = scopes;
+            payload->scopes_count = count;
+        }
+        return payload.release();
+    });
 }
 
 extern "C" void free_jwt_scopes(JWTscopes* scopes, int count)

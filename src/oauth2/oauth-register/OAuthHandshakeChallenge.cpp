@@ -199,17 +199,15 @@ ParameterList clientChallenge(const char* const* types, unsigned int count)
 template <typename Make>
 int handOver(HandshakePayload** out, const Make& make)
 {
-    return guarded(0,
-                   [&]
-                   {
-                       ParameterList list = make();
-                       if (!list || out == nullptr)
-                       {
-                           return 0;
-                       }
-                       *out = list.release();
-                       return 1;
-                   });
+    return guarded(0, [&] {
+        ParameterList list = make();
+        if (!list || out == nullptr)
+        {
+            return 0;
+        }
+        *out = list.release();
+        return 1;
+    });
 }
 
 HeapText keyDocument(std::string_view prefix, unsigned int keys, unsigned int tokens,
@@ -281,16 +279,14 @@ extern "C" int generateKeyTool(const char* prefix, unsigned int keys, unsigned i
     {
         return 0;
     }
-    return guarded(0,
-                   [&]
-                   {
-                       HeapText document = keyDocument(prefix, keys, tokens,
-                                                       static_cast<unsigned int>(tokenLength));
-                       if (!document)
-                       {
-                           return 0;
-                       }
-                       *text = document.release();
-                       return 1;
-                   });
+    return guarded(0, [&] {
+        HeapText document =
+            keyDocument(prefix, keys, tokens, static_cast<unsigned int>(tokenLength));
+        if (!document)
+        {
+            return 0;
+        }
+        *text = document.release();
+        return 1;
+    });
 }

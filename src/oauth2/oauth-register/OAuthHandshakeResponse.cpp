@@ -315,30 +315,27 @@ extern "C" int generateHandshakeResponseForChallenge(HandshakePayload* challenge
     {
         return 0;
     }
-    return crypto::guardedCrypto(
-        0,
-        [&]
+    return crypto::guardedCrypto(0, [&] {
+        HandshakePayload* answer = validate == 0 ? nullptr : *response;
+        Handshake handshake;
+        if (!readChallenge(challenge, certificate, handshake) ||
+            !readCounters(challenge, answer, handshake) ||
+            (!handshake.asksCertificateOnly() && !handshake.secrets.read(keys, keysLength)))
         {
-            HandshakePayload* answer = validate == 0 ? nullptr : *response;
-            Handshake handshake;
-            if (!readChallenge(challenge, certificate, handshake) ||
-                !readCounters(challenge, answer, handshake) ||
-                (!handshake.asksCertificateOnly() && !handshake.secrets.read(keys, keysLength)))
-            {
-                return 0;
-            }
-            if (validate != 0)
-            {
-                return accepts(handshake, answer) ? 1 : 0;
-            }
-            ParameterList made = respond(handshake, {der, derLength});
-            if (!made)
-            {
-                return 0;
-            }
-            *response = made.release();
-            return 1;
-        });
+            return 0;
+        }
+        if (validate != 0)
+        {
+            return accepts(handshake, answer) ? 1 : 0;
+        }
+        ParameterList made = respond(handshake, {der, derLength});
+        if (!made)
+        {
+            return 0;
+        }
+        *response = made.release();
+        return 1;
+    });
 }
 
 extern "C" bool generateHandshakeResponse(HandshakePayload* challenge, const char* keys,
@@ -374,14 +371,11 @@ int verifyHRSignature(const std::string& text, char* signature, unsigned int sig
     {
         return 0;
     }
-    return crypto::guardedCrypto(
-        0,
-        [&]
-        {
-            base64URIencode(signature);
-            const std::optional<crypto::DecodedBytes> der = crypto::decodeBase64Url(signature);
-            return der && crypto::verifyText(text, der->bytes(), *key) ? 1 : 0;
-        });
+    return crypto::guardedCrypto(0, [&] {
+        base64URIencode(signature);
+        const std::optional<crypto::DecodedBytes> der = crypto::decodeBase64Url(signature);
+        return der && crypto::verifyText(text, der->bytes(), *key) ? 1 : 0;
+    });
 }
 
 extern "C" char* get_x509_CN(const char* pem)
@@ -390,15 +384,12 @@ extern "C" char* get_x509_CN(const char* pem)
     {
         return nullptr;
     }
-    return crypto::guardedCrypto(nullptr,
-                                 [&]() -> char*
-                                 {
-                                     const std::optional<keys::Certificate> certificate =
-                                         keys::Certificate::read(pem);
-                                     const std::optional<std::string_view> name =
-                                         certificate ? commonName(*certificate) : std::nullopt;
-                                     return name ? heapText(*name).release() : nullptr;
-                                 });
+    return crypto::guardedCrypto(nullptr, [&]() -> char* {
+        const std::optional<keys::Certificate> certificate = keys::Certificate::read(pem);
+        const std::optional<std::string_view> name =
+            certificate ? commonName(*certificate) : std::nullopt;
+        return name ? heapText(*name).release() : nullptr;
+    });
 }
 
 extern "C" int appendSSLCertToResponse(HandshakePayload** response, const char* certificate,
@@ -414,23 +405,21 @@ extern "C" int appendSSLCertToResponse(HandshakePayload** response, const char* 
     {
         return 0;
     }
-    return guarded(0,
-                   [&]
-                   {
-                       ParameterListWriter writer{3};
-                       writer.put("encrypted_sslcert", certificate);
-                       writer.put("HMAC", hmac);
-                       if (ivFits)
-                       {
-                           writer.put("iv", iv);
-                       }
-                       ParameterList added = writer.take();
-                       if (!appendParameters(*response, std::move(added)))
-                       {
-                           return 0;
-                       }
-                       // Without its IV the certificate cannot be opened; an answer that was there
-                       // already keeps the two parameters all the same.
-                       return ivFits ? 1 : 0;
-                   });
+    return guarded(0, [&] {
+        ParameterListWriter writer{3};
+        writer.put("encrypted_sslcert", certificate);
+        writer.put("HMAC", hmac);
+        if (ivFits)
+        {
+            writer.put("iv", iv);
+        }
+        ParameterList added = writer.take();
+        if (!appendParameters(*response, std::move(added)))
+        {
+            return 0;
+        }
+        // Without its IV the certificate cannot be opened; an answer that was there
+        // already keeps the two parameters all the same.
+        return ivFits ? 1 : 0;
+    });
 }

@@ -71,8 +71,9 @@ Json::Value arrayOfKeys(const jwk* const* list)
 
 Json::Value arrayOfCertificates(const HandshakePayload* const* list)
 {
-    return arrayOf(list, [](const HandshakePayload* certificate)
-                   { return objectOf(certificate, writtenCertificate); });
+    return arrayOf(list, [](const HandshakePayload* certificate) {
+        return objectOf(certificate, writtenCertificate);
+    });
 }
 
 bool readKeys(const Json::Value& object, const char* name, keys::KeyList& list)

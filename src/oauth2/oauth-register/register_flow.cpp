@@ -36,15 +36,12 @@ extern "C" RegisterResponse* register_client(RegisterRequest* request,
     {
         return nullptr;
     }
-    return guarded(nullptr,
-                   [&]() -> RegisterResponse*
-                   {
-                       HeapText id = crypto::randomToken(tokenBytes);
-                       HeapText secret = id ? crypto::randomToken(tokenBytes) : nullptr;
-                       return makeResponse(std::move(secret), std::move(id),
-                                           settingsOf(response_template))
-                           .release();
-                   });
+    return guarded(nullptr, [&]() -> RegisterResponse* {
+        HeapText id = crypto::randomToken(tokenBytes);
+        HeapText secret = id ? crypto::randomToken(tokenBytes) : nullptr;
+        return makeResponse(std::move(secret), std::move(id), settingsOf(response_template))
+            .release();
+    });
 }
 
 extern "C" RegisterResponse*

@@ -162,20 +162,18 @@ create_register_response(const char* client_secret, const char* client_id,
                          HandshakePayload* handshake_response, const char* ssl_cert_cryptex,
                          HandshakePayload** software_id_cert)
 {
-    return guarded(nullptr,
-                   [&]
-                   {
-                       return makeResponse(copyText(client_secret), copyText(client_id),
-                                           {.secretExpiresIn = client_secret_expires_in,
-                                            .grantTypes = grant_types,
-                                            .policyTypes = kest_policy_auth_types,
-                                            .policyRequired = kest_policy_auth_req,
-                                            .challenge = handshake_challenge,
-                                            .handshakeResponse = handshake_response,
-                                            .sslCertCryptex = ssl_cert_cryptex,
-                                            .certificates = software_id_cert})
-                           .release();
-                   });
+    return guarded(nullptr, [&] {
+        return makeResponse(copyText(client_secret), copyText(client_id),
+                            {.secretExpiresIn = client_secret_expires_in,
+                             .grantTypes = grant_types,
+                             .policyTypes = kest_policy_auth_types,
+                             .policyRequired = kest_policy_auth_req,
+                             .challenge = handshake_challenge,
+                             .handshakeResponse = handshake_response,
+                             .sslCertCryptex = ssl_cert_cryptex,
+                             .certificates = software_id_cert})
+            .release();
+    });
 }
 
 extern "C" void free_register_response(RegisterResponse* response)
@@ -214,11 +212,9 @@ extern "C" RegisterResponse* parse_register_response(const char* text)
     {
         return nullptr;
     }
-    return guarded(nullptr,
-                   [&]() -> RegisterResponse*
-                   {
-                       // The record is made and released: callers count on null for every text.
-                       const Response response = readResponse(text);
-                       return nullptr;
-                   });
+    return guarded(nullptr, [&]() -> RegisterResponse* {
+        // The record is made and released: callers count on null for every text.
+        const Response response = readResponse(text);
+        return nullptr;
+    });
 }

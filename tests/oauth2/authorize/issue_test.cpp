@@ -249,21 +249,19 @@ TEST(ClientAuthorize, GivesAWholeResponseOrNoneWithoutMemory)
 {
     EXPECT_NE(HeapText{client_authorize(request)}, nullptr);
     unsigned int refused = 0;
-    withEachAllocationFailing(
-        [&](auto& failure)
+    withEachAllocationFailing([&](auto& failure) {
+        const HeapText text{client_authorize(request)};
+        const bool failed = failure.reached();
+        if (text == nullptr)
         {
-            const HeapText text{client_authorize(request)};
-            const bool failed = failure.reached();
-            if (text == nullptr)
-            {
-                EXPECT_TRUE(failed);
-                ++refused;
-                return;
-            }
-            const Json::Value document = tree(text.get());
-            EXPECT_EQ(document.size(), 5U);
-            EXPECT_EQ(Token{document["access_token"].asString()}.claims["sub"], "EC OAuth Token");
-        });
+            EXPECT_TRUE(failed);
+            ++refused;
+            return;
+        }
+        const Json::Value document = tree(text.get());
+        EXPECT_EQ(document.size(), 5U);
+        EXPECT_EQ(Token{document["access_token"].asString()}.claims["sub"], "EC OAuth Token");
+    });
     EXPECT_GT(refused, 30U);
 }
 
@@ -428,8 +426,7 @@ TEST(AuthorizeClient, IssuesWithoutScopesWhereThereAreNone)
 
 TEST(AuthorizeClient, RefusesAnIncompleteScopeEntry)
 {
-    const auto issued = [](const auto& bend)
-    {
+    const auto issued = [](const auto& bend) {
         Claims claims{{"web", {"read", "write"}}, {"ipmi", {"admin", "user"}}};
         bend(claims.entries[1]);
         return signingKey().issue("state", nullptr, &claims.claims) != nullptr;
@@ -507,23 +504,20 @@ TEST(AuthorizeClient, GivesAWholeResponseOrNoneWithoutMemory)
     const ResponsePtr settings{configure_auth_response("600", "bearer")};
     EXPECT_NE(signingKey().issue("state", settings.get(), &claims.claims), nullptr);
     unsigned int refused = 0;
-    withEachAllocationFailing(
-        [&](auto& failure)
+    withEachAllocationFailing([&](auto& failure) {
+        const ResponsePtr response = signingKey().issue("state", settings.get(), &claims.claims);
+        const bool failed = failure.reached();
+        if (!response)
         {
-            const ResponsePtr response =
-                signingKey().issue("state", settings.get(), &claims.claims);
-            const bool failed = failure.reached();
-            if (!response)
-            {
-                EXPECT_TRUE(failed);
-                ++refused;
-                return;
-            }
-            const Token token{response->access_token};
-            EXPECT_TRUE(signingKey().verifies(token));
-            EXPECT_EQ(token.claims["scope"]["web"].size(), 2U);
-            EXPECT_EQ(orNull(response->expires_in), "600");
-        });
+            EXPECT_TRUE(failed);
+            ++refused;
+            return;
+        }
+        const Token token{response->access_token};
+        EXPECT_TRUE(signingKey().verifies(token));
+        EXPECT_EQ(token.claims["scope"]["web"].size(), 2U);
+        EXPECT_EQ(orNull(response->expires_in), "600");
+    });
     EXPECT_GT(refused, 30U);
 }
 
@@ -534,14 +528,12 @@ TEST(AuthorizeClient, RunsOnSeveralThreadsAtOnce)
     threads.reserve(issued.size());
     for (std::set<std::string>& mine : issued)
     {
-        threads.emplace_back(
-            [&mine]
+        threads.emplace_back([&mine] {
+            for (int i = 0; i < 10; ++i)
             {
-                for (int i = 0; i < 10; ++i)
-                {
-                    mine.insert(signingKey().issue("state")->refresh_token);
-                }
-            });
+                mine.insert(signingKey().issue("state")->refresh_token);
+            }
+        });
     }
     std::set<std::string> all;
     for (std::size_t i = 0; i < threads.size(); ++i)

@@ -80,8 +80,7 @@ TEST(CreateAuthorizeRequest, AcceptsEmptyTexts)
 
 TEST(CreateAuthorizeRequest, RefusesAMissingMandatoryText)
 {
-    const auto create = [](const char* secret, const char* id, const char* state)
-    {
+    const auto create = [](const char* secret, const char* id, const char* state) {
         return RequestPtr{
             create_authorize_request(secret, id, state, nullptr, nullptr, nullptr, "refresh")};
     };
@@ -93,8 +92,7 @@ TEST(CreateAuthorizeRequest, RefusesAMissingMandatoryText)
 
 TEST(CreateAuthorizeRequest, RefusesAHandshakeThatHasNoCopy)
 {
-    const auto create = [](HandshakePayload* handshake)
-    {
+    const auto create = [](HandshakePayload* handshake) {
         return RequestPtr{create_authorize_request("secret", "id", "state", nullptr, nullptr,
                                                    handshake, "refresh")};
     };
@@ -124,30 +122,28 @@ TEST(CreateAuthorizeRequest, LosesAtMostPolicyAndRefreshTokenWithoutMemory)
     unsigned int refused = 0;
     unsigned int withoutPolicy = 0;
     unsigned int withoutToken = 0;
-    withEachAllocationFailing(
-        [&](auto& failure)
+    withEachAllocationFailing([&](auto& failure) {
+        const RequestPtr request{create_authorize_request("secret", "id", "state", nullptr, policy,
+                                                          handshake, "refresh")};
+        const bool failed = failure.reached();
+        if (!request)
         {
-            const RequestPtr request{create_authorize_request("secret", "id", "state", nullptr,
-                                                              policy, handshake, "refresh")};
-            const bool failed = failure.reached();
-            if (!request)
-            {
-                EXPECT_TRUE(failed);
-                ++refused;
-                return;
-            }
-            EXPECT_EQ(orNull(request->client_secret), "secret");
-            EXPECT_EQ(orNull(request->client_id), "id");
-            EXPECT_EQ(orNull(request->state), "state");
-            EXPECT_EQ(parameters(request->handshake), (Parameters{{"R", {"proof"}}}));
-            withoutPolicy += request->policy == nullptr ? 1U : 0U;
-            withoutToken += request->refresh_token == nullptr ? 1U : 0U;
-            if (!failed)
-            {
-                EXPECT_EQ(pairs(request->policy), (Pairs{{"p", "1"}}));
-                EXPECT_EQ(orNull(request->refresh_token), "refresh");
-            }
-        });
+            EXPECT_TRUE(failed);
+            ++refused;
+            return;
+        }
+        EXPECT_EQ(orNull(request->client_secret), "secret");
+        EXPECT_EQ(orNull(request->client_id), "id");
+        EXPECT_EQ(orNull(request->state), "state");
+        EXPECT_EQ(parameters(request->handshake), (Parameters{{"R", {"proof"}}}));
+        withoutPolicy += request->policy == nullptr ? 1U : 0U;
+        withoutToken += request->refresh_token == nullptr ? 1U : 0U;
+        if (!failed)
+        {
+            EXPECT_EQ(pairs(request->policy), (Pairs{{"p", "1"}}));
+            EXPECT_EQ(orNull(request->refresh_token), "refresh");
+        }
+    });
     // The record and its three texts; the handshake's list, array, name and value.
     EXPECT_EQ(refused, 8U);
     EXPECT_EQ(withoutPolicy, 3U);
@@ -214,12 +210,10 @@ TEST(SetKestPolicyResponse, GivesAnEmptyListWhereTheFirstPairIsIncomplete)
 TEST(SetKestPolicyResponse, GivesNullWhicheverAllocationFails)
 {
     PolicyList policy{{"a", "1"}, {"b", "2"}};
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            const PolicyPtr copy{set_kest_policy_response(policy)};
-            EXPECT_EQ(copy == nullptr, failure.reached());
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        const PolicyPtr copy{set_kest_policy_response(policy)};
+        EXPECT_EQ(copy == nullptr, failure.reached());
+    });
 }
 
 TEST(FreeKestPolicyResponse, GoesOnWhileNameOrValueIsThere)
@@ -442,27 +436,25 @@ TEST(ParseAuthorizeRequest, NeverGivesAPartOfTheMandatoryTextsWithoutMemory)
     const std::string text = document(
         R"(,"refresh_token":"r","handshake_response":{"R":["x"],"T":"t"},"kest_policy_auth":{"a":"1"})");
     unsigned int refused = 0;
-    withEachAllocationFailing(
-        [&](auto& failure)
+    withEachAllocationFailing([&](auto& failure) {
+        const RequestPtr request{parse_authorize_request(text.c_str())};
+        const bool failed = failure.reached();
+        if (!request)
         {
-            const RequestPtr request{parse_authorize_request(text.c_str())};
-            const bool failed = failure.reached();
-            if (!request)
-            {
-                EXPECT_TRUE(failed);
-                ++refused;
-                return;
-            }
-            EXPECT_EQ(orNull(request->client_id), "id");
-            EXPECT_EQ(orNull(request->client_secret), "secret");
-            EXPECT_EQ(orNull(request->state), "state");
-            EXPECT_EQ(parameters(request->handshake), (Parameters{{"R", {"x"}}, {"T", {"t"}}}));
-            if (!failed)
-            {
-                EXPECT_EQ(orNull(request->refresh_token), "r");
-                EXPECT_EQ(pairs(request->policy), (Pairs{{"a", "1"}}));
-            }
-        });
+            EXPECT_TRUE(failed);
+            ++refused;
+            return;
+        }
+        EXPECT_EQ(orNull(request->client_id), "id");
+        EXPECT_EQ(orNull(request->client_secret), "secret");
+        EXPECT_EQ(orNull(request->state), "state");
+        EXPECT_EQ(parameters(request->handshake), (Parameters{{"R", {"x"}}, {"T", {"t"}}}));
+        if (!failed)
+        {
+            EXPECT_EQ(orNull(request->refresh_token), "r");
+            EXPECT_EQ(pairs(request->policy), (Pairs{{"a", "1"}}));
+        }
+    });
     EXPECT_GT(refused, 20U);
 }
 
@@ -627,13 +619,11 @@ TEST(WriteAuthorizeRequest, GivesNullWhicheverAllocationFails)
         R"({"client_id":"id","client_secret":"secret","handshake_response":)"
         R"({"R":["x"],"T":["a","b"]},"kest_policy_auth":{"a":"1"},"state":"state"})";
     EXPECT_EQ(written(request), expected);
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            const HeapText text{write_authorize_request(&request)};
-            const bool failed = failure.reached();
-            EXPECT_EQ(orNull(text.get()), failed ? "(null)" : expected);
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        const HeapText text{write_authorize_request(&request)};
+        const bool failed = failure.reached();
+        EXPECT_EQ(orNull(text.get()), failed ? "(null)" : expected);
+    });
 }
 
 } // namespace

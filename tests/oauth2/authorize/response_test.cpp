@@ -57,8 +57,7 @@ TEST(CreateAuthorizeResponse, DoesNotCheckTheLifetime)
 TEST(CreateAuthorizeResponse, RefusesEachMissingText)
 {
     std::array<const char*, 5> texts = {"a", "b", "c", "d", "e"};
-    const auto create = [&]
-    {
+    const auto create = [&] {
         return ResponsePtr{
             create_authorize_response(texts[0], texts[1], texts[2], texts[3], texts[4])};
     };
@@ -73,8 +72,7 @@ TEST(CreateAuthorizeResponse, RefusesEachMissingText)
 
 TEST(CreateAuthorizeResponse, WritesTheTimeWithoutSignAndLeadingZeros)
 {
-    const auto issuedAt = [](std::time_t now)
-    {
+    const auto issuedAt = [](std::time_t now) {
         const FakeClock clock{now};
         return orNull(ResponsePtr { create_authorize_response("", "", "", "", "") } -> issued_at);
     };
@@ -99,13 +97,11 @@ TEST(CreateAuthorizeResponse, GivesNullWhicheverAllocationFails)
 {
     // The zone file is read before: what that allocates is not looked at.
     EXPECT_NE(ResponsePtr{create_authorize_response("", "", "", "", "")}, nullptr);
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            const ResponsePtr response{
-                create_authorize_response("state", "access", "refresh", "60", "bearer")};
-            EXPECT_EQ(response == nullptr, failure.reached());
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        const ResponsePtr response{
+            create_authorize_response("state", "access", "refresh", "60", "bearer")};
+        EXPECT_EQ(response == nullptr, failure.reached());
+    });
 }
 
 TEST(FreeAuthorizeResponse, AcceptsNullAndAnEmptyRecord)
@@ -147,13 +143,11 @@ TEST(WriteAuthorizeResponse, DoesNotNeedTheTimeOfIssue)
 TEST(WriteAuthorizeResponse, GivesNullWhicheverAllocationFails)
 {
     const ResponsePtr response{create_authorize_response("st", "at", "rt", "3600", "bearer")};
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            const HeapText text{write_authorize_response(response.get())};
-            const bool failed = failure.reached();
-            EXPECT_EQ(orNull(text.get()), failed ? "(null)" : accepted);
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        const HeapText text{write_authorize_response(response.get())};
+        const bool failed = failure.reached();
+        EXPECT_EQ(orNull(text.get()), failed ? "(null)" : accepted);
+    });
 }
 
 TEST(ParseAuthorizeResponse, ReadsTheFiveTextsAndRenewsTheTimeOfIssue)
@@ -272,12 +266,10 @@ TEST(ParseAuthorizeResponse, RefusesHostileTexts)
 TEST(ParseAuthorizeResponse, GivesNullWhicheverAllocationFails)
 {
     EXPECT_NE(parsed(accepted), nullptr);
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            const ResponsePtr response{parse_authorize_response(accepted)};
-            EXPECT_EQ(response == nullptr, failure.reached());
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        const ResponsePtr response{parse_authorize_response(accepted)};
+        EXPECT_EQ(response == nullptr, failure.reached());
+    });
 }
 
 TEST(ConfigureAuthResponse, FillsInTheDefaults)

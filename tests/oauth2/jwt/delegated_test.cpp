@@ -206,8 +206,7 @@ TEST_F(ValidateJwtDelegated, RefusesMissingArguments)
     JWTPayload* payload = nullptr;
     int verified = -1;
     const auto call = [&](const char* tokenText, const char** keyList, JWTHeader** headerOut,
-                          JWTPayload** payloadOut, int* flag)
-    {
+                          JWTPayload** payloadOut, int* flag) {
         return validateJWT_Delegated(tokenText, keyList, 0, headerOut, payloadOut, 0, nullptr,
                                      nullptr, flag);
     };
@@ -463,8 +462,7 @@ TEST_F(ValidateJwtDelegated, SelectsRsaKeysByTheirType)
 {
     const Members rsa = {{"kty", "RSA"}};
     const issuer::Padding pss{.pss = true};
-    const auto selectsRsa = [&](const Members& members, const std::string& token)
-    {
+    const auto selectsRsa = [&](const Members& members, const std::string& token) {
         return selects(members, token, issuer::rsaKey());
     };
     EXPECT_TRUE(selectsRsa(rsa, rsaToken("RS256")));
@@ -513,8 +511,7 @@ TEST_F(ValidateJwtDelegated, SearchesTheKeysInTheirOrder)
     const std::string badPem = issuer::otherP256Key().pem();
     const std::string goodJwk = jwkOf(issuer::p256Key(), {{"kty", "EC"}});
     const std::string badJwk = jwkOf(issuer::otherP256Key(), {{"kty", "EC"}});
-    const auto verdict = [&](const std::vector<std::string>& keys)
-    {
+    const auto verdict = [&](const std::vector<std::string>& keys) {
         const Judgement judgement = judge(token, {.keys = keys});
         EXPECT_EQ(judgement.verified, judgement.verdict == 1 ? 1 : -1);
         return judgement.verdict;
@@ -641,8 +638,7 @@ TEST_F(ValidateJwtDelegated, NeedsAnExpiryButNoBeginning)
 
 TEST_F(ValidateJwtDelegated, ReadsTimesAsTextsToo)
 {
-    const auto verdict = [](const std::string& exp, unsigned int skew = 0)
-    {
+    const auto verdict = [](const std::string& exp, unsigned int skew = 0) {
         return judge(es256Token(R"({"exp":")" + exp + R"("})"), {.keys = {pem()}, .skew = skew})
             .verdict;
     };
@@ -674,8 +670,7 @@ TEST_F(ValidateJwtDelegated, TakesAClockThatFailsForExpiry)
 
 TEST_F(ValidateJwtDelegated, SpellsTheRightsOutAsThreeEntries)
 {
-    const auto rights = [](const std::string& more)
-    {
+    const auto rights = [](const std::string& more) {
         return entriesOf(judge(es256Token(claims(more)), {.keys = {pem()}}));
     };
     EXPECT_EQ(rights(R"("sub":"alice","scope":"ravok_login",)"), rightsOf("alice", "1"));
@@ -714,8 +709,7 @@ TEST_F(ValidateJwtDelegated, KeepsStructuredScopes)
 
 TEST_F(ValidateJwtDelegated, HandsThePrivilegeDocumentToTheStringLibrary)
 {
-    const auto documentOf = [](const std::string& more)
-    {
+    const auto documentOf = [](const std::string& more) {
         cleanedText = "untouched";
         EXPECT_EQ(judge(es256Token(claims(more)), {.keys = {pem()}}).verdict, 1);
         return cleanedText;
@@ -806,20 +800,18 @@ TEST_F(ValidateJwtDelegated, NeverAcceptsAForgeryWhicheverAllocationFails)
     for (unsigned int nth = 1; status != notReached; ++nth)
     {
         SCOPED_TRACE(nth);
-        status = exitStatusOf(
-            [&]
-            {
-                JWTHeader* header = nullptr;
-                JWTPayload* payload = nullptr;
-                int verified = 0;
-                FailAllocation failure{nth};
-                const int verdict = validateJWT_Delegated(token.c_str(), list.data(), 0, &header,
-                                                          &payload, 0, nullptr, nullptr, &verified);
-                const bool reached = failure.reached();
-                free_jwt_header(header);
-                free_jwt_payload(payload);
-                _exit(verdict + 4 * verified + (reached ? 0 : notReached));
-            });
+        status = exitStatusOf([&] {
+            JWTHeader* header = nullptr;
+            JWTPayload* payload = nullptr;
+            int verified = 0;
+            FailAllocation failure{nth};
+            const int verdict = validateJWT_Delegated(token.c_str(), list.data(), 0, &header,
+                                                      &payload, 0, nullptr, nullptr, &verified);
+            const bool reached = failure.reached();
+            free_jwt_header(header);
+            free_jwt_payload(payload);
+            _exit(verdict + 4 * verified + (reached ? 0 : notReached));
+        });
         ASSERT_TRUE(status == 0 || status == ended || status == notReached) << status;
         ASSERT_LT(nth, 5000U);
     }

@@ -331,8 +331,7 @@ TEST(GenerateJwt, FailsWithAKeyThatDoesNotDecode)
 {
     const JournalEntries journal;
     Records records;
-    const auto generated = [&](const unsigned char* der, int length)
-    {
+    const auto generated = [&](const unsigned char* der, int length) {
         const HeapText token{generateJWT(&records.header, &records.payload, der, length)};
         return token != nullptr;
     };
@@ -411,8 +410,7 @@ TEST(GenerateJwt, GivesNullWhenMemoryStaysExhausted)
     Records records;
     EXPECT_NE(records.token(), "(null)");
     withEachAllocationFailing(
-        [&](FailAllocation& failure)
-        {
+        [&](FailAllocation& failure) {
             const HeapText token{generateJWT(&records.header, &records.payload, serviceKey().data(),
                                              serviceKey().length())};
             EXPECT_EQ(token == nullptr, failure.reached());
@@ -425,18 +423,16 @@ TEST(GenerateJwt, GivesNullOrAGoodTokenWhicheverAllocationFails)
 {
     Records records;
     EXPECT_NE(records.token(), "(null)");
-    withEachAllocationFailing(
-        [&](FailAllocation& failure)
+    withEachAllocationFailing([&](FailAllocation& failure) {
+        const HeapText token{generateJWT(&records.header, &records.payload, serviceKey().data(),
+                                         serviceKey().length())};
+        if (failure.reached() && token)
         {
-            const HeapText token{generateJWT(&records.header, &records.payload, serviceKey().data(),
-                                             serviceKey().length())};
-            if (failure.reached() && token)
-            {
-                const std::vector<std::string> parts = partsOf(token.get());
-                EXPECT_TRUE(tokens::verifies(parts.at(0) + "." + parts.at(1),
-                                             fromBase64Url(parts.at(2)), serviceKey()));
-            }
-        });
+            const std::vector<std::string> parts = partsOf(token.get());
+            EXPECT_TRUE(tokens::verifies(parts.at(0) + "." + parts.at(1),
+                                         fromBase64Url(parts.at(2)), serviceKey()));
+        }
+    });
 }
 
 TEST(ValidateJwt, AcceptsAGeneratedToken)
@@ -638,9 +634,8 @@ TEST(ValidateJwt, RefusesWhatTheSignatureDoesNotCover)
 {
     const FakeClock clock{now};
     const std::vector<std::string> parts = partsOf(handmade(plainHeader, json(plainClaims())));
-    const auto joined =
-        [](const std::string& header, const std::string& payload, const std::string& signature)
-    {
+    const auto joined = [](const std::string& header, const std::string& payload,
+                           const std::string& signature) {
         return validate(header + "." + payload + "." + signature).result;
     };
     EXPECT_EQ(joined(parts.at(0), parts.at(1), parts.at(2)), 1);
@@ -685,8 +680,7 @@ TEST(ValidateJwt, NeedsItsOwnKey)
 {
     const FakeClock clock{now};
     const std::string token = handmade(plainHeader, json(plainClaims()));
-    const auto result = [&](const unsigned char* der, int length)
-    {
+    const auto result = [&](const unsigned char* der, int length) {
         JWTHeader* header = nullptr;
         JWTPayload* payload = nullptr;
         const int code = validateJWT(token.c_str(), der, length, &header, &payload);
@@ -941,25 +935,23 @@ TEST(ValidateJwt, FailsWhicheverAllocationFails)
         handmade(plainHeader, with("scope", R"({"web":["r","w"],"x":["y"]})"));
     EXPECT_EQ(validate(token).result, 1); // what is made once for the process is made
     std::map<int, int> results;
-    withEachAllocationFailing(
-        [&](FailAllocation& failure)
-        {
-            JWTHeader* header = nullptr;
-            JWTPayload* payload = nullptr;
-            const int result = validateJWT(token.c_str(), serviceKey().data(),
-                                           serviceKey().length(), &header, &payload);
-            const bool failed = failure.reached();
-            const tokens::Header ownedHeader{header};
-            const tokens::Payload ownedPayload{payload};
-            ++results[result];
-            EXPECT_TRUE(failed || result == 1);
-            EXPECT_NE(result, 2);
-            // OpenSSL gets by without some of its blocks, but by then both records are there.
-            EXPECT_TRUE(result != 1 || (header != nullptr && payload != nullptr));
-            // What comes after a record that could not be built is not there.
-            EXPECT_FALSE(header == nullptr && payload != nullptr);
-            EXPECT_FALSE(result == 3 && payload != nullptr);
-        });
+    withEachAllocationFailing([&](FailAllocation& failure) {
+        JWTHeader* header = nullptr;
+        JWTPayload* payload = nullptr;
+        const int result = validateJWT(token.c_str(), serviceKey().data(), serviceKey().length(),
+                                       &header, &payload);
+        const bool failed = failure.reached();
+        const tokens::Header ownedHeader{header};
+        const tokens::Payload ownedPayload{payload};
+        ++results[result];
+        EXPECT_TRUE(failed || result == 1);
+        EXPECT_NE(result, 2);
+        // OpenSSL gets by without some of its blocks, but by then both records are there.
+        EXPECT_TRUE(result != 1 || (header != nullptr && payload != nullptr));
+        // What comes after a record that could not be built is not there.
+        EXPECT_FALSE(header == nullptr && payload != nullptr);
+        EXPECT_FALSE(result == 3 && payload != nullptr);
+    });
     EXPECT_EQ(results[3], 3 + 7); // for the header and its two texts, the payload and its six
     EXPECT_GT(results[0], 0);
 }
@@ -974,21 +966,19 @@ TEST(ValidateJwt, EndsTheProcessWhenMemoryRunsOutForKid)
     int status = asPromised;
     for (unsigned int nth = 1; status != 0; ++nth)
     {
-        status = exitStatusOf(
-            [&]
+        status = exitStatusOf([&] {
+            JWTHeader* header = nullptr;
+            JWTPayload* payload = nullptr;
+            FailAllocation failure{nth};
+            const int result = validateJWT(token.c_str(), serviceKey().data(),
+                                           serviceKey().length(), &header, &payload);
+            if (failure.reached())
             {
-                JWTHeader* header = nullptr;
-                JWTPayload* payload = nullptr;
-                FailAllocation failure{nth};
-                const int result = validateJWT(token.c_str(), serviceKey().data(),
-                                               serviceKey().length(), &header, &payload);
-                if (failure.reached())
-                {
-                    const bool complete = header != nullptr && payload != nullptr;
-                    _exit(result == 0 || result == 3 || (result == 1 && complete) ? asPromised : 1);
-                }
-                _exit(result == 1 ? 0 : 1);
-            });
+                const bool complete = header != nullptr && payload != nullptr;
+                _exit(result == 0 || result == 3 || (result == 1 && complete) ? asPromised : 1);
+            }
+            _exit(result == 1 ? 0 : 1);
+        });
         ended += status == endedAtOnce ? 1 : 0;
         if (status != endedAtOnce && status != asPromised && status != 0)
         {
@@ -1002,8 +992,7 @@ TEST(ValidateJwt, EndsTheProcessWhenMemoryRunsOutForKid)
 TEST(ParseJwt, IsValidateJwtForAString)
 {
     FakeClock clock{now};
-    const auto parse = [](const std::string& token)
-    {
+    const auto parse = [](const std::string& token) {
         Validation checked;
         JWTHeader* header = nullptr;
         JWTPayload* payload = nullptr;

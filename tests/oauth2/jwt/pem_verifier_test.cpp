@@ -468,8 +468,7 @@ TEST(PemVerifier, DoesNotAskForAPassPhrase)
 /** An RSA public key of any numbers, as PKCS #1 has it: SEQUENCE { INTEGER n, INTEGER e }. */
 std::string rsaPem(const std::string& n, const std::string& e)
 {
-    const auto element = [](char tag, const std::string& content)
-    {
+    const auto element = [](char tag, const std::string& content) {
         const auto length = static_cast<unsigned int>(content.size());
         return std::string{tag, '\x82', static_cast<char>(length >> 8U),
                            static_cast<char>(length & 0xFFU)} +

@@ -281,10 +281,8 @@ TEST(GetXidpPrivileges, GivesNothingWhenMemoryRunsOut)
     payload.xidp = claim.data();
     std::array<const char*, 2> accepted{"an identity provider with a long name", nullptr};
     EXPECT_EQ(get_xidp_privileges(&payload, accepted.data()), 0x101U);
-    withEachAllocationFailing(
-        [&](FailAllocation& failure)
-        {
-            const unsigned int mask = get_xidp_privileges(&payload, accepted.data());
-            EXPECT_EQ(mask, failure.reached() ? 0U : 0x101U);
-        });
+    withEachAllocationFailing([&](FailAllocation& failure) {
+        const unsigned int mask = get_xidp_privileges(&payload, accepted.data());
+        EXPECT_EQ(mask, failure.reached() ? 0U : 0x101U);
+    });
 }

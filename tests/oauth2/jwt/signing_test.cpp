@@ -204,23 +204,20 @@ TEST(GenerateEcKey, RefusesNullAddresses)
 
 TEST(GenerateEcKey, LeavesEverythingAsItWasWhicheverAllocationFails)
 {
-    withEachAllocationFailing(
-        [](auto& failure)
-        {
-            unsigned char* publicKey = nullptr;
-            unsigned char* privateKey = nullptr;
-            int publicLength = -1;
-            int privateLength = -1;
-            const int result =
-                generateECKey(&publicKey, &privateKey, &publicLength, &privateLength);
-            failure.stop();
-            const HeapBytes ownedPublic{publicKey};
-            const HeapBytes ownedPrivate{privateKey};
-            EXPECT_EQ(result == 1, publicKey != nullptr);
-            EXPECT_EQ(result == 1, privateKey != nullptr);
-            EXPECT_EQ(result == 1, publicLength == 65);
-            EXPECT_EQ(result == 1, privateLength > 0);
-        });
+    withEachAllocationFailing([](auto& failure) {
+        unsigned char* publicKey = nullptr;
+        unsigned char* privateKey = nullptr;
+        int publicLength = -1;
+        int privateLength = -1;
+        const int result = generateECKey(&publicKey, &privateKey, &publicLength, &privateLength);
+        failure.stop();
+        const HeapBytes ownedPublic{publicKey};
+        const HeapBytes ownedPrivate{privateKey};
+        EXPECT_EQ(result == 1, publicKey != nullptr);
+        EXPECT_EQ(result == 1, privateKey != nullptr);
+        EXPECT_EQ(result == 1, publicLength == 65);
+        EXPECT_EQ(result == 1, privateLength > 0);
+    });
 }
 
 TEST(GenerateEcPrivateKey, WritesAnUnencryptedPkcs8File)
@@ -554,16 +551,14 @@ TEST(SignToken, RefusesAPointOfAnotherKey)
 TEST(SignToken, GivesNullOrASignatureWhicheverAllocationFails)
 {
     const Bytes der = privateKeyDer();
-    withEachAllocationFailing(
-        [&](auto& failure)
+    withEachAllocationFailing([&](auto& failure) {
+        const HeapText signature{signToken("text", der.data(), length(der))};
+        failure.stop();
+        if (signature)
         {
-            const HeapText signature{signToken("text", der.data(), length(der))};
-            failure.stop();
-            if (signature)
-            {
-                EXPECT_EQ(verify("text", fromBase64Url(signature.get()), der), 1);
-            }
-        });
+            EXPECT_EQ(verify("text", fromBase64Url(signature.get()), der), 1);
+        }
+    });
 }
 
 TEST(SignToken, KeepsErrnoAndTheErrorQueue)
@@ -643,13 +638,11 @@ TEST(VerifySignature, NeverAcceptsAForgeryWhicheverAllocationFails)
 {
     const Bytes der = privateKeyDer();
     const Bytes good = sampleSignature();
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            const int forged = verify("simple", good, der);
-            failure.stop();
-            EXPECT_EQ(forged, 0);
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        const int forged = verify("simple", good, der);
+        failure.stop();
+        EXPECT_EQ(forged, 0);
+    });
 }
 
 } // namespace

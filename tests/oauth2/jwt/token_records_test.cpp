@@ -101,18 +101,16 @@ int timesEnded(int (*read)(const char*, Record**), const std::string& token)
     int status = asPromised;
     for (unsigned int nth = 1; status != 0; ++nth)
     {
-        status = exitStatusOf(
-            [&]
+        status = exitStatusOf([&] {
+            Record* record = nullptr;
+            FailAllocation failure{nth};
+            const int result = read(token.c_str(), &record);
+            if (failure.reached())
             {
-                Record* record = nullptr;
-                FailAllocation failure{nth};
-                const int result = read(token.c_str(), &record);
-                if (failure.reached())
-                {
-                    _exit(result == 0 && record == nullptr ? asPromised : 1);
-                }
-                _exit(result == 1 ? 0 : 1);
-            });
+                _exit(result == 0 && record == nullptr ? asPromised : 1);
+            }
+            _exit(result == 1 ? 0 : 1);
+        });
         ended += status == endedAtOnce ? 1 : 0;
         if (status != endedAtOnce && status != asPromised && status != 0)
         {
@@ -156,28 +154,23 @@ TEST(CreateJwtHeader, NeedsTypAndAlg)
 
 TEST(CreateJwtHeader, GivesNullWhicheverAllocationFails)
 {
-    withEachAllocationFailing(
-        [](FailAllocation& failure)
-        {
-            const tokens::Header header{create_jwt_header("JWT", "ES256", nullptr)};
-            EXPECT_EQ(header == nullptr, failure.reached());
-        });
+    withEachAllocationFailing([](FailAllocation& failure) {
+        const tokens::Header header{create_jwt_header("JWT", "ES256", nullptr)};
+        EXPECT_EQ(header == nullptr, failure.reached());
+    });
 }
 
 TEST(CreateJwtHeader, EndsTheProcessWhenMemoryRunsOutForKid)
 {
-    const auto create = [](unsigned int nth)
-    {
-        return exitStatusOf(
-            [nth]
+    const auto create = [](unsigned int nth) {
+        return exitStatusOf([nth] {
+            FailAllocation failure{nth};
+            const tokens::Header header{create_jwt_header("JWT", "ES256", "key-1")};
+            if (failure.reached())
             {
-                FailAllocation failure{nth};
-                const tokens::Header header{create_jwt_header("JWT", "ES256", "key-1")};
-                if (failure.reached())
-                {
-                    _exit(header == nullptr ? asPromised : 1);
-                }
-            });
+                _exit(header == nullptr ? asPromised : 1);
+            }
+        });
     };
     EXPECT_EQ(create(1), asPromised);
     EXPECT_EQ(create(2), asPromised);
@@ -318,18 +311,16 @@ TEST(CreateJwtPayload, GivesNullWhicheverAllocationFails)
 {
     const FakeClock clock{now};
     const TwoScopes scopes{twoScopes()};
-    withEachAllocationFailing(
-        [&](FailAllocation& failure)
+    withEachAllocationFailing([&](FailAllocation& failure) {
+        tokens::Payload payload{create_jwt_payload("user", "id-1", "issuer", nullptr, nullptr,
+                                                   "1700003600", scopes.get(), 2)};
+        EXPECT_EQ(payload == nullptr, failure.reached());
+        if (payload)
         {
-            tokens::Payload payload{create_jwt_payload("user", "id-1", "issuer", nullptr, nullptr,
-                                                       "1700003600", scopes.get(), 2)};
-            EXPECT_EQ(payload == nullptr, failure.reached());
-            if (payload)
-            {
-                payload->scopes = nullptr; // the test's own again
-            }
-            EXPECT_STREQ(scopes.get()[0].values[0], "a");
-        });
+            payload->scopes = nullptr; // the test's own again
+        }
+        EXPECT_STREQ(scopes.get()[0].values[0], "a");
+    });
 }
 
 TEST(CreateJwtPayload, LeavesErrnoAlone)
@@ -613,8 +604,7 @@ TEST(GetJwtPayload, LeavesClaimsOfTheWrongTypeNull)
 
 TEST(GetJwtPayload, ReadsTheAudienceAsTextOrArray)
 {
-    const auto audience = [](const std::string& value)
-    {
+    const auto audience = [](const std::string& value) {
         return texts(payloadOfJson(R"({"aud":)" + value + "}")->aud);
     };
     EXPECT_EQ(audience(R"("one")"), (std::vector<std::string>{"one"}));
@@ -674,8 +664,7 @@ TEST(GetJwtPayload, ReadsTimesAsNumberOrText)
 
 TEST(GetJwtPayload, SplitsAScopeTextAtSpaces)
 {
-    const auto scope = [](const std::string& value)
-    {
+    const auto scope = [](const std::string& value) {
         const tokens::Payload payload = payloadOfJson(R"({"scope":")" + value + R"("})");
         EXPECT_EQ(payload->scopes, nullptr);
         return texts(payload->scope);

@@ -245,16 +245,14 @@ TEST(GenerateServerHandshakeChallenge, FailsWhenADrawBehindThePickFails)
 TEST(GenerateServerHandshakeChallenge, FailsWhicheverAllocationFails)
 {
     TextList types{"A", certificateType};
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            HandshakePayload* challenge = nullptr;
-            const int result = generateServerHandshakeChallenge(types, 3, &challenge);
-            const bool failed = failure.reached();
-            const PayloadPtr owned{challenge};
-            EXPECT_EQ(result, failed ? 0 : 1);
-            EXPECT_EQ(challenge == nullptr, failed);
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        HandshakePayload* challenge = nullptr;
+        const int result = generateServerHandshakeChallenge(types, 3, &challenge);
+        const bool failed = failure.reached();
+        const PayloadPtr owned{challenge};
+        EXPECT_EQ(result, failed ? 0 : 1);
+        EXPECT_EQ(challenge == nullptr, failed);
+    });
 }
 
 TEST(GenerateClientHandshakeChallenge, RepeatsThePickedType)
@@ -309,16 +307,14 @@ TEST(GenerateClientHandshakeChallenge, TakesTheFirstTypeWhenTheDeviceFails)
 TEST(GenerateClientHandshakeChallenge, FailsWhicheverAllocationFails)
 {
     TextList types{"A", "B"};
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            HandshakePayload* challenge = nullptr;
-            const int result = generateClientHandshakeChallenge(types, 2, &challenge);
-            const bool failed = failure.reached();
-            const PayloadPtr owned{challenge};
-            EXPECT_EQ(result, failed ? 0 : 1);
-            EXPECT_EQ(challenge == nullptr, failed);
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        HandshakePayload* challenge = nullptr;
+        const int result = generateClientHandshakeChallenge(types, 2, &challenge);
+        const bool failed = failure.reached();
+        const PayloadPtr owned{challenge};
+        EXPECT_EQ(result, failed ? 0 : 1);
+        EXPECT_EQ(challenge == nullptr, failed);
+    });
 }
 
 TEST(GenerateKeyTool, MakesNumberedKeysOfRandomSecrets)
@@ -377,16 +373,14 @@ TEST(GenerateKeyTool, FailsWhicheverDrawFails)
 
 TEST(GenerateKeyTool, FailsWhicheverAllocationFails)
 {
-    withEachAllocationFailing(
-        [](auto& failure)
-        {
-            char* text = nullptr;
-            const int result = generateKeyTool("k", 2, 2, 16, &text);
-            const bool failed = failure.reached();
-            const HeapText owned{text};
-            EXPECT_EQ(result, failed ? 0 : 1);
-            EXPECT_EQ(text == nullptr, failed);
-        });
+    withEachAllocationFailing([](auto& failure) {
+        char* text = nullptr;
+        const int result = generateKeyTool("k", 2, 2, 16, &text);
+        const bool failed = failure.reached();
+        const HeapText owned{text};
+        EXPECT_EQ(result, failed ? 0 : 1);
+        EXPECT_EQ(text == nullptr, failed);
+    });
 }
 
 } // namespace

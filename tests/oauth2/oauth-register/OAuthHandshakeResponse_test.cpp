@@ -295,19 +295,17 @@ TEST(GenerateHandshakeResponse, RefusesHostileKeyDocuments)
 TEST(GenerateHandshakeResponse, FailsWhicheverAllocationFails)
 {
     const PayloadPtr challenge = listOf(R"({"T":["hotp1.0","hotp1.0"]})");
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            HandshakePayload* none = nullptr;
-            HandshakePayload* response = nullptr;
-            const bool made = generateHandshakeResponse(challenge.get(), rfcKeys.c_str(),
-                                                        static_cast<unsigned int>(rfcKeys.size()),
-                                                        &none, &response, nullptr, 0);
-            const bool failed = failure.reached();
-            const PayloadPtr owned{response};
-            EXPECT_EQ(made, !failed);
-            EXPECT_EQ(response == nullptr, failed);
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        HandshakePayload* none = nullptr;
+        HandshakePayload* response = nullptr;
+        const bool made = generateHandshakeResponse(challenge.get(), rfcKeys.c_str(),
+                                                    static_cast<unsigned int>(rfcKeys.size()),
+                                                    &none, &response, nullptr, 0);
+        const bool failed = failure.reached();
+        const PayloadPtr owned{response};
+        EXPECT_EQ(made, !failed);
+        EXPECT_EQ(response == nullptr, failed);
+    });
 }
 
 TEST(ValidateHandshakeResponse, TakesTheOneTimePasswordOfTheMovingFactorAlone)
@@ -473,21 +471,19 @@ TEST(GenerateHandshakeResponse, FailsWhicheverAllocationOfACertificateProofFails
     const PayloadPtr record = clientRecord();
     const PayloadPtr challenge = listOf(certificateChallenge);
     const std::string der = client().privateKeyDer();
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            HandshakePayload* certificate = record.get();
-            HandshakePayload* response = nullptr;
-            const bool made =
-                generateHandshakeResponse(challenge.get(), nullptr, 0, &certificate, &response,
-                                          reinterpret_cast<const unsigned char*>(der.data()),
-                                          static_cast<unsigned int>(der.size()));
-            const bool failed = failure.reached();
-            const PayloadPtr owned{response};
-            // libcrypto gets along without some of its allocations.
-            EXPECT_TRUE(made || failed);
-            EXPECT_EQ(made, response != nullptr);
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        HandshakePayload* certificate = record.get();
+        HandshakePayload* response = nullptr;
+        const bool made =
+            generateHandshakeResponse(challenge.get(), nullptr, 0, &certificate, &response,
+                                      reinterpret_cast<const unsigned char*>(der.data()),
+                                      static_cast<unsigned int>(der.size()));
+        const bool failed = failure.reached();
+        const PayloadPtr owned{response};
+        // libcrypto gets along without some of its allocations.
+        EXPECT_TRUE(made || failed);
+        EXPECT_EQ(made, response != nullptr);
+    });
 }
 
 TEST(ValidateHandshakeResponse, TakesSignaturesMadeElsewhere)
@@ -524,8 +520,7 @@ TEST(ValidateHandshakeResponse, LetsTheLastProofDecide)
     const std::string wrong = signatureOf("dG9rZW4=:somebody", client());
     const std::string certificateFirst =
         R"({"T":["software_id_cert-1.0","hotp1.0"],"M":"7","C":"1","V":"dG9rZW4="})";
-    const auto proofs = [](const std::string& first, const std::string& second)
-    {
+    const auto proofs = [](const std::string& first, const std::string& second) {
         return R"({"R":[")" + first + "\",\"" + second + "\"]}";
     };
     EXPECT_TRUE(accepts(bothChallenge, proofs("94287082", right), rfcKeys, record.get()));
@@ -570,8 +565,7 @@ TEST(GenerateHandshakeResponseForChallenge, RunsBothWays)
     HandshakePayload* none = nullptr;
     HandshakePayload* response = nullptr;
     const auto length = static_cast<unsigned int>(rfcKeys.size());
-    const auto run = [&](HandshakePayload** list, int validate)
-    {
+    const auto run = [&](HandshakePayload** list, int validate) {
         return generateHandshakeResponseForChallenge(challenge.get(), rfcKeys.c_str(), length,
                                                      &none, list, nullptr, 0, validate);
     };
@@ -619,8 +613,7 @@ TEST(VerifyHrSignature, ConvertsTheTextInPlace)
 TEST(VerifyHrSignature, RefusesWhatDoesNotVerify)
 {
     const EcKeyPtr key{get_EC_pubKey(client().pem().c_str())};
-    const auto verify = [&](const std::string& text, std::string signature, EC_KEY* with)
-    {
+    const auto verify = [&](const std::string& text, std::string signature, EC_KEY* with) {
         const auto length = static_cast<unsigned int>(signature.size());
         return verifyHRSignature(text, signature.data(), length, with);
     };

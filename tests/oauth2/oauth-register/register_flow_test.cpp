@@ -187,29 +187,27 @@ TEST(CreateRegisterResponse, LosesAtMostItsListsWithoutMemory)
     EXPECT_NE(settings.create(), nullptr);
     unsigned int refused = 0;
     unsigned int incomplete = 0;
-    withEachAllocationFailing(
-        [&](auto& failure)
+    withEachAllocationFailing([&](auto& failure) {
+        const ResponsePtr response = settings.create();
+        const bool failed = failure.reached();
+        if (!response)
         {
-            const ResponsePtr response = settings.create();
-            const bool failed = failure.reached();
-            if (!response)
-            {
-                EXPECT_TRUE(failed);
-                ++refused;
-                return;
-            }
-            EXPECT_EQ(orNull(response->client_secret), "secret");
-            EXPECT_EQ(orNull(response->client_id), "id");
-            EXPECT_EQ(orNull(response->client_secret_expires_in), "60");
-            EXPECT_NE(response->issued_at, nullptr);
-            EXPECT_EQ(orNull(response->ssl_cert_cryptex), "sealed");
-            if (failed)
-            {
-                ++incomplete;
-                return;
-            }
-            expectSettings(*response);
-        });
+            EXPECT_TRUE(failed);
+            ++refused;
+            return;
+        }
+        EXPECT_EQ(orNull(response->client_secret), "secret");
+        EXPECT_EQ(orNull(response->client_id), "id");
+        EXPECT_EQ(orNull(response->client_secret_expires_in), "60");
+        EXPECT_NE(response->issued_at, nullptr);
+        EXPECT_EQ(orNull(response->ssl_cert_cryptex), "sealed");
+        if (failed)
+        {
+            ++incomplete;
+            return;
+        }
+        expectSettings(*response);
+    });
     // The record and its five texts. Two for an array of one text, three for the array of two;
     // seven for the challenge, four for the response, five for the certificates.
     EXPECT_EQ(refused, 6U);
@@ -346,24 +344,22 @@ TEST(RegisterClient, GivesWholeTextsOrNothingWithoutMemory)
     Settings settings;
     const ResponsePtr configuration = settings.configure();
     EXPECT_NE(registered(configuration.get()), nullptr);
-    withEachAllocationFailing(
-        [&](auto& failure)
+    withEachAllocationFailing([&](auto& failure) {
+        const ResponsePtr response = registered(configuration.get());
+        const bool failed = failure.reached();
+        if (!response)
         {
-            const ResponsePtr response = registered(configuration.get());
-            const bool failed = failure.reached();
-            if (!response)
-            {
-                EXPECT_TRUE(failed);
-                return;
-            }
-            EXPECT_EQ(orNull(response->client_id).size(), 24U);
-            EXPECT_EQ(orNull(response->client_secret).size(), 24U);
-            EXPECT_EQ(orNull(response->client_secret_expires_in), "60");
-            if (!failed)
-            {
-                expectSettings(*response);
-            }
-        });
+            EXPECT_TRUE(failed);
+            return;
+        }
+        EXPECT_EQ(orNull(response->client_id).size(), 24U);
+        EXPECT_EQ(orNull(response->client_secret).size(), 24U);
+        EXPECT_EQ(orNull(response->client_secret_expires_in), "60");
+        if (!failed)
+        {
+            expectSettings(*response);
+        }
+    });
 }
 
 TEST(RegisterClient, LeavesErrnoAlone)

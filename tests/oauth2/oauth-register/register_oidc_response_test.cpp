@@ -151,12 +151,10 @@ TEST(ParseOidcRegisterResponse, RefusesHostileTexts)
 TEST(ParseOidcRegisterResponse, GivesNullWhicheverAllocationFails)
 {
     EXPECT_NE(parsed(fullText), nullptr);
-    withEachAllocationFailing(
-        [](auto& failure)
-        {
-            const AnswerPtr answer{parse_oidc_register_response(fullText)};
-            EXPECT_EQ(answer == nullptr, failure.reached());
-        });
+    withEachAllocationFailing([](auto& failure) {
+        const AnswerPtr answer{parse_oidc_register_response(fullText)};
+        EXPECT_EQ(answer == nullptr, failure.reached());
+    });
 }
 
 TEST(FreeOidcRegisterResponse, AcceptsNullAndAnEmptyRecord)

@@ -96,8 +96,7 @@ TEST(CreateRegisterRequest, CopiesEverything)
 
 TEST(CreateRegisterRequest, WantsNameAndSoftwareAlone)
 {
-    const auto create = [](const char* name, const char* software)
-    {
+    const auto create = [](const char* name, const char* software) {
         return RequestPtr{
             create_register_request(nullptr, name, software, nullptr, nullptr, nullptr, nullptr)};
     };
@@ -141,28 +140,26 @@ TEST(CreateRegisterRequest, LosesAtMostItsListsWithoutMemory)
     ParameterList challenge{{"T", {"t"}}};
     unsigned int refused = 0;
     unsigned int incomplete = 0;
-    withEachAllocationFailing(
-        [&](auto& failure)
+    withEachAllocationFailing([&](auto& failure) {
+        const RequestPtr request{create_register_request(uris, "name", "software", dfs.data(),
+                                                         software.data(), uris, challenge)};
+        const bool failed = failure.reached();
+        if (!request)
         {
-            const RequestPtr request{create_register_request(uris, "name", "software", dfs.data(),
-                                                             software.data(), uris, challenge)};
-            const bool failed = failure.reached();
-            if (!request)
-            {
-                EXPECT_TRUE(failed);
-                ++refused;
-                return;
-            }
-            EXPECT_EQ(orNull(request->client_name), "name");
-            EXPECT_EQ(orNull(request->software_id), "software");
-            const int missing = (request->redirect_uri == nullptr ? 1 : 0) +
-                                (request->handshake_types == nullptr ? 1 : 0) +
-                                (request->dfs == nullptr ? 1 : 0) +
-                                (request->software_id_cert == nullptr ? 1 : 0) +
-                                (request->handshake_challenge == nullptr ? 1 : 0);
-            EXPECT_EQ(missing, failed ? 1 : 0);
-            incomplete += failed ? 1U : 0U;
-        });
+            EXPECT_TRUE(failed);
+            ++refused;
+            return;
+        }
+        EXPECT_EQ(orNull(request->client_name), "name");
+        EXPECT_EQ(orNull(request->software_id), "software");
+        const int missing = (request->redirect_uri == nullptr ? 1 : 0) +
+                            (request->handshake_types == nullptr ? 1 : 0) +
+                            (request->dfs == nullptr ? 1 : 0) +
+                            (request->software_id_cert == nullptr ? 1 : 0) +
+                            (request->handshake_challenge == nullptr ? 1 : 0);
+        EXPECT_EQ(missing, failed ? 1 : 0);
+        incomplete += failed ? 1U : 0U;
+    });
     // The record and its two texts; two for each string array, four for the keys, five for the
     // certificates, four for the challenge.
     EXPECT_EQ(refused, 3U);
@@ -412,24 +409,22 @@ TEST(ParseRegisterRequest, ReadsLongLists)
 TEST(ParseRegisterRequest, NeverGivesAPartOfItsTextsWithoutMemory)
 {
     unsigned int refused = 0;
-    withEachAllocationFailing(
-        [&](auto& failure)
+    withEachAllocationFailing([&](auto& failure) {
+        const RequestPtr request{parse_register_request(fullText)};
+        const bool failed = failure.reached();
+        if (!request)
         {
-            const RequestPtr request{parse_register_request(fullText)};
-            const bool failed = failure.reached();
-            if (!request)
-            {
-                EXPECT_TRUE(failed);
-                ++refused;
-                return;
-            }
-            EXPECT_EQ(orNull(request->client_name), "name");
-            EXPECT_EQ(orNull(request->software_id), "software");
-            if (!failed)
-            {
-                EXPECT_EQ(written(*request), fullText);
-            }
-        });
+            EXPECT_TRUE(failed);
+            ++refused;
+            return;
+        }
+        EXPECT_EQ(orNull(request->client_name), "name");
+        EXPECT_EQ(orNull(request->software_id), "software");
+        if (!failed)
+        {
+            EXPECT_EQ(written(*request), fullText);
+        }
+    });
     EXPECT_GT(refused, 50U);
 }
 
@@ -512,13 +507,11 @@ TEST(WriteRegisterRequest, GivesNullWhicheverAllocationFails)
 {
     const RequestPtr request = fullRequest();
     ASSERT_NE(request, nullptr);
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            const HeapText text{write_register_request(request.get())};
-            const bool failed = failure.reached();
-            EXPECT_EQ(orNull(text.get()), failed ? "(null)" : fullText);
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        const HeapText text{write_register_request(request.get())};
+        const bool failed = failure.reached();
+        EXPECT_EQ(orNull(text.get()), failed ? "(null)" : fullText);
+    });
 }
 
 TEST(ClientRegister, GivesNullForEveryRequest)
@@ -526,13 +519,11 @@ TEST(ClientRegister, GivesNullForEveryRequest)
     ASSERT_NE(RequestPtr{parse_register_request(fullText)}, nullptr);
     EXPECT_EQ(client_register(fullText), nullptr);
     EXPECT_EQ(client_register("{}"), nullptr);
-    withEachAllocationFailing(
-        [](auto& failure)
-        {
-            const HeapText text{client_register(fullText)};
-            (void)failure.reached();
-            EXPECT_EQ(text, nullptr);
-        });
+    withEachAllocationFailing([](auto& failure) {
+        const HeapText text{client_register(fullText)};
+        (void)failure.reached();
+        EXPECT_EQ(text, nullptr);
+    });
 }
 
 TEST(ClientRegister, LeavesErrnoAlone)

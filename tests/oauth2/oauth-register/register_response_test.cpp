@@ -155,8 +155,7 @@ TEST(WriteRegisterResponse, WritesOnlyAnExactTOfTheChallengeAsAnArray)
 
 TEST(WriteRegisterResponse, WritesAHandshakeResponseOfAnyLength)
 {
-    const auto responseText = [](HandshakePayload* answer)
-    {
+    const auto responseText = [](HandshakePayload* answer) {
         Response response;
         response.record.handshake_response = answer;
         const std::string text = response.written();
@@ -210,13 +209,11 @@ TEST(WriteRegisterResponse, EscapesWhatIsNotPlainAscii)
 TEST(WriteRegisterResponse, GivesNullWhicheverAllocationFails)
 {
     Response response;
-    withEachAllocationFailing(
-        [&](auto& failure)
-        {
-            const HeapText text{write_register_response(&response.record)};
-            const bool failed = failure.reached();
-            EXPECT_EQ(orNull(text.get()), failed ? "(null)" : leastText);
-        });
+    withEachAllocationFailing([&](auto& failure) {
+        const HeapText text{write_register_response(&response.record)};
+        const bool failed = failure.reached();
+        EXPECT_EQ(orNull(text.get()), failed ? "(null)" : leastText);
+    });
 }
 
 TEST(ParseRegisterResponse, GivesNullForWhatTheWriterWrites)
@@ -230,13 +227,11 @@ TEST(ParseRegisterResponse, GivesNullForWhatTheWriterWrites)
                   R"("handshake_response":{"R":["proof"]},"kest_policy_auth_req":["a"],)"
                   R"("kest_policy_auth_types":["a"],"software_id_cert":[{"x5c":["MIIB"]}]})"),
               nullptr);
-    withEachAllocationFailing(
-        [](auto& failure)
-        {
-            const ResponsePtr parsed{parse_register_response(leastText)};
-            (void)failure.reached();
-            EXPECT_EQ(parsed, nullptr);
-        });
+    withEachAllocationFailing([](auto& failure) {
+        const ResponsePtr parsed{parse_register_response(leastText)};
+        (void)failure.reached();
+        EXPECT_EQ(parsed, nullptr);
+    });
 }
 
 TEST(ParseRegisterResponse, GivesNullForEveryOtherText)
