@@ -3,6 +3,8 @@
 
 #include <openssl/obj_mac.h>
 
+#include <atomic>
+
 namespace bmcoauth::crypto
 {
 
@@ -19,6 +21,23 @@ bool hasUsableScalar(const EC_KEY& key) noexcept
 }
 
 } // namespace
+
+const EC_GROUP* p256Group() noexcept
+{
+    // Not a static object's constructor: one that failed would never be tried again, and a
+    // destructor would take the group from threads that outlive main.
+    static std::atomic<const EC_GROUP*> shared{nullptr};
+    const EC_GROUP* group = shared.load(std::memory_order_acquire);
+    if (group == nullptr)
+    {
+        EcGroupPtr made{EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1)};
+        if (made && shared.compare_exchange_strong(group, made.get(), std::memory_order_acq_rel))
+        {
+            group = made.release();
+        }
+    }
+    return group;
+}
 
 EcKeyPtr generateKey() noexcept
 {

@@ -6,6 +6,11 @@
 namespace bmcoauth::crypto
 {
 
+/** The group of P-256. It is made at its first use and kept for the life of the process, since
+ * making it takes most of the time that loading a key takes; it never changes, so every thread may
+ * use it. Null when memory runs out, until a later call succeeds. */
+[[nodiscard]] const EC_GROUP* p256Group() noexcept;
+
 /** A fresh P-256 key pair; null when it cannot be made. */
 [[nodiscard]] EcKeyPtr generateKey() noexcept;
 

@@ -3,6 +3,7 @@
 
 #include "common/parameter_list.hpp"
 #include "common/text.hpp"
+#include "crypto/ec_key.hpp"
 #include "keys/public_key.hpp"
 
 #include <openssl/asn1t.h>
@@ -151,10 +152,13 @@ crypto::EcKeyPtr Certificate::ecKey() const noexcept
 {
     if (const unsigned char* point = usualPoint(fields->content->keyInfo->encoding))
     {
-        crypto::EcKeyPtr key{EC_KEY_new_by_curve_name(NID_X9_62_prime256v1)};
+        const EC_GROUP* const group = crypto::p256Group();
+        crypto::EcKeyPtr key{group != nullptr ? EC_KEY_new() : nullptr};
         // Refuses a point that is off the curve.
-        return key && EC_KEY_oct2key(key.get(), point, p256PointSize, nullptr) == 1 ? std::move(key)
-                                                                                    : nullptr;
+        return key && EC_KEY_set_group(key.get(), group) == 1 &&
+                       EC_KEY_oct2key(key.get(), point, p256PointSize, nullptr) == 1
+                   ? std::move(key)
+                   : nullptr;
     }
     // Other curves, compressed points and spelt-out parameters are rare: libcrypto sorts them out.
     const unsigned char* position = der.get();

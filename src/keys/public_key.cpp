@@ -5,6 +5,7 @@
 #include "common/json.hpp"
 #include "common/text.hpp"
 #include "crypto/base64.hpp"
+#include "crypto/ec_key.hpp"
 #include "crypto/openssl.hpp"
 #include "keys/jwk.hpp"
 
@@ -66,21 +67,27 @@ crypto::BignumPtr number(const char* text)
     return crypto::BignumPtr{bytes ? BN_bin2bn(bytes->data.get(), bytes->size, nullptr) : nullptr};
 }
 
-/** Whether @p x and @p y are the coordinates of a point of @p curve. On these three curves, whose
+/** Whether @p x and @p y are the coordinates of a point of @p group. On the three curves, whose
  *  cofactor is 1, such a point is a public key: nothing is left that only a multiplication by the
  *  group's order would show, which is what makes EC_KEY_check_key slow. */
+bool isPoint(const EC_GROUP& group, const BIGNUM& x, const BIGNUM& y)
+{
+    const crypto::EcPointPtr point{EC_POINT_new(&group)};
+    // Coordinates are taken modulo the field's prime, so those beyond it are refused here.
+    const BIGNUM* const prime = EC_GROUP_get0_field(&group);
+    return point && BN_cmp(&x, prime) < 0 && BN_cmp(&y, prime) < 0 &&
+           EC_POINT_set_affine_coordinates(&group, point.get(), &x, &y, nullptr) == 1;
+}
+
 bool isPoint(const Curve& curve, const BIGNUM& x, const BIGNUM& y)
 {
-    const crypto::EcGroupPtr group{EC_GROUP_new_by_curve_name(curve.number)};
-    const crypto::EcPointPtr point{group ? EC_POINT_new(group.get()) : nullptr};
-    if (!point)
+    if (curve.number == NID_X9_62_prime256v1)
     {
-        return false;
+        const EC_GROUP* const group = crypto::p256Group();
+        return group != nullptr && isPoint(*group, x, y);
     }
-    // Coordinates are taken modulo the field's prime, so those beyond it are refused here.
-    const BIGNUM* const prime = EC_GROUP_get0_field(group.get());
-    return BN_cmp(&x, prime) < 0 && BN_cmp(&y, prime) < 0 &&
-           EC_POINT_set_affine_coordinates(group.get(), point.get(), &x, &y, nullptr) == 1;
+    const crypto::EcGroupPtr group{EC_GROUP_new_by_curve_name(curve.number)};
+    return group && isPoint(*group, x, y);
 }
 
 std::optional<std::string> writtenBy(BIO* memory, bool written)
@@ -190,8 +197,9 @@ keys::KeyRecord recordOf(const Json::Value& object)
         if (!entry->isObject())
         {
             const std::string name = entry.name();
-            *next++ = {failFastCopy(name.c_str()),
-                       entry->isString() ? failFastCopy(entry->asCString()) : nullptr};
+            next->key = failFastCopy(name.c_str());
+            next->value = entry->isString() ? failFastCopy(entry->asCString()) : nullptr;
+            ++next;
         }
     }
     return record;

@@ -12,7 +12,6 @@
 #include <openssl/evp.h>
 
 #include <array>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -173,12 +172,11 @@ TEST(GetEcPubKey, AcceptsAndRefusesWhatOpenSslDoes)
     // one is changed in turn.
     const Identity identity = Identity::root("root").issueAuthority("device");
     const std::string whole = identity.der();
-    std::minstd_rand random{2035};
     unsigned int accepted = 0;
     unsigned int refused = 0;
     for (std::size_t i = 0; i < whole.size(); ++i)
     {
-        for (const unsigned int change : {1U, 128U, static_cast<unsigned int>(random() % 255 + 1)})
+        for (const unsigned int change : {1U, 128U, static_cast<unsigned int>(i * 37 % 255 + 1)})
         {
             std::string der = whole;
             der[i] = static_cast<char>(static_cast<unsigned char>(der[i]) ^ change);

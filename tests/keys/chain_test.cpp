@@ -30,9 +30,8 @@ int verify(std::initializer_list<std::string> bodies)
 }
 
 /** A device with both factory roots. */
-class ChainVerify : public testing::Test
+struct ChainVerify : testing::Test
 {
-protected:
     ChainVerify()
     {
         files.put(productionPath, production.pem());
@@ -132,6 +131,7 @@ TEST_F(ChainVerify, FollowsNinetyIntermediates)
     }
     bodies.push_back(issuer.issue({}).body());
     std::vector<char*> values;
+    values.reserve(bodies.size() + 1);
     for (std::string& body : bodies)
     {
         values.push_back(body.data());

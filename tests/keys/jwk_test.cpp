@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -33,18 +34,23 @@ using KeyRecord = std::unique_ptr<jwk, KeyReleaser>;
 /** A pair to pass to the library; null stands for an absent text. */
 using Pair = std::pair<const char*, const char*>;
 
-/** A key whose texts are literals, which must only be read. */
+/** A key to pass to the library; its texts live as long as it does. */
 class LiteralKey
 {
 public:
     LiteralKey(std::initializer_list<Pair> list)
     {
+        // The texts must not move once they are pointed at.
+        kept.reserve(2 * list.size());
         for (const auto& [key, value] : list)
         {
-            pairs.push_back({const_cast<char*>(key), const_cast<char*>(value)});
+            pairs.push_back({keep(key), keep(value)});
         }
         pairs.push_back({});
     }
+    LiteralKey(const LiteralKey&) = delete;
+    LiteralKey& operator=(const LiteralKey&) = delete;
+    ~LiteralKey() = default;
 
     operator jwk*() // NOLINT(google-explicit-constructor): it stands for the array
     {
@@ -52,6 +58,12 @@ public:
     }
 
 private:
+    char* keep(const char* text)
+    {
+        return text == nullptr ? nullptr : kept.emplace_back(text).data();
+    }
+
+    std::vector<std::string> kept;
     std::vector<jwk> pairs;
 };
 
@@ -151,7 +163,7 @@ TEST(EncodeCertJwk, EndsTheProcessWhenThereIsNoMemoryForTheKey)
     }
     EXPECT_EQ(exitStatusOf([] {
                   const FailAllocation failure{9};
-                  encode_cert_jwk("EC", "id", "x5c", bytes("abc"), 3);
+                  const KeyRecord record{encode_cert_jwk("EC", "id", "x5c", bytes("abc"), 3)};
               }),
               0);
 }
@@ -212,8 +224,8 @@ TEST(DecodeDfsJwk, LooksAtTwoPairsOnly)
 
 TEST(DecodeDfsJwk, NeedsNoEndAfterTwoPairs)
 {
-    std::vector<jwk> pairs{{const_cast<char*>("kty"), const_cast<char*>("DFS")},
-                           {const_cast<char*>("dfs"), const_cast<char*>("YWJj")}};
+    LiteralKey key{{"kty", "DFS"}, {"dfs", "YWJj"}};
+    std::vector<jwk> pairs{static_cast<jwk*>(key)[0], static_cast<jwk*>(key)[1]};
     EXPECT_EQ(decoded(pairs.data()), "abc");
 }
 
@@ -362,26 +374,37 @@ TEST(SetJwkList, GivesNullWhicheverAllocationFails)
     });
 }
 
-/** A certificate key: each parameter has the values that follow its name. */
+/** A certificate key to pass to the library; its texts live as long as it does. */
 class LiteralCertificateKey
 {
 public:
-    explicit LiteralCertificateKey(
-        std::initializer_list<std::pair<const char*, std::initializer_list<const char*>>> list)
+    struct Parameter
     {
-        values.reserve(list.size());
-        for (const auto& [name, texts] : list)
+        std::string name;
+        std::vector<const char*> values;
+    };
+
+    LiteralCertificateKey(std::initializer_list<Parameter> list)
+    {
+        // The texts must not move once they are pointed at.
+        names.reserve(list.size());
+        texts.reserve(list.size());
+        for (const auto& [name, values] : list)
         {
-            std::vector<char*>& array = values.emplace_back();
-            for (const char* text : texts)
+            std::vector<std::string>& kept = texts.emplace_back(values.begin(), values.end());
+            std::vector<char*>& array = arrays.emplace_back();
+            for (std::string& text : kept)
             {
-                array.push_back(const_cast<char*>(text));
+                array.push_back(text.data());
             }
             array.push_back(nullptr);
-            parameters.push_back({const_cast<char*>(name), array.data()});
+            parameters.push_back({names.emplace_back(name).data(), array.data()});
         }
         parameters.push_back({});
     }
+    LiteralCertificateKey(const LiteralCertificateKey&) = delete;
+    LiteralCertificateKey& operator=(const LiteralCertificateKey&) = delete;
+    ~LiteralCertificateKey() = default;
 
     HandshakePayload* get()
     {
@@ -389,14 +412,16 @@ public:
     }
 
 private:
-    std::vector<std::vector<char*>> values;
+    std::vector<std::string> names;
+    std::vector<std::vector<std::string>> texts;
+    std::vector<std::vector<char*>> arrays;
     std::vector<HandshakePayload> parameters;
 };
 
 TEST(SetJwkCerts, CopiesEveryKeyWithAllValues)
 {
-    LiteralCertificateKey first{{{"kty", {"EC"}}, {"x5c", {"A", "B", "C", "D"}}}};
-    LiteralCertificateKey second{{{"x5c", {""}}}};
+    LiteralCertificateKey first{{"kty", {"EC"}}, {"x5c", {"A", "B", "C", "D"}}};
+    LiteralCertificateKey second{{"x5c", {""}}};
     std::vector<HandshakePayload*> list{first.get(), second.get(), nullptr};
     const CertificateKeyList copy{set_jwk_certs(list.data())};
     ASSERT_NE(copy, nullptr);
@@ -413,7 +438,7 @@ TEST(SetJwkCerts, CopiesEveryKeyWithAllValues)
 
 TEST(SetJwkCerts, StopsAtAParameterWithoutValueArray)
 {
-    LiteralCertificateKey key{{{"kty", {"EC"}}, {"x5c", {"A"}}, {"alg", {"ES-256"}}}};
+    LiteralCertificateKey key{{"kty", {"EC"}}, {"x5c", {"A"}}, {"alg", {"ES-256"}}};
     key.get()[1].values = nullptr;
     std::vector<HandshakePayload*> list{key.get(), nullptr};
     const CertificateKeyList copy{set_jwk_certs(list.data())};
@@ -424,10 +449,10 @@ TEST(SetJwkCerts, StopsAtAParameterWithoutValueArray)
 
 TEST(SetJwkCerts, RefusesAListWithAnEmptyKey)
 {
-    LiteralCertificateKey good{{{"x5c", {"A"}}}};
-    LiteralCertificateKey bare{{}};
-    LiteralCertificateKey valueless{{{"kty", {"EC"}}, {"x5c", {}}}};
-    LiteralCertificateKey arrayless{{{"x5c", {"A"}}}};
+    LiteralCertificateKey good{{"x5c", {"A"}}};
+    LiteralCertificateKey bare{};
+    LiteralCertificateKey valueless{{"kty", {"EC"}}, {"x5c", {}}};
+    LiteralCertificateKey arrayless{{"x5c", {"A"}}};
     arrayless.get()->values = nullptr;
     std::vector<HandshakePayload*> list{good.get(), good.get(), nullptr};
     const CertificateKeyList copy{set_jwk_certs(list.data())};
@@ -448,8 +473,8 @@ TEST(SetJwkCerts, GivesNullForNoKeys)
 
 TEST(SetJwkCerts, GivesNullWhicheverAllocationFails)
 {
-    LiteralCertificateKey first{{{"kty", {"EC"}}, {"x5c", {"A", "B"}}}};
-    LiteralCertificateKey second{{{"x5c", {"C"}}}};
+    LiteralCertificateKey first{{"kty", {"EC"}}, {"x5c", {"A", "B"}}};
+    LiteralCertificateKey second{{"x5c", {"C"}}};
     std::vector<HandshakePayload*> list{first.get(), second.get(), nullptr};
     withEachAllocationFailing([&](auto& failure) {
         const CertificateKeyList copy{set_jwk_certs(list.data())};

@@ -542,9 +542,8 @@ TEST(EncodeX509Jwk, RefusesWhicheverAllocationFails)
 }
 
 /** A device with both factory roots. */
-class ValidateX509Jwk : public testing::Test
+struct ValidateX509Jwk : testing::Test
 {
-protected:
     ValidateX509Jwk()
     {
         files.put("/etc/default/certs/FactorycertProdRoot.pem", root.pem());
