@@ -10,6 +10,7 @@
 #include <openssl/pem.h>
 
 #include <cstring>
+#include <new>
 
 namespace bmcoauth::keys
 {
@@ -178,6 +179,11 @@ crypto::X509Ptr readX509(std::string_view pem) noexcept
 std::string certificatePem(std::string_view body)
 {
     std::string pem;
+    // A string that cannot grow so far says so with an error that the guards let pass.
+    if (body.size() > pem.max_size() / 2)
+    {
+        throw std::bad_alloc();
+    }
     pem.reserve(beginMarker.size() + body.size() + body.size() / lineLength + endMarker.size());
     pem += beginMarker;
     for (; body.size() > lineLength; body.remove_prefix(lineLength))

@@ -9,11 +9,10 @@
 
 #include <bmcoauth/x509.h>
 
-#include <climits>
-
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <utility>
 
 using namespace bmcoauth;
 
@@ -128,7 +127,7 @@ extern "C" char* decode_x509_jwk(HandshakePayload* certificate, unsigned int* le
     *length = 0;
     return guarded(nullptr, [&]() -> char* {
         const std::optional<std::string> pem = keys::firstCertificatePem(certificate);
-        if (!pem || pem->size() > UINT_MAX)
+        if (!pem || !std::in_range<unsigned int>(pem->size()))
         {
             return nullptr;
         }
