@@ -17,6 +17,8 @@ typedef struct userRole_s
 
 BMCOAUTH_PLAIN_BEGIN
 
+/* NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): callers declare them so. */
+
 /** ravok_scope_privileges holds the names of the privileges in a "scope" claim, and a null pointer
  *  behind them. The position is the number of the privilege's bit, from ravok_login (0x001) to
  *  ravok_executediagnosticcommands (0x100). */
@@ -25,6 +27,8 @@ BMCOAUTH_API extern const char* ravok_scope_privileges[10];
 /** xidp_claim_privileges holds the codes of the same privileges in an "xidp" claim, in the same
  *  order. */
 BMCOAUTH_API extern const char* xidp_claim_privileges[10];
+
+/* NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables) */
 
 BMCOAUTH_PLAIN_END
 

@@ -10,6 +10,7 @@
 using namespace bmcoauth;
 
 // Writable, as the services that bind them expect; in the order of the privilege bits.
+// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
 const char* ravok_scope_privileges[10] = {
     "ravok_login",
     "ravok_configure",
@@ -25,6 +26,7 @@ const char* ravok_scope_privileges[10] = {
 const char* xidp_claim_privileges[10] = {
     "L", "CD", "CU", "CL", "SC", "AR", "VM", "TA", "DC", nullptr,
 };
+// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 
 namespace
 {
