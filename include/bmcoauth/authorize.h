@@ -34,8 +34,8 @@ typedef struct AuthorizeRequest
 /** AuthorizeResponse is what the token endpoint answers (RFC 6749, section 5.1).
  *
  *  `expires_in` is the lifetime of the access token in seconds, as a text. `issued_at` is the
- * moment when the record was made, in seconds since the epoch as decimal text; it is never written
- * to a document. */
+ *  moment when the record was made, in seconds since the epoch as decimal text; it is never written
+ *  to a document. */
 typedef struct AuthorizeResponse
 {
     char* access_token;
@@ -121,7 +121,7 @@ BMCOAUTH_API AuthorizeResponse* parse_authorize_response(const char* text);
 /** write_authorize_response gives the JSON object that parse_authorize_response reads.
  *
  *  Returns null if `response` is null or memory runs out. From C++, a response that lacks one of
- * the five texts raises std::logic_error. */
+ *  the five texts raises std::logic_error. */
 BMCOAUTH_API char* write_authorize_response(AuthorizeResponse* response);
 
 /** free_kest_policy_response releases a policy list; null is nothing to do. */
@@ -131,8 +131,8 @@ BMCOAUTH_API void free_kest_policy_response(KestPolicyAuth* policy);
  *  as JSON text.
  *
  *  NOTE: it checks nothing but the shape of the request (see parse_authorize_request): who sends
- * it, and whether secret, refresh token and handshake are right, the caller must have verified. The
- *  access token is signed with a throwaway key, so that no key verifies it later.
+ *  it, and whether secret, refresh token and handshake are right, the caller must have verified.
+ *  The access token is signed with a throwaway key, so that no key verifies it later.
  *
  *  Returns null if the request is refused or no tokens can be issued. */
 BMCOAUTH_API char* client_authorize(const char* text);
@@ -147,8 +147,8 @@ BMCOAUTH_API char* client_authorize(const char* text);
  *
  *  The lifetime is read from the template as `strtoull` reads a number of any base: "0x258" is 600
  *  seconds. NOTE: a text that is no number, or zero, gives a token that lives 3600 seconds,
- * although the response repeats that text. A lifetime that carries the expiry beyond 64 bits wraps
- * around.
+ *  although the response repeats that text. A lifetime that carries the expiry beyond 64 bits wraps
+ *  around.
  *
  *  The caller releases the response with free_authorize_response. Returns null if `state` or a text
  *  of the template is null, if a scope entry has no name, no values, a null value, or a count below

@@ -58,11 +58,11 @@ BMCOAUTH_API char* ecies_encrypt(const char* data, unsigned int length, Handshak
  *  `free`. The plaintext is the whole sealed text: the data, a line feed and 16 random characters.
  *
  *  With `length`, the plaintext must be a text: it may end with one zero byte, which is not
- * counted, and must not hold another; `*length` receives its length. Without (null), it is given as
- * it is, and the caller must know how long it is.
+ *  counted, and must not hold another; `*length` receives its length. Without (null), it is given
+ *  as it is, and the caller must know how long it is.
  *
  *  Returns null, with `*length` untouched, if `ciphertext` is null or either text is not Base64,
- * the IV is not 32 characters long, a key is missing or not on P-256, the MAC is not that of the
+ *  the IV is not 32 characters long, a key is missing or not on P-256, the MAC is not that of the
  *  ciphertext, the padding is wrong, the plaintext is not a text though its length was asked for,
  *  or memory runs out. */
 BMCOAUTH_API char* ecies_decrypt(const char* ciphertext, unsigned int* length,
@@ -73,7 +73,7 @@ BMCOAUTH_API char* ecies_decrypt(const char* ciphertext, unsigned int* length,
  *  hexadecimal digits, which the caller releases with `free`.
  *
  *  Returns 0, with `*iv` untouched, if `iv` is null, the device does not yield 16 bytes in one
- * read, or memory runs out. */
+ *  read, or memory runs out. */
 BMCOAUTH_API int generateRandomIV(char** iv);
 
 BMCOAUTH_PLAIN_END

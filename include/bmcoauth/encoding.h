@@ -47,8 +47,8 @@ BMCOAUTH_API int base64URIencode(char* text);
  *
  *  Returns 0, with `*out` untouched, if `text` is null, empty, too long or malformed, or memory
  *  runs out. NOTE: `*length` may be overwritten even then. The bits that the last character of a
- *  text carries beyond the last byte are ignored, so that several texts decode to the same bytes.
- */
+ *  text carries beyond the last byte are ignored, so that several texts decode to the same
+ *  bytes. */
 BMCOAUTH_API int base64URIdecode(const char* text, char** out, int* length);
 
 BMCOAUTH_PLAIN_END

@@ -81,7 +81,7 @@ BMCOAUTH_API unsigned char* decode_dfs_jwk(jwk* record, int* length);
 
 /** createEcPublicKey returns the PEM text of the EC public key with the coordinates `x` and `y`,
  *  Base64url texts of big-endian numbers as in RFC 7518, section 6.2.1, with a line feed at the
- * end.
+ *  end.
  *
  *  `curve` is "P-384" or "P-521" in any case; every other text, and null, stands for P-256. Returns
  *  null if a coordinate is null or does not decode, if the two are not a point of the curve, or if
@@ -97,7 +97,7 @@ BMCOAUTH_API char* createEcPublicKey(const char* x, const char* y, const char* c
 BMCOAUTH_API char* createRsaPublicKey(const char* n, const char* e);
 
 /** appendPublicKey adds the member "kest_decoded_key" to the JSON Web Key `*text`: its public key
- * in PEM without the line feed at the end. `*text` is a text of the heap and is replaced by the
+ *  in PEM without the line feed at the end. `*text` is a text of the heap and is replaced by the
  *  compact form of the changed document.
  *
  *  The key is an EC key ("kty" is "EC"; "crv", "x", "y") or an RSA key ("RSA"; "n", "e"), the type
@@ -106,7 +106,7 @@ BMCOAUTH_API char* createRsaPublicKey(const char* n, const char* e);
 BMCOAUTH_API int appendPublicKey(char** text);
 
 /** oauth2_parse_jwk makes a record of the JSON Web Key `text`: a pair for each member that is not
- * an object, in ascending byte order of their names.
+ *  an object, in ascending byte order of their names.
  *
  *  The value of a pair is null where the member is not a string; jwk_key_value and free_jwk, by
  *  which the caller releases the record, see the pairs behind it, unlike what works on lists.

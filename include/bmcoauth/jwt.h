@@ -44,9 +44,9 @@ BMCOAUTH_API char* generateJWT(JWTHeader* header, JWTPayload* payload, const uns
  *  hexadecimal after "0x" or octal after "0", as `strtoull` reads it.
  *
  *  NOTE: each record is stored as soon as it is built, before the later checks. A token with a
- * wrong signature gives 0 and both records, an expired one 2 and the header. Set both pointers to
- * null before the call, release what is there afterwards with `free_jwt_header` and
- * `free_jwt_payload`, and trust no record unless the result is 1. */
+ *  wrong signature gives 0 and both records, an expired one 2 and the header. Set both pointers to
+ *  null before the call, release what is there afterwards with `free_jwt_header` and
+ *  `free_jwt_payload`, and trust no record unless the result is 1. */
 BMCOAUTH_API int validateJWT(const char* token, const unsigned char* der, int derLength,
                              JWTHeader** header, JWTPayload** payload);
 
@@ -58,7 +58,7 @@ BMCOAUTH_API int validateJWT(const char* token, const unsigned char* der, int de
  *  it: only the PEM text in its member "kest_decoded_key" is used to verify, so a key as published
  *  verifies nothing. A PEM key is tried on every token. A JWK is tried if its "alg" or its "kid" is
  *  the header's; or, by its "kty", if it is "RSA" and the header's "alg" begins with "RS" or "P",
- * or "EC" and "alg" begins with "E", where P-256, P-384 and P-521 keys fit ES256, ES384 and ES512
+ *  or "EC" and "alg" begins with "E", where P-256, P-384 and P-521 keys fit ES256, ES384 and ES512
  *  only. NOTE: the order counts where the list mixes both. A JWK that verifies ends the search; a
  *  PEM key does not: its success holds if the list ends there or a JWK follows that is not tried,
  *  and is lost if the next key that is tried fails.
@@ -76,9 +76,9 @@ BMCOAUTH_API int validateJWT(const char* token, const unsigned char* der, int de
  *  1 as soon as a trusted key has verified the signature, and is otherwise left as it was.
  *
  *  A token that can be read, signed or not, is stored in `*header` and `*payload`: release both
- * with `free_jwt_header` and `free_jwt_payload` whatever the result, and trust neither unless it
- * is 1. If "scope" is no object, the payload's `scopes` are three entries of one value each:
- * "AUTHNZ_USER" (the subject, empty if there is none), "USER_PRIV" (a decimal mask: the rights of
+ *  with `free_jwt_header` and `free_jwt_payload` whatever the result, and trust neither unless it
+ *  is 1. If "scope" is no object, the payload's `scopes` are three entries of one value each:
+ *  "AUTHNZ_USER" (the subject, empty if there is none), "USER_PRIV" (a decimal mask: the rights of
  *  `get_xidp_privileges` for `providers`, `get_scope_privileges` and `get_roles_privileges` for
  *  `roles` together) and "singleUse" ("false"). If it is an object, its entries stay as they are,
  *  and no rights are computed.

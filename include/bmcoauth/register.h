@@ -73,18 +73,18 @@ BMCOAUTH_PLAIN_BEGIN
  *    and arrays of strings in "software_id_cert".
  *
  *  "redirect_uris" and "scope" are not read. NOTE: a key that set_jwk_list or set_jwk_certs does
- * not copy, such as one without members, costs the request its whole list, not its acceptance.
+ *  not copy, such as one without members, costs the request its whole list, not its acceptance.
  *
  *  Returns null if the text does not parse or breaks one of these rules, or if memory runs out. */
 BMCOAUTH_API RegisterRequest* parse_register_request(const char* text);
 
 /** write_register_request gives the JSON object of a registration request: what
- * parse_register_request reads, and "redirect_uris" and "scope".
+ *  parse_register_request reads, and "redirect_uris" and "scope".
  *
  *  Fields that are null and string arrays that are empty are left out. A parameter with one value
- * is a string, except "T" in the challenge and "x5c" in a certificate, which are always arrays; the
- *  first parameter without a value ends its list. Returns null if `request` is null or memory runs
- *  out. */
+ *  is a string, except "T" in the challenge and "x5c" in a certificate, which are always arrays;
+ *  the first parameter without a value ends its list. Returns null if `request` is null or memory
+ *  runs out. */
 BMCOAUTH_API char* write_register_request(RegisterRequest* request);
 
 /** client_register answers a registration request that is given as JSON text.
@@ -126,7 +126,7 @@ BMCOAUTH_API void free_register_request(RegisterRequest* request);
  *  that of the record. `unused` is ignored; all from `grant_types` on may be null.
  *
  *  `client_secret_expires_in` must begin with a decimal number from 0 to LONG_MAX, after white
- * space and a plus sign at will; it is kept as it is, with whatever follows the number.
+ *  space and a plus sign at will; it is kept as it is, with whatever follows the number.
  *
  *  Returns null if one of the first three texts is null, if the lifetime is refused, if the clock
  *  cannot be read, or if memory runs out for the record or one of its texts. Of the lists, one that
@@ -147,7 +147,7 @@ BMCOAUTH_API void free_register_response(RegisterResponse* response);
  *  bytes in Base64 each, and with the settings of `response_template`.
  *
  *  Nothing in the request is looked at: the caller performs the handshake and puts its messages
- * into the template. The template is copied, not changed; without one (null) the secret has no end
+ *  into the template. The template is copied, not changed; without one (null) the secret has no end
  *  ("0") and everything else is null. The caller releases the response with free_register_response.
  *
  *  Returns null if `request` is null, if no random bytes can be had, or as

@@ -74,7 +74,7 @@ BMCOAUTH_API EC_KEY* get_EC_pubKey(const char* pem);
 BMCOAUTH_API EC_KEY* get_EC_privKey(const unsigned char* der, int length);
 
 /** validateKestRootCert returns 0 for every `certificate`. The entry point is kept for services
- * that bind to it; chainVerify verifies. */
+ *  that bind to it; chainVerify verifies. */
 BMCOAUTH_API int validateKestRootCert(HandshakePayload* certificate);
 
 BMCOAUTH_PLAIN_END
@@ -86,7 +86,7 @@ BMCOAUTH_PLAIN_END
 BMCOAUTH_API std::size_t removeSubStr(std::string& text, const char* substring);
 
 /** validateX509 returns 1 if `pem` holds a readable certificate whose subject's first common name
- * is `commonName` without regard to the case of ASCII letters; otherwise 0.
+ *  is `commonName` without regard to the case of ASCII letters; otherwise 0.
  *
  *  Only the first 17 bytes of the name are compared, so a longer `commonName` never matches. A name
  *  that holds a zero byte matches no `commonName`, unless the byte lies beyond those 17. With a
