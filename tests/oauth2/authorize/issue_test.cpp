@@ -285,6 +285,8 @@ TEST(AuthorizeClient, SignsWithAThrowawayKeyWhereNoneIsGiven)
     const ResponsePtr response{authorize_client("state", nullptr, 0, nullptr, nullptr)};
     ASSERT_NE(response, nullptr);
     EXPECT_FALSE(signingKey().verifies(Token{response->access_token}));
+    // The length of no key is not looked at.
+    EXPECT_NE(ResponsePtr{authorize_client("state", nullptr, UINT_MAX, nullptr, nullptr)}, nullptr);
 }
 
 TEST(AuthorizeClient, RefusesAKeyThatDoesNotSign)
