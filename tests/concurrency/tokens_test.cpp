@@ -94,6 +94,7 @@ TEST(Concurrency, EightThreadsIssueAndValidateTokensAtOnce)
     std::latch start{threadCount};
     {
         std::vector<std::jthread> threads;
+        threads.reserve(threadCount);
         for (std::size_t index = 0; index < threadCount; ++index)
         {
             threads.emplace_back([&, index] {
@@ -130,6 +131,7 @@ TEST(Concurrency, EightThreadsValidateTheSameTokenAtOnce)
     std::latch start{threadCount};
     {
         std::vector<std::jthread> threads;
+        threads.reserve(threadCount);
         for (Outcome& outcome : outcomes)
         {
             threads.emplace_back([&] {
