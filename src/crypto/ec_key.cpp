@@ -3,6 +3,7 @@
 
 #include <openssl/obj_mac.h>
 
+#include <algorithm>
 #include <atomic>
 
 namespace bmcoauth::crypto
@@ -67,6 +68,28 @@ EcKeyPtr decodePrivateKey(const unsigned char* der, int derLength) noexcept
         }
     }
     return isP256(*key) && hasUsableScalar(*key) ? std::move(key) : nullptr;
+}
+
+std::optional<P256Point> usualPoint(std::span<const unsigned char> info) noexcept
+{
+    if (info.size() != p256Prefix.size() + P256Point::extent ||
+        !std::ranges::equal(info.first(p256Prefix.size()), p256Prefix) ||
+        info[p256Prefix.size()] != uncompressedPoint)
+    {
+        return std::nullopt;
+    }
+    return info.last<P256Point::extent>();
+}
+
+EcKeyPtr publicKeyAt(P256Point point) noexcept
+{
+    const EC_GROUP* const group = p256Group();
+    EcKeyPtr key{group != nullptr ? EC_KEY_new() : nullptr};
+    // Refuses a point that is off the curve.
+    return key && EC_KEY_set_group(key.get(), group) == 1 &&
+                   EC_KEY_oct2key(key.get(), point.data(), point.size(), nullptr) == 1
+               ? std::move(key)
+               : nullptr;
 }
 
 bool isP256(const EC_KEY& key) noexcept

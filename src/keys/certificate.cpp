@@ -4,12 +4,10 @@
 #include "common/parameter_list.hpp"
 #include "common/text.hpp"
 #include "crypto/ec_key.hpp"
-#include "keys/public_key.hpp"
 
 #include <openssl/asn1t.h>
 #include <openssl/pem.h>
 
-#include <cstring>
 #include <new>
 
 namespace bmcoauth::keys
@@ -17,6 +15,13 @@ namespace bmcoauth::keys
 
 namespace
 {
+
+/** The longest common name that is compared, in bytes. */
+constexpr std::size_t comparedName = 17;
+
+constexpr std::string_view beginMarker = "-----BEGIN CERTIFICATE-----\n";
+constexpr std::string_view endMarker = "\n-----END CERTIFICATE-----";
+constexpr std::size_t lineLength = 64;
 
 /** SubjectPublicKeyInfo, left undecoded. */
 struct KeyInfo
@@ -80,28 +85,7 @@ ASN1_SEQUENCE(CertificateFields) = {
     ASN1_SIMPLE(CertificateFields, algorithm, X509_ALGOR),
     ASN1_SIMPLE(CertificateFields, signature, ASN1_BIT_STRING),
 } ASN1_SEQUENCE_END(CertificateFields)
-    // clang-format on
-
-    constexpr std::size_t p256PointSize = 65;
-
-/** The point of @p keyInfo when it is the usual encoding of a P-256 key, else null. */
-const unsigned char* usualPoint(const ASN1_ENCODING& keyInfo) noexcept
-{
-    if (keyInfo.len != static_cast<long>(p256Prefix.size() + p256PointSize) ||
-        std::memcmp(keyInfo.enc, p256Prefix.data(), p256Prefix.size()) != 0)
-    {
-        return nullptr;
-    }
-    const unsigned char* point = keyInfo.enc + p256Prefix.size();
-    return *point == uncompressedPoint ? point : nullptr;
-}
-
-/** The longest common name that is compared, in bytes. */
-constexpr std::size_t comparedName = 17;
-
-constexpr std::string_view beginMarker = "-----BEGIN CERTIFICATE-----\n";
-constexpr std::string_view endMarker = "\n-----END CERTIFICATE-----";
-constexpr std::size_t lineLength = 64;
+// clang-format on
 
 } // namespace
 
@@ -151,15 +135,11 @@ std::optional<std::string_view> Certificate::commonName() const noexcept
 
 crypto::EcKeyPtr Certificate::ecKey() const noexcept
 {
-    if (const unsigned char* point = usualPoint(fields->content->keyInfo->encoding))
+    const ASN1_ENCODING& info = fields->content->keyInfo->encoding;
+    if (const std::optional<crypto::P256Point> point =
+            crypto::usualPoint({info.enc, static_cast<std::size_t>(info.len)}))
     {
-        const EC_GROUP* const group = crypto::p256Group();
-        crypto::EcKeyPtr key{group != nullptr ? EC_KEY_new() : nullptr};
-        // Refuses a point that is off the curve.
-        return key && EC_KEY_set_group(key.get(), group) == 1 &&
-                       EC_KEY_oct2key(key.get(), point, p256PointSize, nullptr) == 1
-                   ? std::move(key)
-                   : nullptr;
+        return crypto::publicKeyAt(*point);
     }
     // Other curves, compressed points and spelt-out parameters are rare: libcrypto sorts them out.
     const unsigned char* position = der.get();

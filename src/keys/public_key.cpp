@@ -16,6 +16,7 @@
 #include <openssl/obj_mac.h>
 #include <openssl/pem.h>
 
+#include <array>
 #include <span>
 #include <vector>
 
@@ -25,7 +26,7 @@ namespace bmcoauth::keys
 namespace
 {
 
-// As p256Prefix, for the larger curves.
+// As crypto::p256Prefix, for the larger curves.
 constexpr std::array<unsigned char, 23> p384Prefix{0x30, 0x76, 0x30, 0x10, 0x06, 0x07, 0x2a, 0x86,
                                                    0x48, 0xce, 0x3d, 0x02, 0x01, 0x06, 0x05, 0x2b,
                                                    0x81, 0x04, 0x00, 0x22, 0x03, 0x62, 0x00};
@@ -53,7 +54,7 @@ Curve curveOf(const char* name)
     {
         return {NID_secp521r1, 66, p521Prefix};
     }
-    return {NID_X9_62_prime256v1, 32, p256Prefix};
+    return {NID_X9_62_prime256v1, 32, crypto::p256Prefix};
 }
 
 /** The big-endian number of a Base64url text; null for anything else. */
@@ -112,7 +113,7 @@ std::optional<std::string> ecPublicKeyPem(const char* x, const char* y, const ch
     }
     const auto size = static_cast<std::size_t>(chosen.coordinateSize);
     std::vector<unsigned char> der{chosen.prefix.begin(), chosen.prefix.end()};
-    der.push_back(uncompressedPoint);
+    der.push_back(crypto::uncompressedPoint);
     const std::size_t point = der.size();
     der.resize(point + 2 * size);
     const crypto::BioPtr pem{BIO_new(BIO_s_mem())};

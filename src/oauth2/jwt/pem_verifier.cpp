@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "oauth2/jwt/pem_verifier.hpp"
 
+#include "crypto/ec_key.hpp"
 #include "crypto/openssl.hpp"
 
 #include <bmcoauth/support.h>
@@ -9,6 +10,7 @@
 #include <openssl/pem.h>
 
 #include <array>
+#include <optional>
 
 namespace bmcoauth::jwt
 {
@@ -80,12 +82,25 @@ crypto::RsaPtr readRsaKey(std::string_view pem) noexcept
     return nullptr;
 }
 
+/** What PEM_read_bio_EC_PUBKEY reads; the usual keys without its making their curve anew. */
 crypto::EcKeyPtr readEcKey(std::string_view pem) noexcept
 {
     const crypto::BioPtr text = crypto::readingBio(pem);
-    return crypto::EcKeyPtr{
-        text ? PEM_read_bio_EC_PUBKEY(text.get(), nullptr, crypto::refusePassPhrase, nullptr)
-             : nullptr};
+    unsigned char* data = nullptr;
+    long length = 0;
+    if (!text || PEM_bytes_read_bio(&data, &length, nullptr, PEM_STRING_PUBLIC, text.get(),
+                                    crypto::refusePassPhrase, nullptr) != 1)
+    {
+        return nullptr;
+    }
+    const crypto::BytesPtr info{data};
+    if (const std::optional<crypto::P256Point> point =
+            crypto::usualPoint({data, static_cast<std::size_t>(length)}))
+    {
+        return crypto::publicKeyAt(*point);
+    }
+    const unsigned char* position = data;
+    return crypto::EcKeyPtr{d2i_EC_PUBKEY(nullptr, &position, length)};
 }
 
 /** RSASSA-PSS (RFC 8017, section 8.1.2) with a salt of any length. */

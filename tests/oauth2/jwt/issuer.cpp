@@ -4,6 +4,7 @@
 #include "handmade_token.hpp"
 
 #include <openssl/bio.h>
+#include <openssl/ec.h>
 #include <openssl/ecdsa.h>
 #include <openssl/encoder.h>
 #include <openssl/pem.h>
@@ -84,6 +85,18 @@ Key Key::ec(const std::string& curve)
 std::string Key::pem() const
 {
     return written(pair.get(), EVP_PKEY_PUBLIC_KEY, "SubjectPublicKeyInfo");
+}
+
+std::string Key::explicitPem() const
+{
+    const std::unique_ptr<EC_KEY, Releaser<EC_KEY_free>> key{EVP_PKEY_get1_EC_KEY(pair.get())};
+    const std::unique_ptr<BIO, Releaser<BIO_free_all>> memory{BIO_new(BIO_s_mem())};
+    require(key != nullptr && memory != nullptr);
+    EC_KEY_set_asn1_flag(key.get(), OPENSSL_EC_EXPLICIT_CURVE);
+    require(PEM_write_bio_EC_PUBKEY(memory.get(), key.get()) == 1);
+    char* data = nullptr;
+    const long length = BIO_get_mem_data(memory.get(), &data);
+    return {data, static_cast<std::size_t>(length)};
 }
 
 std::string Key::pkcs1Pem() const

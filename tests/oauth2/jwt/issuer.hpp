@@ -33,6 +33,8 @@ public:
 
     /** The public key as SubjectPublicKeyInfo ("PUBLIC KEY"). */
     [[nodiscard]] std::string pem() const;
+    /** The public key of an EC pair with its curve spelt out instead of named. */
+    [[nodiscard]] std::string explicitPem() const;
     /** The public key of an RSA pair as PKCS #1 has it ("RSA PUBLIC KEY"). */
     [[nodiscard]] std::string pkcs1Pem() const;
     /** The private key as PKCS #8 has it ("PRIVATE KEY"). */

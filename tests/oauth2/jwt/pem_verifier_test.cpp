@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "handmade_token.hpp"
 #include "issuer.hpp"
 #include "judgement.hpp"
 #include "support/fake_device.hpp"
 #include "support/hostile.hpp"
+#include "support/vectors.hpp"
+
+#include <bmcoauth/signing.h>
 
 #include <gtest/gtest.h>
 #include <openssl/bn.h>
@@ -465,6 +469,20 @@ TEST(PemVerifier, DoesNotAskForAPassPhrase)
     EXPECT_FALSE(accepts(ecInput, ecSignature, ecPem));
 }
 
+/** The PEM text that holds `der` under `label`. */
+std::string pemOf(const std::string& label, const std::string& der)
+{
+    std::string body((der.size() + 2) / 3 * 4 + 1, '\0');
+    body.resize(static_cast<std::size_t>(EVP_EncodeBlock(
+        reinterpret_cast<unsigned char*>(body.data()),
+        reinterpret_cast<const unsigned char*>(der.data()), static_cast<int>(der.size()))));
+    for (std::size_t at = 64; at < body.size(); at += 65)
+    {
+        body.insert(at, "\n");
+    }
+    return "-----BEGIN " + label + "-----\n" + body + "\n-----END " + label + "-----\n";
+}
+
 /** An RSA public key of any numbers, as PKCS #1 has it: SEQUENCE { INTEGER n, INTEGER e }. */
 std::string rsaPem(const std::string& n, const std::string& e)
 {
@@ -474,16 +492,7 @@ std::string rsaPem(const std::string& n, const std::string& e)
                            static_cast<char>(length & 0xFFU)} +
                content;
     };
-    const std::string der = element('\x30', element('\x02', n) + element('\x02', e));
-    std::string body((der.size() + 2) / 3 * 4 + 1, '\0');
-    body.resize(static_cast<std::size_t>(EVP_EncodeBlock(
-        reinterpret_cast<unsigned char*>(body.data()),
-        reinterpret_cast<const unsigned char*>(der.data()), static_cast<int>(der.size()))));
-    for (std::size_t at = 64; at < body.size(); at += 65)
-    {
-        body.insert(at, "\n");
-    }
-    return "-----BEGIN RSA PUBLIC KEY-----\n" + body + "\n-----END RSA PUBLIC KEY-----\n";
+    return pemOf("RSA PUBLIC KEY", element('\x30', element('\x02', n) + element('\x02', e)));
 }
 
 TEST(PemVerifier, RefusesRsaKeysOfAbsurdSizes)
@@ -523,6 +532,78 @@ TEST(PemVerifier, AcceptsRsaKeysOfOtherSizes)
             EXPECT_FALSE(accepts(input + "A", signature, key.pem()));
         }
     }
+}
+
+// FIPS 186-4, D.1.2.3: the generator of P-256, the public key to the private scalar 1.
+constexpr std::string_view generatorX =
+    "6b17d1f2e12c4247f8bce6e563a440f277037d812deb33a0f4a13945d898c296";
+constexpr std::string_view generatorY =
+    "4fe342e2fe1a7f9b8ee7eb4a7c0f9e162bce33576b315ececbb6406837bf51f5";
+
+/** SubjectPublicKeyInfo: SEQUENCE { SEQUENCE { id-ecPublicKey, prime256v1 }, BIT STRING point },
+ *  typed in by hand; `length` and `bits` are those of the two that hold the point. */
+std::string p256Info(const std::string& length, const std::string& bits, const std::string& point)
+{
+    return support::fromHex("30" + length + "301306072a8648ce3d020106082a8648ce3d030107" + "03" +
+                            bits + "00" + point);
+}
+
+/** A signature by the private scalar 1, DER. */
+std::string signedByOne(const std::string& input)
+{
+    const std::string der = support::fromHex("30250201010420" + std::string(63, '0') + "1");
+    char* signature = signToken(input, reinterpret_cast<const unsigned char*>(der.data()),
+                                static_cast<int>(der.size()));
+    const support::HeapText owned{signature};
+    return tokens::fromBase64Url(signature);
+}
+
+TEST(PemVerifier, ReadsEachEncodingOfAPoint)
+{
+    const std::string input = inputFor("ES256");
+    const std::string signature = signedByOne(input);
+    const std::string x{generatorX};
+    const std::string y{generatorY};
+    const auto acceptsInfo = [&](const std::string& info) {
+        return accepts(input, signature, pemOf("PUBLIC KEY", info));
+    };
+    const std::string usual = p256Info("59", "42", "04" + x + y);
+    EXPECT_TRUE(acceptsInfo(usual));
+    // Compressed, and of both forms at once; y is odd.
+    EXPECT_TRUE(acceptsInfo(p256Info("39", "22", "03" + x)));
+    EXPECT_TRUE(acceptsInfo(p256Info("59", "42", "07" + x + y)));
+    // What follows the structure is not looked at.
+    EXPECT_TRUE(acceptsInfo(usual + "x"));
+    // The other point with this x, and the same in its wrong mark.
+    EXPECT_FALSE(acceptsInfo(p256Info("39", "22", "02" + x)));
+    EXPECT_FALSE(acceptsInfo(p256Info("59", "42", "06" + x + y)));
+    EXPECT_FALSE(acceptsInfo(p256Info("59", "42", "05" + x + y)));
+    // Off the curve, beyond the field, and at infinity.
+    EXPECT_FALSE(acceptsInfo(p256Info("59", "42", "04" + x + x)));
+    EXPECT_FALSE(acceptsInfo(p256Info("59", "42", "04" + std::string(128, '0'))));
+    EXPECT_FALSE(acceptsInfo(p256Info("59", "42", "04" + std::string(128, 'f'))));
+    EXPECT_FALSE(acceptsInfo(p256Info("18", "02", "00")));
+    // One byte short.
+    EXPECT_FALSE(acceptsInfo(usual.substr(0, usual.size() - 1)));
+    for (std::size_t i = 0; i < 27; ++i)
+    {
+        SCOPED_TRACE(i);
+        std::string changed = usual;
+        changed[i] = static_cast<char>(changed[i] ^ 1);
+        EXPECT_FALSE(acceptsInfo(changed));
+    }
+}
+
+TEST(PemVerifier, ReadsACurveThatIsSpeltOut)
+{
+    const Key key = Key::ec("P-256");
+    const std::string input = inputFor("ES256");
+    const std::string signature = key.sign(input, "SHA256");
+    const std::string spelt = key.explicitPem();
+    EXPECT_GT(spelt.size(), 2 * key.pem().size());
+    EXPECT_TRUE(accepts(input, signature, key.pem()));
+    EXPECT_TRUE(accepts(input, signature, spelt));
+    EXPECT_FALSE(accepts(input, signature, Key::ec("P-256").explicitPem()));
 }
 
 TEST(PemVerifier, AcceptsOtherCurves)
