@@ -1,7 +1,11 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Shows tokens being issued and judged, from beginning to end: demo.sh BUILD_DIR
+# Shows what the library is for, from beginning to end: demo.sh BUILD_DIR
+#
+# A client registers with a controller, proves who it is, and works with tokens.
+# Each of the two is a process with a directory of its own (demo/client.sh and
+# demo/controller.sh); documents travel between them through two pipes.
 set -euo pipefail
 
 # What a refused command says stands where it was refused.
@@ -9,84 +13,84 @@ exec 2>&1
 
 build=$(cd "${1:?usage: demo.sh BUILD_DIR}" && pwd)
 examples=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-bmcoauth=$build/tools/bmcoauth
+
+# The factory's roots stand in /etc/default/certs. This machine's stay as they
+# are: the demonstration has a file system of its own there, which nobody else
+# sees and which ends with it.
+mark=/etc/default/certs/private-to-the-demonstration
+if [ -z "${DEMO_ALONE:-}" ]; then
+    export DEMO_ALONE=yes
+    alone=(unshare --mount)
+    if ((EUID != 0)); then
+        alone=(unshare --user --map-root-user --mount)
+    fi
+    # shellcheck disable=SC2016 # the inner shell expands it
+    private='place=/etc/default/certs
+        [ -d "$place" ] || place=/etc/default
+        mount -t tmpfs tmpfs "$place" && mkdir -p "${1%/*}" && touch "$1"'
+    if "${alone[@]}" sh -c "$private" sh "$mark" >/dev/null 2>&1; then
+        exec "${alone[@]}" sh -c "$private"' && shift && exec "$@"' sh "$mark" \
+            "$examples/demo.sh" "$build"
+    fi
+fi
+DEMO_ROOTS=none
+if [ -e "$mark" ]; then
+    DEMO_ROOTS=private
+fi
 
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-
-step=0
-say()
+processes=()
+finish()
 {
-    step=$((step + 1))
-    printf '\n%d. %s\n' "$step" "$1"
+    # One that fails leaves the other waiting for a document.
+    ((${#processes[@]} == 0)) || kill "${processes[@]}" 2>/dev/null || true
+    wait
+    rm -rf "$work"
 }
+trap finish EXIT
 
-# Runs a command that must end with the given status, and shows it.
-expect()
-{
-    local wanted=$1 status=0
-    shift
-    "$@" || status=$?
-    if [ "$status" -ne "$wanted" ]; then
-        echo "demo: expected exit status $wanted, got $status: $*" >&2
-        exit 1
-    fi
-    if [ "$wanted" -ne 0 ]; then
-        echo "(exit status $status)"
-    fi
-}
+export DEMO_ROOTS
+export DEMO_BMCOAUTH=$build/tools/bmcoauth
+export DEMO_STEPS=$work/steps
+export DEMO_REQUEST=$examples/authorize_request.json
+# shellcheck source=examples/demo/common.sh
+. "$examples/demo/common.sh"
 
-# Another letter for the one in the middle of the part with the given number.
-alter_token()
-{
-    awk -F. -v part="$1" '{
-        middle = int(length($part) / 2)
-        letter = substr($part, middle, 1) == "A" ? "B" : "A"
-        $part = substr($part, 1, middle - 1) letter substr($part, middle + 1)
-        print $1 "." $2 "." $3
-    }'
-}
+mkdir "$work/factory" "$work/client" "$work/controller"
+mkfifo "$work/to_client" "$work/to_controller"
+cd "$work/factory"
 
-say "The token service makes its signing key (P-256, a file of mode 0600)."
-expect 0 "$bmcoauth" key generate signing.pem
-expect 0 "$bmcoauth" key check signing.pem
+say "The factory, made up for this demonstration, issues certificates:"
+expect 0 "$bmcoauth" pki make --intermediates 1 --device client --device controller \
+    --device client-tls made
+cp made/client.key made/client-chain.pem made/controller.pem "$work/client"
+cp made/controller.key made/client-tls.pem "$work/controller"
+if [ "$DEMO_ROOTS" = private ]; then
+    cp made/Factorycert*Root.pem /etc/default/certs
+    echo "(its roots stand in a private /etc/default/certs, which ends with the demonstration)"
+else
+    echo "(this system allows no private /etc/default/certs: chains to the roots are not verified)"
+fi
 
-say "A client asks for a token with this authorize request:"
-cat "$examples/authorize_request.json"
+say "Secrets for one-time passwords are given to the client and to the controller beforehand:"
+expect 0 "$bmcoauth" handshake keys --prefix otp --keys 2 --tokens 3 > keys.json
+cat keys.json
+cp keys.json "$work/client"
+cp keys.json "$work/controller"
 
-say "The service answers with a signed access token and a refresh token:"
-expect 0 "$bmcoauth" token issue --key signing.pem --subject admin --issuer controller \
-    --scope privileges=login,configure --lifetime 600 "$examples/authorize_request.json" \
-    > response.json
-cat response.json
+# Each opens both pipes for reading and writing, so that neither waits for the
+# other to open them.
+(cd "$work/controller" && exec bash "$examples/demo/controller.sh") \
+    4<>"$work/to_controller" 5<>"$work/to_client" &
+processes+=($!)
+(cd "$work/client" && exec bash "$examples/demo/client.sh") \
+    4<>"$work/to_client" 5<>"$work/to_controller" &
+processes+=($!)
 
-say "What stands in the access token, without verifying it:"
-expect 0 "$bmcoauth" token inspect response.json
-
-say "Verified with the service's key, its claims are:"
-expect 0 "$bmcoauth" token verify --key signing.pem response.json
-
-say "With one letter of its payload altered, the token is refused:"
-"$bmcoauth" json get access_token response.json > token.txt
-alter_token 2 < token.txt > altered.txt
-expect 3 "$bmcoauth" token verify --key signing.pem altered.txt
-
-say "So it is with one letter of its signature altered:"
-alter_token 3 < token.txt > altered.txt
-expect 3 "$bmcoauth" token verify --key signing.pem altered.txt
-
-say "And with another key:"
-"$bmcoauth" key generate other.pem
-expect 3 "$bmcoauth" token verify --key other.pem token.txt
-
-say "A token that lives for one second is refused as expired after two:"
-"$bmcoauth" token issue --key signing.pem --lifetime 1 "$examples/authorize_request.json" \
-    > short.json
-sleep 2
-expect 4 "$bmcoauth" token verify --key signing.pem short.json
-
-say "A client that may not have a token is told so with an error document:"
-expect 0 "$bmcoauth" error invalid_client --description "unknown client"
+# Whichever ends first; a failure ends the demonstration.
+for _ in "${processes[@]}"; do
+    wait -n
+done
+processes=()
 
 printf '\nAll of it went as shown; nothing is left behind.\n'

@@ -3,7 +3,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <limits>
 #include <utility>
 
 namespace bmcoauth::tool
@@ -33,7 +32,8 @@ CLI::Option* addList(CLI::App& app, const std::string& name, std::vector<std::st
     CLI::Option* option = app.add_option(name, values, help);
     if (name.starts_with('-'))
     {
-        option->expected(1)->take_all();
+        // Otherwise it would swallow the arguments behind it.
+        option->expected(1)->take_all()->allow_extra_args(false);
     }
     return option;
 }
@@ -89,10 +89,9 @@ void Command::flag(const std::string& name, bool& value, const std::string& help
 }
 
 void Command::number(const std::string& name, std::uint32_t& value, const std::string& help,
-                     std::uint32_t least) const
+                     std::uint32_t least, std::uint32_t most) const
 {
-    addOption(*app, name, value, help)
-        ->check(CLI::Range(least, std::numeric_limits<std::uint32_t>::max()));
+    addOption(*app, name, value, help)->check(CLI::Range(least, most));
 }
 
 void Command::onRun(std::function<void()> action) const

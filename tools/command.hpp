@@ -11,7 +11,7 @@
 #include <vector>
 
 // Only command.cpp includes CLI11: compiling it takes longer than all the rest of a verb.
-namespace CLI
+namespace CLI // NOLINT(readability-identifier-naming): theirs
 {
 class App;
 } // namespace CLI
@@ -82,9 +82,9 @@ public:
                   const std::string& help) const;
     void flag(const std::string& name, bool& value, const std::string& help) const;
 
-    /** A number from @p least on. */
+    /** A number from @p least to @p most. */
     void number(const std::string& name, std::uint32_t& value, const std::string& help,
-                std::uint32_t least = 0) const;
+                std::uint32_t least = 0, std::uint32_t most = UINT32_MAX) const;
 
 private:
     void onRun(std::function<void()> action) const;

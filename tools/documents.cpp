@@ -6,11 +6,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <system_error>
 
 namespace bmcoauth::tool
 {
@@ -35,6 +36,17 @@ const char* orNull(const std::optional<std::string>& text)
     return text ? text->c_str() : nullptr;
 }
 
+namespace
+{
+
+[[noreturn]] void stopReading(const std::string& path, int error)
+{
+    throw Stop{Exit::failure,
+               "cannot read " + nameOf(path) + ": " + std::generic_category().message(error)};
+}
+
+} // namespace
+
 void requireReadable(const std::string& path)
 {
     struct stat status
@@ -42,15 +54,21 @@ void requireReadable(const std::string& path)
     };
     if (access(path.c_str(), R_OK) != 0 || stat(path.c_str(), &status) != 0)
     {
-        throw Stop{Exit::failure, "cannot read " + path + ": " + std::strerror(errno)};
+        stopReading(path, errno);
     }
     if (S_ISDIR(status.st_mode))
     {
-        throw Stop{Exit::failure, "cannot read " + path + ": " + std::strerror(EISDIR)};
+        stopReading(path, EISDIR);
     }
 }
 
-std::string readText(const std::string& path)
+std::string shown(const std::string& text)
+{
+    const bool printable = std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
+    return printable ? text : harmless(json_fastWriter(Json::Value{text}));
+}
+
+std::string readBytes(const std::string& path)
 {
     std::ifstream file;
     if (path != "-")
@@ -59,7 +77,7 @@ std::string readText(const std::string& path)
         file.open(path, std::ios::binary);
         if (!file)
         {
-            throw Stop{Exit::failure, "cannot read " + path + ": " + std::strerror(errno)};
+            stopReading(path, errno);
         }
     }
     std::istream& input = path == "-" ? std::cin : file;
@@ -70,8 +88,14 @@ std::string readText(const std::string& path)
     }
     catch (const std::ios_base::failure&)
     {
-        throw Stop{Exit::failure, "cannot read " + nameOf(path) + ": " + std::strerror(errno)};
+        stopReading(path, errno);
     }
+    return text;
+}
+
+std::string readText(const std::string& path)
+{
+    std::string text = readBytes(path);
     if (text.find('\0') != std::string::npos)
     {
         throw Stop{Exit::invalid, nameOf(path) + " holds a zero byte: it is not a text"};
@@ -96,6 +120,8 @@ Json::Value readObject(const std::string& path)
     return document;
 }
 
+// No deeper than jsoncpp reads, which is 1,000 levels.
+// NOLINTNEXTLINE(misc-no-recursion)
 Json::Value withoutComments(const Json::Value& tree)
 {
     Json::Value plain;

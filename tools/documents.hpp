@@ -42,8 +42,13 @@ using JwtPayloadPtr = std::unique_ptr<JWTPayload, Releaser<free_jwt_payload>>;
 /** Stops the command unless @p path is a file that can be read. */
 void requireReadable(const std::string& path);
 
-/** The whole of the file @p path, or of standard input for "-". Stops the command when it cannot
- *  be read or holds a zero byte, which no text of the library can. */
+/** @p text as it is, or as a JSON string if a terminal might obey what stands in it. */
+[[nodiscard]] std::string shown(const std::string& text);
+
+/** The whole of the file @p path, or of standard input for "-"; a stop when it cannot be read. */
+[[nodiscard]] std::string readBytes(const std::string& path);
+
+/** readBytes of a text: a stop when there is a zero byte, which no text of the library holds. */
 [[nodiscard]] std::string readText(const std::string& path);
 
 /** readText without the white space at its end, for what is a single word. */

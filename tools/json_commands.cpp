@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command.hpp"
 #include "documents.hpp"
+#include "payloads.hpp"
 
 #include <cstring>
 #include <vector>
@@ -92,13 +93,7 @@ void setMember(const SetOptions& options)
             [&](char** text) { return set_value_char(text, options.key.c_str(), value); });
         return;
     }
-    std::vector<std::string> copies = options.values;
-    std::vector<char*> values;
-    for (std::string& value : copies)
-    {
-        values.push_back(value.data());
-    }
-    values.push_back(nullptr);
+    TextList values{options.values};
     document.edit(
         [&](char** text) { return set_value_chararray(text, options.key.c_str(), values.data()); });
 }

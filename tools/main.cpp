@@ -12,10 +12,17 @@ using namespace bmcoauth::tool;
 
 void addCommands(const Command& root)
 {
-    addErrorCommand(root);
-    addJsonCommands(root);
-    addKeyCommands(root);
     addTokenCommands(root);
+    addKeyCommands(root);
+    addRegisterCommands(root);
+    addHandshakeCommands(root);
+    addEciesCommands(root);
+    addCertCommands(root);
+    addJwkCommands(root);
+    addPrivilegesCommand(root);
+    addJsonCommands(root);
+    addErrorCommand(root);
+    addPkiCommands(root);
 }
 
 int report(Exit status, const std::string& message)

@@ -2,8 +2,8 @@
 #include "command.hpp"
 #include "documents.hpp"
 #include "keys.hpp"
+#include "tokens.hpp"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -23,22 +23,6 @@ namespace
 constexpr const char* withoutKey =
     "a key is needed: give --key FILE (bmcoauth key generate makes one). Without a key the library "
     "would sign with a throwaway key, and nobody could ever verify the token";
-
-/** The compact token in @p path: its whole text, or the "access_token" of a response document. */
-std::string readToken(const std::string& path)
-{
-    std::string text = readWord(path);
-    char* raw = nullptr;
-    if (get_value_char(text.c_str(), "access_token", &raw) == 1)
-    {
-        return Text{raw}.get();
-    }
-    if (text.empty())
-    {
-        throw Stop{Exit::invalid, nameOf(path) + " holds no token"};
-    }
-    return text;
-}
 
 // ---------------------------------------------------------------------------------------- issue
 
@@ -141,23 +125,6 @@ void issue(IssueOptions& options)
 
 // -------------------------------------------------------------------------------------- inspect
 
-/** The JSON object in one part of a token. */
-Json::Value decodePart(const std::string& part, const std::string& name)
-{
-    char* raw = nullptr;
-    int length = 0;
-    Json::Value tree;
-    if (base64URIdecode(part.c_str(), &raw, &length) != 1)
-    {
-        throw Stop{Exit::invalid, "the " + name + " of the token is not Base64url"};
-    }
-    if (!loadJsonDoc(Text{raw}.get(), tree))
-    {
-        throw Stop{Exit::invalid, "the " + name + " of the token is not a JSON object"};
-    }
-    return withoutComments(tree);
-}
-
 /** The seconds that a claim holds, as a number or as a decimal text. */
 std::optional<std::uint64_t> secondsOf(const Json::Value& claim)
 {
@@ -192,13 +159,6 @@ std::string readableTime(std::uint64_t seconds)
     const auto whole = static_cast<unsigned long long>(away < 0 ? -away : away);
     return std::string{date.data()} + (away < 0 ? ", " : ", in ") + std::to_string(whole) + " s" +
            (away < 0 ? " ago" : "");
-}
-
-/** @p text as it is, or as a JSON string if a terminal might obey what stands in it. */
-std::string shown(const std::string& text)
-{
-    const bool printable = std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
-    return printable ? text : harmless(json_fastWriter(Json::Value{text}));
 }
 
 void printMembers(const std::string& title, const Json::Value& object)
@@ -242,26 +202,11 @@ void inspect(const InspectOptions& options)
 
 // --------------------------------------------------------------------------------------- verify
 
-enum Verdict : int
-{
-    invalid = 0,
-    valid = 1,
-    expired = 2,
-    failed = 3,
-};
-
 struct VerifyOptions
 {
     std::string path = "-";
     std::string key;
 };
-
-/** The claims of @p token as they stand in it. */
-Json::Value claimsOf(const std::string& token)
-{
-    const std::size_t first = token.find('.') + 1;
-    return decodePart(token.substr(first, token.find('.', first) - first), "payload");
-}
 
 void verify(const VerifyOptions& options)
 {
@@ -278,13 +223,13 @@ void verify(const VerifyOptions& options)
     const JwtPayloadPtr ownedPayload{payload};
     switch (verdict)
     {
-        case valid:
+        case Verdict::valid:
             printJson(claimsOf(token));
             return;
-        case expired:
+        case Verdict::expired:
             // The library looks at the time before it looks at the signature.
             throw Stop{Exit::expired, "the token has expired (its signature was not looked at)"};
-        case invalid:
+        case Verdict::invalid:
             throw Stop{Exit::invalid, "the token is not valid: it is malformed, not valid yet, or "
                                       "not signed with this key"};
         default:
@@ -326,6 +271,8 @@ void addTokenCommands(const Command& root)
     VerifyOptions& verifyOptions = verifyVerb.runs(verify);
     verifyVerb.option("FILE", verifyOptions.path, "Token, or response document with access_token");
     verifyVerb.option("--key", verifyOptions.key, "Key file that signed the token");
+
+    addDelegatedCommand(group);
 }
 
 } // namespace bmcoauth::tool

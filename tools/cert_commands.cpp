@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "command.hpp"
+#include "documents.hpp"
+#include "payloads.hpp"
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+struct EncodeOptions
+{
+    std::string path;
+};
+
+void encode(const EncodeOptions& options)
+{
+    printJson(CertificateKey{options.path}.document());
+}
+
+struct CheckOptions
+{
+    std::string path;
+    std::optional<std::string> name;
+};
+
+void check(const CheckOptions& options)
+{
+    const CertificateKey key{options.path};
+    unsigned int length = 0;
+    const Text pem = orStop(decode_x509_jwk(key.get(), &length), "memory is exhausted");
+    const std::string which =
+        "the first of " + std::to_string(key.size()) + " certificates in " + nameOf(options.path);
+    if (validateX509(pem.get(), orNull(options.name)) != 1)
+    {
+        throw Stop{Exit::invalid, which + " is refused: it cannot be read or " +
+                                      (options.name ? "its common name is not " + *options.name
+                                                    : "its common name is empty")};
+    }
+    const Text name{get_x509_CN(pem.get())};
+    print("valid: " + which + ", " +
+          (name ? "common name " + harmless(name.get()) : "without a common name"));
+}
+
+struct ChainOptions
+{
+    std::string path;
+};
+
+void checkChain(const ChainOptions& options)
+{
+    const CertificateKey key{options.path};
+    requireFactoryRoots();
+    const std::string chain =
+        "the last of " + std::to_string(key.size()) + " certificates in " + nameOf(options.path);
+    const int verdict = chainVerify(key.get());
+    if (verdict < 0)
+    {
+        throw Stop{Exit::invalid, chain + " is refused: a certificate cannot be read"};
+    }
+    if (verdict == 0)
+    {
+        throw Stop{Exit::invalid, chain + " is refused: no chain leads from it to a factory root" +
+                                      (isDeviceVorn() == 1 ? "" : " of production")};
+    }
+    print("verified: " + chain);
+}
+
+} // namespace
+
+void addCertCommands(const Command& root)
+{
+    const Command group = root.group("cert", "Encode and check certificates");
+
+    const Command encodeVerb =
+        group.verb("encode", "Print the certificate key (JSON) of a PEM chain",
+                   "cert encode device-chain.pem");
+    EncodeOptions& encodeOptions = encodeVerb.runs(encode);
+    encodeVerb.required("FILE", encodeOptions.path, "PEM chain");
+
+    const Command checkVerb =
+        group.verb("check", "Check that a certificate can be read, and its common name",
+                   "cert check --name dev-device device.pem",
+                   "The first certificate is checked. A name longer than 17 bytes never matches.");
+    CheckOptions& checkOptions = checkVerb.runs(check);
+    checkVerb.required("FILE", checkOptions.path, "PEM file or certificate key");
+    checkVerb.option("--name", checkOptions.name, "Common name that it must have, in any case");
+
+    const Command chainVerb = group.verb(
+        "chain", "Verify a chain against the factory roots of this device",
+        "cert chain device-chain.pem",
+        "The last certificate is verified, by way of those between the first and the last. Where "
+        "there are\ntwo, the second is verified by the roots alone. Validity is judged as of 1 "
+        "January 2035.\nThe roots are FactorycertProdRoot.pem and FactorycertDevRoot.pem in "
+        "/etc/default/certs.");
+    ChainOptions& chainOptions = chainVerb.runs(checkChain);
+    chainVerb.required("FILE", chainOptions.path, "PEM chain or certificate key");
+}
+
+} // namespace bmcoauth::tool

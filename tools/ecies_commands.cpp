@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "command.hpp"
+#include "documents.hpp"
+#include "keys.hpp"
+#include "payloads.hpp"
+
+#include <algorithm>
+#include <string_view>
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+/** Data that is longer makes an envelope that the library does not open. */
+constexpr std::size_t mostBytes = 73710;
+
+Text freshIv()
+{
+    char* raw = nullptr;
+    generateRandomIV(&raw);
+    return orStop(raw, "the random device failed");
+}
+
+struct NoOptions
+{
+};
+
+void printIv(const NoOptions& /*options*/)
+{
+    print(freshIv().get());
+}
+
+struct SealOptions
+{
+    std::string path = "-";
+    std::string key;
+    std::string peer;
+    std::string iv;
+};
+
+void seal(const SealOptions& options)
+{
+    const std::string iv = options.iv.empty() ? freshIv().get() : options.iv;
+    // The library does not report digits that are none.
+    if (iv.size() != 32 || iv.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+    {
+        throw Stop{Exit::usage, "--iv takes 32 hexadecimal digits (bmcoauth ecies iv makes them)"};
+    }
+    const PrivateKeyBytes key{options.key};
+    CertificateKey peer{options.peer};
+    const std::string data = readText(options.path);
+    if (data.empty() || data.size() > mostBytes)
+    {
+        throw Stop{Exit::invalid, nameOf(options.path) + " holds " + std::to_string(data.size()) +
+                                      " bytes: an envelope takes from 1 to " +
+                                      std::to_string(mostBytes)};
+    }
+    char* rawMac = nullptr;
+    const Text ciphertext{ecies_encrypt(data.data(), static_cast<unsigned int>(data.size()),
+                                        peer.address(), &rawMac, key.data(), key.size(),
+                                        iv.c_str())};
+    const Text mac{rawMac};
+    if (!ciphertext)
+    {
+        throw Stop{Exit::invalid, "the data could not be sealed: the first certificate of " +
+                                      nameOf(options.peer) + " has no key on P-256"};
+    }
+    Json::Value document;
+    document["ciphertext"] = ciphertext.get();
+    document["mac"] = mac.get();
+    document["iv"] = iv;
+    printJson(document);
+}
+
+struct OpenOptions
+{
+    std::string path = "-";
+    std::string key;
+    std::string peer;
+    bool dataOnly = false;
+};
+
+/** The plaintext without the line feed and the 16 random characters behind the data. */
+std::string dataOf(const std::string& plaintext)
+{
+    constexpr std::size_t randomCharacters = 16;
+    const std::size_t size = plaintext.size();
+    const bool sealed =
+        size > randomCharacters + 1 && plaintext[size - randomCharacters - 1] == '\n' &&
+        std::ranges::all_of(std::string_view{plaintext}.substr(size - randomCharacters),
+                            [](char c) { return c > ' ' && c <= '~'; });
+    if (!sealed)
+    {
+        throw Stop{Exit::invalid, "what was sealed does not end with a line feed and 16 random "
+                                  "characters: open it without --data-only"};
+    }
+    return plaintext.substr(0, size - randomCharacters - 1);
+}
+
+void open(const OpenOptions& options)
+{
+    const PrivateKeyBytes key{options.key};
+    CertificateKey peer{options.peer};
+    const SealedDocument sealed{options.path};
+    unsigned int length = 0;
+    const Text plaintext{ecies_decrypt(sealed.ciphertext.c_str(), &length, key.data(), key.size(),
+                                       sealed.mac.c_str(), peer.address(), sealed.iv.c_str())};
+    if (!plaintext)
+    {
+        throw Stop{Exit::invalid, "the envelope is refused: it was altered, or sealed with other "
+                                  "keys, or holds no text"};
+    }
+    const std::string text{plaintext.get(), length};
+    print(options.dataOnly ? dataOf(text) : text);
+}
+
+} // namespace
+
+void addEciesCommands(const Command& root)
+{
+    const Command group = root.group("ecies", "Seal and open envelopes between two parties");
+
+    const Command ivVerb = group.verb("iv", "Print a fresh initialization vector", "ecies iv");
+    ivVerb.runs(printIv);
+
+    const Command sealVerb =
+        group.verb("seal", "Seal a text for the holder of a certificate",
+                   "ecies seal --key server.key --peer client.pem certificate.pem",
+                   "Prints {\"ciphertext\", \"iv\", \"mac\"}. An IV must never be used twice with "
+                   "the same keys:\nwithout --iv a fresh one is drawn.");
+    SealOptions& sealOptions = sealVerb.runs(seal);
+    sealVerb.option("FILE", sealOptions.path, "Text to seal");
+    sealVerb.required("--key", sealOptions.key, "Own private key file");
+    sealVerb.required(
+        "--peer", sealOptions.peer,
+        "The other party's certificate: PEM file or certificate key, the first counts");
+    sealVerb.option("--iv", sealOptions.iv, "32 hexadecimal digits");
+
+    const Command openVerb = group.verb(
+        "open", "Open an envelope of the holder of a certificate",
+        "ecies open --key client.key --peer server.pem --data-only sealed.json",
+        "Takes what seal printed, or a handshake response with encrypted_sslcert, HMAC and iv.\n"
+        "What was sealed ends with a line feed and 16 random characters.");
+    OpenOptions& openOptions = openVerb.runs(open);
+    openVerb.option("FILE", openOptions.path, "Envelope");
+    openVerb.required("--key", openOptions.key, "Own private key file");
+    openVerb.required(
+        "--peer", openOptions.peer,
+        "The other party's certificate: PEM file or certificate key, the first counts");
+    openVerb.flag("--data-only", openOptions.dataOnly,
+                  "Leave out the line feed and the random characters");
+}
+
+} // namespace bmcoauth::tool

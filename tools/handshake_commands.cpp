@@ -1,0 +1,263 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "command.hpp"
+#include "documents.hpp"
+#include "handshake.hpp"
+#include "keys.hpp"
+#include "payloads.hpp"
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+// ------------------------------------------------------------------------------------ challenge
+
+struct ChallengeOptions
+{
+    std::vector<std::string> types;
+    std::uint32_t mode = 3;
+    bool client = false;
+    std::uint32_t count = 1;
+};
+
+void challenge(const ChallengeOptions& options)
+{
+    if (options.client)
+    {
+        TextList types{options.types};
+        HandshakePayload* raw = nullptr;
+        if (generateClientHandshakeChallenge(types.data(), options.count, &raw) != 1)
+        {
+            throw Stop{Exit::usage, "a client's challenge needs two types or more, one of them "
+                                    "for one-time passwords"};
+        }
+        printPayload(PayloadPtr{raw}.get());
+        return;
+    }
+    printPayload(serverChallenge(options.types, options.mode).get());
+}
+
+// -------------------------------------------------------------------------------------- respond
+
+struct RespondOptions
+{
+    std::string challenge;
+    std::string keys;
+    std::string certificate;
+    std::string key;
+};
+
+/** What may be missing, since not every challenge asks for it. */
+template <typename Material>
+std::optional<Material> readIfGiven(const std::string& path)
+{
+    return path.empty() ? std::nullopt : std::optional<Material>{std::in_place, path};
+}
+
+std::string readKeys(const std::string& path)
+{
+    return path.empty() ? "" : json_fastWriter(readObject(path));
+}
+
+void respond(const RespondOptions& options)
+{
+    const PayloadPtr asked = readPayload(options.challenge, challengeMember);
+    const std::string keys = readKeys(options.keys);
+    std::optional<CertificateKey> certificate = readIfGiven<CertificateKey>(options.certificate);
+    const std::optional<PrivateKeyBytes> key = readIfGiven<PrivateKeyBytes>(options.key);
+    HandshakePayload* raw = nullptr;
+    const bool answered = generateHandshakeResponse(
+        asked.get(), keys.c_str(), static_cast<unsigned int>(keys.size()),
+        certificate ? certificate->address() : nullptr, &raw, key ? key->data() : nullptr,
+        key ? static_cast<unsigned int>(key->size()) : 0);
+    const PayloadPtr response{raw};
+    if (!answered)
+    {
+        throw Stop{Exit::invalid,
+                   "the challenge cannot be answered: it is malformed, or asks for a type that "
+                   "--keys does not hold, or for a certificate (--certificate and its --key)"};
+    }
+    printPayload(response.get());
+}
+
+// ---------------------------------------------------------------------------------------- check
+
+struct CheckOptions
+{
+    std::string path = "-";
+    std::string challenge;
+    std::string keys;
+    std::string certificate;
+    std::optional<std::string> name;
+    bool chain = false;
+};
+
+void checkCertificate(std::optional<CertificateKey>& certificate, const CheckOptions& options)
+{
+    if (!certificate)
+    {
+        throw Stop{Exit::usage, "--chain needs --certificate"};
+    }
+    requireFactoryRoots();
+    if (validate_x509_jwk(certificate->get(), orNull(options.name)) != 1)
+    {
+        throw Stop{Exit::invalid,
+                   "the certificate is refused: no chain leads from the last one in " +
+                       nameOf(options.certificate) +
+                       " to a factory root, or the name of the first is wrong"};
+    }
+}
+
+void check(const CheckOptions& options)
+{
+    const PayloadPtr asked = readPayload(options.challenge, challengeMember);
+    const PayloadPtr response = readPayload(options.path, "handshake_response");
+    const std::string keys = readKeys(options.keys);
+    std::optional<CertificateKey> certificate = readIfGiven<CertificateKey>(options.certificate);
+    if (options.chain)
+    {
+        checkCertificate(certificate, options);
+    }
+    if (!validateHandshakeResponse(asked.get(), keys.c_str(),
+                                   static_cast<unsigned int>(keys.size()),
+                                   certificate ? certificate->address() : nullptr, response.get()))
+    {
+        throw Stop{Exit::invalid, "the response is refused: a proof is wrong or missing, or --keys "
+                                  "or --certificate lacks what the challenge asks for"};
+    }
+    const std::size_t types = countValues(asked.get(), "T");
+    const std::size_t proofs = countValues(response.get(), "R");
+    if (proofs < types)
+    {
+        warn("only " + std::to_string(proofs) + " of " + std::to_string(types) +
+             " proofs were given; the others were not asked for");
+    }
+    print(options.chain ? "accepted, chain verified" : "accepted");
+}
+
+// ----------------------------------------------------------------------------------------- keys
+
+struct KeysOptions
+{
+    std::string prefix;
+    std::uint32_t keys = 1;
+    std::uint32_t tokens = 1;
+    std::uint32_t length = 16;
+};
+
+void makeKeys(const KeysOptions& options)
+{
+    char* raw = nullptr;
+    if (generateKeyTool(options.prefix.c_str(), options.keys, options.tokens,
+                        static_cast<int>(options.length), &raw) != 1)
+    {
+        throw Stop{Exit::failure,
+                   "no keys could be made: the random device failed, or the prefix is too long"};
+    }
+    print(Text{raw}.get());
+}
+
+// --------------------------------------------------------------------------------------- attach
+
+struct AttachOptions
+{
+    std::string path = "-";
+    std::string sealed;
+};
+
+void attach(const AttachOptions& options)
+{
+    const SealedDocument sealed{options.sealed};
+    PayloadPtr response = readPayload(options.path, "handshake_response");
+    HandshakePayload* raw = response.release();
+    const int attached = appendSSLCertToResponse(&raw, sealed.ciphertext.c_str(),
+                                                 sealed.mac.c_str(), sealed.iv.c_str());
+    response.reset(raw);
+    if (attached != 1)
+    {
+        throw Stop{Exit::invalid,
+                   "the iv of " + nameOf(options.sealed) + " is not 32 characters long"};
+    }
+    printPayload(response.get());
+}
+
+} // namespace
+
+PayloadPtr serverChallenge(const std::vector<std::string>& types, unsigned int mode)
+{
+    TextList list{types};
+    HandshakePayload* raw = nullptr;
+    if (generateServerHandshakeChallenge(list.data(), mode, &raw) != 1)
+    {
+        throw Stop{Exit::invalid, "no challenge: mode 1 needs the type software_id_cert-1.0, mode "
+                                  "2 another one, mode 3 both"};
+    }
+    return PayloadPtr{raw};
+}
+
+void addHandshakeCommands(const Command& root)
+{
+    const Command group = root.group("handshake", "Challenge clients, answer and check");
+
+    const Command challengeVerb =
+        group.verb("challenge", "Make the challenge of a server, or of a client",
+                   "handshake challenge --type otp1.0 --type software_id_cert-1.0 --mode 3",
+                   "Mode 1 asks for the certificate proof, 2 for a one-time password, 3 for both.");
+    ChallengeOptions& challengeOptions = challengeVerb.runs(challenge);
+    challengeVerb.required("--type", challengeOptions.types,
+                           "Type that the client supports; may be given again");
+    challengeVerb.number("--mode", challengeOptions.mode, "1, 2 or 3 (default 3)", 1, 3);
+    challengeVerb.flag("--client", challengeOptions.client, "Make a client's challenge");
+    challengeVerb.number("--count", challengeOptions.count,
+                         "How often a client's challenge names its type (default 1)", 1, 10000);
+
+    const Command respondVerb = group.verb(
+        "respond", "Answer a challenge",
+        "handshake respond --challenge challenge.json --keys keys.json --certificate device.pem "
+        "--key device.key");
+    RespondOptions& respondOptions = respondVerb.runs(respond);
+    respondVerb.required("--challenge", respondOptions.challenge,
+                         "Challenge, or register response that holds one");
+    respondVerb.option("--keys", respondOptions.keys, "Key document with the shared secrets");
+    respondVerb.option("--certificate", respondOptions.certificate,
+                       "Own certificate: PEM chain or certificate key, the first counts");
+    respondVerb.option("--key", respondOptions.key, "The certificate's private key file");
+
+    const Command checkVerb = group.verb(
+        "check", "Check the response to a challenge",
+        "handshake check --challenge challenge.json --keys keys.json --certificate device.pem "
+        "response.json",
+        "Exit status 3 when the response is refused. A used challenge must not be accepted again: "
+        "nothing here\nremembers it.");
+    CheckOptions& checkOptions = checkVerb.runs(check);
+    checkVerb.option("FILE", checkOptions.path,
+                     "Response, or authorize request that holds a handshake_response");
+    checkVerb.required("--challenge", checkOptions.challenge,
+                       "Challenge, or register response that holds one");
+    checkVerb.option("--keys", checkOptions.keys, "Key document with the shared secrets");
+    checkVerb.option("--certificate", checkOptions.certificate,
+                     "The client's certificate: PEM chain or certificate key, the first counts");
+    checkVerb.flag("--chain", checkOptions.chain,
+                   "Verify the certificate chain against the factory roots, too");
+    checkVerb.option("--name", checkOptions.name, "With --chain: common name of the certificate");
+
+    const Command keysVerb =
+        group.verb("keys", "Make a key document with random secrets",
+                   "handshake keys --prefix otp --keys 2 --tokens 8",
+                   "The types are the prefix, the number of the key and \".0\": otp1.0, otp2.0.");
+    KeysOptions& keysOptions = keysVerb.runs(makeKeys);
+    keysVerb.required("--prefix", keysOptions.prefix, "Begin of the types' names");
+    keysVerb.number("--keys", keysOptions.keys, "Number of types (default 1)", 0, 10000);
+    keysVerb.number("--tokens", keysOptions.tokens, "Secrets of each type (default 1)", 1, 10000);
+    keysVerb.number("--length", keysOptions.length, "Random bytes of a secret (default 16)", 1,
+                    1000);
+
+    const Command attachVerb = group.verb("attach", "Attach a sealed SSL certificate to a response",
+                                          "handshake attach --sealed sealed.json response.json");
+    AttachOptions& attachOptions = attachVerb.runs(attach);
+    attachVerb.option("FILE", attachOptions.path, "Handshake response");
+    attachVerb.required("--sealed", attachOptions.sealed, "What ecies seal printed");
+}
+
+} // namespace bmcoauth::tool

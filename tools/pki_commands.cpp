@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "command.hpp"
+#include "documents.hpp"
+#include "keys.hpp"
+#include "pki.hpp"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+struct Options
+{
+    std::string directory;
+    std::uint32_t intermediates = 1;
+    std::vector<std::string> devices;
+    bool developmentRoot = false;
+};
+
+/** The directory that receives the files; nothing in it is replaced. */
+class Output
+{
+public:
+    explicit Output(const std::string& path) : directory{path}
+    {
+        std::error_code error;
+        fs::create_directories(directory, error);
+        if (!fs::is_directory(directory, error))
+        {
+            throw Stop{Exit::failure, "cannot make the directory " + path};
+        }
+    }
+
+    /** Where a new file of this name stands. */
+    [[nodiscard]] std::string newFile(const std::string& name) const
+    {
+        fs::path file = directory / name;
+        if (fs::exists(fs::symlink_status(file)))
+        {
+            throw Stop{Exit::usage, file.string() + " exists already: name another directory"};
+        }
+        return file.string();
+    }
+
+    void write(const std::string& name, const std::string& text) const
+    {
+        const std::string file = newFile(name);
+        std::ofstream stream{file, std::ios::binary};
+        stream << text;
+        stream.close();
+        if (!stream)
+        {
+            throw Stop{Exit::failure, "cannot write " + file};
+        }
+        print(file);
+    }
+
+private:
+    fs::path directory;
+};
+
+/** A device's name is its common name and begins the names of its files. */
+void checkName(const std::string& name)
+{
+    const bool plain = std::ranges::all_of(name, [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               c == '-' || c == '_';
+    });
+    // More than 17 characters never match where the library checks a name.
+    if (name.empty() || name.size() > 17 || !plain)
+    {
+        throw Stop{Exit::usage, "--device takes 1 to 17 letters, digits, hyphens and underscores"};
+    }
+}
+
+void writeDevice(const Output& output, const std::string& name, const Identity& issuer,
+                 const std::string& intermediates)
+{
+    const std::string keyFile = output.newFile(name + ".key");
+    if (generateECPrivateKey(keyFile.c_str()) != 1)
+    {
+        throw Stop{Exit::failure, "cannot write " + keyFile};
+    }
+    print(keyFile);
+    const EcKeyPtr key{getECKeyFromFile(keyFile.c_str())};
+    EvpKeyPtr wrapped{EVP_PKEY_new()};
+    if (!key || !wrapped || EVP_PKEY_set1_EC_KEY(wrapped.get(), key.get()) != 1)
+    {
+        throw Stop{Exit::failure, "cannot read the key " + keyFile};
+    }
+    const Identity device = makeDevice(name, std::move(wrapped), issuer);
+    const std::string pem = pemOf(*device.certificate);
+    output.write(name + ".pem", pem);
+    output.write(name + "-chain.pem", intermediates.empty() ? pem : pem + intermediates + pem);
+}
+
+void makePki(const Options& options)
+{
+    const std::vector<std::string> names =
+        options.devices.empty() ? std::vector<std::string>{"dev-device"} : options.devices;
+    std::ranges::for_each(names, checkName);
+    const Output output{options.directory};
+    const Identity production = makeAuthority("Development production root", nullptr);
+    const Identity development = makeAuthority("Development root", nullptr);
+    output.write("FactorycertProdRoot.pem", pemOf(*production.certificate));
+    output.write("FactorycertDevRoot.pem", pemOf(*development.certificate));
+
+    std::vector<Identity> authorities;
+    std::string intermediates;
+    const Identity* issuer = options.developmentRoot ? &development : &production;
+    for (std::uint32_t i = 1; i <= options.intermediates; ++i)
+    {
+        authorities.push_back(
+            makeAuthority("Development intermediate " + std::to_string(i), issuer));
+        issuer = &authorities.back();
+        intermediates.insert(0, pemOf(*issuer->certificate));
+    }
+    for (const std::string& name : names)
+    {
+        writeDevice(output, name, *issuer, intermediates);
+    }
+    warn("these certificates are for development only; their authorities' keys were not kept");
+}
+
+} // namespace
+
+void addPkiCommands(const Command& root)
+{
+    const Command group = root.group("pki", "Make certificates for development");
+    const Command verb = group.verb(
+        "make", "Make factory roots, intermediates and devices for development",
+        "pki make --intermediates 2 --device dev-device certs",
+        "Writes both factory roots under the names that they have on a device "
+        "(FactorycertProdRoot.pem,\nFactorycertDevRoot.pem) and, for each device, NAME.key, "
+        "NAME.pem and NAME-chain.pem. Prints the files.\n\nHow a chain is read: the name and the "
+        "key of the first certificate are used, the last one is verified,\nand those between are "
+        "the intermediates; with two, the second is verified directly by the roots. So a\nchain "
+        "with intermediates is written device, intermediates, device, and one without holds the "
+        "device alone.\n\nNo authority's private key is kept. All names say that they are for "
+        "development; the certificates are\nvalid from 2020 to 2049, so on 1 January 2035, as of "
+        "which chains are judged.");
+    Options& options = verb.runs(makePki);
+    verb.required("DIRECTORY", options.directory, "Where to write; made if it is not there");
+    verb.number("--intermediates", options.intermediates,
+                "Number of intermediate authorities (default 1)", 0, 8);
+    verb.option("--device", options.devices,
+                "Name of a device, dev-device if left out; may be given again");
+    verb.flag("--development-root", options.developmentRoot,
+              "Have the development root issue, which only marked devices trust");
+}
+
+} // namespace bmcoauth::tool

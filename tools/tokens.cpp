@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tokens.hpp"
+
+#include "command.hpp"
+#include "documents.hpp"
+
+namespace bmcoauth::tool
+{
+
+std::string readToken(const std::string& path)
+{
+    std::string text = readWord(path);
+    char* raw = nullptr;
+    if (get_value_char(text.c_str(), "access_token", &raw) == 1)
+    {
+        return Text{raw}.get();
+    }
+    if (text.empty())
+    {
+        throw Stop{Exit::invalid, nameOf(path) + " holds no token"};
+    }
+    return text;
+}
+
+Json::Value decodePart(const std::string& part, const std::string& name)
+{
+    char* raw = nullptr;
+    int length = 0;
+    Json::Value tree;
+    if (base64URIdecode(part.c_str(), &raw, &length) != 1)
+    {
+        throw Stop{Exit::invalid, "the " + name + " of the token is not Base64url"};
+    }
+    if (!loadJsonDoc(Text{raw}.get(), tree))
+    {
+        throw Stop{Exit::invalid, "the " + name + " of the token is not a JSON object"};
+    }
+    return withoutComments(tree);
+}
+
+Json::Value claimsOf(const std::string& token)
+{
+    const std::size_t first = token.find('.') + 1;
+    return decodePart(token.substr(first, token.find('.', first) - first), "payload");
+}
+
+} // namespace bmcoauth::tool
