@@ -131,6 +131,16 @@ bool verifies(std::string_view text, std::string_view signature, const PrivateKe
                             text.size()) == 1;
 }
 
+std::string json(const Members& members)
+{
+    std::string object = "{";
+    for (const auto& [name, value] : members)
+    {
+        object.append(object.size() == 1 ? "\"" : ",\"").append(name).append("\":").append(value);
+    }
+    return object + "}";
+}
+
 std::string handmade(std::string_view header, std::string_view payload, const PrivateKey& key)
 {
     const std::string signingInput = base64Url(header) + "." + base64Url(payload);

@@ -5,6 +5,7 @@
 
 #include <bmcoauth.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -44,6 +45,10 @@ struct PrivateKey
 [[nodiscard]] std::string sign(std::string_view text, const PrivateKey& key);
 [[nodiscard]] bool verifies(std::string_view text, std::string_view signature,
                             const PrivateKey& key);
+
+/** The members of a JSON object, by name, each as its JSON text; and the object's text. */
+using Members = std::map<std::string, std::string>;
+[[nodiscard]] std::string json(const Members& members);
 
 /** The compact token of two JSON texts, signed with @p key. */
 [[nodiscard]] std::string handmade(std::string_view header, std::string_view payload,

@@ -18,6 +18,7 @@ using namespace support;
 using tokens::base64Url;
 using tokens::fromBase64Url;
 using tokens::handmade;
+using tokens::json;
 using tokens::otherKey;
 using tokens::partsOf;
 using tokens::serviceKey;
@@ -101,36 +102,23 @@ Validation validate(const std::string& token, const tokens::PrivateKey& key = se
     return {result, tokens::Header{header}, tokens::Payload{payload}};
 }
 
-/** The members of a payload, by name, each as its JSON text. */
-using Claims = std::map<std::string, std::string>;
-
-Claims plainClaims()
+tokens::Members plainClaims()
 {
     return {{"sub", R"("user")"},       {"iss", R"("issuer")"},     {"jti", R"("id-1")"},
             {"iat", R"("1699999999")"}, {"nbf", R"("1699999999")"}, {"exp", R"("1700003600")"}};
 }
 
-std::string json(const Claims& claims)
-{
-    std::string object;
-    for (const auto& [name, value] : claims)
-    {
-        object += (object.empty() ? "{\"" : ",\"") + name + "\":" + value;
-    }
-    return object.empty() ? "{}" : object + "}";
-}
-
 /** The plain claims with one of them replaced or added. */
 std::string with(const std::string& name, const std::string& value)
 {
-    Claims claims = plainClaims();
+    tokens::Members claims = plainClaims();
     claims[name] = value;
     return json(claims);
 }
 
 std::string without(const std::string& name)
 {
-    Claims claims = plainClaims();
+    tokens::Members claims = plainClaims();
     claims.erase(name);
     return json(claims);
 }
@@ -484,7 +472,7 @@ TEST(ValidateJwt, AcceptsATokenMadeElsewhere)
 TEST(ValidateJwt, IgnoresOtherClaims)
 {
     const FakeClock clock{now};
-    Claims claims = plainClaims();
+    tokens::Members claims = plainClaims();
     claims["aud"] = R"(["one"])";
     claims["act"] = "5";
     claims["xidp"] = R"({"*":["L"]})";
@@ -536,7 +524,7 @@ TEST(ValidateJwt, HoldsATokenInvalidBeforeItsTime)
 TEST(ValidateJwt, HoldsATokenThatIsNeitherYetNorStillValidInvalid)
 {
     const FakeClock clock{now};
-    Claims claims = plainClaims();
+    tokens::Members claims = plainClaims();
     claims["exp"] = R"("1600000000")";
     EXPECT_EQ(validateClaims(json(claims)).result, 2);
     claims["nbf"] = R"("1800000000")";
