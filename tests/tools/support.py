@@ -12,6 +12,19 @@ import unittest
 
 TOOL = ""
 
+PKI_WARNING = "these certificates are for development only; their authorities' keys were not kept"
+
+# Runs a command where the files of a directory are the device's factory roots.
+WITH_ROOTS = """
+place=/etc/default/certs
+[ -d $place ] || place=/etc/default
+mount -t tmpfs tmpfs $place && mkdir -p /etc/default/certs || exit 99
+find "$1" -name 'Factorycert*.pem' -exec cp {} /etc/default/certs ';'
+shift
+exec "$@"
+"""
+ALONE = ["unshare", "--mount"] if os.geteuid() == 0 else ["unshare", "--user", "--map-root-user", "--mount"]
+
 SUCCESS, FAILURE, USAGE, INVALID, EXPIRED = range(5)
 
 
@@ -31,6 +44,7 @@ class ToolTest(unittest.TestCase):
         directory = tempfile.TemporaryDirectory()
         self.addCleanup(directory.cleanup)
         self.directory = pathlib.Path(directory.name)
+        self.prefix = []
 
     def tool(self, *arguments, text=b""):
         """Runs the command; text, or bytes, come from standard input."""
@@ -38,7 +52,7 @@ class ToolTest(unittest.TestCase):
             text = text.encode()
         return Outcome(
             subprocess.run(
-                [TOOL, *map(str, arguments)],
+                [*self.prefix, TOOL, *map(str, arguments)],
                 input=text,
                 capture_output=True,
                 cwd=self.directory,
@@ -95,6 +109,21 @@ class ToolTest(unittest.TestCase):
     def key(self, name="key.pem"):
         self.good("key", "generate", name)
         return name
+
+    def pki(self, *options):
+        """The directory pki with a factory's roots and the certificate of device a."""
+        if "--device" not in options:
+            options = ("--device", "a", *options)
+        self.good("pki", "make", "pki", *options, warning=PKI_WARNING)
+
+    def install_roots(self, directory="pki"):
+        """From here on the command finds the roots of the directory on its device, which is the
+        test's alone: a file system that nobody else sees. Skips where the system allows none."""
+        prefix = [*ALONE, "sh", "-c", WITH_ROOTS, "sh", str(self.directory / directory)]
+        probe = subprocess.run([*prefix, "true"], capture_output=True, check=False)
+        if probe.returncode != 0:
+            self.skipTest("this system allows no mount namespace")
+        self.prefix = prefix
 
     def refuses_what_is_no_text(self, *arguments):
         """What every verb must answer where it reads a document; "@" stands for its name."""

@@ -2,6 +2,7 @@
 """The command line itself, and the verbs error, json and key."""
 
 import os
+import pathlib
 import re
 import stat
 import subprocess
@@ -45,10 +46,20 @@ class CommandLine(ToolTest):
 
     def test_every_verb_has_help_with_an_example_of_itself(self):
         verbs = list(self.verbs())
-        self.assertGreaterEqual(len(verbs), 9)
+        self.assertEqual(len(verbs), 28)
         for verb in verbs:
             with self.subTest(verb):
                 self.assertIn("Example: bmcoauth " + " ".join(verb), self.good(*verb, "--help"))
+
+    def test_every_verb_is_described(self):
+        top = pathlib.Path(__file__).resolve().parents[2]
+        text = (top / "docs/tool.md").read_text(encoding="utf-8")
+        described = re.findall(r"^### (.*)$", text, re.MULTILINE)
+        self.assertEqual(sorted(described), sorted(" ".join(verb) for verb in self.verbs()))
+
+    def test_an_option_that_may_be_given_again_leaves_the_argument_behind_it_alone(self):
+        self.write("doc.json", "{}")
+        self.assertEqual(self.good("json", "set", "a", "--value", "x", "doc.json"), '{"a":"x"}')
 
     def test_tells_when_its_output_cannot_be_written(self):
         with open("/dev/full", "wb") as full:

@@ -1,0 +1,351 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The verbs of register, handshake and ecies, as client and controller use them."""
+
+import base64
+import hashlib
+import hmac
+import json
+
+from support import INVALID, PKI_WARNING, USAGE, ToolTest, altered
+
+CERTIFICATE_TYPE = "software_id_cert-1.0"
+TYPES = ["--type", "otp1.0", "--type", CERTIFICATE_TYPE]
+
+
+def hotp(secret, counter):
+    """RFC 4226 with 8 digits."""
+    digest = hmac.digest(secret.encode(), counter.to_bytes(8, "big"), hashlib.sha1)
+    offset = digest[-1] & 15
+    number = int.from_bytes(digest[offset : offset + 4], "big") & 0x7FFFFFFF
+    return f"{number % 10**8:08d}"
+
+
+class RegisterRequest(ToolTest):
+    REQUEST = ["register", "request", "--redirect-uri", "https://c/cb"]
+    NAMES = ["--client-name", "c", "--software-id", "s"]
+
+    def test_writes_what_is_needed(self):
+        self.assertEqual(
+            self.good(*self.REQUEST, *self.NAMES),
+            '{"client_name":"c","redirect_uri":["https://c/cb"],"software_id":"s"}',
+        )
+
+    def test_writes_everything_else(self):
+        self.pki()
+        self.write("secret", b"\x00\xff")
+        challenge = self.write("challenge.json", {"T": ["a", "a"]})
+        request = self.good_json(
+            *self.REQUEST,
+            *self.NAMES,
+            *("--handshake-type", "a", "--handshake-type", "b", "--redirect-uri", "x"),
+            *("--certificate", "pki/a.pem", "--dfs", "secret", "--challenge", challenge),
+        )
+        self.assertEqual(request["handshake_types"], ["a", "b"])
+        self.assertEqual(request["redirect_uri"], ["https://c/cb", "x"])
+        self.assertEqual(request["handshake_challenge"], {"T": ["a", "a"]})
+        self.assertEqual(request["jwks"]["dfs"], [{"dfs": "AP8=", "kty": "DFS"}])
+        key = self.good_json("cert", "encode", "pki/a.pem")
+        self.assertEqual(request["jwks"]["software_id_cert"], [key])
+
+    def test_needs_uri_name_and_software(self):
+        self.refused(USAGE, "--client-name|--software-id", *self.REQUEST)
+        self.refused(USAGE, "--redirect-uri", "register", "request", *self.NAMES)
+
+    def test_refuses_an_empty_secret(self):
+        self.write("secret", "")
+        self.refused(INVALID, "no secret", *self.REQUEST, *self.NAMES, "--dfs", "secret")
+
+
+class RegisterResponse(ToolTest):
+    REQUEST = json.dumps(
+        {
+            "redirect_uri": ["x"],
+            "client_name": "c",
+            "software_id": "s",
+            "handshake_types": ["otp1.0", CERTIFICATE_TYPE],
+        }
+    )
+
+    def test_challenges_by_the_types_of_the_request(self):
+        types = {1: CERTIFICATE_TYPE, 2: "otp1.0", 3: ["otp1.0", CERTIFICATE_TYPE]}
+        for mode, asked in types.items():
+            response = self.good_json("register", "response", "--mode", mode, text=self.REQUEST)
+            challenge = response["handshake_challenge"]
+            self.assertEqual(challenge["T"], asked if isinstance(asked, list) else [asked])
+            self.assertEqual("V" in challenge, mode != 2)
+            self.assertEqual("M" in challenge and "C" in challenge, mode != 1)
+            self.assertEqual(len(base64.b64decode(response["client_id"])), 16)
+            self.assertEqual(len(base64.b64decode(response["client_secret"])), 16)
+            self.assertEqual(response["client_secret_expires_in"], "0")
+
+    def test_writes_the_settings(self):
+        self.pki()
+        sealed = self.write("sealed.json", {"ciphertext": "YWJj", "mac": "bQ==", "iv": "0" * 32})
+        answer = self.write("answer.json", {"R": ["12345678"]})
+        response = self.good_json(
+            *("register", "response", "--expires-in", "60", "--grant-type", "g"),
+            *("--policy-type", "p", "--policy-req", "q", "--certificate", "pki/a.pem"),
+            *("--sealed", sealed, "--handshake-response", answer),
+            text=self.REQUEST,
+        )
+        self.assertEqual(response["client_secret_expires_in"], "60")
+        self.assertEqual(response["grant_types"], ["g"])
+        self.assertEqual(response["kest_policy_auth_types"], ["p"])
+        self.assertEqual(response["kest_policy_auth_req"], ["q"])
+        self.assertEqual(response["ssl_cert_cryptex"], "YWJj")
+        self.assertEqual(response["handshake_response"], {"R": ["12345678"]})
+        self.assertEqual(len(response["software_id_cert"][0]["x5c"]), 1)
+
+    def test_refuses_types_that_the_mode_lacks(self):
+        request = json.dumps({**json.loads(self.REQUEST), "handshake_types": ["otp1.0"]})
+        self.refused(INVALID, "mode 1 needs", "register", "response", text=request)
+        self.good("register", "response", "--mode", "2", text=request)
+
+    def test_refuses_other_modes(self):
+        for mode in ("0", "4"):
+            self.refused(USAGE, "--mode", "register", "response", "--mode", mode, text=self.REQUEST)
+
+    def test_refuses_what_is_no_request(self):
+        self.refused(INVALID, "is not a register request", "register", "response", text="{}")
+        self.refuses_what_is_no_text("register", "response", "@")
+
+
+class RegisterAnswer(ToolTest):
+    def test_prints_the_fields(self):
+        self.assertEqual(
+            self.good(
+                *("register", "answer"),
+                text='{"client_id":"a","client_secret":"s","client_secret_expires_at":60,"x":1}',
+            ),
+            '{"client_id":"a","client_secret":"s","client_secret_expires_at":"60"}',
+        )
+
+    def test_prints_an_answer_without_secret(self):
+        self.assertEqual(
+            self.good_json("register", "answer", text='{"client_id":"a","client_id_issued_at":7}'),
+            {"client_id": "a", "client_id_issued_at": "7", "client_secret_expires_at": "0"},
+        )
+
+    def test_refuses_a_secret_without_an_end(self):
+        text = '{"client_id":"a","client_secret":"s"}'
+        self.refused(INVALID, "client_secret_expires_at", "register", "answer", text=text)
+
+    def test_refuses_what_is_no_text(self):
+        self.refuses_what_is_no_text("register", "answer", "@")
+
+
+class HandshakeChallenge(ToolTest):
+    def test_asks_for_both_proofs(self):
+        challenge = self.good_json("handshake", "challenge", *TYPES)
+        self.assertEqual(challenge["T"], ["otp1.0", CERTIFICATE_TYPE])
+        self.assertEqual(sorted(challenge), ["C", "M", "T", "V"])
+
+    def test_refuses_types_that_the_mode_lacks(self):
+        self.refused(INVALID, "mode 3 both", "handshake", "challenge", "--type", "otp1.0")
+
+    def test_makes_a_clients_challenge(self):
+        client = ["handshake", "challenge", "--client", *TYPES]
+        self.assertEqual(self.good(*client), '{"T":"otp1.0"}')
+        self.assertEqual(self.good(*client, "--count", "2"), '{"T":["otp1.0","otp1.0"]}')
+        self.refused(
+            USAGE, "two types or more", "handshake", "challenge", "--client", "--type", "otp1.0"
+        )
+
+    def test_needs_a_type(self):
+        self.refused(USAGE, "--type", "handshake", "challenge")
+
+
+class HandshakeKeys(ToolTest):
+    def test_makes_secrets(self):
+        keys = self.good_json("handshake", "keys", "--prefix", "k", "--keys", "2", "--tokens", "3")
+        self.assertEqual(list(keys), ["k1.0", "k2.0"])
+        secrets = keys["k1.0"] + keys["k2.0"]
+        self.assertEqual(len(set(secrets)), 6)
+        for secret in secrets:
+            self.assertRegex(secret, r"^[A-Za-z0-9_-]{22}$")
+
+    def test_makes_secrets_of_any_length(self):
+        keys = self.good_json("handshake", "keys", "--prefix", "k", "--length", "1")
+        self.assertEqual(len(keys["k1.0"][0]), 2)
+
+    def test_refuses_a_prefix_that_is_too_long(self):
+        self.refused(1, "prefix is too long", "handshake", "keys", "--prefix", "k" * 50)
+
+
+class Handshake(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.pki()
+        self.secrets = ["first", "second", "third"]
+        self.write("keys.json", {"otp1.0": self.secrets})
+        self.write(
+            "challenge.json",
+            {"T": ["otp1.0", CERTIFICATE_TYPE], "M": "7", "C": "42", "V": "dG9rZW4="},
+        )
+
+    def respond(self, challenge="challenge.json"):
+        return self.good_json(
+            *("handshake", "respond", "--challenge", challenge, "--keys", "keys.json"),
+            *("--certificate", "pki/a-chain.pem", "--key", "pki/a.key"),
+        )
+
+    CHECK = ["handshake", "check", "--challenge", "challenge.json", "--keys", "keys.json"]
+    CERTIFIED = [*CHECK, "--certificate", "pki/a-chain.pem"]
+
+    def test_response_holds_both_proofs(self):
+        password, signature = self.respond()["R"]
+        # The secret is the one at index 7 modulo 3.
+        self.assertEqual(password, hotp("second", 42))
+        self.write("signature", base64.urlsafe_b64decode(signature + "=" * (-len(signature) % 4)))
+        self.write("public.pem", self.openssl("x509", "-in", "pki/a.pem", "-noout", "-pubkey"))
+        verify = ["dgst", "-sha256", "-verify", "public.pem", "-signature", "signature"]
+        self.assertEqual(self.openssl(*verify, text=b"dG9rZW4=:a"), b"Verified OK\n")
+
+    def test_response_is_accepted(self):
+        text = json.dumps(self.respond())
+        self.assertEqual(self.good(*self.CERTIFIED, text=text), "accepted")
+
+    def test_response_inside_an_authorize_request_is_accepted(self):
+        text = json.dumps({"state": "x", "handshake_response": self.respond()})
+        self.assertEqual(self.good(*self.CERTIFIED, text=text), "accepted")
+
+    def test_challenge_inside_a_register_response_is_found(self):
+        challenge = json.loads((self.directory / "challenge.json").read_text())
+        self.write("registered.json", {"client_id": "x", "handshake_challenge": challenge})
+        self.assertEqual(self.respond("registered.json")["R"][0], hotp("second", 42))
+
+    def test_wrong_password_is_refused(self):
+        password, signature = self.respond()["R"]
+        for wrong in (hotp("second", 43), hotp("first", 42), password[2:], ""):
+            text = json.dumps({"R": [wrong, signature]})
+            self.refused(INVALID, "response is refused", *self.CERTIFIED, text=text)
+
+    def test_forged_signature_is_refused(self):
+        password, signature = self.respond()["R"]
+        text = json.dumps({"R": [password, altered(signature, 0)]})
+        self.refused(INVALID, "response is refused", *self.CERTIFIED, text=text)
+
+    def test_signature_of_another_key_is_refused(self):
+        self.good("pki", "make", "other", "--device", "a", warning=PKI_WARNING)
+        text = json.dumps(self.respond())
+        other = [*self.CHECK, "--certificate", "other/a.pem"]
+        self.refused(INVALID, "response is refused", *other, text=text)
+
+    def test_fewer_proofs_than_types_are_told(self):
+        text = json.dumps({"R": [hotp("second", 42)]})
+        warning = "only 1 of 2 proofs were given; the others were not asked for"
+        self.assertEqual(self.good(*self.CERTIFIED, text=text, warning=warning), "accepted")
+
+    def test_password_alone_needs_no_certificate(self):
+        self.write("challenge.json", {"T": "otp1.0", "M": "1", "C": "5"})
+        response = self.good_json(
+            "handshake", "respond", "--challenge", "challenge.json", "--keys", "keys.json"
+        )
+        self.assertEqual(response, {"R": hotp("second", 5)})
+        self.assertEqual(self.good(*self.CHECK, text=json.dumps(response)), "accepted")
+
+    def test_certificate_alone_needs_no_secrets(self):
+        self.write("challenge.json", {"T": CERTIFICATE_TYPE, "V": "x"})
+        respond = ["handshake", "respond", "--challenge", "challenge.json"]
+        own = ["--certificate", "pki/a.pem"]
+        response = self.good(*respond, *own, "--key", "pki/a.key")
+        check = ["handshake", "check", "--challenge", "challenge.json", *own]
+        self.assertEqual(self.good(*check, text=response), "accepted")
+        self.refused(INVALID, "cannot be answered", *respond)
+
+    def test_chain_is_verified_where_that_is_asked(self):
+        self.install_roots()
+        text = json.dumps(self.respond())
+        chain = [*self.CERTIFIED, "--chain"]
+        self.assertEqual(self.good(*chain, text=text), "accepted, chain verified")
+        self.assertEqual(self.good(*chain, "--name", "a", text=text), "accepted, chain verified")
+        self.refused(INVALID, "name of the first is wrong", *chain, "--name", "b", text=text)
+
+    def test_chain_to_another_root_is_refused(self):
+        self.good("pki", "make", "other", warning=PKI_WARNING)
+        text = json.dumps(self.respond())
+        self.install_roots("other")
+        self.assertEqual(self.good(*self.CERTIFIED, text=text), "accepted")
+        self.refused(INVALID, "no chain leads", *self.CERTIFIED, "--chain", text=text)
+
+    def test_chain_needs_a_certificate(self):
+        self.refused(USAGE, "--chain needs --certificate", *self.CHECK, "--chain", text='{"R":"x"}')
+
+    def test_documents_that_are_none_are_refused(self):
+        for text in ("{}", '{"R":{}}', '{"handshake_response":{}}'):
+            self.refused(INVALID, "no list of parameters", *self.CERTIFIED, text=text)
+        self.refuses_what_is_no_text(*self.CERTIFIED, "@")
+
+
+class Ecies(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.pki("--device", "a", "--device", "b")
+
+    SEAL = ["ecies", "seal", "--key", "pki/a.key", "--peer", "pki/b.pem"]
+    OPEN = ["ecies", "open", "--key", "pki/b.key", "--peer", "pki/a.pem"]
+
+    def test_iv_is_random(self):
+        first, second = self.good("ecies", "iv"), self.good("ecies", "iv")
+        self.assertRegex(first, r"^[0-9A-F]{32}$")
+        self.assertNotEqual(first, second)
+
+    def test_opens_what_it_sealed(self):
+        sealed = self.good(*self.SEAL, text="hello\nworld")
+        self.assertEqual(sorted(json.loads(sealed)), ["ciphertext", "iv", "mac"])
+        opened = self.good(*self.OPEN, text=sealed)
+        self.assertRegex(opened, r"^hello\nworld\n[A-Za-z0-9+/=]{16}$")
+        self.assertEqual(self.good(*self.OPEN, "--data-only", text=sealed), "hello\nworld")
+
+    def test_data_that_ends_with_a_line_feed_comes_back_the_same(self):
+        pem = (self.directory / "pki/a.pem").read_text()
+        sealed = self.good(*self.SEAL, "pki/a.pem")
+        self.assertEqual(self.good(*self.OPEN, "--data-only", text=sealed) + "\n", pem)
+
+    def test_takes_an_iv(self):
+        iv = "00112233445566778899aabbccddeeff"
+        self.assertEqual(self.good_json(*self.SEAL, "--iv", iv, text="x")["iv"], iv)
+        for wrong in (iv[1:], iv + "0", "g" + iv[1:]):
+            self.refused(USAGE, "32 hexadecimal digits", *self.SEAL, "--iv", wrong, text="x")
+
+    def test_refuses_an_altered_envelope(self):
+        sealed = self.good_json(*self.SEAL, text="x" * 100)
+        for name in ("ciphertext", "mac"):
+            text = json.dumps({**sealed, name: altered(sealed[name], 0)})
+            self.refused(INVALID, "envelope is refused", *self.OPEN, text=text)
+
+    def test_refuses_other_keys(self):
+        sealed = self.good(*self.SEAL, text="x")
+        own = ["ecies", "open", "--key", "pki/a.key", "--peer", "pki/a.pem"]
+        self.refused(INVALID, "envelope is refused", *own, text=sealed)
+
+    def test_refuses_data_that_no_envelope_takes(self):
+        self.refused(INVALID, "holds 0 bytes", *self.SEAL, text="")
+        self.refused(INVALID, "holds 73711 bytes", *self.SEAL, text="x" * 73711)
+        self.refused(INVALID, "zero byte", *self.SEAL, text=b"a\0b")
+
+    def test_opens_the_largest_envelope(self):
+        data = "x" * 73710
+        self.assertEqual(
+            self.good(*self.OPEN, "--data-only", text=self.good(*self.SEAL, text=data)), data
+        )
+
+    def test_refuses_what_is_no_envelope(self):
+        for text in ("{}", '{"ciphertext":"YQ==","mac":"YQ=="}', '{"encrypted_sslcert":"x","mac":""}'):
+            self.refused(INVALID, "is no envelope", *self.OPEN, text=text)
+        self.refuses_what_is_no_text(*self.OPEN, "@")
+
+    def test_opens_what_was_attached_to_a_response(self):
+        self.write("sealed.json", self.good(*self.SEAL, text="certificate"))
+        attached = self.good(
+            "handshake", "attach", "--sealed", "sealed.json", text='{"R":["12345678"]}'
+        )
+        document = json.loads(attached)
+        self.assertEqual(sorted(document), ["HMAC", "R", "encrypted_sslcert", "iv"])
+        self.assertEqual(document["R"], "12345678")
+        self.assertEqual(self.good(*self.OPEN, "--data-only", text=attached), "certificate")
+
+    def test_refuses_to_attach_an_iv_of_another_length(self):
+        self.write("sealed.json", {"ciphertext": "YQ==", "mac": "YQ==", "iv": "0" * 31})
+        attach = ["handshake", "attach", "--sealed", "sealed.json"]
+        self.refused(INVALID, "32 characters", *attach, text='{"R":"x"}')
