@@ -21,6 +21,59 @@ bool hasUsableScalar(const EC_KEY& key) noexcept
            !BN_is_negative(scalar) && BN_cmp(scalar, order) < 0;
 }
 
+/** How an ECPrivateKey structure that names P-256 and carries its uncompressed point begins; the 32
+ *  bytes of the scalar follow, then what announces the curve and the point. */
+constexpr std::array<unsigned char, 7> privatePrefix{0x30, 0x77, 0x02, 0x01, 0x01, 0x04, 0x20};
+constexpr std::size_t scalarBytes = 32;
+constexpr std::array<unsigned char, 17> curveAndPoint{0xa0, 0x0a, 0x06, 0x08, 0x2a, 0x86,
+                                                      0x48, 0xce, 0x3d, 0x03, 0x01, 0x07,
+                                                      0xa1, 0x44, 0x03, 0x42, 0x00};
+constexpr std::size_t usualBytes =
+    privatePrefix.size() + scalarBytes + curveAndPoint.size() + P256Point::extent;
+
+/** The key of a structure in that one usual encoding, without making its curve anew; null for any
+ *  other, and where OpenSSL's decoder has the last word. */
+EcKeyPtr usualPrivateKey(std::span<const unsigned char> der) noexcept
+{
+    if (der.size() < usualBytes ||
+        !std::ranges::equal(der.first(privatePrefix.size()), privatePrefix))
+    {
+        return nullptr;
+    }
+    const auto scalar = der.subspan(privatePrefix.size(), scalarBytes);
+    const auto rest = der.first(usualBytes).subspan(privatePrefix.size() + scalarBytes);
+    const P256Point point = rest.last<P256Point::extent>();
+    if (!std::ranges::equal(rest.first(curveAndPoint.size()), curveAndPoint) ||
+        point.front() != uncompressedPoint)
+    {
+        return nullptr;
+    }
+    EcKeyPtr key = publicKeyAt(point);
+    return key && EC_KEY_oct2priv(key.get(), scalar.data(), scalar.size()) == 1 ? std::move(key)
+                                                                                : nullptr;
+}
+
+/** The key of any structure that OpenSSL decodes. */
+EcKeyPtr decodeAnyPrivateKey(const unsigned char* der, int derLength) noexcept
+{
+    const unsigned char* position = der;
+    EcKeyPtr key{d2i_ECPrivateKey(nullptr, &position, derLength)};
+    if (!key)
+    {
+        // A structure that names no curve is a P-256 key. The curve is given only now, since
+        // making one is most of the work, and a structure that names its own has it made anew.
+        key.reset(EC_KEY_new_by_curve_name(NID_X9_62_prime256v1));
+        EC_KEY* target = key.get();
+        position = der;
+        // Fills the key that it is given, and leaves it to its owner when it fails.
+        if (!key || d2i_ECPrivateKey(&target, &position, derLength) == nullptr)
+        {
+            return nullptr;
+        }
+    }
+    return key;
+}
+
 } // namespace
 
 const EC_GROUP* p256Group() noexcept
@@ -52,22 +105,12 @@ EcKeyPtr decodePrivateKey(const unsigned char* der, int derLength) noexcept
     {
         return nullptr;
     }
-    const unsigned char* position = der;
-    EcKeyPtr key{d2i_ECPrivateKey(nullptr, &position, derLength)};
+    EcKeyPtr key = usualPrivateKey({der, static_cast<std::size_t>(derLength)});
     if (!key)
     {
-        // A structure that names no curve is a P-256 key. The curve is given only now, since
-        // making one is most of the work, and a structure that names its own has it made anew.
-        key.reset(EC_KEY_new_by_curve_name(NID_X9_62_prime256v1));
-        EC_KEY* target = key.get();
-        position = der;
-        // Fills the key that it is given, and leaves it to its owner when it fails.
-        if (!key || d2i_ECPrivateKey(&target, &position, derLength) == nullptr)
-        {
-            return nullptr;
-        }
+        key = decodeAnyPrivateKey(der, derLength);
     }
-    return isP256(*key) && hasUsableScalar(*key) ? std::move(key) : nullptr;
+    return key && isP256(*key) && hasUsableScalar(*key) ? std::move(key) : nullptr;
 }
 
 std::optional<P256Point> usualPoint(std::span<const unsigned char> info) noexcept
