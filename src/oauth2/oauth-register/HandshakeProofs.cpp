@@ -57,6 +57,7 @@ KeyDocument::~KeyDocument()
             // jsoncpp shows its strings read-only, but the tree is ours and about to go.
             if (const std::optional<std::string_view> bytes = bytesOf(secret))
             {
+                // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
                 OPENSSL_cleanse(const_cast<char*>(bytes->data()), bytes->size());
             }
         }
