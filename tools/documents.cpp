@@ -26,7 +26,9 @@ std::string harmless(const std::string& text)
     std::string shown;
     for (const char c : text)
     {
-        shown += (c >= '\0' && c < ' ') || c == '\x7f' ? '?' : c;
+        // Whether a plain char has a sign depends on the machine.
+        const auto byte = static_cast<unsigned char>(c);
+        shown += byte < 0x20 || byte == 0x7f ? '?' : c;
     }
     return shown;
 }
