@@ -7,6 +7,8 @@ The first argument is the program that speaks for the library.
 
 import base64
 import json
+import os
+import shlex
 import subprocess
 import sys
 import time
@@ -17,7 +19,8 @@ from cryptography.hazmat.primitives.asymmetric.utils import decode_dss_signature
 from jwcrypto.jwk import JWK
 from jwcrypto.jws import JWS, InvalidJWSSignature
 
-PEER = sys.argv.pop(1)
+# Built for another machine, the program runs under an emulator that Meson names.
+PEER = [*shlex.split(os.environ.get("MESON_EXE_WRAPPER", "")), sys.argv.pop(1)]
 
 KEYS = {
     "RSA": JWK.generate(kty="RSA", size=2048, kid="rsa"),
@@ -46,7 +49,7 @@ ALGORITHMS = {
 
 def ask(*arguments):
     """What the library answers."""
-    done = subprocess.run([PEER, *arguments], check=True, stdout=subprocess.PIPE, timeout=60)
+    done = subprocess.run([*PEER, *arguments], check=True, stdout=subprocess.PIPE, timeout=60)
     return json.loads(done.stdout)
 
 

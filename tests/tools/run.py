@@ -6,7 +6,9 @@ Runs the tests of the command BMCOAUTH, and tells how each went in the Test
 Anything Protocol. A case is named like test_token.Verify.test_accepts_a_token.
 """
 
+import os
 import pathlib
+import shlex
 import sys
 import unittest
 
@@ -44,7 +46,9 @@ class Tap(unittest.TestResult):
 
 
 def main(tool, names):
-    support.TOOL = str(pathlib.Path(tool).resolve())
+    # Built for another machine, the command runs under an emulator that Meson names.
+    emulator = shlex.split(os.environ.get("MESON_EXE_WRAPPER", ""))
+    support.TOOL = [*emulator, str(pathlib.Path(tool).resolve())]
     here = pathlib.Path(__file__).resolve().parent
     loader = unittest.TestLoader()
     tests = loader.loadTestsFromNames(names) if names else loader.discover(str(here), "test_*.py")

@@ -10,7 +10,8 @@ import tempfile
 import time
 import unittest
 
-TOOL = ""
+# The command, as subprocess takes it.
+TOOL = []
 
 PKI_WARNING = "these certificates are for development only; their authorities' keys were not kept"
 
@@ -52,7 +53,7 @@ class ToolTest(unittest.TestCase):
             text = text.encode()
         return Outcome(
             subprocess.run(
-                [*self.prefix, TOOL, *map(str, arguments)],
+                [*self.prefix, *TOOL, *map(str, arguments)],
                 input=text,
                 capture_output=True,
                 cwd=self.directory,

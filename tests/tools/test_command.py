@@ -64,7 +64,7 @@ class CommandLine(ToolTest):
     def test_tells_when_its_output_cannot_be_written(self):
         with open("/dev/full", "wb") as full:
             run = subprocess.run(
-                [support.TOOL, "error", "0"], stdout=full, stderr=subprocess.PIPE, check=False
+                [*support.TOOL, "error", "0"], stdout=full, stderr=subprocess.PIPE, check=False
             )
         self.assertEqual(run.returncode, FAILURE)
         self.assertEqual(run.stderr, b"bmcoauth: cannot write to standard output\n")
