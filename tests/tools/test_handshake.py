@@ -5,6 +5,8 @@ import base64
 import hashlib
 import hmac
 import json
+import shutil
+import subprocess
 
 from support import INVALID, PKI_WARNING, USAGE, ToolTest, altered
 
@@ -243,6 +245,26 @@ class Handshake(ToolTest):
         )
         self.assertEqual(response, {"R": hotp("second", 5)})
         self.assertEqual(self.good(*self.CHECK, text=json.dumps(response)), "accepted")
+
+    def test_password_is_that_of_oathtool(self):
+        if shutil.which("oathtool") is None:
+            self.skipTest("oathtool is not installed")
+        keys = self.good_json("handshake", "keys", "--prefix", "otp", "--keys", "1", "--tokens", "3")
+        self.write("keys.json", keys)
+        for counter in (1, 2, 1000000, 2**63 - 1, 2**64 - 2):
+            self.write("challenge.json", {"T": "otp1.0", "M": "5", "C": str(counter)})
+            response = self.good_json(
+                "handshake", "respond", "--challenge", "challenge.json", "--keys", "keys.json"
+            )
+            # The characters of the secret are its bytes; 5 modulo 3 selects the last one.
+            secret = keys["otp1.0"][2].encode().hex()
+            password = subprocess.run(
+                ["oathtool", "--hotp", "--digits=8", f"--counter={counter}", secret],
+                check=True,
+                stdout=subprocess.PIPE,
+                timeout=60,
+            )
+            self.assertEqual(response, {"R": password.stdout.decode().strip()})
 
     def test_certificate_alone_needs_no_secrets(self):
         self.write("challenge.json", {"T": CERTIFICATE_TYPE, "V": "x"})
