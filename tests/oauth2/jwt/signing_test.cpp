@@ -263,7 +263,8 @@ TEST(GenerateEcPrivateKey, ReplacesWhatTheFileHeld)
     writeFile(path, std::string(5000, 'x'));
     ASSERT_EQ(generateECPrivateKey(path.c_str()), 1);
     const std::string first = contentsOf(path);
-    EXPECT_EQ(first.find('x', first.size() - 30), std::string::npos);
+    EXPECT_LT(first.size(), 500U);
+    EXPECT_TRUE(first.ends_with("-----END PRIVATE KEY-----\n"));
     EXPECT_EQ(validateECPrivateKey(path.c_str()), 1);
     ASSERT_EQ(generateECPrivateKey(path.c_str()), 1);
     EXPECT_NE(contentsOf(path), first);
