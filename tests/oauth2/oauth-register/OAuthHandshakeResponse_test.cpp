@@ -607,7 +607,7 @@ TEST(VerifyHrSignature, ConvertsTheTextInPlace)
     EXPECT_EQ(verifyHRSignature("some text", standard.data(),
                                 static_cast<unsigned int>(standard.size()), key.get()),
               1);
-    EXPECT_EQ(std::string{standard.c_str()}, unpadded);
+    EXPECT_STREQ(standard.c_str(), unpadded.c_str());
 }
 
 TEST(VerifyHrSignature, RefusesWhatDoesNotVerify)
