@@ -83,8 +83,9 @@ BMCOAUTH_API RegisterRequest* parse_register_request(const char* text);
  *
  *  Fields that are null and string arrays that are empty are left out. A parameter with one value
  *  is a string, except "T" in the challenge and "x5c" in a certificate, which are always arrays;
- *  the first parameter without a value ends its list. Returns null if `request` is null or memory
- *  runs out. */
+ *  the first parameter without a value ends its list. NOTE: "T" is meant as it stands here: a
+ *  challenge "t" of one type, which parse_register_request takes, is written as a string, which it
+ *  refuses. Returns null if `request` is null or memory runs out. */
 BMCOAUTH_API char* write_register_request(RegisterRequest* request);
 
 /** client_register answers a registration request that is given as JSON text.

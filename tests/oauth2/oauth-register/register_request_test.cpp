@@ -235,6 +235,17 @@ TEST(ParseRegisterRequest, WantsNameAndSoftwareAsStrings)
     EXPECT_EQ(parse_register_request(R"({"redirect_uri":["u"],"client_name":"n"})"), nullptr);
 }
 
+TEST(WriteRegisterRequest, WritesALowerCaseChallengeOfOneTypeAsAString)
+{
+    const RequestPtr upper = parsed(R"(,"handshake_challenge":{"T":["A"]})");
+    const RequestPtr lower = parsed(R"(,"handshake_challenge":{"t":["A"]})");
+    ASSERT_NE(upper, nullptr);
+    ASSERT_NE(lower, nullptr);
+    EXPECT_NE(written(*upper).find(R"("handshake_challenge":{"T":["A"]})"), std::string::npos);
+    EXPECT_NE(written(*lower).find(R"("handshake_challenge":{"t":"A"})"), std::string::npos);
+    EXPECT_EQ(parse_register_request(written(*lower).c_str()), nullptr);
+}
+
 TEST(ParseRegisterRequest, TakesAChallengeOfTypesAlone)
 {
     const RequestPtr lower = parsed(R"(,"handshake_challenge":{"t":["A","B"]})");
