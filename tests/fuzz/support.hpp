@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "support/owners.hpp"
+
+#include <bmcoauth.h>
+
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/** What the fuzz targets share. The clock stands still, so that a crash comes back when its file is
+ *  run again, and the journal takes nothing. */
+namespace fuzz
+{
+
+/** Ends the process, which is what the fuzzer calls a crash, unless @p rule holds. */
+void require(bool holds, const char* rule);
+
+/** The next text of a divided input: it ends at a backslash with anything but a second one behind
+ *  it, and holds no zero byte. */
+[[nodiscard]] std::string nextText(FuzzedDataProvider& input);
+
+/** The whole input as a text. */
+[[nodiscard]] std::string wholeText(const std::uint8_t* data, std::size_t size);
+
+/** The time of the clock, which the seeds know. */
+constexpr std::uint64_t now = 1'800'000'000;
+
+/** A private key as the services hold it: ECPrivateKey, DER. */
+struct PrivateKey
+{
+    std::vector<unsigned char> der;
+
+    [[nodiscard]] const unsigned char* data() const
+    {
+        return der.data();
+    }
+    [[nodiscard]] int length() const
+    {
+        return static_cast<int>(der.size());
+    }
+};
+
+/** Two parties: their keys, and what each shows of its own. */
+struct Party
+{
+    PrivateKey key;
+    std::string publicKey;   /**< PEM */
+    std::string certificate; /**< PEM, with a common name */
+};
+[[nodiscard]] const Party& device();
+[[nodiscard]] const Party& peer();
+
+/** The certificate key of @p party. */
+[[nodiscard]] support::PayloadPtr certificateOf(const Party& party);
+
+using Header = std::unique_ptr<JWTHeader, support::Releaser<free_jwt_header>>;
+using Payload = std::unique_ptr<JWTPayload, support::Releaser<free_jwt_payload>>;
+
+/** Base64url without padding. */
+[[nodiscard]] std::string base64Url(std::string_view bytes);
+
+/** The compact token of two JSON texts, signed with @p key. */
+[[nodiscard]] std::string signedToken(std::string_view header, std::string_view payload,
+                                      const PrivateKey& key);
+
+/** Whether no character of @p text is replaced when it is written: what is not UTF-8 becomes U+FFFD,
+ *  and so may half of a surrogate pair. */
+[[nodiscard]] bool writable(std::string_view text);
+
+/** Both null, or equal texts. */
+[[nodiscard]] bool same(const char* left, const char* right);
+
+/** What parses can be written, and what is written parses to the same. What writing replaces may
+ *  change the order of names, or make two into one, but only once. */
+template <auto Release, typename Record>
+void requireRoundTrip(const char* text, Record* (*parse)(const char*), char* (*write)(Record*))
+{
+    using Owner = std::unique_ptr<Record, support::Releaser<Release>>;
+    const Owner record{parse(text)};
+    if (!record)
+    {
+        return;
+    }
+    const support::HeapText written{write(record.get())};
+    require(written != nullptr, "what parses can be written");
+    const Owner again{parse(written.get())};
+    require(again != nullptr, "what is written parses");
+    const support::HeapText rewritten{write(again.get())};
+    if (writable(text))
+    {
+        require(same(written.get(), rewritten.get()), "what is written parses to the same");
+        return;
+    }
+    const Owner third{parse(rewritten.get())};
+    require(third != nullptr, "what is written again parses");
+    const support::HeapText last{write(third.get())};
+    require(same(rewritten.get(), last.get()), "what is written again parses to the same");
+}
+
+} // namespace fuzz
