@@ -16,6 +16,7 @@
 #include <openssl/obj_mac.h>
 #include <openssl/pem.h>
 
+#include <algorithm>
 #include <array>
 #include <span>
 #include <vector>
@@ -112,17 +113,15 @@ std::optional<std::string> ecPublicKeyPem(const char* x, const char* y, const ch
         return std::nullopt;
     }
     const auto size = static_cast<std::size_t>(chosen.coordinateSize);
-    std::vector<unsigned char> der{chosen.prefix.begin(), chosen.prefix.end()};
-    der.push_back(crypto::uncompressedPoint);
-    const std::size_t point = der.size();
-    der.resize(point + 2 * size);
+    std::vector<unsigned char> der(chosen.prefix.size() + 1 + 2 * size);
+    unsigned char* const point = std::ranges::copy(chosen.prefix, der.data()).out;
+    *point = crypto::uncompressedPoint;
     const crypto::BioPtr pem{BIO_new(BIO_s_mem())};
-    return writtenBy(
-        pem.get(),
-        pem && BN_bn2binpad(xNumber.get(), der.data() + point, chosen.coordinateSize) > 0 &&
-            BN_bn2binpad(yNumber.get(), der.data() + point + size, chosen.coordinateSize) > 0 &&
-            PEM_write_bio(pem.get(), PEM_STRING_PUBLIC, "", der.data(),
-                          static_cast<long>(der.size())) > 0);
+    return writtenBy(pem.get(),
+                     pem && BN_bn2binpad(xNumber.get(), point + 1, chosen.coordinateSize) > 0 &&
+                         BN_bn2binpad(yNumber.get(), point + 1 + size, chosen.coordinateSize) > 0 &&
+                         PEM_write_bio(pem.get(), PEM_STRING_PUBLIC, "", der.data(),
+                                       static_cast<long>(der.size())) > 0);
 }
 
 std::optional<std::string> rsaPublicKeyPem(const char* n, const char* e)
