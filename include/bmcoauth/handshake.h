@@ -48,6 +48,7 @@ BMCOAUTH_API uint32_t _do_random(void);
  *  `types`, a null-ended list in any order.
  *
  *  `mode` says which proofs are asked for:
+ *
  *    1  the certificate proof: "T" (the certificate type), "V"
  *    2  a one-time password: "T" (one of the other types, drawn at random), "M", "C"
  *    3  both: "T" (a one-time-password type, then the certificate type), "M", "C", "V"

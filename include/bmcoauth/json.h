@@ -56,7 +56,7 @@ BMCOAUTH_API int json_to_obj_array(Json::Value& doc, const char* key, char*** ou
 
 /** json_fastWriter gives the compact JSON text of `tree` (RFC 8259), the form of every text that
  *  this library writes: no whitespace and no line feed at the end, members in ascending byte order
- *  of their names, characters outside ASCII as \u escapes, bytes that are not UTF-8 as U+FFFD,
+ *  of their names, characters outside ASCII as `\u` escapes, bytes that are not UTF-8 as U+FFFD,
  *  real numbers with 17 significant digits, null members as null, and the comments that `tree`
  *  carries.
  *
