@@ -3,6 +3,7 @@
 
 #include "common/owners.hpp"
 
+#include <cstddef>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -26,6 +27,20 @@ struct DecodedBytes
         return {reinterpret_cast<const char*>(data.get()), static_cast<std::size_t>(size)};
     }
 };
+
+/** @p text without the padding that completes it, if it has any. */
+[[nodiscard]] std::string_view withoutPadding(std::string_view text) noexcept;
+
+/** The number of bytes in @p digits digits of Base64. */
+[[nodiscard]] constexpr std::size_t decodedLength(std::size_t digits) noexcept
+{
+    return digits / 4 * 3 + digits % 4 * 3 / 4;
+}
+
+/** Decodes @p text, digits of either alphabet without padding, to decodedLength bytes at @p out;
+ *  false when it is empty, holds anything else, or has one digit too many. Something may have been
+ *  written even then. */
+[[nodiscard]] bool decodeDigits(std::string_view text, unsigned char* out) noexcept;
 
 /** Standard Base64 of @p bytes, in one line; null on failure. */
 [[nodiscard]] HeapText encodeBase64(std::string_view bytes) noexcept;

@@ -555,4 +555,21 @@ TEST(Base64UriDecode, AnswersEveryShortTextAsTheFilterDoes)
     }
 }
 
+TEST(Base64UriDecode, AnswersEveryByteInEveryPlaceAsTheFilterDoes)
+{
+    const std::string digits = "YWJj-_+/";
+    for (std::size_t length = 1; length <= digits.size(); ++length)
+    {
+        for (std::size_t at = 0; at < length; ++at)
+        {
+            for (int byte = 1; byte <= 255; ++byte)
+            {
+                std::string text = digits.substr(0, length);
+                text[at] = static_cast<char>(byte);
+                ASSERT_EQ(decode(text), decodeThroughFilter(text)) << testing::PrintToString(text);
+            }
+        }
+    }
+}
+
 } // namespace
