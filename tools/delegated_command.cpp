@@ -82,9 +82,9 @@ private:
         {
             return rights.asUInt();
         }
-        unsigned int mask = 0;
         if (rights.isArray())
         {
+            unsigned int mask = 0;
             for (const Json::Value& right : rights)
             {
                 const std::optional<unsigned int> bit =

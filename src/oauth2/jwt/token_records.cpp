@@ -353,6 +353,7 @@ extern "C" void free_jwt_payload(JWTPayload* payload)
     freeStrArray(&payload->aud);
     freeStrArray(&payload->ravok_roles);
     freeStrArray(&payload->scope);
+    // cppcheck-suppress unreadVariable ; it is there to release them
     const jwt::ScopesPtr scopes{payload->scopes, {payload->scopes_count}};
     std::free(payload);
 }
