@@ -2,6 +2,7 @@
 #include "common/json.hpp"
 
 #include "common/guard.hpp"
+#include "common/plain_json.hpp"
 
 #include <bmcoauth/json.h>
 
@@ -108,31 +109,52 @@ HeapText requireHeapText(std::string_view text)
     return copy;
 }
 
-bool parseJson(std::string_view text, Json::Value& tree)
+namespace
+{
+
+bool parseThroughJsoncpp(std::string_view text, Json::Value& tree)
 {
     // Immutable once made, so one for the process serves every thread.
     static const Json::CharReaderBuilder builder;
     const std::unique_ptr<Json::CharReader> reader{builder.newCharReader()};
     Json::Value parsed;
+    if (!reader->parse(text.data(), text.data() + text.size(), &parsed, nullptr))
+    {
+        return false;
+    }
+    tree = std::move(parsed);
+    return true;
+}
+
+/** Whether @p text is one whose root is no object, if it parses at all, to judge by its first
+ *  character: keys in PEM are told from keys in JSON by trying. What jsoncpp passes over before the
+ *  root it is left to pass over. */
+bool beginsNoObject(std::string_view text)
+{
+    constexpr std::string_view objectsAndWhatMayPrecedeThem = "{/\xef";
+    const std::size_t first = text.find_first_not_of(" \t\r\n");
+    return first == std::string_view::npos ||
+           objectsAndWhatMayPrecedeThem.find(text[first]) == std::string_view::npos;
+}
+
+} // namespace
+
+bool parseJson(std::string_view text, Json::Value& tree)
+{
     try
     {
-        if (!reader->parse(text.data(), text.data() + text.size(), &parsed, nullptr))
-        {
-            return false;
-        }
+        return readPlainJson(text, tree) || parseThroughJsoncpp(text, tree);
     }
     catch (const Json::Exception&)
     {
         return false;
     }
-    tree = std::move(parsed);
-    return true;
 }
 
 bool parseJsonObject(std::string_view text, Json::Value& tree)
 {
     Json::Value parsed;
-    if (!parseJson(text, parsed) || !parsed.isObject())
+    if (beginsNoObject(text) || !parseJson(text, parsed) || !parsed.isObject())
     {
         return false;
     }
@@ -140,7 +162,10 @@ bool parseJsonObject(std::string_view text, Json::Value& tree)
     return true;
 }
 
-std::string jsonText(const Json::Value& tree)
+namespace
+{
+
+std::string writtenByJsoncpp(const Json::Value& tree)
 {
     static const Json::StreamWriterBuilder builder = [] {
         Json::StreamWriterBuilder compact;
@@ -159,6 +184,14 @@ std::string jsonText(const Json::Value& tree)
         throw std::bad_alloc();
     }
     return std::move(text).str();
+}
+
+} // namespace
+
+std::string jsonText(const Json::Value& tree)
+{
+    std::string text;
+    return appendPlainJson(tree, text) ? text : writtenByJsoncpp(tree);
 }
 
 HeapText heapJsonText(const Json::Value& tree)
