@@ -10,12 +10,27 @@
 namespace support
 {
 
-Json::Value vectors(const std::string& name)
+namespace
 {
-    std::istringstream text{contentsOf(std::string{TEST_VECTORS "/"} + name)};
+
+Json::Value documentIn(const std::string& path)
+{
+    std::istringstream text{contentsOf(path)};
     Json::Value document;
     text >> document;
     return document;
+}
+
+} // namespace
+
+Json::Value vectors(const std::string& name)
+{
+    return documentIn(std::string{TEST_VECTORS "/"} + name);
+}
+
+Json::Value vectorsOfManual(const std::string& name)
+{
+    return documentIn(std::string{MANUAL_VECTORS "/"} + name);
 }
 
 std::string fromHex(std::string_view hex)
