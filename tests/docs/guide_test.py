@@ -1,0 +1,124 @@
+# SPDX-License-Identifier: Apache-2.0
+"""guide_test.py DOCUMENT PROGRAM...: does what a page of the manual shows.
+
+In the page's order, but the files first, in an empty directory and with the programs on the path:
+
+- each command of a block ```console must print what stands below it. In a line, "..." stands for
+  what differs each time; alone in a line, for any number of lines.
+- a block behind <!-- file: NAME --> is put into that file.
+- a block behind <!-- taken by: COMMAND --> is given to the command, which must end with status 0.
+
+A page that speaks of the device's certificates gets an /etc/default/certs of its own, where the
+system allows that; elsewhere the test is skipped.
+"""
+
+import os
+import pathlib
+import re
+import shlex
+import subprocess
+import sys
+import tempfile
+
+SKIPPED = 77
+ROOTS = "/etc/default/certs"
+ALONE = ["unshare", "--mount"] if os.geteuid() == 0 else ["unshare", "--user", "--map-root-user", "--mount"]
+# A file system that nobody else sees, over the directory or the one above it.
+PRIVATE = f"""
+place={ROOTS}
+[ -d $place ] || place=/etc/default
+mount -t tmpfs tmpfs $place && mkdir -p {ROOTS} && exec "$@"
+"""
+BLOCK = re.compile(r"(?:<!-- (file|taken by): (.*?) -->\n)?^```(\w+)\n(.*?)^```$", re.M | re.S)
+
+
+def commands(block):
+    """Each command of a block and the lines that it prints."""
+    command, printed = None, []
+    lines = iter(block.split("\n")[:-1])
+    for line in lines:
+        if not line.startswith("$ "):
+            printed.append(line)
+            continue
+        if command is not None:
+            yield command, printed
+        command, printed = line[2:], []
+        while command.endswith("\\"):
+            command += "\n" + next(lines)
+    if command is not None:
+        yield command, printed
+
+
+def pattern(lines):
+    """What the lines stand for."""
+    parts = []
+    for line in lines:
+        if line == "...":
+            parts.append(r"(?:.*\n)*?")
+        else:
+            parts.append(r"[^\n]*".join(re.escape(piece) for piece in line.split("...")) + r"\n")
+    return re.compile("".join(parts))
+
+
+class Page:
+    def __init__(self, path, directory, programs):
+        self.path = path
+        self.directory = directory
+        self.text = path.read_text(encoding="utf-8")
+        self.done = 0
+        path_of_programs = directory / ".programs"
+        path_of_programs.mkdir()
+        # Built for another machine, they run under an emulator that Meson names.
+        wrapper = os.environ.get("MESON_EXE_WRAPPER", "")
+        for program in programs:
+            script = path_of_programs / pathlib.Path(program).name
+            script.write_text(f'#!/bin/sh\nexec {wrapper} {shlex.quote(os.path.abspath(program))} "$@"\n')
+            script.chmod(0o755)
+        self.environment = {**os.environ, "PATH": f"{path_of_programs}:{os.environ['PATH']}"}
+
+    def run(self, command, text=""):
+        return subprocess.run(
+            ["bash", "-c", command], cwd=self.directory, env=self.environment, text=True,
+            input=text, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=60, check=False)
+
+    def problems(self):
+        blocks = BLOCK.findall(self.text)
+        for purpose, argument, _, block in blocks:
+            if purpose == "file":
+                (self.directory / argument).write_text(block, encoding="utf-8")
+        for purpose, argument, language, block in blocks:
+            if purpose == "taken by":
+                self.done += 1
+                outcome = self.run(argument, block)
+                if outcome.returncode != 0:
+                    yield f"{argument}\nends with status {outcome.returncode}: {outcome.stdout}"
+            elif language == "console":
+                for command, lines in commands(block):
+                    self.done += 1
+                    outcome = self.run(command)
+                    if not pattern(lines).fullmatch(outcome.stdout):
+                        shown = "\n".join(lines)
+                        yield f"$ {command}\nprints\n{outcome.stdout}\ninstead of\n{shown}\n"
+
+
+def main():
+    path = pathlib.Path(sys.argv[1])
+    if ROOTS in path.read_text(encoding="utf-8") and "ALONE" not in os.environ:
+        command = [*ALONE, "sh", "-c", PRIVATE, "sh"]
+        if subprocess.run([*command, "true"], capture_output=True, check=False).returncode != 0:
+            print("this system allows no mount namespace")
+            return SKIPPED
+        os.environ["ALONE"] = "yes"
+        os.execvp(command[0], [*command, sys.executable, *sys.argv])
+
+    with tempfile.TemporaryDirectory() as directory:
+        page = Page(path, pathlib.Path(directory), sys.argv[2:])
+        problems = list(page.problems())
+    for problem in problems:
+        print(problem)
+    print(f"{page.done} commands, {len(problems)} problems")
+    return 1 if problems or page.done == 0 else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
