@@ -96,6 +96,8 @@ void addCertCommands(const Command& root)
         "/etc/default/certs.");
     ChainOptions& chainOptions = chainVerb.runs(checkChain);
     chainVerb.required("FILE", chainOptions.path, "PEM chain or certificate key");
+
+    addCertExplanation(group);
 }
 
 } // namespace bmcoauth::tool

@@ -11,6 +11,8 @@ namespace bmcoauth::tool
 namespace
 {
 
+constexpr const char* jsonFlag = "--json";
+
 /** One line of what CLI11 has to say. */
 std::string firstLine(const std::string& text)
 {
@@ -52,6 +54,8 @@ Command Command::verb(const std::string& name, const std::string& description,
 {
     CLI::App& added = *app->add_subcommand(name, description);
     added.footer((notes.empty() ? "" : notes + "\n") + "Example: bmcoauth " + example);
+    const std::string help = "Print the result as JSON, which it is without this, too";
+    added.add_flag(jsonFlag, help);
     return Command{added};
 }
 
@@ -88,6 +92,18 @@ void Command::flag(const std::string& name, bool& value, const std::string& help
     app->add_flag(name, value, help);
 }
 
+void Command::json(bool& value) const
+{
+    app->remove_option(app->get_option(jsonFlag));
+    flag(jsonFlag, value, "Print the result as JSON");
+}
+
+void Command::choice(const std::string& name, std::string& value, const std::string& help,
+                     const std::vector<std::string>& choices) const
+{
+    addOption(*app, name, value, help)->required()->check(CLI::IsMember(choices));
+}
+
 void Command::number(const std::string& name, std::uint32_t& value, const std::string& help,
                      std::uint32_t least, std::uint32_t most) const
 {
@@ -111,7 +127,8 @@ int runCommandLine(int argc, char** argv, void (*addCommands)(const Command& roo
                "\"-\".\nResults go to standard output, problems to standard error.\n\n"
                "Exit status: 0 success, 1 failure of a file, the random device or memory, 2 wrong "
                "usage,\n3 a token, key, certificate, handshake or document is refused, 4 a token "
-               "has expired.");
+               "has expired,\n5 an explanation is not what the library says, 6 doctor found "
+               "something doubtful.");
     addCommands(Command{app});
     try
     {

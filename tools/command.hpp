@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -23,10 +24,12 @@ namespace bmcoauth::tool
 enum class Exit : int
 {
     success = 0,
-    failure = 1, /**< a file, the random device or memory failed */
-    usage = 2,   /**< the command line is wrong, or lacks something that is needed */
-    invalid = 3, /**< a token, key, certificate, handshake or document is refused */
-    expired = 4, /**< a token's time is over */
+    failure = 1,      /**< a file, the random device or memory failed */
+    usage = 2,        /**< the command line is wrong, or lacks something that is needed */
+    invalid = 3,      /**< a token, key, certificate, handshake or document is refused */
+    expired = 4,      /**< a token's time is over */
+    disagreement = 5, /**< an explanation and the library do not agree: a mistake of the tool */
+    doubtful = 6,     /**< nothing is wrong, but something is not as it should be */
 };
 
 /** Ends the command: the message goes to stderr in one line, the status to the shell. */
@@ -34,6 +37,23 @@ class Stop : public std::runtime_error
 {
 public:
     Stop(Exit status, const std::string& message) : std::runtime_error{message}, exitStatus{status}
+    {
+    }
+
+    [[nodiscard]] Exit status() const noexcept
+    {
+        return exitStatus;
+    }
+
+private:
+    Exit exitStatus;
+};
+
+/** Ends the command with a status, where what was printed says it all. */
+class Quiet : public std::exception
+{
+public:
+    explicit Quiet(Exit status) noexcept : exitStatus{status}
     {
     }
 
@@ -82,6 +102,14 @@ public:
                   const std::string& help) const;
     void flag(const std::string& name, bool& value, const std::string& help) const;
 
+    /** The flag --json, which every verb has: @p value tells whether it was given. A verb that does
+     *  not ask prints JSON, or nothing, in any case. */
+    void json(bool& value) const;
+
+    /** An option that takes one of @p choices. */
+    void choice(const std::string& name, std::string& value, const std::string& help,
+                const std::vector<std::string>& choices) const;
+
     /** A number from @p least to @p most. */
     void number(const std::string& name, std::uint32_t& value, const std::string& help,
                 std::uint32_t least = 0, std::uint32_t most = UINT32_MAX) const;
@@ -97,10 +125,13 @@ private:
 int runCommandLine(int argc, char** argv, void (*addCommands)(const Command& root));
 
 void addCertCommands(const Command& root);
+void addCertExplanation(const Command& certs);
 void addDelegatedCommand(const Command& tokens);
 void addEciesCommands(const Command& root);
+void addEciesExplanation(const Command& envelopes);
 void addErrorCommand(const Command& root);
 void addHandshakeCommands(const Command& root);
+void addHandshakeExplanation(const Command& handshakes);
 void addJsonCommands(const Command& root);
 void addJwkCommands(const Command& root);
 void addKeyCommands(const Command& root);
@@ -108,5 +139,6 @@ void addPkiCommands(const Command& root);
 void addPrivilegesCommand(const Command& root);
 void addRegisterCommands(const Command& root);
 void addTokenCommands(const Command& root);
+void addTokenExplanation(const Command& tokens);
 
 } // namespace bmcoauth::tool

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command.hpp"
 #include "documents.hpp"
-#include "jwks.hpp"
 #include "privileges.hpp"
 #include "tokens.hpp"
+#include "trust.hpp"
 
-#include <array>
 #include <deque>
 
 namespace bmcoauth::tool
@@ -22,36 +21,6 @@ struct Options
     std::string roles;
     std::uint32_t skewSeconds = 0;
 };
-
-/** The keys in the file @p path in the library's form; what cannot be imported is left out of a
- *  set, where other keys are usual, and refused where it stands alone. */
-std::vector<std::string> trustedKeys(const std::string& path)
-{
-    const std::string text = readText(path);
-    Json::Value document;
-    if (!loadJsonDoc(text.c_str(), document))
-    {
-        if (text.find("PUBLIC KEY-----") == std::string::npos)
-        {
-            throw Stop{Exit::invalid, nameOf(path) + " holds neither a public key in PEM form nor "
-                                                     "JSON Web Keys"};
-        }
-        return {text};
-    }
-    std::vector<std::string> keys;
-    for (const Json::Value& key : keysOf(document))
-    {
-        if (std::optional<std::string> imported = importedKey(key))
-        {
-            keys.push_back(std::move(*imported));
-        }
-    }
-    if (keys.empty())
-    {
-        throw Stop{Exit::invalid, nameOf(path) + " holds no JSON Web Key that can be imported"};
-    }
-    return keys;
-}
 
 /** The caller's roles and what each grants. */
 class Roles
@@ -109,49 +78,6 @@ private:
     std::vector<userRole_s> entries;
 };
 
-/** What one trusted key makes of a token. */
-struct Judgement
-{
-    int verdict = Verdict::invalid;
-    bool verified = false;
-    JwtHeaderPtr header;
-    JwtPayloadPtr payload;
-};
-
-Judgement judge(const std::string& token, const std::string& key, Roles& roles,
-                const char** providers, std::uint32_t skewSeconds)
-{
-    std::array<const char*, 2> keys{key.c_str(), nullptr};
-    JWTHeader* header = nullptr;
-    JWTPayload* payload = nullptr;
-    int verified = 0;
-    Judgement judgement;
-    judgement.verdict = validateJWT_Delegated(token.c_str(), keys.data(), 0, &header, &payload,
-                                              skewSeconds, roles.data(), providers, &verified);
-    judgement.header.reset(header);
-    judgement.payload.reset(payload);
-    judgement.verified = verified == 1;
-    return judgement;
-}
-
-/** Judges by one key after the other. In one list the outcome would depend on their order: a key
- *  in PEM form that verifies is forgotten when the next one fails. */
-Judgement judgeByAll(const std::string& token, const std::vector<std::string>& keys, Roles& roles,
-                     const char** providers, std::uint32_t skewSeconds)
-{
-    Judgement best;
-    for (const std::string& key : keys)
-    {
-        Judgement judgement = judge(token, key, roles, providers, skewSeconds);
-        if (judgement.verified)
-        {
-            return judgement;
-        }
-        best = std::move(judgement);
-    }
-    return best;
-}
-
 /** What a valid token says of its user. */
 void describe(const JWTPayload& payload, const std::string& token, Json::Value& report)
 {
@@ -181,12 +107,7 @@ void describe(const JWTPayload& payload, const std::string& token, Json::Value& 
 
 void judgeToken(const Options& options)
 {
-    std::vector<std::string> keys;
-    for (const std::string& path : options.trust)
-    {
-        const std::vector<std::string> more = trustedKeys(path);
-        keys.insert(keys.end(), more.begin(), more.end());
-    }
+    const std::vector<TrustedKey> keys = usableKeys(options.trust);
     Roles roles{options.roles};
     std::vector<const char*> providers;
     for (const std::string& provider : options.providers)
@@ -196,7 +117,7 @@ void judgeToken(const Options& options)
     providers.push_back(nullptr);
     const std::string token = readToken(options.path);
     const Judgement judgement =
-        judgeByAll(token, keys, roles, providers.data(), options.skewSeconds);
+        judgeByAll(token, keys, options.skewSeconds, roles.data(), providers.data());
 
     Json::Value report;
     report["verified"] = judgement.verified;

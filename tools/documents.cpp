@@ -3,6 +3,8 @@
 
 #include "command.hpp"
 
+#include <json/reader.h>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -110,6 +112,38 @@ std::string readWord(const std::string& path)
     std::string text = readText(path);
     text.erase(text.find_last_not_of(" \t\r\n") + 1);
     return text;
+}
+
+std::optional<std::string> decodedBase64Url(const std::string& text)
+{
+    char* raw = nullptr;
+    int length = 0;
+    if (base64URIdecode(text.c_str(), &raw, &length) != 1)
+    {
+        return std::nullopt;
+    }
+    const Text bytes{raw};
+    return std::string{bytes.get(), static_cast<std::size_t>(length)};
+}
+
+std::optional<Json::Value> parsedObject(const std::string& text)
+{
+    try
+    {
+        std::optional<Json::Value> tree{std::in_place};
+        const std::unique_ptr<Json::CharReader> reader{Json::CharReaderBuilder{}.newCharReader()};
+        if (reader->parse(text.data(), text.data() + text.size(), &*tree, nullptr) &&
+            tree->isObject())
+        {
+            return tree;
+        }
+    }
+    catch (const Json::Exception&)
+    {
+        // Nested too deep.
+        return std::nullopt;
+    }
+    return std::nullopt;
 }
 
 Json::Value readObject(const std::string& path)

@@ -54,6 +54,13 @@ void requireReadable(const std::string& path);
 /** readText without the white space at its end, for what is a single word. */
 [[nodiscard]] std::string readWord(const std::string& path);
 
+/** The bytes that the Base64url text @p text stands for; nothing if it stands for none. */
+[[nodiscard]] std::optional<std::string> decodedBase64Url(const std::string& text);
+
+/** The JSON object in @p text, zero bytes included, which end a text for loadJsonDoc; nothing if it
+ *  is none. */
+[[nodiscard]] std::optional<Json::Value> parsedObject(const std::string& text);
+
 /** Reads the JSON object @p path, or stops the command. */
 [[nodiscard]] Json::Value readObject(const std::string& path);
 

@@ -151,6 +151,8 @@ void addEciesCommands(const Command& root)
         "The other party's certificate: PEM file or certificate key, the first counts");
     openVerb.flag("--data-only", openOptions.dataOnly,
                   "Leave out the line feed and the random characters");
+
+    addEciesExplanation(group);
 }
 
 } // namespace bmcoauth::tool

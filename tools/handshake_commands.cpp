@@ -258,6 +258,8 @@ void addHandshakeCommands(const Command& root)
     AttachOptions& attachOptions = attachVerb.runs(attach);
     attachVerb.option("FILE", attachOptions.path, "Handshake response");
     attachVerb.required("--sealed", attachOptions.sealed, "What ecies seal printed");
+
+    addHandshakeExplanation(group);
 }
 
 } // namespace bmcoauth::tool

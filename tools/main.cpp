@@ -45,6 +45,12 @@ int run(int argc, char** argv)
     {
         return report(stop.status(), stop.what());
     }
+    catch (const Quiet& quiet)
+    {
+        std::cout.flush();
+        return std::cout ? static_cast<int>(quiet.status())
+                         : report(Exit::failure, "cannot write to standard output");
+    }
     catch (const std::exception& error)
     {
         return report(Exit::failure, error.what());

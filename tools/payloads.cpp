@@ -2,6 +2,7 @@
 #include "payloads.hpp"
 
 #include "command.hpp"
+#include "roots.hpp"
 
 #include <utility>
 
@@ -86,8 +87,8 @@ Json::Value CertificateKey::document() const
 
 void requireFactoryRoots()
 {
-    requireReadable("/etc/default/certs/FactorycertProdRoot.pem");
-    requireReadable("/etc/default/certs/FactorycertDevRoot.pem");
+    requireReadable(productionRootPath);
+    requireReadable(developmentRootPath);
 }
 
 PayloadPtr readPayload(const std::string& path, const std::string& member)

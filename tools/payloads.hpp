@@ -64,6 +64,7 @@ void printPayload(HandshakePayload* payload);
 /** An envelope: what `ecies seal` prints, or what a handshake response carries. */
 struct SealedDocument
 {
+    SealedDocument() = default;
     explicit SealedDocument(const std::string& path);
 
     std::string ciphertext;

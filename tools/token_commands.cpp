@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "clock.hpp"
 #include "command.hpp"
 #include "documents.hpp"
 #include "keys.hpp"
 #include "tokens.hpp"
 
-#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <ctime>
@@ -146,18 +146,14 @@ std::optional<std::uint64_t> secondsOf(const Json::Value& claim)
 /** @p seconds as date and time in UTC, and how far they are from now. */
 std::string readableTime(std::uint64_t seconds)
 {
-    const auto time = static_cast<std::time_t>(seconds);
-    std::tm utc{};
-    std::array<char, 32> date{};
-    if (time < 0 || static_cast<std::uint64_t>(time) != seconds ||
-        gmtime_r(&time, &utc) == nullptr ||
-        std::strftime(date.data(), date.size(), "%Y-%m-%d %H:%M:%S UTC", &utc) == 0)
+    const std::string date = dateOf(seconds);
+    if (date == beyondCalendar)
     {
-        return "beyond the calendar";
+        return date;
     }
-    const double away = std::difftime(time, std::time(nullptr));
+    const double away = std::difftime(static_cast<std::time_t>(seconds), std::time(nullptr));
     const auto whole = static_cast<unsigned long long>(away < 0 ? -away : away);
-    return std::string{date.data()} + (away < 0 ? ", " : ", in ") + std::to_string(whole) + " s" +
+    return date + (away < 0 ? ", " : ", in ") + std::to_string(whole) + " s" +
            (away < 0 ? " ago" : "");
 }
 
@@ -187,14 +183,13 @@ struct InspectOptions
 void inspect(const InspectOptions& options)
 {
     const std::string token = readToken(options.path);
-    const std::size_t first = token.find('.');
-    const std::size_t second = first == std::string::npos ? first : token.find('.', first + 1);
-    if (second == std::string::npos)
+    const std::optional<TokenParts> parts = partsOf(token);
+    if (!parts)
     {
         throw Stop{Exit::invalid, nameOf(options.path) + " holds no token: two dots are expected"};
     }
-    const Json::Value header = decodePart(token.substr(0, first), "header");
-    const Json::Value claims = decodePart(token.substr(first + 1, second - first - 1), "payload");
+    const Json::Value header = decodePart(parts->header, "header");
+    const Json::Value claims = decodePart(parts->payload, "payload");
     printMembers("header", header);
     printMembers("claims", claims);
     warn("nothing was verified; anybody can write such a token");
@@ -272,6 +267,7 @@ void addTokenCommands(const Command& root)
     verifyVerb.option("FILE", verifyOptions.path, "Token, or response document with access_token");
     verifyVerb.option("--key", verifyOptions.key, "Key file that signed the token");
 
+    addTokenExplanation(group);
     addDelegatedCommand(group);
 }
 

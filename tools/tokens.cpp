@@ -22,6 +22,18 @@ std::string readToken(const std::string& path)
     return text;
 }
 
+std::optional<TokenParts> partsOf(const std::string& token)
+{
+    const std::size_t first = token.find('.');
+    const std::size_t second = first == std::string::npos ? first : token.find('.', first + 1);
+    if (second == std::string::npos)
+    {
+        return std::nullopt;
+    }
+    return TokenParts{token.substr(0, first), token.substr(first + 1, second - first - 1),
+                      token.substr(second + 1)};
+}
+
 Json::Value decodePart(const std::string& part, const std::string& name)
 {
     char* raw = nullptr;
@@ -40,8 +52,7 @@ Json::Value decodePart(const std::string& part, const std::string& name)
 
 Json::Value claimsOf(const std::string& token)
 {
-    const std::size_t first = token.find('.') + 1;
-    return decodePart(token.substr(first, token.find('.', first) - first), "payload");
+    return decodePart(partsOf(token)->payload, "payload");
 }
 
 } // namespace bmcoauth::tool

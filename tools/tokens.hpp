@@ -3,6 +3,7 @@
 
 #include <json/value.h>
 
+#include <optional>
 #include <string>
 
 namespace bmcoauth::tool
@@ -19,6 +20,23 @@ enum Verdict : int
 
 /** The compact token in @p path: its whole text, or the "access_token" of a response document. */
 [[nodiscard]] std::string readToken(const std::string& path);
+
+/** The three parts of a compact token. */
+struct TokenParts
+{
+    std::string header;
+    std::string payload;
+    std::string signature;
+
+    /** What is signed: the first two parts as they stand in the token. */
+    [[nodiscard]] std::string signingInput() const
+    {
+        return header + "." + payload;
+    }
+};
+
+/** The parts of @p token: further dots belong to the signature. Nothing without two dots. */
+[[nodiscard]] std::optional<TokenParts> partsOf(const std::string& token);
 
 /** The JSON object in one part of a token, which is called @p name if it is not one. */
 [[nodiscard]] Json::Value decodePart(const std::string& part, const std::string& name);
