@@ -23,6 +23,7 @@ struct CheckOptions
 {
     std::string path;
     std::optional<std::string> name;
+    bool json = false;
 };
 
 void check(const CheckOptions& options)
@@ -39,6 +40,18 @@ void check(const CheckOptions& options)
                                                     : "its common name is empty")};
     }
     const Text name{get_x509_CN(pem.get())};
+    if (options.json)
+    {
+        Json::Value document;
+        document["valid"] = true;
+        document["certificates"] = static_cast<Json::UInt64>(key.size());
+        if (name)
+        {
+            document["common_name"] = name.get();
+        }
+        printJson(document);
+        return;
+    }
     print("valid: " + which + ", " +
           (name ? "common name " + harmless(name.get()) : "without a common name"));
 }
@@ -46,6 +59,7 @@ void check(const CheckOptions& options)
 struct ChainOptions
 {
     std::string path;
+    bool json = false;
 };
 
 void checkChain(const ChainOptions& options)
@@ -64,7 +78,15 @@ void checkChain(const ChainOptions& options)
         throw Stop{Exit::invalid, chain + " is refused: no chain leads from it to a factory root" +
                                       (isDeviceVorn() == 1 ? "" : " of production")};
     }
-    print("verified: " + chain);
+    if (!options.json)
+    {
+        print("verified: " + chain);
+        return;
+    }
+    Json::Value document;
+    document["verified"] = true;
+    document["certificates"] = static_cast<Json::UInt64>(key.size());
+    printJson(document);
 }
 
 } // namespace
@@ -86,6 +108,7 @@ void addCertCommands(const Command& root)
     CheckOptions& checkOptions = checkVerb.runs(check);
     checkVerb.required("FILE", checkOptions.path, "PEM file or certificate key");
     checkVerb.option("--name", checkOptions.name, "Common name that it must have, in any case");
+    checkVerb.json(checkOptions.json);
 
     const Command chainVerb = group.verb(
         "chain", "Verify a chain against the factory roots of this device",
@@ -96,6 +119,7 @@ void addCertCommands(const Command& root)
         "/etc/default/certs.");
     ChainOptions& chainOptions = chainVerb.runs(checkChain);
     chainVerb.required("FILE", chainOptions.path, "PEM chain or certificate key");
+    chainVerb.json(chainOptions.json);
 
     addCertExplanation(group);
 }

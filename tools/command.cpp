@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command.hpp"
 
+#include "manual.hpp"
+
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <string_view>
 #include <utility>
 
 namespace bmcoauth::tool
@@ -40,6 +44,82 @@ CLI::Option* addList(CLI::App& app, const std::string& name, std::vector<std::st
     return option;
 }
 
+void fill(CLI::App& app)
+{
+    app.name("bmcoauth");
+    app.description(
+        "OAuth 2.0 building blocks for server management controllers, on the command line.");
+    app.require_subcommand(1);
+    app.set_help_all_flag("--help-all", "Print the help of every command and exit");
+    app.set_version_flag("--version", BMCOAUTH_VERSION);
+    app.footer("A document is read from FILE, or from standard input where FILE is left out or is "
+               "\"-\".\nResults go to standard output, problems to standard error.\n\n"
+               "Exit status: 0 success, 1 failure of a file, the random device or memory, 2 wrong "
+               "usage,\n3 a token, key, certificate, handshake or document is refused, 4 a token "
+               "has expired,\n5 an explanation is not what the library says, 6 doctor found "
+               "something doubtful.");
+    addCommands(Command{app});
+}
+
+// --------------------------------------------------------------------------------- descriptions
+
+/** Ends the help of a verb, behind the notes. */
+constexpr const char* exampleMark = "Example: ";
+
+OptionDescription describe(const CLI::Option& option)
+{
+    OptionDescription described;
+    described.argument = option.get_positional();
+    described.name = option.get_name(described.argument);
+    described.help = option.get_description();
+    described.takesValue = option.get_items_expected_max() > 0;
+    described.required = option.get_required();
+    described.repeatable = option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll ||
+                           option.get_items_expected_max() > 1;
+    const std::string type = option.get_type_name();
+    for (std::size_t begin = 0; type.find('|') != std::string::npos && begin <= type.size();)
+    {
+        const std::size_t end = std::min(type.find('|', begin), type.size());
+        described.choices.push_back(type.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return described;
+}
+
+// As deep as the commands: the tool, a group, a verb.
+// NOLINTNEXTLINE(misc-no-recursion)
+CommandDescription describe(const CLI::App& app, std::vector<std::string> path)
+{
+    CommandDescription described;
+    described.path = std::move(path);
+    described.summary = app.get_description();
+    described.notes = app.get_footer();
+    const std::size_t example = described.notes.rfind(exampleMark);
+    if (example != std::string::npos)
+    {
+        described.example = described.notes.substr(example + std::string_view{exampleMark}.size());
+        described.notes.erase(example);
+        described.notes.erase(described.notes.find_last_not_of('\n') + 1);
+    }
+    for (const CLI::App* below : app.get_subcommands([](const CLI::App*) { return true; }))
+    {
+        if (!below->get_group().empty())
+        {
+            std::vector<std::string> longer = described.path;
+            longer.push_back(below->get_name());
+            described.commands.push_back(describe(*below, std::move(longer)));
+        }
+    }
+    if (described.commands.empty())
+    {
+        for (const CLI::Option* option : app.get_options())
+        {
+            described.options.push_back(describe(*option));
+        }
+    }
+    return described;
+}
+
 } // namespace
 
 Command Command::group(const std::string& name, const std::string& description) const
@@ -53,9 +133,16 @@ Command Command::verb(const std::string& name, const std::string& description,
                       const std::string& example, const std::string& notes) const
 {
     CLI::App& added = *app->add_subcommand(name, description);
-    added.footer((notes.empty() ? "" : notes + "\n") + "Example: bmcoauth " + example);
+    added.footer((notes.empty() ? "" : notes + "\n") + exampleMark + "bmcoauth " + example);
     const std::string help = "Print the result as JSON, which it is without this, too";
     added.add_flag(jsonFlag, help);
+    return Command{added};
+}
+
+Command Command::hiddenVerb(const std::string& name) const
+{
+    CLI::App& added = *app->add_subcommand(name);
+    added.group("");
     return Command{added};
 }
 
@@ -101,7 +188,10 @@ void Command::json(bool& value) const
 void Command::choice(const std::string& name, std::string& value, const std::string& help,
                      const std::vector<std::string>& choices) const
 {
-    addOption(*app, name, value, help)->required()->check(CLI::IsMember(choices));
+    addOption(*app, name, value, help)
+        ->required()
+        ->type_name(CLI::detail::join(choices, "|"))
+        ->check(CLI::IsMember(choices).description(""));
 }
 
 void Command::number(const std::string& name, std::uint32_t& value, const std::string& help,
@@ -115,21 +205,10 @@ void Command::onRun(std::function<void()> action) const
     app->callback(std::move(action));
 }
 
-int runCommandLine(int argc, char** argv, void (*addCommands)(const Command& root))
+int runCommandLine(int argc, char** argv)
 {
-    CLI::App app{"OAuth 2.0 building blocks for server management controllers, on the command "
-                 "line.",
-                 "bmcoauth"};
-    app.require_subcommand(1);
-    app.set_help_all_flag("--help-all", "Print the help of every command and exit");
-    app.set_version_flag("--version", BMCOAUTH_VERSION);
-    app.footer("A document is read from FILE, or from standard input where FILE is left out or is "
-               "\"-\".\nResults go to standard output, problems to standard error.\n\n"
-               "Exit status: 0 success, 1 failure of a file, the random device or memory, 2 wrong "
-               "usage,\n3 a token, key, certificate, handshake or document is refused, 4 a token "
-               "has expired,\n5 an explanation is not what the library says, 6 doctor found "
-               "something doubtful.");
-    addCommands(Command{app});
+    CLI::App app;
+    fill(app);
     try
     {
         app.parse(argc, argv);
@@ -143,6 +222,13 @@ int runCommandLine(int argc, char** argv, void (*addCommands)(const Command& roo
     {
         throw Stop{Exit::usage, firstLine(error.what()) + " (see bmcoauth --help)"};
     }
+}
+
+CommandDescription describeTool()
+{
+    CLI::App app;
+    fill(app);
+    return describe(app, {});
 }
 
 } // namespace bmcoauth::tool

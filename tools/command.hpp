@@ -81,6 +81,9 @@ public:
     [[nodiscard]] Command verb(const std::string& name, const std::string& description,
                                const std::string& example, const std::string& notes = "") const;
 
+    /** A verb that no help mentions, for those who build and install the tool. */
+    [[nodiscard]] Command hiddenVerb(const std::string& name) const;
+
     /** Has the verb run @p action, on options that live as long as the command line. */
     template <typename Options>
     std::remove_const_t<Options>& runs(void (*action)(Options&)) const
@@ -120,13 +123,17 @@ private:
     CLI::App* app;
 };
 
-/** Reads the command line, whose commands @p addCommands adds, and runs what it says.
- *  Gives the exit status; what is wrong with the command line is a Stop. */
-int runCommandLine(int argc, char** argv, void (*addCommands)(const Command& root));
+/** Reads the command line and runs what it says. Gives the exit status; what is wrong with the
+ *  command line is a Stop. */
+int runCommandLine(int argc, char** argv);
+
+/** Adds every command of the tool. */
+void addCommands(const Command& root);
 
 void addCertCommands(const Command& root);
 void addCertExplanation(const Command& certs);
 void addDelegatedCommand(const Command& tokens);
+void addDoctorCommand(const Command& root);
 void addEciesCommands(const Command& root);
 void addEciesExplanation(const Command& envelopes);
 void addErrorCommand(const Command& root);
@@ -135,10 +142,13 @@ void addHandshakeExplanation(const Command& handshakes);
 void addJsonCommands(const Command& root);
 void addJwkCommands(const Command& root);
 void addKeyCommands(const Command& root);
+void addKeyFormCommands(const Command& keys);
+void addManualCommands(const Command& root);
 void addPkiCommands(const Command& root);
 void addPrivilegesCommand(const Command& root);
 void addRegisterCommands(const Command& root);
 void addTokenCommands(const Command& root);
+void addTokenConversion(const Command& tokens);
 void addTokenExplanation(const Command& tokens);
 
 } // namespace bmcoauth::tool

@@ -126,6 +126,20 @@ std::optional<std::string> decodedBase64Url(const std::string& text)
     return std::string{bytes.get(), static_cast<std::size_t>(length)};
 }
 
+std::string encodedBase64(const std::string& bytes)
+{
+    char* raw = nullptr;
+    base64encode(bytes.data(), &raw, static_cast<int>(bytes.size()));
+    return orStop(raw, "memory is exhausted").get();
+}
+
+std::string encodedBase64Url(const std::string& bytes)
+{
+    std::string text = encodedBase64(bytes);
+    base64URIencode(text.data());
+    return text.c_str();
+}
+
 std::optional<Json::Value> parsedObject(const std::string& text)
 {
     try

@@ -57,6 +57,12 @@ void requireReadable(const std::string& path);
 /** The bytes that the Base64url text @p text stands for; nothing if it stands for none. */
 [[nodiscard]] std::optional<std::string> decodedBase64Url(const std::string& text);
 
+/** @p bytes in standard Base64 with padding. */
+[[nodiscard]] std::string encodedBase64(const std::string& bytes);
+
+/** @p bytes in Base64url. */
+[[nodiscard]] std::string encodedBase64Url(const std::string& bytes);
+
 /** The JSON object in @p text, zero bytes included, which end a text for loadJsonDoc; nothing if it
  *  is none. */
 [[nodiscard]] std::optional<Json::Value> parsedObject(const std::string& text);

@@ -23,13 +23,27 @@ Text freshIv()
     return orStop(raw, "the random device failed");
 }
 
-struct NoOptions
+struct IvOptions
 {
+    bool json = false;
 };
 
-void printIv(const NoOptions& /*options*/)
+/** Prints @p text, as the member @p name of a document if @p json. */
+void printText(const std::string& text, const char* name, bool json)
 {
-    print(freshIv().get());
+    if (!json)
+    {
+        print(text);
+        return;
+    }
+    Json::Value document;
+    document[name] = text;
+    printJson(document);
+}
+
+void printIv(const IvOptions& options)
+{
+    printText(freshIv().get(), "iv", options.json);
 }
 
 struct SealOptions
@@ -80,6 +94,7 @@ struct OpenOptions
     std::string key;
     std::string peer;
     bool dataOnly = false;
+    bool json = false;
 };
 
 /** The plaintext without the line feed and the 16 random characters behind the data. */
@@ -113,7 +128,7 @@ void open(const OpenOptions& options)
                                   "keys, or holds no text"};
     }
     const std::string text{plaintext.get(), length};
-    print(options.dataOnly ? dataOf(text) : text);
+    printText(options.dataOnly ? dataOf(text) : text, "text", options.json);
 }
 
 } // namespace
@@ -123,7 +138,8 @@ void addEciesCommands(const Command& root)
     const Command group = root.group("ecies", "Seal and open envelopes between two parties");
 
     const Command ivVerb = group.verb("iv", "Print a fresh initialization vector", "ecies iv");
-    ivVerb.runs(printIv);
+    IvOptions& ivOptions = ivVerb.runs(printIv);
+    ivVerb.json(ivOptions.json);
 
     const Command sealVerb =
         group.verb("seal", "Seal a text for the holder of a certificate",
@@ -151,6 +167,7 @@ void addEciesCommands(const Command& root)
         "The other party's certificate: PEM file or certificate key, the first counts");
     openVerb.flag("--data-only", openOptions.dataOnly,
                   "Leave out the line feed and the random characters");
+    openVerb.json(openOptions.json);
 
     addEciesExplanation(group);
 }

@@ -91,6 +91,7 @@ struct CheckOptions
     std::string certificate;
     std::optional<std::string> name;
     bool chain = false;
+    bool json = false;
 };
 
 void checkCertificate(std::optional<CertificateKey>& certificate, const CheckOptions& options)
@@ -133,7 +134,17 @@ void check(const CheckOptions& options)
         warn("only " + std::to_string(proofs) + " of " + std::to_string(types) +
              " proofs were given; the others were not asked for");
     }
-    print(options.chain ? "accepted, chain verified" : "accepted");
+    if (!options.json)
+    {
+        print(options.chain ? "accepted, chain verified" : "accepted");
+        return;
+    }
+    Json::Value document;
+    document["accepted"] = true;
+    document["chain_verified"] = options.chain;
+    document["proofs"] = static_cast<Json::UInt64>(proofs);
+    document["types"] = static_cast<Json::UInt64>(types);
+    printJson(document);
 }
 
 // ----------------------------------------------------------------------------------------- keys
@@ -241,6 +252,7 @@ void addHandshakeCommands(const Command& root)
     checkVerb.flag("--chain", checkOptions.chain,
                    "Verify the certificate chain against the factory roots, too");
     checkVerb.option("--name", checkOptions.name, "With --chain: common name of the certificate");
+    checkVerb.json(checkOptions.json);
 
     const Command keysVerb =
         group.verb("keys", "Make a key document with random secrets",

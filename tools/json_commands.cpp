@@ -51,13 +51,14 @@ struct GetOptions
 {
     std::string key;
     std::string path = "-";
+    bool json = false;
 };
 
 void getMember(const GetOptions& options)
 {
     Json::Value document = readObject(options.path);
     char* raw = nullptr;
-    if (json_to_char(document, options.key.c_str(), &raw) == 1)
+    if (!options.json && json_to_char(document, options.key.c_str(), &raw) == 1)
     {
         print(Text{raw}.get());
         return;
@@ -126,6 +127,7 @@ void addJsonCommands(const Command& root)
     GetOptions& getOptions = get.runs(getMember);
     get.required("KEY", getOptions.key, "Name of the member");
     get.option("FILE", getOptions.path, "Document");
+    get.json(getOptions.json);
 
     const Command set = group.verb("set", "Set or remove one member, print the document",
                                    "json set state --value xyz request.json");

@@ -12,6 +12,7 @@ namespace
 struct Options
 {
     std::string path = "-";
+    bool json = false;
 };
 
 void importKey(const Options& options)
@@ -29,6 +30,25 @@ void importKey(const Options& options)
 
 void listKeys(const Options& options)
 {
+    if (options.json)
+    {
+        Json::Value list{Json::arrayValue};
+        for (const Json::Value& key : keysOf(readObject(options.path)))
+        {
+            Json::Value entry;
+            for (const char* name : {"kty", "kid", "alg", "crv"})
+            {
+                if (key[name].isString())
+                {
+                    entry[name] = key[name].asString();
+                }
+            }
+            entry["importable"] = importedKey(key).has_value();
+            list.append(entry);
+        }
+        printJson(list);
+        return;
+    }
     for (const Json::Value& key : keysOf(readObject(options.path)))
     {
         std::string line;
@@ -60,6 +80,7 @@ void addJwkCommands(const Command& root)
         "imported,\nwith tabulators between them.");
     Options& listOptions = listVerb.runs(listKeys);
     listVerb.option("FILE", listOptions.path, "JSON Web Key, or {\"keys\": [...]}");
+    listVerb.json(listOptions.json);
 }
 
 } // namespace bmcoauth::tool

@@ -14,6 +14,7 @@ struct Options
 {
     std::string path;
     bool force = false;
+    bool json = false;
 };
 
 void generate(const Options& options)
@@ -30,6 +31,12 @@ void generate(const Options& options)
     {
         throw Stop{Exit::failure, "cannot write a key to " + options.path};
     }
+    if (options.json)
+    {
+        Json::Value document;
+        document["file"] = options.path;
+        printJson(document);
+    }
 }
 
 void check(const Options& options)
@@ -40,7 +47,14 @@ void check(const Options& options)
         throw Stop{Exit::invalid,
                    options.path + " does not hold a valid elliptic-curve private key"};
     }
-    print("valid");
+    if (!options.json)
+    {
+        print("valid");
+        return;
+    }
+    Json::Value document;
+    document["valid"] = true;
+    printJson(document);
 }
 
 } // namespace
@@ -54,11 +68,15 @@ void addKeyCommands(const Command& root)
     Options& generateOptions = generateVerb.runs(generate);
     generateVerb.required("FILE", generateOptions.path, "Where to write the key");
     generateVerb.flag("--force", generateOptions.force, "Replace a file that is there already");
+    generateVerb.json(generateOptions.json);
 
     const Command checkVerb =
         group.verb("check", "Check a private key file", "key check signing.pem");
     Options& checkOptions = checkVerb.runs(check);
     checkVerb.required("FILE", checkOptions.path, "Key file");
+    checkVerb.json(checkOptions.json);
+
+    addKeyFormCommands(group);
 }
 
 } // namespace bmcoauth::tool

@@ -10,21 +10,6 @@ namespace
 
 using namespace bmcoauth::tool;
 
-void addCommands(const Command& root)
-{
-    addTokenCommands(root);
-    addKeyCommands(root);
-    addRegisterCommands(root);
-    addHandshakeCommands(root);
-    addEciesCommands(root);
-    addCertCommands(root);
-    addJwkCommands(root);
-    addPrivilegesCommand(root);
-    addJsonCommands(root);
-    addErrorCommand(root);
-    addPkiCommands(root);
-}
-
 int report(Exit status, const std::string& message)
 {
     // File names and members of documents stand in messages; one of them must not write to the
@@ -37,7 +22,7 @@ int run(int argc, char** argv)
 {
     try
     {
-        const int status = runCommandLine(argc, argv, addCommands);
+        const int status = runCommandLine(argc, argv);
         std::cout.flush();
         return std::cout ? status : report(Exit::failure, "cannot write to standard output");
     }

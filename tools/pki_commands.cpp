@@ -22,13 +22,14 @@ struct Options
     std::uint32_t intermediates = 1;
     std::vector<std::string> devices;
     bool developmentRoot = false;
+    bool json = false;
 };
 
 /** The directory that receives the files; nothing in it is replaced. */
 class Output
 {
 public:
-    explicit Output(const std::string& path) : directory{path}
+    Output(const std::string& path, bool asJson) : directory{path}, json{asJson}
     {
         std::error_code error;
         fs::create_directories(directory, error);
@@ -49,7 +50,7 @@ public:
         return file.string();
     }
 
-    void write(const std::string& name, const std::string& text) const
+    void write(const std::string& name, const std::string& text)
     {
         const std::string file = newFile(name);
         std::ofstream stream{file, std::ios::binary};
@@ -59,11 +60,36 @@ public:
         {
             throw Stop{Exit::failure, "cannot write " + file};
         }
-        print(file);
+        report(file);
+    }
+
+    /** Tells of a file that was written: at once, or in a document at the end. */
+    void report(const std::string& file)
+    {
+        if (json)
+        {
+            files.append(file);
+        }
+        else
+        {
+            print(file);
+        }
+    }
+
+    void end() const
+    {
+        if (json)
+        {
+            Json::Value document;
+            document["files"] = files;
+            printJson(document);
+        }
     }
 
 private:
     fs::path directory;
+    bool json;
+    Json::Value files{Json::arrayValue};
 };
 
 /** A device's name is its common name and begins the names of its files. */
@@ -80,7 +106,7 @@ void checkName(const std::string& name)
     }
 }
 
-void writeDevice(const Output& output, const std::string& name, const Identity& issuer,
+void writeDevice(Output& output, const std::string& name, const Identity& issuer,
                  const std::string& intermediates)
 {
     const std::string keyFile = output.newFile(name + ".key");
@@ -88,7 +114,7 @@ void writeDevice(const Output& output, const std::string& name, const Identity& 
     {
         throw Stop{Exit::failure, "cannot write " + keyFile};
     }
-    print(keyFile);
+    output.report(keyFile);
     const EcKeyPtr key{getECKeyFromFile(keyFile.c_str())};
     EvpKeyPtr wrapped{EVP_PKEY_new()};
     if (!key || !wrapped || EVP_PKEY_set1_EC_KEY(wrapped.get(), key.get()) != 1)
@@ -106,7 +132,7 @@ void makePki(const Options& options)
     const std::vector<std::string> names =
         options.devices.empty() ? std::vector<std::string>{"dev-device"} : options.devices;
     std::ranges::for_each(names, checkName);
-    const Output output{options.directory};
+    Output output{options.directory, options.json};
     const Identity production = makeAuthority("Development production root", nullptr);
     const Identity development = makeAuthority("Development root", nullptr);
     output.write("FactorycertProdRoot.pem", pemOf(*production.certificate));
@@ -126,6 +152,7 @@ void makePki(const Options& options)
     {
         writeDevice(output, name, *issuer, intermediates);
     }
+    output.end();
     warn("these certificates are for development only; their authorities' keys were not kept");
 }
 
@@ -154,6 +181,7 @@ void addPkiCommands(const Command& root)
                 "Name of a device, dev-device if left out; may be given again");
     verb.flag("--development-root", options.developmentRoot,
               "Have the development root issue, which only marked devices trust");
+    verb.json(options.json);
 }
 
 } // namespace bmcoauth::tool

@@ -14,10 +14,26 @@ namespace
 
 struct Options
 {
+    bool json = false;
 };
 
-void listPrivileges(const Options& /*options*/)
+void listPrivileges(const Options& options)
 {
+    if (options.json)
+    {
+        Json::Value list{Json::arrayValue};
+        for (unsigned int bit = 0; bit < privilegeCount; ++bit)
+        {
+            Json::Value entry;
+            entry["bit"] = bit;
+            entry["mask"] = 1U << bit;
+            entry["scope"] = ravok_scope_privileges[bit];
+            entry["claim"] = xidp_claim_privileges[bit];
+            list.append(entry);
+        }
+        printJson(list);
+        return;
+    }
     print("bit  mask   scope name                          claim code");
     for (unsigned int bit = 0; bit < privilegeCount; ++bit)
     {
@@ -60,7 +76,8 @@ void addPrivilegesCommand(const Command& root)
 {
     const Command verb =
         root.verb("privileges", "List the privileges of the controller", "privileges");
-    verb.runs(listPrivileges);
+    Options& options = verb.runs(listPrivileges);
+    verb.json(options.json);
 }
 
 } // namespace bmcoauth::tool

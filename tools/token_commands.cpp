@@ -178,6 +178,7 @@ void printMembers(const std::string& title, const Json::Value& object)
 struct InspectOptions
 {
     std::string path = "-";
+    bool json = false;
 };
 
 void inspect(const InspectOptions& options)
@@ -190,8 +191,18 @@ void inspect(const InspectOptions& options)
     }
     const Json::Value header = decodePart(parts->header, "header");
     const Json::Value claims = decodePart(parts->payload, "payload");
-    printMembers("header", header);
-    printMembers("claims", claims);
+    if (options.json)
+    {
+        Json::Value document;
+        document["header"] = header;
+        document["claims"] = claims;
+        printJson(document);
+    }
+    else
+    {
+        printMembers("header", header);
+        printMembers("claims", claims);
+    }
     warn("nothing was verified; anybody can write such a token");
 }
 
@@ -258,6 +269,7 @@ void addTokenCommands(const Command& root)
     InspectOptions& inspectOptions = inspectVerb.runs(inspect);
     inspectVerb.option("FILE", inspectOptions.path,
                        "Token, or response document with access_token");
+    inspectVerb.json(inspectOptions.json);
 
     const Command verifyVerb =
         group.verb("verify", "Verify a token of ours, print its claims",
@@ -268,6 +280,7 @@ void addTokenCommands(const Command& root)
     verifyVerb.option("--key", verifyOptions.key, "Key file that signed the token");
 
     addTokenExplanation(group);
+    addTokenConversion(group);
     addDelegatedCommand(group);
 }
 

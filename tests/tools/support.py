@@ -20,7 +20,7 @@ WITH_ROOTS = """
 place=/etc/default/certs
 [ -d $place ] || place=/etc/default
 mount -t tmpfs tmpfs $place && mkdir -p /etc/default/certs || exit 99
-find "$1" -name 'Factorycert*.pem' -exec cp {} /etc/default/certs ';'
+find "$1" -name 'Factorycert*.pem' -exec cp -p {} /etc/default/certs ';'
 shift
 exec "$@"
 """

@@ -46,7 +46,7 @@ class CommandLine(ToolTest):
 
     def test_every_verb_has_help_with_an_example_of_itself(self):
         verbs = list(self.verbs())
-        self.assertEqual(len(verbs), 32)
+        self.assertEqual(len(verbs), 36)
         for verb in verbs:
             with self.subTest(verb):
                 self.assertIn("Example: bmcoauth " + " ".join(verb), self.good(*verb, "--help"))

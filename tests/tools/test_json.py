@@ -1,0 +1,82 @@
+# SPDX-License-Identifier: Apache-2.0
+"""With --json: the documents of the verbs that print text without it."""
+
+import json
+
+from support import INVALID, PKI_WARNING, ToolTest, base64url, claims, part, signed_token
+
+
+class Json(ToolTest):
+    def test_of_a_key(self):
+        self.assertEqual(self.good_json("key", "generate", "--json", "key.pem"), {"file": "key.pem"})
+        self.assertEqual(self.good_json("key", "check", "--json", "key.pem"), {"valid": True})
+        self.write("none.pem", "")
+        self.refused(INVALID, "does not hold a valid", "key", "check", "--json", "none.pem")
+
+    def test_of_a_token(self):
+        header, payload = {"alg": "none", "typ": "\x1b[2J"}, {"exp": 1, "sub": "x"}
+        document = self.good_json(
+            *("token", "inspect", "--json"),
+            text=part(header) + "." + part(payload) + ".",
+            warning="nothing was verified; anybody can write such a token",
+        )
+        self.assertEqual(document, {"header": header, "claims": payload})
+
+    def test_of_a_list_of_keys(self):
+        point = {"x": base64url(b"\1" * 32), "y": base64url(b"\2" * 32)}
+        keys = {"keys": [{"kty": "EC", "crv": "P-256", "kid": "a", **point}, {"kty": 7}]}
+        self.assertEqual(
+            self.good_json("jwk", "list", "--json", text=json.dumps(keys)),
+            [{"kty": "EC", "crv": "P-256", "kid": "a", "importable": False}, {"importable": False}],
+        )
+        self.assertEqual(self.good_json("jwk", "list", "--json", text='{"keys":[]}'), [])
+
+    def test_of_privileges(self):
+        privileges = self.good_json("privileges", "--json")
+        self.assertEqual(len(privileges), 9)
+        self.assertEqual(
+            privileges[6],
+            {"bit": 6, "mask": 64, "scope": "ravok_accessvirtualmedia", "claim": "VM"},
+        )
+
+    def test_of_certificates_and_envelopes(self):
+        made = self.good_json("pki", "make", "pki", "--json", "--device", "a", warning=PKI_WARNING)
+        self.assertEqual(len(made["files"]), 5)
+        for name in made["files"]:
+            self.assertTrue((self.directory / name).exists())
+        self.assertEqual(
+            self.good_json("cert", "check", "--json", "pki/a-chain.pem"),
+            {"valid": True, "certificates": 3, "common_name": "a"},
+        )
+        iv = self.good_json("ecies", "iv", "--json")["iv"]
+        self.assertRegex(iv, "^[0-9A-F]{32}$")
+        own = ["--key", "pki/a.key", "--peer", "pki/a.pem"]
+        sealed = self.good("ecies", "seal", *own, text='"text"')
+        opened = ["ecies", "open", *own, "--data-only", "--json"]
+        self.assertEqual(self.good_json(*opened, text=sealed), {"text": '"text"'})
+        self.install_roots()
+        self.assertEqual(
+            self.good_json("cert", "chain", "--json", "pki/a-chain.pem"),
+            {"verified": True, "certificates": 3},
+        )
+
+    def test_of_a_handshake(self):
+        keys = self.write("keys.json", self.good("handshake", "keys", "--prefix", "otp"))
+        challenge = self.good("handshake", "challenge", "--type", "otp1.0", "--mode", "2")
+        both = ["--challenge", self.write("challenge.json", challenge), "--keys", keys]
+        response = self.good("handshake", "respond", *both)
+        self.assertEqual(
+            self.good_json("handshake", "check", *both, "--json", text=response),
+            {"accepted": True, "chain_verified": False, "proofs": 1, "types": 1},
+        )
+
+    def test_of_a_member(self):
+        for text, printed in (('{"a":"x\\"y"}', '"x\\"y"'), ('{"a":[1]}', "[1]")):
+            self.assertEqual(self.good("json", "get", "--json", "a", text=text), printed)
+
+    def test_changes_nothing_that_is_json_already(self):
+        self.key()
+        token = signed_token(self, "key.pem", claims())
+        verify = ["token", "verify", "--key", "key.pem"]
+        self.assertEqual(self.good(*verify, "--json", text=token), self.good(*verify, text=token))
+        self.assertEqual(self.good("error", "--json", "2"), '{"error":"invalid_request"}')

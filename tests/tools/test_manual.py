@@ -1,0 +1,120 @@
+# SPDX-License-Identifier: Apache-2.0
+"""What the tool makes of its own verbs and options: manual pages and a completion."""
+
+import re
+import subprocess
+
+from support import FAILURE, USAGE, ToolTest
+
+COMPLETE = """
+source "./$1"
+shift
+COMP_WORDS=("$@")
+COMP_CWORD=$(($# - 1))
+_bmcoauth
+printf '%s\\n' "${COMPREPLY[@]}"
+"""
+
+
+class Verbs(ToolTest):
+    def verbs(self, *group):
+        text = self.good(*group, "--help")
+        for name in re.findall(r"^  (\w+) ", text.partition("Subcommands:\n")[2], re.MULTILINE):
+            if "Subcommands:" in self.good(*group, name, "--help"):
+                yield from self.verbs(*group, name)
+            else:
+                yield (*group, name)
+
+    def options(self, verb):
+        return re.findall(r"^  (?:-h,)?(--[\w-]+)", self.good(*verb, "--help"), re.MULTILINE)
+
+
+class Help(Verbs):
+    def test_every_verb_takes_json(self):
+        for verb in self.verbs():
+            self.assertEqual(self.options(verb).count("--json"), 1, verb)
+
+    def test_says_nothing_of_hidden_verbs(self):
+        for name in ("manual", "completion"):
+            self.assertNotIn(name, self.good("--help"))
+
+
+class Manual(Verbs):
+    def names(self):
+        return ["bmcoauth", *("-".join(("bmcoauth", *verb)) for verb in self.verbs())]
+
+    def pages(self):
+        self.good("manual", ".", *self.names())
+        return {name: (self.directory / f"{name}.1").read_text() for name in self.names()}
+
+    def test_has_a_page_for_every_verb_with_all_its_options(self):
+        pages = self.pages()
+        for verb in self.verbs():
+            page = pages["-".join(("bmcoauth", *verb))].replace("\\-", "-")
+            for option in self.options(verb):
+                self.assertIn(f"\\fB{option}\\fR", page)
+            self.assertIn(".SH EXAMPLE\n.nf\nbmcoauth " + " ".join(verb), page)
+            self.assertIn(f"\\fB{'-'.join(('bmcoauth', *verb))}\\fR(1)", pages["bmcoauth"].replace("\\-", "-"))
+
+    def test_pages_are_sound(self):
+        self.pages()
+        for name in self.names():
+            run = subprocess.run(
+                ["groff", "-man", "-ww", "-z", "-Tutf8", f"{name}.1"],
+                cwd=self.directory,
+                capture_output=True,
+                check=False,
+            )
+            self.assertEqual((run.returncode, run.stdout, run.stderr), (0, b"", b""), name)
+
+    def test_is_complete_or_not_made(self):
+        names = self.names()
+        self.refused(USAGE, "page bmcoauth-error is not asked for", "manual", ".", *(n for n in names if n != "bmcoauth-error"))
+        self.refused(USAGE, "of which there is no verb", "manual", ".", *names, "bmcoauth-fly")
+        self.refused(FAILURE, "cannot write missing/", "manual", "missing", *names)
+
+
+class Completion(Verbs):
+    def setUp(self):
+        super().setUp()
+        self.write("script", self.good("completion", "bash") + "\n")
+
+    def complete(self, *words):
+        run = subprocess.run(
+            ["bash", "--norc", "-uc", COMPLETE, "bash", "script", "bmcoauth", *words],
+            cwd=self.directory,
+            capture_output=True,
+            text=True,
+            check=False,
+        )
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        return run.stdout.split()
+
+    def test_knows_every_verb_and_option(self):
+        groups = {verb[:-1] for verb in self.verbs()}
+        for group in groups:
+            known = self.complete(*group, "")
+            self.assertEqual(len(known), len(set(known)))
+            for verb in self.verbs():
+                if verb[:-1] == group:
+                    self.assertIn(verb[-1], known)
+        for verb in self.verbs():
+            self.assertEqual(sorted(self.complete(*verb, "--")), sorted(self.options(verb)))
+
+    def test_narrows_down(self):
+        self.assertEqual(self.complete("tok"), ["token"])
+        self.assertEqual(self.complete("token", "ex"), ["explain"])
+        self.assertEqual(self.complete("token", "explain", "--k"), ["--key"])
+        self.assertEqual(self.complete("nonsense", "--"), [])
+
+    def test_offers_files_and_words_where_they_belong(self):
+        self.write("some file", "")
+        offered = self.complete("token", "verify", "--key", "some")
+        self.assertEqual(" ".join(offered), "some file")
+        self.assertIn("script", self.complete("token", "verify", ""))
+        self.assertIn("script", self.complete("token", "verify", "--key", "k.pem", ""))
+        self.assertEqual(self.complete("key", "convert", "--to", ""), ["pem", "der", "jwk"])
+        self.assertEqual(self.complete("key", "convert", "--to", "d"), ["der"])
+
+    def test_knows_no_other_shell(self):
+        self.refused(USAGE, "SHELL", "completion", "fish")

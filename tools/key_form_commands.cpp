@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "command.hpp"
+#include "documents.hpp"
+#include "key_forms.hpp"
+
+#include <openssl/crypto.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <iostream>
+#include <system_error>
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+struct ConvertOptions
+{
+    std::string path;
+    std::string form;
+    std::string out;
+    std::string kid;
+    bool publicOnly = false;
+    bool force = false;
+    bool json = false;
+};
+
+[[noreturn]] void stopWriting(const std::string& path)
+{
+    const int error = errno;
+    if (error == EEXIST)
+    {
+        throw Stop{Exit::usage, path + " exists already: give --force to replace it"};
+    }
+    throw Stop{Exit::failure,
+               "cannot write " + path + ": " + std::generic_category().message(error)};
+}
+
+/** Writes @p bytes to the file @p path, which nobody else may read if they are private. */
+void writeFile(const std::string& path, const std::string& bytes, bool isPrivate, bool force)
+{
+    const mode_t mode = isPrivate ? 0600 : 0644;
+    const int file =
+        open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | (force ? O_TRUNC : O_EXCL), mode);
+    if (file < 0)
+    {
+        stopWriting(path);
+    }
+    // A file that is replaced has a mode already.
+    const bool closed = !isPrivate || fchmod(file, mode) == 0;
+    const ssize_t count = closed ? write(file, bytes.data(), bytes.size()) : -1;
+    const int error = errno;
+    if (close(file) != 0 || count != static_cast<ssize_t>(bytes.size()))
+    {
+        errno = count < 0 ? error : ENOSPC;
+        stopWriting(path);
+    }
+}
+
+/** The key as it goes out. */
+std::string converted(const AnyKey& key, const ConvertOptions& options)
+{
+    if (options.form == "pem")
+    {
+        return pemOf(key);
+    }
+    if (options.form == "der")
+    {
+        return derOf(key);
+    }
+    Json::Value jwk = jwkOf(key);
+    if (!options.kid.empty())
+    {
+        jwk["kid"] = options.kid;
+    }
+    return json_fastWriter(jwk) + "\n";
+}
+
+void put(const std::string& bytes, const AnyKey& key, const ConvertOptions& options)
+{
+    if (!options.out.empty())
+    {
+        writeFile(options.out, bytes, key.isPrivate, options.force);
+        if (options.json)
+        {
+            Json::Value document;
+            document["file"] = options.out;
+            document["private"] = key.isPrivate;
+            printJson(document);
+        }
+        return;
+    }
+    if (options.json && options.form != "jwk")
+    {
+        Json::Value document;
+        document[options.form] = options.form == "der" ? encodedBase64(bytes) : bytes;
+        document["private"] = key.isPrivate;
+        printJson(document);
+        return;
+    }
+    if (options.form == "der" && isatty(STDOUT_FILENO) == 1)
+    {
+        throw Stop{Exit::usage, "DER bytes are not for a terminal: give --out FILE"};
+    }
+    std::cout << bytes;
+}
+
+void convert(const ConvertOptions& options)
+{
+    if (!options.kid.empty() && options.form != "jwk")
+    {
+        throw Stop{Exit::usage, "--kid needs --to jwk: other forms have no key id"};
+    }
+    AnyKey key = readAnyKey(options.path);
+    key.isPrivate = key.isPrivate && !options.publicOnly;
+    std::string bytes = converted(key, options);
+    put(bytes, key, options);
+    OPENSSL_cleanse(bytes.data(), bytes.size());
+}
+
+struct ThumbprintOptions
+{
+    std::string path;
+    bool json = false;
+};
+
+void thumbprint(const ThumbprintOptions& options)
+{
+    const std::string text = thumbprintOf(readAnyKey(options.path));
+    if (!options.json)
+    {
+        print(text);
+        return;
+    }
+    Json::Value document;
+    document["thumbprint"] = text;
+    printJson(document);
+}
+
+} // namespace
+
+void addKeyFormCommands(const Command& keys)
+{
+    const Command convertVerb = keys.verb(
+        "convert", "Turn a key into PEM, DER or JWK form",
+        "key convert --to jwk --public --kid bmc-1 signing.pem",
+        "Reads EC (P-256, P-384, P-521) and RSA keys, private and public, in any of these forms, "
+        "and the public\nkey of a PEM certificate. Writes PKCS #8 or SubjectPublicKeyInfo as PEM; "
+        "as DER, private keys are\nECPrivateKey, as the library's functions take them, or "
+        "RSAPrivateKey.");
+    ConvertOptions& options = convertVerb.runs(convert);
+    convertVerb.required("FILE", options.path, "Key file");
+    convertVerb.choice("--to", options.form, "Form to write", {"pem", "der", "jwk"});
+    convertVerb.flag("--public", options.publicOnly, "Write the public key of a private one");
+    convertVerb.option("--kid", options.kid, "Key id of a JSON Web Key");
+    convertVerb.option("--out", options.out,
+                       "File to write, mode 0600 if the key is private; else standard output");
+    convertVerb.flag("--force", options.force, "Replace a file that is there already");
+    convertVerb.json(options.json);
+
+    const Command thumbprintVerb = keys.verb(
+        "thumbprint", "Print the thumbprint of a key (RFC 7638, SHA-256)",
+        "key thumbprint signing.pem", "The same for the private and the public key, in any form.");
+    ThumbprintOptions& thumbprintOptions = thumbprintVerb.runs(thumbprint);
+    thumbprintVerb.required("FILE", thumbprintOptions.path, "Key file, as for key convert");
+    thumbprintVerb.json(thumbprintOptions.json);
+}
+
+} // namespace bmcoauth::tool

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace bmcoauth::tool
+{
+
+/** An option "--name" or an argument "NAME" of a verb. */
+struct OptionDescription
+{
+    std::string name;
+    std::string help;
+    /** What may stand behind it; nothing for a flag, and for all but a few words. */
+    std::vector<std::string> choices;
+    bool argument = false;
+    bool takesValue = false;
+    bool required = false;
+    bool repeatable = false;
+};
+
+/** A command as its help tells it. */
+struct CommandDescription
+{
+    std::vector<std::string> path; /**< its words, without the name of the tool */
+    std::string summary;
+    std::string notes;
+    std::string example; /**< with the name of the tool; empty for a group */
+    std::vector<OptionDescription> options;
+    std::vector<CommandDescription> commands; /**< of a group, or of the tool itself */
+};
+
+/** The tool, as its command line is read. */
+[[nodiscard]] CommandDescription describeTool();
+
+/** Every verb below @p command, in order. */
+[[nodiscard]] std::vector<CommandDescription> verbsOf(const CommandDescription& command);
+
+/** The name of the manual page of a command: "bmcoauth", "bmcoauth-token-issue". */
+[[nodiscard]] std::string pageName(const CommandDescription& command);
+
+/** The manual page (section 1, in the language of man(7)) of a verb, or of the tool itself. */
+[[nodiscard]] std::string manualPage(const CommandDescription& command,
+                                     const CommandDescription& tool);
+
+/** A script that has bash complete the command line of the tool. */
+[[nodiscard]] std::string bashCompletion(const CommandDescription& tool);
+
+} // namespace bmcoauth::tool
