@@ -26,6 +26,14 @@ void readName(const std::string& pem)
                   "another name does not match");
 }
 
+/** What becomes the first certificate of a chain: the text up to the first end marker, and the
+ *  character behind it, which ends its line. */
+std::string firstBlock(const std::string& chain)
+{
+    constexpr std::string_view endMarker = "-----END CERTIFICATE-----";
+    return chain.substr(0, chain.find(endMarker) + endMarker.size() + 1);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
@@ -63,7 +71,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     fuzz::require(first != nullptr && std::string_view{first.get()}.size() == length,
                   "the first certificate has a text");
-    fuzz::require(certificate != nullptr, "a chain begins with a certificate");
+    const Certificate leading{getX509Cert(firstBlock(pem).c_str())};
+    fuzz::require(leading != nullptr, "a chain begins with a certificate");
     const support::HeapText recreated{recreate_x509_cert(body.c_str())};
     fuzz::require(fuzz::same(first.get(), recreated.get()), "it is that of its body");
 

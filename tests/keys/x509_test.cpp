@@ -485,6 +485,10 @@ TEST(EncodeX509Jwk, TakesOneCharacterAfterTheEndMarkerIntoTheBlock)
     std::string pem = identity.pem();
     pem.back() = ' ';
     EXPECT_EQ(bodiesOf(pem), (std::vector<std::string>{identity.body() + " "}));
+    // What else stands on that line is no part of the block, though the line is none of PEM.
+    pem += "and more\n";
+    EXPECT_EQ(bodiesOf(pem), (std::vector<std::string>{identity.body() + " "}));
+    EXPECT_EQ(getX509Cert(pem.c_str()), nullptr);
 }
 
 TEST(EncodeX509Jwk, KeepsCarriageReturns)
