@@ -65,7 +65,8 @@ BMCOAUTH_API int validateJWT(const char* token, const unsigned char* der, int de
  *
  *  "alg" names the algorithm of RFC 7518, section 3.1, leniently: RSASSA-PKCS1-v1_5 ("RS256"),
  *  RSASSA-PSS ("PS256", with a salt of any length) or ECDSA ("ES256", the signature of two integers
- *  side by side or DER), with SHA-256, SHA-384 or SHA-512. HMAC ("HS256") and "none" never verify.
+ *  side by side or DER), with SHA-256, SHA-384 or SHA-512. HMAC ("HS256") and "none" never verify,
+ *  nor does an RSA key whose exponent is 1 or even. How long a key must be is the caller's to say.
  *
  *  The period of validity begins with "nbf", where the token has one, and ends before "exp"; `skew`
  *  seconds are allowed in both directions. Times may be numbers or texts.

@@ -82,6 +82,14 @@ crypto::RsaPtr readRsaKey(std::string_view pem) noexcept
     return nullptr;
 }
 
+/** Whether the exponent of @p key is one of RFC 8017, section 3.1, as far as a look at it tells:
+ *  under the exponent 1 every padded digest is its own signature, and libcrypto takes it. */
+bool hasSoundExponent(const RSA& key) noexcept
+{
+    const BIGNUM* const exponent = RSA_get0_e(&key);
+    return exponent != nullptr && BN_is_odd(exponent) && !BN_is_one(exponent);
+}
+
 /** What PEM_read_bio_EC_PUBKEY reads; the usual keys without its making their curve anew. */
 crypto::EcKeyPtr readEcKey(std::string_view pem) noexcept
 {
@@ -124,7 +132,7 @@ bool verifyRsa(std::string_view signingInput, std::string_view signature, std::s
 {
     const crypto::RsaPtr key = readRsaKey(pem);
     Digest digest;
-    if (!key || !digestOf(signingInput, kind, digest))
+    if (!key || !hasSoundExponent(*key) || !digestOf(signingInput, kind, digest))
     {
         return false;
     }

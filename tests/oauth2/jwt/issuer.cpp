@@ -118,7 +118,9 @@ std::string Key::sign(std::string_view text, const char* digest, Padding padding
     if (padding.pss)
     {
         require(EVP_PKEY_CTX_set_rsa_padding(options, RSA_PKCS1_PSS_PADDING) == 1 &&
-                EVP_PKEY_CTX_set_rsa_pss_saltlen(options, padding.saltLength) == 1);
+                EVP_PKEY_CTX_set_rsa_pss_saltlen(options, padding.saltLength) == 1 &&
+                (padding.maskDigest == nullptr ||
+                 EVP_PKEY_CTX_set_rsa_mgf1_md_name(options, padding.maskDigest, nullptr) == 1));
     }
     std::string signature(static_cast<std::size_t>(EVP_PKEY_get_size(pair.get())), '\0');
     std::size_t length = signature.size();

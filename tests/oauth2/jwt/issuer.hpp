@@ -21,6 +21,8 @@ struct Padding
 {
     bool pss = false;
     int saltLength = -1;
+    /** The digest of the mask of PSS; null for that of the signature. */
+    const char* maskDigest = nullptr;
 };
 
 /** A key pair. */

@@ -1,0 +1,221 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "hostile/forge.hpp"
+#include "oauth2/jwt/issuer.hpp"
+#include "oauth2/jwt/judgement.hpp"
+#include "support/certificates.hpp"
+#include "support/vectors.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+using forge::Number;
+using forge::Point;
+
+namespace
+{
+
+/** A private key of a small number, as an ECPrivateKey structure (RFC 5915) with its curve. */
+tokens::PrivateKey smallKey(unsigned long number)
+{
+    const std::string der =
+        forge::sequence(forge::integer(Number{1}) + forge::element(0x04, Number{number}.bytes(32)) +
+                        forge::element(0xa0, support::fromHex("06082a8648ce3d030107")));
+    return {{der.begin(), der.end()}};
+}
+
+// The smallest numbers whose point's x, and whose point's y, begins with a zero byte.
+constexpr unsigned long withShortX = 379;
+constexpr unsigned long withShortY = 43;
+
+/** Whether the key that is made of these coordinates verifies a signature of @p key. */
+bool verifies(const Point& point, const tokens::PrivateKey& key)
+{
+    const std::string input = issuer::signingInput(R"({"alg":"ES256"})", "{}");
+    return judge(issuer::token(input, tokens::sign(input, key)), {.keys = {forge::ecJwk(point)}})
+               .verified == 1;
+}
+
+bool imported(const Point& point)
+{
+    return forge::ecJwk(point).find("kest_decoded_key") != std::string::npos;
+}
+
+TEST(EcCoordinates, AreNumbersOfAnyLength)
+{
+    // RFC 7518 asks for 32 bytes; there are issuers that leave the leading zero out, or put one
+    // before a byte that is negative to them.
+    for (const unsigned long number : {withShortX, withShortY, 1UL})
+    {
+        SCOPED_TRACE(number);
+        const tokens::PrivateKey key = smallKey(number);
+        const Point point = forge::pointOf(key);
+        ASSERT_EQ(point.x[0] == '\0', number == withShortX);
+        ASSERT_EQ(point.y[0] == '\0', number == withShortY);
+        const std::string shortX = Number::fromBytes(point.x).bytes();
+        const std::string shortY = Number::fromBytes(point.y).bytes();
+        EXPECT_TRUE(verifies(point, key));
+        EXPECT_TRUE(verifies({shortX, shortY}, key));
+        EXPECT_TRUE(verifies({'\0' + point.x, '\0' + point.y}, key));
+        EXPECT_TRUE(verifies({std::string(1000, '\0') + point.x, point.y}, key));
+        EXPECT_FALSE(verifies(point, smallKey(number + 1)));
+    }
+}
+
+TEST(EcCoordinates, AreRefusedWhenTheyAreOfNoPoint)
+{
+    const tokens::PrivateKey key = smallKey(withShortX);
+    const auto [x, y] = forge::pointOf(key);
+    EXPECT_TRUE(imported({x, y}));
+    const Number prime = forge::p256Prime();
+    const Number xNumber = Number::fromBytes(x);
+    const Number yNumber = Number::fromBytes(y);
+    const std::string zero(32, '\0');
+    const std::vector<std::pair<const char*, Point>> others = {
+        {"exchanged", {y, x}},
+        {"x without its last byte", {x.substr(0, 31), y}},
+        {"y without its last byte", {x, y.substr(0, 31)}},
+        {"x without a first byte that counts", {x.substr(2), y}},
+        {"x and a zero behind", {x + '\0', y}},
+        {"y and a zero behind", {x, y + '\0'}},
+        {"one before x", {'\x01' + x, y}},
+        {"one before y", {x, '\x01' + y}},
+        {"x twice", {x + x, y}},
+        {"no x", {"", y}},
+        {"no y", {x, ""}},
+        {"nothing", {"", ""}},
+        {"x and the prime", {(xNumber + prime).bytes(), y}},
+        {"y and the prime", {x, (yNumber + prime).bytes()}},
+        {"x is the prime", {prime.bytes(), y}},
+        {"zeros, as some write infinity", {zero, zero}},
+        {"x is zero", {zero, y}},
+        {"y is zero", {x, zero}},
+        {"ones", {std::string(32, '\xff'), std::string(32, '\xff')}},
+        {"one beside the point", {(xNumber + Number{1}).bytes(32), y}},
+        {"x as an encoded point", {'\x04' + x + y, y}},
+        {"x as a compressed point", {'\x02' + x, y}},
+        {"72 KiB", {std::string(73728, '\xff'), y}},
+    };
+    for (const auto& [name, point] : others)
+    {
+        SCOPED_TRACE(name);
+        EXPECT_FALSE(imported(point));
+        EXPECT_FALSE(verifies(point, key));
+    }
+    for (std::size_t bit = 0; bit < 512; ++bit)
+    {
+        std::string both = x + y;
+        both[bit / 8] = static_cast<char>(both[bit / 8] ^ (1 << bit % 8));
+        EXPECT_FALSE(imported({both.substr(0, 32), both.substr(32)})) << bit;
+    }
+}
+
+TEST(EcCoordinates, OfTheOppositePointAreAnotherKey)
+{
+    const tokens::PrivateKey key = smallKey(1);
+    const auto [x, y] = forge::pointOf(key);
+    const Point opposite{x, (forge::p256Prime() - Number::fromBytes(y)).bytes(32)};
+    EXPECT_TRUE(imported(opposite));
+    EXPECT_FALSE(verifies(opposite, key));
+    EXPECT_TRUE(verifies({x, y}, key));
+}
+
+// The curve is the key's, never the token's: with a point that means something on a curve chosen by
+// somebody else, and a generator of his, he would have the private key.
+TEST(EcCurve, IsNotTheTokensToChoose)
+{
+    const std::string input = issuer::signingInput(
+        R"({"alg":"ES256","crv":"secp256k1","jwk":{"kty":"EC","crv":"secp256k1"}})", "{}");
+    const std::string token = issuer::token(input, tokens::sign(input, tokens::serviceKey()));
+    const std::string own = forge::publicPem(tokens::serviceKey());
+    EXPECT_EQ(judge(token, {.keys = {own}}).verified, 1);
+    EXPECT_EQ(judge(token, {.keys = {forge::publicPem(tokens::otherKey())}}).verified, -1);
+}
+
+// Headers that carry or name a key of their own: nobody follows them.
+TEST(KeyInTheHeader, IsNeverLookedAt)
+{
+    const Point point = forge::pointOf(tokens::otherKey());
+    const std::string jwk = forge::ecJwk(point);
+    const std::string quotedPem = jwk.substr(jwk.find("kest_decoded_key") + 18);
+    const std::string pem = quotedPem.substr(0, quotedPem.find("\",") + 1);
+    const std::vector<std::string> members = {
+        R"("jwk":)" + jwk,
+        R"("jwk":)" + jwk + R"(,"kid":"attacker")",
+        R"("x5c":["MIIB"])",
+        R"("jku":"https://attacker/keys","x5u":"file:///etc/passwd")",
+        R"("kest_decoded_key":)" + pem,
+        R"("kid":"../../../../dev/null")",
+        R"("kid":"' OR '1'='1")",
+        R"("kid":"")",
+        R"("crit":["exp"])",
+        R"("b64":false,"crit":["b64"])",
+        R"("zip":"DEF")",
+        R"("cty":"JWT")",
+    };
+    const std::string trusted =
+        forge::ecJwk(forge::pointOf(tokens::serviceKey()), R"("kid":"service",)");
+    for (const std::string& member : members)
+    {
+        SCOPED_TRACE(member);
+        const std::string input =
+            issuer::signingInput(R"({"alg":"ES256","typ":"JWT",)" + member + "}", "{}");
+        const auto judged = [&](const tokens::PrivateKey& signer) {
+            return judge(issuer::token(input, tokens::sign(input, signer)), {.keys = {trusted}})
+                .verified;
+        };
+        EXPECT_EQ(judged(tokens::serviceKey()), 1);
+        EXPECT_EQ(judged(tokens::otherKey()), -1);
+    }
+}
+
+// Of a record only what stands under the exact names counts: a zero byte ends a text of the
+// interface, and the key that a name without one carries comes first.
+TEST(KeyMembers, WithZeroBytesDoNotReplaceOthers)
+{
+    const std::string trusted = forge::ecJwk(forge::pointOf(tokens::serviceKey()));
+    const std::string foreign = forge::ecJwk(forge::pointOf(tokens::otherKey()));
+    const std::string from = foreign.substr(foreign.find("\"kest_decoded_key\""));
+    std::string hidden = from.substr(0, from.find("\",") + 2);
+    hidden.insert(hidden.find("key\"") + 3, R"(\u0000)");
+    const std::string mixed = "{" + hidden + trusted.substr(1);
+    ASSERT_NE(mixed.find(R"("kest_decoded_key\u0000":)"), std::string::npos);
+    const std::string input = issuer::signingInput(R"({"alg":"ES256"})", "{}");
+    const auto judged = [&](const tokens::PrivateKey& signer) {
+        return judge(issuer::token(input, tokens::sign(input, signer)), {.keys = {mixed}}).verified;
+    };
+    EXPECT_EQ(judged(tokens::serviceKey()), 1);
+    EXPECT_EQ(judged(tokens::otherKey()), -1);
+}
+
+// Which of two members with one name counts is the same in every document: the last one.
+TEST(KeyMembers, CountOnceAndTheLastOne)
+{
+    const auto [x, y] = forge::pointOf(tokens::serviceKey());
+    const auto other = forge::pointOf(tokens::otherKey());
+    const std::string coordinates =
+        R"("x":")" + support::base64Url(x) + R"(","y":")" + support::base64Url(y) + "\"}";
+    const std::string otherCoordinates = R"("x":")" + support::base64Url(other.x) + R"(","y":")" +
+                                         support::base64Url(other.y) + "\",";
+    const auto completed = [](const std::string& jwk) {
+        char* text = support::heapText(jwk).release();
+        appendPublicKey(&text);
+        const support::HeapText owned{text};
+        return std::string{text};
+    };
+    const std::string input = issuer::signingInput(R"({"alg":"ES256"})", "{}");
+    const auto judged = [&](const std::string& jwk, const tokens::PrivateKey& signer) {
+        return judge(issuer::token(input, tokens::sign(input, signer)), {.keys = {completed(jwk)}})
+            .verified;
+    };
+    const std::string two = R"({"kty":"EC",)" + otherCoordinates + coordinates;
+    EXPECT_EQ(judged(two, tokens::serviceKey()), 1);
+    EXPECT_EQ(judged(two, tokens::otherKey()), -1);
+    EXPECT_EQ(judged(R"({"kty":"oct","kty":"EC",)" + coordinates, tokens::serviceKey()), 1);
+    EXPECT_EQ(judged(R"({"kty":"EC","kty":"oct",)" + coordinates, tokens::serviceKey()), -1);
+}
+
+} // namespace

@@ -1,0 +1,705 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "hostile/forge.hpp"
+#include "oauth2/jwt/issuer.hpp"
+#include "oauth2/jwt/judgement.hpp"
+#include "support/certificates.hpp"
+#include "support/fake_device.hpp"
+#include "support/owners.hpp"
+
+#include <gtest/gtest.h>
+#include <openssl/hmac.h>
+
+#include <cstddef>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+using support::FakeClock;
+using tokens::base64Url;
+using tokens::handmade;
+
+namespace
+{
+
+constexpr std::time_t now = 1700000000;
+constexpr std::string_view plainHeader = R"({"alg":"ES256","typ":"JWT"})";
+
+tokens::Members plainClaims()
+{
+    return {{"sub", R"("user")"},       {"iss", R"("issuer")"},     {"jti", R"("id-1")"},
+            {"iat", R"("1699999999")"}, {"nbf", R"("1699999999")"}, {"exp", R"("1700003600")"}};
+}
+
+std::string with(const std::string& name, const std::string& value)
+{
+    tokens::Members claims = plainClaims();
+    claims[name] = value;
+    return tokens::json(claims);
+}
+
+const std::string& publicPem()
+{
+    static const std::string pem = forge::publicPem(tokens::serviceKey());
+    return pem;
+}
+
+/** What becomes of a token as the service's own, and as that of another party. */
+struct Verdicts
+{
+    int own = -1;
+    int delegated = -1;
+
+    bool operator==(const Verdicts&) const = default;
+};
+
+void PrintTo(const Verdicts& verdicts, std::ostream* out)
+{
+    *out << "own " << verdicts.own << ", delegated " << verdicts.delegated;
+}
+
+constexpr Verdicts accepted{1, 1};
+constexpr Verdicts refused{0, 0};
+
+int ownVerdict(const std::string& token)
+{
+    JWTHeader* header = nullptr;
+    JWTPayload* payload = nullptr;
+    const int verdict = validateJWT(token.c_str(), tokens::serviceKey().data(),
+                                    tokens::serviceKey().length(), &header, &payload);
+    const tokens::Header headerOwner{header};
+    const tokens::Payload payloadOwner{payload};
+    return verdict;
+}
+
+Verdicts verdicts(const std::string& token, const std::vector<std::string>& keys = {publicPem()})
+{
+    const Judgement judgement = judge(token, {.keys = keys});
+    EXPECT_TRUE(judgement.verdict == 0 || judgement.verified == 1);
+    return {ownVerdict(token), judgement.verdict};
+}
+
+/** The names of "no algorithm", as texts of JSON, and what stands there when none does. */
+const std::vector<std::string>& namesOfNone()
+{
+    static const std::vector<std::string> names = {R"("none")",
+                                                   R"("None")",
+                                                   R"("NONE")",
+                                                   R"("nOnE")",
+                                                   R"("\u006eone")",
+                                                   R"("none ")",
+                                                   R"(" none")",
+                                                   R"("none\u0000")",
+                                                   R"("")",
+                                                   "null",
+                                                   "0",
+                                                   "false",
+                                                   "{}",
+                                                   R"(["none"])",
+                                                   R"(["ES256"])"};
+    return names;
+}
+
+std::string headerWith(const std::string& alg)
+{
+    return R"({"alg":)" + alg + R"(,"kid":"k","typ":"JWT"})";
+}
+
+/** A trusted key that a header's name of the algorithm, or its key id, selects. */
+std::string selectedJwk(const std::string& alg)
+{
+    return forge::ecJwk(forge::pointOf(tokens::serviceKey()),
+                        R"("kid":"k",)" + (alg.empty() ? "" : R"("alg":)" + alg + ","));
+}
+
+TEST(NoAlgorithm, IsNoLeaveToGoUnsigned)
+{
+    const FakeClock clock{now};
+    const std::string payload = base64Url(tokens::json(plainClaims()));
+    const std::string good = handmade(plainHeader, tokens::json(plainClaims()));
+    EXPECT_EQ(verdicts(good), accepted);
+    const std::string signature = good.substr(good.rfind('.') + 1);
+    std::vector<std::string> headers = {R"({"kid":"k","typ":"JWT"})", R"({"typ":"JWT"})", "{}"};
+    for (const std::string& name : namesOfNone())
+    {
+        headers.push_back(headerWith(name));
+    }
+    for (const std::string& header : headers)
+    {
+        const std::string input = base64Url(header) + "." + payload;
+        for (const std::string& token :
+             {input, input + ".", input + "." + signature, input + ".AA", input + ".AAAA",
+              input + "." + base64Url("none"), input + ".."})
+        {
+            SCOPED_TRACE(header + " " + token);
+            EXPECT_EQ(verdicts(token), refused);
+            EXPECT_EQ(verdicts(token, {selectedJwk("\"none\""), publicPem()}), refused);
+        }
+    }
+    // The good header without the signature.
+    EXPECT_EQ(verdicts(good.substr(0, good.rfind('.') + 1)), refused);
+    EXPECT_EQ(verdicts(good.substr(0, good.rfind('.'))), refused);
+}
+
+// Signed by the trusted key all the same. The service's own tokens have one algorithm, whatever
+// their header says, so that there is nothing to choose; to another party's, the name says which
+// sort of key may verify it, and "none" is no sort.
+TEST(NoAlgorithm, IsNoneThatAKeyVerifies)
+{
+    const FakeClock clock{now};
+    for (const std::string& name : namesOfNone())
+    {
+        SCOPED_TRACE(name);
+        const bool text = name.starts_with('"');
+        const std::string token = handmade(headerWith(name), tokens::json(plainClaims()));
+        EXPECT_EQ(verdicts(token, {publicPem()}), (Verdicts{text ? 1 : 0, 0}));
+        EXPECT_EQ(verdicts(token, {selectedJwk("\"none\"")}), (Verdicts{text ? 1 : 0, 0}));
+    }
+    EXPECT_EQ(
+        verdicts(handmade(headerWith("\"ES256\""), tokens::json(plainClaims())), {selectedJwk("")}),
+        accepted);
+}
+
+std::string macOf(const std::string& text, const std::string& secret, const EVP_MD* digest)
+{
+    std::string mac(EVP_MAX_MD_SIZE, '\0');
+    unsigned int length = 0;
+    HMAC(digest, secret.data(), static_cast<int>(secret.size()),
+         reinterpret_cast<const unsigned char*>(text.data()), text.size(),
+         reinterpret_cast<unsigned char*>(mac.data()), &length);
+    mac.resize(length);
+    return mac;
+}
+
+/** @p pem between its markers, decoded. */
+std::string derOf(const std::string& pem)
+{
+    std::string body = pem.substr(pem.find('\n') + 1);
+    body.resize(body.find("-----"));
+    std::erase(body, '\n');
+    while (body.ends_with('='))
+    {
+        body.pop_back();
+    }
+    for (char& c : body)
+    {
+        c = c == '+' ? '-' : c == '/' ? '_' : c;
+    }
+    return tokens::fromBase64Url(body);
+}
+
+std::string without(std::string text, char last)
+{
+    while (text.ends_with(last))
+    {
+        text.pop_back();
+    }
+    return text;
+}
+
+// What everybody knows, in every form in which a verifier might hold it, as the secret of a MAC.
+TEST(MacWithAPublicKey, IsNoSignature)
+{
+    const FakeClock clock{now};
+    struct Name
+    {
+        const char* name;
+        const EVP_MD* digest;
+    };
+    const Name names[] = {{"HS256", EVP_sha256()},  {"HS384", EVP_sha384()},
+                          {"HS512", EVP_sha512()},  {"hs256", EVP_sha256()},
+                          {"Hs512", EVP_sha512()},  {"HMAC", EVP_sha256()},
+                          {"HS256 ", EVP_sha256()}, {"hS", EVP_sha256()}};
+    const auto [x, y] = forge::pointOf(tokens::serviceKey());
+    const std::string ecPem = publicPem();
+    const std::string rsaPem = issuer::rsaKey().pem();
+    const std::string rsaDer = derOf(rsaPem);
+    const std::string ecJwk = forge::ecJwk({x, y}, R"("kid":"k",)");
+    const std::vector<std::string> secrets = {
+        ecPem,
+        without(ecPem, '\n'),
+        derOf(ecPem),
+        ecJwk,
+        R"({"kty":"EC","crv":"P-256","x":")" + base64Url(x) + R"(","y":")" + base64Url(y) + "\"}",
+        x,
+        y,
+        x + y,
+        '\x04' + x + y,
+        base64Url(x),
+        rsaPem,
+        without(rsaPem, '\n'),
+        issuer::rsaKey().pkcs1Pem(),
+        rsaDer,
+        // The modulus: behind the 33 bytes in front of it, before the five of the exponent.
+        rsaDer.substr(33, 256),
+        base64Url(rsaDer.substr(33, 256)),
+        "k",
+        std::string(1, '\0'),
+    };
+    for (const auto& [name, digest] : names)
+    {
+        const std::string input = issuer::signingInput(headerWith("\"" + std::string{name} + "\""),
+                                                       tokens::json(plainClaims()));
+        for (const std::string& secret : secrets)
+        {
+            SCOPED_TRACE(std::string{name} + " " + secret.substr(0, 40));
+            const std::string token = issuer::token(input, macOf(input, secret, digest));
+            const std::string oct = R"({"kty":"oct","kid":"k","alg":")" + std::string{name} +
+                                    R"(","k":")" + base64Url(secret) + "\"}";
+            EXPECT_EQ(verdicts(token, {ecPem, rsaPem, ecJwk, oct}), refused);
+        }
+    }
+    EXPECT_EQ(verdicts(handmade(headerWith("\"ES256\""), tokens::json(plainClaims())), {ecJwk}),
+              accepted);
+}
+
+/** The verdict over a token of another party with one claim given by its JSON text. */
+int delegatedVerdict(const std::string& claim, const std::string& value, unsigned int skew = 0)
+{
+    const std::string token = handmade(plainHeader, with(claim, value));
+    return judge(token, {.keys = {publicPem()}, .skew = skew}).verdict;
+}
+
+// JSON numbers, as others write them. What a field of 32 bits cannot hold is read as absent: a
+// token that ends never, or after 2106, is refused, and one that begins then has begun.
+TEST(TokenTimes, OfOthersAreNumbersOf32Bits)
+{
+    const FakeClock clock{now};
+    struct Time
+    {
+        const char* json;
+        int asExpiry;
+        int asNotBefore;
+    };
+    constexpr Time times[] = {
+        {"1700000001", 1, 0},
+        {"1700000000", 2, 1},
+        {"1699999999", 2, 1},
+        {" 1700000001 ", 1, 0},
+        {"2147483647", 1, 0},
+        {"2147483648", 1, 0}, // no time_t of 32 bits holds it
+        {"4294967295", 1, 0},
+        {"4294967296", 0, 1},
+        {"9223372036854775808", 0, 1},
+        {"18446744073709551615", 0, 1},
+        {"18446744073709551616", 0, 1},
+        {"99999999999999999999999999999999", 0, 1},
+        {"0", 2, 1},
+        {"-0", 2, 1},
+        {"-1", 0, 1},
+        {"+1700000001", 0, 1},
+        {"-1700000001", 0, 1},
+        {"-9223372036854775808", 0, 1},
+        {"1700000001.0", 0, 1},
+        {"1700000001.5", 0, 1},
+        {"1.700000001e9", 0, 1},
+        {"17e8", 0, 1},
+        {"1e300", 0, 1},
+        {"null", 0, 1},
+        {"true", 0, 1},
+        {"false", 0, 1},
+        {"[]", 0, 1},
+        {"[1700000001]", 0, 1},
+        {"{}", 0, 1},
+        {R"({"exp":1700000001})", 0, 1},
+    };
+    for (const auto& [json, asExpiry, asNotBefore] : times)
+    {
+        SCOPED_TRACE(json);
+        EXPECT_EQ(delegatedVerdict("exp", json), asExpiry);
+        EXPECT_EQ(delegatedVerdict("nbf", json), asNotBefore);
+        EXPECT_EQ(delegatedVerdict("iat", json), 1);
+    }
+    // No numbers of JSON at all.
+    for (const char* json : {"0x6553F101", "1700000001s", "1_700_000_001", "NaN", "Infinity",
+                             "-Infinity", "--1", "1700000001 2", ".5", "'1700000001'"})
+    {
+        SCOPED_TRACE(json);
+        EXPECT_EQ(delegatedVerdict("exp", json), 0);
+        EXPECT_EQ(delegatedVerdict("nbf", json), 0);
+        EXPECT_EQ(delegatedVerdict("iat", json), 0);
+    }
+}
+
+// Texts are read as C reads them, in both sorts of tokens.
+TEST(TokenTimes, AreTextsThatCReads)
+{
+    const FakeClock clock{now};
+    struct Time
+    {
+        const char* text;
+        int asExpiry;
+        int asNotBefore;
+    };
+    constexpr Time times[] = {
+        {"1700000001", 1, 0},
+        {"1700000000", 2, 1},
+        {"2147483648", 1, 0},
+        {"4294967296", 1, 0},
+        {"9223372036854775808", 1, 0},
+        {"18446744073709551616", 1, 0},
+        {"+1700000001", 1, 0},
+        {" 1700000001", 1, 0},
+        {R"(\t\n\u000b\f\r1700000001)", 1, 0},
+        {"1700000001 ", 1, 0},
+        {"1700000001.9", 1, 0},
+        {"1700000001e0", 1, 0},
+        {"1.7e9", 2, 1},
+        {"0x6553F101", 1, 0},
+        {"014524770401", 1, 0},
+        {"0001700000001", 2, 1},
+        {"0b1", 2, 1},
+        {"-1", 1, 0},
+        {"-0", 2, 1},
+        {"--1", 2, 1},
+        {"", 2, 1},
+        {" ", 2, 1},
+        {"x", 2, 1},
+        {R"(\u00001700000001)", 2, 1},
+        {R"(1700000001\u0000)", 1, 0},
+        {"\xd9\xa1\xd9\xa7", 2, 1}, // 1 and 7 in Arabic-Indic digits
+    };
+    for (const auto& [text, asExpiry, asNotBefore] : times)
+    {
+        SCOPED_TRACE(text);
+        const std::string json = "\"" + std::string{text} + "\"";
+        EXPECT_EQ(verdicts(handmade(plainHeader, with("exp", json))),
+                  (Verdicts{asExpiry, asExpiry}));
+        EXPECT_EQ(verdicts(handmade(plainHeader, with("nbf", json))),
+                  (Verdicts{asNotBefore, asNotBefore}));
+        EXPECT_EQ(verdicts(handmade(plainHeader, with("iat", json))), accepted);
+    }
+}
+
+TEST(TokenTimes, AreComparedToTheSecond)
+{
+    FakeClock clock{now};
+    const std::string token = handmade(plainHeader, tokens::json(plainClaims()));
+    struct Moment
+    {
+        std::time_t time;
+        Verdicts expected;
+        int withSkew;
+    };
+    // Valid from 1699999999 on, until 1700003600; a skew of 300 seconds at either end.
+    for (const auto& [time, expected, withSkew] : {
+             Moment{1699999698, refused, 0},
+             Moment{1699999699, refused, 1},
+             Moment{1699999998, refused, 1},
+             Moment{1699999999, accepted, 1},
+             Moment{1700000000, accepted, 1},
+             Moment{1700003599, accepted, 1},
+             Moment{1700003600, Verdicts{2, 2}, 1},
+             Moment{1700003601, Verdicts{2, 2}, 1},
+             Moment{1700003899, Verdicts{2, 2}, 1},
+             Moment{1700003900, Verdicts{2, 2}, 2},
+             Moment{2147483647, Verdicts{2, 2}, 2},
+         })
+    {
+        SCOPED_TRACE(time);
+        clock.set(time);
+        EXPECT_EQ(verdicts(token), expected);
+        EXPECT_EQ(judge(token, {.keys = {publicPem()}, .skew = 300}).verdict, withSkew);
+    }
+}
+
+// The sum of a time near the end of the range and an allowance begins again at zero. It may make a
+// token expire that would not in ages, and none valid that is not.
+TEST(TokenTimes, NeverBecomeValidByASumThatWraps)
+{
+    const FakeClock clock{now};
+    const std::string last = "\"18446744073709551615\"";
+    EXPECT_EQ(delegatedVerdict("exp", last, 0), 1);
+    EXPECT_EQ(delegatedVerdict("exp", last, 1), 2);
+    EXPECT_EQ(delegatedVerdict("exp", last, 1700000001), 2);
+    EXPECT_EQ(delegatedVerdict("exp", last, 1700000002), 1);
+    EXPECT_EQ(delegatedVerdict("exp", "\"-1\"", 300), 2);
+    EXPECT_EQ(delegatedVerdict("exp", "4294967295", ~0U), 1);
+    EXPECT_EQ(delegatedVerdict("nbf", last, ~0U), 0);
+    EXPECT_EQ(delegatedVerdict("nbf", "\"-1\"", ~0U), 0);
+    EXPECT_EQ(delegatedVerdict("nbf", "4294967295", 2594967294), 0);
+    EXPECT_EQ(delegatedVerdict("nbf", "4294967295", 2594967295), 1);
+}
+
+TEST(ZeroBytes, DoNotMakeOneNameOfTwo)
+{
+    const FakeClock clock{now};
+    const std::string claims = tokens::json(plainClaims());
+    const auto behind = [&](const std::string& member) {
+        return claims.substr(0, claims.size() - 1) + "," + member + "}";
+    };
+    // Names that begin like others replace nothing.
+    for (const char* member : {R"("exp\u0000":"1600000000")", R"("nbf\u0000x":"1800000000")",
+                               R"("\u0000exp":"0")", R"("sub\u0000":5)", R"("scope\u0000":"x")"})
+    {
+        SCOPED_TRACE(member);
+        EXPECT_EQ(verdicts(handmade(plainHeader, behind(member))), accepted);
+    }
+    // And they do not stand in for them.
+    for (const char* name : {"exp", "sub", "iss", "jti", "iat", "nbf"})
+    {
+        SCOPED_TRACE(name);
+        tokens::Members members = plainClaims();
+        const std::string value = members.at(name);
+        members.erase(name);
+        members[std::string{name} + R"(\u0000)"] = value;
+        EXPECT_EQ(ownVerdict(handmade(plainHeader, tokens::json(members))), 0);
+    }
+    EXPECT_EQ(verdicts(handmade(R"({"alg\u0000":"ES256","typ":"JWT"})", claims)), refused);
+    EXPECT_EQ(verdicts(handmade(R"({"alg":"ES256","alg\u0000":"none","typ":"JWT"})", claims)),
+              accepted);
+}
+
+// The records hold C texts: a value ends at its first zero byte for everybody who reads it. That is
+// the issuer's doing, whose signature covers it, and shows the caller the shorter text, never a
+// longer one.
+TEST(ZeroBytes, EndTheTextsOfARecord)
+{
+    const FakeClock clock{now};
+    const std::string token = handmade(
+        R"({"alg":"ES256","kid":"k\u0000x","typ":"JWT"})",
+        R"({"sub":"user\u0000root","iss":"corp\u0000evil","jti":"\u0000id","exp":1700003600,)"
+        R"("aud":["one\u0000two"],"ravok_roles":["\u0000admin","use\u0000r"],)"
+        R"("scope":"ravok_login\u0000 ravok_configure","xidp":{"corp\u0000evil":["CU"],"*":["L"]}})");
+    userRole_s roles[] = {{"admin", 0x100}, {"user", 0x080}, {nullptr, 0}};
+    const char* providers[] = {"corp", nullptr};
+    const Judgement judgement =
+        judge(token, {.keys = {publicPem()}, .roles = roles, .providers = providers});
+    EXPECT_EQ(judgement.verdict, 1);
+    ASSERT_TRUE(judgement.hasRecords());
+    EXPECT_STREQ(judgement.header->kid, "k");
+    EXPECT_STREQ(judgement.payload->sub, "user");
+    EXPECT_STREQ(judgement.payload->iss, "corp");
+    EXPECT_STREQ(judgement.payload->jti, "");
+    EXPECT_EQ(support::texts(judgement.payload->aud), (std::vector<std::string>{"one"}));
+    EXPECT_EQ(support::texts(judgement.payload->ravok_roles),
+              (std::vector<std::string>{"", "use"}));
+    // Of "L" and "ravok_login" alone: neither another provider's name nor a role got longer.
+    ASSERT_EQ(judgement.payload->scopes_count, 3);
+    EXPECT_STREQ(judgement.payload->scopes[0].values[0], "user");
+    EXPECT_STREQ(judgement.payload->scopes[1].values[0], "1");
+}
+
+TEST(TokenDots, AreTwo)
+{
+    const FakeClock clock{now};
+    const std::string token = handmade(plainHeader, tokens::json(plainClaims()));
+    const std::vector<std::string> parts = tokens::partsOf(token);
+    EXPECT_EQ(verdicts(token), accepted);
+    const std::string& h = parts.at(0);
+    const std::string& p = parts.at(1);
+    const std::string& s = parts.at(2);
+    const std::vector<std::string> others = {h,
+                                             h + p + s,
+                                             h + "." + p,
+                                             h + "." + p + s,
+                                             h + p + "." + s,
+                                             token + ".",
+                                             "." + token,
+                                             token + "." + s,
+                                             h + ".." + p + "." + s,
+                                             h + "." + p + ".." + s,
+                                             token + ".." + s,
+                                             h + "." + h + "." + p + "." + s,
+                                             h + "." + p + "." + s + "." + s + "." + s,
+                                             "." + p + "." + s,
+                                             h + ".." + s,
+                                             h + "." + p + ".",
+                                             "..",
+                                             ".",
+                                             "",
+                                             ".." + s,
+                                             "." + p + ".",
+                                             h + "..",
+                                             token + std::string(10000, '.'),
+                                             std::string(10000, '.'),
+                                             std::string(10000, '.') + token,
+                                             h + std::string(10000, '.') + p + "." + s,
+                                             std::string(1000000, '.'),
+                                             token + "." + std::string(1000000, 'A')};
+    for (const std::string& other : others)
+    {
+        SCOPED_TRACE(other.substr(0, 300));
+        EXPECT_EQ(verdicts(other), refused);
+    }
+    for (std::size_t position = 0; position <= token.size(); ++position)
+    {
+        std::string more = token;
+        more.insert(position, 1, '.');
+        EXPECT_EQ(verdicts(more), refused) << position;
+    }
+}
+
+TEST(TokenParts, HaveUpTo98304Characters)
+{
+    const FakeClock clock{now};
+    // 73728 bytes are 98304 characters, and one byte more makes two characters more.
+    const auto filled = [](std::string text, std::size_t size) {
+        text.append(size - text.size(), ' ');
+        return text;
+    };
+    const std::string header{plainHeader};
+    const std::string claims = tokens::json(plainClaims());
+    ASSERT_EQ(base64Url(filled(claims, 73728)).size(), 98304U);
+    EXPECT_EQ(verdicts(handmade(filled(header, 73728), claims)), accepted);
+    EXPECT_EQ(verdicts(handmade(filled(header, 73729), claims)), refused);
+    EXPECT_EQ(verdicts(handmade(header, filled(claims, 73728))), accepted);
+    EXPECT_EQ(verdicts(handmade(header, filled(claims, 73729))), refused);
+    EXPECT_EQ(verdicts(handmade(filled(header, 73728), filled(claims, 73728))), accepted);
+    // A line feed is a character of the part, and of what is signed, but none of its bytes.
+    const auto signedParts = [](const std::string& input) {
+        return input + "." + base64Url(tokens::sign(input, tokens::serviceKey()));
+    };
+    const std::string whole = base64Url(filled(claims, 73725)) + "\n\n\n\n";
+    ASSERT_EQ(whole.size(), 98304U);
+    EXPECT_EQ(ownVerdict(signedParts(base64Url(header) + "." + whole + "\n")), 0);
+    for (const std::size_t size : {98304U, 98305U, 1000000U})
+    {
+        const std::string input = base64Url(header) + "." + base64Url(claims);
+        EXPECT_EQ(verdicts(input + "." + std::string(size, 'A')), refused);
+        EXPECT_EQ(verdicts(std::string(size, 'A') + "." + base64Url(claims) + ".AAAA"), refused);
+        EXPECT_EQ(verdicts(base64Url(header) + "." + std::string(size, 'A') + ".AAAA"), refused);
+    }
+}
+
+// Header and payload are signed as they are written: every other way to write them is another text.
+TEST(TokenParts, AreSignedAsTheyAreWritten)
+{
+    const FakeClock clock{now};
+    const std::string header = base64Url(plainHeader);
+    const std::string payload = base64Url(tokens::json(plainClaims()));
+    const std::string input = header + "." + payload;
+    const std::string signature = base64Url(tokens::sign(input, tokens::serviceKey()));
+    EXPECT_EQ(verdicts(input + "." + signature), accepted);
+    for (const char* extra : {" ", "\n", "\r\n", "\t", "=", "==", "====", "A", "AAAA", "-", "+",
+                              "%3D", "\xef\xbb\xbf", "\xc2\xa0", ","})
+    {
+        SCOPED_TRACE(extra);
+        EXPECT_EQ(verdicts(extra + header + "." + payload + "." + signature), refused);
+        EXPECT_EQ(verdicts(header + extra + "." + payload + "." + signature), refused);
+        EXPECT_EQ(verdicts(header + "." + extra + payload + "." + signature), refused);
+        EXPECT_EQ(verdicts(header + "." + payload + extra + "." + signature), refused);
+        EXPECT_EQ(verdicts(header.substr(0, 8) + extra + header.substr(8) + "." + payload + "." +
+                           signature),
+                  refused);
+    }
+}
+
+/** A token whose signature has this many bytes. */
+std::string tokenWithSignatureOf(std::size_t size)
+{
+    std::string token;
+    do
+    {
+        token = handmade(plainHeader, tokens::json(plainClaims()));
+    } while (tokens::fromBase64Url(tokens::partsOf(token).at(2)).size() != size);
+    return token;
+}
+
+// Nothing covers the signature's text but its bytes: it may be written in the other alphabet, with
+// padding and in lines. The same token has many texts, so that none of them is a name for it.
+TEST(TokenParts, HaveASignatureThatIsReadAsBase64Is)
+{
+    const FakeClock clock{now};
+    std::string token;
+    do
+    {
+        token = tokenWithSignatureOf(71);
+    } while (token.find_first_of("-_", token.rfind('.')) == std::string::npos);
+    const std::string input = token.substr(0, token.rfind('.') + 1);
+    const std::string signature = token.substr(input.size());
+    EXPECT_EQ(verdicts(input + signature), accepted);
+    std::string otherAlphabet = signature;
+    for (char& c : otherAlphabet)
+    {
+        c = c == '-' ? '+' : c == '_' ? '/' : c;
+    }
+    EXPECT_NE(otherAlphabet, signature);
+    EXPECT_EQ(verdicts(input + otherAlphabet), accepted);
+    EXPECT_EQ(verdicts(input + signature + "="), accepted);
+    EXPECT_EQ(verdicts(input + signature + "\n"), accepted);
+    // Padding that completes nothing, blanks, and characters of no alphabet.
+    for (const std::string& other :
+         {signature + "==", signature + "===", "=" + signature, " " + signature, signature + " ",
+          signature + ",", signature + "\t=", signature + "%3D", signature + "A",
+          signature.substr(0, 8) + " " + signature.substr(8),
+          signature.substr(0, 8) + "=" + signature.substr(8)})
+    {
+        SCOPED_TRACE(other);
+        EXPECT_EQ(verdicts(input + other), refused);
+    }
+}
+
+TEST(FlippedBits, OfATokenAreAllNoticed)
+{
+    const FakeClock clock{now};
+    // 72 bytes fill their 96 characters: none of the bits stands for nothing.
+    const std::string token = tokenWithSignatureOf(72);
+    EXPECT_EQ(verdicts(token), accepted);
+    for (std::size_t bit = 0; bit < token.size() * 8; ++bit)
+    {
+        std::string flipped = token;
+        flipped[bit / 8] =
+            static_cast<char>(static_cast<unsigned char>(flipped[bit / 8]) ^ (1U << bit % 8));
+        const Verdicts result = verdicts(flipped);
+        EXPECT_TRUE(result.own != 1 && result.delegated == 0)
+            << "bit " << bit % 8 << " of character " << bit / 8;
+    }
+}
+
+// 71 bytes take 95 characters, and two bits of the last one stand for nothing; 70 bytes take 94,
+// and leave four.
+TEST(FlippedBits, CountUnlessTheyStandForNothing)
+{
+    const FakeClock clock{now};
+    constexpr std::string_view digits =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+    for (const auto& [size, alike] : {std::pair{71U, 4U}, std::pair{70U, 16U}})
+    {
+        SCOPED_TRACE(size);
+        const std::string token = tokenWithSignatureOf(size);
+        const std::size_t last = digits.find(token.back());
+        for (std::size_t digit = 0; digit < digits.size(); ++digit)
+        {
+            const std::string other = token.substr(0, token.size() - 1) + digits[digit];
+            EXPECT_EQ(verdicts(other), digit / alike == last / alike ? accepted : refused);
+        }
+    }
+}
+
+// The last of two members with one name counts, everywhere: nobody reads another token than the one
+// that is judged.
+TEST(RepeatedMembers, CountOnceAndTheLastOne)
+{
+    const FakeClock clock{now};
+    const std::string claims = tokens::json(plainClaims());
+    const auto before = [&](const std::string& member) {
+        return "{" + member + "," + claims.substr(1);
+    };
+    const auto behind = [&](const std::string& member) {
+        return claims.substr(0, claims.size() - 1) + "," + member + "}";
+    };
+    EXPECT_EQ(verdicts(handmade(plainHeader, before(R"("exp":"1600000000")"))), accepted);
+    EXPECT_EQ(verdicts(handmade(plainHeader, behind(R"("exp":"1600000000")"))), (Verdicts{2, 2}));
+    EXPECT_EQ(verdicts(handmade(plainHeader, before(R"("nbf":"1800000000")"))), accepted);
+    EXPECT_EQ(verdicts(handmade(plainHeader, behind(R"("nbf":"1800000000")"))), refused);
+    EXPECT_EQ(verdicts(handmade(plainHeader, behind(R"("exp":null)"))), refused);
+    EXPECT_EQ(verdicts(handmade(plainHeader, behind(R"("e\u0078p":"1600000000")"))),
+              (Verdicts{2, 2}));
+    EXPECT_EQ(verdicts(handmade(R"({"alg":"none","alg":"ES256","typ":"JWT"})", claims)), accepted);
+    EXPECT_EQ(verdicts(handmade(R"({"alg":"ES256","alg":"none","typ":"JWT"})", claims)),
+              (Verdicts{1, 0}));
+    EXPECT_EQ(verdicts(handmade(R"({"alg":"ES256","alg":null,"typ":"JWT"})", claims)), refused);
+
+    const std::string token = handmade(plainHeader, before(R"("sub":"root","scope":{"a":["b"]})"));
+    const Judgement judgement = judge(token, {.keys = {publicPem()}});
+    ASSERT_TRUE(judgement.hasRecords());
+    EXPECT_STREQ(judgement.payload->sub, "user");
+    JWTPayload* payload = nullptr;
+    ASSERT_EQ(get_jwt_payload(token.c_str(), &payload), 1);
+    const tokens::Payload owned{payload};
+    EXPECT_STREQ(payload->sub, "user");
+}
+
+} // namespace
