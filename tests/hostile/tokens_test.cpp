@@ -54,9 +54,9 @@ struct Verdicts
     bool operator==(const Verdicts&) const = default;
 };
 
-void PrintTo(const Verdicts& verdicts, std::ostream* out)
+std::ostream& operator<<(std::ostream& out, const Verdicts& verdicts)
 {
-    *out << "own " << verdicts.own << ", delegated " << verdicts.delegated;
+    return out << "own " << verdicts.own << ", delegated " << verdicts.delegated;
 }
 
 constexpr Verdicts accepted{1, 1};
@@ -212,7 +212,7 @@ TEST(MacWithAPublicKey, IsNoSignature)
                           {"Hs512", EVP_sha512()},  {"HMAC", EVP_sha256()},
                           {"HS256 ", EVP_sha256()}, {"hS", EVP_sha256()}};
     const auto [x, y] = forge::pointOf(tokens::serviceKey());
-    const std::string ecPem = publicPem();
+    const std::string& ecPem = publicPem();
     const std::string rsaPem = issuer::rsaKey().pem();
     const std::string rsaDer = derOf(rsaPem);
     const std::string ecJwk = forge::ecJwk({x, y}, R"("kid":"k",)");
@@ -378,9 +378,9 @@ TEST(TokenTimes, AreComparedToTheSecond)
     const std::string token = handmade(plainHeader, tokens::json(plainClaims()));
     struct Moment
     {
-        std::time_t time;
+        std::time_t time = 0;
         Verdicts expected;
-        int withSkew;
+        int withSkew = 0;
     };
     // Valid from 1699999999 on, until 1700003600; a skew of 300 seconds at either end.
     for (const auto& [time, expected, withSkew] : {
