@@ -1,0 +1,1126 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "oauth2/jwt/issuer.hpp"
+#include "second_unit.hpp"
+#include "support/certificates.hpp"
+#include "support/fake_device.hpp"
+#include "support/machine.hpp"
+
+#include <bmcoauth.hpp>
+
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <array>
+#include <bit>
+#include <cerrno>
+#include <concepts>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+using namespace std::string_literals;
+using namespace std::string_view_literals;
+using support::FailAllocation;
+using support::FakeClock;
+using support::withEachAllocationFailing;
+
+namespace bmcoauth
+{
+
+namespace
+{
+
+constexpr std::time_t now = 1700000000;
+constexpr auto withZero = "te\0xt"sv;
+
+// ------------------------------------------------------------- what does not compile, at a glance --
+
+template <typename T>
+concept HasClaims = requires(const T& token)
+{
+    token.claims();
+};
+template <typename T>
+concept HasUnverifiedClaims = requires(const T& token)
+{
+    token.unverifiedClaims();
+};
+template <typename T>
+concept GrantsPrivileges = requires(const T& token)
+{
+    scopePrivileges(token);
+};
+
+static_assert(HasClaims<VerifiedToken>);
+static_assert(!HasClaims<UnverifiedToken>);
+static_assert(!HasClaims<Verdict>);
+static_assert(HasUnverifiedClaims<UnverifiedToken>);
+static_assert(!HasUnverifiedClaims<Verdict>);
+static_assert(GrantsPrivileges<VerifiedToken>);
+static_assert(!GrantsPrivileges<UnverifiedToken>);
+static_assert(!GrantsPrivileges<Verdict>);
+static_assert(!std::default_initializable<VerifiedToken>);
+static_assert(!std::constructible_from<VerifiedToken, UnverifiedToken>);
+static_assert(!std::constructible_from<Claims, UnverifiedClaims>);
+static_assert(!std::constructible_from<Claims, const JWTPayload&>);
+static_assert(std::constructible_from<Claims, Claims>);
+
+template <typename T>
+concept MovesOnly = std::movable<T> && !std::copy_constructible<T>;
+static_assert(MovesOnly<Text> && MovesOnly<Bytes> && MovesOnly<Texts> && MovesOnly<PrivateKey> &&
+              MovesOnly<ParameterList> && MovesOnly<CertificateKey> && MovesOnly<KeyRecord> &&
+              MovesOnly<KeyList> && MovesOnly<CertificateKeyList> && MovesOnly<Verdict> &&
+              MovesOnly<VerifiedToken> && MovesOnly<UnverifiedToken> && MovesOnly<TokenRequest> &&
+              MovesOnly<TokenResponse> && MovesOnly<RegistrationRequest> &&
+              MovesOnly<RegistrationResponse> && MovesOnly<OidcRegistration> &&
+              MovesOnly<Document> && MovesOnly<TrustedKeys> && MovesOnly<Opened>);
+static_assert(std::forward_iterator<TextRange::Iterator>);
+
+template <typename T>
+concept ViewsWhatIsGone = requires
+{
+    std::declval<T>().range();
+};
+static_assert(ViewsWhatIsGone<const Texts&> && !ViewsWhatIsGone<Texts>);
+
+// ------------------------------------------------------------------------------------- shorthands --
+
+std::vector<std::string> shown(const TextRange& range)
+{
+    std::vector<std::string> texts;
+    for (const std::string_view text : range)
+    {
+        texts.emplace_back(text);
+    }
+    return texts;
+}
+
+using Lines = std::vector<std::string>;
+
+ByteSpan bytesOf(const std::string& text)
+{
+    const void* const data = text.data();
+    return {static_cast<const unsigned char*>(data), text.size()};
+}
+
+PrivateKey newKey()
+{
+    return std::move(KeyPair::generate().value().privateKey);
+}
+
+PrivateKey keyOf(const support::Identity& identity)
+{
+    return PrivateKey::fromDer(bytesOf(identity.privateKeyDer())).value();
+}
+
+CertificateKey certificateOf(const support::Identity& identity)
+{
+    return CertificateKey::fromPem(identity.pem()).value();
+}
+
+/** The token with another character in the middle of its last part. */
+std::string tampered(std::string token)
+{
+    char& middle = token.at((token.rfind('.') + token.size()) / 2);
+    middle = middle == 'A' ? 'B' : 'A';
+    return token;
+}
+
+// ---------------------------------------------------------------------------------------- results --
+
+TEST(Expected, IsAValueOrAnError)
+{
+    const Expected<int> good{5};
+    ASSERT_TRUE(good);
+    EXPECT_EQ(*good, 5);
+    const Expected<int> bad{Error::tooLong};
+    ASSERT_FALSE(bad);
+    EXPECT_EQ(bad.error(), Error::tooLong);
+    EXPECT_EQ(Expected<int>{Error::refused}.valueOr(7), 7);
+    EXPECT_EQ(Expected<int>{6}.valueOr(7), 6);
+    EXPECT_TRUE(Expected<void>{});
+    EXPECT_EQ(Expected<void>{Error::missing}.error(), Error::missing);
+}
+
+TEST(Expected, HandsItsValueOn)
+{
+    const auto half = [](int number) -> Expected<int> {
+        if (number % 2 != 0)
+        {
+            return Error::refused;
+        }
+        return number / 2;
+    };
+    EXPECT_EQ(Expected<int>{6}.andThen(half).value(), 3);
+    EXPECT_EQ(Expected<int>{5}.andThen(half).error(), Error::refused);
+    EXPECT_EQ(Expected<int>{Error::noMemory}.andThen(half).error(), Error::noMemory);
+}
+
+TEST(Expected, EndsTheProgramWhereThereIsNoValue)
+{
+    EXPECT_EQ(support::exitStatusOf([] { static_cast<void>(*Expected<int>{5}); }), 0);
+    EXPECT_EQ(support::exitStatusOf([] { static_cast<void>(*Expected<int>{Error::refused}); }),
+              -SIGABRT);
+    EXPECT_EQ(support::exitStatusOf([] { static_cast<void>(Expected<int>{5}.error()); }), -SIGABRT);
+    EXPECT_EQ(support::exitStatusOf([] { static_cast<void>(Expected<void>{}.error()); }), -SIGABRT);
+}
+
+TEST(Text, IsEmptyOnceMovedFrom)
+{
+    Text first = Text::copy("text").value();
+    const Text second{std::move(first)};
+    EXPECT_EQ(second.view(), "text");
+    // NOLINTNEXTLINE(bugprone-use-after-move): what is left is what this is about.
+    EXPECT_EQ(first.view(), "");
+    EXPECT_STREQ(first.c_str(), "");
+}
+
+TEST(Text, RefusesAZeroByte)
+{
+    EXPECT_EQ(Text::copy("text").value().view(), "text");
+    EXPECT_EQ(Text::copy({}).value().view(), "");
+    EXPECT_EQ(Text::copy(withZero).error(), Error::zeroByte);
+}
+
+TEST(Text, TellsOfExhaustedMemory)
+{
+    withEachAllocationFailing([](auto& failure) {
+        const Expected<Text> text = Text::copy("text");
+        EXPECT_EQ(!text, failure.reached());
+    });
+}
+
+TEST(Arguments, KeepTheFirstFailure)
+{
+    detail::Arguments in;
+    EXPECT_STREQ(in.text("one"), "one");
+    EXPECT_EQ(in.maybe(std::nullopt), nullptr);
+    EXPECT_FALSE(in.failure());
+    EXPECT_EQ(in.text(withZero), nullptr);
+    EXPECT_EQ(in.failure(), Error::zeroByte);
+    EXPECT_EQ(in.length<int>(std::size_t{1} << 31), 0);
+    EXPECT_EQ(in.failure(), Error::zeroByte);
+    EXPECT_EQ(in.text("after it"), nullptr);
+}
+
+TEST(Arguments, RefuseLengthsThatTheLibraryDoesNotCount)
+{
+    detail::Arguments in;
+    EXPECT_EQ(in.length<int>((std::size_t{1} << 31) - 1), 2147483647);
+    EXPECT_FALSE(in.failure());
+    EXPECT_EQ(in.length<int>(std::size_t{1} << 31), 0);
+    EXPECT_EQ(in.failure(), Error::tooLong);
+    detail::Arguments more;
+    EXPECT_EQ(more.array<char*>(PTRDIFF_MAX), nullptr);
+    EXPECT_EQ(more.failure(), Error::tooLong);
+}
+
+TEST(Arguments, AlignWhatTheyHold)
+{
+    detail::Arguments in;
+    for (std::size_t i = 0; i < 400; ++i)
+    {
+        ASSERT_EQ(std::string(i, 'x'), in.text(std::string(i, 'x')));
+        char** const array = in.array<char*>(i);
+        ASSERT_NE(array, nullptr);
+        ASSERT_EQ(std::bit_cast<std::uintptr_t>(array) % alignof(char*), 0U);
+        ASSERT_EQ(array[i], nullptr);
+    }
+}
+
+TEST(Arguments, TellOfExhaustedMemory)
+{
+    const std::string large(100000, 'x');
+    withEachAllocationFailing([&](auto& failure) {
+        detail::Arguments in;
+        const char* const copy = in.text(large);
+        const bool failed = failure.reached();
+        EXPECT_EQ(copy == nullptr, failed);
+        EXPECT_EQ(in.failure(), failed ? std::optional{Error::noMemory} : std::nullopt);
+    });
+}
+
+// ----------------------------------------------------------------------------- encoding, documents --
+
+TEST(Encoding, TakesAndGivesBytes)
+{
+    // RFC 4648, section 10; the last row is the one whose alphabets differ.
+    EXPECT_EQ(base64(bytesOf("foobar"))->view(), "Zm9vYmFy");
+    EXPECT_EQ(base64(bytesOf("fo"))->view(), "Zm8=");
+    EXPECT_EQ(base64({})->view(), "");
+    EXPECT_EQ(base64Url(bytesOf("\xfb\xff\xbf"))->view(), "-_-_");
+    EXPECT_EQ(decodeBase64Url("-_-_")->view(), "\xfb\xff\xbf");
+    EXPECT_EQ(decodeBase64Url("").error(), Error::refused);
+    EXPECT_EQ(decodeBase64Url("Zm9v\0"sv).error(), Error::zeroByte);
+}
+
+TEST(Random, ComesFromTheDevice)
+{
+    support::FakeRandom device{"\x01\xff"};
+    EXPECT_EQ(randomHex(2)->view(), "0x01ff");
+    EXPECT_EQ(randomHex(17).error(), Error::refused);
+    EXPECT_EQ(randomToken(3)->view(), "Af8B");
+    EXPECT_EQ(lengthOfToken(16), 24U);
+    EXPECT_EQ(randomIv()->view(), "FF01FF01FF01FF01FF01FF01FF01FF01");
+    device.failOpening(ENOENT);
+    EXPECT_EQ(randomHex(2).error(), Error::refused);
+    EXPECT_EQ(randomToken(3).error(), Error::refused);
+    EXPECT_EQ(randomIv().error(), Error::refused);
+}
+
+TEST(Errors, AreWrittenAsADocument)
+{
+    EXPECT_EQ(errorText(OAUTH_INVALID_CLIENT), "invalid_client");
+    EXPECT_EQ(errorDocument(OAUTH_INVALID_CLIENT, "unknown")->view(),
+              R"({"error":"invalid_client","error_description":"unknown"})");
+    EXPECT_EQ(errorDocument(OAUTH_INVALID_CLIENT, withZero).error(), Error::zeroByte);
+}
+
+TEST(Device, IsMarkedByAFile)
+{
+    EXPECT_FALSE(deviceIsMarked());
+    const support::MarkerFile marker;
+    EXPECT_TRUE(deviceIsMarked());
+}
+
+TEST(Document, ReadsItsMembers)
+{
+    const Document document =
+        Document::parse(R"({"t":"x", "l":["a",1,"b"], "o":[{"k":1}], "b":true, "n":7})").value();
+    EXPECT_EQ(document.string("t")->view(), "x");
+    EXPECT_EQ(shown(document.strings("l")->range()), (Lines{"a", "b"}));
+    EXPECT_EQ(shown(document.objects("o")->range()), (Lines{R"({"k":1})"}));
+    EXPECT_TRUE(document.boolean("b").value());
+    EXPECT_EQ(document.number("n").value(), 7U);
+    EXPECT_EQ(document.string("n").error(), Error::refused);
+    EXPECT_EQ(document.boolean("gone").error(), Error::refused);
+    EXPECT_EQ(document.string("t\0"sv).error(), Error::zeroByte);
+}
+
+TEST(Document, ChangesItsMembers)
+{
+    Document document = Document::parse(R"({"a":"old"})").value();
+    ASSERT_TRUE(document.setString("a", "new"));
+    ASSERT_TRUE(document.setStrings("l", std::array{"x"sv, "y"sv}));
+    ASSERT_TRUE(document.setStrings("none", {}));
+    ASSERT_TRUE(document.merge(R"({"n":1})"));
+    EXPECT_EQ(document.view(), R"({"a":"new","l":["x","y"],"n":1,"none":[]})");
+    ASSERT_TRUE(document.remove("l"));
+    EXPECT_EQ(document.setString("a", withZero).error(), Error::zeroByte);
+    EXPECT_EQ(document.merge("[]").error(), Error::refused);
+    EXPECT_EQ(document.addPublicKey().error(), Error::refused);
+    EXPECT_EQ(document.view(), R"({"a":"new","n":1,"none":[]})");
+}
+
+TEST(Document, IsAnObject)
+{
+    EXPECT_EQ(Document::parse(" { } ")->view(), "{}");
+    EXPECT_EQ(Document::parse("[]").error(), Error::refused);
+    EXPECT_EQ(Document::parse("").error(), Error::refused);
+    EXPECT_EQ(Document::parse("{}\0"sv).error(), Error::zeroByte);
+}
+
+TEST(Document, IsRefusedOnceMovedFrom)
+{
+    Document document = Document::parse(R"({"a":"b"})").value();
+    const Document other{std::move(document)};
+    EXPECT_EQ(other.string("a")->view(), "b");
+    // NOLINTNEXTLINE(bugprone-use-after-move): what is left is what this is about.
+    EXPECT_EQ(document.string("a").error(), Error::refused);
+    EXPECT_EQ(document.setString("a", "b").error(), Error::refused);
+}
+
+TEST(ReadMember, ReadsEachType)
+{
+    Json::Value document =
+        parseJson(R"({"t":"x","l":["a"],"o":{"k":1},"ol":[{}],"b":false,"n":4294967295})").value();
+    EXPECT_EQ(readString(document, "t")->view(), "x");
+    EXPECT_EQ(shown(readStrings(document, "l")->range()), (Lines{"a"}));
+    EXPECT_EQ(readObject(document, "o")->view(), R"({"k":1})");
+    EXPECT_EQ(shown(readObjects(document, "ol")->range()), (Lines{"{}"}));
+    EXPECT_FALSE(readBoolean(document, "b").value());
+    EXPECT_EQ(readNumber(document, "n").value(), 4294967295U);
+    EXPECT_EQ(readLongNumber(document, "n").value(), 4294967295ULL);
+    EXPECT_EQ(readNumber(document, "t").error(), Error::refused);
+    EXPECT_EQ(readString(document, withZero).error(), Error::zeroByte);
+}
+
+TEST(ReadMember, RefusesWhatTheLibraryWouldThrowFor)
+{
+    Json::Value list{Json::arrayValue};
+    EXPECT_EQ(readString(list, "t").error(), Error::refused);
+    Json::Value text{"text"};
+    EXPECT_EQ(readNumber(text, "t").error(), Error::refused);
+    Json::Value object{Json::objectValue};
+    EXPECT_EQ(merge(list, object).error(), Error::refused);
+    EXPECT_EQ(merge(object, text).error(), Error::refused);
+}
+
+TEST(ReadMember, GoesWithWriting)
+{
+    Json::Value into = parseJson(R"({"a":1})").value();
+    Json::Value from = parseJson(R"({"b":2})").value();
+    ASSERT_TRUE(merge(into, from));
+    EXPECT_EQ(jsonText(into).value(), R"({"a":1,"b":2})");
+    EXPECT_EQ(parseJson("no").error(), Error::refused);
+    EXPECT_EQ(shown(memberNames(R"({"b":1,"a":2})")->range()), (Lines{"a", "b"}));
+    EXPECT_EQ(memberNames("null").error(), Error::refused);
+}
+
+TEST(ParameterList, IsMadeOfSpans)
+{
+    const std::array<std::string_view, 2> several{"x", "y"};
+    const std::array one{"z"sv};
+    const std::array parameters{Parameter{"T", several}, Parameter{"V", one}};
+    const ParameterList list = ParameterList::of(parameters).value();
+    EXPECT_EQ(list.write()->view(), R"({"T":["x","y"],"V":"z"})");
+    EXPECT_EQ(list.value("v").value(), "z");
+    EXPECT_EQ(shown(list.values("t")->range()), (Lines{"x", "y"}));
+    EXPECT_EQ(list.value("M").error(), Error::refused);
+    EXPECT_EQ(list.values("M").error(), Error::refused);
+    EXPECT_EQ(list.copy()->write()->view(), list.write()->view());
+    EXPECT_EQ(ParameterList{}.write().error(), Error::refused);
+    EXPECT_EQ(ParameterList::of({}).error(), Error::refused);
+    const std::array wrong{Parameter{"T", {}}};
+    EXPECT_EQ(ParameterList::of(wrong).error(), Error::refused);
+    const std::array zero{withZero};
+    const std::array cut{Parameter{"T", zero}};
+    EXPECT_EQ(ParameterList::of(cut).error(), Error::zeroByte);
+}
+
+TEST(ParameterList, LeavesNothingWhenMemoryRunsOut)
+{
+    const std::string large(5000, 'x');
+    const std::array<std::string_view, 2> values{"x", large};
+    const std::array parameters{Parameter{"T", values}, Parameter{"V", values}};
+    withEachAllocationFailing([&](auto& failure) {
+        const Expected<ParameterList> list = ParameterList::of(parameters);
+        EXPECT_EQ(!list, failure.reached());
+    });
+}
+
+// ------------------------------------------------------------------------------------------- keys --
+
+TEST(KeyRecord, HoldsItsMembers)
+{
+    const KeyRecord key = KeyRecord::parse(R"({"kty":"EC","kid":"k","n":1})").value();
+    EXPECT_EQ(key.member("kid"), "k");
+    EXPECT_EQ(key.member("n"), std::nullopt);
+    EXPECT_EQ(key.member("x"), std::nullopt);
+    EXPECT_EQ(KeyRecord::parse("[]").error(), Error::refused);
+    EXPECT_EQ(KeyRecord{}.member("kid"), std::nullopt);
+}
+
+TEST(KeyRecord, CarriesASecret)
+{
+    const KeyRecord key = KeyRecord::sharedSecret(bytesOf("secret")).value();
+    EXPECT_EQ(key.member("dfs"), "c2VjcmV0");
+    EXPECT_EQ(key.secret()->view(), "secret");
+    EXPECT_EQ(KeyRecord{}.secret().error(), Error::refused);
+    const KeyRecord named = KeyRecord::of("T", "id", "m", bytesOf("data")).value();
+    EXPECT_EQ(named.member("kty"), "T");
+    EXPECT_EQ(named.member("kid"), "id");
+    EXPECT_EQ(named.member("m"), "ZGF0YQ==");
+    EXPECT_EQ(KeyRecord::of("T", {}, "m", {})->member("m"), "");
+}
+
+TEST(PrivateKey, IsReadFromAFile)
+{
+    const support::TemporaryDirectory directory;
+    const std::string path = directory / "key.pem";
+    ASSERT_TRUE(generateKeyFile(path));
+    EXPECT_TRUE(keyFileIsSound(path));
+    EXPECT_EQ(publicPointOfFile(path)->span().size(), 65U);
+    const PrivateKey key = PrivateKey::fromFile(path).value();
+    const Expected<Text> signature = sign("text", key);
+    ASSERT_TRUE(signature);
+    const Expected<Bytes> der = decodeBase64Url(signature->view());
+    EXPECT_TRUE(isSignature("text", *der, key));
+    EXPECT_FALSE(isSignature("other", *der, key));
+    EXPECT_EQ(PrivateKey::fromFile(directory / "none").error(), Error::refused);
+    EXPECT_EQ(PrivateKey::fromFile(path + "\0"s).error(), Error::zeroByte);
+    EXPECT_FALSE(keyFileIsSound(path + "\0"s));
+    EXPECT_EQ(publicPointOfFile(directory / "none").error(), Error::refused);
+    EXPECT_EQ(generateKeyFile(directory / "none/key.pem").error(), Error::refused);
+}
+
+TEST(PrivateKey, IsNeverEmpty)
+{
+    EXPECT_EQ(PrivateKey::fromDer({}).error(), Error::missing);
+    // Of a key that is gone the library would make a throwaway one.
+    PrivateKey key = newKey();
+    const PrivateKey other{std::move(key)};
+    ASSERT_TRUE(sign("text", other));
+    const TokenPlan plan{.subject = "s", .id = "i", .issuer = "o", .expiresAt = 1};
+    ASSERT_TRUE(issueToken(plan, other));
+    ASSERT_TRUE(issueTokens({.state = "s"}, other));
+    // NOLINTBEGIN(bugprone-use-after-move): what is left is what this is about.
+    EXPECT_EQ(sign("text", key).error(), Error::missing);
+    EXPECT_EQ(issueToken(plan, key).error(), Error::missing);
+    EXPECT_EQ(issueTokens({.state = "s"}, key).error(), Error::missing);
+    EXPECT_EQ(ecKeyOf(key).error(), Error::refused);
+    // NOLINTEND(bugprone-use-after-move)
+}
+
+TEST(PublicKeys, AreMadeOfTheirNumbers)
+{
+    // RFC 7515, appendix A.3.1.
+    constexpr auto x = "f83OJ3D2xF1Bg8vub9tLe1gHMzV76e8Tus9uPHvRVEU"sv;
+    constexpr auto y = "x_FEzRu9m36HLN_tue659LNpXW6pCyStikYjKIWI5a0"sv;
+    EXPECT_EQ(ecPublicKeyPem(x, y, "P-256")->view().substr(0, 26), "-----BEGIN PUBLIC KEY-----");
+    EXPECT_EQ(ecPublicKeyPem(y, x, "P-256").error(), Error::refused);
+    EXPECT_EQ(rsaPublicKeyPem("AQAB", "AQAB")->view().substr(0, 26), "-----BEGIN PUBLIC KEY-----");
+    EXPECT_EQ(rsaPublicKeyPem("", "AQAB").error(), Error::refused);
+}
+
+TEST(CertificateKey, IsMadeOfAChain)
+{
+    const support::Identity root = support::Identity::root("root");
+    const support::Identity device = root.issue({.commonName = "device"});
+    const CertificateKey key = certificateOf(device);
+    EXPECT_EQ(key.parameters().value("x5c").value(), device.body());
+    EXPECT_EQ(commonName(key.pem()->view())->view(), "device");
+    EXPECT_TRUE(isCertificate(device.pem(), "DEVICE"));
+    EXPECT_FALSE(isCertificate(device.pem(), "other"));
+    EXPECT_EQ(std::string{certificatePem(device.body())->view()} + "\n", device.pem());
+    EXPECT_TRUE(readCertificate(device.pem()));
+    EXPECT_EQ(readCertificate("no").error(), Error::refused);
+    EXPECT_TRUE(ecKeyOfCertificate(device.pem()));
+    EXPECT_EQ(CertificateKey::fromPem("").error(), Error::refused);
+    EXPECT_EQ(commonName("no").error(), Error::refused);
+
+    support::FakeFiles files;
+    EXPECT_EQ(key.verifyChain(), Chain::refused);
+    files.put("/etc/default/certs/FactorycertProdRoot.pem", root.pem());
+    files.put("/etc/default/certs/FactorycertDevRoot.pem",
+              support::Identity::root("development root").pem());
+    EXPECT_EQ(key.verifyChain(), Chain::verified);
+    EXPECT_TRUE(key.isValid("device"));
+    EXPECT_TRUE(key.isValid());
+    EXPECT_FALSE(key.isValid("other"));
+    EXPECT_EQ(CertificateKey::parse(R"({"kty":"EC"})")->verifyChain(), Chain::unreadable);
+}
+
+// ----------------------------------------------------------------------------------------- tokens --
+
+struct Tokens : ::testing::Test
+{
+    FakeClock clock{now};
+    PrivateKey key = newKey();
+    TokenPlan plan{.subject = "admin",
+                   .id = "token-1",
+                   .issuer = "controller",
+                   .expiresAt = now + 600,
+                   .issuedAt = {},
+                   .notBefore = {},
+                   .scopes = {},
+                   .keyId = "k"};
+};
+
+TEST_F(Tokens, AreIssuedAndVerified)
+{
+    const std::array<std::string_view, 2> values{"login", "configure"};
+    const std::array scopes{ScopeEntry{"privileges", values}};
+    plan.scopes = scopes;
+    const Expected<Text> token = issueToken(plan, key);
+    ASSERT_TRUE(token);
+    const Verdict verdict = validateToken(token->view(), key);
+    EXPECT_EQ(verdict.judgement(), Judgement::valid);
+    EXPECT_TRUE(verdict.isAuthentic());
+    EXPECT_EQ(verdict.refused(), nullptr);
+    const VerifiedToken* const good = verdict.verified();
+    ASSERT_NE(good, nullptr);
+    const Claims claims = good->claims();
+    EXPECT_EQ(claims.subject(), "admin");
+    EXPECT_EQ(claims.id(), "token-1");
+    EXPECT_EQ(claims.issuer(), "controller");
+    EXPECT_EQ(claims.issuedAt(), "1700000000");
+    EXPECT_EQ(claims.notBefore(), "1700000000");
+    EXPECT_EQ(claims.expiresAt(), "1700000600");
+    EXPECT_EQ(claims.scopeValue("privileges"), "login");
+    EXPECT_EQ(claims.scopeValue("other"), std::nullopt);
+    EXPECT_EQ(claims.actor(), std::nullopt);
+    EXPECT_EQ(claims.identityProviders(), std::nullopt);
+    EXPECT_TRUE(claims.audiences().empty());
+    EXPECT_EQ(good->header().keyId(), "k");
+    EXPECT_EQ(good->header().algorithm(), "ES256");
+    EXPECT_EQ(good->header().type(), "JWT");
+}
+
+TEST_F(Tokens, AreTakenOutOfTheirVerdict)
+{
+    const Text token = issueToken(plan, key).value();
+    const std::optional<VerifiedToken> taken = validateToken(token, key).takeVerified();
+    ASSERT_TRUE(taken);
+    EXPECT_EQ(taken->claims().subject(), "admin");
+    EXPECT_FALSE(validateToken(tampered(std::string{token}), key).takeVerified());
+}
+
+TEST_F(Tokens, AreRefusedWithWhatTheySayKeptApart)
+{
+    const Text token = issueToken(plan, key).value();
+    ASSERT_EQ(validateToken(token, key).judgement(), Judgement::valid);
+    const Verdict verdict = validateToken(tampered(std::string{token}), key);
+    EXPECT_EQ(verdict.judgement(), Judgement::invalid);
+    EXPECT_FALSE(verdict.isAuthentic());
+    EXPECT_EQ(verdict.verified(), nullptr);
+    ASSERT_NE(verdict.refused(), nullptr);
+    EXPECT_EQ(verdict.refused()->unverifiedClaims()->subject(), "admin");
+    EXPECT_EQ(verdict.refused()->unverifiedHeader().keyId(), "k");
+    EXPECT_EQ(validateToken(token, newKey()).judgement(), Judgement::invalid);
+}
+
+TEST_F(Tokens, Expire)
+{
+    const Text token = issueToken(plan, key).value();
+    clock.advance(599);
+    EXPECT_EQ(validateToken(token, key).judgement(), Judgement::valid);
+    clock.advance(1);
+    const Verdict verdict = validateToken(token, key);
+    EXPECT_EQ(verdict.judgement(), Judgement::expired);
+    EXPECT_EQ(verdict.verified(), nullptr);
+    ASSERT_NE(verdict.refused(), nullptr);
+    EXPECT_FALSE(verdict.refused()->unverifiedClaims());
+}
+
+TEST_F(Tokens, AreNotJudgedWithoutAClock)
+{
+    const Text token = issueToken(plan, key).value();
+    clock.failBreakingDown();
+    EXPECT_EQ(validateToken(token, key).judgement(), Judgement::failed);
+}
+
+TEST_F(Tokens, AreInvalidWithAZeroByte)
+{
+    const Text token = issueToken(plan, key).value();
+    const std::string longer = std::string{token} + '\0' + "more";
+    EXPECT_EQ(validateToken(longer, key).judgement(), Judgement::invalid);
+    EXPECT_EQ(readUnverified(longer).error(), Error::zeroByte);
+    plan.subject = withZero;
+    EXPECT_EQ(issueToken(plan, key).error(), Error::zeroByte);
+}
+
+TEST_F(Tokens, AreNotIssuedWithAKeyThatIsNone)
+{
+    const PrivateKey wrong = PrivateKey::fromDer(bytesOf("no key")).value();
+    EXPECT_EQ(issueToken(plan, wrong).error(), Error::refused);
+    const Text token = issueToken(plan, key).value();
+    EXPECT_EQ(validateToken(token, wrong).judgement(), Judgement::invalid);
+}
+
+TEST_F(Tokens, CanBeReadUnverified)
+{
+    const std::string token = tampered(std::string{issueToken(plan, key).value()});
+    const Expected<UnverifiedToken> read = readUnverified(token);
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->unverifiedClaims()->issuer(), "controller");
+    EXPECT_EQ(read->unverifiedHeader().algorithm(), "ES256");
+    EXPECT_EQ(readUnverified("a.b.c").error(), Error::refused);
+    EXPECT_EQ(readUnverified("").error(), Error::refused);
+}
+
+TEST_F(Tokens, AreJudgedAsFailedWithoutMemory)
+{
+    // Too long for the stack, so that the copy of the argument is what fails first.
+    const std::string large(5000, 'x');
+    plan.subject = large;
+    const Text token = issueToken(plan, key).value();
+    ASSERT_EQ(validateToken(token, key).judgement(), Judgement::valid);
+    FailAllocation failure{1};
+    const Verdict verdict = validateToken(token, key);
+    ASSERT_TRUE(failure.reached());
+    EXPECT_EQ(verdict.judgement(), Judgement::failed);
+    EXPECT_EQ(verdict.verified(), nullptr);
+}
+
+struct DelegatedTokens : ::testing::Test
+{
+    /** A token of the other party with these claims. */
+    [[nodiscard]] static std::string token(const std::string& claims)
+    {
+        const std::string input = issuer::signingInput(
+            R"({"alg":"ES256","kid":"k"})",
+            R"({"sub":"alice","exp":1700003600,"nbf":1700000000)" + claims + "}");
+        return issuer::token(input,
+                             issuer::sideBySide(issuer::p256Key().sign(input, "SHA256"), 32));
+    }
+
+    [[nodiscard]] static TrustedKeys trusted(const issuer::Key& key = issuer::p256Key())
+    {
+        const std::string pem = key.pem();
+        const std::array keys{std::string_view{pem}};
+        return TrustedKeys::of(keys).value();
+    }
+
+    FakeClock clock{now};
+};
+
+TEST_F(DelegatedTokens, GrantWhatTheirClaimsStandFor)
+{
+    const std::array roles{Role{"operator", Privilege::clearLogs | Privilege::testAlerts}};
+    const std::array providers{"corp"sv};
+    const std::string text = token(
+        R"(,"scope":"ravok_login","ravok_roles":["operator"],"xidp":{"corp":["VM"]},"aud":"me")");
+    const Verdict verdict =
+        validateDelegatedToken(text, trusted(), {.roles = roles, .providers = providers});
+    EXPECT_TRUE(verdict.isAuthentic());
+    const VerifiedToken* const good = verdict.verified();
+    ASSERT_NE(good, nullptr);
+    EXPECT_EQ(userPrivileges(*good), Privileges{0x0c9});
+    EXPECT_TRUE(userPrivileges(*good)->has(Privilege::accessVirtualMedia));
+    EXPECT_FALSE(userPrivileges(*good)->has(Privilege::configure));
+    EXPECT_EQ(scopePrivileges(*good), Privileges{Privilege::login});
+    EXPECT_EQ(rolePrivileges(*good, roles).value().bits(), 0x088U);
+    EXPECT_EQ(rolePrivileges(*good, {}).value().bits(), 0U);
+    EXPECT_EQ(providerPrivileges(*good, providers).value().bits(), 0x040U);
+    EXPECT_EQ(providerPrivileges(*good, {}).value().bits(), 0U);
+    EXPECT_EQ(good->claims().scopeValue("AUTHNZ_USER"), "alice");
+    EXPECT_EQ(good->claims().scopeEntries().size(), 3U);
+    EXPECT_EQ(shown(good->claims().audiences()), (Lines{"me"}));
+    EXPECT_TRUE(good->claims().roles().contains("operator"));
+    EXPECT_FALSE(good->claims().roles().contains("oper"));
+    EXPECT_EQ(shown(good->claims().scopeNames()), (Lines{"ravok_login"}));
+    EXPECT_EQ(good->claims().identityProviders(), R"({"corp":["VM"]})");
+}
+
+TEST_F(DelegatedTokens, AreVerifiedByPublishedKeysOnceCompleted)
+{
+    Document key = Document::parse(R"({"kty":"EC","crv":"P-256","kid":"k"})").value();
+    const std::string pem = issuer::p256Key().pem();
+    ASSERT_TRUE(key.setString("kest_decoded_key", pem));
+    const std::array keys{key.view()};
+    EXPECT_EQ(validateDelegatedToken(token(""), TrustedKeys::of(keys).value()).judgement(),
+              Judgement::valid);
+}
+
+TEST_F(DelegatedTokens, AreRefusedUnderOtherKeys)
+{
+    EXPECT_EQ(validateDelegatedToken(token(""), trusted()).judgement(), Judgement::valid);
+    const Verdict verdict =
+        validateDelegatedToken(token(""), trusted(issuer::otherP256Key()), {.skewSeconds = 5});
+    EXPECT_EQ(verdict.judgement(), Judgement::invalid);
+    EXPECT_FALSE(verdict.isAuthentic());
+    EXPECT_EQ(verdict.refused()->unverifiedClaims()->subject(), "alice");
+}
+
+TEST_F(DelegatedTokens, AreAuthenticEvenWhenTheyHaveExpired)
+{
+    clock.advance(3600);
+    const Verdict late = validateDelegatedToken(token(""), trusted());
+    EXPECT_EQ(late.judgement(), Judgement::expired);
+    EXPECT_TRUE(late.isAuthentic());
+    EXPECT_EQ(late.verified(), nullptr);
+    EXPECT_EQ(validateDelegatedToken(token(""), trusted(), {.skewSeconds = 1}).judgement(),
+              Judgement::valid);
+}
+
+TEST_F(DelegatedTokens, CarryAnIssuersOwnScopeUnchanged)
+{
+    const auto privileges = [](const std::string& number) {
+        const std::string text = token(R"(,"scope":{"USER_PRIV":[")" + number + R"("]})");
+        const Verdict verdict = validateDelegatedToken(text, trusted());
+        return userPrivileges(*verdict.verified());
+    };
+    EXPECT_EQ(privileges("5"), Privileges{5});
+    EXPECT_EQ(privileges("5 "), std::nullopt);
+    EXPECT_EQ(privileges("-5"), std::nullopt);
+    EXPECT_EQ(privileges(""), std::nullopt);
+    EXPECT_EQ(privileges("4294967296"), std::nullopt);
+}
+
+TEST(TrustedKeys, AreNeverNone)
+{
+    EXPECT_EQ(TrustedKeys::of({}).error(), Error::missing);
+    const std::array keys{"a"sv, "b"sv};
+    EXPECT_EQ(shown(TrustedKeys::of(keys)->range()), (Lines{"a", "b"}));
+    withEachAllocationFailing([&](auto& failure) {
+        const Expected<TrustedKeys> copies = TrustedKeys::of(keys);
+        EXPECT_EQ(!copies, failure.reached());
+    });
+}
+
+TEST(Privilege, HasAName)
+{
+    EXPECT_EQ(nameOf(Privilege::login), "ravok_login");
+    EXPECT_EQ(nameOf(Privilege::executeDiagnosticCommands), "ravok_executediagnosticcommands");
+}
+
+// ------------------------------------------------------------------- authorization, registration --
+
+TEST(TokenRequest, IsMadeWrittenAndRead)
+{
+    const std::array policy{Policy{"p", "v"}};
+    const TokenRequest request = TokenRequest::of({.clientId = "id",
+                                                   .clientSecret = "secret",
+                                                   .state = "state",
+                                                   .refreshToken = "again",
+                                                   .policy = policy})
+                                     .value();
+    const Text text = request.write().value();
+    EXPECT_EQ(
+        text.view(),
+        R"({"client_id":"id","client_secret":"secret","kest_policy_auth":{"p":"v"},"refresh_token":"again","state":"state"})");
+    const TokenRequest read = TokenRequest::parse(text).value();
+    EXPECT_EQ(read.clientId(), "id");
+    EXPECT_EQ(read.clientSecret(), "secret");
+    EXPECT_EQ(read.state(), "state");
+    EXPECT_EQ(read.refreshToken(), "again");
+    EXPECT_EQ(read.handshake().error(), Error::refused);
+    EXPECT_EQ(TokenRequest::parse("{}").error(), Error::refused);
+    EXPECT_EQ(TokenRequest::of({.clientId = withZero}).error(), Error::zeroByte);
+}
+
+TEST(TokenRequest, DoesNotThrowForWhatIsMissing)
+{
+    TokenRequest request =
+        TokenRequest::of({.clientId = "i", .clientSecret = "s", .state = "x", .refreshToken = "r"})
+            .value();
+    ASSERT_TRUE(request.write());
+    std::free(std::exchange(request.get()->state, nullptr));
+    EXPECT_EQ(request.write().error(), Error::missing);
+    EXPECT_EQ(TokenRequest{}.write().error(), Error::missing);
+
+    // A parameter without values, as parse_handshake_payload makes it.
+    TokenRequest other =
+        TokenRequest::of({.clientId = "i", .clientSecret = "s", .state = "x", .refreshToken = "r"})
+            .value();
+    other.get()->handshake = ParameterList::parse(R"({"R":[]})")->release();
+    EXPECT_EQ(other.write().error(), Error::missing);
+}
+
+TEST(TokenRequest, IsWholeOrNotMadeAtAll)
+{
+    const std::array policy{Policy{"p", "v"}};
+    withEachAllocationFailing([&](auto& failure) {
+        const Expected<TokenRequest> request = TokenRequest::of({.clientId = "id",
+                                                                 .clientSecret = "secret",
+                                                                 .state = "state",
+                                                                 .refreshToken = "again",
+                                                                 .policy = policy});
+        EXPECT_EQ(!request, failure.reached());
+    });
+}
+
+TEST(TokenResponse, IsIssued)
+{
+    const FakeClock clock{now};
+    const PrivateKey key = newKey();
+    const std::array values{"login"sv};
+    const std::array scopes{ScopeEntry{"privileges", values}};
+    const TokenResponse response = issueTokens({.state = "s",
+                                                .subject = "admin",
+                                                .issuer = "controller",
+                                                .lifetimeSeconds = 60,
+                                                .scopes = scopes},
+                                               key)
+                                       .value();
+    EXPECT_EQ(response.state(), "s");
+    EXPECT_EQ(response.expiresIn(), "60");
+    EXPECT_EQ(response.tokenType(), "bearer");
+    EXPECT_EQ(response.issuedAt(), "1700000000");
+    EXPECT_EQ(response.refreshToken()->size(), 24U);
+    const Verdict verdict = validateToken(*response.accessToken(), key);
+    ASSERT_NE(verdict.verified(), nullptr);
+    EXPECT_EQ(verdict.verified()->claims().subject(), "admin");
+    EXPECT_EQ(verdict.verified()->claims().expiresAt(), "1700000060");
+    EXPECT_EQ(verdict.verified()->claims().scopeValue("privileges"), "login");
+
+    const TokenResponse read = TokenResponse::parse(response.write().value()).value();
+    EXPECT_EQ(read.accessToken(), response.accessToken());
+    EXPECT_EQ(issueTokens({.state = "s", .lifetimeSeconds = 0}, key).error(), Error::missing);
+    const std::array empty{ScopeEntry{"privileges", {}}};
+    EXPECT_EQ(issueTokens({.state = "s", .scopes = empty}, key).error(), Error::refused);
+}
+
+TEST(TokenResponse, DoesNotThrowForWhatIsMissing)
+{
+    TokenResponse response =
+        TokenResponse::of(
+            {.accessToken = "a", .state = "s", .refreshToken = "r", .expiresIn = "60"})
+            .value();
+    EXPECT_EQ(
+        response.write()->view(),
+        R"({"access_token":"a","expires_in":"60","refresh_token":"r","state":"s","token_type":"bearer"})");
+    std::free(std::exchange(response.get()->token_type, nullptr));
+    EXPECT_EQ(response.write().error(), Error::missing);
+    EXPECT_EQ(TokenResponse{}.write().error(), Error::missing);
+}
+
+TEST(IssueUnverifiableTokens, AnswersARequest)
+{
+    EXPECT_TRUE(issueUnverifiableTokens(
+        R"({"client_id":"i","client_secret":"s","state":"x","refresh_token":"r"})"));
+    EXPECT_EQ(issueUnverifiableTokens("{}").error(), Error::refused);
+}
+
+TEST(Registration, IsRequestedAndAnswered)
+{
+    const std::array uris{"https://a.example"sv};
+    const std::array types{"otp1.0"sv, "software_id_cert-1.0"sv};
+    const std::array secrets{KeyRecord::sharedSecret(bytesOf("secret")).value()};
+    const KeyList keys = KeyList::of(secrets).value();
+    const std::array certificates{certificateOf(support::Identity::root("device"))};
+    const CertificateKeyList certificateList = CertificateKeyList::of(certificates).value();
+    const RegistrationRequest request = RegistrationRequest::of({.redirectUri = uris,
+                                                                 .clientName = "name",
+                                                                 .softwareId = "software",
+                                                                 .handshakeTypes = types,
+                                                                 .keys = &keys,
+                                                                 .certificates = &certificateList,
+                                                                 .redirectUris = uris,
+                                                                 .scope = "all"})
+                                            .value();
+    const Text text = request.write().value();
+    EXPECT_NE(text.view().find(R"("scope":"all")"), std::string_view::npos);
+    EXPECT_NE(text.view().find(R"("dfs":[{"dfs":"c2VjcmV0","kty":"DFS"}])"),
+              std::string_view::npos);
+    const RegistrationRequest read = RegistrationRequest::parse(text).value();
+    EXPECT_EQ(read.clientName(), "name");
+    EXPECT_EQ(read.softwareId(), "software");
+    EXPECT_EQ(shown(read.redirectUri()), (Lines{"https://a.example"}));
+    EXPECT_EQ(shown(read.handshakeTypes()), (Lines{"otp1.0", "software_id_cert-1.0"}));
+    EXPECT_EQ(read.challenge().error(), Error::refused);
+
+    const ParameterList challenge = serverChallenge(types, Proofs::both).value();
+    const std::array grants{"authorization_code"sv};
+    const RegistrationResponse answer =
+        RegistrationResponse::answer(read, {.secretLifetimeSeconds = 86400,
+                                            .grantTypes = grants,
+                                            .challenge = &challenge,
+                                            .sealedCertificate = "sealed"})
+            .value();
+    EXPECT_EQ(answer.clientId()->size(), 24U);
+    EXPECT_EQ(answer.clientSecret()->size(), 24U);
+    EXPECT_EQ(answer.secretLifetimeSeconds(), "86400");
+    EXPECT_TRUE(answer.issuedAt());
+    const Document document = Document::parse(answer.write().value()).value();
+    EXPECT_EQ(document.string("client_id")->view(), *answer.clientId());
+}
+
+TEST(Registration, DoesNotThrowForWhatIsMissing)
+{
+    const std::array types{"otp1.0"sv};
+    const ParameterList challenge = serverChallenge(types, Proofs::oneTimePassword).value();
+    RegistrationResponse response =
+        RegistrationResponse::of("secret", "id", {.challenge = &challenge}).value();
+    ASSERT_TRUE(response.write());
+    std::free(std::exchange(response.get()->client_id, nullptr));
+    EXPECT_EQ(response.write().error(), Error::missing);
+    EXPECT_EQ(RegistrationResponse{}.write().error(), Error::missing);
+    EXPECT_EQ(RegistrationResponse::of("secret", "id", {})->write().error(), Error::refused);
+    EXPECT_EQ(RegistrationRequest{}.write().error(), Error::refused);
+}
+
+TEST(Registration, IsWholeOrNotMadeAtAll)
+{
+    const std::array uris{"https://a.example"sv};
+    const std::array types{"otp1.0"sv};
+    const ParameterList challenge = serverChallenge(types, Proofs::oneTimePassword).value();
+    withEachAllocationFailing([&](auto& failure) {
+        const Expected<RegistrationRequest> request =
+            RegistrationRequest::of({.redirectUri = uris,
+                                     .clientName = "name",
+                                     .softwareId = "software",
+                                     .handshakeTypes = types,
+                                     .challenge = &challenge,
+                                     .redirectUris = uris,
+                                     .scope = "all"});
+        EXPECT_EQ(!request, failure.reached());
+    });
+    withEachAllocationFailing([&](auto& failure) {
+        const Expected<RegistrationResponse> response =
+            RegistrationResponse::of("secret", "id",
+                                     {.grantTypes = types,
+                                      .policiesOffered = types,
+                                      .policiesRequired = types,
+                                      .challenge = &challenge,
+                                      .response = &challenge,
+                                      .sealedCertificate = "sealed"});
+        EXPECT_EQ(!response, failure.reached());
+    });
+}
+
+TEST(OidcRegistration, IsRead)
+{
+    const OidcRegistration answer =
+        OidcRegistration::parse(
+            R"({"client_id":"i","client_secret":"s","client_secret_expires_at":9,)"
+            R"("registration_access_token":"t","registration_client_uri":"u","client_id_issued_at":8})")
+            .value();
+    EXPECT_EQ(answer.clientId(), "i");
+    EXPECT_EQ(answer.clientSecret(), "s");
+    EXPECT_EQ(answer.accessToken(), "t");
+    EXPECT_EQ(answer.clientUri(), "u");
+    EXPECT_EQ(answer.issuedAt(), "8");
+    EXPECT_EQ(answer.secretExpiresAt(), "9");
+    EXPECT_EQ(OidcRegistration::parse("{}").error(), Error::refused);
+    EXPECT_EQ(OidcRegistration{}.clientId(), std::nullopt);
+}
+
+// ------------------------------------------------------------------------------- handshake, ECIES --
+
+struct Handshake : ::testing::Test
+{
+    support::Identity device = support::Identity::root("device");
+    CertificateKey certificate = certificateOf(device);
+    PrivateKey key = keyOf(device);
+    std::string secrets = R"({"otp1.0":["12345678901234567890"]})";
+    std::array<std::string_view, 2> types{"software_id_cert-1.0", "otp1.0"};
+
+    [[nodiscard]] Credentials credentials() const
+    {
+        return {.secrets = secrets, .certificate = &certificate, .key = &key};
+    }
+};
+
+TEST_F(Handshake, ProvesWhatIsAskedFor)
+{
+    for (const Proofs proofs : {Proofs::certificate, Proofs::oneTimePassword, Proofs::both})
+    {
+        const ParameterList challenge = serverChallenge(types, proofs).value();
+        const ParameterList response = respond(challenge, credentials()).value();
+        EXPECT_TRUE(isProven(challenge, response, secrets, &certificate));
+        const ParameterList another = serverChallenge(types, proofs).value();
+        EXPECT_FALSE(isProven(another, response, secrets, &certificate));
+    }
+    EXPECT_EQ(serverChallenge({}, Proofs::certificate).error(), Error::refused);
+}
+
+TEST_F(Handshake, WantsEveryProof)
+{
+    const ParameterList challenge = serverChallenge(types, Proofs::both).value();
+    const ParameterList response = respond(challenge, credentials()).value();
+    const std::string password = response.value("R").value();
+    const std::array proofs{std::string_view{password}};
+    const std::array parameters{Parameter{"R", proofs}};
+    const ParameterList half = ParameterList::of(parameters).value();
+    // What the library takes for enough.
+    HandshakePayload* record = certificate.parameters().get();
+    EXPECT_TRUE(validateHandshakeResponse(challenge.get(), secrets.data(),
+                                          static_cast<unsigned int>(secrets.size()), &record,
+                                          half.get()));
+    EXPECT_FALSE(isProven(challenge, half, secrets, &certificate));
+    EXPECT_TRUE(isProven(challenge, response, secrets, &certificate));
+}
+
+TEST_F(Handshake, WantsTheCertificateLast)
+{
+    // A wrong certificate proof in front of a right password would be lost.
+    const ParameterList challenge =
+        ParameterList::parse(R"({"T":["software_id_cert-1.0","otp1.0"],"M":"1","C":"1","V":"v"})")
+            .value();
+    // RFC 4226, appendix D, the second value with 8 digits.
+    const ParameterList response = ParameterList::parse(R"({"R":["AAAA","94287082"]})").value();
+    HandshakePayload* record = certificate.parameters().get();
+    EXPECT_TRUE(validateHandshakeResponse(challenge.get(), secrets.data(),
+                                          static_cast<unsigned int>(secrets.size()), &record,
+                                          response.get()));
+    EXPECT_FALSE(isProven(challenge, response, secrets, &certificate));
+}
+
+TEST_F(Handshake, IsMadeByClientsToo)
+{
+    const ParameterList challenge = clientChallenge(types, 2).value();
+    EXPECT_EQ(shown(challenge.values("T")->range()), (Lines{"otp1.0", "otp1.0"}));
+    EXPECT_EQ(clientChallenge({}, 2).error(), Error::refused);
+    EXPECT_TRUE(isCertificateType("software_id_cert-1.0"));
+    EXPECT_FALSE(isCertificateType("software_id_cert-1.0\0"sv));
+    EXPECT_EQ(shown(memberNames(generateSecrets("otp", 2, 1, 16)->view())->range()),
+              (Lines{"otp1.0", "otp2.0"}));
+    EXPECT_EQ(generateSecrets(std::string(60, 'x'), 1, 1, 16).error(), Error::refused);
+    EXPECT_EQ(respond(serverChallenge(types, Proofs::both).value(), {.secrets = secrets}).error(),
+              Error::refused);
+}
+
+TEST_F(Handshake, SignsWithACertificatesKey)
+{
+    const EcKey privateKey = ecKeyOf(key).value();
+    const EcKey publicKey = ecKeyOfCertificate(device.pem()).value();
+    const Text signature = signProof("text", privateKey).value();
+    EXPECT_TRUE(isProof("text", signature, publicKey));
+    EXPECT_FALSE(isProof("other", signature, publicKey));
+    EXPECT_EQ(signProof("text", EcKey{}).error(), Error::refused);
+}
+
+struct Ecies : ::testing::Test
+{
+    support::Identity left = support::Identity::root("left");
+    support::Identity right = support::Identity::root("right");
+    CertificateKey leftCertificate = certificateOf(left);
+    CertificateKey rightCertificate = certificateOf(right);
+    PrivateKey leftKey = keyOf(left);
+    PrivateKey rightKey = keyOf(right);
+};
+
+TEST_F(Ecies, ReachesThePeer)
+{
+    const Envelope envelope = seal("for your eyes", rightCertificate, leftKey).value();
+    const Opened opened = open(envelope, leftCertificate, rightKey).value();
+    EXPECT_EQ(opened.data(), "for your eyes");
+    EXPECT_EQ(opened.whole().size(), 13U + 1U + 16U);
+    EXPECT_EQ(opened.whole().substr(0, 14), "for your eyes\n");
+    EXPECT_EQ(seal("", rightCertificate, leftKey).error(), Error::refused);
+    // The line feed that was there is the one that is taken off.
+    const Envelope line = seal("line\n", rightCertificate, leftKey).value();
+    EXPECT_EQ(open(line, leftCertificate, rightKey)->data(), "line"sv);
+}
+
+TEST_F(Ecies, IsClosedToOthers)
+{
+    const Envelope envelope = seal("for your eyes", rightCertificate, leftKey).value();
+    ASSERT_TRUE(open(envelope, leftCertificate, rightKey));
+    EXPECT_EQ(open(envelope, leftCertificate, leftKey).error(), Error::refused);
+    std::string altered{envelope.ciphertext};
+    altered[10] = altered[10] == 'A' ? 'B' : 'A';
+    EXPECT_EQ(open({altered, envelope.mac, envelope.iv}, leftCertificate, rightKey).error(),
+              Error::refused);
+    EXPECT_EQ(open({envelope.ciphertext, "", envelope.iv}, leftCertificate, rightKey).error(),
+              Error::refused);
+    EXPECT_EQ(
+        open({envelope.ciphertext, envelope.mac, withZero}, leftCertificate, rightKey).error(),
+        Error::zeroByte);
+}
+
+TEST_F(Ecies, SealsUnderAFreshIvEachTime)
+{
+    const Envelope first = seal("x", rightCertificate, leftKey).value();
+    const Envelope second = seal("x", rightCertificate, leftKey).value();
+    EXPECT_NE(first.iv.view(), second.iv.view());
+    EXPECT_NE(first.ciphertext.view(), second.ciphertext.view());
+}
+
+TEST_F(Ecies, TravelsInAResponse)
+{
+    const Envelope envelope = seal("certificate", rightCertificate, leftKey).value();
+    ParameterList response;
+    ASSERT_TRUE(attach(response, envelope));
+    EXPECT_EQ(response.value("encrypted_sslcert").value(), envelope.ciphertext.view());
+    const std::string mac = response.value("HMAC").value();
+    EXPECT_TRUE(
+        open({response.value("encrypted_sslcert").value(), mac, response.value("iv").value()},
+             leftCertificate, rightKey));
+    ParameterList other;
+    EXPECT_EQ(attach(other, {"a", "b", "short"}).error(), Error::refused);
+    EXPECT_FALSE(other);
+}
+
+TEST_F(Ecies, LeavesNothingWhenMemoryRunsOut)
+{
+    withEachAllocationFailing([&](auto& failure) {
+        const Expected<Envelope> envelope = seal("x", rightCertificate, leftKey);
+        if (!envelope)
+        {
+            EXPECT_TRUE(failure.reached());
+        }
+    });
+}
+
+} // namespace
+
+} // namespace bmcoauth

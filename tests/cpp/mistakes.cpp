@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Compiled as it is, this is right; with one of the macros, it is a mistake that must not compile.
+// mistakes.py reads their names here, and what the compiler says to each.
+#include <bmcoauth.hpp>
+
+#include <string_view>
+#include <utility>
+
+using namespace bmcoauth;
+
+namespace
+{
+
+std::string_view admitted(const Claims& claims)
+{
+    return claims.subject().value_or("");
+}
+
+[[maybe_unused]] std::string_view shown(const UnverifiedClaims& claims)
+{
+    return claims.subject().value_or("");
+}
+
+} // namespace
+
+int main()
+{
+    Expected<KeyPair> pair = KeyPair::generate();
+    if (!pair)
+    {
+        return 1;
+    }
+    const Verdict verdict = validateToken("a.b.c", pair->privateKey);
+    if (const VerifiedToken* token = verdict.verified())
+    {
+        return static_cast<int>(admitted(token->claims()).size());
+    }
+    if (const UnverifiedToken* token = verdict.refused())
+    {
+        static_cast<void>(token->unverifiedClaims());
+#ifdef UNVERIFIED_CLAIMS_FOR_VERIFIED_ONES // 'const bmcoauth::Claims
+        admitted(*token->unverifiedClaims());
+#endif
+    }
+#ifdef CLAIMS_OF_A_VERDICT // no member named 'claims'
+    admitted(verdict.claims());
+#endif
+#ifdef TOKEN_OF_A_VERDICT_THAT_IS_GONE // deleted
+    static_cast<void>(validateToken("a.b.c", pair->privateKey).verified());
+#endif
+#ifdef IGNORED_RESULT // nodiscard
+    validateToken("a.b.c", pair->privateKey);
+#endif
+    return 0;
+}
