@@ -1,0 +1,311 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A token service on D-Bus: token-service SIGNING_KEY CLIENTS SECRETS
+//
+// SIGNING_KEY is a PEM file, which is made if it is not there; CLIENTS a file of SQLite; SECRETS the
+// key document (bmcoauth handshake keys) that clients of the factory have, too. The object
+// /org/example/Tokens has the interface org.example.Tokens1, all of JSON texts:
+//
+//     Register(request) -> response      a client registers and is given a challenge
+//     Issue(request) -> response         it proves itself, or shows a refresh token, for tokens
+//     Introspect(token) -> description   another service asks what a token is good for (RFC 7662)
+//
+// A refusal is the error org.example.Tokens1.Error.NAME, whose message is the OAuth error document.
+//
+// The service keeps one thing only in memory, the signing key; it can be killed at any moment.
+#include "clients.hpp"
+
+#include <bmcoauth.hpp>
+
+#include <systemd/sd-bus.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace
+{
+
+using bmcoauth::Document;
+using bmcoauth::Expected;
+using bmcoauth::ParameterList;
+using bmcoauth::PrivateKey;
+using bmcoauth::Privilege;
+using bmcoauth::Text;
+using bmcoauth::TokenRequest;
+
+/** What every client may do here. A real service looks it up by who the client is. */
+constexpr bmcoauth::Privileges granted = Privilege::login | Privilege::configure;
+constexpr std::uint32_t tokenSeconds = 600;
+
+struct Service
+{
+    PrivateKey key;
+    Clients clients;
+    std::string secrets;
+};
+
+/** A document, or the error that the caller is told. */
+struct Reply
+{
+    std::string document;
+    std::optional<oauthError> error = {};
+};
+
+Reply refuse(oauthError error)
+{
+    return {.document = {}, .error = error};
+}
+
+Reply reply(const Expected<Text>& document)
+{
+    return document ? Reply{.document = std::string{document->view()}} : refuse(OAUTH_SERVER_ERROR);
+}
+
+// ---------------------------------------------------------------------------------- registration --
+
+Reply registerClient(Service& service, const std::string& text)
+{
+    const auto request = bmcoauth::RegistrationRequest::parse(text);
+    if (!request)
+    {
+        return refuse(OAUTH_INVALID_REQUEST);
+    }
+    // A controller with the factory's roots would ask for the certificate proof as well
+    // (Proofs::both), verify the chain of the request's certificate (CertificateKey::isValid), keep
+    // it beside the challenge and hand it to isProven.
+    std::vector<std::string_view> offered;
+    for (const std::string_view type : request->handshakeTypes())
+    {
+        offered.push_back(type);
+    }
+    const Expected<ParameterList> challenge =
+        bmcoauth::serverChallenge(offered, bmcoauth::Proofs::oneTimePassword);
+    if (!challenge)
+    {
+        return refuse(OAUTH_INVALID_REQUEST);
+    }
+    const auto response = bmcoauth::RegistrationResponse::answer(
+        *request, {.secretLifetimeSeconds = 0, .challenge = &*challenge});
+    const Expected<Text> kept = challenge->write();
+    if (!response || !kept)
+    {
+        return refuse(OAUTH_SERVER_ERROR);
+    }
+    const std::optional<Digest> secret = Digest::of(*response->clientSecret());
+    if (!secret || !service.clients.add(*response->clientId(), *secret, *kept, std::time(nullptr)))
+    {
+        return refuse(OAUTH_SERVER_ERROR);
+    }
+    return reply(response->write());
+}
+
+// ------------------------------------------------------------------------------------------ tokens --
+
+bool matches(const std::optional<Digest>& kept, std::optional<std::string_view> secret)
+{
+    const std::optional<Digest> shown = secret ? Digest::of(*secret) : std::nullopt;
+    return kept && shown && kept->equals(*shown);
+}
+
+/** A refresh token that is good, or the right answer to the challenge that has been kept. What the
+ *  client says the challenge was is never looked at. */
+bool proves(const Service& service, const Client& client, const TokenRequest& request)
+{
+    const Expected<ParameterList> response = request.handshake();
+    if (!response)
+    {
+        return matches(client.refreshToken, request.refreshToken());
+    }
+    const Expected<ParameterList> challenge = ParameterList::parse(client.challenge);
+    return challenge && bmcoauth::isProven(*challenge, *response, service.secrets, nullptr);
+}
+
+Reply issue(Service& service, const std::string& text)
+{
+    const Expected<TokenRequest> request = TokenRequest::parse(text);
+    if (!request)
+    {
+        return refuse(OAUTH_INVALID_REQUEST);
+    }
+    const std::time_t now = std::time(nullptr);
+    const std::optional<Client> client = service.clients.find(*request->clientId());
+    // Unknown, wrong secret, locked, wrong proof: always the same answer, which helps nobody who is
+    // trying. A wrong secret does not count as an attempt, or everybody who knows a client's name
+    // could lock it out; and while the door is closed nothing is looked at, the right proof either.
+    if (!client || !matches(client->secret, request->clientSecret()) || now < client->lockedUntil)
+    {
+        return refuse(OAUTH_INVALID_CLIENT);
+    }
+    if (!proves(service, *client, *request))
+    {
+        return refuse(service.clients.noteFailure(*client, now) ? OAUTH_INVALID_CLIENT
+                                                                : OAUTH_SERVER_ERROR);
+    }
+
+    // The form in which the library gives rights from delegated tokens, too: who asks for them
+    // later need not know who issued a token.
+    const std::string mask = std::to_string(granted.bits());
+    const std::array<std::string_view, 1> user{client->id};
+    const std::array<std::string_view, 1> privileges{mask};
+    const std::array scopes{bmcoauth::ScopeEntry{"AUTHNZ_USER", user},
+                            bmcoauth::ScopeEntry{"USER_PRIV", privileges}};
+    const auto response = bmcoauth::issueTokens({.state = *request->state(),
+                                                 .subject = client->id,
+                                                 .issuer = "org.example.Tokens",
+                                                 .lifetimeSeconds = tokenSeconds,
+                                                 .scopes = scopes},
+                                                service.key);
+    // Kept before the tokens leave: a refresh token that is not kept would be refused later, and a
+    // challenge that is not used up could be answered twice.
+    const std::optional<Digest> refresh =
+        response ? Digest::of(*response->refreshToken()) : std::nullopt;
+    if (!refresh || !service.clients.noteSuccess(*client, *refresh))
+    {
+        return refuse(OAUTH_SERVER_ERROR);
+    }
+    return reply(response->write());
+}
+
+Reply introspect(Service& service, const std::string& text)
+{
+    const bmcoauth::Verdict verdict = bmcoauth::validateToken(text, service.key);
+    const bmcoauth::VerifiedToken* const token = verdict.verified();
+    if (token == nullptr)
+    {
+        // Nothing more, whatever is wrong with it (RFC 7662, section 2.2).
+        return {.document = R"({"active":false})"};
+    }
+    std::vector<std::string_view> names;
+    const bmcoauth::Privileges privileges =
+        bmcoauth::userPrivileges(*token).value_or(bmcoauth::Privileges{});
+    for (unsigned int bit = 0x001; bit <= 0x100; bit <<= 1)
+    {
+        if (privileges.has(static_cast<Privilege>(bit)))
+        {
+            names.push_back(bmcoauth::nameOf(static_cast<Privilege>(bit)));
+        }
+    }
+    Expected<Document> description = Document::parse(R"({"active":true})");
+    const bmcoauth::Claims claims = token->claims();
+    if (!description || !description->setString("sub", claims.subject().value_or("")) ||
+        !description->setString("iss", claims.issuer().value_or("")) ||
+        !description->setStrings("privileges", names))
+    {
+        return refuse(OAUTH_SERVER_ERROR);
+    }
+    return {.document = std::string{description->view()}};
+}
+
+// ------------------------------------------------------------------------------------------- D-Bus --
+
+struct ReleaseBus
+{
+    void operator()(sd_bus* bus) const noexcept
+    {
+        sd_bus_flush_close_unref(bus);
+    }
+};
+
+template <Reply (*Answer)(Service&, const std::string&)>
+int method(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/)
+{
+    const char* text = nullptr;
+    const int read = sd_bus_message_read(message, "s", &text);
+    if (read < 0)
+    {
+        return read;
+    }
+    const Reply answer = Answer(*static_cast<Service*>(userdata), text);
+    if (!answer.error)
+    {
+        return sd_bus_reply_method_return(message, "s", answer.document.c_str());
+    }
+    const std::string name =
+        "org.example.Tokens1.Error." + std::string{bmcoauth::errorText(*answer.error)};
+    const Expected<Text> document = bmcoauth::errorDocument(*answer.error);
+    return sd_bus_reply_method_errorf(message, name.c_str(), "%s",
+                                      document ? document->c_str() : "");
+}
+
+// Who may call what is the bus's business: on a controller its policy lets the web server alone call
+// Register and Issue.
+// NOLINTBEGIN(cppcoreguidelines-pro-type-const-cast): the macros are C.
+constexpr std::array table{
+    sd_bus_vtable SD_BUS_VTABLE_START(0),
+    sd_bus_vtable SD_BUS_METHOD("Register", "s", "s", method<registerClient>,
+                                SD_BUS_VTABLE_UNPRIVILEGED),
+    sd_bus_vtable SD_BUS_METHOD("Issue", "s", "s", method<issue>, SD_BUS_VTABLE_UNPRIVILEGED),
+    sd_bus_vtable SD_BUS_METHOD("Introspect", "s", "s", method<introspect>,
+                                SD_BUS_VTABLE_UNPRIVILEGED),
+    sd_bus_vtable SD_BUS_VTABLE_END,
+};
+// NOLINTEND(cppcoreguidelines-pro-type-const-cast)
+
+int serve(Service& service)
+{
+    sd_bus* raw = nullptr;
+    // A controller's services meet on the system bus: sd_bus_open_system.
+    if (sd_bus_open_user(&raw) < 0)
+    {
+        std::cerr << "no bus\n";
+        return EXIT_FAILURE;
+    }
+    const std::unique_ptr<sd_bus, ReleaseBus> bus{raw};
+    if (sd_bus_add_object_vtable(bus.get(), nullptr, "/org/example/Tokens", "org.example.Tokens1",
+                                 table.data(), &service) < 0 ||
+        sd_bus_request_name(bus.get(), "org.example.Tokens", 0) < 0)
+    {
+        std::cerr << "the name is taken, or not ours\n";
+        return EXIT_FAILURE;
+    }
+    std::cout << "ready" << std::endl;
+    for (;;)
+    {
+        const int processed = sd_bus_process(bus.get(), nullptr);
+        if (processed < 0 || (processed == 0 && sd_bus_wait(bus.get(), UINT64_MAX) < 0))
+        {
+            // The bus has gone.
+            return EXIT_SUCCESS;
+        }
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 4)
+    {
+        std::cerr << "usage: token-service SIGNING_KEY CLIENTS SECRETS\n";
+        return EXIT_FAILURE;
+    }
+    // Mode 0600, and never overwritten: with a new key all tokens out there would be worthless.
+    if (!std::ifstream{argv[1]} && !bmcoauth::generateKeyFile(argv[1]))
+    {
+        std::cerr << argv[1] << ": cannot be made\n";
+        return EXIT_FAILURE;
+    }
+    Expected<PrivateKey> key = PrivateKey::fromFile(argv[1]);
+    std::optional<Clients> clients = Clients::open(argv[2]);
+    std::ifstream secrets{argv[3]};
+    if (!key || !clients || !secrets)
+    {
+        std::cerr << "the key, the clients or the secrets cannot be read\n";
+        return EXIT_FAILURE;
+    }
+    Service service{.key = std::move(*key),
+                    .clients = std::move(*clients),
+                    .secrets = {std::istreambuf_iterator<char>{secrets}, {}}};
+    return serve(service);
+}
