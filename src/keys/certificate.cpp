@@ -94,30 +94,26 @@ void releaseFields(CertificateFields* fields) noexcept
     ASN1_item_free(reinterpret_cast<ASN1_VALUE*>(fields), ASN1_ITEM_rptr(CertificateFields));
 }
 
-Certificate::Certificate(crypto::BytesPtr bytes, long length, FieldsPtr decoded) noexcept
-    : der{std::move(bytes)}, derLength{length}, fields{std::move(decoded)}
+Certificate::Certificate(crypto::DerBytes bytes, FieldsPtr decoded) noexcept
+    : der{std::move(bytes)}, fields{std::move(decoded)}
 {
 }
 
 std::optional<Certificate> Certificate::read(std::string_view pem) noexcept
 {
-    const crypto::BioPtr source = crypto::readingBio(pem);
-    unsigned char* data = nullptr;
-    long length = 0;
-    if (!source || PEM_bytes_read_bio(&data, &length, nullptr, PEM_STRING_X509, source.get(),
-                                      crypto::refusePassPhrase, nullptr) != 1)
+    crypto::DerBytes der = crypto::readPem(pem, PEM_STRING_X509);
+    if (!der)
     {
         return std::nullopt;
     }
-    crypto::BytesPtr bytes{data};
-    const unsigned char* position = data;
+    const unsigned char* position = der.data.get();
     FieldsPtr fields{reinterpret_cast<CertificateFields*>(
-        ASN1_item_d2i(nullptr, &position, length, ASN1_ITEM_rptr(CertificateFields)))};
+        ASN1_item_d2i(nullptr, &position, der.length, ASN1_ITEM_rptr(CertificateFields)))};
     if (!fields)
     {
         return std::nullopt;
     }
-    return Certificate{std::move(bytes), length, std::move(fields)};
+    return Certificate{std::move(der), std::move(fields)};
 }
 
 std::optional<std::string_view> Certificate::commonName() const noexcept
@@ -142,18 +138,17 @@ crypto::EcKeyPtr Certificate::ecKey() const noexcept
         return crypto::publicKeyAt(*point);
     }
     // Other curves, compressed points and spelt-out parameters are rare: libcrypto sorts them out.
-    const unsigned char* position = der.get();
-    const crypto::X509Ptr certificate{d2i_X509(nullptr, &position, derLength)};
+    const unsigned char* position = der.data.get();
+    const crypto::X509Ptr certificate{d2i_X509(nullptr, &position, der.length)};
     const crypto::PkeyPtr key{certificate ? X509_get_pubkey(certificate.get()) : nullptr};
     return crypto::EcKeyPtr{key ? EVP_PKEY_get1_EC_KEY(key.get()) : nullptr};
 }
 
 crypto::X509Ptr readX509(std::string_view pem) noexcept
 {
-    const crypto::BioPtr source = crypto::readingBio(pem);
-    return crypto::X509Ptr{
-        source ? PEM_read_bio_X509(source.get(), nullptr, crypto::refusePassPhrase, nullptr)
-               : nullptr};
+    const crypto::DerBytes der = crypto::readPem(pem, PEM_STRING_X509);
+    const unsigned char* position = der.data.get();
+    return crypto::X509Ptr{der ? d2i_X509(nullptr, &position, der.length) : nullptr};
 }
 
 std::string certificatePem(std::string_view body)

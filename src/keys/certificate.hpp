@@ -3,6 +3,7 @@
 
 #include "common/owners.hpp"
 #include "crypto/openssl.hpp"
+#include "crypto/pem.hpp"
 
 #include <bmcoauth/handshake_payload.h>
 
@@ -36,10 +37,9 @@ public:
 private:
     using FieldsPtr = std::unique_ptr<CertificateFields, Releaser<releaseFields>>;
 
-    Certificate(crypto::BytesPtr bytes, long length, FieldsPtr decoded) noexcept;
+    Certificate(crypto::DerBytes bytes, FieldsPtr decoded) noexcept;
 
-    crypto::BytesPtr der;
-    long derLength;
+    crypto::DerBytes der;
     FieldsPtr fields;
 };
 

@@ -3,6 +3,7 @@
 
 #include "crypto/ec_key.hpp"
 #include "crypto/openssl.hpp"
+#include "crypto/pem.hpp"
 
 #include <bmcoauth/support.h>
 
@@ -65,21 +66,18 @@ HeapBlock<unsigned char> essentialBlock(std::size_t size, unsigned int line)
 
 crypto::RsaPtr readRsaKey(std::string_view pem) noexcept
 {
-    // A reader leaves its text behind what it has passed over, so that the second one starts anew.
-    for (const auto read : {PEM_read_bio_RSA_PUBKEY, PEM_read_bio_RSAPublicKey})
+    if (const crypto::DerBytes info = crypto::readPem(pem, PEM_STRING_PUBLIC))
     {
-        const crypto::BioPtr text = crypto::readingBio(pem);
-        if (!text)
-        {
-            return nullptr;
-        }
-        crypto::RsaPtr key{read(text.get(), nullptr, crypto::refusePassPhrase, nullptr)};
+        const unsigned char* position = info.data.get();
+        crypto::RsaPtr key{d2i_RSA_PUBKEY(nullptr, &position, info.length)};
         if (key)
         {
             return key;
         }
     }
-    return nullptr;
+    const crypto::DerBytes numbers = crypto::readPem(pem, PEM_STRING_RSA_PUBLIC);
+    const unsigned char* position = numbers.data.get();
+    return crypto::RsaPtr{numbers ? d2i_RSAPublicKey(nullptr, &position, numbers.length) : nullptr};
 }
 
 /** Whether the exponent of @p key is one of RFC 8017, section 3.1, as far as a look at it tells:
@@ -93,22 +91,17 @@ bool hasSoundExponent(const RSA& key) noexcept
 /** What PEM_read_bio_EC_PUBKEY reads; the usual keys without its making their curve anew. */
 crypto::EcKeyPtr readEcKey(std::string_view pem) noexcept
 {
-    const crypto::BioPtr text = crypto::readingBio(pem);
-    unsigned char* data = nullptr;
-    long length = 0;
-    if (!text || PEM_bytes_read_bio(&data, &length, nullptr, PEM_STRING_PUBLIC, text.get(),
-                                    crypto::refusePassPhrase, nullptr) != 1)
+    const crypto::DerBytes info = crypto::readPem(pem, PEM_STRING_PUBLIC);
+    if (!info)
     {
         return nullptr;
     }
-    const crypto::BytesPtr info{data};
-    if (const std::optional<crypto::P256Point> point =
-            crypto::usualPoint({data, static_cast<std::size_t>(length)}))
+    if (const std::optional<crypto::P256Point> point = crypto::usualPoint(info.bytes()))
     {
         return crypto::publicKeyAt(*point);
     }
-    const unsigned char* position = data;
-    return crypto::EcKeyPtr{d2i_EC_PUBKEY(nullptr, &position, length)};
+    const unsigned char* position = info.data.get();
+    return crypto::EcKeyPtr{d2i_EC_PUBKEY(nullptr, &position, info.length)};
 }
 
 /** RSASSA-PSS (RFC 8017, section 8.1.2) with a salt of any length. */

@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "crypto/pem.hpp"
+
+#include "crypto/base64.hpp"
+
+#include <openssl/pem.h>
+
+#include <initializer_list>
+#include <optional>
+
+namespace bmcoauth::crypto
+{
+
+namespace
+{
+
+/** The length of every line but the last (RFC 7468, section 2). */
+constexpr std::size_t lineLength = 64;
+
+/** Passes over the @p parts in turn; false when something else is next. */
+bool take(std::string_view& text, std::initializer_list<std::string_view> parts) noexcept
+{
+    for (const std::string_view part : parts)
+    {
+        if (!text.starts_with(part))
+        {
+            return false;
+        }
+        text.remove_prefix(part.size());
+    }
+    return true;
+}
+
+/** The lines between the marks, where @p pem begins with a block named @p name and its marks are as
+ *  they are always written; nothing where it takes a closer look. */
+std::optional<std::string_view> usualBody(std::string_view pem, std::string_view name) noexcept
+{
+    if (!take(pem, {"-----BEGIN ", name, "-----\n"}))
+    {
+        return std::nullopt;
+    }
+    const std::string_view body = pem.substr(0, pem.find('-'));
+    pem.remove_prefix(body.size());
+    if (!take(pem, {"-----END ", name, "-----"}) || !(pem.empty() || pem.front() == '\n') ||
+        !body.ends_with('\n') || body.find('_') != std::string_view::npos)
+    {
+        return std::nullopt;
+    }
+    return body;
+}
+
+/** Decodes full lines and a last one that may be shorter to @p der, which has room for all; false
+ *  for any other @p body. */
+bool decodeLines(std::string_view body, DerBytes& der) noexcept
+{
+    unsigned char* out = der.data.get();
+    for (; body.size() > lineLength + 1; body.remove_prefix(lineLength + 1))
+    {
+        if (body[lineLength] != '\n' || !decodeDigits(body.substr(0, lineLength), out))
+        {
+            return false;
+        }
+        out += decodedLength(lineLength);
+    }
+    body.remove_suffix(1);
+    const std::string_view digits = withoutPadding(body);
+    if (body.size() % 4 != 0 || !decodeDigits(digits, out))
+    {
+        return false;
+    }
+    out += decodedLength(digits.size());
+    der.length = out - der.data.get();
+    return true;
+}
+
+} // namespace
+
+DerBytes readPem(std::string_view pem, const char* name) noexcept
+{
+    DerBytes der;
+    if (const std::optional<std::string_view> body = usualBody(pem, name))
+    {
+        der.data.reset(static_cast<unsigned char*>(OPENSSL_malloc(decodedLength(body->size()))));
+        if (!der || decodeLines(*body, der))
+        {
+            return der;
+        }
+    }
+    const BioPtr text = readingBio(pem);
+    unsigned char* data = nullptr;
+    if (!text || PEM_bytes_read_bio(&data, &der.length, nullptr, name, text.get(), refusePassPhrase,
+                                    nullptr) != 1)
+    {
+        return {};
+    }
+    der.data.reset(data);
+    return der;
+}
+
+} // namespace bmcoauth::crypto

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "crypto/openssl.hpp"
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+
+namespace bmcoauth::crypto
+{
+
+/** The DER bytes of a PEM block; false in a condition when there are none. */
+struct DerBytes
+{
+    BytesPtr data;
+    long length = 0;
+
+    explicit operator bool() const noexcept
+    {
+        return data != nullptr;
+    }
+
+    [[nodiscard]] std::span<const unsigned char> bytes() const noexcept
+    {
+        return {data.get(), static_cast<std::size_t>(length)};
+    }
+};
+
+/** What PEM_bytes_read_bio finds in @p pem under the name @p name: the bytes of the first block that
+ *  bears it, or an older name of the same thing. */
+[[nodiscard]] DerBytes readPem(std::string_view pem, const char* name) noexcept;
+
+} // namespace bmcoauth::crypto
