@@ -4,6 +4,7 @@
 #include <openssl/obj_mac.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 
 namespace bmcoauth::crypto
@@ -21,6 +22,29 @@ bool hasUsableScalar(const EC_KEY& key) noexcept
            !BN_is_negative(scalar) && BN_cmp(scalar, order) < 0;
 }
 
+constexpr std::array<unsigned char, 26> p256Prefix{
+    0x30, 0x59, 0x30, 0x13, 0x06, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x02, 0x01,
+    0x06, 0x08, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x03, 0x01, 0x07, 0x03, 0x42, 0x00};
+constexpr std::array<unsigned char, 23> p384Prefix{0x30, 0x76, 0x30, 0x10, 0x06, 0x07, 0x2a, 0x86,
+                                                   0x48, 0xce, 0x3d, 0x02, 0x01, 0x06, 0x05, 0x2b,
+                                                   0x81, 0x04, 0x00, 0x22, 0x03, 0x62, 0x00};
+constexpr std::array<unsigned char, 25> p521Prefix{
+    0x30, 0x81, 0x9b, 0x30, 0x10, 0x06, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x02,
+    0x01, 0x06, 0x05, 0x2b, 0x81, 0x04, 0x00, 0x23, 0x03, 0x81, 0x86, 0x00};
+
+/** In the order of Curve. */
+constexpr std::array<CurveFacts, 3> curves{{
+    {NID_X9_62_prime256v1, 32, p256Prefix},
+    {NID_secp384r1, 48, p384Prefix},
+    {NID_secp521r1, 66, p521Prefix},
+}};
+
+/** The length of an uncompressed point. */
+constexpr std::size_t pointSize(const CurveFacts& curve)
+{
+    return 1 + 2 * curve.coordinateSize;
+}
+
 /** How an ECPrivateKey structure that names P-256 and carries its uncompressed point begins; the 32
  *  bytes of the scalar follow, then what announces the curve and the point. */
 constexpr std::array<unsigned char, 7> privatePrefix{0x30, 0x77, 0x02, 0x01, 0x01, 0x04, 0x20};
@@ -28,8 +52,9 @@ constexpr std::size_t scalarBytes = 32;
 constexpr std::array<unsigned char, 17> curveAndPoint{0xa0, 0x0a, 0x06, 0x08, 0x2a, 0x86,
                                                       0x48, 0xce, 0x3d, 0x03, 0x01, 0x07,
                                                       0xa1, 0x44, 0x03, 0x42, 0x00};
+constexpr std::size_t pointBytes = pointSize(curves[0]);
 constexpr std::size_t usualBytes =
-    privatePrefix.size() + scalarBytes + curveAndPoint.size() + P256Point::extent;
+    privatePrefix.size() + scalarBytes + curveAndPoint.size() + pointBytes;
 
 /** The key of a structure in that one usual encoding, without making its curve anew; null for any
  *  other, and where OpenSSL's decoder has the last word. */
@@ -42,9 +67,9 @@ EcKeyPtr usualPrivateKey(std::span<const unsigned char> der) noexcept
     }
     const auto scalar = der.subspan(privatePrefix.size(), scalarBytes);
     const auto rest = der.first(usualBytes).subspan(privatePrefix.size() + scalarBytes);
-    const P256Point point = rest.last<P256Point::extent>();
+    const UsualPoint point{Curve::p256, rest.last(pointBytes)};
     if (!std::ranges::equal(rest.first(curveAndPoint.size()), curveAndPoint) ||
-        point.front() != uncompressedPoint)
+        point.bytes.front() != uncompressedPoint)
     {
         return nullptr;
     }
@@ -76,16 +101,22 @@ EcKeyPtr decodeAnyPrivateKey(const unsigned char* der, int derLength) noexcept
 
 } // namespace
 
-const EC_GROUP* p256Group() noexcept
+const CurveFacts& factsOf(Curve curve) noexcept
 {
-    // Not a static object's constructor: one that failed would never be tried again, and a
-    // destructor would take the group from threads that outlive main.
-    static std::atomic<const EC_GROUP*> shared{nullptr};
-    const EC_GROUP* group = shared.load(std::memory_order_acquire);
+    return curves[static_cast<std::size_t>(curve)];
+}
+
+const EC_GROUP* groupOf(Curve curve) noexcept
+{
+    // Not static objects' constructors: one that failed would never be tried again, and a destructor
+    // would take the group from threads that outlive main.
+    static std::array<std::atomic<const EC_GROUP*>, curves.size()> shared{};
+    std::atomic<const EC_GROUP*>& kept = shared[static_cast<std::size_t>(curve)];
+    const EC_GROUP* group = kept.load(std::memory_order_acquire);
     if (group == nullptr)
     {
-        EcGroupPtr made{EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1)};
-        if (made && shared.compare_exchange_strong(group, made.get(), std::memory_order_acq_rel))
+        EcGroupPtr made{EC_GROUP_new_by_curve_name(factsOf(curve).number)};
+        if (made && kept.compare_exchange_strong(group, made.get(), std::memory_order_acq_rel))
         {
             group = made.release();
         }
@@ -113,24 +144,28 @@ EcKeyPtr decodePrivateKey(const unsigned char* der, int derLength) noexcept
     return key && isP256(*key) && hasUsableScalar(*key) ? std::move(key) : nullptr;
 }
 
-std::optional<P256Point> usualPoint(std::span<const unsigned char> info) noexcept
+std::optional<UsualPoint> usualPoint(std::span<const unsigned char> info) noexcept
 {
-    if (info.size() != p256Prefix.size() + P256Point::extent ||
-        !std::ranges::equal(info.first(p256Prefix.size()), p256Prefix) ||
-        info[p256Prefix.size()] != uncompressedPoint)
+    for (const Curve curve : {Curve::p256, Curve::p384, Curve::p521})
     {
-        return std::nullopt;
+        const CurveFacts& facts = factsOf(curve);
+        const std::size_t head = facts.prefix.size();
+        if (info.size() == head + pointSize(facts) &&
+            std::ranges::equal(info.first(head), facts.prefix) && info[head] == uncompressedPoint)
+        {
+            return UsualPoint{curve, info.subspan(head)};
+        }
     }
-    return info.last<P256Point::extent>();
+    return std::nullopt;
 }
 
-EcKeyPtr publicKeyAt(P256Point point) noexcept
+EcKeyPtr publicKeyAt(const UsualPoint& point) noexcept
 {
-    const EC_GROUP* const group = p256Group();
+    const EC_GROUP* const group = groupOf(point.curve);
     EcKeyPtr key{group != nullptr ? EC_KEY_new() : nullptr};
     // Refuses a point that is off the curve.
     return key && EC_KEY_set_group(key.get(), group) == 1 &&
-                   EC_KEY_oct2key(key.get(), point.data(), point.size(), nullptr) == 1
+                   EC_KEY_oct2key(key.get(), point.bytes.data(), point.bytes.size(), nullptr) == 1
                ? std::move(key)
                : nullptr;
 }

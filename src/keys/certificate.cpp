@@ -132,7 +132,7 @@ std::optional<std::string_view> Certificate::commonName() const noexcept
 crypto::EcKeyPtr Certificate::ecKey() const noexcept
 {
     const ASN1_ENCODING& info = fields->content->keyInfo->encoding;
-    if (const std::optional<crypto::P256Point> point =
+    if (const std::optional<crypto::UsualPoint> point =
             crypto::usualPoint({info.enc, static_cast<std::size_t>(info.len)}))
     {
         return crypto::publicKeyAt(*point);

@@ -13,12 +13,9 @@
 #include <bmcoauth/jwk.h>
 #include <bmcoauth/support.h>
 
-#include <openssl/obj_mac.h>
 #include <openssl/pem.h>
 
 #include <algorithm>
-#include <array>
-#include <span>
 #include <vector>
 
 namespace bmcoauth::keys
@@ -27,35 +24,20 @@ namespace bmcoauth::keys
 namespace
 {
 
-// As crypto::p256Prefix, for the larger curves.
-constexpr std::array<unsigned char, 23> p384Prefix{0x30, 0x76, 0x30, 0x10, 0x06, 0x07, 0x2a, 0x86,
-                                                   0x48, 0xce, 0x3d, 0x02, 0x01, 0x06, 0x05, 0x2b,
-                                                   0x81, 0x04, 0x00, 0x22, 0x03, 0x62, 0x00};
-constexpr std::array<unsigned char, 25> p521Prefix{
-    0x30, 0x81, 0x9b, 0x30, 0x10, 0x06, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x02,
-    0x01, 0x06, 0x05, 0x2b, 0x81, 0x04, 0x00, 0x23, 0x03, 0x81, 0x86, 0x00};
-
-struct Curve
-{
-    int number;
-    int coordinateSize;
-    std::span<const unsigned char> prefix;
-};
-
 /** The curve of the JSON Web Key name @p name (RFC 7518, section 6.2.1.1): P-256 for every other
  *  name and none at all, as the issuers of delegated tokens count on. */
-Curve curveOf(const char* name)
+crypto::Curve curveOf(const char* name)
 {
     const std::string_view wanted = name == nullptr ? "" : name;
     if (equalIgnoringCase(wanted, "P-384"))
     {
-        return {NID_secp384r1, 48, p384Prefix};
+        return crypto::Curve::p384;
     }
     if (equalIgnoringCase(wanted, "P-521"))
     {
-        return {NID_secp521r1, 66, p521Prefix};
+        return crypto::Curve::p521;
     }
-    return {NID_X9_62_prime256v1, 32, crypto::p256Prefix};
+    return crypto::Curve::p256;
 }
 
 /** The big-endian number of a Base64url text; null for anything else. */
@@ -81,17 +63,6 @@ bool isPoint(const EC_GROUP& group, const BIGNUM& x, const BIGNUM& y)
            EC_POINT_set_affine_coordinates(&group, point.get(), &x, &y, nullptr) == 1;
 }
 
-bool isPoint(const Curve& curve, const BIGNUM& x, const BIGNUM& y)
-{
-    if (curve.number == NID_X9_62_prime256v1)
-    {
-        const EC_GROUP* const group = crypto::p256Group();
-        return group != nullptr && isPoint(*group, x, y);
-    }
-    const crypto::EcGroupPtr group{EC_GROUP_new_by_curve_name(curve.number)};
-    return group && isPoint(*group, x, y);
-}
-
 std::optional<std::string> writtenBy(BIO* memory, bool written)
 {
     if (!written)
@@ -107,21 +78,23 @@ std::optional<std::string> ecPublicKeyPem(const char* x, const char* y, const ch
 {
     const crypto::BignumPtr xNumber = number(x);
     const crypto::BignumPtr yNumber = number(y);
-    const Curve chosen = curveOf(curve);
-    if (!xNumber || !yNumber || !isPoint(chosen, *xNumber, *yNumber))
+    const crypto::Curve chosen = curveOf(curve);
+    const EC_GROUP* const group = crypto::groupOf(chosen);
+    if (!xNumber || !yNumber || group == nullptr || !isPoint(*group, *xNumber, *yNumber))
     {
         return std::nullopt;
     }
-    const auto size = static_cast<std::size_t>(chosen.coordinateSize);
-    std::vector<unsigned char> der(chosen.prefix.size() + 1 + 2 * size);
-    unsigned char* const point = std::ranges::copy(chosen.prefix, der.data()).out;
+    const crypto::CurveFacts& facts = crypto::factsOf(chosen);
+    const std::size_t size = facts.coordinateSize;
+    std::vector<unsigned char> der(facts.prefix.size() + 1 + 2 * size);
+    unsigned char* const point = std::ranges::copy(facts.prefix, der.data()).out;
     *point = crypto::uncompressedPoint;
     const crypto::BioPtr pem{BIO_new(BIO_s_mem())};
-    return writtenBy(pem.get(),
-                     pem && BN_bn2binpad(xNumber.get(), point + 1, chosen.coordinateSize) > 0 &&
-                         BN_bn2binpad(yNumber.get(), point + 1 + size, chosen.coordinateSize) > 0 &&
-                         PEM_write_bio(pem.get(), PEM_STRING_PUBLIC, "", der.data(),
-                                       static_cast<long>(der.size())) > 0);
+    return writtenBy(
+        pem.get(), pem && BN_bn2binpad(xNumber.get(), point + 1, static_cast<int>(size)) > 0 &&
+                       BN_bn2binpad(yNumber.get(), point + 1 + size, static_cast<int>(size)) > 0 &&
+                       PEM_write_bio(pem.get(), PEM_STRING_PUBLIC, "", der.data(),
+                                     static_cast<long>(der.size())) > 0);
 }
 
 std::optional<std::string> rsaPublicKeyPem(const char* n, const char* e)

@@ -96,7 +96,7 @@ crypto::EcKeyPtr readEcKey(std::string_view pem) noexcept
     {
         return nullptr;
     }
-    if (const std::optional<crypto::P256Point> point = crypto::usualPoint(info.bytes()))
+    if (const std::optional<crypto::UsualPoint> point = crypto::usualPoint(info.bytes()))
     {
         return crypto::publicKeyAt(*point);
     }

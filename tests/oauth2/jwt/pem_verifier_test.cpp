@@ -12,6 +12,7 @@
 #include <openssl/bn.h>
 #include <openssl/err.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string>
 #include <vector>
@@ -591,6 +592,53 @@ TEST(PemVerifier, ReadsEachEncodingOfAPoint)
         std::string changed = usual;
         changed[i] = static_cast<char>(changed[i] ^ 1);
         EXPECT_FALSE(acceptsInfo(changed));
+    }
+}
+
+/** The bytes in the block of @p pem. */
+std::string derOf(std::string pem)
+{
+    pem.erase(0, pem.find('\n'));
+    pem.resize(pem.find("-----END"));
+    std::erase(pem, '\n');
+    std::erase(pem, '=');
+    std::ranges::replace(pem, '+', '-');
+    std::ranges::replace(pem, '/', '_');
+    return tokens::fromBase64Url(pem);
+}
+
+TEST(PemVerifier, RefusesPointsOffEachCurve)
+{
+    for (const Algorithm& algorithm : algorithms)
+    {
+        if (algorithm.half == 0)
+        {
+            continue;
+        }
+        SCOPED_TRACE(algorithm.name);
+        const std::string input = inputFor(algorithm.name);
+        const std::string signature = signatureOf(algorithm, input);
+        const std::string usual = derOf(algorithm.key().pem());
+        EXPECT_TRUE(accepts(input, signature, pemOf("PUBLIC KEY", usual)));
+        EXPECT_TRUE(accepts(input, signature, pemOf("PUBLIC KEY", usual + "x")));
+        EXPECT_FALSE(
+            accepts(input, signature, pemOf("PUBLIC KEY", usual.substr(0, usual.size() - 1))));
+        std::string off = usual;
+        off.back() = static_cast<char>(off.back() ^ 1);
+        EXPECT_FALSE(accepts(input, signature, pemOf("PUBLIC KEY", off)));
+        // In each byte before the coordinates but the number of bits that do not count at the end:
+        // without a last bit that is zero a point stays the same.
+        const std::size_t mark = usual.size() - 2 * algorithm.half - 1;
+        for (std::size_t i = 0; i <= mark; ++i)
+        {
+            if (i == mark - 1)
+            {
+                continue;
+            }
+            std::string changed = usual;
+            changed[i] = static_cast<char>(changed[i] ^ 1);
+            EXPECT_FALSE(accepts(input, signature, pemOf("PUBLIC KEY", changed))) << i;
+        }
     }
 }
 
