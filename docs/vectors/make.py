@@ -820,12 +820,41 @@ def registration():
                "two parameters are the least that is written"),
         answer("no challenge", {}, False),
     ]
+    def told(name, document, fields=None, why=None):
+        row = {"name": name, "valid": fields is not None, "document": compact(document)}
+        if fields is not None:
+            row["fields"] = {"client_secret_expires_at": "0", **fields}
+        return {**row, "why": why} if why else row
+
+    secret = {"client_id": "a", "client_secret": "s"}
+    answers = [
+        told("an identifier alone", {"client_id": "a"}, {"client_id": "a"}),
+        told("everything", {**secret, "client_secret_expires_at": 1798761600,
+                            "client_id_issued_at": 1767225600, "registration_access_token": "t",
+                            "registration_client_uri": "https://server.example/c?id=a"},
+             {**secret, "client_secret_expires_at": "1798761600", "client_id_issued_at": "1767225600",
+              "registration_access_token": "t",
+              "registration_client_uri": "https://server.example/c?id=a"}),
+        told("the end of a secret that is not there", {"client_id": "a", "client_secret_expires_at": 60},
+             {"client_id": "a"}, "it is not looked at"),
+        told("the largest number", {**secret, "client_secret_expires_at": 4294967295},
+             {**secret, "client_secret_expires_at": "4294967295"}),
+        told("a time of issue that is a text", {"client_id": "a", "client_id_issued_at": "60"},
+             {"client_id": "a"}),
+        told("no identifier", {"client_secret": "s", "client_secret_expires_at": 60}),
+        told("a secret without an end", secret),
+        told("an end that is a text", {**secret, "client_secret_expires_at": "60"}),
+        told("an end beyond 32 bits", {**secret, "client_secret_expires_at": 4294967296}),
+        told("a negative end", {**secret, "client_secret_expires_at": -1}),
+    ]
     return {
         "about": "Registration: \"requests\" as parse_register_request reads and "
                  "write_register_request writes them, \"responses\" as write_register_response "
-                 "writes them for a record with these members (a list of one may stand as a text).",
+                 "writes them for a record with these members (a list of one may stand as a text), "
+                 "\"answers\" of an OpenID Connect endpoint as parse_oidc_register_response reads them.",
         "requests": requests,
         "responses": responses,
+        "answers": answers,
     }
 
 

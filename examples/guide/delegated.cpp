@@ -40,7 +40,7 @@ unsigned int privileges(const char* token, const char* key)
     {
         return 0;
     }
-    // Whose token it is, and for whom: the library has not looked.
+    // Whose token it is, the library has not looked; nor for whom (payload->aud), where it says so.
     if (payload->iss == nullptr || std::strcmp(payload->iss, "corp") != 0)
     {
         return 0;

@@ -98,8 +98,8 @@ BMCOAUTH_API char* createRsaPublicKey(const char* n, const char* e);
 
 /** appendPublicKey adds the member "kest_decoded_key" to the JSON Web Key `*text`: its public key
  *  in PEM without the line feed at the end. `*text` is a text of the heap and is replaced by the
- *  compact form of the changed document.
- *
+ *  compact form of the changed document; without memory for that text the process ends at once.
+ *  NOTE: on failure a "kest_decoded_key" that came along stays in it: do not use such a key.
  *  The key is an EC key ("kty" is "EC"; "crv", "x", "y") or an RSA key ("RSA"; "n", "e"), the type
  *  in any case. Returns 0, with `*text` as it was, if it is null or not a JSON object, if its type
  *  is another one, or if createEcPublicKey or createRsaPublicKey makes nothing of its members. */

@@ -37,7 +37,7 @@ BMCOAUTH_API char* generateJWT(JWTHeader* header, JWTPayload* payload, const uns
  *  Returns 1 if the token is valid and 2 if it has expired, in which case its signature has not
  *  been looked at. Returns 0 if it is invalid in any other way: malformed, not yet valid, of a
  *  wrong signature, or an argument is null; so it does if memory runs out while the token is read.
- *  Returns 3 if the clock cannot be read or memory runs out for a record.
+ *  Returns 3 without a clock or memory for a record; without memory for "kid" the process ends.
  *
  *  "typ", "alg", "sub", "iss", "jti", "iat", "nbf" and "exp" must be strings, "kid" and "scope" may
  *  be missing; "scope" is an object, not an empty one, of arrays of strings. A time is decimal,

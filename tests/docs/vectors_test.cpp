@@ -24,6 +24,7 @@ namespace
 
 using RegisterRequestPtr = std::unique_ptr<RegisterRequest, Releaser<free_register_request>>;
 using RegisterResponsePtr = std::unique_ptr<RegisterResponse, Releaser<free_register_response>>;
+using OidcPtr = std::unique_ptr<OidcRegisterResponse, Releaser<free_oidc_register_response>>;
 using AuthorizeRequestPtr = std::unique_ptr<AuthorizeRequest, Releaser<free_authorize_request>>;
 using AuthorizeResponsePtr = std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_response>>;
 using HeaderPtr = std::unique_ptr<JWTHeader, Releaser<free_jwt_header>>;
@@ -399,6 +400,27 @@ TEST(PublishedVectors, RegisterResponses)
         const HeapText written{write_register_response(response.get())};
         EXPECT_EQ(orNull(written.get()),
                   row["valid"].asBool() ? row["written"].asString() : "(null)");
+    });
+}
+
+TEST(PublishedVectors, OidcAnswers)
+{
+    forEach(vectorsOfManual("register.json")["answers"], [](const Json::Value& row) {
+        const OidcPtr answer{parse_oidc_register_response(row["document"].asCString())};
+        ASSERT_EQ(answer != nullptr, row["valid"].asBool());
+        if (!answer)
+        {
+            return;
+        }
+        const auto expected = [&row](const char* field) {
+            return orNull(orNullPointer(textOf(row["fields"], field)));
+        };
+        EXPECT_EQ(orNull(answer->client_id), expected("client_id"));
+        EXPECT_EQ(orNull(answer->client_secret), expected("client_secret"));
+        EXPECT_EQ(orNull(answer->registration_access_token), expected("registration_access_token"));
+        EXPECT_EQ(orNull(answer->registration_client_uri), expected("registration_client_uri"));
+        EXPECT_EQ(orNull(answer->client_id_issued_at), expected("client_id_issued_at"));
+        EXPECT_EQ(orNull(answer->client_secret_expires_at), expected("client_secret_expires_at"));
     });
 }
 
