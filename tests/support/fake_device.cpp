@@ -291,6 +291,31 @@ void FailAllocation::stop()
     }
 }
 
+FailCall::FailCall(Kind kind, int error, unsigned int nth, FailAllocation::Extent extent)
+{
+    interposed::systemCalls = {&failed, kind, error, nth, extent == FailAllocation::fromThenOn};
+}
+
+FailCall::~FailCall()
+{
+    stop();
+}
+
+bool FailCall::reached()
+{
+    stop();
+    return failed;
+}
+
+void FailCall::stop()
+{
+    if (armed)
+    {
+        interposed::systemCalls = {};
+        armed = false;
+    }
+}
+
 JournalEntries::JournalEntries(int error)
     : sendError{error}, previous{journalEntries.exchange(this)}
 {

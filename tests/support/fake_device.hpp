@@ -174,9 +174,9 @@ public:
 };
 
 /** FailAllocation makes the `nth` allocation of this thread fail, counted from 1 from its making on
- *  (0: none): malloc, calloc, realloc, aligned_alloc, strdup, strndup and new, by whomever. Other
- *  threads are not touched. `onceOnly` lets later ones succeed; `fromThenOn` is memory that stays
- *  exhausted.
+ *  (0: none): malloc, calloc, realloc, aligned_alloc, posix_memalign, strdup, strndup, asprintf and
+ *  new, by whomever. Other threads are not touched. `onceOnly` lets later ones succeed; `fromThenOn`
+ *  is memory that stays exhausted.
  *
  *  Have OpenSSL used once before, see withEachAllocationFailing. GoogleTest allocates too: ask
  *  `reached` before the first expectation. */
@@ -223,6 +223,42 @@ void withEachAllocationFailing(const Body& body,
         more = failure.reached() || nth == 0;
     }
 }
+
+/** FailCall makes the `nth` call of one kind fail that this thread makes to the operating system,
+ *  counted from 1 from its making on (0: none), on whatever file.
+ *
+ *  While one for reading is alive, a file that is opened as a stream is read in a way that it can
+ *  see: the C library's own reading cannot be replaced. */
+class FailCall
+{
+public:
+    enum Kind
+    {
+        opening, /**< open and fopen */
+        asking,  /**< access */
+        reading
+    };
+
+    /** What a reading call may do instead of failing with an error. */
+    static constexpr int oneByteLess = -1;
+    static constexpr int endOfFile = -2;
+
+    FailCall(Kind kind, int error, unsigned int nth,
+             FailAllocation::Extent extent = FailAllocation::onceOnly);
+    FailCall(const FailCall&) = delete;
+    FailCall& operator=(const FailCall&) = delete;
+    ~FailCall();
+
+    /** Whether a call failed. Ends the failing and the counting. */
+    [[nodiscard]] bool reached();
+
+    /** Ends the failing and the counting. */
+    void stop();
+
+private:
+    bool failed = false;
+    bool armed = true;
+};
 
 /** JournalEntries keeps what is sent to the system journal instead of letting it go there. */
 class JournalEntries

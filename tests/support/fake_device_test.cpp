@@ -352,6 +352,106 @@ TEST(FailAllocation, ReachesAllocationsOfTheLibraryAndOfWhatItUses)
     EXPECT_GT(runs, 5U);
 }
 
+TEST(FailAllocation, FailsWhatTheCLibraryAllocatesForItsCaller)
+{
+    char* text = nullptr;
+    FailAllocation printed{1};
+    const int length = asprintf(&text, "%d", 4711);
+    EXPECT_TRUE(printed.reached());
+    EXPECT_EQ(length, -1);
+    void* block = nullptr;
+    FailAllocation aligned{1};
+    const int error = posix_memalign(&block, 64, 64);
+    EXPECT_TRUE(aligned.reached());
+    EXPECT_EQ(error, ENOMEM);
+    EXPECT_EQ(block, nullptr);
+}
+
+TEST(FailCall, FailsTheNthOpeningOnceOrFromThenOn)
+{
+    FakeFiles files;
+    files.put(rootPath, "root");
+    const auto opens = [] {
+        const int descriptor = open(rootPath, O_RDONLY | O_CLOEXEC);
+        const int error = errno;
+        if (descriptor >= 0)
+        {
+            close(descriptor);
+        }
+        return descriptor >= 0 ? 0 : error;
+    };
+    const auto opensAsStream = [] {
+        std::FILE* const stream = std::fopen(rootPath, "re");
+        const int error = errno;
+        if (stream != nullptr)
+        {
+            std::fclose(stream);
+        }
+        return stream != nullptr ? 0 : error;
+    };
+    {
+        FailCall failure{FailCall::opening, EMFILE, 2};
+        const std::array errors{opensAsStream(), opens(), opens()};
+        EXPECT_TRUE(failure.reached());
+        EXPECT_EQ(errors, (std::array{0, EMFILE, 0}));
+    }
+    {
+        FailCall failure{FailCall::opening, EACCES, 2, FailAllocation::fromThenOn};
+        const std::array errors{opens(), opensAsStream(), opens()};
+        EXPECT_TRUE(failure.reached());
+        EXPECT_EQ(errors, (std::array{0, EACCES, EACCES}));
+    }
+    FailCall failure{FailCall::opening, EACCES, 2};
+    EXPECT_EQ(opens(), 0);
+    EXPECT_FALSE(failure.reached());
+    EXPECT_EQ(opens(), 0);
+}
+
+TEST(FailCall, FailsAskingForAFile)
+{
+    const MarkerFile marker;
+    FailCall failure{FailCall::asking, EACCES, 1};
+    const int refused = access("/etc/vorn_fw", F_OK);
+    const int error = errno;
+    EXPECT_TRUE(failure.reached());
+    EXPECT_EQ(refused, -1);
+    EXPECT_EQ(error, EACCES);
+    EXPECT_EQ(access("/etc/vorn_fw", F_OK), 0);
+}
+
+TEST(FailCall, FailsReadingOfDevicesAndOfStreams)
+{
+    const FakeRandom random{"0123456789"};
+    FakeFiles files;
+    files.put(rootPath, "0123456789");
+    const auto received = [](int error) {
+        FailCall failure{FailCall::reading, error, 1};
+        const int device = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+        std::array<char, 10> bytes{};
+        const ssize_t count = read(device, bytes.data(), bytes.size());
+        close(device);
+        EXPECT_TRUE(failure.reached());
+        return count;
+    };
+    EXPECT_EQ(received(EINTR), -1);
+    EXPECT_EQ(received(FailCall::oneByteLess), 9);
+    EXPECT_EQ(received(FailCall::endOfFile), 0);
+
+    const auto streamed = [](int error, unsigned int nth) {
+        FailCall failure{FailCall::reading, error, nth};
+        std::FILE* const stream = std::fopen(rootPath, "re");
+        std::array<char, 20> bytes{};
+        const std::size_t count = std::fread(bytes.data(), 1, bytes.size(), stream);
+        const bool failed = std::ferror(stream) != 0;
+        std::fclose(stream);
+        EXPECT_EQ(failure.reached(), nth == 1);
+        return failed ? std::string{"error"} : std::string(bytes.data(), count);
+    };
+    EXPECT_EQ(streamed(EIO, 0), "0123456789");
+    EXPECT_EQ(streamed(EIO, 1), "error");
+    EXPECT_EQ(streamed(FailCall::endOfFile, 1), "");
+}
+
 TEST(JournalEntries, KeepsFieldsInBothForms)
 {
     using namespace std::string_literals;

@@ -17,6 +17,7 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -30,12 +31,17 @@ extern "C"
     [[gnu::weak]] void* __interceptor_calloc(std::size_t count, std::size_t size);
     [[gnu::weak]] void* __interceptor_realloc(void* block, std::size_t size);
     [[gnu::weak]] void* __interceptor_aligned_alloc(std::size_t alignment, std::size_t size);
+    [[gnu::weak]] int __interceptor_posix_memalign(void** block, std::size_t alignment,
+                                                   std::size_t size);
+    [[gnu::weak]] void __interceptor_free(void* block);
 }
 
 namespace support::interposed
 {
 
 constinit thread_local Allocations allocations{};
+constinit thread_local SystemCalls systemCalls{};
+constinit thread_local Books books{};
 
 namespace
 {
@@ -71,6 +77,8 @@ constinit Real<void*(std::size_t)> realMalloc{"malloc"};
 constinit Real<void*(std::size_t, std::size_t)> realCalloc{"calloc"};
 constinit Real<void*(void*, std::size_t)> realRealloc{"realloc"};
 constinit Real<void*(std::size_t, std::size_t)> realAlignedAlloc{"aligned_alloc"};
+constinit Real<int(void**, std::size_t, std::size_t)> realPosixMemalign{"posix_memalign"};
+constinit Real<void(void*)> realFree{"free"};
 constinit Real<int(const char*, int, ...)> realOpen64{"open64"};
 constinit Real<std::FILE*(const char*, const char*)> realFopen{"fopen64"};
 constinit Real<int(const char*, int)> realAccess{"access"};
@@ -96,8 +104,46 @@ bool failsNow()
     return true;
 }
 
+/** Tells the books of a new block. */
+void* entered(void* block)
+{
+    if (books.ledger != nullptr && block != nullptr)
+    {
+        books.ledger->onAllocated(block, books.quiet);
+    }
+    return block;
+}
+
+/** Whether @p block, not null, is to be released. */
+bool struckOff(const void* block)
+{
+    return books.ledger == nullptr || books.ledger->onReleased(block);
+}
+
+/** How this call of @p kind is to fail: an error or what FailCall names; 0 when it is not. */
+int failureOf(FailCall::Kind kind)
+{
+    SystemCalls& state = systemCalls;
+    if (state.failed == nullptr || state.kind != kind || state.remaining == 0 ||
+        --state.remaining > 0)
+    {
+        return 0;
+    }
+    *state.failed = true;
+    if (state.stays)
+    {
+        state.remaining = 1;
+    }
+    return state.error;
+}
+
 int openAnywhere(const char* path, int flags, mode_t mode)
 {
+    if (const int error = failureOf(FailCall::opening); error != 0)
+    {
+        errno = error;
+        return -1;
+    }
     const int descriptor = openFake(path, {.path = {},
                                            .closeOnExec = (flags & O_CLOEXEC) != 0,
                                            .forWriting = (flags & O_ACCMODE) != O_RDONLY,
@@ -114,25 +160,6 @@ mode_t modeArgument(int flags, std::va_list& arguments)
                : mode_t{0};
 }
 
-std::FILE* fopenAnywhere(const char* path, const char* mode)
-{
-    const int descriptor =
-        openFake(path, {.path = {},
-                        .closeOnExec = std::strchr(mode, 'e') != nullptr,
-                        .forWriting = mode[0] != 'r' || std::strchr(mode, '+') != nullptr,
-                        .mode = 0666});
-    if (descriptor == FakeFiles::notMapped)
-    {
-        return (*realFopen)(path, mode);
-    }
-    std::FILE* const file = descriptor < 0 ? nullptr : fdopen(descriptor, mode);
-    if (descriptor >= 0 && file == nullptr)
-    {
-        close(descriptor);
-    }
-    return file;
-}
-
 bool isRandomDevice(int descriptor)
 {
     struct stat status = {};
@@ -142,9 +169,79 @@ bool isRandomDevice(int descriptor)
 
 ssize_t readAnywhere(int descriptor, void* buffer, std::size_t size)
 {
+    const int failure = failureOf(FailCall::reading);
+    if (failure > 0)
+    {
+        errno = failure;
+        return -1;
+    }
+    if (failure == FailCall::endOfFile)
+    {
+        return 0;
+    }
+    if (failure == FailCall::oneByteLess && size > 0)
+    {
+        --size;
+    }
     FakeRandom* const random = randomFake();
     return random != nullptr && isRandomDevice(descriptor) ? random->onRead(buffer, size)
                                                            : (*realRead)(descriptor, buffer, size);
+}
+
+int descriptorOf(void* cookie)
+{
+    return static_cast<int>(reinterpret_cast<std::intptr_t>(cookie));
+}
+
+ssize_t readCookie(void* cookie, char* buffer, std::size_t size)
+{
+    return readAnywhere(descriptorOf(cookie), buffer, size);
+}
+
+int closeCookie(void* cookie)
+{
+    return close(descriptorOf(cookie));
+}
+
+/** A stream over @p descriptor, which it closes, that reads by readAnywhere. */
+std::FILE* seenStream(int descriptor)
+{
+    auto* const cookie = reinterpret_cast<void*>(std::intptr_t{descriptor});
+    return fopencookie(
+        cookie, "r", {.read = readCookie, .write = nullptr, .seek = nullptr, .close = closeCookie});
+}
+
+bool watchesReading()
+{
+    return systemCalls.failed != nullptr && systemCalls.kind == FailCall::reading;
+}
+
+std::FILE* fopenAnywhere(const char* path, const char* mode)
+{
+    if (const int error = failureOf(FailCall::opening); error != 0)
+    {
+        errno = error;
+        return nullptr;
+    }
+    const int descriptor =
+        openFake(path, {.path = {},
+                        .closeOnExec = std::strchr(mode, 'e') != nullptr,
+                        .forWriting = mode[0] != 'r' || std::strchr(mode, '+') != nullptr,
+                        .mode = 0666});
+    const bool seen = watchesReading() && std::strcmp(mode, "re") == 0;
+    if (descriptor == FakeFiles::notMapped && !seen)
+    {
+        return (*realFopen)(path, mode);
+    }
+    const int found = descriptor == FakeFiles::notMapped
+                          ? interposed::realOpen(path, O_RDONLY | O_CLOEXEC, 0)
+                          : descriptor;
+    std::FILE* const file = found < 0 ? nullptr : seen ? seenStream(found) : fdopen(found, mode);
+    if (found >= 0 && file == nullptr)
+    {
+        close(found);
+    }
+    return file;
 }
 
 bool goesToJournal(const msghdr& message)
@@ -187,7 +284,8 @@ extern "C"
         {
             return nullptr;
         }
-        return __interceptor_malloc != nullptr ? __interceptor_malloc(size) : (*realMalloc)(size);
+        return entered(__interceptor_malloc != nullptr ? __interceptor_malloc(size)
+                                                       : (*realMalloc)(size));
     }
 
     void* calloc(std::size_t count, std::size_t size) noexcept
@@ -196,18 +294,27 @@ extern "C"
         {
             return nullptr;
         }
-        return __interceptor_calloc != nullptr ? __interceptor_calloc(count, size)
-                                               : (*realCalloc)(count, size);
+        return entered(__interceptor_calloc != nullptr ? __interceptor_calloc(count, size)
+                                                       : (*realCalloc)(count, size));
     }
 
     void* realloc(void* block, std::size_t size) noexcept
     {
+        if (block == nullptr)
+        {
+            return std::malloc(size);
+        }
         if (failsNow())
         {
             return nullptr;
         }
-        return __interceptor_realloc != nullptr ? __interceptor_realloc(block, size)
-                                                : (*realRealloc)(block, size);
+        void* const resized = __interceptor_realloc != nullptr ? __interceptor_realloc(block, size)
+                                                               : (*realRealloc)(block, size);
+        if (books.ledger != nullptr && (resized != nullptr || size == 0))
+        {
+            books.ledger->onResized(block, resized);
+        }
+        return resized;
     }
 
     void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept
@@ -216,8 +323,41 @@ extern "C"
         {
             return nullptr;
         }
-        return __interceptor_aligned_alloc != nullptr ? __interceptor_aligned_alloc(alignment, size)
-                                                      : (*realAlignedAlloc)(alignment, size);
+        return entered(__interceptor_aligned_alloc != nullptr
+                           ? __interceptor_aligned_alloc(alignment, size)
+                           : (*realAlignedAlloc)(alignment, size));
+    }
+
+    int posix_memalign(void** block, std::size_t alignment, std::size_t size) noexcept
+    {
+        const int before = errno;
+        if (failsNow())
+        {
+            errno = before;
+            return ENOMEM;
+        }
+        const int error = __interceptor_posix_memalign != nullptr
+                              ? __interceptor_posix_memalign(block, alignment, size)
+                              : (*realPosixMemalign)(block, alignment, size);
+        if (error == 0)
+        {
+            entered(*block);
+        }
+        return error;
+    }
+
+    void free(void* block) noexcept
+    {
+        if (block == nullptr || !struckOff(block))
+        {
+            return;
+        }
+        if (__interceptor_free != nullptr)
+        {
+            __interceptor_free(block);
+            return;
+        }
+        (*realFree)(block);
     }
 
     // A sanitizer's own copies of these two would not come by `malloc` above.
@@ -278,6 +418,11 @@ extern "C"
 
     int access(const char* path, int mode) noexcept
     {
+        if (const int error = failureOf(support::FailCall::asking); error != 0)
+        {
+            errno = error;
+            return -1;
+        }
         const int answer = accessFake(path, mode);
         return answer != support::FakeFiles::notMapped ? answer : (*realAccess)(path, mode);
     }

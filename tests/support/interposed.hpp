@@ -2,6 +2,7 @@
 #pragma once
 
 #include "support/fake_device.hpp"
+#include "support/heap_ledger.hpp"
 
 #include <atomic>
 
@@ -19,26 +20,49 @@ struct Allocations
     bool stayExhausted = false;
 };
 
-// Of the executable itself, so that reaching it never allocates.
+/** Which call to the operating system is to fail, as FailCall says. */
+struct SystemCalls
+{
+    /** Set when it has happened; null while nothing is to fail. */
+    bool* failed = nullptr;
+    FailCall::Kind kind = FailCall::opening;
+    int error = 0;
+    unsigned int remaining = 0;
+    bool stays = false;
+};
+
+/** Who keeps the books on the heap; null for nobody. Not entered is what is allocated quietly. */
+struct Books
+{
+    HeapLedger* ledger = nullptr;
+    bool quiet = false;
+};
+
+// Of the executable itself, so that reaching them never allocates.
 extern constinit thread_local Allocations allocations [[gnu::tls_model("initial-exec")]];
+extern constinit thread_local SystemCalls systemCalls [[gnu::tls_model("initial-exec")]];
+extern constinit thread_local Books books [[gnu::tls_model("initial-exec")]];
 
 /** While alive, allocations of this thread are neither counted nor failed. */
 class QuietAllocations
 {
 public:
-    QuietAllocations() : kept{allocations}
+    QuietAllocations() : kept{allocations}, wasQuiet{books.quiet}
     {
         allocations = {};
+        books.quiet = true;
     }
     QuietAllocations(const QuietAllocations&) = delete;
     QuietAllocations& operator=(const QuietAllocations&) = delete;
     ~QuietAllocations()
     {
         allocations = kept;
+        books.quiet = wasQuiet;
     }
 
 private:
     Allocations kept;
+    bool wasQuiet;
 };
 
 /** Opens a file of the machine, past the fakes. */
