@@ -153,8 +153,21 @@ bool parseJson(std::string_view text, Json::Value& tree)
 
 bool parseJsonObject(std::string_view text, Json::Value& tree)
 {
+    try
+    {
+        return parseKnownObject(text, tree);
+    }
+    catch (const Json::Exception&)
+    {
+        return false;
+    }
+}
+
+bool parseKnownObject(std::string_view text, Json::Value& tree)
+{
     Json::Value parsed;
-    if (beginsNoObject(text) || !parseJson(text, parsed) || !parsed.isObject())
+    if (beginsNoObject(text) ||
+        !(readPlainJson(text, parsed) || parseThroughJsoncpp(text, parsed)) || !parsed.isObject())
     {
         return false;
     }

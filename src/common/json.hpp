@@ -22,6 +22,11 @@ namespace bmcoauth
 /** As parseJson, and true only when the root is an object. */
 [[nodiscard]] bool parseJsonObject(std::string_view text, Json::Value& tree);
 
+/** As parseJsonObject, but lets pass what jsoncpp throws. For a part of a document that has been
+ *  read already nesting cannot be the reason, and a caller must not take exhausted memory for a
+ *  text that says nothing. */
+[[nodiscard]] bool parseKnownObject(std::string_view text, Json::Value& tree);
+
 /** The compact text form of @p tree: no whitespace, members in ascending byte order of their
  *  names; empty when it cannot be written. Throws std::bad_alloc. */
 [[nodiscard]] std::string jsonText(const Json::Value& tree);

@@ -4,6 +4,7 @@
 #include "crypto/openssl.hpp"
 #include "keys/jwk.hpp"
 #include "oauth2/jwt/pem_verifier.hpp"
+#include "oauth2/jwt/privileges.hpp"
 #include "oauth2/jwt/token_records.hpp"
 
 #include <bmcoauth/jwt.h>
@@ -72,8 +73,7 @@ void spellOutRights(JWTPayload& payload, userRole_s* roles, const char** provide
     {
         return;
     }
-    const unsigned int mask = get_xidp_privileges(&payload, providers) |
-                              get_scope_privileges(&payload) |
+    const unsigned int mask = xidpPrivileges(payload, providers) | get_scope_privileges(&payload) |
                               get_roles_privileges(&payload, roles);
     const HeapText document{o2_ff_strdup(privilegeDocument(payload.sub, mask).c_str(),
                                          "da_updateJwtPayloadWithVLTScopes", 1878)};

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "oauth2/jwt/privileges.hpp"
+
 #include "common/guard.hpp"
 #include "common/json.hpp"
-
-#include <bmcoauth/privileges.h>
 
 #include <iterator>
 #include <string_view>
@@ -75,10 +75,12 @@ bool isAccepted(std::string_view provider, const char* const* providers)
     return false;
 }
 
-unsigned int xidpPrivileges(std::string_view text, const char* const* providers)
+} // namespace
+
+unsigned int jwt::xidpPrivileges(const JWTPayload& payload, const char* const* providers)
 {
     Json::Value claim;
-    if (!parseJsonObject(text, claim))
+    if (payload.xidp == nullptr || !parseKnownObject(payload.xidp, claim))
     {
         return 0;
     }
@@ -96,8 +98,6 @@ unsigned int xidpPrivileges(std::string_view text, const char* const* providers)
     }
     return mask;
 }
-
-} // namespace
 
 unsigned int get_scope_privileges(JWTPayload* payload)
 {
@@ -129,9 +129,9 @@ unsigned int get_roles_privileges(JWTPayload* payload, userRole_s* roles)
 
 unsigned int get_xidp_privileges(JWTPayload* payload, const char** providers)
 {
-    if (payload == nullptr || payload->xidp == nullptr)
+    if (payload == nullptr)
     {
         return 0;
     }
-    return guarded(0U, [&] { return xidpPrivileges(payload->xidp, providers); });
+    return guarded(0U, [&] { return jwt::xidpPrivileges(*payload, providers); });
 }

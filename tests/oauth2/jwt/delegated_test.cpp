@@ -13,6 +13,7 @@
 
 #include <strutil.h>
 
+#include <array>
 #include <cerrno>
 #include <map>
 #include <string>
@@ -815,6 +816,43 @@ TEST_F(ValidateJwtDelegated, NeverAcceptsAForgeryWhicheverAllocationFails)
         ASSERT_TRUE(status == 0 || status == ended || status == notReached) << status;
         ASSERT_LT(nth, 5000U);
     }
+}
+
+TEST_F(ValidateJwtDelegated, NeverGrantsLessThanTheTokenWhicheverAllocationFails)
+{
+    const std::string token = es256Token(claims(R"("sub":"alice","xidp":{"*":["L","CD"]},)"));
+    const std::string key = pem();
+    const std::array<const char*, 2> list{key.c_str(), nullptr};
+    constexpr int less = 9;
+    constexpr int notReached = 10;
+    constexpr int ended = 255;
+    int status = 0;
+    int accepted = 0;
+    for (unsigned int nth = 1; status != notReached; ++nth)
+    {
+        SCOPED_TRACE(nth);
+        status = exitStatusOf([&] {
+            JWTHeader* header = nullptr;
+            JWTPayload* payload = nullptr;
+            int verified = 0;
+            auto keys = list;
+            FailAllocation failure{nth};
+            const int verdict = validateJWT_Delegated(token.c_str(), keys.data(), 0, &header,
+                                                      &payload, 0, nullptr, nullptr, &verified);
+            const bool reached = failure.reached();
+            const bool whole = verdict == 0 || (payload->scopes_count == 3 &&
+                                                std::string{payload->scopes[1].values[0]} == "3");
+            free_jwt_header(header);
+            free_jwt_payload(payload);
+            _exit(!whole ? less : !reached ? notReached : verdict);
+        });
+        accepted += status == 1 ? 1 : 0;
+        ASSERT_TRUE(status == 0 || status == 1 || status == ended || status == notReached)
+            << status;
+        ASSERT_LT(nth, 5000U);
+    }
+    // Otherwise nothing would have been seen of what is granted.
+    EXPECT_GT(accepted, 0);
 }
 
 TEST_F(ValidateJwtDelegated, KeepsErrnoAndTheErrorQueue)
