@@ -84,8 +84,9 @@ BMCOAUTH_API void free_authorize_request(AuthorizeRequest* request);
  *  strings.
  *
  *  Returns null if the text does not parse or breaks one of these rules, if there is neither a
- *  refresh token nor a handshake response, or if memory runs out. NOTE: a handshake response that
- *  gives no parameter refuses the request, even beside a refresh token. */
+ *  refresh token nor a handshake response, or if memory runs out, but for what
+ *  create_authorize_request makes the request without. NOTE: a handshake response that gives no
+ *  parameter refuses the request, even beside a refresh token. */
 BMCOAUTH_API AuthorizeRequest* parse_authorize_request(const char* text);
 
 /** write_authorize_request gives the JSON object that parse_authorize_request reads.

@@ -55,7 +55,8 @@ BMCOAUTH_API uint32_t _do_random(void);
  *
  *  On success stores a new list in `*challenge`, which the caller releases with
  *  `free_handshake_payload`, and returns 1. Returns 0 when `types` is null or empty or lacks a
- *  type that the mode needs, for any other mode, and when the random device fails. */
+ *  type that the mode needs, for any other mode, when memory runs out, and when the random device
+ *  fails, but for the draw of the type: a failure there draws the first one. */
 BMCOAUTH_API int generateServerHandshakeChallenge(char** types, unsigned int mode,
                                                   HandshakePayload** challenge);
 
@@ -65,7 +66,7 @@ BMCOAUTH_API int generateServerHandshakeChallenge(char** types, unsigned int mod
  *
  *  On success stores a new list in `*challenge`, which the caller releases with
  *  `free_handshake_payload`, and returns 1. Returns 0 when `types` is null, holds fewer than two
- *  entries or only the certificate type.
+ *  entries or only the certificate type, and when memory runs out.
  *
  *  NOTE: a failing random device is not reported: it draws the first type. */
 BMCOAUTH_API int generateClientHandshakeChallenge(char** types, unsigned int count,

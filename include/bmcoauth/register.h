@@ -75,7 +75,8 @@ BMCOAUTH_PLAIN_BEGIN
  *  "redirect_uris" and "scope" are not read. NOTE: a key that set_jwk_list or set_jwk_certs does
  *  not copy, such as one without members, costs the request its whole list, not its acceptance.
  *
- *  Returns null if the text does not parse or breaks one of these rules, or if memory runs out. */
+ *  Returns null if the text does not parse or breaks one of these rules, or if memory runs out;
+ *  where it does for a list of the record, that list is null, as create_register_request says. */
 BMCOAUTH_API RegisterRequest* parse_register_request(const char* text);
 
 /** write_register_request gives the JSON object of a registration request: what
