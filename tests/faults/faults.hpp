@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "support/fake_device.hpp"
+#include "support/heap_ledger.hpp"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/** Exhaustive fault injection: each exported function is called with arguments that it accepts, and
+ *  everything that it asks of the machine fails once: the first allocation, the second, and so on;
+ *  so does every opening and reading of a file or device. What it does then is held against what it
+ *  promises. */
+namespace faults
+{
+
+/** What is to fail during a call. */
+struct Fault
+{
+    enum Source
+    {
+        allocation,
+        opening,
+        asking,
+        reading
+    };
+
+    Source source = allocation;
+    /** An errno, or what FailCall has instead; not for allocations. */
+    int error = 0;
+    support::FailAllocation::Extent extent = support::FailAllocation::onceOnly;
+    /** Which one, counted from 1; 0 for none. */
+    unsigned int nth = 0;
+};
+
+[[nodiscard]] std::string nameOf(const Fault& fault);
+
+/** What a call came to. */
+struct Outcome
+{
+    enum Kind
+    {
+        got,    /**< it succeeded, and `text` shows the whole result */
+        failed, /**< it failed, and left behind what it promises */
+        ended,  /**< it ended the process with status 255 */
+        wrong,  /**< it did what it must not do, and `text` says what */
+    };
+
+    Kind kind = wrong;
+    std::string text;
+};
+
+[[nodiscard]] Outcome got(std::string text);
+[[nodiscard]] Outcome failed();
+[[nodiscard]] Outcome wrong(std::string text);
+
+/** Failed, if what stays as it was on failure did so. */
+[[nodiscard]] Outcome failedLeaving(bool untouched);
+
+/** One call under observation. */
+class Attempt
+{
+public:
+    explicit Attempt(const Fault& toHappen);
+    Attempt(const Attempt&) = delete;
+    Attempt& operator=(const Attempt&) = delete;
+    ~Attempt();
+
+    /** Gives what @p body gives; the fault happens inside it. A row makes this call once, with
+     *  everything that it needs ready, and releases what it receives. */
+    template <typename Body>
+    decltype(auto) call(const Body& body)
+    {
+        const Arming arming{*this};
+        return body();
+    }
+
+    /** Whether the fault has happened. */
+    [[nodiscard]] bool reached() const
+    {
+        return happened;
+    }
+
+    /** What the call has left behind and must not; empty for nothing. */
+    [[nodiscard]] std::string complaint() const;
+
+    /** What errno has become, if it is not what it was. */
+    [[nodiscard]] std::optional<int> changedErrno() const
+    {
+        return errnoAfter;
+    }
+
+    /** What it has left behind that may be there for the process, set up once; empty for nothing.
+     */
+    [[nodiscard]] std::string remains() const;
+
+private:
+    class Arming
+    {
+    public:
+        explicit Arming(Attempt& observed);
+        Arming(const Arming&) = delete;
+        Arming& operator=(const Arming&) = delete;
+        ~Arming();
+
+    private:
+        Attempt& attempt;
+    };
+
+    struct Surroundings;
+
+    void arm();
+    void disarm();
+
+    Fault fault;
+    support::FakeRandom random;
+    std::unique_ptr<Surroundings> before;
+    support::HeapLedger ledger;
+    std::optional<support::FailAllocation> allocations;
+    std::optional<support::FailCall> calls;
+    bool happened = false;
+    bool descriptorLeft = false;
+    std::optional<int> errnoAfter;
+    std::string changed;
+};
+
+/** What a function may do when something fails, beside failing as it says. */
+enum Allowance : unsigned int
+{
+    failsOnly = 0,
+    /** It gets by without what failed, with the very same result: OpenSSL often has another way. */
+    getsBy = 1,
+    /** It ends the process with status 255. Each attempt is made in a child process then. */
+    ends = 2,
+    /** It does not put errno back. */
+    changesErrno = 4,
+};
+
+/** One function with one kind of arguments. */
+struct Row
+{
+    const char* function;
+    const char* arguments;
+    unsigned int allowed;
+    std::function<Outcome(Attempt&)> run;
+    /** Fields of a record that are allowed to be null where something failed; a record is shown in
+     *  lines "field=value". */
+    std::vector<std::string> mayLack = {};
+};
+
+/** What came of all attempts of a row. */
+struct Report
+{
+    unsigned int points = 0;
+    unsigned int failed = 0;
+    unsigned int gotBy = 0;
+    unsigned int ended = 0;
+    /** What went wrong, one line each. */
+    std::vector<std::string> complaints = {};
+};
+
+/** Which points are tried. */
+struct Thoroughness
+{
+    /** Each for itself, and also everything from there on. */
+    bool fromThereOn = false;
+    /** Every one, or every nth. */
+    unsigned int step = 1;
+    /** Of the many allocations of a large call those behind this one are only sampled. */
+    unsigned int everyOneUpTo = ~0U;
+};
+
+/** What the environment asks for: FAULTS=all is everything, FAULTS_STEP=n every nth point of what
+ *  is tried otherwise: each failing once, and of the largest calls a sample. */
+[[nodiscard]] Thoroughness thoroughness();
+
+/** Makes every attempt of @p row. */
+[[nodiscard]] Report report(const Row& row, const Thoroughness& how);
+
+/** Makes a test case of each row. */
+class Table
+{
+public:
+    Table(std::initializer_list<Row> rows);
+};
+
+/** The functions of all tables. */
+[[nodiscard]] const std::vector<std::string>& functionsWithRows();
+
+} // namespace faults
