@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fuzz/support.hpp"
 
-/** A registration request, and the answer of an OpenID Connect registration endpoint. */
+/** A registration request, and the answers of both sorts of registration endpoints. */
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const std::string text = fuzz::wholeText(data, size);
@@ -15,6 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                                       write_register_request);
     }
     fuzz::require(client_register(text.c_str()) == nullptr, "no request is answered here");
+    fuzz::require(parse_register_response(text.c_str()) == nullptr, "no response is handed out");
 
     using Answer =
         std::unique_ptr<OidcRegisterResponse, support::Releaser<free_oidc_register_response>>;
