@@ -160,7 +160,7 @@ RsaPtr rsaKey(std::string_view pem)
 
 struct Digest
 {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> bytes;
+    std::array<unsigned char, EVP_MAX_MD_SIZE> bytes{};
     unsigned int length = 0;
 
     Digest(std::string_view text, const EVP_MD* kind)
@@ -184,7 +184,7 @@ SignaturePtr integersOf(std::string_view signature)
 void appendSignature(std::string& out, std::string_view text, EC_KEY& key)
 {
     const Digest digest{text, EVP_sha256()};
-    std::array<unsigned char, 80> signature;
+    std::array<unsigned char, 80> signature{};
     unsigned int length = 0;
     require(ECDSA_sign(0, digest.bytes.data(), static_cast<int>(digest.length), signature.data(),
                        &length, &key) == 1 &&
@@ -280,7 +280,7 @@ Keys agreedKeys(std::string_view certificate, std::string_view der)
 {
     const EcKeyPtr own = privateKey(der);
     const EcKeyPtr peer = certifiedKey(certificate);
-    Keys keys;
+    Keys keys{};
     require(ECDH_compute_key(keys.data(), keys.size(), EC_KEY_get0_public_key(peer.get()),
                              own.get(), deriveKeys) == static_cast<int>(keys.size()),
             "agreement");
@@ -292,7 +292,7 @@ std::array<unsigned char, 16> bytesOfHex(std::string_view hex)
     const auto digit = [](char c) {
         return c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10;
     };
-    std::array<unsigned char, 16> bytes;
+    std::array<unsigned char, 16> bytes{};
     for (std::size_t i = 0; i < bytes.size(); ++i)
     {
         bytes.at(i) = static_cast<unsigned char>(digit(hex[2 * i]) * 16 + digit(hex[2 * i + 1]));
@@ -302,7 +302,7 @@ std::array<unsigned char, 16> bytesOfHex(std::string_view hex)
 
 std::array<unsigned char, 32> macOf(const Keys& keys, std::string_view body)
 {
-    std::array<unsigned char, 32> mac;
+    std::array<unsigned char, 32> mac{};
     require(HMAC(EVP_sha256(), keys.data() + 16, 16, bytesOf(body), body.size(), mac.data(),
                  nullptr) != nullptr,
             "MAC");
@@ -321,7 +321,7 @@ void fillRandom(std::array<unsigned char, Size>& bytes)
 template <std::size_t Size>
 std::string randomToken()
 {
-    std::array<unsigned char, Size> bytes;
+    std::array<unsigned char, Size> bytes{};
     fillRandom(bytes);
     std::string token;
     appendBase64(token, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
@@ -342,6 +342,8 @@ void appendQuoted(std::string& out, std::string_view text)
     }
     out += Json::valueToQuotedString(std::string{text}.c_str());
 }
+
+// NOLINTBEGIN(misc-no-recursion): a tree
 
 void append(std::string& out, const Json::Value& value);
 
@@ -373,7 +375,6 @@ void appendElements(std::string& out, const Json::Value& array)
     out += array.empty() ? "[]" : "]";
 }
 
-// NOLINTNEXTLINE(misc-no-recursion): a tree
 void append(std::string& out, const Json::Value& value)
 {
     switch (value.type())
@@ -396,6 +397,8 @@ void append(std::string& out, const Json::Value& value)
             out += value.asString();
     }
 }
+
+// NOLINTEND(misc-no-recursion)
 
 } // namespace
 
@@ -469,7 +472,7 @@ void validatePss(std::string_view token, std::string_view pem, Reading reading)
     const RsaPtr key = rsaKey(pem);
     const Digest digest{parts.signingInput, EVP_sha256()};
     const Bytes signature = decoded(parts.signature);
-    std::array<unsigned char, 256> message;
+    std::array<unsigned char, 256> message{};
     require(RSA_public_decrypt(static_cast<int>(signature.size), signature.block.get(),
                                message.data(), key.get(), RSA_NO_PADDING) == 256 &&
                 RSA_verify_PKCS1_PSS(key.get(), digest.bytes.data(), EVP_sha256(), message.data(),
@@ -569,7 +572,7 @@ std::string ecPublicKey(std::string_view x, std::string_view y)
     const Bytes xBytes = decoded(x);
     const Bytes yBytes = decoded(y);
     require(xBytes.size == 32 && yBytes.size == 32, "coordinates");
-    std::array<unsigned char, prefix.size() + 64> info;
+    std::array<unsigned char, prefix.size() + 64> info{};
     std::ranges::copy(prefix, info.begin());
     std::memcpy(info.data() + prefix.size(), xBytes.block.get(), 32);
     std::memcpy(info.data() + prefix.size() + 32, yBytes.block.get(), 32);

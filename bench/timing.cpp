@@ -129,10 +129,7 @@ void compare(benchmark::State& state, const std::vector<Contender>& contenders)
 class Pair
 {
 public:
-    Pair(const Work& shared, int count)
-        : work{shared}, calls{count}, second{[this] {
-              serve();
-          }}
+    Pair(Work shared, int count) : work{std::move(shared)}, calls{count}, second{&Pair::serve, this}
     {
     }
     Pair(const Pair&) = delete;
