@@ -92,6 +92,7 @@ public:
     {
     }
 
+    /** Whether there is a value; the object itself says so as a condition. */
     [[nodiscard]] bool hasValue() const noexcept
     {
         return content.index() == 0;
@@ -101,6 +102,7 @@ public:
         return hasValue();
     }
 
+    /** The value, here and by `*` and `->`; ends the program where there is none. */
     [[nodiscard]] T& value() & noexcept
     {
         return *there(std::get_if<0>(&content));
@@ -134,6 +136,7 @@ public:
         return &value();
     }
 
+    /** The error; ends the program where there is a value. */
     [[nodiscard]] E error() const noexcept
     {
         return *there(std::get_if<1>(&content));
@@ -180,6 +183,7 @@ public:
     {
     }
 
+    /** Whether it went well; the object itself says so as a condition. */
     [[nodiscard]] bool hasValue() const noexcept
     {
         return !failure.has_value();
@@ -188,6 +192,7 @@ public:
     {
         return hasValue();
     }
+    /** The error; ends the program where there is none. */
     [[nodiscard]] E error() const noexcept
     {
         if (!failure)
@@ -573,6 +578,7 @@ public:
         return Text{made};
     }
 
+    /** The text, as long as this object lives. */
     [[nodiscard]] std::string_view view() const noexcept
     {
         return owned ? std::string_view{owned.get(), owned.get_deleter().size} : std::string_view{};
@@ -623,6 +629,7 @@ public:
         return Bytes{made, bytes.size()};
     }
 
+    /** The bytes, as long as this object lives. */
     [[nodiscard]] ByteSpan span() const noexcept
     {
         return owned ? ByteSpan{owned.get(), owned.get_deleter().size} : ByteSpan{};
@@ -652,6 +659,7 @@ private:
 class TextRange
 {
 public:
+    /** Goes from text to text up to the null pointer that ends the array. */
     class Iterator
     {
     public:
@@ -664,7 +672,8 @@ public:
         }
         [[nodiscard]] std::string_view operator*() const noexcept
         {
-            return *here;
+            const char* const text = *here;
+            return text == nullptr ? std::string_view{} : std::string_view{text};
         }
         Iterator& operator++() noexcept
         {
@@ -688,6 +697,7 @@ public:
         const char* const* here = nullptr;
     };
 
+    /** A null array holds no texts. */
     explicit TextRange(const char* const* array = nullptr) noexcept : first{array}
     {
     }
@@ -713,6 +723,7 @@ public:
         }
         return count;
     }
+    /** Whether one of the texts is exactly `wanted`. */
     [[nodiscard]] bool contains(std::string_view wanted) const noexcept
     {
         Iterator text = first;
@@ -733,6 +744,7 @@ class Texts : public detail::Owned<char*, free_char_array>
 public:
     using Owned::Owned;
 
+    /** The texts, as long as this object lives. */
     [[nodiscard]] TextRange range() const& noexcept
     {
         return TextRange{get()};
@@ -872,6 +884,7 @@ public:
         return document;
     }
 
+    /** The document, as long as it is not changed. */
     [[nodiscard]] std::string_view view() const noexcept
     {
         return text.view();
@@ -892,6 +905,7 @@ public:
     {
         return read<Texts>(::get_value_objarray, key);
     }
+    /** The Boolean `key`. */
     [[nodiscard]] Expected<bool> boolean(std::string_view key) const
     {
         return read<bool>(::get_value_bool, key);
@@ -902,6 +916,8 @@ public:
         return read<unsigned int>(::get_value_uint, key);
     }
 
+    /** Sets the member `key` to the string `value`, whatever it was before: set_value_char. A
+     *  change that fails leaves the document as it was. */
     Expected<void> setString(std::string_view key, std::string_view value)
     {
         detail::Arguments in;
@@ -909,6 +925,7 @@ public:
         const char* const valueText = in.text(value);
         return change(in, [&](char** raw) { return ::set_value_char(raw, name, valueText); });
     }
+    /** Sets the member `key` to an array of these strings: set_value_chararray. */
     Expected<void> setStrings(std::string_view key, TextSpan values)
     {
         detail::Arguments in;
@@ -917,6 +934,7 @@ public:
         return change(
             in, [&](char** document) { return ::set_value_chararray(document, name, array); });
     }
+    /** Takes the member `key` out, if it is there. */
     Expected<void> remove(std::string_view key)
     {
         detail::Arguments in;
@@ -1111,6 +1129,7 @@ public:
         }
         return detail::ownedOrRefused<ParameterList>(::set_handshake_payload(list));
     }
+    /** parse_handshake_payload */
     [[nodiscard]] static Expected<ParameterList> parse(std::string_view text)
     {
         return detail::made<ParameterList>(::parse_handshake_payload, text);
@@ -1120,6 +1139,7 @@ public:
     {
         return detail::ownedOrRefused<ParameterList>(::set_handshake_payload(get()));
     }
+    /** write_handshake_payload */
     [[nodiscard]] Expected<Text> write() const
     {
         return detail::ownedOrRefused<Text>(::write_handshake_payload(get()));
@@ -1488,6 +1508,7 @@ public:
         return ParameterList::parse(text).andThen(made);
     }
 
+    /** The list itself, with "kty", "x5c" and what else there is. */
     [[nodiscard]] const ParameterList& parameters() const noexcept
     {
         return list;
@@ -1670,6 +1691,7 @@ class TokenHeader : public detail::Record<JWTHeader, free_jwt_header>
 public:
     using Record::Record;
 
+    /** The texts of the header; absent where they are null. */
     [[nodiscard]] std::optional<std::string_view> type() const noexcept
     {
         return field(&JWTHeader::typ);
@@ -1705,6 +1727,7 @@ using PayloadRecord = Owned<JWTPayload, free_jwt_payload>;
 class ClaimsView
 {
 public:
+    /** The claims; absent where the token has none, or one of another type. */
     [[nodiscard]] std::optional<std::string_view> subject() const noexcept
     {
         return textOrNone(payload->sub);
@@ -1806,12 +1829,14 @@ private:
 class VerifiedToken
 {
 public:
+    /** What the token says. */
     [[nodiscard]] Claims claims() const& noexcept
     {
         return Claims{*payload.get()};
     }
     [[nodiscard]] Claims claims() const&& = delete;
 
+    /** Its header. */
     [[nodiscard]] const TokenHeader& header() const& noexcept
     {
         return head;
@@ -1900,6 +1925,7 @@ public:
         return TrustedKeys{std::move(copies)};
     }
 
+    /** The keys, as long as this object lives. */
     [[nodiscard]] TextRange range() const& noexcept
     {
         return copies.range();
@@ -1940,6 +1966,7 @@ public:
     {
     }
 
+    /** The mask, as the functions of <bmcoauth/privileges.h> give it. */
     [[nodiscard]] constexpr unsigned int bits() const noexcept
     {
         return mask;
@@ -2015,6 +2042,7 @@ namespace detail
 class [[nodiscard]] Verdict
 {
 public:
+    /** What has been found. */
     [[nodiscard]] Judgement judgement() const noexcept
     {
         return found;
@@ -2330,6 +2358,7 @@ public:
         return detail::ownedOrRefused<Text>(::write_authorize_request(get()));
     }
 
+    /** The texts of the record; absent where they are null. */
     [[nodiscard]] std::optional<std::string_view> clientId() const noexcept
     {
         return field(&AuthorizeRequest::client_id);
@@ -2408,6 +2437,7 @@ public:
         return detail::ownedOrRefused<Text>(::write_authorize_response(get()));
     }
 
+    /** The texts of the record; absent where they are null. */
     [[nodiscard]] std::optional<std::string_view> accessToken() const noexcept
     {
         return field(&AuthorizeResponse::access_token);
@@ -2585,6 +2615,7 @@ public:
         return detail::ownedOrRefused<Text>(::write_register_request(get()));
     }
 
+    /** The texts of the record; absent where they are null. */
     [[nodiscard]] std::optional<std::string_view> clientName() const noexcept
     {
         return field(&RegisterRequest::client_name);
@@ -2693,6 +2724,7 @@ public:
         return detail::ownedOrRefused<Text>(::write_register_response(get()));
     }
 
+    /** The texts of the record; absent where they are null. */
     [[nodiscard]] std::optional<std::string_view> clientId() const noexcept
     {
         return field(&RegisterResponse::client_id);
@@ -2723,6 +2755,7 @@ public:
         return detail::made<OidcRegistration>(::parse_oidc_register_response, text);
     }
 
+    /** The texts of the record; absent where they are null. */
     [[nodiscard]] std::optional<std::string_view> clientId() const noexcept
     {
         return field(&OidcRegisterResponse::client_id);
