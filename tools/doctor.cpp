@@ -89,7 +89,8 @@ Finding zoneFinding(std::time_t now)
     {
         return bad("time zone", "cannot be read");
     }
-    const char* variable = std::getenv("TZ");
+    // There is one thread.
+    const char* variable = std::getenv("TZ"); // NOLINT(concurrency-mt-unsafe)
     return fine("time zone",
                 std::string{text.data()} +
                     (variable != nullptr ? " by TZ=" + shown(variable) : " by /etc/localtime"));

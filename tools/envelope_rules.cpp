@@ -31,9 +31,9 @@ class AgreedKeys
 {
 public:
     AgreedKeys(const EC_KEY& own, const EC_KEY& peer)
+        : agreed{ECDH_compute_key(bytes.data(), bytes.size(), EC_KEY_get0_public_key(&peer), &own,
+                                  ecies_key_derivation) == static_cast<int>(bytes.size())}
     {
-        agreed = ECDH_compute_key(bytes.data(), bytes.size(), EC_KEY_get0_public_key(&peer), &own,
-                                  ecies_key_derivation) == static_cast<int>(bytes.size());
     }
     AgreedKeys(const AgreedKeys&) = delete;
     AgreedKeys& operator=(const AgreedKeys&) = delete;
@@ -67,7 +67,7 @@ public:
 
 private:
     std::array<unsigned char, 2 * blockLength> bytes{};
-    bool agreed = false;
+    bool agreed;
 };
 
 /** The bytes of a text in either Base64 alphabet. */

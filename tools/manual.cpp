@@ -184,6 +184,8 @@ std::string wordsOf(const CommandDescription& command)
     return joined(words, " ");
 }
 
+// As deep as the commands: the tool, a group, a verb.
+// NOLINTNEXTLINE(misc-no-recursion)
 void addCases(const CommandDescription& command, std::string& words, std::string& values)
 {
     const std::string path = joined(command.path, " ");
@@ -204,6 +206,7 @@ void addCases(const CommandDescription& command, std::string& words, std::string
 
 } // namespace
 
+// NOLINTNEXTLINE(misc-no-recursion)
 std::vector<CommandDescription> verbsOf(const CommandDescription& command)
 {
     std::vector<CommandDescription> verbs;

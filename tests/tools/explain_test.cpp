@@ -85,6 +85,7 @@ struct ExplainOwnToken : testing::Test
         return input + "." + signature.get();
     }
 
+    // NOLINTNEXTLINE(modernize-use-nodiscard): that both verdicts agree is expected inside
     Explanation explain(const std::string& text) const
     {
         JWTHeader* head = nullptr;
@@ -92,7 +93,7 @@ struct ExplainOwnToken : testing::Test
         const int verdict = validateJWT(text.c_str(), bytesOf(der), lengthOf(der), &head, &body);
         free_jwt_header(head);
         free_jwt_payload(body);
-        const Explanation explanation = bmcoauth::tool::explainOwnToken(
+        Explanation explanation = bmcoauth::tool::explainOwnToken(
             text, bytesOf(der), lengthOf(der), bmcoauth::tool::librarySeconds(std::time(nullptr)));
         EXPECT_EQ(explanation.verdict, bmcoauth::tool::exitOf(verdict)) << text;
         EXPECT_EQ(explanation.rule.empty(), verdict == 1);
@@ -315,12 +316,13 @@ struct ExplainDelegatedToken : testing::Test
                                std::uint32_t skew = 0)
     {
         std::vector<TrustedKey> trusted;
+        trusted.reserve(keys.size());
         for (const std::string& key : keys)
         {
             trusted.push_back({"key " + std::to_string(trusted.size() + 1), key, true});
         }
         const int verdict = bmcoauth::tool::judgeByAll(text, trusted, skew).verdict;
-        const Explanation explanation = bmcoauth::tool::explainDelegatedToken(
+        Explanation explanation = bmcoauth::tool::explainDelegatedToken(
             text, trusted, skew, bmcoauth::tool::librarySeconds(std::time(nullptr)));
         EXPECT_EQ(explanation.verdict, bmcoauth::tool::exitOf(verdict)) << text;
         EXPECT_EQ(explanation.rule.empty(), verdict == 1);
@@ -751,6 +753,7 @@ struct ExplainEnvelope : testing::Test
         return explanation;
     }
 
+    // NOLINTNEXTLINE(modernize-use-nodiscard): as above
     Explanation explain(const std::string& ciphertext, const std::string& mac,
                         const std::string& iv) const
     {
