@@ -57,6 +57,7 @@ std::string writtenByJsoncpp(const Json::Value& tree)
 
 /** The types of the values of @p tree and where they stood in the text, which comparing trees and
  *  writing them do not show. */
+// NOLINTNEXTLINE(misc-no-recursion): no deeper than the parser reads
 std::string shape(const Json::Value& tree)
 {
     std::string text = std::to_string(tree.type()) + '@' + std::to_string(tree.getOffsetStart()) +
@@ -162,6 +163,7 @@ private:
                    : oneOf(std::array{"0", "7", "10", "4000000000", "999999999999999999"});
     }
 
+    // NOLINTNEXTLINE(misc-no-recursion): `room` bounds it
     std::string value()
     {
         const std::size_t chance = room == 0 ? 3 + below(3) : below(6);
@@ -181,6 +183,7 @@ private:
         }
     }
 
+    // NOLINTNEXTLINE(misc-no-recursion): `room` bounds it
     std::string object()
     {
         std::string text{'{'};
@@ -192,6 +195,7 @@ private:
         return text + odd(" ") + '}';
     }
 
+    // NOLINTNEXTLINE(misc-no-recursion): `room` bounds it
     std::string array()
     {
         std::string text{'['};

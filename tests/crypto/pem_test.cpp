@@ -129,6 +129,9 @@ TEST(GetX509Cert, ReadsWhatSurroundsABlockAsOpenSslDoes)
     }
 }
 
+constexpr const char* encrypted = "-----BEGIN CERTIFICATE-----\nProc-Type: 4,ENCRYPTED\n"
+                                  "DEK-Info: AES-128-CBC,00000000000000000000000000000000\n\n";
+
 TEST(GetX509Cert, ReadsOddMarksAsOpenSslDoes)
 {
     const std::string& pem = certificate();
@@ -144,9 +147,7 @@ TEST(GetX509Cert, ReadsOddMarksAsOpenSslDoes)
     for (const char* mark : {"-----BEGIN CERTIFICATE-----\r\n", "-----BEGIN CERTIFICATE----- \n",
                              "-----BEGIN CERTIFICATE----\n", "----BEGIN CERTIFICATE-----\n",
                              "-----BEGIN CERTIFICATE-----", "-----BEGIN CERTIFICATE-----\n\n",
-                             "-----BEGIN CERTIFICATE-----\nProc-Type: 4,CLEAR\n\n",
-                             "-----BEGIN CERTIFICATE-----\nProc-Type: 4,ENCRYPTED\n"
-                             "DEK-Info: AES-128-CBC,00000000000000000000000000000000\n\n"})
+                             "-----BEGIN CERTIFICATE-----\nProc-Type: 4,CLEAR\n\n", encrypted})
     {
         sameAsOpenSsl(replaced(pem, beginMark, mark));
     }
