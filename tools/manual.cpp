@@ -152,9 +152,9 @@ std::string toolPage(const CommandDescription& tool)
         shown.erase(at, 2);
     }
     text += shown + "\n" + section("COMMANDS");
-    for (const CommandDescription& verb : verbsOf(tool))
+    for (const CommandDescription* verb : verbsOf(tool))
     {
-        text += ".TP\n" + bold(pageName(verb)) + "(1)\n" + roff(verb.summary) + "\n";
+        text += ".TP\n" + bold(pageName(*verb)) + "(1)\n" + roff(verb->summary) + "\n";
     }
     return text;
 }
@@ -207,14 +207,14 @@ void addCases(const CommandDescription& command, std::string& words, std::string
 } // namespace
 
 // NOLINTNEXTLINE(misc-no-recursion)
-std::vector<CommandDescription> verbsOf(const CommandDescription& command)
+std::vector<const CommandDescription*> verbsOf(const CommandDescription& command)
 {
-    std::vector<CommandDescription> verbs;
+    std::vector<const CommandDescription*> verbs;
     for (const CommandDescription& below : command.commands)
     {
         if (below.commands.empty())
         {
-            verbs.push_back(below);
+            verbs.push_back(&below);
         }
         else
         {

@@ -20,9 +20,16 @@ struct OptionDescription
     bool repeatable = false;
 };
 
-/** A command as its help tells it. */
+/** A command as its help tells it; moved, never copied, since it holds others of its kind. */
 struct CommandDescription
 {
+    CommandDescription() = default;
+    CommandDescription(const CommandDescription&) = delete;
+    CommandDescription& operator=(const CommandDescription&) = delete;
+    CommandDescription(CommandDescription&&) = default;
+    CommandDescription& operator=(CommandDescription&&) = default;
+    ~CommandDescription() = default;
+
     std::vector<std::string> path; /**< its words, without the name of the tool */
     std::string summary;
     std::string notes;
@@ -35,7 +42,7 @@ struct CommandDescription
 [[nodiscard]] CommandDescription describeTool();
 
 /** Every verb below @p command, in order. */
-[[nodiscard]] std::vector<CommandDescription> verbsOf(const CommandDescription& command);
+[[nodiscard]] std::vector<const CommandDescription*> verbsOf(const CommandDescription& command);
 
 /** The name of the manual page of a command: "bmcoauth", "bmcoauth-token-issue". */
 [[nodiscard]] std::string pageName(const CommandDescription& command);

@@ -44,16 +44,16 @@ void writePage(const std::string& file, const std::string& page)
 void writeManual(const ManualOptions& options)
 {
     const CommandDescription tool = describeTool();
-    std::vector<CommandDescription> described = verbsOf(tool);
-    described.push_back(tool);
-    for (const CommandDescription& command : described)
+    std::vector<const CommandDescription*> described = verbsOf(tool);
+    described.push_back(&tool);
+    for (const CommandDescription* command : described)
     {
-        const std::string name = pageName(command);
+        const std::string name = pageName(*command);
         if (std::ranges::find(options.pages, name) == options.pages.end())
         {
             throw Stop{Exit::usage, "the page " + name + " is not asked for"};
         }
-        writePage(options.directory + "/" + name + ".1", manualPage(command, tool));
+        writePage(options.directory + "/" + name + ".1", manualPage(*command, tool));
     }
     if (options.pages.size() != described.size())
     {

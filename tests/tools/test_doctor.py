@@ -4,6 +4,7 @@
 import json
 import os
 import struct
+import unittest.mock
 
 from support import INVALID, ToolTest
 
@@ -31,8 +32,9 @@ class Doctor(ToolTest):
         return str(self.directory / name)
 
     def under_zone(self, zone):
-        self.addCleanup(os.environ.__setitem__, "TZ", os.environ.get("TZ", "UTC0"))
-        os.environ["TZ"] = zone
+        changed = unittest.mock.patch.dict(os.environ, {"TZ": zone})
+        changed.start()
+        self.addCleanup(changed.stop)
 
     def test_has_a_line_for_everything(self):
         outcome = self.tool("doctor")
