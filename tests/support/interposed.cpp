@@ -357,7 +357,17 @@ extern "C"
             __interceptor_free(block);
             return;
         }
-        (*realFree)(block);
+        // dlsym releases the message of an earlier failure, which leads here again: while the
+        // function is looked up for the first time, such a message stays.
+        [[gnu::tls_model("initial-exec")]] static constinit thread_local bool looksUp = false;
+        if (looksUp)
+        {
+            return;
+        }
+        looksUp = true;
+        auto* const function = *realFree;
+        looksUp = false;
+        function(block);
     }
 
     // A sanitizer's own copies of these two would not come by `malloc` above.
