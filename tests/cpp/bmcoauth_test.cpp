@@ -16,7 +16,6 @@
 #include <concepts>
 #include <csignal>
 #include <cstdint>
-#include <cstdlib>
 #include <optional>
 #include <span>
 #include <string>
@@ -782,8 +781,14 @@ TEST(TokenRequest, DoesNotThrowForWhatIsMissing)
         TokenRequest::of({.clientId = "i", .clientSecret = "s", .state = "x", .refreshToken = "r"})
             .value();
     ASSERT_TRUE(request.write());
-    std::free(std::exchange(request.get()->state, nullptr));
-    EXPECT_EQ(request.write().error(), Error::missing);
+    for (char* AuthorizeRequest::*const mandatory :
+         {&AuthorizeRequest::client_id, &AuthorizeRequest::client_secret, &AuthorizeRequest::state})
+    {
+        char* const kept = std::exchange(request.get()->*mandatory, nullptr);
+        EXPECT_EQ(request.write().error(), Error::missing);
+        request.get()->*mandatory = kept;
+        EXPECT_TRUE(request.write());
+    }
     EXPECT_EQ(TokenRequest{}.write().error(), Error::missing);
 
     // A parameter without values, as parse_handshake_payload makes it.
@@ -847,8 +852,16 @@ TEST(TokenResponse, DoesNotThrowForWhatIsMissing)
     EXPECT_EQ(
         response.write()->view(),
         R"({"access_token":"a","expires_in":"60","refresh_token":"r","state":"s","token_type":"bearer"})");
-    std::free(std::exchange(response.get()->token_type, nullptr));
-    EXPECT_EQ(response.write().error(), Error::missing);
+    for (char* AuthorizeResponse::*const mandatory :
+         {&AuthorizeResponse::access_token, &AuthorizeResponse::state,
+          &AuthorizeResponse::refresh_token, &AuthorizeResponse::expires_in,
+          &AuthorizeResponse::token_type})
+    {
+        char* const kept = std::exchange(response.get()->*mandatory, nullptr);
+        EXPECT_EQ(response.write().error(), Error::missing);
+        response.get()->*mandatory = kept;
+        EXPECT_TRUE(response.write());
+    }
     EXPECT_EQ(TokenResponse{}.write().error(), Error::missing);
 }
 
@@ -910,8 +923,15 @@ TEST(Registration, DoesNotThrowForWhatIsMissing)
     RegistrationResponse response =
         RegistrationResponse::of("secret", "id", {.challenge = &challenge}).value();
     ASSERT_TRUE(response.write());
-    std::free(std::exchange(response.get()->client_id, nullptr));
-    EXPECT_EQ(response.write().error(), Error::missing);
+    for (char* RegisterResponse::*const mandatory :
+         {&RegisterResponse::client_id, &RegisterResponse::client_secret,
+          &RegisterResponse::client_secret_expires_in})
+    {
+        char* const kept = std::exchange(response.get()->*mandatory, nullptr);
+        EXPECT_EQ(response.write().error(), Error::missing);
+        response.get()->*mandatory = kept;
+        EXPECT_TRUE(response.write());
+    }
     EXPECT_EQ(RegistrationResponse{}.write().error(), Error::missing);
     EXPECT_EQ(RegistrationResponse::of("secret", "id", {})->write().error(), Error::refused);
     EXPECT_EQ(RegistrationRequest{}.write().error(), Error::refused);
