@@ -6,7 +6,6 @@
 #include <array>
 #include <stdexcept>
 
-using support::heapText;
 using support::PairList;
 using support::ParameterList;
 

@@ -46,7 +46,7 @@ const Table rows{
      [](Attempt& attempt) {
          std::string text = "+/ab==";
          const int encoded = attempt.call([&] { return base64URIencode(text.data()); });
-         return encoded == 1 ? got(text.c_str()) : failed();
+         return encoded == 1 ? got(show(text.data())) : failed();
      }},
     {"base64URIdecode", "one line", failsOnly,
      [](Attempt& attempt) {

@@ -69,6 +69,7 @@ char* twoBlocks(Mistake mistake, bool& outParameter)
     switch (mistake)
     {
         case releasesTwice:
+            // NOLINTNEXTLINE(performance-no-int-to-ptr): out of the compiler's sight
             std::free(reinterpret_cast<void*>(address));
             break;
         case spoilsErrno:

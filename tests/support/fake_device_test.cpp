@@ -359,12 +359,12 @@ TEST(FailAllocation, FailsWhatTheCLibraryAllocatesForItsCaller)
     const int length = asprintf(&text, "%d", 4711);
     EXPECT_TRUE(printed.reached());
     EXPECT_EQ(length, -1);
-    void* block = nullptr;
+    void* given = nullptr;
     FailAllocation aligned{1};
-    const int error = posix_memalign(&block, 64, 64);
+    const int error = posix_memalign(&given, 64, 64);
     EXPECT_TRUE(aligned.reached());
     EXPECT_EQ(error, ENOMEM);
-    EXPECT_EQ(block, nullptr);
+    EXPECT_EQ(given, nullptr);
 }
 
 TEST(FailCall, FailsTheNthOpeningOnceOrFromThenOn)

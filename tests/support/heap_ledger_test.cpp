@@ -104,10 +104,14 @@ TEST(HeapLedger, StopsABlockFromBeingReleasedTwice)
 {
     HeapLedger ledger;
     ledger.open();
+    // As a number, so that the compiler does not follow it.
     const auto address = reinterpret_cast<std::uintptr_t>(std::malloc(10));
-    std::free(reinterpret_cast<void*>(address));
+    const auto release = [&] {
+        std::free(reinterpret_cast<void*>(address)); // NOLINT(performance-no-int-to-ptr)
+    };
+    release();
     const std::size_t once = ledger.releasedTwice();
-    std::free(reinterpret_cast<void*>(address));
+    release();
     const std::size_t twice = ledger.releasedTwice();
     EXPECT_EQ(once, 0U);
     EXPECT_EQ(twice, 1U);

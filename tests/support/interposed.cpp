@@ -206,6 +206,7 @@ int closeCookie(void* cookie)
 /** A stream over @p descriptor, which it closes, that reads by readAnywhere. */
 std::FILE* seenStream(int descriptor)
 {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the cookie is the descriptor
     auto* const cookie = reinterpret_cast<void*>(std::intptr_t{descriptor});
     return fopencookie(
         cookie, "r", {.read = readCookie, .write = nullptr, .seek = nullptr, .close = closeCookie});
