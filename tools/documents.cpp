@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -136,8 +137,10 @@ std::string encodedBase64(const std::string& bytes)
 std::string encodedBase64Url(const std::string& bytes)
 {
     std::string text = encodedBase64(bytes);
+    // Shortens the text where it ends with padding.
     base64URIencode(text.data());
-    return text.c_str();
+    text.resize(std::strlen(text.data()));
+    return text;
 }
 
 std::optional<Json::Value> parsedObject(const std::string& text)

@@ -76,7 +76,8 @@ std::optional<std::string> decoded(const std::string& text)
     std::string copy = text;
     // Shortens the text where it ends with padding.
     base64URIencode(copy.data());
-    return decodedBase64Url(copy.c_str());
+    copy.resize(std::strlen(copy.data()));
+    return decodedBase64Url(copy);
 }
 
 /** The plaintext of @p body; nothing where its padding is wrong. Only its shape is looked at. */
@@ -167,8 +168,8 @@ Refusal macRules(const std::string& body, const std::string& mac, const AgreedKe
 
 Refusal textRules(const std::string& body, const SealedDocument& sealed, const AgreedKeys& keys)
 {
-    std::optional<std::string> text = decrypted(body, keys, sealed.iv);
-    if (!text)
+    std::optional<std::string> opened = decrypted(body, keys, sealed.iv);
+    if (!opened)
     {
         return refused("padding",
                        std::to_string(body.size()) + " bytes of ciphertext without the padding",
@@ -176,13 +177,12 @@ Refusal textRules(const std::string& body, const SealedDocument& sealed, const A
                        "the MAC fits, so that the sealing side made this ciphertext, or the iv is "
                        "another one");
     }
-    if (!text->empty() && text->back() == '\0')
-    {
-        text->pop_back();
-    }
-    const std::size_t zero = text->find('\0');
-    OPENSSL_cleanse(text->data(), text->size());
-    if (zero == std::string::npos)
+    std::string& text = *opened;
+    const std::size_t zero = text.find('\0');
+    // One zero byte may end it.
+    const bool whole = zero == std::string::npos || zero + 1 == text.size();
+    OPENSSL_cleanse(text.data(), text.size());
+    if (whole)
     {
         return std::nullopt;
     }

@@ -146,7 +146,7 @@ std::optional<std::uint64_t> secondsOf(const Json::Value& claim)
 /** @p seconds as date and time in UTC, and how far they are from now. */
 std::string readableTime(std::uint64_t seconds)
 {
-    const std::string date = dateOf(seconds);
+    std::string date = dateOf(seconds);
     if (date == beyondCalendar)
     {
         return date;
