@@ -346,16 +346,17 @@ public:
     /** Null, for the callers here that give back a pointer. */
     std::nullptr_t fail(Error error) noexcept
     {
-        if (!problem)
+        if (!failed)
         {
+            failed = true;
             problem = error;
         }
         return nullptr;
     }
 
-    [[nodiscard]] const std::optional<Error>& failure() const noexcept
+    [[nodiscard]] std::optional<Error> failure() const noexcept
     {
-        return problem;
+        return failed ? std::optional{problem} : std::nullopt;
     }
 
 private:
@@ -368,7 +369,7 @@ private:
     /** Room for `size` bytes and `more`, which does not count as too long by itself. */
     [[nodiscard]] void* take(std::size_t size, std::size_t more, std::size_t alignment) noexcept
     {
-        if (problem)
+        if (failed)
         {
             return nullptr;
         }
@@ -421,7 +422,9 @@ private:
     std::size_t room = first.size();
     std::size_t used = 0;
     Chunk* chunks = nullptr;
-    std::optional<Error> problem;
+    // Kept as an optional, GCC 12 warns of its value where the sanitizers are on.
+    bool failed = false;
+    Error problem = Error::refused;
 };
 
 /** Wipes a heap block of `size` bytes and releases it. */
