@@ -254,8 +254,10 @@ std::vector<Call> documentCalls()
         {{"getChallengeValueArray(HandshakePayload*, char const*, char***)"},
          "hotp-1.0,software_id_cert-1.0",
          [](Inputs& in) {
-             char** found = nullptr;
-             return getChallengeValueArray(in.challenge, "t", &found) ? show(found) : "none";
+             char** raw = nullptr;
+             const bool found = getChallengeValueArray(in.challenge, "t", &raw);
+             const support::StringArray types{raw};
+             return found ? show(types.get()) : "none";
          }},
         {{"create_handshake_types_copy(char**, unsigned int*)",
           "free_handshake_types_copy(char**)"},

@@ -48,8 +48,10 @@ PayloadPtr answer(Inputs& in)
 
 std::string firstProof(HandshakePayload* response)
 {
-    char** proofs = nullptr;
-    return getChallengeValueArray(response, "R", &proofs) ? proofs[0] : "none";
+    char** raw = nullptr;
+    const bool found = getChallengeValueArray(response, "R", &raw);
+    const support::StringArray proofs{raw};
+    return found ? proofs.get()[0] : "none";
 }
 
 } // namespace
