@@ -71,11 +71,13 @@ std::string synopsis(const OptionDescription& option)
     std::string text = option.argument ? italic(option.name) : bold(option.name);
     if (!option.argument && option.takesValue)
     {
-        text += " " + valueOf(option);
+        text += ' ';
+        text += valueOf(option);
     }
     if (!option.required)
     {
-        text = "[" + text + "]";
+        text.insert(0, 1, '[');
+        text += ']';
     }
     return option.repeatable ? text + "..." : text;
 }
@@ -99,9 +101,12 @@ std::string options(const std::vector<OptionDescription>& described)
         text += ".TP\n" + (option.argument ? italic(option.name) : bold(option.name));
         if (!option.argument && option.takesValue)
         {
-            text += " " + valueOf(option);
+            text += ' ';
+            text += valueOf(option);
         }
-        text += "\n" + roff(option.help) + "\n";
+        text += '\n';
+        text += roff(option.help);
+        text += '\n';
     }
     return text;
 }
