@@ -30,7 +30,7 @@ void check(const CheckOptions& options)
 {
     const CertificateKey key{options.path};
     unsigned int length = 0;
-    const Text pem = orStop(decode_x509_jwk(key.get(), &length), "memory is exhausted");
+    const RawText pem = orStop(decode_x509_jwk(key.get(), &length), "memory is exhausted");
     const std::string which =
         "the first of " + std::to_string(key.size()) + " certificates in " + nameOf(options.path);
     if (validateX509(pem.get(), orNull(options.name)) != 1)
@@ -39,7 +39,7 @@ void check(const CheckOptions& options)
                                       (options.name ? "its common name is not " + *options.name
                                                     : "its common name is empty")};
     }
-    const Text name{get_x509_CN(pem.get())};
+    const RawText name{get_x509_CN(pem.get())};
     if (options.json)
     {
         Json::Value document;

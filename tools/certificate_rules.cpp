@@ -112,14 +112,14 @@ std::vector<std::string> bodiesOf(const HandshakePayload* list)
 
 CertificatePtr readBody(const std::string& body)
 {
-    const Text pem{recreate_x509_cert(body.c_str())};
+    const RawText pem{recreate_x509_cert(body.c_str())};
     return CertificatePtr{getX509Cert(pem.get())};
 }
 
 Refusal nameRules(HandshakePayload* certificate, const std::optional<std::string>& name)
 {
     unsigned int length = 0;
-    const Text pem{decode_x509_jwk(certificate, &length)};
+    const RawText pem{decode_x509_jwk(certificate, &length)};
     if (!pem || validateX509(pem.get(), orNull(name)) == 1)
     {
         return std::nullopt;

@@ -175,8 +175,8 @@ Finding randomFinding()
 {
     const std::string subject = "random device";
     const std::string path = "/dev/urandom";
-    std::array<Text, 2> drawn;
-    for (Text& text : drawn)
+    std::array<RawText, 2> drawn;
+    for (RawText& text : drawn)
     {
         char* raw = nullptr;
         errno = 0;

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "documents.hpp"
 
-#include "command.hpp"
-
 #include <json/reader.h>
 
 #include <sys/stat.h>
@@ -10,7 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -19,12 +16,19 @@
 namespace bmcoauth::tool
 {
 
+namespace
+{
+
+constexpr const char* outOfMemory = "memory is exhausted";
+
+} // namespace
+
 std::string nameOf(const std::string& path)
 {
     return path == "-" ? "standard input" : path;
 }
 
-std::string harmless(const std::string& text)
+std::string harmless(std::string_view text)
 {
     std::string shown;
     for (const char c : text)
@@ -67,10 +71,10 @@ void requireReadable(const std::string& path)
     }
 }
 
-std::string shown(const std::string& text)
+std::string shown(std::string_view text)
 {
     const bool printable = std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
-    return printable ? text : harmless(json_fastWriter(Json::Value{text}));
+    return printable ? std::string{text} : harmless(textOf(std::string{text}));
 }
 
 std::string readBytes(const std::string& path)
@@ -115,32 +119,31 @@ std::string readWord(const std::string& path)
     return text;
 }
 
-std::optional<std::string> decodedBase64Url(const std::string& text)
+std::optional<std::string> decodedBase64Url(std::string_view text)
 {
-    char* raw = nullptr;
-    int length = 0;
-    if (base64URIdecode(text.c_str(), &raw, &length) != 1)
-    {
-        return std::nullopt;
-    }
-    const Text bytes{raw};
-    return std::string{bytes.get(), static_cast<std::size_t>(length)};
+    const Expected<Bytes> bytes = decodeBase64Url(text);
+    return bytes ? std::optional{std::string{bytes->view()}} : std::nullopt;
 }
 
-std::string encodedBase64(const std::string& bytes)
+std::vector<std::string_view> viewsOf(const std::vector<std::string>& texts)
 {
-    char* raw = nullptr;
-    base64encode(bytes.data(), &raw, static_cast<int>(bytes.size()));
-    return orStop(raw, "memory is exhausted").get();
+    return {texts.begin(), texts.end()};
 }
 
-std::string encodedBase64Url(const std::string& bytes)
+ByteSpan bytesOf(std::string_view text)
 {
-    std::string text = encodedBase64(bytes);
-    // Shortens the text where it ends with padding.
-    base64URIencode(text.data());
-    text.resize(std::strlen(text.data()));
-    return text;
+    const void* const data = text.data();
+    return {static_cast<const unsigned char*>(data), text.size()};
+}
+
+std::string encodedBase64(std::string_view bytes)
+{
+    return std::string{orStop(base64(bytesOf(bytes)), outOfMemory).view()};
+}
+
+std::string encodedBase64Url(std::string_view bytes)
+{
+    return std::string{orStop(base64Url(bytesOf(bytes)), outOfMemory).view()};
 }
 
 std::optional<Json::Value> parsedObject(const std::string& text)
@@ -165,12 +168,7 @@ std::optional<Json::Value> parsedObject(const std::string& text)
 
 Json::Value readObject(const std::string& path)
 {
-    Json::Value document;
-    if (!loadJsonDoc(readText(path).c_str(), document))
-    {
-        throw Stop{Exit::invalid, nameOf(path) + " is not a JSON object"};
-    }
-    return document;
+    return orStop(parseJson(readText(path)), nameOf(path) + " is not a JSON object", Exit::invalid);
 }
 
 // No deeper than jsoncpp reads, which is 1,000 levels.
@@ -201,23 +199,28 @@ Json::Value withoutComments(const Json::Value& tree)
     return plain;
 }
 
-void print(const std::string& text)
+void print(std::string_view text)
 {
     std::cout << text << '\n';
 }
 
-void printJson(const Json::Value& tree)
+std::string textOf(const Json::Value& tree)
 {
-    print(json_fastWriter(tree));
+    return orStop(jsonText(tree), outOfMemory);
 }
 
-Text orStop(char* text, const std::string& message)
+void printJson(const Json::Value& tree)
+{
+    print(textOf(tree));
+}
+
+RawText orStop(char* text, const std::string& message)
 {
     if (text == nullptr)
     {
         throw Stop{Exit::failure, message};
     }
-    return Text{text};
+    return RawText{text};
 }
 
 void warn(const std::string& message)

@@ -1,19 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <bmcoauth.h>
+#include "command.hpp"
+
+#include <bmcoauth.hpp>
 
 #include <json/value.h>
 
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace bmcoauth::tool
 {
 
-/** Hands an object to the library's function that releases it. */
+/** Hands an object to the function that releases it. */
 template <auto Release>
 struct Releaser
 {
@@ -24,18 +30,33 @@ struct Releaser
     }
 };
 
-using Text = std::unique_ptr<char, Releaser<std::free>>;
+using RawText = std::unique_ptr<char, Releaser<std::free>>;
 using StringArray = std::unique_ptr<char*, Releaser<free_char_array>>;
 using AuthorizeRequestPtr = std::unique_ptr<AuthorizeRequest, Releaser<free_authorize_request>>;
 using AuthorizeResponsePtr = std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_response>>;
 using JwtHeaderPtr = std::unique_ptr<JWTHeader, Releaser<free_jwt_header>>;
 using JwtPayloadPtr = std::unique_ptr<JWTPayload, Releaser<free_jwt_payload>>;
 
+/** The value of @p result, or a stop with @p message and @p status where it has none. */
+template <typename T>
+[[nodiscard]] T orStop(Expected<T> result, const std::string& message, Exit status = Exit::failure)
+{
+    if (!result)
+    {
+        if (result.error() == Error::noMemory)
+        {
+            throw std::bad_alloc{};
+        }
+        throw Stop{status, message};
+    }
+    return std::move(*result);
+}
+
 /** The name under which @p path is spoken of: standard input for "-". */
 [[nodiscard]] std::string nameOf(const std::string& path);
 
 /** @p text with question marks for the control characters, which a terminal would obey. */
-[[nodiscard]] std::string harmless(const std::string& text);
+[[nodiscard]] std::string harmless(std::string_view text);
 
 [[nodiscard]] const char* orNull(const std::optional<std::string>& text);
 
@@ -43,7 +64,7 @@ using JwtPayloadPtr = std::unique_ptr<JWTPayload, Releaser<free_jwt_payload>>;
 void requireReadable(const std::string& path);
 
 /** @p text as it is, or as a JSON string if a terminal might obey what stands in it. */
-[[nodiscard]] std::string shown(const std::string& text);
+[[nodiscard]] std::string shown(std::string_view text);
 
 /** The whole of the file @p path, or of standard input for "-"; a stop when it cannot be read. */
 [[nodiscard]] std::string readBytes(const std::string& path);
@@ -55,13 +76,20 @@ void requireReadable(const std::string& path);
 [[nodiscard]] std::string readWord(const std::string& path);
 
 /** The bytes that the Base64url text @p text stands for; nothing if it stands for none. */
-[[nodiscard]] std::optional<std::string> decodedBase64Url(const std::string& text);
+[[nodiscard]] std::optional<std::string> decodedBase64Url(std::string_view text);
+
+/** What an option was given, each to be borrowed for a call. */
+[[nodiscard]] std::vector<std::string_view> viewsOf(const std::vector<std::string>& texts);
+std::vector<std::string_view> viewsOf(std::vector<std::string>&& texts) = delete;
+
+/** The bytes that @p text is made of. */
+[[nodiscard]] ByteSpan bytesOf(std::string_view text);
 
 /** @p bytes in standard Base64 with padding. */
-[[nodiscard]] std::string encodedBase64(const std::string& bytes);
+[[nodiscard]] std::string encodedBase64(std::string_view bytes);
 
 /** @p bytes in Base64url. */
-[[nodiscard]] std::string encodedBase64Url(const std::string& bytes);
+[[nodiscard]] std::string encodedBase64Url(std::string_view bytes);
 
 /** The JSON object in @p text, zero bytes included, which end a text for loadJsonDoc; nothing if it
  *  is none. */
@@ -75,13 +103,16 @@ void requireReadable(const std::string& path);
 [[nodiscard]] Json::Value withoutComments(const Json::Value& tree);
 
 /** Prints @p text and a line feed on standard output. */
-void print(const std::string& text);
+void print(std::string_view text);
+
+/** The text form of @p tree. */
+[[nodiscard]] std::string textOf(const Json::Value& tree);
 
 /** Prints the text form of @p tree. */
 void printJson(const Json::Value& tree);
 
 /** The owner of @p text, or a stop where the library gave null: memory or a device failed. */
-[[nodiscard]] Text orStop(char* text, const std::string& message);
+[[nodiscard]] RawText orStop(char* text, const std::string& message);
 
 /** Says on stderr, in one line, what must not be overlooked. */
 void warn(const std::string& message);

@@ -16,7 +16,7 @@ namespace
 /** Data that is longer makes an envelope that the library does not open. */
 constexpr std::size_t mostBytes = 73710;
 
-Text freshIv()
+RawText freshIv()
 {
     char* raw = nullptr;
     generateRandomIV(&raw);
@@ -72,10 +72,10 @@ void seal(const SealOptions& options)
                                       std::to_string(mostBytes)};
     }
     char* rawMac = nullptr;
-    const Text ciphertext{ecies_encrypt(data.data(), static_cast<unsigned int>(data.size()),
-                                        peer.address(), &rawMac, key.data(), key.size(),
-                                        iv.c_str())};
-    const Text mac{rawMac};
+    const RawText ciphertext{ecies_encrypt(data.data(), static_cast<unsigned int>(data.size()),
+                                           peer.address(), &rawMac, key.data(), key.size(),
+                                           iv.c_str())};
+    const RawText mac{rawMac};
     if (!ciphertext)
     {
         throw Stop{Exit::invalid, "the data could not be sealed: the first certificate of " +
@@ -120,8 +120,9 @@ void open(const OpenOptions& options)
     CertificateKey peer{options.peer};
     const SealedDocument sealed{options.path};
     unsigned int length = 0;
-    const Text plaintext{ecies_decrypt(sealed.ciphertext.c_str(), &length, key.data(), key.size(),
-                                       sealed.mac.c_str(), peer.address(), sealed.iv.c_str())};
+    const RawText plaintext{ecies_decrypt(sealed.ciphertext.c_str(), &length, key.data(),
+                                          key.size(), sealed.mac.c_str(), peer.address(),
+                                          sealed.iv.c_str())};
     if (!plaintext)
     {
         throw Stop{Exit::invalid, "the envelope is refused: it was altered, or sealed with other "

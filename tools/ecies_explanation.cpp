@@ -24,8 +24,8 @@ void explain(const Options& options)
     CertificateKey peer{options.peer};
     const SealedDocument sealed{options.path};
     unsigned int length = 0;
-    const Text opened{ecies_decrypt(sealed.ciphertext.c_str(), &length, key.data(), key.size(),
-                                    sealed.mac.c_str(), peer.address(), sealed.iv.c_str())};
+    const RawText opened{ecies_decrypt(sealed.ciphertext.c_str(), &length, key.data(), key.size(),
+                                       sealed.mac.c_str(), peer.address(), sealed.iv.c_str())};
     answer(explainEnvelope(sealed, key.data(), key.size(), peer.get()),
            opened ? Exit::success : Exit::invalid, options.json);
 }

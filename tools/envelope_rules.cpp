@@ -202,7 +202,7 @@ Explanation explainEnvelope(const SealedDocument& sealed, const unsigned char* d
     }
     const EcKeyPtr own{get_EC_privKey(der, derLength)};
     unsigned int length = 0;
-    const Text pem{decode_x509_jwk(peer, &length)};
+    const RawText pem{decode_x509_jwk(peer, &length)};
     const EcKeyPtr key{get_EC_pubKey(pem.get())};
     if (const Refusal refusal = peerRules(key))
     {

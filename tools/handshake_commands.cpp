@@ -166,7 +166,7 @@ void makeKeys(const KeysOptions& options)
         throw Stop{Exit::failure,
                    "no keys could be made: the random device failed, or the prefix is too long"};
     }
-    print(Text{raw}.get());
+    print(RawText{raw}.get());
 }
 
 // --------------------------------------------------------------------------------------- attach

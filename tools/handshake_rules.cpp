@@ -87,8 +87,8 @@ Refusal challengeRules(Walk& walk)
                        "the client's certificate", "give --certificate");
     }
     unsigned int length = 0;
-    const Text pem{decode_x509_jwk(walk.given.certificate, &length)};
-    const Text name{pem ? get_x509_CN(pem.get()) : nullptr};
+    const RawText pem{decode_x509_jwk(walk.given.certificate, &length)};
+    const RawText name{pem ? get_x509_CN(pem.get()) : nullptr};
     if (!name)
     {
         return refused("certificate",

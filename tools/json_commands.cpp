@@ -44,7 +44,7 @@ public:
     }
 
 private:
-    Text text;
+    RawText text;
 };
 
 struct GetOptions
@@ -60,7 +60,7 @@ void getMember(const GetOptions& options)
     char* raw = nullptr;
     if (!options.json && json_to_char(document, options.key.c_str(), &raw) == 1)
     {
-        print(Text{raw}.get());
+        print(RawText{raw}.get());
         return;
     }
     if (!document.isMember(options.key) || document[options.key].isNull())

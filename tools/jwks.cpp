@@ -32,7 +32,7 @@ std::optional<std::string> importedKey(const Json::Value& key)
         throw std::bad_alloc();
     }
     const bool imported = appendPublicKey(&raw) == 1;
-    const Text text{raw};
+    const RawText text{raw};
     return imported ? std::optional<std::string>{text.get()} : std::nullopt;
 }
 

@@ -46,7 +46,7 @@ void writeFile(const std::string& path, const std::string& bytes, bool isPrivate
 {
     const mode_t mode = isPrivate ? 0600 : 0644;
     const int file =
-        open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | (force ? O_TRUNC : O_EXCL), mode);
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | (force ? O_TRUNC : O_EXCL), mode);
     if (file < 0)
     {
         stopWriting(path);

@@ -9,6 +9,16 @@
 namespace bmcoauth::tool
 {
 
+PrivateKey readPrivateKey(const std::string& path)
+{
+    requireReadable(path);
+    Expected<PrivateKey> key = PrivateKey::fromFile(path);
+    // A file may hold a key on another curve, by which nothing is signed or opened.
+    return orStop(key && ecKeyOf(*key) ? std::move(key) : Error::refused,
+                  path + " does not hold an unencrypted P-256 private key in PEM form",
+                  Exit::invalid);
+}
+
 PrivateKeyBytes::PrivateKeyBytes(const std::string& path)
 {
     requireReadable(path);

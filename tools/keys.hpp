@@ -11,7 +11,10 @@
 namespace bmcoauth::tool
 {
 
-using EcKeyPtr = std::unique_ptr<EC_KEY, Releaser<EC_KEY_free>>;
+using EcKeyPtr = EcKey;
+
+/** The P-256 private key in the file @p path; stops the command when there is none. */
+[[nodiscard]] PrivateKey readPrivateKey(const std::string& path);
 
 /** Private key bytes as the library takes them: an ECPrivateKey structure, wiped when it goes. */
 class PrivateKeyBytes

@@ -12,7 +12,7 @@ namespace bmcoauth::tool
 {
 
 using EvpKeyPtr = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
-using CertificatePtr = std::unique_ptr<X509, Releaser<X509_free>>;
+using CertificatePtr = Certificate;
 
 /** A certificate and its private key, made for development. */
 struct Identity

@@ -13,7 +13,7 @@ std::string readToken(const std::string& path)
     char* raw = nullptr;
     if (get_value_char(text.c_str(), "access_token", &raw) == 1)
     {
-        return Text{raw}.get();
+        return RawText{raw}.get();
     }
     if (text.empty())
     {
@@ -43,7 +43,7 @@ Json::Value decodePart(const std::string& part, const std::string& name)
     {
         throw Stop{Exit::invalid, "the " + name + " of the token is not Base64url"};
     }
-    if (!loadJsonDoc(Text{raw}.get(), tree))
+    if (!loadJsonDoc(RawText{raw}.get(), tree))
     {
         throw Stop{Exit::invalid, "the " + name + " of the token is not a JSON object"};
     }
