@@ -1,0 +1,250 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/* What goes into a call: borrowed texts and bytes, and the copies of them that the library is
+ * given. */
+
+#include <bmcoauth/cpp/expected.hpp>
+
+#include <climits>
+
+#include <array>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <type_traits>
+
+namespace bmcoauth
+{
+inline namespace v1
+{
+
+/** Texts and bytes that are borrowed for a call. */
+using TextSpan = std::span<const std::string_view>;
+using ByteSpan = std::span<const unsigned char>;
+
+/** What these headers are made with; a caller has no use for it. */
+namespace detail
+{
+
+/** Clears memory that is not looked at any more, which a compiler would leave out. */
+inline void wipe(void* data, std::size_t size) noexcept
+{
+    if (data == nullptr)
+    {
+        return;
+    }
+#if defined(__GNUC__)
+    std::memset(data, 0, size);
+    // The memory counts as read here.
+    __asm__ __volatile__("" : : "r"(data) : "memory");
+#else
+    volatile unsigned char* byte = static_cast<unsigned char*>(data);
+    for (; size != 0; --size)
+    {
+        *byte++ = 0;
+    }
+#endif
+}
+
+/** Arguments holds the copies that a call passes on, with a zero byte behind each text, and wipes
+ *  them afterwards. The first thing that goes wrong is kept: ask for `failure` once, before the
+ *  call, since everything that is made after a failure is null. */
+class Arguments
+{
+public:
+    Arguments() noexcept = default;
+    Arguments(const Arguments&) = delete;
+    Arguments(Arguments&&) = delete;
+    Arguments& operator=(const Arguments&) = delete;
+    Arguments& operator=(Arguments&&) = delete;
+    ~Arguments()
+    {
+        while (chunks != nullptr)
+        {
+            Chunk* const next = chunks->next;
+            wipe(chunks, chunks->size);
+            std::free(chunks);
+            chunks = next;
+        }
+        wipe(first.data(), firstUsed);
+    }
+
+    [[nodiscard]] char* text(std::string_view text) noexcept
+    {
+        if (text.find('\0') != std::string_view::npos)
+        {
+            return fail(Error::zeroByte);
+        }
+        auto* const copy = static_cast<char*>(take(text.size(), 1, 1));
+        if (copy != nullptr)
+        {
+            if (!text.empty())
+            {
+                std::memcpy(copy, text.data(), text.size());
+            }
+            copy[text.size()] = '\0';
+        }
+        return copy;
+    }
+    /** Null for an absent text. */
+    [[nodiscard]] char* maybe(const std::optional<std::string_view>& given) noexcept
+    {
+        return given ? text(*given) : nullptr;
+    }
+
+    /** The decimal text of `number`. */
+    [[nodiscard]] char* decimal(std::uint64_t number) noexcept
+    {
+        std::array<char, 20> digits{};
+        const std::to_chars_result end =
+            std::to_chars(digits.data(), digits.data() + digits.size(), number);
+        return text(
+            std::string_view{digits.data(), static_cast<std::size_t>(end.ptr - digits.data())});
+    }
+
+    /** `count` zeroed objects and one more, which ends the array. */
+    template <typename T>
+    [[nodiscard]] T* array(std::size_t count) noexcept
+    {
+        static_assert(std::is_trivially_default_constructible_v<T> &&
+                      std::is_trivially_destructible_v<T>);
+        // NOLINTNEXTLINE(bugprone-sizeof-expression): some are arrays of pointers.
+        constexpr std::size_t one = sizeof(T);
+        if (count > PTRDIFF_MAX / one - 1)
+        {
+            return fail(Error::tooLong);
+        }
+        void* const objects = take(count * one, one, alignof(T));
+        if (objects == nullptr)
+        {
+            return nullptr;
+        }
+        std::memset(objects, 0, (count + 1) * one);
+        return static_cast<T*>(objects);
+    }
+
+    /** A null-ended array of these texts, of `char*` or `const char*`. */
+    template <typename Pointer = char*>
+    [[nodiscard]] Pointer* texts(TextSpan texts) noexcept
+    {
+        Pointer* const copies = array<Pointer>(texts.size());
+        for (std::size_t i = 0; copies != nullptr && i < texts.size(); ++i)
+        {
+            copies[i] = text(texts[i]);
+        }
+        return copies;
+    }
+    /** The same, and null for none, where the library takes a null pointer for that. */
+    template <typename Pointer = char*>
+    [[nodiscard]] Pointer* textsOrNull(TextSpan list) noexcept
+    {
+        return list.empty() ? nullptr : texts<Pointer>(list);
+    }
+
+    /** A length as the library counts it. */
+    template <typename Count>
+    [[nodiscard]] Count length(std::size_t size) noexcept
+    {
+        if (size > static_cast<std::size_t>(INT_MAX))
+        {
+            fail(Error::tooLong);
+            return 0;
+        }
+        return static_cast<Count>(size);
+    }
+
+    /** Null, for the callers here that give back a pointer. */
+    std::nullptr_t fail(Error error) noexcept
+    {
+        if (!failed)
+        {
+            failed = true;
+            problem = error;
+        }
+        return nullptr;
+    }
+
+    [[nodiscard]] std::optional<Error> failure() const noexcept
+    {
+        return failed ? std::optional{problem} : std::nullopt;
+    }
+
+private:
+    struct Chunk
+    {
+        Chunk* next;
+        std::size_t size;
+    };
+
+    /** Room for `size` bytes and `more`, which does not count as too long by itself. */
+    [[nodiscard]] void* take(std::size_t size, std::size_t more, std::size_t alignment) noexcept
+    {
+        if (failed)
+        {
+            return nullptr;
+        }
+        if (size > static_cast<std::size_t>(INT_MAX) - more)
+        {
+            return fail(Error::tooLong);
+        }
+        const std::size_t wanted = size + more;
+        std::size_t start = (used + alignment - 1) & ~(alignment - 1);
+        if (start > room || wanted > room - start)
+        {
+            if (!enlarge(wanted))
+            {
+                return nullptr;
+            }
+            start = 0;
+        }
+        used = start + wanted;
+        if (chunks == nullptr)
+        {
+            firstUsed = used;
+        }
+        return current + start;
+    }
+
+    [[nodiscard]] bool enlarge(std::size_t wanted) noexcept
+    {
+        // Malloc aligns for everything, and this header of a chunk keeps the alignment.
+        constexpr std::size_t header =
+            (sizeof(Chunk) + alignof(std::max_align_t) - 1) & ~(alignof(std::max_align_t) - 1);
+        constexpr std::size_t usual = 4096 - header;
+        const std::size_t size = wanted > usual ? wanted : usual;
+        void* const block = std::malloc(header + size);
+        if (block == nullptr)
+        {
+            fail(Error::noMemory);
+            return false;
+        }
+        chunks = new (block) Chunk{chunks, header + size};
+        current = static_cast<unsigned char*>(block) + header;
+        room = size;
+        used = 0;
+        return true;
+    }
+
+    // Most calls need no more, and so no memory of the heap.
+    alignas(std::max_align_t) std::array<unsigned char, 1024> first{};
+    std::size_t firstUsed = 0;
+    unsigned char* current = first.data();
+    std::size_t room = first.size();
+    std::size_t used = 0;
+    Chunk* chunks = nullptr;
+    // Kept as an optional, GCC 12 warns of its value where the sanitizers are on.
+    bool failed = false;
+    Error problem = Error::refused;
+};
+
+} // namespace detail
+
+} // namespace v1
+} // namespace bmcoauth

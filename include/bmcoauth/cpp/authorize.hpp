@@ -1,0 +1,256 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/* The messages of the token endpoint, over <bmcoauth/authorize.h>. */
+
+#include <bmcoauth/authorize.h>
+#include <bmcoauth/cpp/arguments.hpp>
+#include <bmcoauth/cpp/expected.hpp>
+#include <bmcoauth/cpp/issuing.hpp>
+#include <bmcoauth/cpp/keys.hpp>
+#include <bmcoauth/cpp/owners.hpp>
+#include <bmcoauth/cpp/parameters.hpp>
+#include <bmcoauth/cpp/text.hpp>
+#include <bmcoauth/handshake_payload.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+namespace bmcoauth
+{
+inline namespace v1
+{
+
+/** One entry of a policy list. */
+struct Policy
+{
+    std::string_view name = {};
+    std::string_view value = {};
+};
+
+/** What a token request is made of: a refresh token or a handshake response, and the rest. */
+struct TokenRequestParts
+{
+    std::string_view clientId = {};
+    std::string_view clientSecret = {};
+    std::string_view state = {};
+    std::optional<std::string_view> refreshToken = {};
+    std::span<const Policy> policy = {};
+    const ParameterList* handshake = nullptr;
+};
+
+/** TokenRequest owns what a client sends to the token endpoint: AuthorizeRequest. */
+class TokenRequest : public detail::Record<AuthorizeRequest, free_authorize_request>
+{
+public:
+    using Record::Record;
+
+    /** parse_authorize_request */
+    [[nodiscard]] static Expected<TokenRequest> parse(std::string_view text)
+    {
+        return detail::made<TokenRequest>(::parse_authorize_request, text);
+    }
+
+    /** create_authorize_request, which fails here where a part of the request cannot be copied. */
+    [[nodiscard]] static Expected<TokenRequest> of(const TokenRequestParts& parts)
+    {
+        detail::Arguments in;
+        const char* const secret = in.text(parts.clientSecret);
+        const char* const id = in.text(parts.clientId);
+        const char* const state = in.text(parts.state);
+        const char* const refresh = in.maybe(parts.refreshToken);
+        auto* const policy = in.array<KestPolicyAuth>(parts.policy.size());
+        for (std::size_t i = 0; policy != nullptr && i < parts.policy.size(); ++i)
+        {
+            policy[i] = {in.text(parts.policy[i].name), in.text(parts.policy[i].value)};
+        }
+        if (in.failure())
+        {
+            return *in.failure();
+        }
+        TokenRequest request{::create_authorize_request(
+            secret, id, state, nullptr, parts.policy.empty() ? nullptr : policy,
+            parts.handshake == nullptr ? nullptr : parts.handshake->get(), refresh)};
+        if (!request || (refresh != nullptr && !request.refreshToken()) ||
+            (!parts.policy.empty() && request.get()->policy == nullptr))
+        {
+            return Error::refused;
+        }
+        return request;
+    }
+
+    /** write_authorize_request; Error::missing where that would throw. */
+    [[nodiscard]] Expected<Text> write() const
+    {
+        if (!clientId() || !clientSecret() || !state() || hasEmptyParameter())
+        {
+            return Error::missing;
+        }
+        return detail::ownedOrRefused<Text>(::write_authorize_request(get()));
+    }
+
+    /** The texts of the record; absent where they are null. */
+    [[nodiscard]] std::optional<std::string_view> clientId() const noexcept
+    {
+        return field(&AuthorizeRequest::client_id);
+    }
+    [[nodiscard]] std::optional<std::string_view> clientSecret() const noexcept
+    {
+        return field(&AuthorizeRequest::client_secret);
+    }
+    [[nodiscard]] std::optional<std::string_view> state() const noexcept
+    {
+        return field(&AuthorizeRequest::state);
+    }
+    [[nodiscard]] std::optional<std::string_view> refreshToken() const noexcept
+    {
+        return field(&AuthorizeRequest::refresh_token);
+    }
+    /** A copy of the handshake response. */
+    [[nodiscard]] Expected<ParameterList> handshake() const
+    {
+        return detail::ownedOrRefused<ParameterList>(
+            ::set_handshake_payload(pointer(&AuthorizeRequest::handshake)));
+    }
+
+private:
+    [[nodiscard]] bool hasEmptyParameter() const noexcept
+    {
+        const HandshakePayload* parameter = pointer(&AuthorizeRequest::handshake);
+        while (parameter != nullptr && parameter->name != nullptr && parameter->values != nullptr)
+        {
+            if (*parameter->values == nullptr)
+            {
+                return true;
+            }
+            ++parameter;
+        }
+        return false;
+    }
+};
+
+/** What a token response is made of. */
+struct TokenResponseParts
+{
+    std::string_view accessToken = {};
+    std::string_view state = {};
+    std::string_view refreshToken = {};
+    std::string_view expiresIn = {};
+    std::string_view tokenType = "bearer";
+};
+
+/** TokenResponse owns what the token endpoint answers: AuthorizeResponse. */
+class TokenResponse : public detail::Record<AuthorizeResponse, free_authorize_response>
+{
+public:
+    using Record::Record;
+
+    /** parse_authorize_response */
+    [[nodiscard]] static Expected<TokenResponse> parse(std::string_view text)
+    {
+        return detail::made<TokenResponse>(::parse_authorize_response, text);
+    }
+    /** create_authorize_response */
+    [[nodiscard]] static Expected<TokenResponse> of(const TokenResponseParts& parts)
+    {
+        return detail::made<TokenResponse>(::create_authorize_response, parts.state,
+                                           parts.accessToken, parts.refreshToken, parts.expiresIn,
+                                           parts.tokenType);
+    }
+
+    /** write_authorize_response; Error::missing where that would throw. */
+    [[nodiscard]] Expected<Text> write() const
+    {
+        if (!accessToken() || !state() || !refreshToken() || !expiresIn() || !tokenType())
+        {
+            return Error::missing;
+        }
+        return detail::ownedOrRefused<Text>(::write_authorize_response(get()));
+    }
+
+    /** The texts of the record; absent where they are null. */
+    [[nodiscard]] std::optional<std::string_view> accessToken() const noexcept
+    {
+        return field(&AuthorizeResponse::access_token);
+    }
+    [[nodiscard]] std::optional<std::string_view> state() const noexcept
+    {
+        return field(&AuthorizeResponse::state);
+    }
+    [[nodiscard]] std::optional<std::string_view> refreshToken() const noexcept
+    {
+        return field(&AuthorizeResponse::refresh_token);
+    }
+    [[nodiscard]] std::optional<std::string_view> expiresIn() const noexcept
+    {
+        return field(&AuthorizeResponse::expires_in);
+    }
+    [[nodiscard]] std::optional<std::string_view> tokenType() const noexcept
+    {
+        return field(&AuthorizeResponse::token_type);
+    }
+    [[nodiscard]] std::optional<std::string_view> issuedAt() const noexcept
+    {
+        return field(&AuthorizeResponse::issued_at);
+    }
+};
+
+/** What a token service puts into its tokens. */
+struct TokenGrant
+{
+    /** Echoed in the response. */
+    std::string_view state = {};
+    /** "EC OAuth Token" and "EC" where they are absent. */
+    std::optional<std::string_view> subject = {};
+    std::optional<std::string_view> issuer = {};
+    /** Not 0, for which the library would take an hour. */
+    std::uint32_t lifetimeSeconds = 3600;
+    std::string_view tokenType = "bearer";
+    std::span<const ScopeEntry> scopes = {};
+};
+
+/** Issues an access token and a refresh token: authorize_client. It checks nothing about who asks
+ *  for them. */
+[[nodiscard]] inline Expected<TokenResponse> issueTokens(const TokenGrant& grant,
+                                                         const PrivateKey& key)
+{
+    if (key.der().empty() || grant.lifetimeSeconds == 0)
+    {
+        return Error::missing;
+    }
+    detail::Arguments in;
+    const char* const state = in.text(grant.state);
+    char* const subject = in.maybe(grant.subject);
+    char* const issuer = in.maybe(grant.issuer);
+    const char* const lifetime = in.decimal(grant.lifetimeSeconds);
+    const char* const tokenType = in.text(grant.tokenType);
+    AuthorizeClaims claims{.subject = subject,
+                           .issuer = issuer,
+                           .scopes = detail::scopeEntries(in, grant.scopes),
+                           .scope_count = in.length<int>(grant.scopes.size())};
+    if (in.failure())
+    {
+        return *in.failure();
+    }
+    const TokenResponse settings{::configure_auth_response(lifetime, tokenType)};
+    if (!settings)
+    {
+        return Error::refused;
+    }
+    return detail::ownedOrRefused<TokenResponse>(
+        ::authorize_client(state, key.der().data(), static_cast<unsigned int>(key.der().size()),
+                           settings.get(), &claims));
+}
+
+/** The response to a request as text, with an access token that nobody can ever verify, since it is
+ *  signed with a key that is thrown away: client_authorize. */
+[[nodiscard]] inline Expected<Text> issueUnverifiableTokens(std::string_view request)
+{
+    return detail::made<Text>(::client_authorize, request);
+}
+
+} // namespace v1
+} // namespace bmcoauth

@@ -1,0 +1,183 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/* Certificates and chains of them, over <bmcoauth/x509.h>. */
+
+#include <bmcoauth/cpp/arguments.hpp>
+#include <bmcoauth/cpp/expected.hpp>
+#include <bmcoauth/cpp/keys.hpp>
+#include <bmcoauth/cpp/owners.hpp>
+#include <bmcoauth/cpp/parameters.hpp>
+#include <bmcoauth/cpp/text.hpp>
+#include <bmcoauth/handshake.h>
+#include <bmcoauth/handshake_payload.h>
+#include <bmcoauth/jwk.h>
+#include <bmcoauth/support.h>
+#include <bmcoauth/x509.h>
+
+#include <openssl/x509.h>
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <utility>
+
+namespace bmcoauth
+{
+inline namespace v1
+{
+
+/** An owner of OpenSSL's X509. */
+struct CertificateReleaser
+{
+    void operator()(X509* certificate) const noexcept
+    {
+        X509_free(certificate);
+    }
+};
+using Certificate = std::unique_ptr<X509, CertificateReleaser>;
+
+/** What verifying a chain has shown. */
+enum class Chain
+{
+    verified,   /**< it leads to a factory root */
+    refused,    /**< it does not, or a root's file is not there */
+    unreadable, /**< there is no chain, or a certificate that takes part cannot be read */
+};
+
+/** CertificateKey owns a certificate key, a parameter list whose "x5c" values are a chain.
+ *
+ *  NOTE: names and public keys are those of the first certificate, and verifyChain verifies the
+ *  last one; see <bmcoauth/x509.h>. */
+class CertificateKey
+{
+public:
+    /** A key of the PEM chain `chain`: encode_x509_jwk. */
+    [[nodiscard]] static Expected<CertificateKey> fromPem(std::string_view chain)
+    {
+        detail::Arguments in;
+        const char* const pem = in.text(chain);
+        const auto length = in.length<unsigned int>(chain.size());
+        if (in.failure())
+        {
+            return *in.failure();
+        }
+        return detail::ownedOrRefused<ParameterList>(::encode_x509_jwk(pem, length)).andThen(made);
+    }
+    /** A key of its JSON text: parse_handshake_payload. */
+    [[nodiscard]] static Expected<CertificateKey> parse(std::string_view text)
+    {
+        return ParameterList::parse(text).andThen(made);
+    }
+
+    /** The list itself, with "kty", "x5c" and what else there is. */
+    [[nodiscard]] const ParameterList& parameters() const noexcept
+    {
+        return list;
+    }
+
+    /** The first certificate in PEM form: decode_x509_jwk. */
+    [[nodiscard]] Expected<Text> pem() const
+    {
+        unsigned int length = 0;
+        return detail::ownedOrRefused<Text>(::decode_x509_jwk(list.get(), &length));
+    }
+    /** Whether the chain verifies, and the first certificate has the common name: see
+     *  validate_x509_jwk; without a `commonName` every name will do. */
+    [[nodiscard]] bool isValid(std::optional<std::string_view> commonName = {}) const
+    {
+        detail::Arguments in;
+        const char* const name = in.maybe(commonName);
+        return !in.failure() && ::validate_x509_jwk(list.get(), name) == 1;
+    }
+    /** chainVerify */
+    [[nodiscard]] Chain verifyChain() const
+    {
+        const int result = ::chainVerify(list.get());
+        if (result < 0)
+        {
+            return Chain::unreadable;
+        }
+        return result == 1 ? Chain::verified : Chain::refused;
+    }
+
+private:
+    explicit CertificateKey(ParameterList parameters) noexcept : list{std::move(parameters)}
+    {
+    }
+    [[nodiscard]] static Expected<CertificateKey> made(ParameterList parameters)
+    {
+        return CertificateKey{std::move(parameters)};
+    }
+
+    ParameterList list;
+};
+
+/** CertificateKeyList owns a list of certificate keys. */
+class CertificateKeyList : public detail::Owned<HandshakePayload*, free_jwk_certs>
+{
+public:
+    using Owned::Owned;
+
+    /** Copies of these keys: set_jwk_certs. */
+    [[nodiscard]] static Expected<CertificateKeyList> of(std::span<const CertificateKey> keys)
+    {
+        detail::Arguments in;
+        HandshakePayload** const list = in.array<HandshakePayload*>(keys.size());
+        if (in.failure())
+        {
+            return *in.failure();
+        }
+        for (std::size_t i = 0; i < keys.size(); ++i)
+        {
+            list[i] = keys[i].parameters().get();
+        }
+        return detail::ownedOrRefused<CertificateKeyList>(::set_jwk_certs(list));
+    }
+};
+
+/** The PEM text of a certificate's bare Base64: recreate_x509_cert. */
+[[nodiscard]] inline Expected<Text> certificatePem(std::string_view body)
+{
+    return detail::made<Text>(::recreate_x509_cert, body);
+}
+
+/** The certificate's common name, cut to 24 bytes: get_x509_CN. */
+[[nodiscard]] inline Expected<Text> commonName(std::string_view pem)
+{
+    return detail::made<Text>(::get_x509_CN, pem);
+}
+
+/** Whether the certificate is readable and, where one is given, bears the common name:
+ *  validateX509. */
+[[nodiscard]] inline bool isCertificate(std::string_view pem,
+                                        std::optional<std::string_view> commonName = {})
+{
+    detail::Arguments in;
+    const char* const pemText = in.text(pem);
+    const char* const name = in.maybe(commonName);
+    return !in.failure() && ::validateX509(pemText, name) == 1;
+}
+
+/** The first certificate of a PEM text: getX509Cert. */
+[[nodiscard]] inline Expected<Certificate> readCertificate(std::string_view pem)
+{
+    return detail::made<Certificate>(::getX509Cert, pem);
+}
+
+/** The EC public key of a certificate, which is not verified: get_EC_pubKey. */
+[[nodiscard]] inline Expected<EcKey> ecKeyOfCertificate(std::string_view pem)
+{
+    return detail::made<EcKey>(::get_EC_pubKey, pem);
+}
+
+/** Whether the device bears the marker under which development roots are trusted: isDeviceVorn. */
+[[nodiscard]] inline bool deviceIsMarked()
+{
+    return ::isDeviceVorn() == 1;
+}
+
+} // namespace v1
+} // namespace bmcoauth

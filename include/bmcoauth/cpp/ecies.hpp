@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/* Envelopes that only one peer can open, over <bmcoauth/ecies.h>. */
+
+#include <bmcoauth/cpp/arguments.hpp>
+#include <bmcoauth/cpp/certificates.hpp>
+#include <bmcoauth/cpp/expected.hpp>
+#include <bmcoauth/cpp/keys.hpp>
+#include <bmcoauth/cpp/owners.hpp>
+#include <bmcoauth/cpp/parameters.hpp>
+#include <bmcoauth/cpp/text.hpp>
+#include <bmcoauth/ecies.h>
+#include <bmcoauth/handshake.h>
+#include <bmcoauth/handshake_payload.h>
+
+#include <climits>
+
+#include <cstddef>
+#include <string_view>
+#include <utility>
+
+namespace bmcoauth
+{
+inline namespace v1
+{
+
+/** A sealed envelope: Base64 of the ciphertext and of its MAC, and the IV in hexadecimal. */
+struct Envelope
+{
+    Text ciphertext;
+    Text mac;
+    Text iv;
+};
+
+/** The same, borrowed. */
+struct EnvelopeView
+{
+    std::string_view ciphertext;
+    std::string_view mac;
+    std::string_view iv;
+
+    EnvelopeView(std::string_view ciphertextText, std::string_view macText,
+                 std::string_view ivText) noexcept
+        : ciphertext{ciphertextText}, mac{macText}, iv{ivText}
+    {
+    }
+    EnvelopeView(const Envelope& envelope) noexcept
+        : ciphertext{envelope.ciphertext}, mac{envelope.mac}, iv{envelope.iv}
+    {
+    }
+};
+
+/** 16 random bytes as 32 hexadecimal digits: generateRandomIV. */
+[[nodiscard]] inline Expected<Text> randomIv()
+{
+    char* iv = nullptr;
+    if (::generateRandomIV(&iv) != 1)
+    {
+        return Error::refused;
+    }
+    return Text{iv};
+}
+
+/** Seals a text for a peer, one byte at least, under a fresh IV: ecies_encrypt. */
+[[nodiscard]] inline Expected<Envelope> seal(std::string_view data, const CertificateKey& peer,
+                                             const PrivateKey& key)
+{
+    if (data.size() > static_cast<std::size_t>(INT_MAX))
+    {
+        return Error::tooLong;
+    }
+    Expected<Text> iv = randomIv();
+    if (!iv)
+    {
+        return iv.error();
+    }
+    HandshakePayload* peerRecord = peer.parameters().get();
+    char* mac = nullptr;
+    Text ciphertext{::ecies_encrypt(data.data(), static_cast<unsigned int>(data.size()),
+                                    &peerRecord, &mac, key.der().data(),
+                                    static_cast<int>(key.der().size()), iv->c_str())};
+    if (ciphertext.view().empty())
+    {
+        return Error::refused;
+    }
+    return Envelope{std::move(ciphertext), Text{mac}, std::move(*iv)};
+}
+
+/** Opened is what an envelope held. */
+class Opened
+{
+public:
+    explicit Opened(Bytes opened) noexcept : plaintext{std::move(opened)}
+    {
+    }
+
+    /** What was sealed, without the line feed at its end, which is added where there was none. */
+    [[nodiscard]] std::string_view data() const& noexcept
+    {
+        const std::string_view sealed = whole();
+        return sealed.substr(0, sealed.size() < tail ? 0 : sealed.size() - tail);
+    }
+    [[nodiscard]] std::string_view data() const&& = delete;
+
+    /** All of it: the data, a line feed and 16 random characters. */
+    [[nodiscard]] std::string_view whole() const& noexcept
+    {
+        return plaintext.view();
+    }
+    [[nodiscard]] std::string_view whole() const&& = delete;
+
+private:
+    static constexpr std::size_t tail = 1 + 16;
+
+    Bytes plaintext;
+};
+
+/** Opens a peer's envelope that holds a text, whose MAC and IV must be there: ecies_decrypt. */
+[[nodiscard]] inline Expected<Opened> open(const EnvelopeView& envelope, const CertificateKey& peer,
+                                           const PrivateKey& key)
+{
+    detail::Arguments in;
+    const char* const ciphertext = in.text(envelope.ciphertext);
+    const char* const mac = in.text(envelope.mac);
+    const char* const iv = in.text(envelope.iv);
+    if (in.failure())
+    {
+        return *in.failure();
+    }
+    HandshakePayload* peerRecord = peer.parameters().get();
+    unsigned int length = 0;
+    char* const plaintext =
+        ::ecies_decrypt(ciphertext, &length, key.der().data(), static_cast<int>(key.der().size()),
+                        mac, &peerRecord, iv);
+    if (plaintext == nullptr)
+    {
+        return Error::refused;
+    }
+    return Opened{Bytes{plaintext, length}};
+}
+
+/** Adds a sealed certificate to a handshake response, which may be empty: appendSSLCertToResponse.
+ *  NOTE: where just the IV is refused, the response keeps the other two. */
+inline Expected<void> attach(ParameterList& response, const EnvelopeView& envelope)
+{
+    detail::Arguments in;
+    const char* const ciphertext = in.text(envelope.ciphertext);
+    const char* const mac = in.text(envelope.mac);
+    const char* const iv = in.text(envelope.iv);
+    if (in.failure())
+    {
+        return *in.failure();
+    }
+    HandshakePayload* list = response.release();
+    const int result = ::appendSSLCertToResponse(&list, ciphertext, mac, iv);
+    response = ParameterList{list};
+    return detail::doneOrRefused(result);
+}
+
+} // namespace v1
+} // namespace bmcoauth

@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/* What a call that can fail gives. */
+
+#include <cstdlib>
+#include <optional>
+#include <type_traits>
+#include <utility>
+#include <variant>
+
+namespace bmcoauth
+{
+inline namespace v1
+{
+
+/** Why a call gave nothing. */
+enum class Error
+{
+    refused,  /**< the library's failure: whatever its comment names */
+    zeroByte, /**< a text holds a zero byte */
+    tooLong,  /**< a length is beyond what the library counts */
+    missing,  /**< what must be there is not: an empty key, a record's mandatory text */
+    noMemory, /**< there was no memory for the copies of the arguments */
+};
+
+/** Expected is a value, or else an error: the result of everything that can fail. Ask first, by
+ *  using it as a condition; `*`, `->` and `value` end the program where there is no value, and
+ *  `error` where there is one. */
+template <typename T, typename E = Error>
+class [[nodiscard]] Expected
+{
+public:
+    static_assert(!std::is_same_v<T, E>);
+
+    Expected(T value) : content{std::in_place_index<0>, std::move(value)}
+    {
+    }
+    Expected(E error) noexcept : content{std::in_place_index<1>, error}
+    {
+    }
+
+    /** Whether there is a value; the object itself says so as a condition. */
+    [[nodiscard]] bool hasValue() const noexcept
+    {
+        return content.index() == 0;
+    }
+    explicit operator bool() const noexcept
+    {
+        return hasValue();
+    }
+
+    /** The value, here and by `*` and `->`; ends the program where there is none. */
+    [[nodiscard]] T& value() & noexcept
+    {
+        return *there(std::get_if<0>(&content));
+    }
+    [[nodiscard]] const T& value() const& noexcept
+    {
+        return *there(std::get_if<0>(&content));
+    }
+    [[nodiscard]] T&& value() && noexcept
+    {
+        return std::move(*there(std::get_if<0>(&content)));
+    }
+    [[nodiscard]] T& operator*() & noexcept
+    {
+        return value();
+    }
+    [[nodiscard]] const T& operator*() const& noexcept
+    {
+        return value();
+    }
+    [[nodiscard]] T&& operator*() && noexcept
+    {
+        return std::move(*this).value();
+    }
+    [[nodiscard]] T* operator->() noexcept
+    {
+        return &value();
+    }
+    [[nodiscard]] const T* operator->() const noexcept
+    {
+        return &value();
+    }
+
+    /** The error; ends the program where there is a value. */
+    [[nodiscard]] E error() const noexcept
+    {
+        return *there(std::get_if<1>(&content));
+    }
+
+    /** The value, or `other` where there is none. */
+    [[nodiscard]] T valueOr(T other) &&
+    {
+        return hasValue() ? std::move(*this).value() : std::move(other);
+    }
+
+    /** What `next`, which gives an Expected, makes of the value; the error stays what it is. */
+    template <typename Next>
+    [[nodiscard]] std::invoke_result_t<Next, T&&> andThen(Next&& next) &&
+    {
+        if (!hasValue())
+        {
+            return error();
+        }
+        return std::forward<Next>(next)(std::move(*this).value());
+    }
+
+private:
+    template <typename Alternative>
+    [[nodiscard]] static Alternative* there(Alternative* alternative) noexcept
+    {
+        if (alternative == nullptr)
+        {
+            std::abort();
+        }
+        return alternative;
+    }
+
+    std::variant<T, E> content;
+};
+
+/** What can fail and has nothing to give. */
+template <typename E>
+class [[nodiscard]] Expected<void, E>
+{
+public:
+    Expected() noexcept = default;
+    Expected(E error) noexcept : failure{error}
+    {
+    }
+
+    /** Whether it went well; the object itself says so as a condition. */
+    [[nodiscard]] bool hasValue() const noexcept
+    {
+        return !failure.has_value();
+    }
+    explicit operator bool() const noexcept
+    {
+        return hasValue();
+    }
+    /** The error; ends the program where there is none. */
+    [[nodiscard]] E error() const noexcept
+    {
+        if (!failure)
+        {
+            std::abort();
+        }
+        return *failure;
+    }
+
+private:
+    std::optional<E> failure;
+};
+
+} // namespace v1
+} // namespace bmcoauth

@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/* JSON documents of jsoncpp, over <bmcoauth/json.h>. */
+
+#include <bmcoauth/cpp/arguments.hpp>
+#include <bmcoauth/cpp/expected.hpp>
+#include <bmcoauth/cpp/text.hpp>
+#include <bmcoauth/json.h>
+
+#include <json/value.h>
+
+#include <string>
+#include <string_view>
+
+namespace bmcoauth
+{
+inline namespace v1
+{
+
+/** parseJson and the read* functions are loadJsonDoc and the json_to_* functions of
+ *  <bmcoauth/json.h>, on documents of jsoncpp. A `document` that is neither an object nor null,
+ *  for which those throw, is refused. NOTE: as there, a member that is missing is added as null. */
+[[nodiscard]] inline Expected<Json::Value> parseJson(std::string_view text)
+{
+    detail::Arguments in;
+    const char* const source = in.text(text);
+    if (in.failure())
+    {
+        return *in.failure();
+    }
+    Json::Value document;
+    if (!::loadJsonDoc(source, document))
+    {
+        return Error::refused;
+    }
+    return document;
+}
+
+/** The compact text of `tree`: json_fastWriter. */
+[[nodiscard]] inline Expected<std::string> jsonText(const Json::Value& tree)
+{
+    std::string text = ::json_fastWriter(tree);
+    if (text.empty())
+    {
+        return Error::noMemory;
+    }
+    return text;
+}
+
+namespace detail
+{
+
+template <auto Reader, typename Raw, typename Owner>
+[[nodiscard]] Expected<Owner> readMember(Json::Value& document, std::string_view key)
+{
+    Arguments in;
+    const char* const name = in.text(key);
+    if (in.failure())
+    {
+        return *in.failure();
+    }
+    if (!document.isObject() && !document.isNull())
+    {
+        return Error::refused;
+    }
+    Raw value{};
+    if (Reader(document, name, &value) != 1)
+    {
+        return Error::refused;
+    }
+    return Owner{value};
+}
+
+} // namespace detail
+
+/** json_to_char */
+[[nodiscard]] inline Expected<Text> readString(Json::Value& document, std::string_view key)
+{
+    return detail::readMember<::json_to_char, char*, Text>(document, key);
+}
+/** json_to_char_array */
+[[nodiscard]] inline Expected<Texts> readStrings(Json::Value& document, std::string_view key)
+{
+    return detail::readMember<::json_to_char_array, char**, Texts>(document, key);
+}
+/** json_to_obj */
+[[nodiscard]] inline Expected<Text> readObject(Json::Value& document, std::string_view key)
+{
+    return detail::readMember<::json_to_obj, char*, Text>(document, key);
+}
+/** json_to_obj_array */
+[[nodiscard]] inline Expected<Texts> readObjects(Json::Value& document, std::string_view key)
+{
+    return detail::readMember<::json_to_obj_array, char**, Texts>(document, key);
+}
+/** json_to_bool */
+[[nodiscard]] inline Expected<bool> readBoolean(Json::Value& document, std::string_view key)
+{
+    return detail::readMember<::json_to_bool, bool, bool>(document, key);
+}
+/** json_to_uint */
+[[nodiscard]] inline Expected<unsigned int> readNumber(Json::Value& document, std::string_view key)
+{
+    return detail::readMember<::json_to_uint, unsigned int, unsigned int>(document, key);
+}
+/** json_to_uint64 */
+[[nodiscard]] inline Expected<unsigned long long> readLongNumber(Json::Value& document,
+                                                                 std::string_view key)
+{
+    return detail::readMember<::json_to_uint64, unsigned long long, unsigned long long>(document,
+                                                                                        key);
+}
+/** Merges `source` into `destination`, both objects: update. */
+inline Expected<void> merge(Json::Value& destination, Json::Value& source)
+{
+    if (!destination.isObject() || !source.isObject())
+    {
+        return Error::refused;
+    }
+    ::update(destination, source);
+    return {};
+}
+
+} // namespace v1
+} // namespace bmcoauth

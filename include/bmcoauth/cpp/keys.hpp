@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/* EC keys, over <bmcoauth/signing.h>. */
+
+#include <bmcoauth/cpp/arguments.hpp>
+#include <bmcoauth/cpp/expected.hpp>
+#include <bmcoauth/cpp/owners.hpp>
+#include <bmcoauth/cpp/text.hpp>
+#include <bmcoauth/jwk.h>
+#include <bmcoauth/signing.h>
+#include <bmcoauth/x509.h>
+
+#include <climits>
+#include <openssl/ec.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+namespace bmcoauth
+{
+inline namespace v1
+{
+
+// EC_KEY is marked deprecated; the interface holds it, so that its users need not hear of it.
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+#endif
+
+/** An owner of OpenSSL's EC_KEY. */
+struct EcKeyReleaser
+{
+    void operator()(EC_KEY* key) const noexcept
+    {
+        EC_KEY_free(key);
+    }
+};
+using EcKey = std::unique_ptr<EC_KEY, EcKeyReleaser>;
+
+/** PrivateKey owns the key with which a service or a device signs and opens envelopes: P-256, an
+ *  ECPrivateKey structure (RFC 5915). It is wiped when it is released. The library looks at it when
+ *  it is used, and refuses it then if it is of no use. */
+class PrivateKey
+{
+public:
+    /** Copies the DER bytes; there is one at least. */
+    [[nodiscard]] static Expected<PrivateKey> fromDer(ByteSpan der)
+    {
+        if (der.empty())
+        {
+            return Error::missing;
+        }
+        if (der.size() > static_cast<std::size_t>(INT_MAX))
+        {
+            return Error::tooLong;
+        }
+        return Bytes::copy(der).andThen(
+            [](Bytes copied) -> Expected<PrivateKey> { return PrivateKey{std::move(copied)}; });
+    }
+
+    /** Reads the PEM file `path`, which holds a private key on any curve, not encrypted. */
+    [[nodiscard]] static Expected<PrivateKey> fromFile(std::string_view path)
+    {
+        detail::Arguments in;
+        const char* const pathText = in.text(path);
+        if (in.failure())
+        {
+            return *in.failure();
+        }
+        const EcKey key{::getECKeyFromFile(pathText)};
+        const int size = key ? i2d_ECPrivateKey(key.get(), nullptr) : 0;
+        if (size <= 0)
+        {
+            return Error::refused;
+        }
+        Bytes der{std::malloc(static_cast<std::size_t>(size)), static_cast<std::size_t>(size)};
+        if (der.span().empty())
+        {
+            return Error::noMemory;
+        }
+        unsigned char* behind = der.data();
+        if (i2d_ECPrivateKey(key.get(), &behind) != size)
+        {
+            return Error::refused;
+        }
+        return PrivateKey{std::move(der)};
+    }
+
+    /** Empty only after it has been moved from. */
+    [[nodiscard]] ByteSpan der() const noexcept
+    {
+        return bytes.span();
+    }
+
+private:
+    friend struct KeyPair;
+
+    explicit PrivateKey(Bytes der) noexcept : bytes{std::move(der)}
+    {
+    }
+
+    Bytes bytes;
+};
+
+/** A new key pair: the private key, and its public point, uncompressed (SEC 1, section 2.3.3). */
+struct KeyPair
+{
+    PrivateKey privateKey;
+    Bytes publicPoint;
+
+    /** generateECKey */
+    [[nodiscard]] static Expected<KeyPair> generate()
+    {
+        unsigned char* point = nullptr;
+        unsigned char* der = nullptr;
+        int pointLength = 0;
+        int derLength = 0;
+        if (::generateECKey(&point, &der, &pointLength, &derLength) != 1)
+        {
+            return Error::refused;
+        }
+        return KeyPair{PrivateKey{Bytes{der, static_cast<std::size_t>(derLength)}},
+                       Bytes{point, static_cast<std::size_t>(pointLength)}};
+    }
+};
+
+/** Makes the key file `path`: generateECPrivateKey. */
+inline Expected<void> generateKeyFile(std::string_view path)
+{
+    detail::Arguments in;
+    const char* const pathText = in.text(path);
+    if (in.failure())
+    {
+        return *in.failure();
+    }
+    return detail::doneOrRefused(::generateECPrivateKey(pathText));
+}
+
+/** Whether the file `path` holds a sound EC private key: validateECPrivateKey. */
+[[nodiscard]] inline bool keyFileIsSound(std::string_view path)
+{
+    detail::Arguments in;
+    const char* const pathText = in.text(path);
+    return !in.failure() && ::validateECPrivateKey(pathText) == 1;
+}
+
+/** The public point of the key file `path`: getECPublicKey. */
+[[nodiscard]] inline Expected<Bytes> publicPointOfFile(std::string_view path)
+{
+    detail::Arguments in;
+    const char* const pathText = in.text(path);
+    if (in.failure())
+    {
+        return *in.failure();
+    }
+    unsigned char* point = nullptr;
+    int length = 0;
+    if (::getECPublicKey(pathText, &point, &length) != 1)
+    {
+        return Error::refused;
+    }
+    return Bytes{point, static_cast<std::size_t>(length)};
+}
+
+/** The PEM text of a public key of a JSON Web Key's numbers: createEcPublicKey. */
+[[nodiscard]] inline Expected<Text> ecPublicKeyPem(std::string_view x, std::string_view y,
+                                                   std::string_view curve)
+{
+    return detail::made<Text>(::createEcPublicKey, x, y, curve);
+}
+/** The same for an RSA key: createRsaPublicKey. */
+[[nodiscard]] inline Expected<Text> rsaPublicKeyPem(std::string_view n, std::string_view e)
+{
+    return detail::made<Text>(::createRsaPublicKey, n, e);
+}
+
+/** The private key as OpenSSL's object: get_EC_privKey. */
+[[nodiscard]] inline Expected<EcKey> ecKeyOf(const PrivateKey& key)
+{
+    return detail::ownedOrRefused<EcKey>(
+        ::get_EC_privKey(key.der().data(), static_cast<int>(key.der().size())));
+}
+
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
+
+} // namespace v1
+} // namespace bmcoauth

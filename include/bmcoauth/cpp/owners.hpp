@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/* What the classes that own the library's results are made of. */
+
+#include <bmcoauth/cpp/arguments.hpp>
+#include <bmcoauth/cpp/expected.hpp>
+
+#include <array>
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <tuple>
+
+namespace bmcoauth
+{
+inline namespace v1
+{
+
+/** What the owners of the library's results are made with; a caller has no use for it. */
+namespace detail
+{
+
+/** Wipes a heap block of `size` bytes and releases it. */
+struct Wiper
+{
+    std::size_t size = 0;
+
+    void operator()(void* block) const noexcept
+    {
+        wipe(block, size);
+        std::free(block);
+    }
+};
+
+template <auto Release>
+struct Releaser
+{
+    template <typename T>
+    void operator()(T* object) const noexcept
+    {
+        Release(object);
+    }
+};
+
+/** What the owners of records and lists have in common. */
+template <typename Record, auto Release>
+class Owned
+{
+public:
+    /** Takes over what a function of <bmcoauth.h> gave. */
+    explicit Owned(Record* record = nullptr) noexcept : owned{record}
+    {
+    }
+
+    /** The record, for functions of <bmcoauth.h>; null if there is none. It stays here. */
+    [[nodiscard]] Record* get() const noexcept
+    {
+        return owned.get();
+    }
+    /** Gives the record away: the caller releases it. */
+    [[nodiscard]] Record* release() noexcept
+    {
+        return owned.release();
+    }
+    explicit operator bool() const noexcept
+    {
+        return owned != nullptr;
+    }
+
+private:
+    std::unique_ptr<Record, Releaser<Release>> owned;
+};
+
+/** What the owners of records have in common. */
+template <typename Struct, auto Release>
+class Record : public Owned<Struct, Release>
+{
+public:
+    using Owned<Struct, Release>::Owned;
+
+protected:
+    /** One of the record's texts, if it is there. */
+    [[nodiscard]] std::optional<std::string_view> field(char* Struct::*member) const noexcept
+    {
+        if (this->get() == nullptr || this->get()->*member == nullptr)
+        {
+            return std::nullopt;
+        }
+        return std::string_view{this->get()->*member};
+    }
+    /** One of the record's other pointers, or null. */
+    template <typename T>
+    [[nodiscard]] T* pointer(T* Struct::*member) const noexcept
+    {
+        return this->get() == nullptr ? nullptr : this->get()->*member;
+    }
+};
+
+/** An owner of what the library gave, unless that was its failure. */
+template <typename Owner, typename Record>
+[[nodiscard]] Expected<Owner> ownedOrRefused(Record* record)
+{
+    if (record == nullptr)
+    {
+        return Error::refused;
+    }
+    return Owner{record};
+}
+
+/** What a function of the library makes of these texts, each given or absent. */
+template <typename Owner, typename Function, typename... Given>
+[[nodiscard]] Expected<Owner> made(Function function, const Given&... texts)
+{
+    Arguments in;
+    const std::array<const char*, sizeof...(texts)> copies{in.maybe(texts)...};
+    if (in.failure())
+    {
+        return *in.failure();
+    }
+    return std::apply([&](auto... copy) { return ownedOrRefused<Owner>(function(copy...)); },
+                      copies);
+}
+
+/** The success or failure that the library tells by an int. */
+[[nodiscard]] inline Expected<void> doneOrRefused(int result) noexcept
+{
+    if (result != 1)
+    {
+        return Error::refused;
+    }
+    return {};
+}
+
+[[nodiscard]] inline std::optional<std::string_view> textOrNone(const char* text) noexcept
+{
+    return text == nullptr ? std::nullopt : std::optional{std::string_view{text}};
+}
+
+} // namespace detail
+
+} // namespace v1
+} // namespace bmcoauth

@@ -1,0 +1,290 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/* The messages of the registration endpoint, over <bmcoauth/register.h>. */
+
+#include <bmcoauth/cpp/arguments.hpp>
+#include <bmcoauth/cpp/certificates.hpp>
+#include <bmcoauth/cpp/expected.hpp>
+#include <bmcoauth/cpp/key_records.hpp>
+#include <bmcoauth/cpp/owners.hpp>
+#include <bmcoauth/cpp/parameters.hpp>
+#include <bmcoauth/cpp/text.hpp>
+#include <bmcoauth/handshake_payload.h>
+#include <bmcoauth/jwk.h>
+#include <bmcoauth/register.h>
+#include <bmcoauth/support.h>
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace bmcoauth
+{
+inline namespace v1
+{
+
+/** What a registration request is made of. What may be absent is null or empty. */
+struct RegistrationRequestParts
+{
+    TextSpan redirectUri = {};
+    std::string_view clientName = {};
+    std::string_view softwareId = {};
+    TextSpan handshakeTypes = {};
+    const KeyList* keys = nullptr;
+    const CertificateKeyList* certificates = nullptr;
+    const ParameterList* challenge = nullptr;
+    /** Written, never read. */
+    TextSpan redirectUris = {};
+    std::optional<std::string_view> scope = {};
+};
+
+namespace detail
+{
+
+/** What a record holds, or null for none. */
+template <typename Owner>
+[[nodiscard]] auto* recordOf(const Owner* owner) noexcept
+{
+    return owner == nullptr ? nullptr : owner->get();
+}
+
+/** Whether a list that was given was not copied. */
+[[nodiscard]] inline bool isLost(const void* given, const void* kept) noexcept
+{
+    return given != nullptr && kept == nullptr;
+}
+
+} // namespace detail
+
+/** RegistrationRequest owns what a client sends to register itself: RegisterRequest. */
+class RegistrationRequest : public detail::Record<RegisterRequest, free_register_request>
+{
+public:
+    using Record::Record;
+
+    /** parse_register_request */
+    [[nodiscard]] static Expected<RegistrationRequest> parse(std::string_view text)
+    {
+        return detail::made<RegistrationRequest>(::parse_register_request, text);
+    }
+
+    /** create_register_request, which fails here where a list cannot be copied. */
+    [[nodiscard]] static Expected<RegistrationRequest> of(const RegistrationRequestParts& parts)
+    {
+        detail::Arguments in;
+        char** const redirectUri = in.textsOrNull(parts.redirectUri);
+        const char* const clientName = in.text(parts.clientName);
+        const char* const softwareId = in.text(parts.softwareId);
+        char** const types = in.textsOrNull(parts.handshakeTypes);
+        char** const redirectUris = in.textsOrNull(parts.redirectUris);
+        if (in.failure())
+        {
+            return *in.failure();
+        }
+        jwk** const keys = detail::recordOf(parts.keys);
+        HandshakePayload** const certificates = detail::recordOf(parts.certificates);
+        HandshakePayload* const challenge = detail::recordOf(parts.challenge);
+        RegistrationRequest request{::create_register_request(
+            redirectUri, clientName, softwareId, keys, certificates, types, challenge)};
+        if (!request)
+        {
+            return Error::refused;
+        }
+        RegisterRequest& record = *request.get();
+        record.redirect_uris = ::set_char_array(redirectUris);
+        if (parts.scope)
+        {
+            Expected<Text> scope = Text::copy(*parts.scope);
+            if (!scope)
+            {
+                return scope.error();
+            }
+            record.scope = scope->release();
+        }
+        if (detail::isLost(redirectUri, record.redirect_uri) ||
+            detail::isLost(types, record.handshake_types) || detail::isLost(keys, record.dfs) ||
+            detail::isLost(certificates, record.software_id_cert) ||
+            detail::isLost(challenge, record.handshake_challenge) ||
+            detail::isLost(redirectUris, record.redirect_uris))
+        {
+            return Error::refused;
+        }
+        return request;
+    }
+
+    /** write_register_request */
+    [[nodiscard]] Expected<Text> write() const
+    {
+        return detail::ownedOrRefused<Text>(::write_register_request(get()));
+    }
+
+    /** The texts of the record; absent where they are null. */
+    [[nodiscard]] std::optional<std::string_view> clientName() const noexcept
+    {
+        return field(&RegisterRequest::client_name);
+    }
+    [[nodiscard]] std::optional<std::string_view> softwareId() const noexcept
+    {
+        return field(&RegisterRequest::software_id);
+    }
+    [[nodiscard]] TextRange redirectUri() const& noexcept
+    {
+        return TextRange{pointer(&RegisterRequest::redirect_uri)};
+    }
+    [[nodiscard]] TextRange redirectUri() const&& = delete;
+    [[nodiscard]] TextRange handshakeTypes() const& noexcept
+    {
+        return TextRange{pointer(&RegisterRequest::handshake_types)};
+    }
+    [[nodiscard]] TextRange handshakeTypes() const&& = delete;
+    /** A copy of the client's challenge. */
+    [[nodiscard]] Expected<ParameterList> challenge() const
+    {
+        return detail::ownedOrRefused<ParameterList>(
+            ::set_handshake_payload(pointer(&RegisterRequest::handshake_challenge)));
+    }
+};
+
+/** What a registration response, or a service's template for it, is made of. */
+struct RegistrationResponseParts
+{
+    /** In seconds; 0 for no end. */
+    std::uint32_t secretLifetimeSeconds = 0;
+    TextSpan grantTypes = {};
+    TextSpan policiesOffered = {};
+    TextSpan policiesRequired = {};
+    const ParameterList* challenge = nullptr;
+    const ParameterList* response = nullptr;
+    std::optional<std::string_view> sealedCertificate = {};
+    const CertificateKeyList* certificates = nullptr;
+};
+
+/** RegistrationResponse owns what a registering client is answered: RegisterResponse. */
+class RegistrationResponse : public detail::Record<RegisterResponse, free_register_response>
+{
+public:
+    using Record::Record;
+
+    /** create_register_response, which fails here where a list cannot be copied. */
+    [[nodiscard]] static Expected<RegistrationResponse> of(std::string_view clientSecret,
+                                                           std::string_view clientId,
+                                                           const RegistrationResponseParts& parts)
+    {
+        detail::Arguments in;
+        const char* const secret = in.text(clientSecret);
+        const char* const id = in.text(clientId);
+        const char* const lifetime = in.decimal(parts.secretLifetimeSeconds);
+        char** const grants = in.textsOrNull(parts.grantTypes);
+        char** const offered = in.textsOrNull(parts.policiesOffered);
+        char** const required = in.textsOrNull(parts.policiesRequired);
+        const char* const sealed = in.maybe(parts.sealedCertificate);
+        if (in.failure())
+        {
+            return *in.failure();
+        }
+        HandshakePayload* const challenge = detail::recordOf(parts.challenge);
+        HandshakePayload* const answer = detail::recordOf(parts.response);
+        HandshakePayload** const certificates = detail::recordOf(parts.certificates);
+        RegistrationResponse response{
+            ::create_register_response(secret, id, lifetime, grants, nullptr, offered, required,
+                                       challenge, answer, sealed, certificates)};
+        if (!response)
+        {
+            return Error::refused;
+        }
+        const RegisterResponse& record = *response.get();
+        if (detail::isLost(grants, record.grant_types) ||
+            detail::isLost(offered, record.kest_policy_auth_types) ||
+            detail::isLost(required, record.kest_policy_auth_req) ||
+            detail::isLost(challenge, record.handshake_challenge) ||
+            detail::isLost(answer, record.handshake_response) ||
+            detail::isLost(sealed, record.ssl_cert_cryptex) ||
+            detail::isLost(certificates, record.software_id_cert))
+        {
+            return Error::refused;
+        }
+        return response;
+    }
+
+    /** Answers `request` with a fresh identifier and secret: register_client. */
+    [[nodiscard]] static Expected<RegistrationResponse>
+    answer(const RegistrationRequest& request, const RegistrationResponseParts& parts)
+    {
+        return of("", "", parts).andThen([&](RegistrationResponse settings) {
+            return detail::ownedOrRefused<RegistrationResponse>(
+                ::register_client(request.get(), settings.get()));
+        });
+    }
+
+    /** write_register_response, which wants a challenge of two parameters at least; Error::missing
+     *  where it would throw. */
+    [[nodiscard]] Expected<Text> write() const
+    {
+        if (!clientSecret() || !clientId() || !secretLifetimeSeconds())
+        {
+            return Error::missing;
+        }
+        return detail::ownedOrRefused<Text>(::write_register_response(get()));
+    }
+
+    /** The texts of the record; absent where they are null. */
+    [[nodiscard]] std::optional<std::string_view> clientId() const noexcept
+    {
+        return field(&RegisterResponse::client_id);
+    }
+    [[nodiscard]] std::optional<std::string_view> clientSecret() const noexcept
+    {
+        return field(&RegisterResponse::client_secret);
+    }
+    [[nodiscard]] std::optional<std::string_view> secretLifetimeSeconds() const noexcept
+    {
+        return field(&RegisterResponse::client_secret_expires_in);
+    }
+    [[nodiscard]] std::optional<std::string_view> issuedAt() const noexcept
+    {
+        return field(&RegisterResponse::issued_at);
+    }
+};
+
+/** OidcRegistration owns the answer of an OpenID Connect registration endpoint. */
+class OidcRegistration : public detail::Record<OidcRegisterResponse, free_oidc_register_response>
+{
+public:
+    using Record::Record;
+
+    /** parse_oidc_register_response */
+    [[nodiscard]] static Expected<OidcRegistration> parse(std::string_view text)
+    {
+        return detail::made<OidcRegistration>(::parse_oidc_register_response, text);
+    }
+
+    /** The texts of the record; absent where they are null. */
+    [[nodiscard]] std::optional<std::string_view> clientId() const noexcept
+    {
+        return field(&OidcRegisterResponse::client_id);
+    }
+    [[nodiscard]] std::optional<std::string_view> clientSecret() const noexcept
+    {
+        return field(&OidcRegisterResponse::client_secret);
+    }
+    [[nodiscard]] std::optional<std::string_view> accessToken() const noexcept
+    {
+        return field(&OidcRegisterResponse::registration_access_token);
+    }
+    [[nodiscard]] std::optional<std::string_view> clientUri() const noexcept
+    {
+        return field(&OidcRegisterResponse::registration_client_uri);
+    }
+    [[nodiscard]] std::optional<std::string_view> issuedAt() const noexcept
+    {
+        return field(&OidcRegisterResponse::client_id_issued_at);
+    }
+    [[nodiscard]] std::optional<std::string_view> secretExpiresAt() const noexcept
+    {
+        return field(&OidcRegisterResponse::client_secret_expires_at);
+    }
+};
+
+} // namespace v1
+} // namespace bmcoauth

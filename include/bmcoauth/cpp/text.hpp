@@ -1,0 +1,246 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/* The library's texts, bytes and string arrays, with owners. */
+
+#include <bmcoauth/cpp/arguments.hpp>
+#include <bmcoauth/cpp/expected.hpp>
+#include <bmcoauth/cpp/owners.hpp>
+#include <bmcoauth/support.h>
+
+#include <climits>
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <string_view>
+
+namespace bmcoauth
+{
+inline namespace v1
+{
+
+/** Text owns a text of the library. It may be a secret, and is wiped when it is released. */
+class Text
+{
+public:
+    /** Takes over a text that is released with `free`. */
+    explicit Text(char* text = nullptr) noexcept
+        : owned{text, detail::Wiper{text == nullptr ? 0 : std::strlen(text)}}
+    {
+    }
+
+    /** A copy of `text`. */
+    [[nodiscard]] static Expected<Text> copy(std::string_view text)
+    {
+        if (text.find('\0') != std::string_view::npos)
+        {
+            return Error::zeroByte;
+        }
+        if (text.size() >= static_cast<std::size_t>(INT_MAX))
+        {
+            return Error::tooLong;
+        }
+        auto* const made = static_cast<char*>(std::malloc(text.size() + 1));
+        if (made == nullptr)
+        {
+            return Error::noMemory;
+        }
+        if (!text.empty())
+        {
+            std::memcpy(made, text.data(), text.size());
+        }
+        made[text.size()] = '\0';
+        return Text{made};
+    }
+
+    /** The text, as long as this object lives. */
+    [[nodiscard]] std::string_view view() const noexcept
+    {
+        return owned ? std::string_view{owned.get(), owned.get_deleter().size} : std::string_view{};
+    }
+    operator std::string_view() const noexcept
+    {
+        return view();
+    }
+    /** With a zero byte behind it, and never null. */
+    // NOLINTNEXTLINE(readability-identifier-naming): what all texts call it.
+    [[nodiscard]] const char* c_str() const noexcept
+    {
+        return owned ? owned.get() : "";
+    }
+    /** Gives the text away: the caller releases it with `free`. */
+    [[nodiscard]] char* release() noexcept
+    {
+        return owned.release();
+    }
+
+private:
+    std::unique_ptr<char, detail::Wiper> owned;
+};
+
+/** Bytes owns bytes of the library, which may be a secret: it is wiped when it is released. */
+class Bytes
+{
+public:
+    Bytes() noexcept = default;
+    /** Takes over `size` bytes that are released with `free`. */
+    Bytes(void* data, std::size_t size) noexcept
+        : owned{static_cast<unsigned char*>(data), detail::Wiper{data == nullptr ? 0 : size}}
+    {
+    }
+
+    /** A copy of `bytes`. */
+    [[nodiscard]] static Expected<Bytes> copy(ByteSpan bytes)
+    {
+        void* const made = std::malloc(bytes.empty() ? 1 : bytes.size());
+        if (made == nullptr)
+        {
+            return Error::noMemory;
+        }
+        if (!bytes.empty())
+        {
+            std::memcpy(made, bytes.data(), bytes.size());
+        }
+        return Bytes{made, bytes.size()};
+    }
+
+    /** The bytes, as long as this object lives. */
+    [[nodiscard]] ByteSpan span() const noexcept
+    {
+        return owned ? ByteSpan{owned.get(), owned.get_deleter().size} : ByteSpan{};
+    }
+    operator ByteSpan() const noexcept
+    {
+        return span();
+    }
+    /** The first byte; null if there are none. */
+    [[nodiscard]] unsigned char* data() noexcept
+    {
+        return owned.get();
+    }
+    /** The bytes as a text, which may hold any. */
+    [[nodiscard]] std::string_view view() const noexcept
+    {
+        const void* const data = owned.get();
+        return {static_cast<const char*>(data), span().size()};
+    }
+
+private:
+    std::unique_ptr<unsigned char, detail::Wiper> owned;
+};
+
+/** TextRange looks at a string array, which must outlive it: `for (std::string_view text : range)`.
+ */
+class TextRange
+{
+public:
+    /** Goes from text to text up to the null pointer that ends the array. */
+    class Iterator
+    {
+    public:
+        using value_type = std::string_view;
+        using difference_type = std::ptrdiff_t;
+
+        Iterator() noexcept = default;
+        explicit Iterator(const char* const* at) noexcept : here{at}
+        {
+        }
+        [[nodiscard]] std::string_view operator*() const noexcept
+        {
+            const char* const text = *here;
+            return text == nullptr ? std::string_view{} : std::string_view{text};
+        }
+        Iterator& operator++() noexcept
+        {
+            ++here;
+            return *this;
+        }
+        // NOLINTNEXTLINE(cert-dcl21-cpp): an iterator must be assignable.
+        Iterator operator++(int) noexcept
+        {
+            const Iterator before = *this;
+            ++here;
+            return before;
+        }
+        [[nodiscard]] bool operator==(const Iterator& other) const noexcept = default;
+        [[nodiscard]] bool operator==(std::default_sentinel_t /*end*/) const noexcept
+        {
+            return here == nullptr || *here == nullptr;
+        }
+
+    private:
+        const char* const* here = nullptr;
+    };
+
+    /** A null array holds no texts. */
+    explicit TextRange(const char* const* array = nullptr) noexcept : first{array}
+    {
+    }
+    [[nodiscard]] Iterator begin() const noexcept
+    {
+        return first;
+    }
+    [[nodiscard]] static std::default_sentinel_t end() noexcept
+    {
+        return {};
+    }
+    [[nodiscard]] bool empty() const noexcept
+    {
+        return first == end();
+    }
+    /** Counts the texts. */
+    [[nodiscard]] std::size_t size() const noexcept
+    {
+        std::size_t count = 0;
+        for (Iterator text = first; text != end(); ++text)
+        {
+            ++count;
+        }
+        return count;
+    }
+    /** Whether one of the texts is exactly `wanted`. */
+    [[nodiscard]] bool contains(std::string_view wanted) const noexcept
+    {
+        Iterator text = first;
+        while (text != end() && *text != wanted)
+        {
+            ++text;
+        }
+        return text != end();
+    }
+
+private:
+    Iterator first;
+};
+
+/** Texts owns a string array. */
+class Texts : public detail::Owned<char*, free_char_array>
+{
+public:
+    using Owned::Owned;
+
+    /** The texts, as long as this object lives. */
+    [[nodiscard]] TextRange range() const& noexcept
+    {
+        return TextRange{get()};
+    }
+    [[nodiscard]] TextRange range() const&& = delete;
+    [[nodiscard]] TextRange::Iterator begin() const noexcept
+    {
+        return TextRange::Iterator{get()};
+    }
+    [[nodiscard]] static std::default_sentinel_t end() noexcept
+    {
+        return {};
+    }
+    [[nodiscard]] std::size_t size() const noexcept
+    {
+        return TextRange{get()}.size();
+    }
+};
+
+} // namespace v1
+} // namespace bmcoauth
