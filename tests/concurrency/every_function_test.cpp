@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "calls.hpp"
 #include "support/fake_device.hpp"
+#include "support/vectors.hpp"
 
 #include <gtest/gtest.h>
 
@@ -90,7 +91,7 @@ void inAllThreads(const Body& body)
 std::set<std::string> exportedSymbols()
 {
     std::set<std::string> symbols;
-    for (const auto& entry : std::filesystem::directory_iterator{SYMBOLS})
+    for (const auto& entry : std::filesystem::directory_iterator{support::testData("tests/abi")})
     {
         if (entry.path().extension() != ".symbols")
         {

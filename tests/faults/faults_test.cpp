@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "faults.hpp"
+#include "support/vectors.hpp"
 
 #include <bmcoauth.h>
 
@@ -233,7 +234,7 @@ TEST(Faults, FailOpeningAndReadingToo)
 std::set<std::string> exportedFunctions()
 {
     std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator{SYMBOLS})
+    for (const auto& entry : std::filesystem::directory_iterator{support::testData("tests/abi")})
     {
         if (entry.path().extension() != ".symbols")
         {

@@ -5,6 +5,7 @@
 
 #include <json/reader.h>
 
+#include <cstdlib>
 #include <sstream>
 
 namespace support
@@ -23,14 +24,20 @@ Json::Value documentIn(const std::string& path)
 
 } // namespace
 
+std::string testData(const std::string& name)
+{
+    const char* const folder = std::getenv("BMCOAUTH_TEST_DATA");
+    return std::string{folder == nullptr ? TEST_DATA : folder}.append("/").append(name);
+}
+
 Json::Value vectors(const std::string& name)
 {
-    return documentIn(std::string{TEST_VECTORS "/"} + name);
+    return documentIn(testData("tests/vectors/" + name));
 }
 
 Json::Value vectorsOfManual(const std::string& name)
 {
-    return documentIn(std::string{MANUAL_VECTORS "/"} + name);
+    return documentIn(testData("docs/vectors/" + name));
 }
 
 std::string fromHex(std::string_view hex)

@@ -9,6 +9,10 @@
 namespace support
 {
 
+/** The path of `name`, a file or folder of the project that the tests read: in the source tree, where
+ *  installed tests have it, or in the folder that the variable BMCOAUTH_TEST_DATA names. */
+[[nodiscard]] std::string testData(const std::string& name);
+
 /** The JSON document `name` of tests/vectors; throws when it cannot be read. */
 [[nodiscard]] Json::Value vectors(const std::string& name);
 
