@@ -93,5 +93,66 @@ def play(service, client, secrets, directory):
     expect("the key's mode", (directory / "signing.pem").stat().st_mode & 0o777, 0o600)
 
 
+def python(directory, vectors, tool):
+    """The client in Python: knows the vectors, and gets on with the command as its controller."""
+    examples = pathlib.Path(directory)
+
+    def script(name, *arguments, status=0, text=""):
+        # Python runs here, whatever machine the tool is built for.
+        done = subprocess.run([sys.executable, "-W", "ignore", examples / name, *map(str, arguments)], input=text,
+                              capture_output=True, text=True, check=False)
+        if done.returncode != status:
+            sys.exit(f"{name} {arguments}: status {done.returncode} instead of {status}\n{done.stdout}{done.stderr}")
+        return done.stdout
+
+    expect("the vectors", script("check_vectors.py", vectors).split(", ")[1], "0 wrong\n")
+    with tempfile.TemporaryDirectory() as name:
+        place = pathlib.Path(name)
+        # A vector that is not so is told.
+        shutil.copytree(vectors, place / "vectors")
+        altered = ("otp.json", '"R": "94287082"', '"R": "94287083"'), ("ecies.json", '"mac": "C9', '"mac": "C8')
+        for file, old, new in altered:
+            text = (place / "vectors" / file).read_text()
+            (place / "vectors" / file).write_text(text.replace(old, new))
+        expect("altered vectors", "0 wrong" in script("check_vectors.py", place / "vectors", status=1), False)
+
+        made = place / "made"
+        run(tool, "pki", "make", "--device", "a-client", "--device", "a-controller", made)
+        proof = ["--certificate", made / "a-client-chain.pem", "--key", made / "a-client.key"]
+        keys = place / "keys.json"
+        keys.write_text(run(tool, "handshake", "keys", "--prefix", "otp", "--keys", "1", "--tokens", "3"))
+        request = script("client.py", "request", *proof[:2])
+        (place / "request.json").write_text(request)
+        for mode, given in ("1", proof), ("2", ["--keys", keys]), ("3", [*proof, "--keys", keys]):
+            response = run(tool, "register", "response", "--mode", mode, text=request)
+            (place / "response.json").write_text(response)
+            authorize = script("client.py", "authorize", *given, text=response)
+            run(tool, "handshake", "check", "--challenge", place / "response.json", "--keys", keys,
+                "--certificate", place / "request.json", text=authorize)
+
+        for key in "signing", "other":
+            run(tool, "key", "generate", place / f"{key}.pem")
+            public = run(tool, "key", "convert", "--to", "pem", "--public", place / f"{key}.pem")
+            (place / f"{key}-public.pem").write_text(public)
+        tokens = run(tool, "token", "issue", "--key", place / "signing.pem", "--subject", "admin", text=authorize)
+        claims = script("client.py", "verify", "--public", place / "signing-public.pem", text=tokens)
+        expect("the subject", '"sub":"admin"' in claims, True)
+        script("client.py", "verify", "--public", place / "other-public.pem", text=tokens, status=1)
+
+        token = script("client.py", "delegated", "--key", place / "other.pem",
+                       text='{"sub":"alice","iss":"corp","exp":4102444800,"scope":"ravok_login"}')
+        (place / "trusted.jwk").write_text(script("client.py", "jwk", "--key", place / "other.pem"))
+        judged = run(tool, "token", "delegated", "--trust", place / "trusted.jwk", text=token)
+        expect("the user", '"mask":1' in judged and '"user":"alice"' in judged, True)
+
+        for data in "for your eyes only", "for your eyes only\n":
+            sealed = run(tool, "ecies", "seal", "--key", made / "a-controller.key", "--peer", made / "a-client.pem",
+                         text=data)
+            opened = ["open", "--key", made / "a-client.key", "--peer"]
+            expect("the data", script("client.py", *opened, made / "a-controller.pem", text=sealed),
+                   "for your eyes only\n")
+            script("client.py", *opened, made / "a-client.pem", text=sealed, status=1)
+
+
 if __name__ == "__main__":
-    {"delegated": delegated, "ecies": ecies, "dbus": dbus}[sys.argv[1]](*sys.argv[2:])
+    {"delegated": delegated, "ecies": ecies, "dbus": dbus, "python": python}[sys.argv[1]](*sys.argv[2:])
