@@ -19,9 +19,9 @@ std::optional<std::uint64_t> librarySeconds(std::time_t time)
     return get_seconds_from_epoch(std::mktime(&utc));
 }
 
-std::uint64_t claimSeconds(const char* text)
+std::uint64_t claimSeconds(std::string_view text)
 {
-    return std::strtoull(text, nullptr, 0);
+    return std::strtoull(std::string{text}.c_str(), nullptr, 0);
 }
 
 std::string dateOf(std::uint64_t seconds)

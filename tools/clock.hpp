@@ -5,6 +5,7 @@
 #include <ctime>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace bmcoauth::tool
 {
@@ -15,7 +16,7 @@ namespace bmcoauth::tool
 
 /** The number that the library reads from the text of a time claim: decimal, octal behind a 0,
  *  hexadecimal behind 0x, and 0 where there is none. */
-[[nodiscard]] std::uint64_t claimSeconds(const char* text);
+[[nodiscard]] std::uint64_t claimSeconds(std::string_view text);
 
 /** The date of seconds that make none. */
 inline constexpr const char* beyondCalendar = "beyond the calendar";

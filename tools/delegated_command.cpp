@@ -5,8 +5,6 @@
 #include "tokens.hpp"
 #include "trust.hpp"
 
-#include <deque>
-
 namespace bmcoauth::tool
 {
 
@@ -22,68 +20,41 @@ struct Options
     std::uint32_t skewSeconds = 0;
 };
 
-/** The caller's roles and what each grants. */
-class Roles
+/** What the JSON value @p rights grants, in the file called @p file. */
+Privileges privilegesOf(const Json::Value& rights, const std::string& file)
 {
-public:
-    /** Reads the file @p path; there are none without one. */
-    explicit Roles(const std::string& path)
+    if (rights.isUInt() && rights.asUInt() < 1U << privilegeCount)
     {
-        const Json::Value document =
-            path.empty() ? Json::Value{Json::objectValue} : readObject(path);
-        for (const std::string& name : document.getMemberNames())
-        {
-            entries.push_back(
-                {names.emplace_back(name).c_str(), maskOf(document[name], nameOf(path))});
-        }
-        entries.push_back({nullptr, 0});
+        return Privileges{rights.asUInt()};
     }
-
-    [[nodiscard]] userRole_s* data()
+    if (!rights.isArray())
     {
-        return entries.data();
-    }
-
-private:
-    static unsigned int maskOf(const Json::Value& rights, const std::string& file)
-    {
-        if (rights.isUInt() && rights.asUInt() < 1U << privilegeCount)
-        {
-            return rights.asUInt();
-        }
-        if (rights.isArray())
-        {
-            unsigned int mask = 0;
-            for (const Json::Value& right : rights)
-            {
-                const std::optional<unsigned int> bit =
-                    right.isString() ? privilegeMask(right.asString()) : std::nullopt;
-                if (!bit)
-                {
-                    throw Stop{Exit::invalid,
-                               file +
-                                   " names a privilege that there is not (see bmcoauth "
-                                   "privileges): " +
-                                   json_fastWriter(right)};
-                }
-                mask |= *bit;
-            }
-            return mask;
-        }
         throw Stop{Exit::invalid, file + " must give each role a mask from 0 to 511 or an array "
                                          "of scope names"};
     }
-
-    std::deque<std::string> names;
-    std::vector<userRole_s> entries;
-};
+    Privileges granted;
+    for (const Json::Value& right : rights)
+    {
+        const std::optional<Privilege> one =
+            right.isString() ? privilegeCalled(right.asString()) : std::nullopt;
+        if (!one)
+        {
+            throw Stop{Exit::invalid, file +
+                                          " names a privilege that there is not (see bmcoauth "
+                                          "privileges): " +
+                                          textOf(right)};
+        }
+        granted = granted | *one;
+    }
+    return granted;
+}
 
 /** What a valid token says of its user. */
-void describe(const JWTPayload& payload, const std::string& token, Json::Value& report)
+void describe(const VerifiedToken& valid, const std::string& token, Json::Value& report)
 {
-    if (payload.sub != nullptr)
+    if (const std::optional<std::string_view> user = valid.claims().subject())
     {
-        report["user"] = payload.sub;
+        report["user"] = std::string{*user};
     }
     const Json::Value scope = claimsOf(token)["scope"];
     if (scope.isObject() && !scope.empty())
@@ -93,50 +64,47 @@ void describe(const JWTPayload& payload, const std::string& token, Json::Value& 
         warn("the token brings scope entries of its own; no privileges were computed");
         return;
     }
-    for (int i = 0; i < payload.scopes_count; ++i)
+    if (const std::optional<Privileges> privileges = userPrivileges(valid))
     {
-        const JWTscopes& entry = payload.scopes[i];
-        if (std::string{entry.name} == "USER_PRIV")
-        {
-            const auto mask = static_cast<unsigned int>(std::strtoul(entry.values[0], nullptr, 10));
-            report["mask"] = mask;
-            report["privileges"] = privilegeNames(mask);
-        }
+        report["mask"] = privileges->bits();
+        report["privileges"] = namesOf(*privileges);
     }
 }
 
 void judgeToken(const Options& options)
 {
     const std::vector<TrustedKey> keys = usableKeys(options.trust);
-    Roles roles{options.roles};
-    std::vector<const char*> providers;
-    for (const std::string& provider : options.providers)
+    const Json::Value granted =
+        options.roles.empty() ? Json::Value{Json::objectValue} : readObject(options.roles);
+    const std::vector<std::string> names = granted.getMemberNames();
+    std::vector<Role> roles;
+    for (const std::string& name : names)
     {
-        providers.push_back(provider.c_str());
+        roles.push_back({name, privilegesOf(granted[name], nameOf(options.roles))});
     }
-    providers.push_back(nullptr);
+    const std::vector<std::string_view> providers = viewsOf(options.providers);
     const std::string token = readToken(options.path);
-    const Judgement judgement =
-        judgeByAll(token, keys, options.skewSeconds, roles.data(), providers.data());
+    const Verdict verdict = judgeByAll(
+        token, keys, {.skewSeconds = options.skewSeconds, .roles = roles, .providers = providers});
 
     Json::Value report;
-    report["verified"] = judgement.verified;
-    if (judgement.verdict == Verdict::valid)
+    report["verified"] = verdict.isAuthentic();
+    if (const VerifiedToken* valid = verdict.verified())
     {
         report["verdict"] = "valid";
-        describe(*judgement.payload, token, report);
+        describe(*valid, token, report);
         printJson(report);
         return;
     }
     // What a refused token claims is nobody's rights: it is not shown.
-    const bool expired = judgement.verdict == Verdict::expired;
+    const bool expired = verdict.judgement() == Judgement::expired;
     report["verdict"] = expired ? "expired" : "invalid";
     printJson(report);
     if (expired)
     {
         throw Stop{Exit::expired, "the token is signed by a trusted key, but has expired"};
     }
-    throw Stop{Exit::invalid, judgement.verified
+    throw Stop{Exit::invalid, verdict.isAuthentic()
                                   ? "the token is signed by a trusted key, but not valid yet, or "
                                     "has no expiry"
                                   : "the token is not signed by a trusted key, or is malformed"};

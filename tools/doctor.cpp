@@ -3,12 +3,10 @@
 
 #include "clock.hpp"
 #include "documents.hpp"
-#include "keys.hpp"
 #include "roots.hpp"
 
 #include <json/version.h>
 #include <openssl/crypto.h>
-#include <openssl/obj_mac.h>
 
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -139,7 +137,7 @@ Finding rootFinding(const std::string& subject, const char* path, bool counts)
 
 Finding markerFinding()
 {
-    return isDeviceVorn() == 1
+    return deviceIsMarked()
                ? doubtful("marker file",
                           std::string{markerPath} +
                               " is there: the development root counts, and the library opens "
@@ -154,13 +152,13 @@ Finding keyFinding(const std::string& path)
     {
         return bad(subject, path + ": " + messageOf(errno));
     }
-    const EcKeyPtr key{getECKeyFromFile(path.c_str())};
-    if (!key || validateECPrivateKey(path.c_str()) != 1)
+    const Expected<PrivateKey> key = PrivateKey::fromFile(path);
+    if (!key || !keyFileIsSound(path))
     {
         return bad(subject, path + " holds no sound, unencrypted elliptic-curve private key in "
                                    "PEM form");
     }
-    if (EC_GROUP_get_curve_name(EC_KEY_get0_group(key.get())) != NID_X9_62_prime256v1)
+    if (!ecKeyOf(*key))
     {
         return bad(subject, path + " holds a key that is not on P-256");
     }
@@ -175,18 +173,13 @@ Finding randomFinding()
 {
     const std::string subject = "random device";
     const std::string path = "/dev/urandom";
-    std::array<RawText, 2> drawn;
-    for (RawText& text : drawn)
+    const Expected<Text> first = randomIv();
+    const Expected<Text> second = randomIv();
+    if (!first || !second)
     {
-        char* raw = nullptr;
-        errno = 0;
-        if (generateRandomIV(&raw) != 1)
-        {
-            return bad(subject, path + " gives no bytes");
-        }
-        text.reset(raw);
+        return bad(subject, path + " gives no bytes");
     }
-    if (std::string{drawn[0].get()} == drawn[1].get())
+    if (first->view() == second->view())
     {
         return bad(subject, path + " gives the same bytes again");
     }
@@ -269,7 +262,7 @@ std::vector<Finding> libraryFindings()
 std::vector<Finding> examineDevice(const std::vector<std::string>& keys)
 {
     const std::time_t now = std::time(nullptr);
-    const bool marked = isDeviceVorn() == 1;
+    const bool marked = deviceIsMarked();
     std::vector<Finding> findings{
         clockFinding(now),
         libraryClockFinding(now),

@@ -146,7 +146,7 @@ std::string encodedBase64Url(std::string_view bytes)
     return std::string{orStop(base64Url(bytesOf(bytes)), outOfMemory).view()};
 }
 
-std::optional<Json::Value> parsedObject(const std::string& text)
+std::optional<Json::Value> parsedObject(std::string_view text)
 {
     try
     {

@@ -93,7 +93,7 @@ std::vector<std::string_view> viewsOf(std::vector<std::string>&& texts) = delete
 
 /** The JSON object in @p text, zero bytes included, which end a text for loadJsonDoc; nothing if it
  *  is none. */
-[[nodiscard]] std::optional<Json::Value> parsedObject(const std::string& text);
+[[nodiscard]] std::optional<Json::Value> parsedObject(std::string_view text);
 
 /** Reads the JSON object @p path, or stops the command. */
 [[nodiscard]] Json::Value readObject(const std::string& path);

@@ -25,7 +25,7 @@ std::optional<oauthError> codeOf(const std::string& text)
     for (unsigned int number = 0; number <= OAUTH_NETWORK_ERROR; ++number)
     {
         const auto code = static_cast<oauthError>(number);
-        if (text == oauthErro_toStr(code) || text == std::to_string(number))
+        if (text == errorText(code) || text == std::to_string(number))
         {
             return code;
         }
@@ -42,10 +42,8 @@ void writeError(const Options& options)
                                     ": give a number from 0 to 13, or a name such as "
                                     "invalid_request"};
     }
-    print(orStop(write_oauth_error(*code, orNull(options.description), orNull(options.resolution),
-                                   orNull(options.uri)),
-                 "the error document could not be written")
-              .get());
+    print(orStop(errorDocument(*code, options.description, options.resolution, options.uri),
+                 "the error document could not be written"));
 }
 
 } // namespace

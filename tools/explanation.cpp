@@ -56,7 +56,7 @@ Explanation outOfTime(std::string saw, std::string wanted, std::string hint)
     return {Exit::expired, "exp", std::move(saw), std::move(wanted), std::move(hint)};
 }
 
-std::string brief(const std::string& text)
+std::string brief(std::string_view text)
 {
     constexpr std::size_t most = 80;
     return text.size() <= most ? shown(text) : shown(text.substr(0, most)) + "...";

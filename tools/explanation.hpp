@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace bmcoauth::tool
 {
@@ -31,7 +32,7 @@ using Refusal = std::optional<Explanation>;
 [[nodiscard]] Explanation outOfTime(std::string saw, std::string wanted, std::string hint = "");
 
 /** The begin of @p text, harmless for a terminal: documents of strangers may be long. */
-[[nodiscard]] std::string brief(const std::string& text);
+[[nodiscard]] std::string brief(std::string_view text);
 
 /** What the walk and the library have to agree on, in a word. */
 [[nodiscard]] std::string verdictName(Exit verdict);

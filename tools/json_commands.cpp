@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command.hpp"
 #include "documents.hpp"
-#include "payloads.hpp"
 
-#include <cstring>
 #include <vector>
 
 namespace bmcoauth::tool
@@ -12,40 +10,21 @@ namespace bmcoauth::tool
 namespace
 {
 
-/** A document that the library's editors may replace. */
-class EditedDocument
+Document readDocument(const std::string& path)
 {
-public:
-    explicit EditedDocument(const std::string& path) : text{strdup(readText(path).c_str())}
-    {
-        if (!text)
-        {
-            throw std::bad_alloc();
-        }
-        Json::Value document;
-        if (!loadJsonDoc(text.get(), document))
-        {
-            throw Stop{Exit::invalid, nameOf(path) + " is not a JSON object"};
-        }
-    }
+    return orStop(Document::parse(readText(path)), nameOf(path) + " is not a JSON object",
+                  Exit::invalid);
+}
 
-    /** Runs @p editor on the document and prints what comes out. */
-    template <typename Editor>
-    void edit(Editor editor)
+/** Prints @p document, unless the change that was made to it has failed. */
+void printChanged(const Document& document, const Expected<void>& change)
+{
+    if (!change)
     {
-        char* raw = text.release();
-        const int result = editor(&raw);
-        text.reset(raw);
-        if (result != 1)
-        {
-            throw Stop{Exit::failure, "the document could not be changed"};
-        }
-        print(text.get());
+        throw Stop{Exit::failure, "the document could not be changed"};
     }
-
-private:
-    RawText text;
-};
+    print(document.view());
+}
 
 struct GetOptions
 {
@@ -57,10 +36,9 @@ struct GetOptions
 void getMember(const GetOptions& options)
 {
     Json::Value document = readObject(options.path);
-    char* raw = nullptr;
-    if (!options.json && json_to_char(document, options.key.c_str(), &raw) == 1)
+    if (const Expected<Text> text = readString(document, options.key); text && !options.json)
     {
-        print(RawText{raw}.get());
+        print(*text);
         return;
     }
     if (!document.isMember(options.key) || document[options.key].isNull())
@@ -86,17 +64,19 @@ void setMember(const SetOptions& options)
     {
         throw Stop{Exit::usage, "json set needs either --remove, or --value or --array"};
     }
-    EditedDocument document{options.path};
-    if (!options.array && options.values.size() < 2)
+    Document document = readDocument(options.path);
+    if (options.remove)
     {
-        const char* value = options.remove ? nullptr : options.values.front().c_str();
-        document.edit(
-            [&](char** text) { return set_value_char(text, options.key.c_str(), value); });
-        return;
+        printChanged(document, document.remove(options.key));
     }
-    TextList values{options.values};
-    document.edit(
-        [&](char** text) { return set_value_chararray(text, options.key.c_str(), values.data()); });
+    else if (options.array || options.values.size() > 1)
+    {
+        printChanged(document, document.setStrings(options.key, viewsOf(options.values)));
+    }
+    else
+    {
+        printChanged(document, document.setString(options.key, options.values.front()));
+    }
 }
 
 struct MergeOptions
@@ -111,9 +91,9 @@ void merge(const MergeOptions& options)
     {
         throw Stop{Exit::usage, "only one of the two documents can come from standard input"};
     }
-    const std::string from = json_fastWriter(readObject(options.from));
-    EditedDocument document{options.into};
-    document.edit([&](char** text) { return merge_doc(text, from.c_str()); });
+    const Document from = readDocument(options.from);
+    Document document = readDocument(options.into);
+    printChanged(document, document.merge(from.view()));
 }
 
 } // namespace

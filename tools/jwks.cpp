@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "jwks.hpp"
 
-#include <cstring>
-#include <new>
-
 namespace bmcoauth::tool
 {
 
@@ -26,14 +23,12 @@ std::vector<Json::Value> keysOf(const Json::Value& document)
 
 std::optional<std::string> importedKey(const Json::Value& key)
 {
-    char* raw = strdup(json_fastWriter(key).c_str());
-    if (raw == nullptr)
+    Expected<Document> document = Document::parse(textOf(key));
+    if (!document || !document->addPublicKey())
     {
-        throw std::bad_alloc();
+        return std::nullopt;
     }
-    const bool imported = appendPublicKey(&raw) == 1;
-    const RawText text{raw};
-    return imported ? std::optional<std::string>{text.get()} : std::nullopt;
+    return std::string{document->view()};
 }
 
 } // namespace bmcoauth::tool

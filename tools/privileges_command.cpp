@@ -47,12 +47,12 @@ void listPrivileges(const Options& options)
 
 } // namespace
 
-Json::Value privilegeNames(unsigned int mask)
+Json::Value namesOf(Privileges privileges)
 {
     Json::Value names{Json::arrayValue};
     for (unsigned int bit = 0; bit < privilegeCount; ++bit)
     {
-        if ((mask & (1U << bit)) != 0)
+        if (privileges.has(Privilege{1U << bit}))
         {
             names.append(ravok_scope_privileges[bit]);
         }
@@ -60,13 +60,13 @@ Json::Value privilegeNames(unsigned int mask)
     return names;
 }
 
-std::optional<unsigned int> privilegeMask(const std::string& name)
+std::optional<Privilege> privilegeCalled(std::string_view name)
 {
     for (unsigned int bit = 0; bit < privilegeCount; ++bit)
     {
         if (name == ravok_scope_privileges[bit])
         {
-            return 1U << bit;
+            return Privilege{1U << bit};
         }
     }
     return std::nullopt;

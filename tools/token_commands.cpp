@@ -5,12 +5,13 @@
 #include "keys.hpp"
 #include "tokens.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <ctime>
-#include <deque>
+#include <iterator>
 #include <optional>
-#include <sstream>
+#include <string_view>
 #include <vector>
 
 namespace bmcoauth::tool
@@ -26,57 +27,30 @@ constexpr const char* withoutKey =
 
 // ---------------------------------------------------------------------------------------- issue
 
-/** The scope entries given on the command line, in the library's form. */
-class Scopes
+/** A scope entry given on the command line. */
+struct Scope
 {
-public:
-    /** Takes texts such as "files=read,write". */
-    explicit Scopes(const std::vector<std::string>& given)
-    {
-        for (const std::string& text : given)
-        {
-            add(text);
-        }
-    }
-
-    [[nodiscard]] JWTscopes* data()
-    {
-        return entries.data();
-    }
-
-    [[nodiscard]] int size() const
-    {
-        return static_cast<int>(entries.size());
-    }
-
-private:
-    void add(const std::string& text)
-    {
-        const std::size_t equals = text.find('=');
-        if (equals == std::string::npos || equals == 0 || equals + 1 == text.size())
-        {
-            throw Stop{Exit::usage, "--scope takes NAME=VALUE[,VALUE...], not " + text};
-        }
-        std::vector<char*>& values = valueLists.emplace_back();
-        std::istringstream rest{text.substr(equals + 1)};
-        for (std::string value; std::getline(rest, value, ',');)
-        {
-            values.push_back(keep(std::move(value)));
-        }
-        entries.push_back(
-            {keep(text.substr(0, equals)), values.data(), static_cast<int>(values.size())});
-    }
-
-    char* keep(std::string text)
-    {
-        return texts.emplace_back(std::move(text)).data();
-    }
-
-    // Deques, because what the entries point at must not move.
-    std::deque<std::string> texts;
-    std::deque<std::vector<char*>> valueLists;
-    std::vector<JWTscopes> entries;
+    std::string_view name;
+    std::vector<std::string_view> values;
 };
+
+/** Takes a text such as "files=read,write". */
+Scope scopeOf(std::string_view text)
+{
+    const std::size_t equals = text.find('=');
+    if (equals == std::string_view::npos || equals == 0 || equals + 1 == text.size())
+    {
+        throw Stop{Exit::usage, "--scope takes NAME=VALUE[,VALUE...], not " + std::string{text}};
+    }
+    Scope scope{text.substr(0, equals), {}};
+    for (std::size_t begin = equals + 1; begin < text.size();)
+    {
+        const std::size_t end = std::min(text.find(',', begin), text.size());
+        scope.values.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return scope;
+}
 
 struct IssueOptions
 {
@@ -88,39 +62,41 @@ struct IssueOptions
     std::uint32_t lifetimeSeconds = 3600;
 };
 
-void issue(IssueOptions& options)
+void issue(const IssueOptions& options)
 {
     if (options.key.empty())
     {
         throw Stop{Exit::usage, withoutKey};
     }
-    Scopes scopes{options.scopes};
-    const PrivateKeyBytes key{options.key};
-    const AuthorizeRequestPtr request{parse_authorize_request(readText(options.path).c_str())};
-    if (!request)
+    std::vector<Scope> scopes;
+    std::ranges::transform(options.scopes, std::back_inserter(scopes), scopeOf);
+    std::vector<ScopeEntry> entries;
+    for (const Scope& scope : scopes)
     {
-        throw Stop{Exit::invalid,
-                   nameOf(options.path) +
-                       " is not an authorize request: it needs the strings client_id, "
-                       "client_secret and state, and a refresh_token or a handshake_response"};
+        entries.push_back({scope.name, scope.values});
     }
-    AuthorizeClaims claims{
-        options.subject.empty() ? nullptr : options.subject.data(),
-        options.issuer.empty() ? nullptr : options.issuer.data(),
-        scopes.data(),
-        scopes.size(),
+    const PrivateKey key = readPrivateKey(options.key);
+    const TokenRequest request =
+        orStop(TokenRequest::parse(readText(options.path)),
+               nameOf(options.path) +
+                   " is not an authorize request: it needs the strings client_id, client_secret "
+                   "and state, and a refresh_token or a handshake_response",
+               Exit::invalid);
+    TokenGrant grant{
+        .state = request.state().value(),
+        .lifetimeSeconds = options.lifetimeSeconds,
+        .scopes = entries,
     };
-    const AuthorizeResponsePtr settings{
-        configure_auth_response(std::to_string(options.lifetimeSeconds).c_str(), nullptr)};
-    const AuthorizeResponsePtr response{authorize_client(request->state, key.data(),
-                                                         static_cast<unsigned int>(key.size()),
-                                                         settings.get(), &claims)};
-    if (!settings || !response)
+    if (!options.subject.empty())
     {
-        throw Stop{Exit::failure, "the token could not be issued"};
+        grant.subject = options.subject;
     }
-    print(orStop(write_authorize_response(response.get()), "the response could not be written")
-              .get());
+    if (!options.issuer.empty())
+    {
+        grant.issuer = options.issuer;
+    }
+    const TokenResponse response = orStop(issueTokens(grant, key), "the token could not be issued");
+    print(orStop(response.write(), "the response could not be written"));
 }
 
 // -------------------------------------------------------------------------------------- inspect
@@ -163,9 +139,8 @@ void printMembers(const std::string& title, const Json::Value& object)
     for (const std::string& name : object.getMemberNames())
     {
         const Json::Value& value = object[name];
-        std::string line =
-            "  " + shown(name) + "  " +
-            (value.isString() ? shown(value.asString()) : harmless(json_fastWriter(value)));
+        std::string line = "  " + shown(name) + "  " +
+                           (value.isString() ? shown(value.asString()) : harmless(textOf(value)));
         if (name == "iat" || name == "nbf" || name == "exp")
         {
             const std::optional<std::uint64_t> seconds = secondsOf(value);
@@ -220,22 +195,18 @@ void verify(const VerifyOptions& options)
     {
         throw Stop{Exit::usage, "a key is needed: give --key FILE, the key that signed the token"};
     }
-    const PrivateKeyBytes key{options.key};
+    const PrivateKey key = readPrivateKey(options.key);
     const std::string token = readToken(options.path);
-    JWTHeader* header = nullptr;
-    JWTPayload* payload = nullptr;
-    const int verdict = validateJWT(token.c_str(), key.data(), key.size(), &header, &payload);
-    const JwtHeaderPtr ownedHeader{header};
-    const JwtPayloadPtr ownedPayload{payload};
-    switch (verdict)
+    switch (validateToken(token, key).judgement())
     {
-        case Verdict::valid:
+        case Judgement::valid:
+            // All of them: the records keep those that the library looks at.
             printJson(claimsOf(token));
             return;
-        case Verdict::expired:
+        case Judgement::expired:
             // The library looks at the time before it looks at the signature.
             throw Stop{Exit::expired, "the token has expired (its signature was not looked at)"};
-        case Verdict::invalid:
+        case Judgement::invalid:
             throw Stop{Exit::invalid, "the token is not valid: it is malformed, not valid yet, or "
                                       "not signed with this key"};
         default:

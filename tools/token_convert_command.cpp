@@ -6,9 +6,11 @@
 #include <openssl/bn.h>
 #include <openssl/ecdsa.h>
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace bmcoauth::tool
 {
@@ -29,10 +31,7 @@ struct Options
     bool json = false;
 };
 
-unsigned char* bytesOf(std::string& text)
-{
-    return reinterpret_cast<unsigned char*>(text.data());
-}
+using ByteList = std::vector<unsigned char>;
 
 std::size_t integerBytes(const Json::Value& header)
 {
@@ -49,11 +48,11 @@ std::size_t integerBytes(const Json::Value& header)
                                   (algorithm.empty() ? "none" : shown(algorithm))};
 }
 
-std::string encoded(const ECDSA_SIG& signature)
+ByteList encoded(const ECDSA_SIG& signature)
 {
     const int length = i2d_ECDSA_SIG(&signature, nullptr);
-    std::string der(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
-    unsigned char* position = bytesOf(der);
+    ByteList der(length > 0 ? static_cast<std::size_t>(length) : 0);
+    unsigned char* position = der.data();
     if (length <= 0 || i2d_ECDSA_SIG(&signature, &position) != length)
     {
         throw Stop{Exit::failure, "the signature could not be encoded"};
@@ -61,28 +60,28 @@ std::string encoded(const ECDSA_SIG& signature)
     return der;
 }
 
-std::string rawOf(std::string der, std::size_t width)
+ByteList rawOf(ByteSpan der, std::size_t width)
 {
-    const unsigned char* position = bytesOf(der);
+    const unsigned char* position = der.data();
     const SignaturePtr signature{d2i_ECDSA_SIG(nullptr, &position, static_cast<long>(der.size()))};
     // Only the one DER form of the two integers, with nothing behind it.
-    if (!signature || encoded(*signature) != der)
+    if (!signature || !std::ranges::equal(encoded(*signature), der))
     {
         throw Stop{Exit::invalid, der.size() == 2 * width
                                       ? "the signature is in raw form already"
                                       : "the signature is not a DER sequence of two integers"};
     }
-    std::string raw(2 * width, '\0');
+    ByteList raw(2 * width);
     const auto size = static_cast<int>(width);
-    if (BN_bn2binpad(ECDSA_SIG_get0_r(signature.get()), bytesOf(raw), size) != size ||
-        BN_bn2binpad(ECDSA_SIG_get0_s(signature.get()), bytesOf(raw) + width, size) != size)
+    if (BN_bn2binpad(ECDSA_SIG_get0_r(signature.get()), raw.data(), size) != size ||
+        BN_bn2binpad(ECDSA_SIG_get0_s(signature.get()), raw.data() + width, size) != size)
     {
         throw Stop{Exit::invalid, "the signature is too long for the token's alg"};
     }
     return raw;
 }
 
-std::string derOf(std::string raw, std::size_t width)
+ByteList derOf(ByteSpan raw, std::size_t width)
 {
     if (raw.size() != 2 * width)
     {
@@ -92,8 +91,8 @@ std::string derOf(std::string raw, std::size_t width)
     }
     const SignaturePtr signature{ECDSA_SIG_new()};
     const auto size = static_cast<int>(width);
-    BIGNUM* r = BN_bin2bn(bytesOf(raw), size, nullptr);
-    BIGNUM* s = BN_bin2bn(bytesOf(raw) + width, size, nullptr);
+    BIGNUM* r = BN_bin2bn(raw.data(), size, nullptr);
+    BIGNUM* s = BN_bin2bn(raw.data() + width, size, nullptr);
     if (!signature || ECDSA_SIG_set0(signature.get(), r, s) != 1)
     {
         BN_free(r);
@@ -112,14 +111,12 @@ void convert(const Options& options)
         throw Stop{Exit::invalid, nameOf(options.path) + " holds no token: two dots are expected"};
     }
     const std::size_t width = integerBytes(decodePart(parts->header, "header"));
-    const std::optional<std::string> signature = decodedBase64Url(parts->signature);
-    if (!signature)
-    {
-        throw Stop{Exit::invalid, "the signature of the token is not Base64url"};
-    }
-    const std::string other =
-        options.form == "raw" ? rawOf(*signature, width) : derOf(*signature, width);
-    const std::string result = parts->signingInput() + "." + encodedBase64Url(other);
+    const Bytes signature = orStop(decodeBase64Url(parts->signature),
+                                   "the signature of the token is not Base64url", Exit::invalid);
+    const ByteList other =
+        options.form == "raw" ? rawOf(signature, width) : derOf(signature, width);
+    const std::string result =
+        (parts->signingInput() + ".").append(orStop(base64Url(other), "memory is exhausted"));
     if (!options.json)
     {
         print(result);

@@ -49,17 +49,9 @@ void answerAtOnce(const Walk& walk, const Ask& ask, bool json)
 
 void explainOwn(const Options& options, const std::string& token)
 {
-    const PrivateKeyBytes key{options.key};
-    const auto ask = [&] {
-        JWTHeader* header = nullptr;
-        JWTPayload* payload = nullptr;
-        const int verdict = validateJWT(token.c_str(), key.data(), key.size(), &header, &payload);
-        const JwtHeaderPtr ownedHeader{header};
-        const JwtPayloadPtr ownedPayload{payload};
-        return verdict;
-    };
-    answerAtOnce([&](auto now) { return explainOwnToken(token, key.data(), key.size(), now); }, ask,
-                 options.json);
+    const PrivateKey key = readPrivateKey(options.key);
+    answerAtOnce([&](auto now) { return explainOwnToken(token, key, now); },
+                 [&] { return validateToken(token, key).judgement(); }, options.json);
 }
 
 void explainDelegated(const Options& options, const std::string& token)
@@ -69,9 +61,14 @@ void explainDelegated(const Options& options, const std::string& token)
     {
         std::ranges::move(keysIn(path, !options.asGiven), std::back_inserter(keys));
     }
+    const DelegationRules rules{.skewSeconds = options.skewSeconds};
+    const auto ask = [&] {
+        // The library is never asked without a key.
+        return keys.empty() ? Judgement::invalid : judgeByAll(token, keys, rules).judgement();
+    };
     answerAtOnce(
-        [&](auto now) { return explainDelegatedToken(token, keys, options.skewSeconds, now); },
-        [&] { return judgeByAll(token, keys, options.skewSeconds).verdict; }, options.json);
+        [&](auto now) { return explainDelegatedToken(token, keys, options.skewSeconds, now); }, ask,
+        options.json);
 }
 
 void explain(const Options& options)

@@ -2,6 +2,7 @@
 #include "token_rules.hpp"
 
 #include "clock.hpp"
+#include "tokens.hpp"
 
 #include <openssl/bio.h>
 #include <openssl/ec.h>
@@ -29,8 +30,7 @@ std::string kindOf(const Json::Value& object, const char* name)
         return "no member " + std::string{name};
     }
     const Json::Value& value = object[name];
-    return std::string{name} + " " +
-           brief(value.isString() ? value.asString() : json_fastWriter(value));
+    return std::string{name} + " " + brief(value.isString() ? value.asString() : textOf(value));
 }
 
 std::string bytesIn(const std::string& text)
@@ -42,17 +42,17 @@ std::string bytesIn(const std::string& text)
 std::optional<Json::Value> readPart(const std::string& part, const std::string& name,
                                     Refusal& refusal)
 {
-    const std::optional<std::string> bytes = decodedBase64Url(part);
+    const Expected<Bytes> bytes = decodeBase64Url(part);
     if (!bytes)
     {
         refusal = refused(name, part.empty() ? "nothing" : bytesIn(part) + " that do not decode",
                           "Base64url text of at most 98304 characters");
         return std::nullopt;
     }
-    std::optional<Json::Value> object = parsedObject(*bytes);
+    std::optional<Json::Value> object = parsedObject(bytes->view());
     if (!object)
     {
-        refusal = refused(name, brief(*bytes), "a JSON object");
+        refusal = refused(name, brief(bytes->view()), "a JSON object");
     }
     return object;
 }
@@ -89,8 +89,7 @@ std::string clockHint(const Json::Value& claims)
             if (!std::ranges::all_of(text, [](unsigned char c) { return std::isdigit(c) != 0; }) ||
                 text.empty() || (text.size() > 1 && text.front() == '0'))
             {
-                return std::string{name} + " is read as " +
-                       std::to_string(claimSeconds(text.c_str())) +
+                return std::string{name} + " is read as " + std::to_string(claimSeconds(text)) +
                        ": octal behind a 0, hexadecimal behind 0x, 0 where there is no number";
             }
         }
@@ -117,7 +116,7 @@ Refusal scopeRules(const Json::Value& scope)
     const std::string wanted = "no scope, or an object of arrays of strings with a member at least";
     if (!scope.isObject() || scope.empty())
     {
-        return refused("scope", "scope " + brief(json_fastWriter(scope)), wanted,
+        return refused("scope", "scope " + brief(textOf(scope)), wanted,
                        scope.isString() ? "a text is what other issuers write: such a token is "
                                           "judged by token delegated"
                                         : "");
@@ -128,8 +127,7 @@ Refusal scopeRules(const Json::Value& scope)
         if (!values.isArray() ||
             !std::all_of(values.begin(), values.end(), [](const auto& v) { return v.isString(); }))
         {
-            return refused("scope",
-                           "scope entry " + brief(name) + " " + brief(json_fastWriter(values)),
+            return refused("scope", "scope entry " + brief(name) + " " + brief(textOf(values)),
                            wanted);
         }
     }
@@ -164,17 +162,17 @@ Refusal ownPayloadRules(const Json::Value& claims, std::uint64_t now)
 }
 
 /** Whether a signature looks like two integers side by side, as other software writes it. */
-bool looksRaw(const std::string& signature)
+bool looksRaw(std::string_view signature)
 {
     return (signature.size() == 64 || signature.size() == 96 || signature.size() == 132) &&
            (signature.front() != 0x30 ||
             static_cast<unsigned char>(signature[1]) + 2U != signature.size());
 }
 
-Refusal ownSignatureRules(const TokenParts& parts, const unsigned char* der, int derLength)
+Refusal ownSignatureRules(const TokenParts& parts, const PrivateKey& key)
 {
-    const std::optional<std::string> signature = decodedBase64Url(parts.signature);
-    if (!signature)
+    const Expected<Bytes> bytes = decodeBase64Url(parts.signature);
+    if (!bytes)
     {
         return refused("signature", bytesIn(parts.signature) + " that do not decode",
                        "Base64url text",
@@ -182,19 +180,18 @@ Refusal ownSignatureRules(const TokenParts& parts, const unsigned char* der, int
                            ? "there are more than two dots: the others count as the signature's"
                            : "");
     }
-    if (verifySignature(parts.signingInput(),
-                        reinterpret_cast<const unsigned char*>(signature->data()),
-                        static_cast<int>(signature->size()), der, derLength) == 1)
+    if (isSignature(parts.signingInput(), *bytes, key))
     {
         return std::nullopt;
     }
+    const std::string_view signature = bytes->view();
     return refused("signature",
-                   "a signature of " + std::to_string(signature->size()) +
+                   "a signature of " + std::to_string(signature.size()) +
                        " bytes that does not verify with this key",
                    "a DER signature of the first two parts, SHA-256, by this P-256 key",
-                   looksRaw(*signature) ? "its length is that of the raw form of other software: "
-                                          "see token convert --to der"
-                                        : "");
+                   looksRaw(signature) ? "its length is that of the raw form of other software: "
+                                         "see token convert --to der"
+                                       : "");
 }
 
 // ------------------------------------------------------------------------ tokens of other issuers
@@ -208,7 +205,7 @@ int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*user*/
 }
 
 /** "EC on P-256", "RSA" or what else is in the PEM text @p pem. */
-std::string typeOfPem(const std::string& pem)
+std::string typeOfPem(std::string_view pem)
 {
     ERR_set_mark();
     const BioPtr text{BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size()))};
@@ -217,7 +214,7 @@ std::string typeOfPem(const std::string& pem)
     ERR_pop_to_mark();
     if (!key)
     {
-        return pem.find("BEGIN RSA PUBLIC KEY") != std::string::npos ? "RSA" : "unreadable";
+        return pem.find("BEGIN RSA PUBLIC KEY") != std::string_view::npos ? "RSA" : "unreadable";
     }
     if (EVP_PKEY_get_base_id(key.get()) != EVP_PKEY_EC)
     {
@@ -248,57 +245,43 @@ struct KeyRefusal
     Explanation explanation;
 };
 
-/** The member @p name of the key, and whether the library sees one. */
-const char* memberOf(jwk* record, const char* name)
+/** The texts are there, and the same. */
+bool equal(std::optional<std::string_view> left, std::optional<std::string_view> right)
 {
-    return jwk_key_value(record, name);
+    return left && left == right;
 }
-
-bool equal(const char* left, const char* right)
-{
-    return left != nullptr && right != nullptr && std::string_view{left} == right;
-}
-
-struct JwkOwner
-{
-    void operator()(jwk* record) const noexcept
-    {
-        free_jwk(&record);
-    }
-};
-using JwkPtr = std::unique_ptr<jwk, JwkOwner>;
 
 /** Why a JSON Web Key is the one for a token, or nothing where it is not. */
-std::optional<std::string> selectedBy(jwk* record, const JWTHeader& header)
+std::optional<std::string> selectedBy(const KeyRecord& key, const TokenHeader& header)
 {
-    if (equal(memberOf(record, "alg"), header.alg))
+    if (equal(key.member("alg"), header.algorithm()))
     {
         return "alg matches";
     }
-    if (equal(memberOf(record, "kid"), header.kid))
+    if (equal(key.member("kid"), header.keyId()))
     {
         return "kid matches";
     }
-    const std::string_view algorithm{header.alg};
+    const std::string_view algorithm = header.algorithm().value();
     if (algorithm.size() < 2)
     {
         return std::nullopt;
     }
-    if (equal(memberOf(record, "kty"), "RSA"))
+    if (equal(key.member("kty"), "RSA"))
     {
         return algorithm.front() == 'P' || (algorithm.size() > 2 && algorithm.starts_with("RS"))
                    ? std::optional<std::string>{"kty matches"}
                    : std::nullopt;
     }
-    if (!equal(memberOf(record, "kty"), "EC") || algorithm.front() != 'E')
+    if (!equal(key.member("kty"), "EC") || algorithm.front() != 'E')
     {
         return std::nullopt;
     }
-    using Pairing = std::pair<const char*, std::string_view>;
+    using Pairing = std::pair<std::string_view, std::string_view>;
     for (const auto& [curve, paired] :
          {Pairing{"P-256", "ES256"}, Pairing{"P-384", "ES384"}, Pairing{"P-521", "ES512"}})
     {
-        if (equal(memberOf(record, "crv"), curve))
+        if (equal(key.member("crv"), curve))
         {
             return algorithm == paired ? std::optional<std::string>{"kty and crv match"}
                                        : std::nullopt;
@@ -307,59 +290,61 @@ std::optional<std::string> selectedBy(jwk* record, const JWTHeader& header)
     return "kty matches";
 }
 
-std::string orNone(const char* text)
+std::string orNone(std::optional<std::string_view> text)
 {
-    return text != nullptr ? brief(text) : "none";
+    return text ? brief(*text) : "none";
 }
 
-std::string describeJwk(jwk* record)
+std::string describeJwk(const KeyRecord& key)
 {
-    return "kty " + orNone(memberOf(record, "kty")) + ", crv " + orNone(memberOf(record, "crv")) +
-           ", alg " + orNone(memberOf(record, "alg")) + ", kid " + orNone(memberOf(record, "kid"));
+    return "kty " + orNone(key.member("kty")) + ", crv " + orNone(key.member("crv")) + ", alg " +
+           orNone(key.member("alg")) + ", kid " + orNone(key.member("kid"));
 }
 
-KeyRefusal wrongSignature(const TrustedKey& key, const std::string& pem, const JWTHeader& header)
+KeyRefusal wrongSignature(const TrustedKey& key, std::string_view pem, std::string_view algorithm)
 {
     const std::string type = typeOfPem(pem);
-    const char family = static_cast<char>(std::toupper(static_cast<unsigned char>(*header.alg)));
+    const char family =
+        static_cast<char>(std::toupper(static_cast<unsigned char>(algorithm.front())));
     const bool wantsRsa = family == 'R' || family == 'P';
     const bool fits = type == (wantsRsa ? "RSA" : "") || (!wantsRsa && type.starts_with("EC"));
     if (!fits)
     {
         return {Reached::importing, refused("key type", key.name + " is " + type,
                                             std::string{wantsRsa ? "an RSA key" : "an EC key"} +
-                                                ", for alg " + brief(header.alg))};
+                                                ", for alg " + brief(algorithm))};
     }
-    return {Reached::signature,
-            refused("signature", "a signature that does not verify with " + key.name + ", " + type,
-                    "a signature by alg " + brief(header.alg) + " and this key",
-                    std::string{header.alg} == "ES256" && type != "EC on P-256"
-                        ? "ES256 is meant for P-256"
-                        : "")};
+    return {
+        Reached::signature,
+        refused("signature", "a signature that does not verify with " + key.name + ", " + type,
+                "a signature by alg " + brief(algorithm) + " and this key",
+                algorithm == "ES256" && type != "EC on P-256" ? "ES256 is meant for P-256" : "")};
 }
 
 /** What is wrong with @p key for @p token, whose parts and header are sound; nothing where it
  *  verifies the signature. */
-std::optional<KeyRefusal> keyRules(const std::string& token, const JWTHeader& header,
+std::optional<KeyRefusal> keyRules(const std::string& token, const TokenHeader& header,
                                    const TrustedKey& key)
 {
-    const JwkPtr record{oauth2_parse_jwk(key.text.c_str())};
+    const std::string_view algorithm = header.algorithm().value();
+    const Expected<KeyRecord> record = KeyRecord::parse(key.text);
     if (!record)
     {
-        return judge(token, key.text, 0).verified
+        return judge(token, key.text).isAuthentic()
                    ? std::nullopt
-                   : std::optional{wrongSignature(key, key.text, header)};
+                   : std::optional{wrongSignature(key, key.text, algorithm)};
     }
-    const std::optional<std::string> selected = selectedBy(record.get(), header);
+    const std::optional<std::string> selected = selectedBy(*record, header);
     if (!selected)
     {
         return KeyRefusal{Reached::selection,
-                          refused("key selection", key.name + ": " + describeJwk(record.get()),
-                                  "the token's alg " + brief(header.alg) + " or kid " +
-                                      orNone(header.kid) + ", or a kty and crv that fit this alg")};
+                          refused("key selection", key.name + ": " + describeJwk(*record),
+                                  "the token's alg " + brief(algorithm) + " or kid " +
+                                      orNone(header.keyId()) +
+                                      ", or a kty and crv that fit this alg")};
     }
-    const char* pem = memberOf(record.get(), "kest_decoded_key");
-    if (pem == nullptr)
+    const std::optional<std::string_view> pem = record->member("kest_decoded_key");
+    if (!pem)
     {
         return KeyRefusal{Reached::importing,
                           refused("key import",
@@ -371,9 +356,9 @@ std::optional<KeyRefusal> keyRules(const std::string& token, const JWTHeader& he
     }
     // The decoded key alone, as a PEM key: no rule of selection stands before its verdict. What
     // stands before a PEM text is passed over, and keeps it from being taken for a JSON Web Key.
-    return judge(token, "PEM\n" + std::string{pem}, 0).verified
+    return judge(token, std::string{"PEM\n"}.append(*pem)).isAuthentic()
                ? std::nullopt
-               : std::optional{wrongSignature(key, pem, header)};
+               : std::optional{wrongSignature(key, *pem, algorithm)};
 }
 
 /** What there is to say of all keys where none of them verifies. */
@@ -400,46 +385,14 @@ Explanation ofAll(const std::vector<KeyRefusal>& refusals)
     return explanation;
 }
 
-Refusal delegatedHeaderRules(const std::string& token, const TokenParts& parts,
-                             JwtHeaderPtr& header)
+Refusal delegatedHeaderRules(const TokenParts& parts)
 {
     Refusal refusal;
-    const std::optional<Json::Value> object = readPart(parts.header, "header", refusal);
-    if (!object)
-    {
-        return refusal;
-    }
-    JWTHeader* raw = nullptr;
-    const bool read = get_jwt_header(token.c_str(), &raw) == 1;
-    header.reset(raw);
-    if (!read)
-    {
-        return refused("alg", kindOf(*object, "alg"), "a string alg");
-    }
-    return std::nullopt;
+    const std::optional<Json::Value> header = readPart(parts.header, "header", refusal);
+    return header ? refuseUnlessText(*header, "alg") : refusal;
 }
 
-Refusal delegatedPayloadRules(const std::string& token, const TokenParts& parts,
-                              JwtPayloadPtr& payload)
-{
-    Refusal refusal;
-    const std::optional<Json::Value> object = readPart(parts.payload, "payload", refusal);
-    if (!object)
-    {
-        return refusal;
-    }
-    JWTPayload* raw = nullptr;
-    const bool read = get_jwt_payload(token.c_str(), &raw) == 1;
-    payload.reset(raw);
-    if (!read)
-    {
-        return refused("scope", kindOf(*object, "scope"),
-                       "no scope, a text, or an object of arrays of strings");
-    }
-    return std::nullopt;
-}
-
-Refusal algorithmRules(const std::string& algorithm)
+Refusal algorithmRules(std::string_view algorithm)
 {
     if (algorithm.size() >= 2 && (algorithm.front() == 'H' || algorithm.front() == 'h'))
     {
@@ -456,11 +409,11 @@ Refusal algorithmRules(const std::string& algorithm)
     return std::nullopt;
 }
 
-Refusal delegatedPeriodRules(const JWTPayload& payload, const Json::Value& claims,
+Refusal delegatedPeriodRules(const UnverifiedClaims& read, const Json::Value& claims,
                              std::uint64_t skew, std::optional<std::uint64_t> now)
 {
     const std::string allowed = skew == 0 ? "" : ", give or take " + durationOf(skew);
-    if (payload.exp == nullptr)
+    if (!read.expiresAt())
     {
         return refused("exp", kindOf(claims, "exp"), "exp, a number below 2^32 or a string");
     }
@@ -469,26 +422,26 @@ Refusal delegatedPeriodRules(const JWTPayload& payload, const Json::Value& claim
         return outOfTime("no date on this clock", "a clock that can be read");
     }
     // Both sums may wrap, as the library's.
-    const std::uint64_t end = claimSeconds(payload.exp) + skew;
-    if (*now >= end)
+    const std::uint64_t end = claimSeconds(*read.expiresAt());
+    if (*now >= end + skew)
     {
-        const std::uint64_t written = claimSeconds(payload.exp);
-        return outOfTime(*now >= written
-                             ? tooLate(*now, written)
-                             : "an exp beyond the range of numbers, " + brief(payload.exp),
+        return outOfTime(*now >= end
+                             ? tooLate(*now, end)
+                             : "an exp beyond the range of numbers, " + brief(*read.expiresAt()),
                          "exp later than now" + allowed, clockHint(claims));
     }
-    if (payload.nbf != nullptr && *now + skew < claimSeconds(payload.nbf))
+    const std::uint64_t begin = read.notBefore() ? claimSeconds(*read.notBefore()) : 0;
+    if (*now + skew < begin)
     {
-        return refused("nbf", tooEarly(*now, claimSeconds(payload.nbf)),
-                       "nbf not later than now" + allowed, clockHint(claims));
+        return refused("nbf", tooEarly(*now, begin), "nbf not later than now" + allowed,
+                       clockHint(claims));
     }
     return std::nullopt;
 }
 
 } // namespace
 
-Explanation explainOwnToken(const std::string& token, const unsigned char* der, int derLength,
+Explanation explainOwnToken(const std::string& token, const PrivateKey& key,
                             std::optional<std::uint64_t> now)
 {
     if (!now)
@@ -517,7 +470,7 @@ Explanation explainOwnToken(const std::string& token, const unsigned char* der, 
     }
     if (!refusal)
     {
-        refusal = ownSignatureRules(*parts, der, derLength);
+        refusal = ownSignatureRules(*parts, key);
     }
     return refusal.value_or(Explanation{});
 }
@@ -530,49 +483,55 @@ Explanation explainDelegatedToken(const std::string& token, const std::vector<Tr
     {
         return refused("dots", brief(token), "three parts with dots between them");
     }
-    JwtHeaderPtr header;
-    JwtPayloadPtr payload;
-    Refusal refusal = delegatedHeaderRules(token, *parts, header);
+    Refusal refusal = delegatedHeaderRules(*parts);
+    std::optional<Json::Value> claims;
     if (!refusal)
     {
-        refusal = delegatedPayloadRules(token, *parts, payload);
-    }
-    if (!refusal && !decodedBase64Url(parts->signature))
-    {
-        refusal = refused("signature", bytesIn(parts->signature) + " that do not decode",
-                          "Base64url text");
-    }
-    if (!refusal)
-    {
-        refusal = algorithmRules(header->alg);
+        claims = readPart(parts->payload, "payload", refusal);
     }
     if (refusal)
+    {
+        return *refusal;
+    }
+    const Expected<UnverifiedToken> read = readUnverified(token);
+    if (!read)
+    {
+        return refused("scope", kindOf(*claims, "scope"),
+                       "no scope, a text, or an object of arrays of strings");
+    }
+    if (!decodeBase64Url(parts->signature))
+    {
+        return refused("signature", bytesIn(parts->signature) + " that do not decode",
+                       "Base64url text");
+    }
+    const TokenHeader& header = read->unverifiedHeader();
+    if (refusal = algorithmRules(header.algorithm().value()); refusal)
     {
         return *refusal;
     }
     std::vector<KeyRefusal> refusals;
     for (const TrustedKey& key : keys)
     {
-        std::optional<KeyRefusal> ofKey = keyRules(token, *header, key);
+        std::optional<KeyRefusal> ofKey = keyRules(token, header, key);
         if (!ofKey)
         {
-            const Json::Value claims = *parsedObject(*decodedBase64Url(parts->payload));
-            return delegatedPeriodRules(*payload, claims, skewSeconds, now).value_or(Explanation{});
+            return delegatedPeriodRules(*read->unverifiedClaims(), *claims, skewSeconds, now)
+                .value_or(Explanation{});
         }
         refusals.push_back(std::move(*ofKey));
     }
     return refusals.empty() ? refused("keys", "no key", "a key to verify with") : ofAll(refusals);
 }
 
-Exit exitOf(int verdict)
+Exit exitOf(Judgement judgement)
 {
-    switch (verdict)
+    switch (judgement)
     {
-        case Verdict::valid:
+        case Judgement::valid:
             return Exit::success;
-        case Verdict::invalid:
+        case Judgement::invalid:
             return Exit::invalid;
-        case Verdict::expired:
+        case Judgement::expired:
             return Exit::expired;
         default:
             return Exit::failure;

@@ -10,10 +10,12 @@ namespace bmcoauth::tool
 std::string readToken(const std::string& path)
 {
     std::string text = readWord(path);
-    char* raw = nullptr;
-    if (get_value_char(text.c_str(), "access_token", &raw) == 1)
+    if (const Expected<Document> document = Document::parse(text))
     {
-        return RawText{raw}.get();
+        if (const Expected<Text> token = document->string("access_token"))
+        {
+            return std::string{token->view()};
+        }
     }
     if (text.empty())
     {
@@ -36,18 +38,14 @@ std::optional<TokenParts> partsOf(const std::string& token)
 
 Json::Value decodePart(const std::string& part, const std::string& name)
 {
-    char* raw = nullptr;
-    int length = 0;
-    Json::Value tree;
-    if (base64URIdecode(part.c_str(), &raw, &length) != 1)
-    {
-        throw Stop{Exit::invalid, "the " + name + " of the token is not Base64url"};
-    }
-    if (!loadJsonDoc(RawText{raw}.get(), tree))
+    const Bytes bytes = orStop(decodeBase64Url(part),
+                               "the " + name + " of the token is not Base64url", Exit::invalid);
+    const std::optional<Json::Value> tree = parsedObject(bytes.view());
+    if (!tree)
     {
         throw Stop{Exit::invalid, "the " + name + " of the token is not a JSON object"};
     }
-    return withoutComments(tree);
+    return withoutComments(*tree);
 }
 
 Json::Value claimsOf(const std::string& token)

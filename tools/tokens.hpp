@@ -9,15 +9,6 @@
 namespace bmcoauth::tool
 {
 
-/** The library's verdicts on a token. */
-enum Verdict : int
-{
-    invalid = 0,
-    valid = 1,
-    expired = 2,
-    failed = 3,
-};
-
 /** The compact token in @p path: its whole text, or the "access_token" of a response document. */
 [[nodiscard]] std::string readToken(const std::string& path);
 

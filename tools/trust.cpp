@@ -5,7 +5,6 @@
 #include "jwks.hpp"
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 #include <utility>
 
@@ -23,10 +22,10 @@ TrustedKey trusted(std::string name, const Json::Value& key, bool import)
     }
     if (!import)
     {
-        return {std::move(name), json_fastWriter(key), true};
+        return {std::move(name), textOf(key), true};
     }
     const std::optional<std::string> imported = importedKey(key);
-    return {std::move(name), imported ? *imported : json_fastWriter(key), imported.has_value()};
+    return {std::move(name), imported ? *imported : textOf(key), imported.has_value()};
 }
 
 } // namespace
@@ -34,8 +33,8 @@ TrustedKey trusted(std::string name, const Json::Value& key, bool import)
 std::vector<TrustedKey> keysIn(const std::string& path, bool import)
 {
     const std::string text = readText(path);
-    Json::Value document;
-    if (!loadJsonDoc(text.c_str(), document))
+    const Expected<Json::Value> document = parseJson(text);
+    if (!document)
     {
         if (text.find("PUBLIC KEY-----") == std::string::npos)
         {
@@ -45,8 +44,8 @@ std::vector<TrustedKey> keysIn(const std::string& path, bool import)
         return {{nameOf(path), text, true}};
     }
     std::vector<TrustedKey> keys;
-    const bool set = std::as_const(document)["keys"].isArray();
-    for (const Json::Value& key : keysOf(document))
+    const bool set = (*document)["keys"].isArray();
+    for (const Json::Value& key : keysOf(*document))
     {
         const std::string number = set ? ", key " + std::to_string(keys.size() + 1) : "";
         keys.push_back(trusted(nameOf(path) + number, key, import));
@@ -70,36 +69,22 @@ std::vector<TrustedKey> usableKeys(const std::vector<std::string>& paths)
     return usable;
 }
 
-Judgement judge(const std::string& token, const std::string& key, std::uint32_t skewSeconds,
-                userRole_s* roles, const char** providers)
+Verdict judge(const std::string& token, std::string_view key, const DelegationRules& rules)
 {
-    std::array<const char*, 2> keys{key.c_str(), nullptr};
-    JWTHeader* header = nullptr;
-    JWTPayload* payload = nullptr;
-    int verified = 0;
-    Judgement judgement;
-    judgement.verdict = validateJWT_Delegated(token.c_str(), keys.data(), 0, &header, &payload,
-                                              skewSeconds, roles, providers, &verified);
-    judgement.header.reset(header);
-    judgement.payload.reset(payload);
-    judgement.verified = verified == 1;
-    return judgement;
+    return validateDelegatedToken(token, orStop(TrustedKeys::of({&key, 1}), "memory is exhausted"),
+                                  rules);
 }
 
-Judgement judgeByAll(const std::string& token, const std::vector<TrustedKey>& keys,
-                     std::uint32_t skewSeconds, userRole_s* roles, const char** providers)
+Verdict judgeByAll(const std::string& token, const std::vector<TrustedKey>& keys,
+                   const DelegationRules& rules)
 {
-    Judgement best;
-    for (const TrustedKey& key : keys)
+    auto key = keys.begin();
+    Verdict verdict = judge(token, key->text, rules);
+    while (!verdict.isAuthentic() && ++key != keys.end())
     {
-        Judgement judgement = judge(token, key.text, skewSeconds, roles, providers);
-        if (judgement.verified)
-        {
-            return judgement;
-        }
-        best = std::move(judgement);
+        verdict = judge(token, key->text, rules);
     }
-    return best;
+    return verdict;
 }
 
 } // namespace bmcoauth::tool

@@ -2,9 +2,7 @@
 #pragma once
 
 #include "documents.hpp"
-#include "tokens.hpp"
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -28,24 +26,13 @@ struct TrustedKey
  *  where other keys are usual, and refused where it stands alone. */
 [[nodiscard]] std::vector<TrustedKey> usableKeys(const std::vector<std::string>& paths);
 
-/** What one trusted key makes of a token. */
-struct Judgement
-{
-    int verdict = Verdict::invalid;
-    bool verified = false;
-    JwtHeaderPtr header;
-    JwtPayloadPtr payload;
-};
-
 /** Has the library judge @p token by the key @p key alone. */
-[[nodiscard]] Judgement judge(const std::string& token, const std::string& key,
-                              std::uint32_t skewSeconds, userRole_s* roles = nullptr,
-                              const char** providers = nullptr);
+[[nodiscard]] Verdict judge(const std::string& token, std::string_view key,
+                            const DelegationRules& rules = {});
 
-/** Judges by one key after the other. In one list the outcome would depend on their order: a key
- *  in PEM form that verifies is forgotten when the next one fails. */
-[[nodiscard]] Judgement judgeByAll(const std::string& token, const std::vector<TrustedKey>& keys,
-                                   std::uint32_t skewSeconds, userRole_s* roles = nullptr,
-                                   const char** providers = nullptr);
+/** Judges by one key after the other, of which there is one at least. In one list the outcome would
+ *  depend on their order: a key in PEM form that verifies is forgotten when the next one fails. */
+[[nodiscard]] Verdict judgeByAll(const std::string& token, const std::vector<TrustedKey>& keys,
+                                 const DelegationRules& rules);
 
 } // namespace bmcoauth::tool

@@ -7,7 +7,7 @@
 #include "tools/handshake_rules.hpp"
 #include "tools/token_rules.hpp"
 
-#include <bmcoauth.h>
+#include <bmcoauth.hpp>
 
 #include <gtest/gtest.h>
 #include <openssl/pem.h>
@@ -18,7 +18,9 @@
 #include <string>
 #include <vector>
 
+using bmcoauth::Judgement;
 using bmcoauth::tool::Exit;
+using bmcoauth::tool::exitOf;
 using bmcoauth::tool::Explanation;
 using bmcoauth::tool::TrustedKey;
 using support::base64Url;
@@ -94,8 +96,8 @@ struct ExplainOwnToken : testing::Test
         free_jwt_header(head);
         free_jwt_payload(body);
         Explanation explanation = bmcoauth::tool::explainOwnToken(
-            text, bytesOf(der), lengthOf(der), bmcoauth::tool::librarySeconds(std::time(nullptr)));
-        EXPECT_EQ(explanation.verdict, bmcoauth::tool::exitOf(verdict)) << text;
+            text, key, bmcoauth::tool::librarySeconds(std::time(nullptr)));
+        EXPECT_EQ(explanation.verdict, exitOf(static_cast<Judgement>(verdict))) << text;
         EXPECT_EQ(explanation.rule.empty(), verdict == 1);
         EXPECT_EQ(explanation.saw.empty(), verdict == 1);
         EXPECT_EQ(explanation.wanted.empty(), verdict == 1);
@@ -103,6 +105,8 @@ struct ExplainOwnToken : testing::Test
     }
 
     const std::string der = Identity::selfSigned({}).privateKeyDer();
+    const bmcoauth::PrivateKey key =
+        bmcoauth::PrivateKey::fromDer({bytesOf(der), der.size()}).value();
     const std::string header = R"({"alg":"ES256","typ":"JWT","kid":"k"})";
     const std::string payload =
         R"({"exp":"1700000010","iat":"1699999990","iss":"i","jti":"j","nbf":"1699999990",)"
@@ -321,11 +325,12 @@ struct ExplainDelegatedToken : testing::Test
         {
             trusted.push_back({"key " + std::to_string(trusted.size() + 1), key, true});
         }
-        const int verdict = bmcoauth::tool::judgeByAll(text, trusted, skew).verdict;
+        const Judgement judgement =
+            bmcoauth::tool::judgeByAll(text, trusted, {.skewSeconds = skew}).judgement();
         Explanation explanation = bmcoauth::tool::explainDelegatedToken(
             text, trusted, skew, bmcoauth::tool::librarySeconds(std::time(nullptr)));
-        EXPECT_EQ(explanation.verdict, bmcoauth::tool::exitOf(verdict)) << text;
-        EXPECT_EQ(explanation.rule.empty(), verdict == 1);
+        EXPECT_EQ(explanation.verdict, exitOf(judgement)) << text;
+        EXPECT_EQ(explanation.rule.empty(), judgement == Judgement::valid);
         return explanation;
     }
 
