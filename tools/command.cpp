@@ -218,6 +218,15 @@ int runCommandLine(int argc, char** argv)
     {
         return app.exit(asked);
     }
+    catch (const CLI::RequiredError& error)
+    {
+        // What is no command is kept for later, when one is found to be missing.
+        const std::vector<std::string> unknown = app.remaining(true);
+        const std::string problem = unknown.empty()
+                                        ? firstLine(error.what())
+                                        : "there is no command or option " + unknown.front();
+        throw Stop{Exit::usage, problem + " (see bmcoauth --help)"};
+    }
     catch (const CLI::ParseError& error)
     {
         throw Stop{Exit::usage, firstLine(error.what()) + " (see bmcoauth --help)"};

@@ -7,10 +7,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
-#include <fstream>
+#include <cstdio>
 #include <iostream>
-#include <iterator>
 #include <system_error>
 
 namespace bmcoauth::tool
@@ -48,6 +48,17 @@ const char* orNull(const std::optional<std::string>& text)
 namespace
 {
 
+/** Nothing that the library takes comes near this, and a device has other uses for its memory. */
+constexpr std::size_t mostBytes = std::size_t{64} << 20U;
+
+void closeFile(std::FILE* file)
+{
+    // Of a file that is only read, nothing is lost.
+    static_cast<void>(std::fclose(file));
+}
+
+using FilePtr = std::unique_ptr<std::FILE, Releaser<closeFile>>;
+
 [[noreturn]] void stopReading(const std::string& path, int error)
 {
     throw Stop{Exit::failure,
@@ -79,27 +90,28 @@ std::string shown(std::string_view text)
 
 std::string readBytes(const std::string& path)
 {
-    std::ifstream file;
-    if (path != "-")
-    {
-        requireReadable(path);
-        file.open(path, std::ios::binary);
-        if (!file)
-        {
-            stopReading(path, errno);
-        }
-    }
-    std::istream& input = path == "-" ? std::cin : file;
-    std::string text;
-    try
-    {
-        text.assign(std::istreambuf_iterator<char>{input}, {});
-    }
-    catch (const std::ios_base::failure&)
+    const FilePtr file{path == "-" ? nullptr : std::fopen(path.c_str(), "re")};
+    std::FILE* const input = path == "-" ? stdin : file.get();
+    if (input == nullptr)
     {
         stopReading(path, errno);
     }
-    return text;
+    std::string bytes;
+    std::array<char, 16384> block{};
+    while (const std::size_t count = std::fread(block.data(), 1, block.size(), input))
+    {
+        bytes.append(block.data(), count);
+        if (bytes.size() > mostBytes)
+        {
+            throw Stop{Exit::invalid,
+                       nameOf(path) + " is longer than " + std::to_string(mostBytes) + " bytes"};
+        }
+    }
+    if (std::ferror(input) != 0)
+    {
+        stopReading(path, errno);
+    }
+    return bytes;
 }
 
 std::string readText(const std::string& path)

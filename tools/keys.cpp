@@ -11,6 +11,10 @@ namespace bmcoauth::tool
 
 PrivateKey readPrivateKey(const std::string& path)
 {
+    if (path == "-")
+    {
+        throw Stop{Exit::usage, "a private key is read from a file, not from standard input"};
+    }
     requireReadable(path);
     Expected<PrivateKey> key = PrivateKey::fromFile(path);
     // A file may hold a key on another curve, by which nothing is signed or opened.

@@ -4,6 +4,7 @@
 
 #include <exception>
 #include <iostream>
+#include <new>
 
 namespace
 {
@@ -35,6 +36,10 @@ int run(int argc, char** argv)
         std::cout.flush();
         return std::cout ? static_cast<int>(quiet.status())
                          : report(Exit::failure, "cannot write to standard output");
+    }
+    catch (const std::bad_alloc&)
+    {
+        return report(Exit::failure, "memory is exhausted");
     }
     catch (const std::exception& error)
     {

@@ -4,12 +4,13 @@
 import os
 import pathlib
 import re
+import resource
 import stat
 import subprocess
 import unittest
 
 import support
-from support import FAILURE, INVALID, USAGE, ToolTest
+from support import FAILURE, INVALID, SUCCESS, USAGE, ToolTest
 
 
 class CommandLine(ToolTest):
@@ -20,10 +21,12 @@ class CommandLine(ToolTest):
         self.refused(USAGE, "subcommand is required.*--help")
 
     def test_refuses_an_unknown_command(self):
-        self.refused(USAGE, "--help", "frobnicate")
+        self.refused(USAGE, "no command or option frobnicate .*--help", "frobnicate")
+        self.refused(USAGE, "no command or option frobnicate .*--help", "token", "frobnicate")
 
     def test_refuses_an_unknown_option(self):
         self.refused(USAGE, "--frobnicate", "error", "0", "--frobnicate")
+        self.refused(USAGE, "no command or option --frobnicate", "json", "get", "--frobnicate")
 
     def test_refuses_an_option_given_twice(self):
         self.refused(USAGE, "--uri", "error", "0", "--uri", "a", "--uri", "b")
@@ -68,6 +71,40 @@ class CommandLine(ToolTest):
             )
         self.assertEqual(run.returncode, FAILURE)
         self.assertEqual(run.stderr, b"bmcoauth: cannot write to standard output\n")
+
+    def run_on(self, file, *arguments, **settings):
+        return subprocess.run(
+            [*support.TOOL, *arguments], stdin=file, capture_output=True, check=False, **settings
+        )
+
+    def test_tells_when_standard_input_cannot_be_read(self):
+        folder = os.open(self.directory, os.O_RDONLY)
+        self.addCleanup(os.close, folder)
+        run = self.run_on(folder, "json", "get", "a")
+        self.assertEqual(run.returncode, FAILURE)
+        self.assertEqual(run.stderr, b"bmcoauth: cannot read standard input: Is a directory\n")
+
+    def test_reads_no_document_without_end(self):
+        with open("/dev/zero", "rb") as zero:
+            run = self.run_on(zero, "json", "get", "a")
+        self.assertEqual(run.returncode, INVALID)
+        self.assertEqual(run.stderr, b"bmcoauth: standard input is longer than 67108864 bytes\n")
+        self.refused(INVALID, "/dev/zero is longer than", "token", "inspect", "/dev/zero")
+
+    def test_tells_when_memory_is_exhausted(self):
+        limit = {
+            "preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_AS, (100_000_000, 100_000_000))
+        }
+        if self.run_on(subprocess.DEVNULL, "--version", **limit).returncode != SUCCESS:
+            self.skipTest("this build needs more memory to begin with")
+        with open("/dev/zero", "rb") as zero:
+            run = self.run_on(zero, "json", "get", "a", **limit)
+        self.assertEqual(run.returncode, FAILURE)
+        self.assertEqual(run.stderr, b"bmcoauth: memory is exhausted\n")
+
+    def test_takes_no_private_key_from_standard_input(self):
+        for verb in ("issue", "verify", "explain"):
+            self.refused(USAGE, "from a file, not from", "token", verb, "--key", "-", text="x")
 
 
 class Error(ToolTest):
