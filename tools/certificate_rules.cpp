@@ -16,16 +16,16 @@ namespace bmcoauth::tool
 namespace
 {
 
-using StorePtr = std::unique_ptr<X509_STORE_CTX, Releaser<X509_STORE_CTX_free>>;
+using StorePtr = std::unique_ptr<X509_STORE_CTX, ReleasedBy<X509_STORE_CTX_free>>;
 
 void releaseStack(STACK_OF(X509) * stack)
 {
     // The certificates in it belong to others.
     sk_X509_free(stack);
 }
-using StackPtr = std::unique_ptr<STACK_OF(X509), Releaser<releaseStack>>;
+using StackPtr = std::unique_ptr<STACK_OF(X509), ReleasedBy<releaseStack>>;
 
-using Certificates = std::vector<CertificatePtr>;
+using Certificates = std::vector<Certificate>;
 
 StackPtr stackOf(const std::vector<X509*>& certificates)
 {
@@ -110,10 +110,10 @@ std::vector<std::string> bodiesOf(const HandshakePayload* list)
     return bodies;
 }
 
-CertificatePtr readBody(const std::string& body)
+Certificate readBody(const std::string& body)
 {
     const RawText pem{recreate_x509_cert(body.c_str())};
-    return CertificatePtr{getX509Cert(pem.get())};
+    return Certificate{getX509Cert(pem.get())};
 }
 
 Refusal nameRules(HandshakePayload* certificate, const std::optional<std::string>& name)
@@ -124,7 +124,7 @@ Refusal nameRules(HandshakePayload* certificate, const std::optional<std::string
     {
         return std::nullopt;
     }
-    const CertificatePtr read{getX509Cert(pem.get())};
+    const Certificate read{getX509Cert(pem.get())};
     if (!read)
     {
         return refused("first certificate", "Base64 text that is no certificate", "a certificate");

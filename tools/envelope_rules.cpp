@@ -3,10 +3,10 @@
 
 #include "documents.hpp"
 #include "keys.hpp"
+#include "openssl.hpp"
 
 #include <openssl/crypto.h>
 #include <openssl/ec.h>
-#include <openssl/evp.h>
 #include <openssl/hmac.h>
 #include <openssl/obj_mac.h>
 
@@ -21,7 +21,7 @@ namespace bmcoauth::tool
 namespace
 {
 
-using CipherPtr = std::unique_ptr<EVP_CIPHER_CTX, Releaser<EVP_CIPHER_CTX_free>>;
+using CipherPtr = std::unique_ptr<EVP_CIPHER_CTX, ReleasedBy<EVP_CIPHER_CTX_free>>;
 
 constexpr std::size_t blockLength = 16;
 constexpr std::size_t macLength = 32;

@@ -53,9 +53,9 @@ void writeFile(const std::string& path, const std::string& bytes, bool isPrivate
     }
     // A file that is replaced has a mode already.
     const bool closed = !isPrivate || fchmod(file, mode) == 0;
-    const ssize_t count = closed ? write(file, bytes.data(), bytes.size()) : -1;
+    const ssize_t count = closed ? ::write(file, bytes.data(), bytes.size()) : -1;
     const int error = errno;
-    if (close(file) != 0 || count != static_cast<ssize_t>(bytes.size()))
+    if (::close(file) != 0 || count != static_cast<ssize_t>(bytes.size()))
     {
         errno = count < 0 ? error : ENOSPC;
         stopWriting(path);
@@ -150,8 +150,8 @@ void addKeyFormCommands(const Command& keys)
         "convert", "Turn a key into PEM, DER or JWK form",
         "key convert --to jwk --public --kid bmc-1 signing.pem",
         "Reads EC (P-256, P-384, P-521) and RSA keys, private and public, in any of these forms, "
-        "and the public\nkey of a PEM certificate. Writes PKCS #8 or SubjectPublicKeyInfo as PEM; "
-        "as DER, private keys are\nECPrivateKey, as the library's functions take them, or "
+        "and the public\nkey of a certificate. Writes PKCS #8 or SubjectPublicKeyInfo as PEM; as "
+        "DER, private keys are\nECPrivateKey, as the library's functions take them, or "
         "RSAPrivateKey.");
     ConvertOptions& options = convertVerb.runs(convert);
     convertVerb.required("FILE", options.path, "Key file");

@@ -5,11 +5,8 @@
 #include "documents.hpp"
 
 #include <climits>
-#include <openssl/bio.h>
-#include <openssl/bn.h>
 #include <openssl/core_names.h>
 #include <openssl/err.h>
-#include <openssl/evp.h>
 #include <openssl/param_build.h>
 #include <openssl/pem.h>
 
@@ -26,20 +23,13 @@ namespace bmcoauth::tool
 namespace
 {
 
-using BioPtr = std::unique_ptr<BIO, Releaser<BIO_free_all>>;
-using BignumPtr = std::unique_ptr<BIGNUM, Releaser<BN_clear_free>>;
-using BuilderPtr = std::unique_ptr<OSSL_PARAM_BLD, Releaser<OSSL_PARAM_BLD_free>>;
-using ParamsPtr = std::unique_ptr<OSSL_PARAM, Releaser<OSSL_PARAM_free>>;
-using ContextPtr = std::unique_ptr<EVP_PKEY_CTX, Releaser<EVP_PKEY_CTX_free>>;
+using BuilderPtr = std::unique_ptr<OSSL_PARAM_BLD, ReleasedBy<OSSL_PARAM_BLD_free>>;
+using ParamsPtr = std::unique_ptr<OSSL_PARAM, ReleasedBy<OSSL_PARAM_free>>;
+using ContextPtr = std::unique_ptr<EVP_PKEY_CTX, ReleasedBy<EVP_PKEY_CTX_free>>;
 
 [[noreturn]] void stop(const std::string& path, const std::string& reason)
 {
     throw Stop{Exit::invalid, nameOf(path) + " " + reason};
-}
-
-int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*user*/)
-{
-    return -1;
 }
 
 /** A curve that JSON Web Keys know. */
@@ -69,38 +59,66 @@ constexpr std::size_t rsaPublicMembers = 2;
 
 // ------------------------------------------------------------------------------ PEM and DER
 
+/** What @p read makes of @p bytes, if it is a key and nothing follows it. */
+template <typename Read>
+EvpKeyPtr keyIn(const std::string& bytes, Read read)
+{
+    const auto* const begin = reinterpret_cast<const unsigned char*>(bytes.data());
+    const unsigned char* position = begin;
+    EvpKeyPtr key{read(&position, static_cast<long>(bytes.size()))};
+    return position == begin + bytes.size() ? std::move(key) : nullptr;
+}
+
+/** An RSAPublicKey structure (PKCS #1), which only says n and e. */
+EVP_PKEY* rsaPublicKey(const unsigned char** position, long length)
+{
+    return d2i_PublicKey(EVP_PKEY_RSA, nullptr, position, length);
+}
+
+EVP_PKEY* certificateKey(const unsigned char** position, long length)
+{
+    const Certificate certificate{d2i_X509(nullptr, position, length)};
+    return certificate ? X509_get_pubkey(certificate.get()) : nullptr;
+}
+
 AnyKey readPem(const std::string& text)
 {
-    const auto source = [&] {
-        return BioPtr{BIO_new_mem_buf(text.data(), static_cast<int>(text.size()))};
+    const auto read = [&](auto reader) {
+        return reader(readerOf(text).get(), nullptr, noPassPhrase, nullptr);
     };
-    if (EvpKeyPtr key{PEM_read_bio_PrivateKey(source().get(), nullptr, noPassPhrase, nullptr)})
+    if (EvpKeyPtr key{read(PEM_read_bio_PrivateKey)})
     {
         return {std::move(key), true};
     }
-    if (EvpKeyPtr key{PEM_read_bio_PUBKEY(source().get(), nullptr, noPassPhrase, nullptr)})
+    // Takes an RSA PUBLIC KEY (PKCS #1), too.
+    if (EvpKeyPtr key{read(PEM_read_bio_PUBKEY)})
     {
         return {std::move(key), false};
     }
-    const CertificatePtr certificate{
-        PEM_read_bio_X509(source().get(), nullptr, noPassPhrase, nullptr)};
+    const Certificate certificate{read(PEM_read_bio_X509)};
     return {EvpKeyPtr{certificate ? X509_get_pubkey(certificate.get()) : nullptr}, false};
 }
 
 AnyKey readDer(const std::string& bytes)
 {
-    const auto length = static_cast<long>(bytes.size());
-    const auto* begin = reinterpret_cast<const unsigned char*>(bytes.data());
-    const auto* end = begin + bytes.size();
-    const unsigned char* position = begin;
-    EvpKeyPtr key{d2i_AutoPrivateKey(nullptr, &position, length)};
-    if (key && position == end)
+    const auto privateKey = [](const unsigned char** position, long length) {
+        return d2i_AutoPrivateKey(nullptr, position, length);
+    };
+    if (EvpKeyPtr key = keyIn(bytes, privateKey))
     {
         return {std::move(key), true};
     }
-    position = begin;
-    key.reset(d2i_PUBKEY(nullptr, &position, length));
-    return {position == end ? std::move(key) : nullptr, false};
+    const auto publicKey = [](const unsigned char** position, long length) {
+        return d2i_PUBKEY(nullptr, position, length);
+    };
+    for (auto* const read : {+publicKey, rsaPublicKey, certificateKey})
+    {
+        if (EvpKeyPtr key = keyIn(bytes, read))
+        {
+            return {std::move(key), false};
+        }
+    }
+    return {};
 }
 
 // ------------------------------------------------------------------------------ JSON Web Keys
@@ -276,13 +294,11 @@ std::string written(const std::function<int(BIO*)>& write)
 {
     // Wiped when it is released: private keys go through it.
     const BioPtr memory{BIO_new(BIO_s_secmem())};
-    char* data = nullptr;
     if (!memory || write(memory.get()) != 1)
     {
         throw Stop{Exit::failure, "the key could not be written"};
     }
-    const long length = BIO_get_mem_data(memory.get(), &data);
-    return {data, static_cast<std::size_t>(length)};
+    return contents(memory);
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "pki.hpp"
+#include "openssl.hpp"
 
 #include <json/value.h>
 
@@ -18,8 +18,8 @@ struct AnyKey
 };
 
 /** Reads the key file @p path: PEM or DER (PKCS #8, SEC 1 and PKCS #1 private keys,
- *  SubjectPublicKeyInfo), a JSON Web Key, or the public key of a certificate in PEM form. Stops the
- *  command when it holds none of them, or one whose parts do not fit together. */
+ *  SubjectPublicKeyInfo and PKCS #1 public keys, the public key of a certificate), or a JSON Web
+ *  Key. Stops the command when it holds none of them, or one whose parts do not fit together. */
 [[nodiscard]] AnyKey readAnyKey(const std::string& path);
 
 /** The PEM text of @p key: PKCS #8, or SubjectPublicKeyInfo. */

@@ -3,7 +3,6 @@
 
 #include "command.hpp"
 
-#include <openssl/bn.h>
 #include <openssl/ec.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
@@ -17,9 +16,7 @@ namespace bmcoauth::tool
 namespace
 {
 
-using BioPtr = std::unique_ptr<BIO, Releaser<BIO_free_all>>;
-using BignumPtr = std::unique_ptr<BIGNUM, Releaser<BN_free>>;
-using ExtensionPtr = std::unique_ptr<X509_EXTENSION, Releaser<X509_EXTENSION_free>>;
+using ExtensionPtr = std::unique_ptr<X509_EXTENSION, ReleasedBy<X509_EXTENSION_free>>;
 
 /** What tells these certificates from those of a factory. */
 constexpr const char* organization = "DEVELOPMENT ONLY, no factory";
@@ -55,7 +52,7 @@ using Extensions = std::initializer_list<std::pair<int, const char*>>;
 
 Identity make(const std::string& name, EvpKeyPtr key, const Identity* issuer, Extensions extensions)
 {
-    Identity identity{std::move(key), CertificatePtr{X509_new()}};
+    Identity identity{std::move(key), Certificate{X509_new()}};
     X509* certificate = identity.certificate.get();
     const Identity& signer = issuer != nullptr ? *issuer : identity;
     const BignumPtr serial{BN_new()};
@@ -102,10 +99,8 @@ Identity makeDevice(const std::string& name, EvpKeyPtr key, const Identity& issu
 std::string pemOf(const X509& certificate)
 {
     const BioPtr memory{BIO_new(BIO_s_mem())};
-    char* data = nullptr;
     require(memory && PEM_write_bio_X509(memory.get(), &certificate) == 1);
-    const long length = BIO_get_mem_data(memory.get(), &data);
-    return {data, static_cast<std::size_t>(length)};
+    return contents(memory);
 }
 
 } // namespace bmcoauth::tool

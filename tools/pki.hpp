@@ -1,24 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "documents.hpp"
-
-#include <openssl/evp.h>
-#include <openssl/x509.h>
+#include "openssl.hpp"
 
 #include <string>
 
 namespace bmcoauth::tool
 {
 
-using EvpKeyPtr = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
-using CertificatePtr = Certificate;
-
 /** A certificate and its private key, made for development. */
 struct Identity
 {
     EvpKeyPtr key;
-    CertificatePtr certificate;
+    Certificate certificate;
 };
 
 /** A certificate authority with a fresh P-256 key; @p issuer is null for a root. */

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "roots.hpp"
 
-#include <openssl/bio.h>
+#include "documents.hpp"
+
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
@@ -15,23 +16,9 @@ namespace bmcoauth::tool
 namespace
 {
 
-using BioPtr = std::unique_ptr<BIO, Releaser<BIO_free_all>>;
-
 void closeFile(std::FILE* file)
 {
     static_cast<void>(std::fclose(file));
-}
-
-int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*user*/)
-{
-    return -1;
-}
-
-std::string contents(const BioPtr& memory)
-{
-    char* data = nullptr;
-    const long length = memory ? BIO_get_mem_data(memory.get(), &data) : 0;
-    return length > 0 ? std::string{data, static_cast<std::size_t>(length)} : std::string{};
 }
 
 } // namespace
@@ -39,7 +26,7 @@ std::string contents(const BioPtr& memory)
 FactoryRoot readRoot(const std::string& path)
 {
     FactoryRoot root{path, nullptr, ""};
-    const std::unique_ptr<std::FILE, Releaser<closeFile>> file{std::fopen(path.c_str(), "re")};
+    const std::unique_ptr<std::FILE, ReleasedBy<closeFile>> file{std::fopen(path.c_str(), "re")};
     if (!file)
     {
         root.problem = std::generic_category().message(errno);

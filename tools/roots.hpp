@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "pki.hpp"
+#include "openssl.hpp"
 
 #include <array>
 #include <ctime>
@@ -23,7 +23,7 @@ inline constexpr const char* markerPath = "/etc/vorn_fw";
 struct FactoryRoot
 {
     std::string path;
-    CertificatePtr certificate;
+    Certificate certificate;
     std::string problem; /**< empty where there is a certificate */
 };
 

@@ -60,22 +60,77 @@ class KeyConvert(ToolTest):
                     public = self.tool("key", "convert", "--public", "--to", "der", f"{name}.{source}")
                     self.assertEqual(public.out, (self.directory / "public.der").read_bytes())
 
-    def test_reads_the_older_pem_form(self):
+    def assert_reads(self, files, form, expected):
+        """Each file holds the same key: that of the file expected, in the given form."""
+        wanted = (self.directory / expected).read_bytes()
+        for name in files:
+            with self.subTest(name):
+                outcome = self.tool("key", "convert", "--to", form, name)
+                self.assertEqual((outcome.status, outcome.err), (0, b""))
+                self.assertEqual(outcome.out, wanted)
+
+    def made(self, name, label, *arguments):
+        """A file made by openssl that holds a PEM block with the label, or DER bytes."""
+        self.openssl(*arguments, "-out", name)
+        content = (self.directory / name).read_bytes()
+        self.assertIn(f"-----BEGIN {label}-----".encode() if label else b"0", content)
+        return name
+
+    def test_reads_every_private_form_of_ec_keys(self):
         self.make("P-256")
-        self.openssl("ec", "-in", "key.pem", "-out", "sec1.pem")
-        self.assertIn("BEGIN EC PRIVATE KEY", (self.directory / "sec1.pem").read_text())
-        self.assertEqual(
-            self.good("key", "convert", "--to", "pem", "sec1.pem") + "\n",
-            (self.directory / "key.pem").read_text(),
+        self.openssl("ecparam", "-name", "prime256v1", "-out", "parameters.pem")
+        sec1 = self.made("sec1.pem", "EC PRIVATE KEY", "ec", "-in", "key.pem")
+        parameters = (self.directory / "parameters.pem").read_text()
+        files = (
+            self.made("pkcs8.pem", "PRIVATE KEY", "pkcs8", "-topk8", "-nocrypt", "-in", "key.pem"),
+            self.made("pkcs8.der", "", *"pkcs8 -topk8 -nocrypt -in key.pem -outform DER".split()),
+            sec1,
+            self.made("sec1.der", "", *"ec -in key.pem -outform DER".split()),
+            # As ecparam -genkey writes it.
+            self.write("both.pem", parameters + (self.directory / sec1).read_text()),
+            self.write("crlf.pem", (self.directory / sec1).read_text().replace("\n", "\r\n")),
         )
+        self.assert_reads(files, "pem", "key.pem")
+
+    def test_reads_every_private_form_of_rsa_keys(self):
+        self.make("RSA")
+        files = (
+            self.made("pkcs8.pem", "PRIVATE KEY", "pkcs8", "-topk8", "-nocrypt", "-in", "key.pem"),
+            self.made("pkcs8.der", "", *"pkcs8 -topk8 -nocrypt -in key.pem -outform DER".split()),
+            self.made("pkcs1.pem", "RSA PRIVATE KEY", "rsa", "-traditional", "-in", "key.pem"),
+            self.made("pkcs1.der", "", *"rsa -traditional -in key.pem -outform DER".split()),
+        )
+        self.assert_reads(files, "pem", "key.pem")
+
+    def test_reads_every_public_form_of_rsa_keys(self):
+        self.make("RSA")
+        files = (
+            "public.pem",
+            "public.der",
+            self.made("pkcs1.pem", "RSA PUBLIC KEY", "rsa", "-in", "key.pem", "-RSAPublicKey_out"),
+            self.made("pkcs1.der", "", *"rsa -in key.pem -RSAPublicKey_out -outform DER".split()),
+        )
+        self.assert_reads(files, "der", "public.der")
+        pkcs1 = (self.directory / "pkcs1.der").read_bytes()
+        convert = ["key", "convert", "--to", "pem"]
+        for name, content in (
+            ("cut.der", pkcs1[:-1]),
+            ("long.der", pkcs1 + b"\0"),
+            ("cut.pem", self.pem("RSA PUBLIC KEY", pkcs1[:-1])),
+            ("broken.pem", (self.directory / "pkcs1.pem").read_text().replace("M", "*")),
+        ):
+            self.write(name, content)
+            self.refused(INVALID, f"{name} holds no unencrypted key", *convert, name)
+
+    @staticmethod
+    def pem(label, der):
+        return f"-----BEGIN {label}-----\n{base64.encodebytes(der).decode()}-----END {label}-----\n"
 
     def test_reads_the_key_of_a_certificate(self):
         self.pki()
         self.openssl("x509", "-in", "pki/a.pem", "-noout", "-pubkey", "-out", "public.pem")
-        self.assertEqual(
-            self.good("key", "convert", "--to", "jwk", "pki/a.pem"),
-            self.good("key", "convert", "--to", "jwk", "public.pem"),
-        )
+        self.openssl("x509", "-in", "pki/a.pem", "-outform", "DER", "-out", "a.der")
+        self.assert_reads(("pki/a.pem", "a.der"), "pem", "public.pem")
 
     def test_writes_the_numbers_of_an_rfc(self):
         self.write("key.jwk", RFC_EC)
