@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
 """Compares what a shared library exports with the lists of its symbols, in both directions, and
-the lists with the declarations in the public headers.
+the lists with the declarations in the public headers. So with the list by which Debian's packages
+depend on each other.
 
 A list names one symbol a line: a plain name, or a C++ function with its argument types, in which
 size_t, uint64_t and std::string stand for what the platform makes of them."""
@@ -40,16 +41,32 @@ def listed(paths, wide):
     return symbols, faults
 
 
-def exported(library, nm, cxxfilt):
-    """Every defined symbol of the dynamic symbol table, demangled."""
+def exported(library, nm):
+    """Every defined symbol of the dynamic symbol table."""
     table = subprocess.run(
         [nm, "-D", "--defined-only", "--format=posix", library],
         check=True, stdout=subprocess.PIPE, text=True,
     ).stdout
-    names = "\n".join(line.split()[0] for line in table.splitlines())
-    return subprocess.run(
-        [cxxfilt], check=True, input=names, stdout=subprocess.PIPE, text=True
-    ).stdout.split("\n")
+    return {line.split()[0] for line in table.splitlines()}
+
+
+def demangled(names, cxxfilt):
+    text = subprocess.run(
+        [cxxfilt], check=True, input="\n".join(names), stdout=subprocess.PIPE, text=True
+    ).stdout
+    return {name for name in text.split("\n") if name}
+
+
+def packaged(path, wide):
+    """The symbols of a debian/*.symbols, as they are in the library: " (tags)NAME@VERSION SINCE"."""
+    names = set()
+    for line in path.read_text(encoding="utf-8").splitlines():
+        entry = re.fullmatch(r" (?:\(arch-bits=(32|64)\))?(\w+)@Base [\d.]+", line)
+        if line.startswith(" "):
+            assert entry, f"{path}: what is {line}?"
+            if entry[1] in (None, "64" if wide else "32"):
+                names.add(entry[2])
+    return names
 
 
 def declared(headers):
@@ -84,10 +101,13 @@ def main():
     parser.add_argument("--library", required=True)
     parser.add_argument("--list", nargs="+", type=pathlib.Path, required=True)
     parser.add_argument("--header", nargs="*", type=pathlib.Path, default=[])
+    parser.add_argument("--packaged", type=pathlib.Path)
     arguments = parser.parse_args()
 
-    wanted, faults = listed(arguments.list, is_wide(arguments.library))
-    found = {name for name in exported(arguments.library, arguments.nm, arguments.cxxfilt) if name}
+    wide = is_wide(arguments.library)
+    wanted, faults = listed(arguments.list, wide)
+    in_library = exported(arguments.library, arguments.nm)
+    found = demangled(in_library, arguments.cxxfilt)
     for symbol in sorted(found - wanted.keys()):
         faults.append(f"exported, but in no list: {symbol}")
     for symbol in sorted(wanted.keys() - found):
@@ -101,6 +121,11 @@ def main():
             kind = "plain" if plain else "C++"
             where = "a list" if (name, plain) in in_lists else "a header"
             faults.append(f"the {kind} symbol {name} stands in {where} only")
+
+    if arguments.packaged:
+        for name in sorted(packaged(arguments.packaged, wide) ^ in_library):
+            where = "the library" if name in in_library else str(arguments.packaged)
+            faults.append(f"{name} stands in {where} only")
 
     for fault in faults:
         print(fault)
