@@ -78,6 +78,7 @@ void judgeToken(const Options& options)
         options.roles.empty() ? Json::Value{Json::objectValue} : readObject(options.roles);
     const std::vector<std::string> names = granted.getMemberNames();
     std::vector<Role> roles;
+    roles.reserve(names.size());
     for (const std::string& name : names)
     {
         roles.push_back({name, privilegesOf(granted[name], nameOf(options.roles))});

@@ -71,6 +71,7 @@ void issue(const IssueOptions& options)
     std::vector<Scope> scopes;
     std::ranges::transform(options.scopes, std::back_inserter(scopes), scopeOf);
     std::vector<ScopeEntry> entries;
+    entries.reserve(scopes.size());
     for (const Scope& scope : scopes)
     {
         entries.push_back({scope.name, scope.values});
