@@ -142,12 +142,6 @@ std::vector<std::string_view> viewsOf(const std::vector<std::string>& texts)
     return {texts.begin(), texts.end()};
 }
 
-ByteSpan bytesOf(std::string_view text)
-{
-    const void* const data = text.data();
-    return {static_cast<const unsigned char*>(data), text.size()};
-}
-
 std::string encodedBase64(std::string_view bytes)
 {
     return std::string{orStop(base64(bytesOf(bytes)), outOfMemory).view()};

@@ -82,9 +82,6 @@ void requireReadable(const std::string& path);
 [[nodiscard]] std::vector<std::string_view> viewsOf(const std::vector<std::string>& texts);
 std::vector<std::string_view> viewsOf(std::vector<std::string>&& texts) = delete;
 
-/** The bytes that @p text is made of. */
-[[nodiscard]] ByteSpan bytesOf(std::string_view text);
-
 /** @p bytes in standard Base64 with padding. */
 [[nodiscard]] std::string encodedBase64(std::string_view bytes);
 

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cerrno>
@@ -101,12 +102,6 @@ std::vector<std::string> shown(const TextRange& range)
 }
 
 using Lines = std::vector<std::string>;
-
-ByteSpan bytesOf(const std::string& text)
-{
-    const void* const data = text.data();
-    return {static_cast<const unsigned char*>(data), text.size()};
-}
 
 PrivateKey newKey()
 {
@@ -257,6 +252,16 @@ TEST(Encoding, TakesAndGivesBytes)
     EXPECT_EQ(decodeBase64Url("-_-_")->view(), "\xfb\xff\xbf");
     EXPECT_EQ(decodeBase64Url("").error(), Error::refused);
     EXPECT_EQ(decodeBase64Url("Zm9v\0"sv).error(), Error::zeroByte);
+}
+
+TEST(Encoding, LooksAtTheBytesOfAText)
+{
+    const std::string text = "a\0\xff"s;
+    const ByteSpan bytes = bytesOf(text);
+    EXPECT_TRUE(std::ranges::equal(bytes, std::array<unsigned char, 3>{0x61, 0x00, 0xff}));
+    EXPECT_EQ(static_cast<const void*>(bytes.data()), text.data());
+    EXPECT_TRUE(bytesOf("").empty());
+    EXPECT_TRUE(bytesOf({}).empty());
 }
 
 TEST(Random, ComesFromTheDevice)

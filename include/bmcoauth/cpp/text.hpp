@@ -132,6 +132,13 @@ private:
     std::unique_ptr<unsigned char, detail::Wiper> owned;
 };
 
+/** The bytes that `text` is made of, as long as it lives. */
+[[nodiscard]] inline ByteSpan bytesOf(std::string_view text) noexcept
+{
+    const void* const data = text.data();
+    return {static_cast<const unsigned char*>(data), text.size()};
+}
+
 /** TextRange looks at a string array, which must outlive it: `for (std::string_view text : range)`.
  */
 class TextRange
