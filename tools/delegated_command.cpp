@@ -81,6 +81,10 @@ void judgeToken(const Options& options)
     roles.reserve(names.size());
     for (const std::string& name : names)
     {
+        if (name.find('\0') != std::string::npos)
+        {
+            throw Stop{Exit::invalid, nameOf(options.roles) + " names a role with a zero byte"};
+        }
         roles.push_back({name, privilegesOf(granted[name], nameOf(options.roles))});
     }
     const std::vector<std::string_view> providers = viewsOf(options.providers);

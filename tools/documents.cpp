@@ -157,7 +157,9 @@ std::optional<Json::Value> parsedObject(std::string_view text)
     try
     {
         std::optional<Json::Value> tree{std::in_place};
-        const std::unique_ptr<Json::CharReader> reader{Json::CharReaderBuilder{}.newCharReader()};
+        Json::CharReaderBuilder settings;
+        settings["collectComments"] = false;
+        const std::unique_ptr<Json::CharReader> reader{settings.newCharReader()};
         if (reader->parse(text.data(), text.data() + text.size(), &*tree, nullptr) &&
             tree->isObject())
         {
@@ -174,35 +176,12 @@ std::optional<Json::Value> parsedObject(std::string_view text)
 
 Json::Value readObject(const std::string& path)
 {
-    return orStop(parseJson(readText(path)), nameOf(path) + " is not a JSON object", Exit::invalid);
-}
-
-// No deeper than jsoncpp reads, which is 1,000 levels.
-// NOLINTNEXTLINE(misc-no-recursion)
-Json::Value withoutComments(const Json::Value& tree)
-{
-    Json::Value plain;
-    if (tree.isObject())
+    std::optional<Json::Value> document = parsedObject(readText(path));
+    if (!document)
     {
-        plain = Json::Value{Json::objectValue};
-        for (const std::string& name : tree.getMemberNames())
-        {
-            plain[name] = withoutComments(tree[name]);
-        }
+        throw Stop{Exit::invalid, nameOf(path) + " is not a JSON object"};
     }
-    else if (tree.isArray())
-    {
-        plain = Json::Value{Json::arrayValue};
-        for (const Json::Value& element : tree)
-        {
-            plain.append(withoutComments(element));
-        }
-    }
-    else
-    {
-        plain.copyPayload(tree);
-    }
-    return plain;
+    return std::move(*document);
 }
 
 void print(std::string_view text)

@@ -88,16 +88,13 @@ std::vector<std::string_view> viewsOf(std::vector<std::string>&& texts) = delete
 /** @p bytes in Base64url. */
 [[nodiscard]] std::string encodedBase64Url(std::string_view bytes);
 
-/** The JSON object in @p text, zero bytes included, which end a text for loadJsonDoc; nothing if it
- *  is none. */
+/** The JSON object in @p text, as the library's readers take one; nothing if it is none. Zero bytes
+ *  do not end it. Its comments are dropped: they would be written again, with the control characters
+ *  that are escaped everywhere else, and behind one that begins with // no document goes on. */
 [[nodiscard]] std::optional<Json::Value> parsedObject(std::string_view text);
 
 /** Reads the JSON object @p path, or stops the command. */
 [[nodiscard]] Json::Value readObject(const std::string& path);
-
-/** A copy of @p tree that is written without the comments of the text that it was read from: they
- *  may hold control characters, which are escaped everywhere else. */
-[[nodiscard]] Json::Value withoutComments(const Json::Value& tree);
 
 /** Prints @p text and a line feed on standard output. */
 void print(std::string_view text);

@@ -12,8 +12,7 @@ namespace
 
 Document readDocument(const std::string& path)
 {
-    return orStop(Document::parse(readText(path)), nameOf(path) + " is not a JSON object",
-                  Exit::invalid);
+    return orStop(Document::parse(textOf(readObject(path))), "the document could not be read");
 }
 
 /** Prints @p document, unless the change that was made to it has failed. */
@@ -35,17 +34,23 @@ struct GetOptions
 
 void getMember(const GetOptions& options)
 {
-    Json::Value document = readObject(options.path);
-    if (const Expected<Text> text = readString(document, options.key); text && !options.json)
-    {
-        print(*text);
-        return;
-    }
+    const Json::Value document = readObject(options.path);
     if (!document.isMember(options.key) || document[options.key].isNull())
     {
         throw Stop{Exit::invalid, nameOf(options.path) + " has no member \"" + options.key + "\""};
     }
-    printJson(document[options.key]);
+    const Json::Value& member = document[options.key];
+    if (options.json || !member.isString())
+    {
+        printJson(member);
+        return;
+    }
+    if (member.asString().find('\0') != std::string::npos)
+    {
+        throw Stop{Exit::invalid,
+                   "\"" + options.key + "\" holds a zero byte: print it with --json"};
+    }
+    print(member.asString());
 }
 
 struct SetOptions

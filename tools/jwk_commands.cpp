@@ -17,8 +17,7 @@ struct Options
 
 void importKey(const Options& options)
 {
-    const std::optional<std::string> imported =
-        importedKey(withoutComments(readObject(options.path)));
+    const std::optional<std::string> imported = importedKey(readObject(options.path));
     if (!imported)
     {
         throw Stop{Exit::invalid, nameOf(options.path) +

@@ -40,12 +40,12 @@ Json::Value decodePart(const std::string& part, const std::string& name)
 {
     const Bytes bytes = orStop(decodeBase64Url(part),
                                "the " + name + " of the token is not Base64url", Exit::invalid);
-    const std::optional<Json::Value> tree = parsedObject(bytes.view());
+    std::optional<Json::Value> tree = parsedObject(bytes.view());
     if (!tree)
     {
         throw Stop{Exit::invalid, "the " + name + " of the token is not a JSON object"};
     }
-    return withoutComments(*tree);
+    return std::move(*tree);
 }
 
 Json::Value claimsOf(const std::string& token)

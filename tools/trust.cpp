@@ -33,7 +33,7 @@ TrustedKey trusted(std::string name, const Json::Value& key, bool import)
 std::vector<TrustedKey> keysIn(const std::string& path, bool import)
 {
     const std::string text = readText(path);
-    const Expected<Json::Value> document = parseJson(text);
+    const std::optional<Json::Value> document = parsedObject(text);
     if (!document)
     {
         if (text.find("PUBLIC KEY-----") == std::string::npos)

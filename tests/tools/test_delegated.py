@@ -136,6 +136,13 @@ class Delegated(ToolTest):
         for rights in (512, -1, "ravok_login", ["ravok_fly"], [7], None, ["\x1b[2J"]):
             self.write("roles.json", {"operator": rights})
             self.refused(INVALID, "roles.json", *judge, text=self.token())
+        self.write("roles.json", {"operator\0": 1})
+        self.refused(INVALID, "roles.json names a role with a zero", *judge, text=self.token())
+
+    def test_takes_a_key_with_comments(self):
+        key = (self.directory / "issuer.jwk").read_text().strip()
+        self.write("commented.jwk", "/* ours */" + key[:-1] + " // for tests\n}")
+        self.assertTrue(self.judge(self.token(), trust=["commented.jwk"])["verified"])
 
     def test_refuses_what_is_no_text(self):
         self.refuses_what_is_no_text("token", "delegated", "--trust", "issuer.jwk", "@")
