@@ -16,6 +16,7 @@ std::optional<std::uint64_t> librarySeconds(std::time_t time)
     {
         return std::nullopt;
     }
+    // The C++ interface has no clock, and here it is the clock of another instant.
     return get_seconds_from_epoch(std::mktime(&utc));
 }
 

@@ -252,7 +252,8 @@ std::vector<Finding> libraryFindings()
              "built with " + std::string{JSONCPP_VERSION_STRING} + ", " + loadedFrom("libjsoncpp")),
         fine("liboath",
              "built with " + std::string{BMCOAUTH_OATH_VERSION} + ", " + loadedFrom("liboath")),
-        fine("libsystemd", loadedFrom("libsystemd")),
+        fine("libsystemd", "built with " + std::string{BMCOAUTH_JOURNAL_VERSIONS} + ", " +
+                               loadedFrom("libsystemd")),
         fine("libstrutil", loadedFrom("libstrutil")),
     };
 }

@@ -32,10 +32,6 @@ struct Releaser
 
 using RawText = std::unique_ptr<char, Releaser<std::free>>;
 using StringArray = std::unique_ptr<char*, Releaser<free_char_array>>;
-using AuthorizeRequestPtr = std::unique_ptr<AuthorizeRequest, Releaser<free_authorize_request>>;
-using AuthorizeResponsePtr = std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_response>>;
-using JwtHeaderPtr = std::unique_ptr<JWTHeader, Releaser<free_jwt_header>>;
-using JwtPayloadPtr = std::unique_ptr<JWTPayload, Releaser<free_jwt_payload>>;
 
 /** The value of @p result, or a stop with @p message and @p status where it has none. */
 template <typename T>
