@@ -55,16 +55,25 @@ def chain(bodies, roots):
         loaded = [x509.load_der_x509_certificate(client.base64.b64decode(b)) for b in bodies[1:] or bodies]
     except ValueError as error:
         raise Refused("no certificate") from error
-    day = datetime.datetime(2035, 1, 1)
+    day = datetime.datetime(2035, 1, 1, tzinfo=datetime.timezone.utc)
     subject, authorities = loaded[-1], loaded[:-1] + roots
     while subject not in roots:
-        expect(subject.not_valid_before <= day <= subject.not_valid_after, "not valid in 2035")
+        begin, end = validity(subject)
+        expect(begin <= day <= end, "not valid in 2035")
         for authority in authorities:
             if authority.subject == subject.issuer and signed_by(subject, authority):
                 break
         else:
             raise Refused("no way to a root")
         subject = authority
+
+
+def validity(certificate):
+    """Newer modules warn of the times without a zone; older ones have no others."""
+    if hasattr(certificate, "not_valid_before_utc"):
+        return certificate.not_valid_before_utc, certificate.not_valid_after_utc
+    zone = datetime.timezone.utc
+    return certificate.not_valid_before.replace(tzinfo=zone), certificate.not_valid_after.replace(tzinfo=zone)
 
 
 def signed_by(subject, authority):
