@@ -16,7 +16,7 @@ struct EncodeOptions
 
 void encode(const EncodeOptions& options)
 {
-    printJson(CertificateKey{options.path}.document());
+    printJson(documentOf(readCertificateKey(options.path)));
 }
 
 struct CheckOptions
@@ -28,32 +28,31 @@ struct CheckOptions
 
 void check(const CheckOptions& options)
 {
-    const CertificateKey key{options.path};
-    unsigned int length = 0;
-    const RawText pem = orStop(decode_x509_jwk(key.get(), &length), "memory is exhausted");
+    const CertificateKey key = readCertificateKey(options.path);
+    const Text pem = orStop(key.pem(), "memory is exhausted");
     const std::string which =
-        "the first of " + std::to_string(key.size()) + " certificates in " + nameOf(options.path);
-    if (validateX509(pem.get(), orNull(options.name)) != 1)
+        "the first of " + std::to_string(sizeOf(key)) + " certificates in " + nameOf(options.path);
+    if (!isCertificate(pem, options.name))
     {
         throw Stop{Exit::invalid, which + " is refused: it cannot be read or " +
                                       (options.name ? "its common name is not " + *options.name
                                                     : "its common name is empty")};
     }
-    const RawText name{get_x509_CN(pem.get())};
+    const Expected<Text> name = commonName(pem);
     if (options.json)
     {
         Json::Value document;
         document["valid"] = true;
-        document["certificates"] = static_cast<Json::UInt64>(key.size());
+        document["certificates"] = static_cast<Json::UInt64>(sizeOf(key));
         if (name)
         {
-            document["common_name"] = name.get();
+            document["common_name"] = name->c_str();
         }
         printJson(document);
         return;
     }
     print("valid: " + which + ", " +
-          (name ? "common name " + harmless(name.get()) : "without a common name"));
+          (name ? "common name " + harmless(*name) : "without a common name"));
 }
 
 struct ChainOptions
@@ -64,19 +63,19 @@ struct ChainOptions
 
 void checkChain(const ChainOptions& options)
 {
-    const CertificateKey key{options.path};
+    const CertificateKey key = readCertificateKey(options.path);
     requireFactoryRoots();
     const std::string chain =
-        "the last of " + std::to_string(key.size()) + " certificates in " + nameOf(options.path);
-    const int verdict = chainVerify(key.get());
-    if (verdict < 0)
+        "the last of " + std::to_string(sizeOf(key)) + " certificates in " + nameOf(options.path);
+    const Chain verdict = key.verifyChain();
+    if (verdict == Chain::unreadable)
     {
         throw Stop{Exit::invalid, chain + " is refused: a certificate cannot be read"};
     }
-    if (verdict == 0)
+    if (verdict == Chain::refused)
     {
         throw Stop{Exit::invalid, chain + " is refused: no chain leads from it to a factory root" +
-                                      (isDeviceVorn() == 1 ? "" : " of production")};
+                                      (deviceIsMarked() ? "" : " of production")};
     }
     if (!options.json)
     {
@@ -85,7 +84,7 @@ void checkChain(const ChainOptions& options)
     }
     Json::Value document;
     document["verified"] = true;
-    document["certificates"] = static_cast<Json::UInt64>(key.size());
+    document["certificates"] = static_cast<Json::UInt64>(sizeOf(key));
     printJson(document);
 }
 

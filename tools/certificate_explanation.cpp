@@ -18,10 +18,9 @@ struct Options
 
 void explain(const Options& options)
 {
-    const CertificateKey key{options.path};
-    const bool accepted = validate_x509_jwk(key.get(), orNull(options.name)) == 1;
-    answer(explainCertificate(key.get(), options.name), accepted ? Exit::success : Exit::invalid,
-           options.json);
+    const CertificateKey key = readCertificateKey(options.path);
+    answer(explainCertificate(key, options.name),
+           key.isValid(options.name) ? Exit::success : Exit::invalid, options.json);
 }
 
 } // namespace

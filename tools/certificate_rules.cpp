@@ -2,6 +2,7 @@
 #include "certificate_rules.hpp"
 
 #include "documents.hpp"
+#include "payloads.hpp"
 #include "roots.hpp"
 
 #include <openssl/err.h>
@@ -16,14 +17,14 @@ namespace bmcoauth::tool
 namespace
 {
 
-using StorePtr = std::unique_ptr<X509_STORE_CTX, ReleasedBy<X509_STORE_CTX_free>>;
+using StorePtr = std::unique_ptr<X509_STORE_CTX, Releaser<X509_STORE_CTX_free>>;
 
 void releaseStack(STACK_OF(X509) * stack)
 {
     // The certificates in it belong to others.
     sk_X509_free(stack);
 }
-using StackPtr = std::unique_ptr<STACK_OF(X509), ReleasedBy<releaseStack>>;
+using StackPtr = std::unique_ptr<STACK_OF(X509), Releaser<releaseStack>>;
 
 using Certificates = std::vector<Certificate>;
 
@@ -92,45 +93,41 @@ bool isAboutTime(int error)
     return error == X509_V_ERR_CERT_HAS_EXPIRED || error == X509_V_ERR_CERT_NOT_YET_VALID;
 }
 
-/** The bodies of the chain: the values of the first "x5c" that has any. */
-std::vector<std::string> bodiesOf(const HandshakePayload* list)
+/** The bodies of the chain: the values of the first "x5c" that has any. The chain is looked up by
+ *  the name as it is written, ParameterList::values by the name in any case. */
+std::vector<std::string> bodiesOf(const CertificateKey& certificate)
 {
-    std::vector<std::string> bodies;
-    for (; list != nullptr && list->name != nullptr && list->values != nullptr; ++list)
+    for (const HandshakePayload* list = certificate.parameters().get();
+         list->name != nullptr && list->values != nullptr; ++list)
     {
-        if (std::string{list->name} == "x5c" && *list->values != nullptr)
+        const TextRange bodies{list->values};
+        if (std::string_view{list->name} == "x5c" && !bodies.empty())
         {
-            for (char** value = list->values; *value != nullptr; ++value)
-            {
-                bodies.emplace_back(*value);
-            }
-            return bodies;
+            return copiesOf(bodies);
         }
     }
-    return bodies;
+    return {};
 }
 
 Certificate readBody(const std::string& body)
 {
-    const RawText pem{recreate_x509_cert(body.c_str())};
-    return Certificate{getX509Cert(pem.get())};
+    return certificatePem(body).andThen(readCertificate).valueOr(nullptr);
 }
 
-Refusal nameRules(HandshakePayload* certificate, const std::optional<std::string>& name)
+Refusal nameRules(const CertificateKey& certificate, const std::optional<std::string>& name)
 {
-    unsigned int length = 0;
-    const RawText pem{decode_x509_jwk(certificate, &length)};
-    if (!pem || validateX509(pem.get(), orNull(name)) == 1)
+    const Expected<Text> pem = certificate.pem();
+    if (!pem || isCertificate(*pem, name))
     {
         return std::nullopt;
     }
-    const Certificate read{getX509Cert(pem.get())};
+    const Expected<Certificate> read = readCertificate(*pem);
     if (!read)
     {
         return refused("first certificate", "Base64 text that is no certificate", "a certificate");
     }
-    const std::string subject = "the first certificate, subject " + subjectOf(*read);
-    if (!name || validateX509(pem.get(), nullptr) != 1)
+    const std::string subject = "the first certificate, subject " + subjectOf(**read);
+    if (!name || !isCertificate(*pem))
     {
         return refused("common name", subject, "no common name, or one that is not empty");
     }
@@ -163,7 +160,7 @@ std::string chainHint(const Certificates& chain, const FactoryRoot& production,
     const auto verifies = [&](X509* which, const std::vector<X509*>& others, X509* root) {
         return verifyChain(which, others, {root}).error == X509_V_OK;
     };
-    if (isDeviceVorn() == 0 && verifies(target, between, development.certificate.get()))
+    if (!deviceIsMarked() && verifies(target, between, development.certificate.get()))
     {
         return std::string{"it leads to the development root, which counts only on a device with "
                            "the marker file "} +
@@ -186,7 +183,7 @@ std::string chainHint(const Certificates& chain, const FactoryRoot& production,
     return chain.size() == 2 ? "of two certificates the second is verified by the roots alone" : "";
 }
 
-Refusal chainRules(HandshakePayload* certificate)
+Refusal chainRules(const CertificateKey& certificate)
 {
     const FactoryRoot production = readRoot(productionRootPath);
     const FactoryRoot development = readRoot(developmentRootPath);
@@ -219,7 +216,7 @@ Refusal chainRules(HandshakePayload* certificate)
         }
     }
     std::vector<X509*> roots{production.certificate.get()};
-    if (isDeviceVorn() == 1)
+    if (deviceIsMarked())
     {
         roots.push_back(development.certificate.get());
     }
@@ -242,7 +239,7 @@ Refusal chainRules(HandshakePayload* certificate)
 
 } // namespace
 
-Explanation explainCertificate(HandshakePayload* certificate,
+Explanation explainCertificate(const CertificateKey& certificate,
                                const std::optional<std::string>& name)
 {
     Refusal refusal = nameRules(certificate, name);

@@ -3,7 +3,7 @@
 
 #include "explanation.hpp"
 
-#include <bmcoauth.h>
+#include <bmcoauth.hpp>
 
 #include <optional>
 #include <string>
@@ -13,7 +13,7 @@ namespace bmcoauth::tool
 
 /** Walks the rules for a certificate key, in the library's order: the name of the first
  *  certificate, the factory roots, and the chain from the last one to them. */
-[[nodiscard]] Explanation explainCertificate(HandshakePayload* certificate,
+[[nodiscard]] Explanation explainCertificate(const CertificateKey& certificate,
                                              const std::optional<std::string>& name);
 
 } // namespace bmcoauth::tool

@@ -40,11 +40,6 @@ std::string harmless(std::string_view text)
     return shown;
 }
 
-const char* orNull(const std::optional<std::string>& text)
-{
-    return text ? text->c_str() : nullptr;
-}
-
 namespace
 {
 
@@ -197,15 +192,6 @@ std::string textOf(const Json::Value& tree)
 void printJson(const Json::Value& tree)
 {
     print(textOf(tree));
-}
-
-RawText orStop(char* text, const std::string& message)
-{
-    if (text == nullptr)
-    {
-        throw Stop{Exit::failure, message};
-    }
-    return RawText{text};
 }
 
 void warn(const std::string& message)

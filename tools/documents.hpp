@@ -30,9 +30,6 @@ struct Releaser
     }
 };
 
-using RawText = std::unique_ptr<char, Releaser<std::free>>;
-using StringArray = std::unique_ptr<char*, Releaser<free_char_array>>;
-
 /** The value of @p result, or a stop with @p message and @p status where it has none. */
 template <typename T>
 [[nodiscard]] T orStop(Expected<T> result, const std::string& message, Exit status = Exit::failure)
@@ -53,8 +50,6 @@ template <typename T>
 
 /** @p text with question marks for the control characters, which a terminal would obey. */
 [[nodiscard]] std::string harmless(std::string_view text);
-
-[[nodiscard]] const char* orNull(const std::optional<std::string>& text);
 
 /** Stops the command unless @p path is a file that can be read. */
 void requireReadable(const std::string& path);
@@ -100,9 +95,6 @@ void print(std::string_view text);
 
 /** Prints the text form of @p tree. */
 void printJson(const Json::Value& tree);
-
-/** The owner of @p text, or a stop where the library gave null: memory or a device failed. */
-[[nodiscard]] RawText orStop(char* text, const std::string& message);
 
 /** Says on stderr, in one line, what must not be overlooked. */
 void warn(const std::string& message);

@@ -16,11 +16,9 @@ namespace
 /** Data that is longer makes an envelope that the library does not open. */
 constexpr std::size_t mostBytes = 73710;
 
-RawText freshIv()
+Text freshIv()
 {
-    char* raw = nullptr;
-    generateRandomIV(&raw);
-    return orStop(raw, "the random device failed");
+    return orStop(randomIv(), "the random device failed");
 }
 
 struct IvOptions
@@ -29,7 +27,7 @@ struct IvOptions
 };
 
 /** Prints @p text, as the member @p name of a document if @p json. */
-void printText(const std::string& text, const char* name, bool json)
+void printText(std::string_view text, const char* name, bool json)
 {
     if (!json)
     {
@@ -37,13 +35,13 @@ void printText(const std::string& text, const char* name, bool json)
         return;
     }
     Json::Value document;
-    document[name] = text;
+    document[name] = std::string{text};
     printJson(document);
 }
 
 void printIv(const IvOptions& options)
 {
-    printText(freshIv().get(), "iv", options.json);
+    printText(freshIv(), "iv", options.json);
 }
 
 struct SealOptions
@@ -54,16 +52,38 @@ struct SealOptions
     std::string iv;
 };
 
+/** The envelope of @p data under the IV @p iv. The C function, since bmcoauth::seal leaves the
+ *  choice of an IV to nobody. */
+Expected<Envelope> sealed(const std::string& data, std::string_view iv, const CertificateKey& peer,
+                          const PrivateKey& key)
+{
+    Expected<Text> ivText = Text::copy(iv);
+    if (!ivText)
+    {
+        return ivText.error();
+    }
+    HandshakePayload* peerRecord = peer.parameters().get();
+    char* mac = nullptr;
+    Text ciphertext{ecies_encrypt(data.data(), static_cast<unsigned int>(data.size()), &peerRecord,
+                                  &mac, key.der().data(), static_cast<int>(key.der().size()),
+                                  ivText->c_str())};
+    if (ciphertext.view().empty())
+    {
+        return Error::refused;
+    }
+    return Envelope{std::move(ciphertext), Text{mac}, std::move(*ivText)};
+}
+
 void seal(const SealOptions& options)
 {
-    const std::string iv = options.iv.empty() ? freshIv().get() : options.iv;
+    const std::string iv{options.iv.empty() ? freshIv().view() : options.iv};
     // The library does not report digits that are none.
     if (iv.size() != 32 || iv.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
     {
         throw Stop{Exit::usage, "--iv takes 32 hexadecimal digits (bmcoauth ecies iv makes them)"};
     }
-    const PrivateKeyBytes key{options.key};
-    CertificateKey peer{options.peer};
+    const PrivateKey key = readPrivateKey(options.key);
+    const CertificateKey peer = readCertificateKey(options.peer);
     const std::string data = readText(options.path);
     if (data.empty() || data.size() > mostBytes)
     {
@@ -71,20 +91,14 @@ void seal(const SealOptions& options)
                                       " bytes: an envelope takes from 1 to " +
                                       std::to_string(mostBytes)};
     }
-    char* rawMac = nullptr;
-    const RawText ciphertext{ecies_encrypt(data.data(), static_cast<unsigned int>(data.size()),
-                                           peer.address(), &rawMac, key.data(), key.size(),
-                                           iv.c_str())};
-    const RawText mac{rawMac};
-    if (!ciphertext)
-    {
-        throw Stop{Exit::invalid, "the data could not be sealed: the first certificate of " +
-                                      nameOf(options.peer) + " has no key on P-256"};
-    }
+    const Envelope envelope = orStop(sealed(data, iv, peer, key),
+                                     "the data could not be sealed: the first certificate of " +
+                                         nameOf(options.peer) + " has no key on P-256",
+                                     Exit::invalid);
     Json::Value document;
-    document["ciphertext"] = ciphertext.get();
-    document["mac"] = mac.get();
-    document["iv"] = iv;
+    document["ciphertext"] = envelope.ciphertext.c_str();
+    document["mac"] = envelope.mac.c_str();
+    document["iv"] = envelope.iv.c_str();
     printJson(document);
 }
 
@@ -98,14 +112,14 @@ struct OpenOptions
 };
 
 /** The plaintext without the line feed and the 16 random characters behind the data. */
-std::string dataOf(const std::string& plaintext)
+std::string_view dataOf(std::string_view plaintext)
 {
     constexpr std::size_t randomCharacters = 16;
     const std::size_t size = plaintext.size();
-    const bool sealed =
-        size > randomCharacters + 1 && plaintext[size - randomCharacters - 1] == '\n' &&
-        std::ranges::all_of(std::string_view{plaintext}.substr(size - randomCharacters),
-                            [](char c) { return c > ' ' && c <= '~'; });
+    const bool sealed = size > randomCharacters + 1 &&
+                        plaintext[size - randomCharacters - 1] == '\n' &&
+                        std::ranges::all_of(plaintext.substr(size - randomCharacters),
+                                            [](char c) { return c > ' ' && c <= '~'; });
     if (!sealed)
     {
         throw Stop{Exit::invalid, "what was sealed does not end with a line feed and 16 random "
@@ -116,20 +130,14 @@ std::string dataOf(const std::string& plaintext)
 
 void open(const OpenOptions& options)
 {
-    const PrivateKeyBytes key{options.key};
-    CertificateKey peer{options.peer};
+    const PrivateKey key = readPrivateKey(options.key);
+    const CertificateKey peer = readCertificateKey(options.peer);
     const SealedDocument sealed{options.path};
-    unsigned int length = 0;
-    const RawText plaintext{ecies_decrypt(sealed.ciphertext.c_str(), &length, key.data(),
-                                          key.size(), sealed.mac.c_str(), peer.address(),
-                                          sealed.iv.c_str())};
-    if (!plaintext)
-    {
-        throw Stop{Exit::invalid, "the envelope is refused: it was altered, or sealed with other "
-                                  "keys, or holds no text"};
-    }
-    const std::string text{plaintext.get(), length};
-    printText(options.dataOnly ? dataOf(text) : text, "text", options.json);
+    const Opened opened = orStop(bmcoauth::open(sealed.view(), peer, key),
+                                 "the envelope is refused: it was altered, or sealed with other "
+                                 "keys, or holds no text",
+                                 Exit::invalid);
+    printText(options.dataOnly ? dataOf(opened.whole()) : opened.whole(), "text", options.json);
 }
 
 } // namespace

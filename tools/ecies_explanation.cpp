@@ -20,14 +20,11 @@ struct Options
 
 void explain(const Options& options)
 {
-    const PrivateKeyBytes key{options.key};
-    CertificateKey peer{options.peer};
+    const PrivateKey key = readPrivateKey(options.key);
+    const CertificateKey peer = readCertificateKey(options.peer);
     const SealedDocument sealed{options.path};
-    unsigned int length = 0;
-    const RawText opened{ecies_decrypt(sealed.ciphertext.c_str(), &length, key.data(), key.size(),
-                                       sealed.mac.c_str(), peer.address(), sealed.iv.c_str())};
-    answer(explainEnvelope(sealed, key.data(), key.size(), peer.get()),
-           opened ? Exit::success : Exit::invalid, options.json);
+    answer(explainEnvelope(sealed.view(), peer, key),
+           bmcoauth::open(sealed.view(), peer, key) ? Exit::success : Exit::invalid, options.json);
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 #include "envelope_rules.hpp"
 
 #include "documents.hpp"
-#include "keys.hpp"
 #include "openssl.hpp"
 
 #include <openssl/crypto.h>
@@ -13,6 +12,7 @@
 #include <array>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace bmcoauth::tool
@@ -21,7 +21,7 @@ namespace bmcoauth::tool
 namespace
 {
 
-using CipherPtr = std::unique_ptr<EVP_CIPHER_CTX, ReleasedBy<EVP_CIPHER_CTX_free>>;
+using CipherPtr = std::unique_ptr<EVP_CIPHER_CTX, Releaser<EVP_CIPHER_CTX_free>>;
 
 constexpr std::size_t blockLength = 16;
 constexpr std::size_t macLength = 32;
@@ -71,9 +71,9 @@ private:
 };
 
 /** The bytes of a text in either Base64 alphabet. */
-std::optional<std::string> decoded(const std::string& text)
+std::optional<std::string> decoded(std::string_view text)
 {
-    std::string copy = text;
+    std::string copy{text};
     // Shortens the text where it ends with padding.
     base64URIencode(copy.data());
     copy.resize(std::strlen(copy.data()));
@@ -82,14 +82,14 @@ std::optional<std::string> decoded(const std::string& text)
 
 /** The plaintext of @p body; nothing where its padding is wrong. Only its shape is looked at. */
 std::optional<std::string> decrypted(const std::string& body, const AgreedKeys& keys,
-                                     const std::string& ivHex)
+                                     std::string_view ivHex)
 {
     std::array<unsigned char, blockLength> iv{};
     const CipherPtr context{EVP_CIPHER_CTX_new()};
     std::vector<unsigned char> text(body.size() + blockLength);
     int first = 0;
     int last = 0;
-    if (!context || convertHextoBinary(ivHex.c_str(), iv.data()) != 1 ||
+    if (!context || convertHextoBinary(std::string{ivHex}.c_str(), iv.data()) != 1 ||
         EVP_DecryptInit_ex(context.get(), EVP_aes_128_cbc(), nullptr, keys.cipherKey(),
                            iv.data()) != 1 ||
         EVP_DecryptUpdate(context.get(), text.data(), &first,
@@ -105,12 +105,12 @@ std::optional<std::string> decrypted(const std::string& body, const AgreedKeys& 
     return result;
 }
 
-Refusal formRules(const SealedDocument& sealed)
+Refusal formRules(const EnvelopeView& sealed)
 {
-    const std::size_t digits = std::strlen(sealed.iv.c_str());
-    if (digits != 2 * blockLength)
+    if (sealed.iv.size() != 2 * blockLength)
     {
-        return refused("iv", std::to_string(digits) + " characters", "32 hexadecimal digits");
+        return refused("iv", std::to_string(sealed.iv.size()) + " characters",
+                       "32 hexadecimal digits");
     }
     if (!decoded(sealed.ciphertext))
     {
@@ -123,7 +123,7 @@ Refusal formRules(const SealedDocument& sealed)
     return std::nullopt;
 }
 
-Refusal peerRules(const EcKeyPtr& key)
+Refusal peerRules(const EcKey& key)
 {
     if (!key)
     {
@@ -166,7 +166,7 @@ Refusal macRules(const std::string& body, const std::string& mac, const AgreedKe
                                   : "sealed with other keys, or altered on the way");
 }
 
-Refusal textRules(const std::string& body, const SealedDocument& sealed, const AgreedKeys& keys)
+Refusal textRules(const std::string& body, const EnvelopeView& sealed, const AgreedKeys& keys)
 {
     std::optional<std::string> opened = decrypted(body, keys, sealed.iv);
     if (!opened)
@@ -193,28 +193,26 @@ Refusal textRules(const std::string& body, const SealedDocument& sealed, const A
 
 } // namespace
 
-Explanation explainEnvelope(const SealedDocument& sealed, const unsigned char* der, int derLength,
-                            HandshakePayload* peer)
+Explanation explainEnvelope(const EnvelopeView& sealed, const CertificateKey& peer,
+                            const PrivateKey& key)
 {
     if (const Refusal refusal = formRules(sealed))
     {
         return *refusal;
     }
-    const EcKeyPtr own{get_EC_privKey(der, derLength)};
-    unsigned int length = 0;
-    const RawText pem{decode_x509_jwk(peer, &length)};
-    const EcKeyPtr key{get_EC_pubKey(pem.get())};
-    if (const Refusal refusal = peerRules(key))
+    const EcKey theirs = peer.pem().andThen(ecKeyOfCertificate).valueOr(nullptr);
+    if (const Refusal refusal = peerRules(theirs))
     {
         return *refusal;
     }
-    const AgreedKeys keys{*own, *key};
+    const EcKey own = orStop(ecKeyOf(key), "memory is exhausted");
+    const AgreedKeys keys{*own, *theirs};
     if (!keys.valid())
     {
         return refused("agreement", "two keys from which nothing can be agreed", "two P-256 keys");
     }
     const std::string body = *decoded(sealed.ciphertext);
-    Refusal refusal = macRules(body, *decoded(sealed.mac), keys, samePublicKey(*own, *key));
+    Refusal refusal = macRules(body, *decoded(sealed.mac), keys, samePublicKey(*own, *theirs));
     if (!refusal)
     {
         refusal = textRules(body, sealed, keys);

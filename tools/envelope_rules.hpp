@@ -2,16 +2,15 @@
 #pragma once
 
 #include "explanation.hpp"
-#include "payloads.hpp"
 
-#include <bmcoauth.h>
+#include <bmcoauth.hpp>
 
 namespace bmcoauth::tool
 {
 
-/** Walks the rules for opening an envelope, in the library's order; @p der is a P-256 private
- *  key. */
-[[nodiscard]] Explanation explainEnvelope(const SealedDocument& sealed, const unsigned char* der,
-                                          int derLength, HandshakePayload* peer);
+/** Walks the rules for opening an envelope of @p peer, in the library's order; @p key is on
+ *  P-256. */
+[[nodiscard]] Explanation explainEnvelope(const EnvelopeView& sealed, const CertificateKey& peer,
+                                          const PrivateKey& key);
 
 } // namespace bmcoauth::tool

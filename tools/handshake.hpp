@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "keys.hpp"
 #include "payloads.hpp"
 
+#include <optional>
 #include <string>
-#include <vector>
 
 namespace bmcoauth::tool
 {
@@ -12,7 +13,33 @@ namespace bmcoauth::tool
 /** The member of a register response that holds the server's challenge. */
 constexpr const char* challengeMember = "handshake_challenge";
 
+/** The member of an authorize request that holds the client's response. */
+constexpr const char* responseMember = "handshake_response";
+
 /** The server's challenge for a client that supports @p types, or a stop. */
-[[nodiscard]] PayloadPtr serverChallenge(const std::vector<std::string>& types, unsigned int mode);
+[[nodiscard]] ParameterList challengeFor(TextSpan types, std::uint32_t mode);
+
+/** What @p read makes of the file @p path; nothing without one, since not every challenge asks for
+ *  everything. */
+template <typename Material>
+[[nodiscard]] std::optional<Material> ifGiven(const std::string& path,
+                                              Material (*read)(const std::string&))
+{
+    return path.empty() ? std::nullopt : std::optional<Material>{read(path)};
+}
+
+template <typename Material>
+[[nodiscard]] const Material* pointerTo(const std::optional<Material>& material)
+{
+    return material ? &*material : nullptr;
+}
+
+/** The text of the key document @p path; empty without one. */
+[[nodiscard]] std::string readSecrets(const std::string& path);
+
+/** The library's verdict on a response. The C function: isProven wants more than a device does,
+ *  a proof for every type, and here it is the device's answer that is looked for. */
+[[nodiscard]] bool isAccepted(const ParameterList& challenge, const ParameterList& response,
+                              const std::string& secrets, const CertificateKey* certificate);
 
 } // namespace bmcoauth::tool

@@ -2,8 +2,6 @@
 #include "command.hpp"
 #include "documents.hpp"
 #include "handshake.hpp"
-#include "keys.hpp"
-#include "payloads.hpp"
 
 namespace bmcoauth::tool
 {
@@ -23,19 +21,13 @@ struct ChallengeOptions
 
 void challenge(const ChallengeOptions& options)
 {
-    if (options.client)
-    {
-        TextList types{options.types};
-        HandshakePayload* raw = nullptr;
-        if (generateClientHandshakeChallenge(types.data(), options.count, &raw) != 1)
-        {
-            throw Stop{Exit::usage, "a client's challenge needs two types or more, one of them "
-                                    "for one-time passwords"};
-        }
-        printPayload(PayloadPtr{raw}.get());
-        return;
-    }
-    printPayload(serverChallenge(options.types, options.mode).get());
+    const std::vector<std::string_view> types = viewsOf(options.types);
+    printParameters(options.client
+                        ? orStop(clientChallenge(types, options.count),
+                                 "a client's challenge needs two types or more, one of them for "
+                                 "one-time passwords",
+                                 Exit::usage)
+                        : challengeFor(types, options.mode));
 }
 
 // -------------------------------------------------------------------------------------- respond
@@ -48,37 +40,17 @@ struct RespondOptions
     std::string key;
 };
 
-/** What may be missing, since not every challenge asks for it. */
-template <typename Material>
-std::optional<Material> readIfGiven(const std::string& path)
-{
-    return path.empty() ? std::nullopt : std::optional<Material>{std::in_place, path};
-}
-
-std::string readKeys(const std::string& path)
-{
-    return path.empty() ? "" : json_fastWriter(readObject(path));
-}
-
 void respond(const RespondOptions& options)
 {
-    const PayloadPtr asked = readPayload(options.challenge, challengeMember);
-    const std::string keys = readKeys(options.keys);
-    std::optional<CertificateKey> certificate = readIfGiven<CertificateKey>(options.certificate);
-    const std::optional<PrivateKeyBytes> key = readIfGiven<PrivateKeyBytes>(options.key);
-    HandshakePayload* raw = nullptr;
-    const bool answered = generateHandshakeResponse(
-        asked.get(), keys.c_str(), static_cast<unsigned int>(keys.size()),
-        certificate ? certificate->address() : nullptr, &raw, key ? key->data() : nullptr,
-        key ? static_cast<unsigned int>(key->size()) : 0);
-    const PayloadPtr response{raw};
-    if (!answered)
-    {
-        throw Stop{Exit::invalid,
-                   "the challenge cannot be answered: it is malformed, or asks for a type that "
-                   "--keys does not hold, or for a certificate (--certificate and its --key)"};
-    }
-    printPayload(response.get());
+    const ParameterList asked = readParameters(options.challenge, challengeMember);
+    const std::string secrets = readSecrets(options.keys);
+    const auto certificate = ifGiven(options.certificate, readCertificateKey);
+    const auto key = ifGiven(options.key, readPrivateKey);
+    printParameters(
+        orStop(bmcoauth::respond(asked, {secrets, pointerTo(certificate), pointerTo(key)}),
+               "the challenge cannot be answered: it is malformed, or asks for a type that --keys "
+               "does not hold, or for a certificate (--certificate and its --key)",
+               Exit::invalid));
 }
 
 // ---------------------------------------------------------------------------------------- check
@@ -94,14 +66,14 @@ struct CheckOptions
     bool json = false;
 };
 
-void checkCertificate(std::optional<CertificateKey>& certificate, const CheckOptions& options)
+void checkCertificate(const CertificateKey* certificate, const CheckOptions& options)
 {
-    if (!certificate)
+    if (certificate == nullptr)
     {
         throw Stop{Exit::usage, "--chain needs --certificate"};
     }
     requireFactoryRoots();
-    if (validate_x509_jwk(certificate->get(), orNull(options.name)) != 1)
+    if (!certificate->isValid(options.name))
     {
         throw Stop{Exit::invalid,
                    "the certificate is refused: no chain leads from the last one in " +
@@ -112,23 +84,21 @@ void checkCertificate(std::optional<CertificateKey>& certificate, const CheckOpt
 
 void check(const CheckOptions& options)
 {
-    const PayloadPtr asked = readPayload(options.challenge, challengeMember);
-    const PayloadPtr response = readPayload(options.path, "handshake_response");
-    const std::string keys = readKeys(options.keys);
-    std::optional<CertificateKey> certificate = readIfGiven<CertificateKey>(options.certificate);
+    const ParameterList asked = readParameters(options.challenge, challengeMember);
+    const ParameterList response = readParameters(options.path, responseMember);
+    const std::string secrets = readSecrets(options.keys);
+    const auto certificate = ifGiven(options.certificate, readCertificateKey);
     if (options.chain)
     {
-        checkCertificate(certificate, options);
+        checkCertificate(pointerTo(certificate), options);
     }
-    if (!validateHandshakeResponse(asked.get(), keys.c_str(),
-                                   static_cast<unsigned int>(keys.size()),
-                                   certificate ? certificate->address() : nullptr, response.get()))
+    if (!isAccepted(asked, response, secrets, pointerTo(certificate)))
     {
         throw Stop{Exit::invalid, "the response is refused: a proof is wrong or missing, or --keys "
                                   "or --certificate lacks what the challenge asks for"};
     }
-    const std::size_t types = countValues(asked.get(), "T");
-    const std::size_t proofs = countValues(response.get(), "R");
+    const std::size_t types = valuesOf(asked, "T").size();
+    const std::size_t proofs = valuesOf(response, "R").size();
     if (proofs < types)
     {
         warn("only " + std::to_string(proofs) + " of " + std::to_string(types) +
@@ -159,14 +129,9 @@ struct KeysOptions
 
 void makeKeys(const KeysOptions& options)
 {
-    char* raw = nullptr;
-    if (generateKeyTool(options.prefix.c_str(), options.keys, options.tokens,
-                        static_cast<int>(options.length), &raw) != 1)
-    {
-        throw Stop{Exit::failure,
-                   "no keys could be made: the random device failed, or the prefix is too long"};
-    }
-    print(RawText{raw}.get());
+    print(orStop(generateSecrets(options.prefix, options.keys, options.tokens, options.length),
+                 "no keys could be made: the random device failed, or the prefix is too long")
+              .view());
 }
 
 // --------------------------------------------------------------------------------------- attach
@@ -180,31 +145,37 @@ struct AttachOptions
 void attach(const AttachOptions& options)
 {
     const SealedDocument sealed{options.sealed};
-    PayloadPtr response = readPayload(options.path, "handshake_response");
-    HandshakePayload* raw = response.release();
-    const int attached = appendSSLCertToResponse(&raw, sealed.ciphertext.c_str(),
-                                                 sealed.mac.c_str(), sealed.iv.c_str());
-    response.reset(raw);
-    if (attached != 1)
+    ParameterList response = readParameters(options.path, responseMember);
+    if (!bmcoauth::attach(response, sealed.view()))
     {
         throw Stop{Exit::invalid,
                    "the iv of " + nameOf(options.sealed) + " is not 32 characters long"};
     }
-    printPayload(response.get());
+    printParameters(response);
 }
 
 } // namespace
 
-PayloadPtr serverChallenge(const std::vector<std::string>& types, unsigned int mode)
+ParameterList challengeFor(TextSpan types, std::uint32_t mode)
 {
-    TextList list{types};
-    HandshakePayload* raw = nullptr;
-    if (generateServerHandshakeChallenge(list.data(), mode, &raw) != 1)
-    {
-        throw Stop{Exit::invalid, "no challenge: mode 1 needs the type software_id_cert-1.0, mode "
-                                  "2 another one, mode 3 both"};
-    }
-    return PayloadPtr{raw};
+    return orStop(serverChallenge(types, static_cast<Proofs>(mode)),
+                  "no challenge: mode 1 needs the type software_id_cert-1.0, mode 2 another one, "
+                  "mode 3 both",
+                  Exit::invalid);
+}
+
+std::string readSecrets(const std::string& path)
+{
+    return path.empty() ? "" : textOf(readObject(path));
+}
+
+bool isAccepted(const ParameterList& challenge, const ParameterList& response,
+                const std::string& secrets, const CertificateKey* certificate)
+{
+    HandshakePayload* record = certificate == nullptr ? nullptr : certificate->parameters().get();
+    return validateHandshakeResponse(challenge.get(), secrets.c_str(),
+                                     static_cast<unsigned int>(secrets.size()), &record,
+                                     response.get());
 }
 
 void addHandshakeCommands(const Command& root)

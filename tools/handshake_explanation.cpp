@@ -2,7 +2,6 @@
 #include "command.hpp"
 #include "handshake.hpp"
 #include "handshake_rules.hpp"
-#include "payloads.hpp"
 
 namespace bmcoauth::tool
 {
@@ -12,30 +11,48 @@ namespace
 
 struct Options
 {
-    std::string path = "-";
+    std::optional<std::string> path;
     std::string challenge;
     std::string keys;
     std::string certificate;
+    std::string key;
+    bool respond = false;
     bool json = false;
 };
 
+void checkOptions(const Options& options)
+{
+    if (options.respond && options.path)
+    {
+        throw Stop{Exit::usage, "--respond takes no response: it asks for the one to be made"};
+    }
+    if (!options.respond && !options.key.empty())
+    {
+        throw Stop{Exit::usage, "--key needs --respond: a response is checked without it"};
+    }
+}
+
 void explain(const Options& options)
 {
-    const PayloadPtr challenge = readPayload(options.challenge, challengeMember);
-    const PayloadPtr response = readPayload(options.path, "handshake_response");
-    std::optional<CertificateKey> certificate;
-    if (!options.certificate.empty())
+    checkOptions(options);
+    const ParameterList challenge = readParameters(options.challenge, challengeMember);
+    const auto response =
+        options.respond ? std::nullopt
+                        : std::optional{readParameters(options.path.value_or("-"), responseMember)};
+    const auto certificate = ifGiven(options.certificate, readCertificateKey);
+    const std::string secrets = readSecrets(options.keys);
+    if (response)
     {
-        certificate.emplace(options.certificate);
+        answer(explainResponse(challenge, *response, secrets, pointerTo(certificate)),
+               isAccepted(challenge, *response, secrets, pointerTo(certificate)) ? Exit::success
+                                                                                 : Exit::invalid,
+               options.json);
+        return;
     }
-    const HandshakeMaterial handshake{
-        challenge.get(), response.get(),
-        options.keys.empty() ? "" : json_fastWriter(readObject(options.keys)),
-        certificate ? certificate->get() : nullptr};
-    const bool accepted = validateHandshakeResponse(
-        challenge.get(), handshake.keys.c_str(), static_cast<unsigned int>(handshake.keys.size()),
-        certificate ? certificate->address() : nullptr, response.get());
-    answer(explainResponse(handshake), accepted ? Exit::success : Exit::invalid, options.json);
+    const auto key = ifGiven(options.key, readPrivateKey);
+    const Credentials given{secrets, pointerTo(certificate), pointerTo(key)};
+    answer(explainAnswer(challenge, given),
+           respond(challenge, given) ? Exit::success : Exit::invalid, options.json);
 }
 
 } // namespace
@@ -43,12 +60,14 @@ void explain(const Options& options)
 void addHandshakeExplanation(const Command& handshakes)
 {
     const Command verb = handshakes.verb(
-        "explain", "Say by which rule a response is refused",
+        "explain", "Say by which rule a response is refused, or none can be made",
         "handshake explain --challenge challenge.json --keys keys.json --certificate device.pem "
         "response.json",
         "Names the first rule that refuses, what it saw and what it wanted. Exit status 0 when the "
         "response is\naccepted, 3 when it is refused, 5 when the explanation is not what the "
-        "library says.\nThe chain of the certificate is a matter of cert explain.");
+        "library says.\nWith --respond it takes no response, but what handshake respond takes, "
+        "and says why that cannot\nanswer the challenge; 0 then means that it can. The chain of "
+        "the certificate is a matter of cert explain.");
     Options& options = verb.runs(explain);
     verb.option("FILE", options.path,
                 "Response, or authorize request that holds a handshake_response");
@@ -57,6 +76,8 @@ void addHandshakeExplanation(const Command& handshakes)
     verb.option("--keys", options.keys, "Key document with the shared secrets");
     verb.option("--certificate", options.certificate,
                 "The client's certificate: PEM chain or certificate key, the first counts");
+    verb.flag("--respond", options.respond, "Say why the challenge cannot be answered");
+    verb.option("--key", options.key, "With --respond: the certificate's private key file");
     verb.json(options.json);
 }
 

@@ -27,7 +27,7 @@ void generate(const Options& options)
     {
         throw Stop{Exit::usage, options.path + " exists already: give --force to replace the key"};
     }
-    if (generateECPrivateKey(options.path.c_str()) != 1)
+    if (!generateKeyFile(options.path))
     {
         throw Stop{Exit::failure, "cannot write a key to " + options.path};
     }
@@ -42,7 +42,7 @@ void generate(const Options& options)
 void check(const Options& options)
 {
     requireReadable(options.path);
-    if (validateECPrivateKey(options.path.c_str()) != 1)
+    if (!keyFileIsSound(options.path))
     {
         throw Stop{Exit::invalid,
                    options.path + " does not hold a valid elliptic-curve private key"};

@@ -23,9 +23,9 @@ namespace bmcoauth::tool
 namespace
 {
 
-using BuilderPtr = std::unique_ptr<OSSL_PARAM_BLD, ReleasedBy<OSSL_PARAM_BLD_free>>;
-using ParamsPtr = std::unique_ptr<OSSL_PARAM, ReleasedBy<OSSL_PARAM_free>>;
-using ContextPtr = std::unique_ptr<EVP_PKEY_CTX, ReleasedBy<EVP_PKEY_CTX_free>>;
+using BuilderPtr = std::unique_ptr<OSSL_PARAM_BLD, Releaser<OSSL_PARAM_BLD_free>>;
+using ParamsPtr = std::unique_ptr<OSSL_PARAM, Releaser<OSSL_PARAM_free>>;
+using ContextPtr = std::unique_ptr<EVP_PKEY_CTX, Releaser<EVP_PKEY_CTX_free>>;
 
 [[noreturn]] void stop(const std::string& path, const std::string& reason)
 {

@@ -13,7 +13,7 @@ int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*user*/
     return -1;
 }
 
-BioPtr readerOf(const std::string& text)
+BioPtr readerOf(std::string_view text)
 {
     // Nothing that is longer is a key or a certificate.
     const auto length = static_cast<int>(text.size() > INT_MAX ? 0 : text.size());

@@ -45,37 +45,35 @@ Json::Value firstKey(const Json::Value& document)
     return keys.isArray() && !keys.empty() ? keys[0] : document;
 }
 
-PayloadPtr certificateKeyOf(const std::string& text)
+Expected<CertificateKey> certificateKeyOf(const std::string& text)
 {
-    Json::Value document;
-    if (loadJsonDoc(text.c_str(), document))
+    if (const Expected<Json::Value> document = parseJson(text))
     {
-        return PayloadPtr{
-            parse_handshake_payload(json_fastWriter(firstKey(std::as_const(document))).c_str())};
+        return CertificateKey::parse(textOf(firstKey(*document)));
     }
-    const std::string pem = certificatesOnly(text);
-    return PayloadPtr{encode_x509_jwk(pem.c_str(), static_cast<unsigned int>(pem.size()))};
+    return CertificateKey::fromPem(certificatesOnly(text));
 }
 
 } // namespace
 
-CertificateKey::CertificateKey(const std::string& path)
-    : owned{certificateKeyOf(readText(path))},
-      pointer{owned.get()},
-      count{countValues(owned.get(), x5c)}
+CertificateKey readCertificateKey(const std::string& path)
 {
-    if (count == 0)
-    {
-        throw Stop{Exit::invalid, nameOf(path) + " holds neither certificates in PEM form nor a "
-                                                 "certificate key (JSON) with \"x5c\""};
-    }
+    Expected<CertificateKey> key = certificateKeyOf(readText(path));
+    return orStop(key && sizeOf(*key) != 0 ? std::move(key) : Error::refused,
+                  nameOf(path) + " holds neither certificates in PEM form nor a certificate key "
+                                 "(JSON) with \"x5c\"",
+                  Exit::invalid);
 }
 
-Json::Value CertificateKey::document() const
+std::size_t sizeOf(const CertificateKey& key)
 {
-    Json::Value tree;
-    loadJsonDoc(orStop(write_handshake_payload(pointer), "the key could not be written").get(),
-                tree);
+    return valuesOf(key.parameters(), x5c).size();
+}
+
+Json::Value documentOf(const CertificateKey& key)
+{
+    const Text text = orStop(key.parameters().write(), "the key could not be written");
+    Json::Value tree = orStop(parseJson(text), "the key could not be written");
     if (tree[x5c].isString())
     {
         Json::Value certificates{Json::arrayValue};
@@ -91,19 +89,16 @@ void requireFactoryRoots()
     requireReadable(developmentRootPath);
 }
 
-PayloadPtr readPayload(const std::string& path, const std::string& member)
+ParameterList readParameters(const std::string& path, const std::string& member)
 {
     const Json::Value document = readObject(path);
     const Json::Value& list = document[member].isObject() ? document[member] : document;
-    PayloadPtr payload{parse_handshake_payload(json_fastWriter(list).c_str())};
-    if (!payload)
-    {
-        throw Stop{Exit::invalid, nameOf(path) +
-                                      " holds no list of parameters, each a string or an array of "
-                                      "strings, nor a \"" +
-                                      member + "\" that is one"};
-    }
-    return payload;
+    return orStop(ParameterList::parse(textOf(list)),
+                  nameOf(path) +
+                      " holds no list of parameters, each a string or an array of "
+                      "strings, nor a \"" +
+                      member + "\" that is one",
+                  Exit::invalid);
 }
 
 SealedDocument::SealedDocument(const std::string& path)
@@ -111,7 +106,8 @@ SealedDocument::SealedDocument(const std::string& path)
     const Json::Value document = readObject(path);
     const bool attached = document.isMember("encrypted_sslcert");
     const auto text = [&](const char* name) {
-        if (!document[name].isString())
+        // No text of the library holds a zero byte: it would be cut there.
+        if (!document[name].isString() || document[name].asString().find('\0') != std::string::npos)
         {
             throw Stop{Exit::invalid, nameOf(path) +
                                           " is no envelope: it needs the strings ciphertext, mac "
@@ -124,22 +120,25 @@ SealedDocument::SealedDocument(const std::string& path)
     iv = text("iv");
 }
 
-void printPayload(HandshakePayload* payload)
+void printParameters(const ParameterList& list)
 {
-    print(orStop(write_handshake_payload(payload), "the document could not be written").get());
+    print(orStop(list.write(), "the document could not be written").view());
 }
 
-std::size_t countValues(HandshakePayload* payload, const char* name)
+std::vector<std::string> copiesOf(TextRange range)
 {
-    char** raw = nullptr;
-    getChallengeValueArray(payload, name, &raw);
-    const StringArray values{raw};
-    std::size_t count = 0;
-    while (raw != nullptr && raw[count] != nullptr)
+    std::vector<std::string> copies;
+    for (const std::string_view text : range)
     {
-        ++count;
+        copies.emplace_back(text);
     }
-    return count;
+    return copies;
+}
+
+std::vector<std::string> valuesOf(const ParameterList& list, std::string_view name)
+{
+    const Expected<Texts> values = list.values(name);
+    return copiesOf(values ? values->range() : TextRange{});
 }
 
 } // namespace bmcoauth::tool

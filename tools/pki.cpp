@@ -16,7 +16,7 @@ namespace bmcoauth::tool
 namespace
 {
 
-using ExtensionPtr = std::unique_ptr<X509_EXTENSION, ReleasedBy<X509_EXTENSION_free>>;
+using ExtensionPtr = std::unique_ptr<X509_EXTENSION, Releaser<X509_EXTENSION_free>>;
 
 /** What tells these certificates from those of a factory. */
 constexpr const char* organization = "DEVELOPMENT ONLY, no factory";

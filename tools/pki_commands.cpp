@@ -110,14 +110,14 @@ void writeDevice(Output& output, const std::string& name, const Identity& issuer
                  const std::string& intermediates)
 {
     const std::string keyFile = output.newFile(name + ".key");
-    if (generateECPrivateKey(keyFile.c_str()) != 1)
+    if (!generateKeyFile(keyFile))
     {
         throw Stop{Exit::failure, "cannot write " + keyFile};
     }
     output.report(keyFile);
-    const EcKeyPtr key{getECKeyFromFile(keyFile.c_str())};
+    const Expected<EcKey> key = ecKeyOf(readPrivateKey(keyFile));
     EvpKeyPtr wrapped{EVP_PKEY_new()};
-    if (!key || !wrapped || EVP_PKEY_set1_EC_KEY(wrapped.get(), key.get()) != 1)
+    if (!key || !wrapped || EVP_PKEY_set1_EC_KEY(wrapped.get(), key->get()) != 1)
     {
         throw Stop{Exit::failure, "cannot read the key " + keyFile};
     }

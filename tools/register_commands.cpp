@@ -3,7 +3,8 @@
 #include "documents.hpp"
 #include "handshake.hpp"
 
-#include <deque>
+#include <optional>
+#include <vector>
 
 namespace bmcoauth::tool
 {
@@ -11,33 +12,46 @@ namespace bmcoauth::tool
 namespace
 {
 
-using JwkPtr = std::unique_ptr<jwk, decltype([](jwk* record) { free_jwk(&record); })>;
-using RegisterRequestPtr = std::unique_ptr<RegisterRequest, Releaser<free_register_request>>;
-using RegisterResponsePtr = std::unique_ptr<RegisterResponse, Releaser<free_register_response>>;
-using OidcResponsePtr =
-    std::unique_ptr<OidcRegisterResponse, Releaser<free_oidc_register_response>>;
-
-/** Certificate keys in a list for the library. */
-class CertificateKeys
+/** The certificate keys in the files @p paths. */
+std::optional<CertificateKeyList> readCertificateKeys(const std::vector<std::string>& paths)
 {
-public:
-    explicit CertificateKeys(const std::vector<std::string>& paths)
+    if (paths.empty())
     {
-        for (const std::string& path : paths)
-        {
-            array.add(keys.emplace_back(path).get());
-        }
+        return std::nullopt;
     }
-
-    [[nodiscard]] HandshakePayload** data()
+    std::vector<CertificateKey> keys;
+    keys.reserve(paths.size());
+    for (const std::string& path : paths)
     {
-        return array.data();
+        keys.push_back(readCertificateKey(path));
     }
+    return orStop(CertificateKeyList::of(keys), "the certificate keys could not be copied");
+}
 
-private:
-    std::deque<CertificateKey> keys;
-    NullEnded<HandshakePayload*> array;
-};
+/** The shared secrets in the files @p paths. */
+std::optional<KeyList> readSharedSecrets(const std::vector<std::string>& paths)
+{
+    if (paths.empty())
+    {
+        return std::nullopt;
+    }
+    std::vector<KeyRecord> keys;
+    keys.reserve(paths.size());
+    for (const std::string& path : paths)
+    {
+        const std::string bytes = readBytes(path);
+        keys.push_back(
+            orStop(bytes.empty() ? Error::refused : KeyRecord::sharedSecret(bytesOf(bytes)),
+                   nameOf(path) + " holds no secret", Exit::invalid));
+    }
+    return orStop(KeyList::of(keys), "the secrets could not be copied");
+}
+
+/** The list of parameters @p member in the file @p path, where one is given. */
+std::optional<ParameterList> readIfGiven(const std::string& path, const char* member)
+{
+    return path.empty() ? std::nullopt : std::optional{readParameters(path, member)};
+}
 
 // -------------------------------------------------------------------------------------- request
 
@@ -54,28 +68,22 @@ struct RequestOptions
 
 void writeRequest(const RequestOptions& options)
 {
-    std::vector<JwkPtr> secretOwners;
-    NullEnded<jwk*> secrets;
-    for (const std::string& path : options.secrets)
-    {
-        const std::string bytes = readBytes(path);
-        JwkPtr& key = secretOwners.emplace_back(encode_dfs_jwk(
-            reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<int>(bytes.size())));
-        if (!key || bytes.empty())
-        {
-            throw Stop{Exit::invalid, nameOf(path) + " holds no secret"};
-        }
-        secrets.add(key.get());
-    }
-    TextList redirectUris{options.redirectUris};
-    TextList types{options.handshakeTypes};
-    CertificateKeys certificates{options.certificates};
-    const PayloadPtr challenge =
-        options.challenge.empty() ? nullptr : readPayload(options.challenge, challengeMember);
-    const RegisterRequestPtr request{create_register_request(
-        redirectUris.data(), options.clientName.c_str(), options.softwareId.c_str(), secrets.data(),
-        certificates.data(), types.data(), challenge.get())};
-    print(orStop(write_register_request(request.get()), "the request could not be written").get());
+    const std::vector<std::string_view> redirectUris = viewsOf(options.redirectUris);
+    const std::vector<std::string_view> types = viewsOf(options.handshakeTypes);
+    const auto secrets = readSharedSecrets(options.secrets);
+    const auto certificates = readCertificateKeys(options.certificates);
+    const auto challenge = readIfGiven(options.challenge, challengeMember);
+    const char* const failed = "the request could not be written";
+    const RegistrationRequest request =
+        orStop(RegistrationRequest::of({.redirectUri = redirectUris,
+                                        .clientName = options.clientName,
+                                        .softwareId = options.softwareId,
+                                        .handshakeTypes = types,
+                                        .keys = pointerTo(secrets),
+                                        .certificates = pointerTo(certificates),
+                                        .challenge = pointerTo(challenge)}),
+               failed);
+    print(orStop(request.write(), failed).view());
 }
 
 // ------------------------------------------------------------------------------------- response
@@ -93,43 +101,41 @@ struct ResponseOptions
     std::string sealed;
 };
 
-RegisterRequestPtr readRequest(const std::string& path)
+RegistrationRequest readRequest(const std::string& path)
 {
-    RegisterRequestPtr request{parse_register_request(readText(path).c_str())};
-    if (!request)
-    {
-        throw Stop{Exit::invalid,
-                   nameOf(path) + " is not a register request: it needs an array redirect_uri and "
-                                  "the strings client_name and software_id"};
-    }
-    return request;
+    return orStop(RegistrationRequest::parse(readText(path)),
+                  nameOf(path) + " is not a register request: it needs an array redirect_uri and "
+                                 "the strings client_name and software_id",
+                  Exit::invalid);
 }
 
 void answerRequest(const ResponseOptions& options)
 {
-    const RegisterRequestPtr request = readRequest(options.path);
-    std::vector<std::string> types;
-    for (char** type = request->handshake_types; type != nullptr && *type != nullptr; ++type)
-    {
-        types.emplace_back(*type);
-    }
-    const PayloadPtr challenge = serverChallenge(types, options.mode);
-    const PayloadPtr answer = options.handshakeResponse.empty()
-                                  ? nullptr
-                                  : readPayload(options.handshakeResponse, "handshake_response");
+    const RegistrationRequest request = readRequest(options.path);
+    const std::vector<std::string> types = copiesOf(request.handshakeTypes());
+    const ParameterList challenge = challengeFor(viewsOf(types), options.mode);
+    const auto answer = readIfGiven(options.handshakeResponse, responseMember);
     const std::string cryptex =
         options.sealed.empty() ? "" : SealedDocument{options.sealed}.ciphertext;
-    TextList grantTypes{options.grantTypes};
-    TextList policyTypes{options.policyTypes};
-    TextList requiredPolicies{options.requiredPolicies};
-    CertificateKeys certificates{options.certificates};
-    const RegisterResponsePtr settings{configure_reg_response(
-        std::to_string(options.lifetimeSeconds).c_str(), grantTypes.data(), nullptr,
-        policyTypes.data(), requiredPolicies.data(), challenge.get(), answer.get(),
-        options.sealed.empty() ? nullptr : cryptex.c_str(), certificates.data())};
-    const RegisterResponsePtr response{settings ? register_client(request.get(), settings.get())
-                                                : nullptr};
-    print(orStop(write_register_response(response.get()), "the response could not be made").get());
+    const std::vector<std::string_view> grantTypes = viewsOf(options.grantTypes);
+    const std::vector<std::string_view> offered = viewsOf(options.policyTypes);
+    const std::vector<std::string_view> required = viewsOf(options.requiredPolicies);
+    const auto certificates = readCertificateKeys(options.certificates);
+    const char* const failed = "the response could not be made";
+    RegistrationResponseParts parts{.secretLifetimeSeconds = options.lifetimeSeconds,
+                                    .grantTypes = grantTypes,
+                                    .policiesOffered = offered,
+                                    .policiesRequired = required,
+                                    .challenge = &challenge,
+                                    .response = pointerTo(answer),
+                                    .certificates = pointerTo(certificates)};
+    if (!options.sealed.empty())
+    {
+        parts.sealedCertificate = cryptex;
+    }
+    const RegistrationResponse response =
+        orStop(RegistrationResponse::answer(request, parts), failed);
+    print(orStop(response.write(), failed).view());
 }
 
 // --------------------------------------------------------------------------------------- answer
@@ -141,27 +147,25 @@ struct AnswerOptions
 
 void readAnswer(const AnswerOptions& options)
 {
-    const OidcResponsePtr answer{parse_oidc_register_response(readText(options.path).c_str())};
-    if (!answer)
-    {
-        throw Stop{Exit::invalid, nameOf(options.path) +
-                                      " is not the answer of a registration endpoint: it needs "
+    const OidcRegistration answer =
+        orStop(OidcRegistration::parse(readText(options.path)),
+               nameOf(options.path) + " is not the answer of a registration endpoint: it needs "
                                       "the string client_id and, beside a client_secret, the "
-                                      "number client_secret_expires_at"};
-    }
+                                      "number client_secret_expires_at",
+               Exit::invalid);
     Json::Value fields{Json::objectValue};
-    const auto add = [&](const char* name, const char* text) {
-        if (text != nullptr)
+    const auto add = [&](const char* name, std::optional<std::string_view> text) {
+        if (text)
         {
-            fields[name] = text;
+            fields[name] = std::string{*text};
         }
     };
-    add("client_id", answer->client_id);
-    add("client_secret", answer->client_secret);
-    add("registration_access_token", answer->registration_access_token);
-    add("registration_client_uri", answer->registration_client_uri);
-    add("client_id_issued_at", answer->client_id_issued_at);
-    add("client_secret_expires_at", answer->client_secret_expires_at);
+    add("client_id", answer.clientId());
+    add("client_secret", answer.clientSecret());
+    add("registration_access_token", answer.accessToken());
+    add("registration_client_uri", answer.clientUri());
+    add("client_id_issued_at", answer.issuedAt());
+    add("client_secret_expires_at", answer.secretExpiresAt());
     printJson(fields);
 }
 

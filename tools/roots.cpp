@@ -26,7 +26,7 @@ void closeFile(std::FILE* file)
 FactoryRoot readRoot(const std::string& path)
 {
     FactoryRoot root{path, nullptr, ""};
-    const std::unique_ptr<std::FILE, ReleasedBy<closeFile>> file{std::fopen(path.c_str(), "re")};
+    const std::unique_ptr<std::FILE, Releaser<closeFile>> file{std::fopen(path.c_str(), "re")};
     if (!file)
     {
         root.problem = std::generic_category().message(errno);

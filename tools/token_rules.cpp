@@ -2,12 +2,11 @@
 #include "token_rules.hpp"
 
 #include "clock.hpp"
+#include "openssl.hpp"
 #include "tokens.hpp"
 
-#include <openssl/bio.h>
 #include <openssl/ec.h>
 #include <openssl/err.h>
-#include <openssl/evp.h>
 #include <openssl/pem.h>
 
 #include <algorithm>
@@ -196,21 +195,11 @@ Refusal ownSignatureRules(const TokenParts& parts, const PrivateKey& key)
 
 // ------------------------------------------------------------------------ tokens of other issuers
 
-using BioPtr = std::unique_ptr<BIO, Releaser<BIO_free_all>>;
-using EvpKeyPtr = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
-
-int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*user*/)
-{
-    return -1;
-}
-
 /** "EC on P-256", "RSA" or what else is in the PEM text @p pem. */
 std::string typeOfPem(std::string_view pem)
 {
     ERR_set_mark();
-    const BioPtr text{BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size()))};
-    const EvpKeyPtr key{text ? PEM_read_bio_PUBKEY(text.get(), nullptr, noPassPhrase, nullptr)
-                             : nullptr};
+    const EvpKeyPtr key{PEM_read_bio_PUBKEY(readerOf(pem).get(), nullptr, noPassPhrase, nullptr)};
     ERR_pop_to_mark();
     if (!key)
     {

@@ -4,6 +4,7 @@
 #include "tools/certificate_rules.hpp"
 #include "tools/clock.hpp"
 #include "tools/envelope_rules.hpp"
+#include "tools/handshake.hpp"
 #include "tools/handshake_rules.hpp"
 #include "tools/token_rules.hpp"
 
@@ -18,7 +19,12 @@
 #include <string>
 #include <vector>
 
+using bmcoauth::CertificateKey;
+using bmcoauth::Credentials;
 using bmcoauth::Judgement;
+using bmcoauth::ParameterList;
+using bmcoauth::PrivateKey;
+using bmcoauth::Text;
 using bmcoauth::tool::Exit;
 using bmcoauth::tool::exitOf;
 using bmcoauth::tool::Explanation;
@@ -43,6 +49,12 @@ const unsigned char* bytesOf(const std::string& bytes)
 int lengthOf(const std::string& bytes)
 {
     return static_cast<int>(bytes.size());
+}
+
+PrivateKey privateKeyOf(const Identity& identity)
+{
+    const std::string der = identity.privateKeyDer();
+    return std::move(*PrivateKey::fromDer({bytesOf(der), der.size()}));
 }
 
 /** What stands in an input, what takes its place, and the rule that this breaks. */
@@ -482,39 +494,54 @@ TEST_F(ExplainDelegatedToken, AgreesWhateverCharacterChanges)
 
 // ---------------------------------------------------------------------------------- handshakes
 
+/** A certificate key with these bodies. */
+CertificateKey certificateKey(std::initializer_list<std::string> bodies)
+{
+    const bmcoauth::ParameterList record{support::certificateRecord(bodies).release()};
+    return std::move(*CertificateKey::parse(*record.write()));
+}
+
 struct ExplainResponse : testing::Test
 {
-    static support::PayloadPtr list(const std::string& text)
+    static ParameterList list(const std::string& text)
     {
-        return support::PayloadPtr{parse_handshake_payload(text.c_str())};
+        return std::move(*ParameterList::parse(text));
     }
 
     static Explanation explain(const std::string& challengeText, const std::string& responseText,
-                               const std::string& secrets, HandshakePayload* who)
+                               const std::string& secrets, const CertificateKey* who)
     {
-        const support::PayloadPtr challenge = list(challengeText);
-        const support::PayloadPtr response = list(responseText);
-        EXPECT_TRUE(challenge && response) << challengeText << responseText;
-        const bool accepted = validateHandshakeResponse(challenge.get(), secrets.c_str(),
-                                                        static_cast<unsigned int>(secrets.size()),
-                                                        &who, response.get());
+        const ParameterList challenge = list(challengeText);
+        const ParameterList response = list(responseText);
+        const bool accepted = bmcoauth::tool::isAccepted(challenge, response, secrets, who);
         Explanation explanation =
-            bmcoauth::tool::explainResponse({challenge.get(), response.get(), secrets, who});
+            bmcoauth::tool::explainResponse(challenge, response, secrets, who);
         EXPECT_EQ(explanation.verdict, accepted ? Exit::success : Exit::invalid)
             << challengeText << responseText << secrets << explanation.rule;
         return explanation;
     }
 
+    static Explanation explainAnswer(const std::string& challengeText,
+                                     const bmcoauth::Credentials& given)
+    {
+        const ParameterList challenge = list(challengeText);
+        Explanation explanation = bmcoauth::tool::explainAnswer(challenge, given);
+        EXPECT_EQ(explanation.verdict,
+                  bmcoauth::respond(challenge, given) ? Exit::success : Exit::invalid)
+            << challengeText << given.secrets << explanation.rule;
+        return explanation;
+    }
+
     [[nodiscard]] std::string signature(const std::string& text) const
     {
-        const std::unique_ptr<EC_KEY, support::Releaser<EC_KEY_free>> key{
-            EVP_PKEY_get1_EC_KEY(&client.key())};
-        return support::HeapText{generateSignedResponseValue(text, key.get())}.get();
+        return std::string{bmcoauth::signProof(text, *bmcoauth::ecKeyOf(key))->view()};
     }
 
     const Identity client = Identity::selfSigned({.commonName = "client"});
-    const support::PayloadPtr certificate = support::certificateRecord({client.body()});
-    const std::string keys = R"({"otp":["other","12345678901234567890"],"none":[],"odd":[7,8]})";
+    const CertificateKey certificate = certificateKey({client.body()});
+    const PrivateKey key = privateKeyOf(client);
+    const std::string keys =
+        R"({"otp":["other","12345678901234567890"],"none":[],"odd":[7,8],"text":"no","empty":["",""]})";
 };
 
 // RFC 4226, appendix D: the last 8 digits of the truncated number for the moving factor 1.
@@ -525,7 +552,7 @@ TEST_F(ExplainResponse, NamesTheRuleThatIsBroken)
     const std::string both = R"({"C":"1","M":"1","T":["otp","software_id_cert-1.0"],"V":"token"})";
     const std::string proof = signature("token:client");
     const std::string good = R"({"R":["94287082",")" + proof + "\"]}";
-    EXPECT_EQ(explain(both, good, keys, certificate.get()).rule, "");
+    EXPECT_EQ(explain(both, good, keys, &certificate).rule, "");
     for (const Change& change : std::vector<Change>{
              {"\"T\":[\"otp\",\"software_id_cert-1.0\"],", "", "T"},
              {"\"C\":\"1\",", "", "M and C"},
@@ -546,25 +573,25 @@ TEST_F(ExplainResponse, NamesTheRuleThatIsBroken)
              {"token", "nekot", "certificate proof"},
          })
     {
-        EXPECT_EQ(explain(changed(both, change), good, keys, certificate.get()).rule, change.rule)
+        EXPECT_EQ(explain(changed(both, change), good, keys, &certificate).rule, change.rule)
             << change.from << " " << change.to;
     }
     EXPECT_EQ(explain(both, good, keys, nullptr).rule, "certificate");
-    EXPECT_EQ(explain(both, good, keys, support::certificateRecord({"AAAA"}).get()).rule,
-              "certificate");
-    EXPECT_EQ(explain(both, good, "", certificate.get()).rule, "keys");
-    EXPECT_EQ(explain(both, good, "[]", certificate.get()).rule, "keys");
-    EXPECT_EQ(explain(both, good, "{}", certificate.get()).rule, "one-time password of otp");
-    EXPECT_EQ(explain(both, R"({"r":"94287082"})", keys, certificate.get()).rule, "");
-    EXPECT_EQ(explain(both, R"({"S":"94287082"})", keys, certificate.get()).rule, "R");
-    EXPECT_EQ(explain(both, R"({"R":"087082"})", keys, certificate.get()).hint,
+    const CertificateKey none = certificateKey({"AAAA"});
+    EXPECT_EQ(explain(both, good, keys, &none).rule, "certificate");
+    EXPECT_EQ(explain(both, good, "", &certificate).rule, "keys");
+    EXPECT_EQ(explain(both, good, "[]", &certificate).rule, "keys");
+    EXPECT_EQ(explain(both, good, "{}", &certificate).rule, "one-time password of otp");
+    EXPECT_EQ(explain(both, R"({"r":"94287082"})", keys, &certificate).rule, "");
+    EXPECT_EQ(explain(both, R"({"S":"94287082"})", keys, &certificate).rule, "R");
+    EXPECT_EQ(explain(both, R"({"R":"087082"})", keys, &certificate).hint,
               "a one-time password has 8 digits");
     const Identity stranger = Identity::selfSigned({.commonName = "client"});
-    EXPECT_EQ(explain(both, good, keys, support::certificateRecord({stranger.body()}).get()).rule,
-              "certificate proof");
+    const CertificateKey other = certificateKey({stranger.body()});
+    EXPECT_EQ(explain(both, good, keys, &other).rule, "certificate proof");
     const Identity rsa = Identity::selfSigned({.commonName = "client", .group = "RSA"});
-    EXPECT_EQ(explain(both, good, keys, support::certificateRecord({rsa.body()}).get()).rule,
-              "certificate proof");
+    const CertificateKey rsaKey = certificateKey({rsa.body()});
+    EXPECT_EQ(explain(both, good, keys, &rsaKey).rule, "certificate proof");
 }
 
 TEST_F(ExplainResponse, SaysWhatAWrongPasswordWouldHaveBeenRightFor)
@@ -606,19 +633,124 @@ TEST_F(ExplainResponse, AgreesOnEveryCombination)
                     {
                         const std::string response =
                             std::string{"{"} + sent + "\"R\":" + proofs + "}";
-                        for (HandshakePayload* given :
-                             std::vector<HandshakePayload*>{certificate.get(), nullptr})
+                        for (const CertificateKey* given :
+                             std::vector<const CertificateKey*>{&certificate, nullptr})
                         {
                             accepted += explain(challenge, response, keys, given).rule.empty();
                         }
-                        accepted +=
-                            explain(challenge, response, "", certificate.get()).rule.empty();
+                        accepted += explain(challenge, response, "", &certificate).rule.empty();
                     }
                 }
             }
         }
     }
     EXPECT_GT(accepted, 50);
+}
+
+TEST_F(ExplainResponse, NamesTheRuleThatKeepsAChallengeFromAnAnswer)
+{
+    const std::string both = R"({"C":"1","M":"1","T":["otp","software_id_cert-1.0"],"V":"token"})";
+    const Credentials all{keys, &certificate, &key};
+    EXPECT_EQ(explainAnswer(both, all).rule, "");
+    for (const Change& change : std::vector<Change>{
+             {"\"T\":[\"otp\",\"software_id_cert-1.0\"],", "", "T"},
+             {"\"C\":\"1\",", "", "M and C"},
+             {"\"M\":\"1\",", "", "M and C"},
+             {"\"M\":\"1\"", "\"M\":\"0\"", "M"},
+             {"\"M\":\"1\"", "\"M\":\"+1\"", "M"},
+             {"\"M\":\"1\"", "\"M\":\"\"", "M"},
+             {"\"C\":\"1\"", "\"C\":\"1x\"", "C"},
+             {"\"C\":\"1\"", "\"C\":\"18446744073709551615\"", "C"},
+             {"\"C\":\"1\"", "\"C\":\"18446744073709551614\"", ""},
+             {"\"C\":\"1\",\"M\":\"1\",", "", "one-time password of otp"},
+             {"\"M\":\"1\"", "\"M\":\"2\"", ""},
+             {"\"otp\"", "\"pot\"", "one-time password of pot"},
+             {"\"otp\"", "\"none\"", "one-time password of none"},
+             {"\"otp\"", "\"odd\"", "one-time password of odd"},
+             {"\"otp\"", "\"text\"", "one-time password of text"},
+             {"\"otp\"", "\"empty\"", ""},
+             {",\"V\":\"token\"", "", "V"},
+             {"\"token\"", "\"\"", ""},
+         })
+    {
+        EXPECT_EQ(explainAnswer(changed(both, change), all).rule, change.rule)
+            << change.from << " " << change.to;
+    }
+    EXPECT_EQ(explainAnswer(both, {keys, nullptr, &key}).rule, "certificate");
+    const CertificateKey none = certificateKey({"AAAA"});
+    EXPECT_EQ(explainAnswer(both, {keys, &none, &key}).rule, "certificate");
+    const CertificateKey nameless =
+        certificateKey({Identity::selfSigned({.commonName = std::nullopt}).body()});
+    EXPECT_EQ(explainAnswer(both, {keys, &nameless, &key}).rule, "certificate");
+    const CertificateKey rsa =
+        certificateKey({Identity::selfSigned({.commonName = "client", .group = "RSA"}).body()});
+    EXPECT_EQ(explainAnswer(both, {keys, &rsa, &key}).rule, "");
+    EXPECT_EQ(explainAnswer(both, {"", &certificate, &key}).rule, "keys");
+    EXPECT_EQ(explainAnswer(both, {"[]", &certificate, &key}).rule, "keys");
+    EXPECT_EQ(explainAnswer(both, {"{}", &certificate, &key}).rule, "one-time password of otp");
+    EXPECT_EQ(explainAnswer(both, {keys, &certificate, nullptr}).rule, "key");
+    const PrivateKey large = privateKeyOf(Identity::selfSigned({.group = "secp384r1"}));
+    EXPECT_EQ(explainAnswer(both, {keys, &certificate, &large}).rule, "key");
+}
+
+TEST_F(ExplainResponse, NeedsForAnAnswerOnlyWhatTheChallengeAsksFor)
+{
+    const std::string certificateOnly = R"({"T":"software_id_cert-1.0","V":"token"})";
+    EXPECT_EQ(explainAnswer(certificateOnly, {"", &certificate, &key}).rule, "");
+    EXPECT_EQ(explainAnswer(certificateOnly, {"", &certificate, nullptr}).hint, "give --key");
+    EXPECT_EQ(explainAnswer(R"({"T":"software_id_cert-1.0"})", {"", &certificate, &key}).rule, "V");
+    EXPECT_EQ(explainAnswer(R"({"C":"x","M":"1","T":"otp"})", {keys}).saw, "C x");
+    EXPECT_EQ(explainAnswer(R"({"C":"1","M":"1","T":"otp"})", {keys}).rule, "");
+    // A token wants the certificate, whatever the type.
+    EXPECT_EQ(explainAnswer(R"({"C":"1","M":"1","T":"otp","V":"t"})", {keys}).rule, "certificate");
+    EXPECT_EQ(explainAnswer(R"({"T":"otp","V":"t"})", {keys, &certificate, nullptr}).wanted,
+              "both");
+}
+
+TEST_F(ExplainResponse, KnowsThatTheClientDrawsTheNumbers)
+{
+    EXPECT_EQ(explainAnswer(R"({"T":"otp"})", {keys}).rule, "");
+    EXPECT_EQ(explainAnswer(R"({"T":["otp","otp"]})", {keys}).rule, "");
+    EXPECT_EQ(explainAnswer(R"({"T":"odd"})", {keys}).saw, "no secret that is a string");
+    EXPECT_EQ(explainAnswer(R"({"T":"none"})", {keys}).rule, "one-time password of none");
+    EXPECT_EQ(explainAnswer(R"({"T":"otp"})", {""}).rule, "keys");
+    const ParameterList challenge = list(R"({"T":"otp"})");
+    EXPECT_THROW(static_cast<void>(bmcoauth::tool::explainAnswer(
+                     challenge, {R"({"otp":["one",2]})", nullptr, nullptr})),
+                 bmcoauth::tool::Stop);
+}
+
+TEST_F(ExplainResponse, AgreesOnEveryCombinationOfCredentials)
+{
+    int answered = 0;
+    for (const char* types :
+         {R"("otp")", R"("software_id_cert-1.0")", R"(["otp","software_id_cert-1.0"])",
+          R"(["software_id_cert-1.0","otp"])", R"(["software_id_cert-1.0","software_id_cert-1.0"])",
+          R"(["otp","pot"])", R"([])"})
+    {
+        for (const char* numbers : {"", R"("M":"1","C":"1",)", R"("M":"1",)", R"("C":"1",)",
+                                    R"("C":"0","M":"1",)", R"("C":"1","M":7,)"})
+        {
+            for (const char* token : {"", R"("V":"token",)", R"("V":[],)"})
+            {
+                const std::string challenge =
+                    std::string{"{"}.append(numbers).append(token).append("\"T\":").append(types) +
+                    "}";
+                for (const std::string& secrets : {keys, std::string{}, std::string{"{}"}})
+                {
+                    for (const CertificateKey* who :
+                         std::vector<const CertificateKey*>{&certificate, nullptr})
+                    {
+                        for (const PrivateKey* own : std::vector<const PrivateKey*>{&key, nullptr})
+                        {
+                            answered += explainAnswer(challenge, {secrets, who, own}).rule.empty();
+                        }
+                    }
+                }
+            }
+        }
+    }
+    EXPECT_GT(answered, 20);
 }
 
 // -------------------------------------------------------------------------------- certificates
@@ -634,10 +766,9 @@ struct ExplainCertificate : testing::Test
     static Explanation explain(std::initializer_list<std::string> bodies,
                                const std::optional<std::string>& name = std::nullopt)
     {
-        const support::PayloadPtr record = support::certificateRecord(bodies);
-        const bool accepted = validate_x509_jwk(record.get(), name ? name->c_str() : nullptr) == 1;
-        Explanation explanation = bmcoauth::tool::explainCertificate(record.get(), name);
-        EXPECT_EQ(explanation.verdict, accepted ? Exit::success : Exit::invalid)
+        const CertificateKey chain = certificateKey(bodies);
+        Explanation explanation = bmcoauth::tool::explainCertificate(chain, name);
+        EXPECT_EQ(explanation.verdict, chain.isValid(name) ? Exit::success : Exit::invalid)
             << explanation.rule << explanation.saw;
         return explanation;
     }
@@ -731,29 +862,25 @@ struct ExplainEnvelope : testing::Test
 {
     ExplainEnvelope()
     {
-        HandshakePayload* peer = receiverRecord.get();
+        HandshakePayload* peer = receiverKey.parameters().get();
         const std::string der = sender.privateKeyDer();
         char* rawMac = nullptr;
         const std::string data = "some text";
-        const support::HeapText body{
-            ecies_encrypt(data.c_str(), static_cast<unsigned int>(data.size()), &peer, &rawMac,
-                          bytesOf(der), lengthOf(der), "000102030405060708090a0b0c0d0e0f")};
-        sealed.ciphertext = body.get();
-        sealed.mac = support::HeapText{rawMac}.get();
         sealed.iv = "000102030405060708090a0b0c0d0e0f";
+        sealed.ciphertext =
+            Text{ecies_encrypt(data.c_str(), static_cast<unsigned int>(data.size()), &peer, &rawMac,
+                               bytesOf(der), lengthOf(der), sealed.iv.c_str())}
+                .view();
+        sealed.mac = Text{rawMac}.view();
     }
 
     static Explanation explain(const bmcoauth::tool::SealedDocument& document, const Identity& own,
-                               HandshakePayload* peer)
+                               const CertificateKey& peer)
     {
-        const std::string der = own.privateKeyDer();
-        unsigned int length = 0;
-        const support::HeapText opened{
-            ecies_decrypt(document.ciphertext.c_str(), &length, bytesOf(der), lengthOf(der),
-                          document.mac.c_str(), &peer, document.iv.c_str())};
-        Explanation explanation =
-            bmcoauth::tool::explainEnvelope(document, bytesOf(der), lengthOf(der), peer);
-        EXPECT_EQ(explanation.verdict, opened ? Exit::success : Exit::invalid)
+        const PrivateKey key = privateKeyOf(own);
+        Explanation explanation = bmcoauth::tool::explainEnvelope(document.view(), peer, key);
+        EXPECT_EQ(explanation.verdict,
+                  bmcoauth::open(document.view(), peer, key) ? Exit::success : Exit::invalid)
             << explanation.rule << explanation.saw;
         return explanation;
     }
@@ -766,13 +893,13 @@ struct ExplainEnvelope : testing::Test
         document.ciphertext = ciphertext;
         document.mac = mac;
         document.iv = iv;
-        return explain(document, receiver, senderRecord.get());
+        return explain(document, receiver, senderKey);
     }
 
     const Identity sender = Identity::selfSigned({});
     const Identity receiver = Identity::selfSigned({});
-    const support::PayloadPtr senderRecord = support::certificateRecord({sender.body()});
-    const support::PayloadPtr receiverRecord = support::certificateRecord({receiver.body()});
+    const CertificateKey senderKey = certificateKey({sender.body()});
+    const CertificateKey receiverKey = certificateKey({receiver.body()});
     bmcoauth::tool::SealedDocument sealed{};
 };
 
@@ -787,12 +914,11 @@ TEST_F(ExplainEnvelope, NamesTheRuleThatIsBroken)
     EXPECT_EQ(explain(ciphertext, "*", iv).rule, "mac");
     EXPECT_EQ(explain(ciphertext, mac.substr(0, 40), iv).saw, "30 bytes");
     EXPECT_EQ(explain(ciphertext.substr(0, 40), mac, iv).rule, "mac");
-    EXPECT_EQ(explain(sealed, Identity::selfSigned({}), senderRecord.get()).rule, "mac");
-    EXPECT_EQ(explain(sealed, receiver, support::certificateRecord({"AAAA"}).get()).rule, "peer");
+    EXPECT_EQ(explain(sealed, Identity::selfSigned({}), senderKey).rule, "mac");
+    EXPECT_EQ(explain(sealed, receiver, certificateKey({"AAAA"})).rule, "peer");
     const Identity large = Identity::selfSigned({.group = "secp384r1"});
-    EXPECT_EQ(explain(sealed, receiver, support::certificateRecord({large.body()}).get()).saw,
-              "a key on P-384");
-    const Explanation own = explain(sealed, receiver, receiverRecord.get());
+    EXPECT_EQ(explain(sealed, receiver, certificateKey({large.body()})).saw, "a key on P-384");
+    const Explanation own = explain(sealed, receiver, receiverKey);
     EXPECT_NE(own.hint.find("the certificate of the own key"), std::string::npos) << own.hint;
 }
 

@@ -173,6 +173,39 @@ class Handshake(Explain):
                 self.assertEqual(document.get("rule"), rule)
                 self.assertNotIn(response["R"][0], document.get("wanted", ""))
 
+    def test_gives_the_verdict_of_respond(self):
+        self.pki("--device", "a")
+        self.write("keys.json", {"otp": ["one", "two"], "odd": [7], "mixed": ["one", 2]})
+        all_of_it = ["--keys", "keys.json", "--certificate", "pki/a.pem", "--key", "pki/a.key"]
+        proof = "software_id_cert-1.0"
+        for challenge, given, rule in (
+            ({"T": ["otp", proof], "M": "1", "C": "1", "V": "t"}, all_of_it, None),
+            ({"T": ["otp", proof], "M": "1", "C": "1", "V": "t"}, all_of_it[:4], "key"),
+            ({"T": ["otp", proof], "M": "1", "C": "1", "V": "t"}, all_of_it[:2], "certificate"),
+            ({"T": ["otp", proof], "M": "1", "C": "1", "V": "t"}, all_of_it[2:], "keys"),
+            ({"T": ["otp", proof], "M": "0", "C": "1", "V": "t"}, all_of_it, "M"),
+            ({"T": ["otp", proof], "M": "1", "V": "t"}, all_of_it, "M and C"),
+            ({"T": ["otp", proof], "V": "t"}, all_of_it, "one-time password of otp"),
+            ({"T": ["otp", proof], "M": "1", "C": "1"}, all_of_it, "V"),
+            ({"T": "pot", "M": "1", "C": "1"}, all_of_it, "one-time password of pot"),
+            ({"T": "odd"}, all_of_it, "one-time password of odd"),
+            ({"T": proof, "V": "t"}, all_of_it[2:], None),
+            ({"T": "otp"}, all_of_it[:2], None),
+        ):
+            with self.subTest(rule):
+                self.write("challenge.json", {"handshake_challenge": challenge})
+                arguments = ["--challenge", "challenge.json", *given]
+                document = self.explain(
+                    *("handshake", "explain", "--respond", *arguments),
+                    judge=["handshake", "respond", *arguments],
+                )
+                self.assertEqual(document.get("rule"), rule)
+        explain = ["handshake", "explain", "--challenge", "challenge.json", "--keys", "keys.json"]
+        self.write("challenge.json", {"T": "mixed"})
+        self.refused(INVALID, "leaves it to chance", *explain, "--respond")
+        self.refused(USAGE, "--respond takes no response", *explain, "--respond", "-")
+        self.refused(USAGE, "--key needs --respond", *explain, "--key", "pki/a.key")
+
 
 class Certificate(Explain):
     def certificate(self, *arguments):
