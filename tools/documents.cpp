@@ -83,8 +83,27 @@ std::string shown(std::string_view text)
     return printable ? std::string{text} : harmless(textOf(std::string{text}));
 }
 
+namespace
+{
+
+/** Standard input is there once: a second document from it would be an empty one. */
+void takeStandardInput()
+{
+    static bool taken = false;
+    if (std::exchange(taken, true))
+    {
+        throw Stop{Exit::usage, "only one document can come from standard input"};
+    }
+}
+
+} // namespace
+
 std::string readBytes(const std::string& path)
 {
+    if (path == "-")
+    {
+        takeStandardInput();
+    }
     const FilePtr file{path == "-" ? nullptr : std::fopen(path.c_str(), "re")};
     std::FILE* const input = path == "-" ? stdin : file.get();
     if (input == nullptr)

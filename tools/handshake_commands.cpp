@@ -84,6 +84,10 @@ void checkCertificate(const CertificateKey* certificate, const CheckOptions& opt
 
 void check(const CheckOptions& options)
 {
+    if (options.name && !options.chain)
+    {
+        throw Stop{Exit::usage, "--name needs --chain: without it no name is checked"};
+    }
     const ParameterList asked = readParameters(options.challenge, challengeMember);
     const ParameterList response = readParameters(options.path, responseMember);
     const std::string secrets = readSecrets(options.keys);
@@ -129,8 +133,16 @@ struct KeysOptions
 
 void makeKeys(const KeysOptions& options)
 {
+    constexpr std::size_t longestName = 49;
+    const std::string lastName = options.prefix + std::to_string(options.keys) + ".0";
+    if (options.keys != 0 && lastName.size() > longestName)
+    {
+        throw Stop{Exit::usage, "the prefix is too long: " + std::to_string(lastName.size()) +
+                                    " characters in the name of a type, which has " +
+                                    std::to_string(longestName) + " at most"};
+    }
     print(orStop(generateSecrets(options.prefix, options.keys, options.tokens, options.length),
-                 "no keys could be made: the random device failed, or the prefix is too long")
+                 "no keys could be made: the random device failed")
               .view());
 }
 

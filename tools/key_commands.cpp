@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command.hpp"
 #include "documents.hpp"
+#include "keys.hpp"
 
 #include <sys/stat.h>
 
@@ -19,6 +20,10 @@ struct Options
 
 void generate(const Options& options)
 {
+    if (options.path == "-")
+    {
+        throw Stop{Exit::usage, "a private key is written to a file, not to standard output"};
+    }
     struct stat status
     {
     };
@@ -41,7 +46,7 @@ void generate(const Options& options)
 
 void check(const Options& options)
 {
-    requireReadable(options.path);
+    requireKeyFile(options.path);
     if (!keyFileIsSound(options.path))
     {
         throw Stop{Exit::invalid,

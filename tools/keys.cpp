@@ -4,13 +4,18 @@
 namespace bmcoauth::tool
 {
 
-PrivateKey readPrivateKey(const std::string& path)
+void requireKeyFile(const std::string& path)
 {
     if (path == "-")
     {
         throw Stop{Exit::usage, "a private key is read from a file, not from standard input"};
     }
     requireReadable(path);
+}
+
+PrivateKey readPrivateKey(const std::string& path)
+{
+    requireKeyFile(path);
     Expected<PrivateKey> key = PrivateKey::fromFile(path);
     // A file may hold a key on another curve, by which nothing is signed or opened.
     return orStop(key && ecKeyOf(*key) ? std::move(key) : Error::refused,

@@ -35,7 +35,10 @@ public:
         fs::create_directories(directory, error);
         if (!fs::is_directory(directory, error))
         {
-            throw Stop{Exit::failure, "cannot make the directory " + path};
+            throw Stop{
+                Exit::failure,
+                "cannot make the directory " + path + ": " +
+                    (error ? error : std::make_error_code(std::errc::not_a_directory)).message()};
         }
     }
 
@@ -106,6 +109,24 @@ void checkName(const std::string& name)
     }
 }
 
+/** The names of the devices, each of which begins the names of files. */
+std::vector<std::string> checkedNames(const std::vector<std::string>& given)
+{
+    if (given.empty())
+    {
+        return {"dev-device"};
+    }
+    for (auto name = given.begin(); name != given.end(); ++name)
+    {
+        checkName(*name);
+        if (std::find(given.begin(), name, *name) != name)
+        {
+            throw Stop{Exit::usage, "--device " + *name + " is given twice"};
+        }
+    }
+    return given;
+}
+
 void writeDevice(Output& output, const std::string& name, const Identity& issuer,
                  const std::string& intermediates)
 {
@@ -129,9 +150,7 @@ void writeDevice(Output& output, const std::string& name, const Identity& issuer
 
 void makePki(const Options& options)
 {
-    const std::vector<std::string> names =
-        options.devices.empty() ? std::vector<std::string>{"dev-device"} : options.devices;
-    std::ranges::for_each(names, checkName);
+    const std::vector<std::string> names = checkedNames(options.devices);
     Output output{options.directory, options.json};
     const Identity production = makeAuthority("Development production root", nullptr);
     const Identity development = makeAuthority("Development root", nullptr);

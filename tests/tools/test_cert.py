@@ -65,11 +65,14 @@ class PkiMake(ToolTest):
     def test_refuses_names_that_are_none(self):
         for name in ("", "../x", "a b", "x" * 18, "\x1b"):
             self.refused(USAGE, "--device takes", "pki", "make", "pki", "--device", name)
+        twice = ["--device", "a", "--device", "b", "--device", "a"]
+        self.refused(USAGE, "--device a is given twice", "pki", "make", "pki", *twice)
         self.assertFalse((self.directory / "pki").exists())
 
     def test_tells_when_it_cannot_write(self):
         self.write("file", "")
-        self.refused(FAILURE, "cannot make the directory", "pki", "make", "file")
+        self.refused(FAILURE, "cannot make the directory file: Not a dir", "pki", "make", "file")
+        self.refused(FAILURE, "cannot make the directory file/x: Not a dir", "pki", "make", "file/x")
 
 
 class Encode(ToolTest):

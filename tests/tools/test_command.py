@@ -106,6 +106,25 @@ class CommandLine(ToolTest):
     def test_takes_no_private_key_from_standard_input(self):
         for verb in ("issue", "verify", "explain"):
             self.refused(USAGE, "from a file, not from", "token", verb, "--key", "-", text="x")
+        self.refused(USAGE, "from a file, not from", "key", "check", "-", text="x")
+
+    def test_writes_no_key_to_a_file_named_like_standard_output(self):
+        self.key()
+        self.refused(USAGE, "to a file, not to", "key", "generate", "-")
+        self.refused(USAGE, "--out takes a file", *"key convert --to pem --out - key.pem".split())
+        self.assertEqual([path.name for path in self.directory.iterdir()], ["key.pem"])
+
+    def test_takes_one_document_from_standard_input(self):
+        for verb in (
+            ("handshake", "explain", "--challenge", "-"),
+            ("handshake", "attach", "--sealed", "-"),
+            ("handshake", "check", "--challenge", "-"),
+        ):
+            outcome = self.tool(*verb, text='{"T":"otp","ciphertext":"a","mac":"b","iv":"c"}')
+            self.assertEqual((outcome.status, outcome.out), (USAGE, b""), outcome.err)
+            self.assertEqual(
+                outcome.err, b"bmcoauth: only one document can come from standard input\n"
+            )
 
 
 class Error(ToolTest):

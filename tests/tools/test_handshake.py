@@ -171,7 +171,11 @@ class HandshakeKeys(ToolTest):
         self.assertEqual(len(keys["k1.0"][0]), 2)
 
     def test_refuses_a_prefix_that_is_too_long(self):
-        self.refused(1, "prefix is too long", "handshake", "keys", "--prefix", "k" * 50)
+        keys = ["handshake", "keys", "--prefix"]
+        self.assertEqual(list(self.good_json(*keys, "k" * 46)), ["k" * 46 + "1.0"])
+        self.refused(USAGE, "too long: 50 characters .* 49 at most", *keys, "k" * 47)
+        self.refused(USAGE, "too long: 50 characters", *keys, "k" * 46, "--keys", "10")
+        self.assertEqual(self.good_json(*keys, "k" * 99, "--keys", "0"), {})
 
 
 class Handshake(ToolTest):
@@ -282,6 +286,8 @@ class Handshake(ToolTest):
         self.assertEqual(self.good(*chain, text=text), "accepted, chain verified")
         self.assertEqual(self.good(*chain, "--name", "a", text=text), "accepted, chain verified")
         self.refused(INVALID, "name of the first is wrong", *chain, "--name", "b", text=text)
+        alone = [argument for argument in chain if argument != "--chain"]
+        self.refused(USAGE, "--name needs --chain", *alone, "--name", "a", text=text)
 
     def test_chain_to_another_root_is_refused(self):
         self.good("pki", "make", "other", warning=PKI_WARNING)
