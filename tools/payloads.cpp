@@ -15,25 +15,47 @@ namespace
 constexpr const char* x5c = "x5c";
 
 /** The certificates in the PEM text @p text, without what stands around them: a comment before a
- *  certificate or a carriage return would become a part of it. */
-std::string certificatesOnly(const std::string& text)
+ *  certificate or a carriage return would become a part of it. Stops the command where one has no
+ *  end: without it, the one before would pass for the last, which is the one that is verified. */
+std::vector<std::string> certificatesIn(std::string text, const std::string& path)
 {
     const std::string begin = "-----BEGIN CERTIFICATE-----";
     const std::string end = "-----END CERTIFICATE-----";
-    std::string certificates;
-    for (std::size_t position = 0;;)
+    std::erase(text, '\r');
+    std::vector<std::string> certificates;
+    for (std::size_t first = text.find(begin); first != std::string::npos;
+         first = text.find(begin, first))
     {
-        const std::size_t first = text.find(begin, position);
         const std::size_t last = text.find(end, first);
-        if (first == std::string::npos || last == std::string::npos)
+        if (last == std::string::npos)
         {
-            break;
+            throw Stop{Exit::invalid, nameOf(path) + " is cut off in certificate " +
+                                          std::to_string(certificates.size() + 1)};
         }
-        position = last + end.size();
-        certificates += text.substr(first, position - first) + "\n";
+        certificates.push_back(text.substr(first, last + end.size() - first));
+        first = last;
     }
-    std::erase(certificates, '\r');
     return certificates;
+}
+
+/** The chain of the certificates in the PEM text @p text; a stop where the library would refuse
+ *  one of them, which it does without a word. */
+std::string chainIn(const std::string& text, const std::string& path)
+{
+    const std::vector<std::string> certificates = certificatesIn(text, path);
+    std::string chain;
+    for (std::size_t i = 0; i < certificates.size(); ++i)
+    {
+        if (!isCertificate(certificates[i]))
+        {
+            throw Stop{Exit::invalid,
+                       "certificate " + std::to_string(i + 1) + " of " +
+                           std::to_string(certificates.size()) + " in " + nameOf(path) +
+                           " is refused: it cannot be read or its common name is empty"};
+        }
+        chain.append(certificates[i]).append("\n");
+    }
+    return chain;
 }
 
 /** The certificate key that @p document is, or the first one that it holds: a register request has
@@ -45,20 +67,20 @@ Json::Value firstKey(const Json::Value& document)
     return keys.isArray() && !keys.empty() ? keys[0] : document;
 }
 
-Expected<CertificateKey> certificateKeyOf(const std::string& text)
+Expected<CertificateKey> certificateKeyOf(const std::string& text, const std::string& path)
 {
     if (const Expected<Json::Value> document = parseJson(text))
     {
         return CertificateKey::parse(textOf(firstKey(*document)));
     }
-    return CertificateKey::fromPem(certificatesOnly(text));
+    return CertificateKey::fromPem(chainIn(text, path));
 }
 
 } // namespace
 
 CertificateKey readCertificateKey(const std::string& path)
 {
-    Expected<CertificateKey> key = certificateKeyOf(readText(path));
+    Expected<CertificateKey> key = certificateKeyOf(readText(path), path);
     return orStop(key && sizeOf(*key) != 0 ? std::move(key) : Error::refused,
                   nameOf(path) + " holds neither certificates in PEM form nor a certificate key "
                                  "(JSON) with \"x5c\"",

@@ -103,10 +103,23 @@ class Encode(ToolTest):
         )
 
     def test_refuses_what_is_no_certificate(self):
-        for text in ("", "{}", '{"x5c":[]}', '{"x5c":7}', "-----BEGIN CERTIFICATE-----\nAA\n"):
+        for text in ("", "{}", '{"x5c":[]}', '{"x5c":7}', "-----END CERTIFICATE-----\n"):
             self.write("none.pem", text)
             self.refused(INVALID, "none.pem holds neither", "cert", "encode", "none.pem")
         self.refused(INVALID, "holds neither", "cert", "encode", "pki/a.key")
+
+    def test_names_the_certificate_of_a_chain_that_is_broken(self):
+        chain = (self.directory / "pki/a-chain.pem").read_text()
+        end = "-----END CERTIFICATE-----\n"
+        first, second, third, _ = chain.split(end)
+        for name, text, reason in (
+            ("cut.pem", chain[:-10], "cut.pem is cut off in certificate 3"),
+            ("begun.pem", "-----BEGIN CERTIFICATE-----\nAA\n", "begun.pem is cut off in certificate 1"),
+            ("bad.pem", end.join((first, second.replace("M", "*"), third, "")), "certificate 2 of 3 in bad.pem is refused"),
+        ):
+            self.write(name, text)
+            for verb in ("encode", "check", "chain", "explain"):
+                self.refused(INVALID, reason, "cert", verb, name)
 
     def test_refuses_what_is_no_text(self):
         self.refuses_what_is_no_text("cert", "encode", "@")
