@@ -54,12 +54,14 @@ void require(bool holds, const char* rule)
 
 std::string nextText(FuzzedDataProvider& input)
 {
-    return input.ConsumeRandomLengthString().c_str();
+    const std::string text = input.ConsumeRandomLengthString();
+    return text.substr(0, text.find('\0'));
 }
 
 std::string wholeText(const std::uint8_t* data, std::size_t size)
 {
-    return std::string{reinterpret_cast<const char*>(data), size}.c_str();
+    const std::string text{reinterpret_cast<const char*>(data), size};
+    return text.substr(0, text.find('\0'));
 }
 
 const Party& device()
