@@ -362,7 +362,7 @@ std::string field(const JournalEntries::Entry& entry, std::string_view name)
 namespace interposed
 {
 
-bool clockStopped(std::time_t& seconds)
+bool clockStopped(std::int64_t& seconds)
 {
     seconds = clockSeconds;
     return clockMode != machineClock;

@@ -86,6 +86,12 @@ constinit Real<ssize_t(int, void*, std::size_t)> realRead{"read"};
 constinit Real<std::time_t(std::time_t*)> realTime{"time"};
 constinit Real<std::tm*(const std::time_t*, std::tm*)> realGmtimeR{"gmtime_r"};
 constinit Real<ssize_t(int, const msghdr*, int)> realSendmsg{"sendmsg"};
+#if __TIMESIZE == 32
+// As 32-bit systems name what is built for times beyond 2038.
+constinit Real<std::int64_t(std::int64_t*)> realTime64{"__time64"};
+constinit Real<std::tm*(const std::int64_t*, std::tm*)> realGmtime64R{"__gmtime64_r"};
+constinit Real<ssize_t(int, const msghdr*, int)> realSendmsg64{"__sendmsg64"};
+#endif
 
 /** Whether this allocation is the one to fail; errno is then set as by the real one. */
 bool failsNow()
@@ -263,6 +269,52 @@ void* newBlock(std::size_t size)
         throw std::bad_alloc{};
     }
     return block;
+}
+
+template <typename Seconds>
+Seconds timeAnywhere(Seconds* out, Real<Seconds(Seconds*)>& real)
+{
+    std::int64_t seconds = 0;
+    if (!clockStopped(seconds))
+    {
+        return (*real)(out);
+    }
+    if (out != nullptr)
+    {
+        *out = static_cast<Seconds>(seconds);
+    }
+    return static_cast<Seconds>(seconds);
+}
+
+template <typename Seconds>
+std::tm* gmtimeAnywhere(const Seconds* seconds, std::tm* out,
+                        Real<std::tm*(const Seconds*, std::tm*)>& real)
+{
+    if (clockBroken())
+    {
+        errno = EOVERFLOW;
+        return nullptr;
+    }
+    return (*real)(seconds, out);
+}
+
+ssize_t sendmsgAnywhere(int descriptor, const msghdr& message, int flags,
+                        Real<ssize_t(int, const msghdr*, int)>& real)
+{
+    if (!goesToJournal(message))
+    {
+        return (*real)(descriptor, &message, flags);
+    }
+    const QuietAllocations quiet;
+    std::string datagram;
+    for (std::size_t part = 0; part < message.msg_iovlen; ++part)
+    {
+        const iovec& piece = message.msg_iov[part];
+        datagram.append(static_cast<const char*>(piece.iov_base), piece.iov_len);
+    }
+    const int error = sendFake(datagram);
+    errno = error != 0 ? error : errno;
+    return error != 0 ? -1 : static_cast<ssize_t>(datagram.size());
 }
 
 } // namespace
@@ -454,44 +506,34 @@ extern "C"
 
     std::time_t time(std::time_t* out) noexcept
     {
-        std::time_t seconds = 0;
-        if (!clockStopped(seconds))
-        {
-            return (*realTime)(out);
-        }
-        if (out != nullptr)
-        {
-            *out = seconds;
-        }
-        return seconds;
+        return timeAnywhere(out, realTime);
     }
 
     std::tm* gmtime_r(const std::time_t* seconds, std::tm* out) noexcept
     {
-        if (clockBroken())
-        {
-            errno = EOVERFLOW;
-            return nullptr;
-        }
-        return (*realGmtimeR)(seconds, out);
+        return gmtimeAnywhere(seconds, out, realGmtimeR);
     }
+
+#if __TIMESIZE == 32
+    std::int64_t __time64(std::int64_t* out) noexcept
+    {
+        return timeAnywhere(out, realTime64);
+    }
+
+    std::tm* __gmtime64_r(const std::int64_t* seconds, std::tm* out) noexcept
+    {
+        return gmtimeAnywhere(seconds, out, realGmtime64R);
+    }
+
+    ssize_t __sendmsg64(int descriptor, const msghdr* message, int flags)
+    {
+        return sendmsgAnywhere(descriptor, *message, flags, realSendmsg64);
+    }
+#endif
 
     ssize_t sendmsg(int descriptor, const msghdr* message, int flags)
     {
-        if (!goesToJournal(*message))
-        {
-            return (*realSendmsg)(descriptor, message, flags);
-        }
-        const QuietAllocations quiet;
-        std::string datagram;
-        for (std::size_t part = 0; part < message->msg_iovlen; ++part)
-        {
-            const iovec& piece = message->msg_iov[part];
-            datagram.append(static_cast<const char*>(piece.iov_base), piece.iov_len);
-        }
-        const int error = sendFake(datagram);
-        errno = error != 0 ? error : errno;
-        return error != 0 ? -1 : static_cast<ssize_t>(datagram.size());
+        return sendmsgAnywhere(descriptor, *message, flags, realSendmsg);
     }
 
 } // extern "C"

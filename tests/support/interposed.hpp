@@ -5,6 +5,7 @@
 #include "support/heap_ledger.hpp"
 
 #include <atomic>
+#include <cstdint>
 
 /** What stands between the replaced calls of the operating system and the fakes. */
 namespace support::interposed
@@ -69,7 +70,7 @@ private:
 int realOpen(const char* path, int flags, mode_t mode);
 
 /** Whether the clock is a fake one, and what it gives. */
-bool clockStopped(std::time_t& seconds);
+bool clockStopped(std::int64_t& seconds);
 bool clockBroken();
 
 /** A descriptor, -1 with errno set, or FakeFiles::notMapped where the machine answers. The path of
