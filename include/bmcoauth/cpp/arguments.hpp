@@ -25,8 +25,9 @@ namespace bmcoauth
 inline namespace v1
 {
 
-/** Texts and bytes that are borrowed for a call. */
+/** Texts that are borrowed for a call. */
 using TextSpan = std::span<const std::string_view>;
+/** Bytes that are borrowed for a call. */
 using ByteSpan = std::span<const unsigned char>;
 
 /** What these headers are made with; a caller has no use for it. */
@@ -76,6 +77,7 @@ public:
         wipe(first.data(), firstUsed);
     }
 
+    /** A copy of `text`. */
     [[nodiscard]] char* text(std::string_view text) noexcept
     {
         if (text.find('\0') != std::string_view::npos)
@@ -171,6 +173,7 @@ public:
         return nullptr;
     }
 
+    /** What has gone wrong, if anything has. */
     [[nodiscard]] std::optional<Error> failure() const noexcept
     {
         return failed ? std::optional{problem} : std::nullopt;

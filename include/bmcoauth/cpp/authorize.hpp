@@ -27,18 +27,26 @@ inline namespace v1
 /** One entry of a policy list. */
 struct Policy
 {
+    /** The policy's name. */
     std::string_view name = {};
+    /** What it says. */
     std::string_view value = {};
 };
 
 /** What a token request is made of: a refresh token or a handshake response, and the rest. */
 struct TokenRequestParts
 {
+    /** The member "client_id". */
     std::string_view clientId = {};
+    /** The member "client_secret". */
     std::string_view clientSecret = {};
+    /** The member "state". */
     std::string_view state = {};
+    /** The member "refresh_token". */
     std::optional<std::string_view> refreshToken = {};
+    /** The member "kest_policy_auth". */
     std::span<const Policy> policy = {};
+    /** The handshake response; null for none. */
     const ParameterList* handshake = nullptr;
 };
 
@@ -48,13 +56,14 @@ class TokenRequest : public detail::Record<AuthorizeRequest, free_authorize_requ
 public:
     using Record::Record;
 
-    /** parse_authorize_request */
+    /** The request that the JSON text `text` holds: parse_authorize_request. */
     [[nodiscard]] static Expected<TokenRequest> parse(std::string_view text)
     {
         return detail::made<TokenRequest>(::parse_authorize_request, text);
     }
 
-    /** create_authorize_request, which fails here where a part of the request cannot be copied. */
+    /** A request of these parts: create_authorize_request, which fails here where a part of
+     *  the request cannot be copied. */
     [[nodiscard]] static Expected<TokenRequest> of(const TokenRequestParts& parts)
     {
         detail::Arguments in;
@@ -82,7 +91,7 @@ public:
         return request;
     }
 
-    /** write_authorize_request; Error::missing where that would throw. */
+    /** Its JSON text: write_authorize_request; Error::missing where that would throw. */
     [[nodiscard]] Expected<Text> write() const
     {
         if (!clientId() || !clientSecret() || !state() || hasEmptyParameter())
@@ -92,19 +101,22 @@ public:
         return detail::ownedOrRefused<Text>(::write_authorize_request(get()));
     }
 
-    /** The texts of the record; absent where they are null. */
+    /** The member "client_id", if it is there. */
     [[nodiscard]] std::optional<std::string_view> clientId() const noexcept
     {
         return field(&AuthorizeRequest::client_id);
     }
+    /** The member "client_secret", if it is there. */
     [[nodiscard]] std::optional<std::string_view> clientSecret() const noexcept
     {
         return field(&AuthorizeRequest::client_secret);
     }
+    /** The member "state", if it is there. */
     [[nodiscard]] std::optional<std::string_view> state() const noexcept
     {
         return field(&AuthorizeRequest::state);
     }
+    /** The member "refresh_token", if it is there. */
     [[nodiscard]] std::optional<std::string_view> refreshToken() const noexcept
     {
         return field(&AuthorizeRequest::refresh_token);
@@ -135,10 +147,15 @@ private:
 /** What a token response is made of. */
 struct TokenResponseParts
 {
+    /** The member "access_token". */
     std::string_view accessToken = {};
+    /** The member "state". */
     std::string_view state = {};
+    /** The member "refresh_token". */
     std::string_view refreshToken = {};
+    /** The member "expires_in", in seconds. */
     std::string_view expiresIn = {};
+    /** The member "token_type". */
     std::string_view tokenType = "bearer";
 };
 
@@ -148,12 +165,12 @@ class TokenResponse : public detail::Record<AuthorizeResponse, free_authorize_re
 public:
     using Record::Record;
 
-    /** parse_authorize_response */
+    /** The response that the JSON text `text` holds: parse_authorize_response. */
     [[nodiscard]] static Expected<TokenResponse> parse(std::string_view text)
     {
         return detail::made<TokenResponse>(::parse_authorize_response, text);
     }
-    /** create_authorize_response */
+    /** A response of these parts: create_authorize_response. */
     [[nodiscard]] static Expected<TokenResponse> of(const TokenResponseParts& parts)
     {
         return detail::made<TokenResponse>(::create_authorize_response, parts.state,
@@ -161,7 +178,7 @@ public:
                                            parts.tokenType);
     }
 
-    /** write_authorize_response; Error::missing where that would throw. */
+    /** Its JSON text: write_authorize_response; Error::missing where that would throw. */
     [[nodiscard]] Expected<Text> write() const
     {
         if (!accessToken() || !state() || !refreshToken() || !expiresIn() || !tokenType())
@@ -171,27 +188,32 @@ public:
         return detail::ownedOrRefused<Text>(::write_authorize_response(get()));
     }
 
-    /** The texts of the record; absent where they are null. */
+    /** The member "access_token", if it is there. */
     [[nodiscard]] std::optional<std::string_view> accessToken() const noexcept
     {
         return field(&AuthorizeResponse::access_token);
     }
+    /** The member "state", if it is there. */
     [[nodiscard]] std::optional<std::string_view> state() const noexcept
     {
         return field(&AuthorizeResponse::state);
     }
+    /** The member "refresh_token", if it is there. */
     [[nodiscard]] std::optional<std::string_view> refreshToken() const noexcept
     {
         return field(&AuthorizeResponse::refresh_token);
     }
+    /** The member "expires_in", if it is there. */
     [[nodiscard]] std::optional<std::string_view> expiresIn() const noexcept
     {
         return field(&AuthorizeResponse::expires_in);
     }
+    /** The member "token_type", if it is there. */
     [[nodiscard]] std::optional<std::string_view> tokenType() const noexcept
     {
         return field(&AuthorizeResponse::token_type);
     }
+    /** The record's issued_at, which is not written, if it is there. */
     [[nodiscard]] std::optional<std::string_view> issuedAt() const noexcept
     {
         return field(&AuthorizeResponse::issued_at);
@@ -205,10 +227,13 @@ struct TokenGrant
     std::string_view state = {};
     /** "EC OAuth Token" and "EC" where they are absent. */
     std::optional<std::string_view> subject = {};
+    /** The claim "iss". */
     std::optional<std::string_view> issuer = {};
     /** Not 0, for which the library would take an hour. */
     std::uint32_t lifetimeSeconds = 3600;
+    /** The member "token_type" of the response. */
     std::string_view tokenType = "bearer";
+    /** The claim "scope". */
     std::span<const ScopeEntry> scopes = {};
 };
 

@@ -32,11 +32,13 @@ inline namespace v1
 /** An owner of OpenSSL's X509. */
 struct CertificateReleaser
 {
+    /** Releases `certificate`. */
     void operator()(X509* certificate) const noexcept
     {
         X509_free(certificate);
     }
 };
+/** Owns an X509. */
 using Certificate = std::unique_ptr<X509, CertificateReleaser>;
 
 /** What verifying a chain has shown. */
@@ -92,7 +94,7 @@ public:
         const char* const name = in.maybe(commonName);
         return !in.failure() && ::validate_x509_jwk(list.get(), name) == 1;
     }
-    /** chainVerify */
+    /** Where the last certificate of the chain leads: chainVerify. */
     [[nodiscard]] Chain verifyChain() const
     {
         const int result = ::chainVerify(list.get());

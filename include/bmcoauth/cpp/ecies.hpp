@@ -28,23 +28,31 @@ inline namespace v1
 /** A sealed envelope: Base64 of the ciphertext and of its MAC, and the IV in hexadecimal. */
 struct Envelope
 {
+    /** What has been sealed, in Base64. */
     Text ciphertext;
+    /** The MAC over it, in Base64. */
     Text mac;
+    /** The IV, 32 hexadecimal digits. */
     Text iv;
 };
 
 /** The same, borrowed. */
 struct EnvelopeView
 {
+    /** What has been sealed, in Base64. */
     std::string_view ciphertext;
+    /** The MAC over it, in Base64. */
     std::string_view mac;
+    /** The IV, 32 hexadecimal digits. */
     std::string_view iv;
 
+    /** Looks at these three. */
     EnvelopeView(std::string_view ciphertextText, std::string_view macText,
                  std::string_view ivText) noexcept
         : ciphertext{ciphertextText}, mac{macText}, iv{ivText}
     {
     }
+    /** Looks at `envelope`. */
     EnvelopeView(const Envelope& envelope) noexcept
         : ciphertext{envelope.ciphertext}, mac{envelope.mac}, iv{envelope.iv}
     {
@@ -91,6 +99,7 @@ struct EnvelopeView
 class Opened
 {
 public:
+    /** Takes over what an envelope held. */
     explicit Opened(Bytes opened) noexcept : plaintext{std::move(opened)}
     {
     }

@@ -33,9 +33,11 @@ class [[nodiscard]] Expected
 public:
     static_assert(!std::is_same_v<T, E>);
 
+    /** Holds the value. */
     Expected(T value) : content{std::in_place_index<0>, std::move(value)}
     {
     }
+    /** Holds the error. */
     Expected(E error) noexcept : content{std::in_place_index<1>, error}
     {
     }
@@ -45,6 +47,7 @@ public:
     {
         return content.index() == 0;
     }
+    /** The same as `hasValue`. */
     explicit operator bool() const noexcept
     {
         return hasValue();
@@ -55,30 +58,37 @@ public:
     {
         return *there(std::get_if<0>(&content));
     }
+    /** The same, of what cannot be changed. */
     [[nodiscard]] const T& value() const& noexcept
     {
         return *there(std::get_if<0>(&content));
     }
+    /** The same, to be moved from. */
     [[nodiscard]] T&& value() && noexcept
     {
         return std::move(*there(std::get_if<0>(&content)));
     }
+    /** The same as `value`. */
     [[nodiscard]] T& operator*() & noexcept
     {
         return value();
     }
+    /** The same as `value`. */
     [[nodiscard]] const T& operator*() const& noexcept
     {
         return value();
     }
+    /** The same as `value`. */
     [[nodiscard]] T&& operator*() && noexcept
     {
         return std::move(*this).value();
     }
+    /** The address of the value. */
     [[nodiscard]] T* operator->() noexcept
     {
         return &value();
     }
+    /** The address of the value. */
     [[nodiscard]] const T* operator->() const noexcept
     {
         return &value();
@@ -127,6 +137,7 @@ class [[nodiscard]] Expected<void, E>
 {
 public:
     Expected() noexcept = default;
+    /** Holds the error. */
     Expected(E error) noexcept : failure{error}
     {
     }
@@ -136,6 +147,7 @@ public:
     {
         return !failure.has_value();
     }
+    /** The same as `hasValue`. */
     explicit operator bool() const noexcept
     {
         return hasValue();

@@ -36,7 +36,8 @@ enum class Proofs : unsigned int
     return !in.failure() && ::compareSoftwareCertTag(typeText);
 }
 
-/** generateServerHandshakeChallenge */
+/** What a server asks a client for, by the types that the client knows:
+ *  generateServerHandshakeChallenge. */
 [[nodiscard]] inline Expected<ParameterList> serverChallenge(TextSpan types, Proofs proofs)
 {
     detail::Arguments in;
@@ -54,7 +55,7 @@ enum class Proofs : unsigned int
     return ParameterList{challenge};
 }
 
-/** generateClientHandshakeChallenge */
+/** What a client asks a server for: generateClientHandshakeChallenge. */
 [[nodiscard]] inline Expected<ParameterList> clientChallenge(TextSpan types, unsigned int count)
 {
     detail::Arguments in;
@@ -95,7 +96,9 @@ struct Credentials
 {
     /** The key document that the server has too. */
     std::string_view secrets = {};
+    /** What the certificate proof sends. */
     const CertificateKey* certificate = nullptr;
+    /** The private key of that certificate. */
     const PrivateKey* key = nullptr;
 };
 

@@ -27,7 +27,9 @@ inline namespace v1
 /** One entry of a "scope" claim that is an object: a member and its texts, one at least. */
 struct ScopeEntry
 {
+    /** The member's name. */
     std::string_view name = {};
+    /** Its texts. */
     TextSpan values = {};
 };
 
@@ -35,16 +37,25 @@ struct ScopeEntry
  *  current time. */
 struct TokenPlan
 {
+    /** The claim "sub". */
     std::string_view subject = {};
+    /** The claim "jti". */
     std::string_view id = {};
+    /** The claim "iss". */
     std::string_view issuer = {};
+    /** The claim "exp". */
     std::uint64_t expiresAt = 0;
+    /** The claim "iat". */
     std::optional<std::uint64_t> issuedAt = {};
+    /** The claim "nbf". */
     std::optional<std::uint64_t> notBefore = {};
+    /** The claim "scope". */
     std::span<const ScopeEntry> scopes = {};
+    /** The header's "kid". */
     std::optional<std::string_view> keyId = {};
     /** What the header says; the signature is ECDSA with SHA-256 in any case. */
     std::string_view algorithm = "ES256";
+    /** The header's "typ". */
     std::string_view type = "JWT";
 };
 

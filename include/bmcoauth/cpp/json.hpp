@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* JSON documents of jsoncpp, over <bmcoauth/json.h>. */
+/* JSON documents of jsoncpp, over <bmcoauth/json.h>.
+ *
+ * A `document` that is neither an object nor null, for which the functions there throw, is refused.
+ * NOTE: as there, a member that is missing is added to the document as null. */
 
 #include <bmcoauth/cpp/arguments.hpp>
 #include <bmcoauth/cpp/expected.hpp>
@@ -18,9 +21,7 @@ namespace bmcoauth
 inline namespace v1
 {
 
-/** parseJson and the read* functions are loadJsonDoc and the json_to_* functions of
- *  <bmcoauth/json.h>, on documents of jsoncpp. A `document` that is neither an object nor null,
- *  for which those throw, is refused. NOTE: as there, a member that is missing is added as null. */
+/** The document that `text` holds: loadJsonDoc. */
 [[nodiscard]] inline Expected<Json::Value> parseJson(std::string_view text)
 {
     detail::Arguments in;
@@ -51,6 +52,7 @@ inline namespace v1
 namespace detail
 {
 
+/** The member `key`, as `Reader` reads it. */
 template <auto Reader, typename Raw, typename Owner>
 [[nodiscard]] Expected<Owner> readMember(Json::Value& document, std::string_view key)
 {
@@ -74,37 +76,37 @@ template <auto Reader, typename Raw, typename Owner>
 
 } // namespace detail
 
-/** json_to_char */
+/** The string `key`: json_to_char. */
 [[nodiscard]] inline Expected<Text> readString(Json::Value& document, std::string_view key)
 {
     return detail::readMember<::json_to_char, char*, Text>(document, key);
 }
-/** json_to_char_array */
+/** The strings of the array `key`: json_to_char_array. */
 [[nodiscard]] inline Expected<Texts> readStrings(Json::Value& document, std::string_view key)
 {
     return detail::readMember<::json_to_char_array, char**, Texts>(document, key);
 }
-/** json_to_obj */
+/** The text of the object `key`: json_to_obj. */
 [[nodiscard]] inline Expected<Text> readObject(Json::Value& document, std::string_view key)
 {
     return detail::readMember<::json_to_obj, char*, Text>(document, key);
 }
-/** json_to_obj_array */
+/** The objects of the array `key`, each as text: json_to_obj_array. */
 [[nodiscard]] inline Expected<Texts> readObjects(Json::Value& document, std::string_view key)
 {
     return detail::readMember<::json_to_obj_array, char**, Texts>(document, key);
 }
-/** json_to_bool */
+/** The Boolean `key`: json_to_bool. */
 [[nodiscard]] inline Expected<bool> readBoolean(Json::Value& document, std::string_view key)
 {
     return detail::readMember<::json_to_bool, bool, bool>(document, key);
 }
-/** json_to_uint */
+/** The integer `key`: json_to_uint. */
 [[nodiscard]] inline Expected<unsigned int> readNumber(Json::Value& document, std::string_view key)
 {
     return detail::readMember<::json_to_uint, unsigned int, unsigned int>(document, key);
 }
-/** json_to_uint64 */
+/** The integer `key`, up to 64 bits: json_to_uint64. */
 [[nodiscard]] inline Expected<unsigned long long> readLongNumber(Json::Value& document,
                                                                  std::string_view key)
 {

@@ -29,7 +29,7 @@ public:
     {
     }
 
-    /** oauth2_parse_jwk */
+    /** The key that the JSON text `text` holds: oauth2_parse_jwk. */
     [[nodiscard]] static Expected<KeyRecord> parse(std::string_view text)
     {
         return detail::made<KeyRecord>(::oauth2_parse_jwk, text);

@@ -34,11 +34,13 @@ inline namespace v1
 /** An owner of OpenSSL's EC_KEY. */
 struct EcKeyReleaser
 {
+    /** Releases `key`. */
     void operator()(EC_KEY* key) const noexcept
     {
         EC_KEY_free(key);
     }
 };
+/** Owns an EC_KEY. */
 using EcKey = std::unique_ptr<EC_KEY, EcKeyReleaser>;
 
 /** PrivateKey owns the key with which a service or a device signs and opens envelopes: P-256, an
@@ -109,7 +111,9 @@ private:
 /** A new key pair: the private key, and its public point, uncompressed (SEC 1, section 2.3.3). */
 struct KeyPair
 {
+    /** What is kept and told nobody. */
     PrivateKey privateKey;
+    /** What goes to others. */
     Bytes publicPoint;
 
     /** generateECKey */

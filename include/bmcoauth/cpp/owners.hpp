@@ -26,8 +26,10 @@ namespace detail
 /** Wipes a heap block of `size` bytes and releases it. */
 struct Wiper
 {
+    /** In bytes. */
     std::size_t size = 0;
 
+    /** Wipes and releases `block`. */
     void operator()(void* block) const noexcept
     {
         wipe(block, size);
@@ -35,9 +37,11 @@ struct Wiper
     }
 };
 
+/** Releases an object by `Release`. */
 template <auto Release>
 struct Releaser
 {
+    /** Releases `object`. */
     template <typename T>
     void operator()(T* object) const noexcept
     {
@@ -65,6 +69,7 @@ public:
     {
         return owned.release();
     }
+    /** Whether there is a record. */
     explicit operator bool() const noexcept
     {
         return owned != nullptr;
@@ -134,6 +139,7 @@ template <typename Owner, typename Function, typename... Given>
     return {};
 }
 
+/** `text`, or nothing for null. */
 [[nodiscard]] inline std::optional<std::string_view> textOrNone(const char* text) noexcept
 {
     return text == nullptr ? std::nullopt : std::optional{std::string_view{text}};

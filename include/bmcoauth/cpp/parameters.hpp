@@ -22,7 +22,9 @@ inline namespace v1
 /** One parameter of a list that is to be made. */
 struct Parameter
 {
+    /** The parameter's name. */
     std::string_view name = {};
+    /** Its values. */
     TextSpan values = {};
 };
 
@@ -47,7 +49,7 @@ public:
         }
         return detail::ownedOrRefused<ParameterList>(::set_handshake_payload(list));
     }
-    /** parse_handshake_payload */
+    /** The list that the JSON text `text` holds: parse_handshake_payload. */
     [[nodiscard]] static Expected<ParameterList> parse(std::string_view text)
     {
         return detail::made<ParameterList>(::parse_handshake_payload, text);
@@ -57,7 +59,7 @@ public:
     {
         return detail::ownedOrRefused<ParameterList>(::set_handshake_payload(get()));
     }
-    /** write_handshake_payload */
+    /** Its JSON text: write_handshake_payload. */
     [[nodiscard]] Expected<Text> write() const
     {
         return detail::ownedOrRefused<Text>(::write_handshake_payload(get()));

@@ -40,9 +40,11 @@ class Privileges
 {
 public:
     constexpr Privileges() noexcept = default;
+    /** The privileges of a mask. */
     constexpr explicit Privileges(unsigned int bits) noexcept : mask{bits}
     {
     }
+    /** A single one. */
     constexpr Privileges(Privilege one) noexcept : mask{static_cast<unsigned int>(one)}
     {
     }
@@ -52,20 +54,24 @@ public:
     {
         return mask;
     }
+    /** Whether `one` is in the set. */
     [[nodiscard]] constexpr bool has(Privilege one) const noexcept
     {
         return (mask & static_cast<unsigned int>(one)) != 0;
     }
+    /** What is in either set. */
     [[nodiscard]] friend constexpr Privileges operator|(Privileges left, Privileges right) noexcept
     {
         return Privileges{left.mask | right.mask};
     }
+    /** Whether both sets hold the same. */
     [[nodiscard]] constexpr bool operator==(const Privileges& other) const noexcept = default;
 
 private:
     unsigned int mask = 0;
 };
 
+/** Both privileges. */
 [[nodiscard]] constexpr Privileges operator|(Privilege left, Privilege right) noexcept
 {
     return Privileges{left} | Privileges{right};
@@ -80,13 +86,16 @@ private:
 /** A role of the service's table, and what it grants. */
 struct Role
 {
+    /** As it stands in a token's "ravok_roles". */
     std::string_view name = {};
+    /** What it grants. */
     Privileges privileges = {};
 };
 
 namespace detail
 {
 
+/** The roles as the library takes them, with a null name behind the last. */
 [[nodiscard]] inline userRole_s* roleTable(Arguments& in, std::span<const Role> roles)
 {
     auto* const table = in.array<userRole_s>(roles.size());

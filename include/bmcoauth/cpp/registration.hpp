@@ -27,15 +27,23 @@ inline namespace v1
 /** What a registration request is made of. What may be absent is null or empty. */
 struct RegistrationRequestParts
 {
+    /** The member "redirect_uri". */
     TextSpan redirectUri = {};
+    /** The member "client_name". */
     std::string_view clientName = {};
+    /** The member "software_id". */
     std::string_view softwareId = {};
+    /** The member "handshake_types": which proofs the client knows. */
     TextSpan handshakeTypes = {};
+    /** The member "dfs" of "jwks": the client's keys. */
     const KeyList* keys = nullptr;
+    /** The member "software_id_cert" of "jwks": the client's certificate keys. */
     const CertificateKeyList* certificates = nullptr;
+    /** The member "handshake_challenge"; null for none. */
     const ParameterList* challenge = nullptr;
     /** Written, never read. */
     TextSpan redirectUris = {};
+    /** The member "scope". */
     std::optional<std::string_view> scope = {};
 };
 
@@ -63,13 +71,14 @@ class RegistrationRequest : public detail::Record<RegisterRequest, free_register
 public:
     using Record::Record;
 
-    /** parse_register_request */
+    /** The request that the JSON text `text` holds: parse_register_request. */
     [[nodiscard]] static Expected<RegistrationRequest> parse(std::string_view text)
     {
         return detail::made<RegistrationRequest>(::parse_register_request, text);
     }
 
-    /** create_register_request, which fails here where a list cannot be copied. */
+    /** A request of these parts: create_register_request, which fails here where a list
+     *  cannot be copied. */
     [[nodiscard]] static Expected<RegistrationRequest> of(const RegistrationRequestParts& parts)
     {
         detail::Arguments in;
@@ -113,26 +122,29 @@ public:
         return request;
     }
 
-    /** write_register_request */
+    /** Its JSON text: write_register_request. */
     [[nodiscard]] Expected<Text> write() const
     {
         return detail::ownedOrRefused<Text>(::write_register_request(get()));
     }
 
-    /** The texts of the record; absent where they are null. */
+    /** The member "client_name", if it is there. */
     [[nodiscard]] std::optional<std::string_view> clientName() const noexcept
     {
         return field(&RegisterRequest::client_name);
     }
+    /** The member "software_id", if it is there. */
     [[nodiscard]] std::optional<std::string_view> softwareId() const noexcept
     {
         return field(&RegisterRequest::software_id);
     }
+    /** The texts of the member "redirect_uri". */
     [[nodiscard]] TextRange redirectUri() const& noexcept
     {
         return TextRange{pointer(&RegisterRequest::redirect_uri)};
     }
     [[nodiscard]] TextRange redirectUri() const&& = delete;
+    /** The texts of the member "handshake_types". */
     [[nodiscard]] TextRange handshakeTypes() const& noexcept
     {
         return TextRange{pointer(&RegisterRequest::handshake_types)};
@@ -151,12 +163,19 @@ struct RegistrationResponseParts
 {
     /** In seconds; 0 for no end. */
     std::uint32_t secretLifetimeSeconds = 0;
+    /** The member "grant_types". */
     TextSpan grantTypes = {};
+    /** The member "kest_policy_auth_types". */
     TextSpan policiesOffered = {};
+    /** The member "kest_policy_auth_req". */
     TextSpan policiesRequired = {};
+    /** The member "handshake_challenge"; null for none. */
     const ParameterList* challenge = nullptr;
+    /** The member "handshake_response"; null for none. */
     const ParameterList* response = nullptr;
+    /** The member "ssl_cert_cryptex". */
     std::optional<std::string_view> sealedCertificate = {};
+    /** The member "software_id_cert"; null for none. */
     const CertificateKeyList* certificates = nullptr;
 };
 
@@ -166,7 +185,8 @@ class RegistrationResponse : public detail::Record<RegisterResponse, free_regist
 public:
     using Record::Record;
 
-    /** create_register_response, which fails here where a list cannot be copied. */
+    /** A response of these parts: create_register_response, which fails here where a list
+     *  cannot be copied. */
     [[nodiscard]] static Expected<RegistrationResponse> of(std::string_view clientSecret,
                                                            std::string_view clientId,
                                                            const RegistrationResponseParts& parts)
@@ -217,8 +237,8 @@ public:
         });
     }
 
-    /** write_register_response, which wants a challenge of two parameters at least; Error::missing
-     *  where it would throw. */
+    /** Its JSON text: write_register_response, which wants a challenge of two parameters at least;
+     *  Error::missing where it would throw. */
     [[nodiscard]] Expected<Text> write() const
     {
         if (!clientSecret() || !clientId() || !secretLifetimeSeconds())
@@ -228,19 +248,22 @@ public:
         return detail::ownedOrRefused<Text>(::write_register_response(get()));
     }
 
-    /** The texts of the record; absent where they are null. */
+    /** The member "client_id", if it is there. */
     [[nodiscard]] std::optional<std::string_view> clientId() const noexcept
     {
         return field(&RegisterResponse::client_id);
     }
+    /** The member "client_secret", if it is there. */
     [[nodiscard]] std::optional<std::string_view> clientSecret() const noexcept
     {
         return field(&RegisterResponse::client_secret);
     }
+    /** The member "client_secret_expires_in", if it is there. */
     [[nodiscard]] std::optional<std::string_view> secretLifetimeSeconds() const noexcept
     {
         return field(&RegisterResponse::client_secret_expires_in);
     }
+    /** The record's issued_at, which is not written, if it is there. */
     [[nodiscard]] std::optional<std::string_view> issuedAt() const noexcept
     {
         return field(&RegisterResponse::issued_at);
@@ -253,33 +276,38 @@ class OidcRegistration : public detail::Record<OidcRegisterResponse, free_oidc_r
 public:
     using Record::Record;
 
-    /** parse_oidc_register_response */
+    /** The response that the JSON text `text` holds: parse_oidc_register_response. */
     [[nodiscard]] static Expected<OidcRegistration> parse(std::string_view text)
     {
         return detail::made<OidcRegistration>(::parse_oidc_register_response, text);
     }
 
-    /** The texts of the record; absent where they are null. */
+    /** The member "client_id", if it is there. */
     [[nodiscard]] std::optional<std::string_view> clientId() const noexcept
     {
         return field(&OidcRegisterResponse::client_id);
     }
+    /** The member "client_secret", if it is there. */
     [[nodiscard]] std::optional<std::string_view> clientSecret() const noexcept
     {
         return field(&OidcRegisterResponse::client_secret);
     }
+    /** The member "registration_access_token", if it is there. */
     [[nodiscard]] std::optional<std::string_view> accessToken() const noexcept
     {
         return field(&OidcRegisterResponse::registration_access_token);
     }
+    /** The member "registration_client_uri", if it is there. */
     [[nodiscard]] std::optional<std::string_view> clientUri() const noexcept
     {
         return field(&OidcRegisterResponse::registration_client_uri);
     }
+    /** The member "client_id_issued_at", if it is there. */
     [[nodiscard]] std::optional<std::string_view> issuedAt() const noexcept
     {
         return field(&OidcRegisterResponse::client_id_issued_at);
     }
+    /** The member "client_secret_expires_at", if it is there. */
     [[nodiscard]] std::optional<std::string_view> secretExpiresAt() const noexcept
     {
         return field(&OidcRegisterResponse::client_secret_expires_at);

@@ -61,6 +61,7 @@ public:
     {
         return owned ? std::string_view{owned.get(), owned.get_deleter().size} : std::string_view{};
     }
+    /** The same as `view`. */
     operator std::string_view() const noexcept
     {
         return view();
@@ -112,6 +113,7 @@ public:
     {
         return owned ? ByteSpan{owned.get(), owned.get_deleter().size} : ByteSpan{};
     }
+    /** The same as `span`. */
     operator ByteSpan() const noexcept
     {
         return span();
@@ -148,23 +150,29 @@ public:
     class Iterator
     {
     public:
+        /** What `*` gives. */
         using value_type = std::string_view;
+        /** What algorithms of the standard library ask for. */
         using difference_type = std::ptrdiff_t;
 
         Iterator() noexcept = default;
+        /** Begins at `at`. */
         explicit Iterator(const char* const* at) noexcept : here{at}
         {
         }
+        /** The text here. */
         [[nodiscard]] std::string_view operator*() const noexcept
         {
             const char* const text = *here;
             return text == nullptr ? std::string_view{} : std::string_view{text};
         }
+        /** Goes on to the next text. */
         Iterator& operator++() noexcept
         {
             ++here;
             return *this;
         }
+        /** Goes on to the next text, and gives where it was. */
         // NOLINTNEXTLINE(cert-dcl21-cpp): an iterator must be assignable.
         Iterator operator++(int) noexcept
         {
@@ -172,7 +180,9 @@ public:
             ++here;
             return before;
         }
+        /** Whether both are at the same place. */
         [[nodiscard]] bool operator==(const Iterator& other) const noexcept = default;
+        /** Whether all texts have been seen. */
         [[nodiscard]] bool operator==(std::default_sentinel_t /*end*/) const noexcept
         {
             return here == nullptr || *here == nullptr;
@@ -186,14 +196,17 @@ public:
     explicit TextRange(const char* const* array = nullptr) noexcept : first{array}
     {
     }
+    /** The first text. */
     [[nodiscard]] Iterator begin() const noexcept
     {
         return first;
     }
+    /** Behind the last text. */
     [[nodiscard]] static std::default_sentinel_t end() noexcept
     {
         return {};
     }
+    /** Whether there is no text. */
     [[nodiscard]] bool empty() const noexcept
     {
         return first == end();
@@ -235,14 +248,17 @@ public:
         return TextRange{get()};
     }
     [[nodiscard]] TextRange range() const&& = delete;
+    /** The first text. */
     [[nodiscard]] TextRange::Iterator begin() const noexcept
     {
         return TextRange::Iterator{get()};
     }
+    /** Behind the last text. */
     [[nodiscard]] static std::default_sentinel_t end() noexcept
     {
         return {};
     }
+    /** Counts the texts. */
     [[nodiscard]] std::size_t size() const noexcept
     {
         return TextRange{get()}.size();

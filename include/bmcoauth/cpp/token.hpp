@@ -25,15 +25,17 @@ class TokenHeader : public detail::Record<JWTHeader, free_jwt_header>
 public:
     using Record::Record;
 
-    /** The texts of the header; absent where they are null. */
+    /** The member "typ", if it is there. */
     [[nodiscard]] std::optional<std::string_view> type() const noexcept
     {
         return field(&JWTHeader::typ);
     }
+    /** The member "alg", if it is there. */
     [[nodiscard]] std::optional<std::string_view> algorithm() const noexcept
     {
         return field(&JWTHeader::alg);
     }
+    /** The member "kid", if it is there. */
     [[nodiscard]] std::optional<std::string_view> keyId() const noexcept
     {
         return field(&JWTHeader::kid);
@@ -43,42 +45,50 @@ public:
 namespace detail
 {
 
+/** Owns the record of a token's payload. */
 using PayloadRecord = Owned<JWTPayload, free_jwt_payload>;
 
 /** ClaimsView looks at the payload of a token: what its claims are, not whether they are true. */
 class ClaimsView
 {
 public:
-    /** The claims; absent where the token has none, or one of another type. */
+    /** The claim "sub"; this one and the others are absent where the token has none, or one of
+     *  another type. */
     [[nodiscard]] std::optional<std::string_view> subject() const noexcept
     {
         return textOrNone(payload->sub);
     }
+    /** The claim "iss". */
     [[nodiscard]] std::optional<std::string_view> issuer() const noexcept
     {
         return textOrNone(payload->iss);
     }
+    /** The claim "jti". */
     [[nodiscard]] std::optional<std::string_view> id() const noexcept
     {
         return textOrNone(payload->jti);
     }
-    /** The times are texts as they stand in the token. */
+    /** The claim "iat"; the times are texts as they stand in the token. */
     [[nodiscard]] std::optional<std::string_view> issuedAt() const noexcept
     {
         return textOrNone(payload->iat);
     }
+    /** The claim "exp". */
     [[nodiscard]] std::optional<std::string_view> expiresAt() const noexcept
     {
         return textOrNone(payload->exp);
     }
+    /** The claim "nbf". */
     [[nodiscard]] std::optional<std::string_view> notBefore() const noexcept
     {
         return textOrNone(payload->nbf);
     }
+    /** The claim "act". */
     [[nodiscard]] std::optional<std::string_view> actor() const noexcept
     {
         return textOrNone(payload->act);
     }
+    /** The claim "aud". */
     [[nodiscard]] TextRange audiences() const noexcept
     {
         return TextRange{payload->aud};
@@ -121,6 +131,7 @@ public:
     }
 
 protected:
+    /** Looks at `record`. */
     explicit ClaimsView(const JWTPayload& record) noexcept : payload{&record}
     {
     }
