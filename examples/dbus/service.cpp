@@ -84,13 +84,8 @@ Reply registerClient(Service& service, const std::string& text)
     // A controller with the factory's roots would ask for the certificate proof as well
     // (Proofs::both), verify the chain of the request's certificate (CertificateKey::isValid), keep
     // it beside the challenge and hand it to isProven.
-    std::vector<std::string_view> offered;
-    for (const std::string_view type : request->handshakeTypes())
-    {
-        offered.push_back(type);
-    }
     const Expected<ParameterList> challenge =
-        bmcoauth::serverChallenge(offered, bmcoauth::Proofs::oneTimePassword);
+        bmcoauth::serverChallengeFor(*request, bmcoauth::Proofs::oneTimePassword);
     if (!challenge)
     {
         return refuse(OAUTH_INVALID_REQUEST);

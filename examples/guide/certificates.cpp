@@ -2,35 +2,48 @@
 //
 // guide-certificates CHAIN NAME: whether a PEM chain, a file, proves that its holder is the device
 // of that name.
-#include "owners.hpp"
+#include <bmcoauth.hpp>
 
-#include <cstring>
+#include <cstdlib>
+#include <fstream>
 #include <iostream>
+#include <iterator>
+#include <string>
+#include <string_view>
+
+using bmcoauth::CertificateKey;
+using bmcoauth::Expected;
+using bmcoauth::Texts;
 
 namespace
 {
 
 // [check]
 /** Whether the certificate key is that of the device `name`, made by the factory. */
-bool trusted(HandshakePayload* key, const char* name)
+bool trusted(const CertificateKey& key, std::string_view name)
 {
     // Names, public keys and proofs are those of the first certificate; the factory's root is
     // sought for the last. Only where they are the same one does this say something about it.
-    char** bodies = nullptr;
-    getChallengeValueArray(key, "x5c", &bodies);
-    const StringArray owned{bodies};
-    if (bodies == nullptr)
+    const Expected<Texts> bodies = key.parameters().values("x5c");
+    if (!bodies)
     {
         return false;
     }
-    char** last = bodies;
-    while (last[1] != nullptr)
+    const std::string_view first = *bodies->begin();
+    std::string_view last;
+    for (const std::string_view body : *bodies)
     {
-        ++last;
+        last = body;
     }
-    return std::strcmp(*bodies, *last) == 0 && validate_x509_jwk(key, name) == 1;
+    return first == last && key.isValid(name);
 }
 // [check]
+
+std::string contentsOf(const char* path)
+{
+    std::ifstream file{path, std::ios::binary};
+    return {std::istreambuf_iterator<char>{file}, {}};
+}
 
 } // namespace
 
@@ -42,8 +55,8 @@ int main(int argc, char** argv)
     }
     const std::string pem = contentsOf(argv[1]);
     // [encode]
-    const Payload key{encode_x509_jwk(pem.c_str(), static_cast<unsigned int>(pem.size()))};
+    const Expected<CertificateKey> key = CertificateKey::fromPem(pem);
     // [encode]
-    std::cout << (key && trusted(key.get(), argv[2]) ? "trusted" : "not trusted") << '\n';
+    std::cout << (key && trusted(*key, argv[2]) ? "trusted" : "not trusted") << '\n';
     return EXIT_SUCCESS;
 }

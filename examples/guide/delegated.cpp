@@ -1,55 +1,78 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // guide-delegated JWK TOKEN: judges another issuer's token, a file, by its published key.
-#include "owners.hpp"
+#include <bmcoauth.hpp>
 
-#include <cstring>
+#include <cstdlib>
+#include <fstream>
 #include <iostream>
-#include <utility>
+#include <iterator>
+#include <string>
+#include <string_view>
+
+using bmcoauth::Document;
+using bmcoauth::Expected;
+using bmcoauth::Privilege;
+using bmcoauth::Privileges;
+using bmcoauth::Role;
+using bmcoauth::TrustedKeys;
+using bmcoauth::Verdict;
+using bmcoauth::VerifiedToken;
 
 namespace
 {
 
 // [import]
 /** The key as the service stores it: with "kest_decoded_key", by which tokens are verified. Once,
- *  when the key is trusted; null for a key of no use. */
-Text imported(const std::string& jwk)
+ *  when the key is trusted; an error for a key of no use. */
+Expected<Document> imported(std::string_view jwk)
 {
-    char* text = strdup(jwk.c_str());
-    const int added = appendPublicKey(&text);
-    Text owned{text};
-    return added == 1 ? std::move(owned) : nullptr;
+    Expected<Document> key = Document::parse(jwk);
+    if (key)
+    {
+        if (const Expected<void> added = key->addPublicKey(); !added)
+        {
+            return added.error();
+        }
+    }
+    return key;
 }
 // [import]
 
 // [judge]
 /** The user's privileges by a token of an issuer whom the service trusts; none if it is refused. */
-unsigned int privileges(const char* token, const char* key)
+Privileges privileges(std::string_view token, const TrustedKeys& keys)
 {
-    const char* keys[] = {key, nullptr};
-    const char* providers[] = {"corp", nullptr};
-    userRole_s roles[] = {{"operator", 0x002}, {nullptr, 0}};
-    JWTHeader* header = nullptr;
-    JWTPayload* payload = nullptr;
-    int verified = 0;
-    const int verdict =
-        validateJWT_Delegated(token, keys, 0, &header, &payload, 30, roles, providers, &verified);
-    const TokenHeader ownedHeader{header};
-    const TokenPayload ownedPayload{payload};
-    if (verdict != 1)
+    const Role roles[] = {{.name = "operator", .privileges = Privilege::configure}};
+    const std::string_view providers[] = {"corp"};
+    const Verdict verdict = bmcoauth::validateDelegatedToken(
+        token, keys, {.skewSeconds = 30, .roles = roles, .providers = providers});
+    const VerifiedToken* const valid = verdict.verified();
+    if (valid == nullptr)
     {
-        return 0;
+        return {};
     }
-    // Whose token it is, the library has not looked; nor for whom (payload->aud), where it says so.
-    if (payload->iss == nullptr || std::strcmp(payload->iss, "corp") != 0)
+    // Whose token it is, the library has not looked; nor for whom (audiences), where it says so.
+    if (valid->claims().issuer() != "corp")
     {
-        return 0;
+        return {};
     }
-    // Not from payload->scopes: where "scope" is an object, these entries are what the issuer wrote.
-    return get_scope_privileges(payload) | get_roles_privileges(payload, roles) |
-           get_xidp_privileges(payload, providers);
+    // Not by userPrivileges: where "scope" is an object, that number is what the issuer wrote.
+    const Expected<Privileges> ofRoles = bmcoauth::rolePrivileges(*valid, roles);
+    const Expected<Privileges> ofProviders = bmcoauth::providerPrivileges(*valid, providers);
+    if (!ofRoles || !ofProviders)
+    {
+        return {};
+    }
+    return bmcoauth::scopePrivileges(*valid) | *ofRoles | *ofProviders;
 }
 // [judge]
+
+std::string contentsOf(const char* path)
+{
+    std::ifstream file{path, std::ios::binary};
+    return {std::istreambuf_iterator<char>{file}, {}};
+}
 
 } // namespace
 
@@ -59,14 +82,20 @@ int main(int argc, char** argv)
     {
         return EXIT_FAILURE;
     }
-    const Text key = imported(contentsOf(argv[1]));
+    const Expected<Document> key = imported(contentsOf(argv[1]));
     if (!key)
     {
         std::cerr << "this key cannot be imported\n";
         return EXIT_FAILURE;
     }
+    const std::string_view trusted[] = {key->view()};
+    const Expected<TrustedKeys> keys = TrustedKeys::of(trusted);
+    if (!keys)
+    {
+        return EXIT_FAILURE;
+    }
     std::string token = contentsOf(argv[2]);
     token.erase(token.find_last_not_of('\n') + 1);
-    std::cout << "mask: 0x" << std::hex << privileges(token.c_str(), key.get()) << '\n';
+    std::cout << "mask: 0x" << std::hex << privileges(token, *keys).bits() << '\n';
     return EXIT_SUCCESS;
 }

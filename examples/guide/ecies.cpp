@@ -2,66 +2,48 @@
 //
 // guide-ecies KEY CERTIFICATE PEER_KEY PEER_CERTIFICATE: seals a text for a peer, and opens it as
 // the peer does.
-#include "owners.hpp"
+#include <bmcoauth.hpp>
 
+#include <cstdlib>
+#include <fstream>
 #include <iostream>
-#include <utility>
+#include <iterator>
+#include <string>
+#include <string_view>
+
+using bmcoauth::CertificateKey;
+using bmcoauth::Envelope;
+using bmcoauth::EnvelopeView;
+using bmcoauth::Expected;
+using bmcoauth::Opened;
+using bmcoauth::PrivateKey;
 
 namespace
 {
 
-/** An envelope: three texts that travel together. */
-struct Envelope
-{
-    Text ciphertext;
-    Text mac;
-    Text iv;
-};
-
-Payload certificateKey(const char* path)
-{
-    const std::string pem = contentsOf(path);
-    return Payload{encode_x509_jwk(pem.c_str(), static_cast<unsigned int>(pem.size()))};
-}
-
 // [seal]
-/** `data` for the holder of the peer's certificate; without a ciphertext if that fails. */
-Envelope seal(const std::string& data, const KeyBytes& key, HandshakePayload* peer)
+/** `data` for the holder of the peer's certificate, under an IV that is used for this alone. */
+Expected<Envelope> sealed(std::string_view data, const PrivateKey& key, const CertificateKey& peer)
 {
-    char* iv = nullptr;
-    if (generateRandomIV(&iv) != 1) // a fresh one for each envelope
-    {
-        return {};
-    }
-    Text ownedIv{iv};
-    char* mac = nullptr;
-    Text ciphertext{ecies_encrypt(data.data(), static_cast<unsigned int>(data.size()), &peer, &mac,
-                                  key.data(), key.size(), iv)};
-    return {std::move(ciphertext), Text{mac}, std::move(ownedIv)};
+    return bmcoauth::seal(data, peer, key);
 }
 // [seal]
 
 // [open]
 /** The data of an envelope; none if it is refused. */
-std::string opened(const Envelope& envelope, const KeyBytes& key, HandshakePayload* peer)
+std::string opened(const EnvelopeView& envelope, const PrivateKey& key, const CertificateKey& peer)
 {
-    // On a marked device a missing MAC or IV would pass: never leave it to the sender.
-    if (!envelope.mac || !envelope.iv)
-    {
-        return {};
-    }
-    unsigned int length = 0;
-    const Text plaintext{ecies_decrypt(envelope.ciphertext.get(), &length, key.data(), key.size(),
-                                       envelope.mac.get(), &peer, envelope.iv.get())};
-    // Behind the data stand a line feed and 16 random characters.
-    constexpr unsigned int randomCharacters = 16;
-    if (!plaintext || length < randomCharacters)
-    {
-        return {};
-    }
-    return {plaintext.get(), length - randomCharacters};
+    const Expected<Opened> plaintext = bmcoauth::open(envelope, peer, key);
+    return plaintext ? std::string{plaintext->data()} : std::string{};
 }
 // [open]
+
+Expected<CertificateKey> certificateKey(const char* path)
+{
+    std::ifstream file{path, std::ios::binary};
+    const std::string pem{std::istreambuf_iterator<char>{file}, {}};
+    return CertificateKey::fromPem(pem);
+}
 
 } // namespace
 
@@ -71,16 +53,20 @@ int main(int argc, char** argv)
     {
         return EXIT_FAILURE;
     }
-    const KeyBytes ourKey{argv[1]};
-    const KeyBytes theirKey{argv[3]};
-    const Payload ourCertificate = certificateKey(argv[2]);
-    const Payload theirCertificate = certificateKey(argv[4]);
-    const Envelope envelope = seal("for your eyes only\n", ourKey, theirCertificate.get());
-    if (!envelope.ciphertext)
+    const Expected<PrivateKey> ourKey = PrivateKey::fromFile(argv[1]);
+    const Expected<CertificateKey> ourCertificate = certificateKey(argv[2]);
+    const Expected<PrivateKey> theirKey = PrivateKey::fromFile(argv[3]);
+    const Expected<CertificateKey> theirCertificate = certificateKey(argv[4]);
+    if (!ourKey || !ourCertificate || !theirKey || !theirCertificate)
     {
         return EXIT_FAILURE;
     }
-    std::cout << "ciphertext: " << envelope.ciphertext.get() << '\n'
-              << "opened: " << opened(envelope, theirKey, ourCertificate.get());
+    const Expected<Envelope> envelope = sealed("for your eyes only", *ourKey, *theirCertificate);
+    if (!envelope)
+    {
+        return EXIT_FAILURE;
+    }
+    std::cout << "ciphertext: " << envelope->ciphertext.view() << '\n'
+              << "opened: " << opened(*envelope, *theirKey, *ourCertificate) << '\n';
     return EXIT_SUCCESS;
 }

@@ -2,55 +2,53 @@
 //
 // guide-tokens KEY: issues an access token with the key in a file, which is made if it is not
 // there, and judges what a client presents.
-#include "owners.hpp"
+#include <bmcoauth.hpp>
 
+#include <cstdlib>
 #include <iostream>
+#include <string>
+#include <string_view>
+
+using bmcoauth::Expected;
+using bmcoauth::PrivateKey;
+using bmcoauth::ScopeEntry;
+using bmcoauth::Text;
+using bmcoauth::TokenRequest;
+using bmcoauth::TokenResponse;
 
 namespace
 {
 
 // [issue]
-/** The answer to an authorize request, or null. */
-Text answer(const char* request, const KeyBytes& key)
+/** The answer to an authorize request. */
+Expected<TokenResponse> answer(std::string_view text, const PrivateKey& key)
 {
-    const std::unique_ptr<AuthorizeRequest, Releaser<free_authorize_request>> asked{
-        parse_authorize_request(request)};
-    if (!asked)
+    const Expected<TokenRequest> request = TokenRequest::parse(text);
+    if (!request)
     {
-        return nullptr;
+        return request.error();
     }
-    // Here the service looks up asked->client_id, and compares asked->client_secret and
-    // asked->refresh_token with what it has stored. The library does not.
+    // Here the service looks up request->clientId(), and compares request->clientSecret() and
+    // request->refreshToken() with what it has stored. The library does not.
 
-    char subject[] = "admin";
-    char issuer[] = "controller";
-    char entry[] = "privileges";
-    char login[] = "login";
-    char* values[] = {login};
-    JWTscopes scopes[] = {{.name = entry, .values = values, .count = 1}};
-    AuthorizeClaims claims{
-        .subject = subject, .issuer = issuer, .scopes = scopes, .scope_count = 1};
-
-    const std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_response>> settings{
-        configure_auth_response("600", "bearer")};
-    const std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_response>> response{
-        authorize_client(asked->state, key.data(), static_cast<unsigned int>(key.size()),
-                         settings.get(), &claims)};
-    return Text{response ? write_authorize_response(response.get()) : nullptr};
+    const std::string_view granted[] = {"login"};
+    const ScopeEntry scopes[] = {{.name = "privileges", .values = granted}};
+    return bmcoauth::issueTokens({.state = request->state().value_or(""),
+                                  .subject = "admin",
+                                  .issuer = "controller",
+                                  .lifetimeSeconds = 600,
+                                  .scopes = scopes},
+                                 key);
 }
 // [issue]
 
 // [judge]
 /** Whose token it is; nobody's ("") unless it is valid. */
-std::string subjectOf(const char* token, const KeyBytes& key)
+std::string subjectOf(std::string_view token, const PrivateKey& key)
 {
-    JWTHeader* header = nullptr;
-    JWTPayload* payload = nullptr;
-    const int verdict = validateJWT(token, key.data(), key.size(), &header, &payload);
-    // Both may be there although the token is refused: own them first, trust them only on 1.
-    const TokenHeader ownedHeader{header};
-    const TokenPayload ownedPayload{payload};
-    return verdict == 1 ? payload->sub : "";
+    const bmcoauth::Verdict verdict = bmcoauth::validateToken(token, key);
+    const bmcoauth::VerifiedToken* const valid = verdict.verified();
+    return valid == nullptr ? "" : std::string{valid->claims().subject().value_or("")};
 }
 // [judge]
 
@@ -63,31 +61,31 @@ int main(int argc, char** argv)
         return EXIT_FAILURE;
     }
     // [start]
-    const char* path = argv[1];
-    if (validateECPrivateKey(path) != 1 && generateECPrivateKey(path) != 1)
+    const std::string_view path = argv[1];
+    if (!bmcoauth::keyFileIsSound(path) && !bmcoauth::generateKeyFile(path))
     {
         return EXIT_FAILURE;
     }
-    const KeyBytes key{path};
-    if (key.size() == 0)
+    const Expected<PrivateKey> key = PrivateKey::fromFile(path);
+    if (!key)
     {
-        return EXIT_FAILURE; // a null key would sign with one that nobody keeps
+        return EXIT_FAILURE;
     }
     // [start]
 
-    const Text response = answer(R"({"client_id":"c","client_secret":"s","state":"xyz",)"
-                                 R"("refresh_token":"r"})",
-                                 key);
-    char* token = nullptr;
-    if (!response || get_value_char(response.get(), "access_token", &token) != 1)
+    const Expected<TokenResponse> response =
+        answer(R"({"client_id":"c","client_secret":"s","state":"xyz","refresh_token":"r"})", *key);
+    // What goes to the client.
+    const Expected<Text> written = response ? response->write() : response.error();
+    if (!written)
     {
         return EXIT_FAILURE;
     }
-    const Text owned{token};
-    std::cout << "valid for: " << subjectOf(token, key) << '\n';
+    std::string token{response->accessToken().value_or("")};
+    std::cout << "valid for: " << subjectOf(token, *key) << '\n';
 
-    const std::size_t middle = std::string{token}.size() / 2;
-    token[middle] = token[middle] == 'A' ? 'B' : 'A';
-    std::cout << "altered, valid for: '" << subjectOf(token, key) << "'\n";
+    char& middle = token[token.size() / 2];
+    middle = middle == 'A' ? 'B' : 'A';
+    std::cout << "altered, valid for: '" << subjectOf(token, *key) << "'\n";
     return EXIT_SUCCESS;
 }

@@ -905,7 +905,9 @@ TEST(Registration, IsRequestedAndAnswered)
     EXPECT_EQ(shown(read.handshakeTypes()), (Lines{"otp1.0", "software_id_cert-1.0"}));
     EXPECT_EQ(read.challenge().error(), Error::refused);
 
-    const ParameterList challenge = serverChallenge(types, Proofs::both).value();
+    const ParameterList challenge = serverChallengeFor(read, Proofs::both).value();
+    EXPECT_EQ(shown(challenge.values("T")->range()), (Lines{"otp1.0", "software_id_cert-1.0"}));
+    EXPECT_EQ(serverChallengeFor(RegistrationRequest{}, Proofs::both).error(), Error::refused);
     const std::array grants{"authorization_code"sv};
     const RegistrationResponse answer =
         RegistrationResponse::answer(read, {.secretLifetimeSeconds = 86400,

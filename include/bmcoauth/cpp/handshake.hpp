@@ -8,6 +8,7 @@
 #include <bmcoauth/cpp/expected.hpp>
 #include <bmcoauth/cpp/keys.hpp>
 #include <bmcoauth/cpp/parameters.hpp>
+#include <bmcoauth/cpp/registration.hpp>
 #include <bmcoauth/cpp/text.hpp>
 #include <bmcoauth/handshake.h>
 #include <bmcoauth/handshake_payload.h>
@@ -36,6 +37,23 @@ enum class Proofs : unsigned int
     return !in.failure() && ::compareSoftwareCertTag(typeText);
 }
 
+namespace detail
+{
+
+/** The challenge for a client of these types, which are only read. */
+[[nodiscard]] inline Expected<ParameterList> madeServerChallenge(char** types, Proofs proofs)
+{
+    HandshakePayload* challenge = nullptr;
+    if (::generateServerHandshakeChallenge(types, static_cast<unsigned int>(proofs), &challenge) !=
+        1)
+    {
+        return Error::refused;
+    }
+    return ParameterList{challenge};
+}
+
+} // namespace detail
+
 /** What a server asks a client for, by the types that the client knows:
  *  generateServerHandshakeChallenge. */
 [[nodiscard]] inline Expected<ParameterList> serverChallenge(TextSpan types, Proofs proofs)
@@ -46,13 +64,15 @@ enum class Proofs : unsigned int
     {
         return *in.failure();
     }
-    HandshakePayload* challenge = nullptr;
-    if (::generateServerHandshakeChallenge(list, static_cast<unsigned int>(proofs), &challenge) !=
-        1)
-    {
-        return Error::refused;
-    }
-    return ParameterList{challenge};
+    return detail::madeServerChallenge(list, proofs);
+}
+/** The same by the types of the client's request. */
+[[nodiscard]] inline Expected<ParameterList> serverChallengeFor(const RegistrationRequest& request,
+                                                                Proofs proofs)
+{
+    const RegisterRequest* const record = request.get();
+    return detail::madeServerChallenge(record == nullptr ? nullptr : record->handshake_types,
+                                       proofs);
 }
 
 /** What a client asks a server for: generateClientHandshakeChallenge. */
