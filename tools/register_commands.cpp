@@ -25,7 +25,8 @@ std::optional<CertificateKeyList> readCertificateKeys(const std::vector<std::str
     {
         keys.push_back(readCertificateKey(path));
     }
-    return orStop(CertificateKeyList::of(keys), "the certificate keys could not be copied");
+    return orStop(CertificateKeyList::of(keys), "a certificate key holds a member without a value",
+                  Exit::invalid);
 }
 
 /** The shared secrets in the files @p paths. */
@@ -47,10 +48,16 @@ std::optional<KeyList> readSharedSecrets(const std::vector<std::string>& paths)
     return orStop(KeyList::of(keys), "the secrets could not be copied");
 }
 
-/** The list of parameters @p member in the file @p path, where one is given. */
+/** The list of parameters @p member in the file @p path, where one is given. It can be copied: a
+ *  parameter without a value, such as a number, no document of ours carries. */
 std::optional<ParameterList> readIfGiven(const std::string& path, const char* member)
 {
-    return path.empty() ? std::nullopt : std::optional{readParameters(path, member)};
+    if (path.empty())
+    {
+        return std::nullopt;
+    }
+    return orStop(readParameters(path, member).copy(),
+                  nameOf(path) + " holds a parameter without a value", Exit::invalid);
 }
 
 // -------------------------------------------------------------------------------------- request

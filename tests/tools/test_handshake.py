@@ -57,6 +57,16 @@ class RegisterRequest(ToolTest):
         self.write("secret", "")
         self.refused(INVALID, "no secret", *self.REQUEST, *self.NAMES, "--dfs", "secret")
 
+    def test_refuses_a_parameter_without_a_value(self):
+        # The library would leave out the whole list, without a word.
+        self.pki()
+        self.write("challenge.json", {"T": "a", "n": 7})
+        given = ["--challenge", "challenge.json"]
+        self.refused(INVALID, "challenge.json holds a parameter without", *self.REQUEST, *self.NAMES, *given)
+        self.write("key.json", {**self.good_json("cert", "encode", "pki/a.pem"), "n": 7})
+        given = ["--certificate", "key.json"]
+        self.refused(INVALID, "member without a value", *self.REQUEST, *self.NAMES, *given)
+
 
 class RegisterResponse(ToolTest):
     REQUEST = json.dumps(
