@@ -46,14 +46,6 @@ namespace
 /** Nothing that the library takes comes near this, and a device has other uses for its memory. */
 constexpr std::size_t mostBytes = std::size_t{64} << 20U;
 
-void closeFile(std::FILE* file)
-{
-    // Of a file that is only read, nothing is lost.
-    static_cast<void>(std::fclose(file));
-}
-
-using FilePtr = std::unique_ptr<std::FILE, Releaser<closeFile>>;
-
 [[noreturn]] void stopReading(const std::string& path, int error)
 {
     throw Stop{Exit::failure,
@@ -61,6 +53,12 @@ using FilePtr = std::unique_ptr<std::FILE, Releaser<closeFile>>;
 }
 
 } // namespace
+
+void closeFile(std::FILE* file)
+{
+    // Of a file that is only read, nothing is lost.
+    static_cast<void>(std::fclose(file));
+}
 
 void requireReadable(const std::string& path)
 {

@@ -7,7 +7,7 @@
 
 #include <json/value.h>
 
-#include <cstdlib>
+#include <cstdio>
 #include <memory>
 #include <new>
 #include <optional>
@@ -29,6 +29,11 @@ struct Releaser
         Release(object);
     }
 };
+
+/** Closes a file that was only read. */
+void closeFile(std::FILE* file);
+
+using FilePtr = std::unique_ptr<std::FILE, Releaser<closeFile>>;
 
 /** The value of @p result, or a stop with @p message and @p status where it has none. */
 template <typename T>

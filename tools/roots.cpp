@@ -13,20 +13,10 @@
 namespace bmcoauth::tool
 {
 
-namespace
-{
-
-void closeFile(std::FILE* file)
-{
-    static_cast<void>(std::fclose(file));
-}
-
-} // namespace
-
 FactoryRoot readRoot(const std::string& path)
 {
     FactoryRoot root{path, nullptr, ""};
-    const std::unique_ptr<std::FILE, Releaser<closeFile>> file{std::fopen(path.c_str(), "re")};
+    const FilePtr file{std::fopen(path.c_str(), "re")};
     if (!file)
     {
         root.problem = std::generic_category().message(errno);
