@@ -78,7 +78,7 @@ std::string converted(const AnyKey& key, const ConvertOptions& options)
     {
         jwk["kid"] = options.kid;
     }
-    return json_fastWriter(jwk) + "\n";
+    return textOf(jwk) + "\n";
 }
 
 void put(const std::string& bytes, const AnyKey& key, const ConvertOptions& options)

@@ -381,7 +381,7 @@ Json::Value jwkOf(const AnyKey& key)
 std::string thumbprintOf(const AnyKey& key)
 {
     // The text form has no white space, and its members in the order that the thumbprint wants.
-    const std::string text = json_fastWriter(publicJwk(*key.key));
+    const std::string text = textOf(publicJwk(*key.key));
     std::array<char, EVP_MAX_MD_SIZE> digest{};
     unsigned int length = 0;
     if (EVP_Digest(text.data(), text.size(), reinterpret_cast<unsigned char*>(digest.data()),

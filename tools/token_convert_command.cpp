@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command.hpp"
 #include "documents.hpp"
+#include "openssl.hpp"
 #include "tokens.hpp"
 
-#include <openssl/bn.h>
 #include <openssl/ecdsa.h>
 
 #include <algorithm>
@@ -91,14 +91,15 @@ ByteList derOf(ByteSpan raw, std::size_t width)
     }
     const SignaturePtr signature{ECDSA_SIG_new()};
     const auto size = static_cast<int>(width);
-    BIGNUM* r = BN_bin2bn(raw.data(), size, nullptr);
-    BIGNUM* s = BN_bin2bn(raw.data() + width, size, nullptr);
-    if (!signature || ECDSA_SIG_set0(signature.get(), r, s) != 1)
+    BignumPtr r{BN_bin2bn(raw.data(), size, nullptr)};
+    BignumPtr s{BN_bin2bn(raw.data() + width, size, nullptr)};
+    if (!signature || ECDSA_SIG_set0(signature.get(), r.get(), s.get()) != 1)
     {
-        BN_free(r);
-        BN_free(s);
         throw std::bad_alloc();
     }
+    // They are the signature's now.
+    static_cast<void>(r.release());
+    static_cast<void>(s.release());
     return encoded(*signature);
 }
 
