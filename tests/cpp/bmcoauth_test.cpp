@@ -156,6 +156,21 @@ TEST(Expected, HandsItsValueOn)
     EXPECT_EQ(Expected<int>{Error::noMemory}.andThen(half).error(), Error::noMemory);
 }
 
+TEST(Expected, IsThereForALoopOverWhatACallGives)
+{
+    const auto numbers = [] {
+        return Expected<std::vector<int>>{std::vector<int>{1, 2, 3}};
+    };
+    int sum = 0;
+    for (const int number : *numbers())
+    {
+        sum += number;
+    }
+    EXPECT_EQ(sum, 6);
+    static_assert(std::is_same_v<decltype(*numbers()), std::vector<int>>);
+    static_assert(std::is_same_v<decltype(numbers().value()), std::vector<int>>);
+}
+
 TEST(Expected, EndsTheProgramWhereThereIsNoValue)
 {
     EXPECT_EQ(support::exitStatusOf([] { static_cast<void>(*Expected<int>{5}); }), 0);

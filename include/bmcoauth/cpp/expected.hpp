@@ -63,8 +63,9 @@ public:
     {
         return *there(std::get_if<0>(&content));
     }
-    /** The same, to be moved from. */
-    [[nodiscard]] T&& value() && noexcept
+    /** The same, moved out: what is called on a result that nobody keeps outlives it, so that a loop
+     *  may run over `*call()`. */
+    [[nodiscard]] T value() && noexcept(std::is_nothrow_move_constructible_v<T>)
     {
         return std::move(*there(std::get_if<0>(&content)));
     }
@@ -79,7 +80,7 @@ public:
         return value();
     }
     /** The same as `value`. */
-    [[nodiscard]] T&& operator*() && noexcept
+    [[nodiscard]] T operator*() && noexcept(std::is_nothrow_move_constructible_v<T>)
     {
         return std::move(*this).value();
     }
