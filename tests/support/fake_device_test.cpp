@@ -277,7 +277,9 @@ TEST(FailAllocation, FailsTheNthOfEachKind)
         bool thrown = false;
         try
         {
-            delete new int{1};
+            // Volatile, or an optimising compiler would leave the pair out.
+            int* const volatile made = new int{1};
+            delete made;
         }
         catch (const std::bad_alloc&)
         {

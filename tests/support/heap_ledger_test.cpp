@@ -104,8 +104,8 @@ TEST(HeapLedger, StopsABlockFromBeingReleasedTwice)
 {
     HeapLedger ledger;
     ledger.open();
-    // As a number, so that the compiler does not follow it.
-    const auto address = reinterpret_cast<std::uintptr_t>(std::malloc(10));
+    // A number that it must read again each time, so that the compiler does not follow it.
+    const volatile auto address = reinterpret_cast<std::uintptr_t>(std::malloc(10));
     const auto release = [&] {
         std::free(reinterpret_cast<void*>(address)); // NOLINT(performance-no-int-to-ptr)
     };
