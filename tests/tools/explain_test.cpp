@@ -54,7 +54,7 @@ int lengthOf(const std::string& bytes)
 PrivateKey privateKeyOf(const Identity& identity)
 {
     const std::string der = identity.privateKeyDer();
-    return std::move(*PrivateKey::fromDer({bytesOf(der), der.size()}));
+    return *PrivateKey::fromDer({bytesOf(der), der.size()});
 }
 
 /** What stands in an input, what takes its place, and the rule that this breaks. */
@@ -498,14 +498,14 @@ TEST_F(ExplainDelegatedToken, AgreesWhateverCharacterChanges)
 CertificateKey certificateKey(std::initializer_list<std::string> bodies)
 {
     const bmcoauth::ParameterList record{support::certificateRecord(bodies).release()};
-    return std::move(*CertificateKey::parse(*record.write()));
+    return *CertificateKey::parse(*record.write());
 }
 
 struct ExplainResponse : testing::Test
 {
     static ParameterList list(const std::string& text)
     {
-        return std::move(*ParameterList::parse(text));
+        return *ParameterList::parse(text);
     }
 
     static Explanation explain(const std::string& challengeText, const std::string& responseText,
