@@ -12,8 +12,8 @@
  * - A result of type `int` is 1 for success and 0 for failure; a null pointer is failure.
  * - On failure out parameters stay as they were, and nothing is left allocated.
  * - No exception leaves a function but the errors that its comment names.
- * - Nothing is kept between calls, no argument either. Any thread may call any function at any
- *   time, as long as no other one changes the same argument.
+ * - No state is kept between calls, and no argument. Any thread may call any function at any time,
+ *   as long as no other one changes the same argument.
  * - errno and OpenSSL's error queue are left as they were found.
  *
  * Functions inside BMCOAUTH_PLAIN_BEGIN and BMCOAUTH_PLAIN_END have C linkage; those outside have

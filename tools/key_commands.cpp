@@ -66,7 +66,7 @@ void check(const Options& options)
 
 void addKeyCommands(const Command& root)
 {
-    const Command group = root.group("key", "Make and check the key that signs tokens");
+    const Command group = root.group("key", "Make, check and convert keys");
 
     const Command generateVerb = group.verb(
         "generate", "Make a P-256 private key file (PEM, mode 0600)", "key generate signing.pem");
