@@ -101,9 +101,9 @@ BMCOAUTH_API int validateX509(const char* pem, const char* commonName);
  *  takes no part unless it is the only one, and may be anything. NOTE: validity is judged as of
  *  1 January 2035, local time, not as of today.
  *
- *  Returns 1 if the chain verifies; 0 if not, or if one of the two root files cannot be read; -1 if
- *  `certificate` is null or has no "x5c" value, if a value that takes part cannot be read, or if
- *  memory runs out. */
+ *  Returns 1 if the chain verifies; 0 if not, or, whatever `certificate` is, if one of the two root
+ *  files cannot be read; -1 if `certificate` is null or has no "x5c" value, if a value that takes
+ *  part cannot be read, or if memory runs out. */
 BMCOAUTH_API int chainVerify(HandshakePayload* certificate);
 
 #endif
