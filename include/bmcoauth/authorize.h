@@ -92,7 +92,8 @@ BMCOAUTH_API AuthorizeRequest* parse_authorize_request(const char* text);
 /** write_authorize_request gives the JSON object that parse_authorize_request reads.
  *
  *  A request with a handshake is written without its refresh token. The handshake is written up to
- *  its first parameter without values; a parameter "R" is an array even when it has one value. The
+ *  its first parameter whose value array is null; a parameter "R" is an array even when it has one
+ *  value, and of several with the same name the last one counts, as in the policy list. The
  *  policy list is written up to its first pair without a value, as {} when it is empty.
  *
  *  Returns null if `request` is null or has neither refresh token nor handshake, or if memory runs
@@ -151,10 +152,10 @@ BMCOAUTH_API char* client_authorize(const char* text);
  *  although the response repeats that text. A lifetime that carries the expiry beyond 64 bits wraps
  *  around.
  *
- *  The caller releases the response with free_authorize_response. Returns null if `state` or a text
- *  of the template is null, if a scope entry has no name, no values, a null value, or a count below
- *  1, if the key does not sign, if there are no random bytes, if the clock cannot be read, or if
- *  memory runs out. */
+ *  The caller releases the response with free_authorize_response. Returns null if `state` or one of
+ *  the template's two texts is null, if a scope entry has no name, no values, a null value, or a
+ *  count below 1, if the key does not sign, if there are no random bytes, if the clock cannot be
+ *  read, or if memory runs out. */
 BMCOAUTH_API AuthorizeResponse* authorize_client(const char* state, const unsigned char* der,
                                                  unsigned int derLength,
                                                  AuthorizeResponse* response_template,

@@ -25,7 +25,7 @@ BMCOAUTH_PLAIN_BEGIN
  *  strings. `aud`, `xidp`, `act`, `ravok_roles` and `scope` are not written.
  *
  *  The records are only read. The caller releases the token with `free`. Returns null if an
- *  argument but `der` is null, if a text of the records is null (`kid` apart), if the key does not
+ *  argument but `der` is null, if a text to be written is null (`kid` apart), if the key does not
  *  decode, or if memory runs out. An error in writing or encoding a part is told to the journal. */
 BMCOAUTH_API char* generateJWT(JWTHeader* header, JWTPayload* payload, const unsigned char* der,
                                int derLength);
@@ -69,7 +69,9 @@ BMCOAUTH_API int validateJWT(const char* token, const unsigned char* der, int de
  *  nor does an RSA key whose exponent is 1 or even. How long a key must be is the caller's to say.
  *
  *  The period of validity begins with "nbf", where the token has one, and ends before "exp"; `skew`
- *  seconds are allowed in both directions. Times may be numbers or texts.
+ *  seconds are allowed in both directions. Times are read as by get_jwt_payload: a number beyond
+ *  4294967295 is no time, so that such an "exp" makes the token invalid and such an "nbf" counts
+ *  for nothing.
  *
  *  Returns 1 if the token is valid, and 2 if it is signed by a trusted key but has expired, or the
  *  clock cannot be read. Returns 0 if it is invalid in any other way, if an argument is null

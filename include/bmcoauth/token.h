@@ -100,8 +100,9 @@ BMCOAUTH_API int get_jwt_header(const char* token, JWTHeader** header);
  *  object and becomes its compact JSON text. "scope" is a string, which is split at spaces into
  *  `scope`, or an object, which becomes `scopes`.
  *
- *  NOTE: every entry of `scopes` has a `count` of 1, and its value is the first string of the
- *  member, or null where the member holds none.
+ *  NOTE: every entry of `scopes` has a `count` of 1, and its value is the first element of the
+ *  member's array, a number or Boolean as its text and null as the empty one; or a null pointer
+ *  where the member is no array or an empty one.
  *
  *  On success `*payload` is a new record that the caller releases with `free_jwt_payload`. Returns
  *  0 if an argument is null, `token` has fewer than two dots, its payload does not decode to a JSON
