@@ -261,6 +261,7 @@ TEST(ParseAuthorizeRequest, WantsARefreshTokenOrAHandshake)
     EXPECT_EQ(parsed(""), nullptr);
     EXPECT_NE(parsed(R"(,"refresh_token":"r")"), nullptr);
     EXPECT_NE(parsed(R"(,"handshake_response":{"R":["x"]})"), nullptr);
+    EXPECT_EQ(parsed(R"(,"kest_policy_auth":{"a":"1"})"), nullptr);
 }
 
 TEST(ParseAuthorizeRequest, WantsTheThreeMandatoryMembersAsStrings)
@@ -513,6 +514,19 @@ TEST(WriteAuthorizeRequest, WritesThePolicyEvenWhenItIsEmpty)
     request.policy = empty;
     EXPECT_EQ(written(request), R"({"client_id":"id","client_secret":"secret",)"
                                 R"("kest_policy_auth":{},"refresh_token":"r","state":"state"})");
+}
+
+TEST(WriteAuthorizeRequest, WritesTheLastOfSeveralWithTheSameName)
+{
+    TextList texts{"id", "secret", "state"};
+    AuthorizeRequest request = requestOf(texts);
+    PolicyList policy{{"a", "1"}, {"b", "2"}, {"a", "3"}};
+    ParameterList handshake{{"T", {"a", "b"}}, {"R", {"x"}}, {"T", {"c"}}};
+    request.policy = policy;
+    request.handshake = handshake;
+    EXPECT_EQ(written(request), R"({"client_id":"id","client_secret":"secret",)"
+                                R"("handshake_response":{"R":["x"],"T":"c"},)"
+                                R"("kest_policy_auth":{"a":"3","b":"2"},"state":"state"})");
 }
 
 TEST(WriteAuthorizeRequest, WritesThePolicyUpToItsFirstPairWithoutAValue)

@@ -286,6 +286,28 @@ TEST_F(ValidateJwtDelegated, StoresNothingOfATokenThatCannotBeRead)
     EXPECT_EQ(judge(good, {.keys = {pem()}}).verdict, 1);
 }
 
+TEST_F(ValidateJwtDelegated, LeavesItsArgumentsAloneWhereItStoresNothing)
+{
+    const std::string text = pem();
+    const char* keys[] = {text.c_str(), nullptr};
+    JWTHeader otherHeader{};
+    JWTPayload otherPayload{};
+    for (const std::string& token : {std::string{"a.b"}, std::string{"a.b.c"},
+                                     es256Token("{}", claims()), es256Token(headerOf("ES256"), "")})
+    {
+        SCOPED_TRACE(token);
+        JWTHeader* header = &otherHeader;
+        JWTPayload* payload = &otherPayload;
+        int verified = -1;
+        EXPECT_EQ(validateJWT_Delegated(token.c_str(), keys, 0, &header, &payload, 0, nullptr,
+                                        nullptr, &verified),
+                  0);
+        EXPECT_EQ(header, &otherHeader);
+        EXPECT_EQ(payload, &otherPayload);
+        EXPECT_EQ(verified, -1);
+    }
+}
+
 TEST_F(ValidateJwtDelegated, HandsTheRecordsOfAForgedTokenOver)
 {
     const std::string good = es256Token();
@@ -531,6 +553,10 @@ TEST_F(ValidateJwtDelegated, SearchesTheKeysInTheirOrder)
     EXPECT_EQ(verdict({badPem, goodPem}), 1);
     EXPECT_EQ(verdict({goodPem, "no key"}), 0);
     EXPECT_EQ(verdict({goodPem, ""}), 0);
+    // Neither is an object without members a JWK, nor one whose members are all objects.
+    EXPECT_EQ(verdict({goodPem, "{}"}), 0);
+    EXPECT_EQ(verdict({goodPem, R"({"a":{"b":1}})"}), 0);
+    EXPECT_EQ(verdict({goodPem, R"({"a":1})"}), 1);
     EXPECT_EQ(verdict({goodPem, badJwk}), 0);
     EXPECT_EQ(verdict({badJwk, goodPem}), 1);
     // A JWK that is not tried ends the search where a PEM key has verified.
@@ -611,6 +637,12 @@ TEST_F(ValidateJwtDelegated, AllowsTheSkewAfterTheExpiry)
     clock.advance(1);
     EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = 300}).verdict, 2);
     EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = ~0U}).verdict, 1);
+    clock.set(1700003600 + 1000000);
+    EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = 1000000}).verdict, 2);
+    EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = 1000001}).verdict, 1);
+    // The sum goes beyond 32 bits.
+    EXPECT_EQ(judge(es256Token(R"({"exp":4294967295})"), {.keys = {pem()}, .skew = 300}).verdict,
+              1);
 }
 
 TEST_F(ValidateJwtDelegated, AllowsTheSkewBeforeTheBeginning)
@@ -625,6 +657,19 @@ TEST_F(ValidateJwtDelegated, AllowsTheSkewBeforeTheBeginning)
     EXPECT_EQ(early.verified, 1);
     EXPECT_TRUE(early.hasRecords());
     EXPECT_EQ(judge(token, {.keys = {pem()}}).verdict, 0);
+    // The sum goes beyond 32 bits.
+    EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = 4000000000U}).verdict, 1);
+}
+
+TEST_F(ValidateJwtDelegated, CallsATokenThatIsNeitherYetNorStillValidExpired)
+{
+    // Unlike for a token of the service's own, the expiry is looked at first.
+    const Trust trust{.keys = {pem()}};
+    EXPECT_EQ(judge(es256Token(R"({"exp":1700003600,"nbf":1800000000})"), trust).verdict, 0);
+    EXPECT_EQ(judge(es256Token(R"({"exp":1600000000,"nbf":1600000000})"), trust).verdict, 2);
+    const Judgement both = judge(es256Token(R"({"exp":1600000000,"nbf":1800000000})"), trust);
+    EXPECT_EQ(both.verdict, 2);
+    EXPECT_EQ(both.verified, 1);
 }
 
 TEST_F(ValidateJwtDelegated, NeedsAnExpiryButNoBeginning)
@@ -635,6 +680,23 @@ TEST_F(ValidateJwtDelegated, NeedsAnExpiryButNoBeginning)
     EXPECT_EQ(judge(es256Token(R"({"exp":1700003600})"), {.keys = {pem()}}).verdict, 1);
     EXPECT_EQ(judge(es256Token("{}"), {.keys = {pem()}}).verdict, 0);
     EXPECT_EQ(judge(es256Token(R"({"exp":true})"), {.keys = {pem()}}).verdict, 0);
+}
+
+TEST_F(ValidateJwtDelegated, TakesTimesThatItDoesNotReadAsMissing)
+{
+    const Trust trust{.keys = {pem()}};
+    EXPECT_EQ(judge(es256Token(R"({"exp":4294967295})"), trust).verdict, 1);
+    EXPECT_EQ(judge(es256Token(R"({"exp":1700003600,"nbf":4294967295})"), trust).verdict, 0);
+    for (const char* time : {"4294967296", "1800000000.0", "-1", "null", "[1800000000]"})
+    {
+        SCOPED_TRACE(time);
+        const Judgement endless = judge(es256Token(std::string{R"({"exp":)"} + time + "}"), trust);
+        EXPECT_EQ(endless.verdict, 0);
+        EXPECT_EQ(endless.verified, 1);
+        EXPECT_EQ(judge(es256Token(std::string{R"({"exp":1700003600,"nbf":)"} + time + "}"), trust)
+                      .verdict,
+                  1);
+    }
 }
 
 TEST_F(ValidateJwtDelegated, ReadsTimesAsTextsToo)
@@ -657,6 +719,20 @@ TEST_F(ValidateJwtDelegated, ReadsTimesAsTextsToo)
     EXPECT_EQ(verdict("99999999999999999999"), 1);
     EXPECT_EQ(verdict("-1"), 1);
     EXPECT_EQ(verdict("-1", 300), 2);
+    const auto verdictBefore = [](const std::string& nbf) {
+        std::string payload = R"({"exp":1700003600,"nbf":")";
+        payload.append(nbf).append(R"("})");
+        return judge(es256Token(payload), {.keys = {pem()}}).verdict;
+    };
+    EXPECT_EQ(verdictBefore("1700000000"), 1);
+    EXPECT_EQ(verdictBefore("1700000001"), 0);
+    EXPECT_EQ(verdictBefore("0x6553f100"), 1);
+    EXPECT_EQ(verdictBefore("0x6553f101"), 0);
+    EXPECT_EQ(verdictBefore("014524770400"), 1);
+    EXPECT_EQ(verdictBefore("014524770401"), 0);
+    EXPECT_EQ(verdictBefore("soon"), 1);
+    EXPECT_EQ(verdictBefore(""), 1);
+    EXPECT_EQ(verdictBefore("-1"), 0);
 }
 
 TEST_F(ValidateJwtDelegated, TakesAClockThatFailsForExpiry)
@@ -667,6 +743,9 @@ TEST_F(ValidateJwtDelegated, TakesAClockThatFailsForExpiry)
     const Judgement judgement = judge(token, {.keys = {pem()}});
     EXPECT_EQ(judgement.verdict, 2);
     EXPECT_EQ(judgement.verified, 1);
+    EXPECT_EQ(judge(es256Token(R"({"exp":1700003600})"), {.keys = {pem()}}).verdict, 2);
+    // What never expires is not valid, whatever the time is.
+    EXPECT_EQ(judge(es256Token("{}"), {.keys = {pem()}}).verdict, 0);
 }
 
 TEST_F(ValidateJwtDelegated, SpellsTheRightsOutAsThreeEntries)
@@ -706,6 +785,19 @@ TEST_F(ValidateJwtDelegated, KeepsStructuredScopes)
         {.keys = {pem()}});
     EXPECT_EQ(judgement.verdict, 1);
     EXPECT_EQ(entriesOf(judgement), (Entries{{"a", "1"}, {"b", "2"}}));
+}
+
+TEST_F(ValidateJwtDelegated, GrantsNothingBesideAnEmptyScopeObject)
+{
+    const std::string rights = R"("sub":"alice","xidp":{"*":["L"]},)";
+    EXPECT_EQ(entriesOf(judge(es256Token(claims(rights)), {.keys = {pem()}})),
+              rightsOf("alice", "1"));
+    const Judgement judgement =
+        judge(es256Token(claims(rights + R"("scope":{},)")), {.keys = {pem()}});
+    EXPECT_EQ(judgement.verdict, 1);
+    ASSERT_TRUE(judgement.hasRecords());
+    EXPECT_EQ(judgement.payload->scopes_count, 0);
+    EXPECT_EQ(entriesOf(judgement), Entries{});
 }
 
 TEST_F(ValidateJwtDelegated, HandsThePrivilegeDocumentToTheStringLibrary)

@@ -509,6 +509,21 @@ TEST(ValidateJwt, CallsAForgedTokenExpiredToo)
     EXPECT_EQ(validate(handmade(plainHeader, json(plainClaims())), otherKey()).result, 2);
 }
 
+TEST(ValidateJwt, CallsAnExpiredTokenExpiredWhateverItsScope)
+{
+    const FakeClock clock{now};
+    for (const char* scope : {R"({"web":["r"]})", R"("read write")", "{}", "5"})
+    {
+        tokens::Members claims = plainClaims();
+        claims["scope"] = scope;
+        claims["exp"] = R"("1700000000")";
+        EXPECT_EQ(validateClaims(json(claims)).result, 2) << scope;
+        // But not one that lacks a claim.
+        claims.erase("iat");
+        EXPECT_EQ(validateClaims(json(claims)).result, 0) << scope;
+    }
+}
+
 TEST(ValidateJwt, HoldsATokenInvalidBeforeItsTime)
 {
     FakeClock clock{1699999999};
@@ -618,6 +633,23 @@ TEST(ValidateJwt, RefusesAnAlteredSignatureAndHandsTheRecordsBack)
     EXPECT_EQ(validate(token).result, 1);
 }
 
+TEST(ValidateJwt, HandsTheRecordsBackWhereTheSignatureDoesNotDecode)
+{
+    const FakeClock clock{now};
+    const std::string token = handmade(plainHeader, json(plainClaims()));
+    const std::string signingInput = token.substr(0, token.rfind('.'));
+    for (const std::string& bad : {signingInput + ".", signingInput + ".%%%", signingInput + ".A",
+                                   token + ".", token + ".c2ln"})
+    {
+        SCOPED_TRACE(bad);
+        const Validation checked = validate(bad);
+        EXPECT_EQ(checked.result, 0);
+        EXPECT_NE(checked.header, nullptr);
+        EXPECT_NE(checked.payload, nullptr);
+    }
+    EXPECT_EQ(validate(token).result, 1);
+}
+
 TEST(ValidateJwt, RefusesWhatTheSignatureDoesNotCover)
 {
     const FakeClock clock{now};
@@ -698,6 +730,42 @@ TEST(ValidateJwt, NeedsATokenAndBothAddresses)
     EXPECT_EQ(validateJWT(token.c_str(), der, length, &header, nullptr), 0);
     EXPECT_EQ(header, nullptr);
     EXPECT_EQ(payload, nullptr);
+}
+
+TEST(ValidateJwt, LeavesAloneWhatItDoesNotBuild)
+{
+    FakeClock clock{now};
+    JWTHeader otherHeader{};
+    JWTPayload otherPayload{};
+    JWTHeader* header = &otherHeader;
+    JWTPayload* payload = &otherPayload;
+    const auto result = [&](const char* token) {
+        return validateJWT(token, serviceKey().data(), serviceKey().length(), &header, &payload);
+    };
+    EXPECT_EQ(result(nullptr), 0);
+    EXPECT_EQ(result(""), 0);
+    EXPECT_EQ(result("a.b.c"), 0);
+    EXPECT_EQ(result(handmade("{}", json(plainClaims())).c_str()), 0);
+    EXPECT_EQ(header, &otherHeader);
+    EXPECT_EQ(payload, &otherPayload);
+
+    // The header stands by itself.
+    EXPECT_EQ(result(handmade(plainHeader, "{}").c_str()), 0);
+    const tokens::Header ofAnInvalidToken{header};
+    EXPECT_NE(header, &otherHeader);
+    EXPECT_EQ(payload, &otherPayload);
+    header = &otherHeader;
+    clock.set(1700003600);
+    EXPECT_EQ(result(handmade(plainHeader, json(plainClaims())).c_str()), 2);
+    const tokens::Header ofAnExpiredToken{header};
+    EXPECT_NE(header, &otherHeader);
+    EXPECT_EQ(payload, &otherPayload);
+
+    header = &otherHeader;
+    clock.failBreakingDown();
+    EXPECT_EQ(result(handmade(plainHeader, json(plainClaims())).c_str()), 3);
+    EXPECT_EQ(header, &otherHeader);
+    EXPECT_EQ(payload, &otherPayload);
 }
 
 TEST(ValidateJwt, NeedsTypAndAlg)

@@ -401,6 +401,30 @@ TEST(GetEcPublicKey, GivesThePoint)
     EXPECT_EQ(Bytes(point, point + 65), fromHex(std::string{pointHex}));
 }
 
+TEST(GetEcPublicKey, GivesThePointUncompressedHoweverTheFileHasIt)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory / "key.pem";
+    const EcKey key = decodeWithOpenSsl(privateKeyDer());
+    EC_KEY_set_conv_form(key.get(), POINT_CONVERSION_COMPRESSED);
+    Bytes der(privateKeyDer().size());
+    unsigned char* position = der.data();
+    ASSERT_EQ(i2d_ECPrivateKey(key.get(), nullptr), length(der) - 32);
+    der.resize(static_cast<std::size_t>(i2d_ECPrivateKey(key.get(), &position)));
+    const Pkey wrapped{EVP_PKEY_new()};
+    ASSERT_EQ(EVP_PKEY_set1_EC_KEY(wrapped.get(), key.get()), 1);
+    for (const std::string& contents : {traditionalPem(der), privatePem(*wrapped)})
+    {
+        writeFile(path, contents);
+        unsigned char* point = nullptr;
+        int pointLength = -1;
+        ASSERT_EQ(getECPublicKey(path.c_str(), &point, &pointLength), 1);
+        const HeapBytes owned{point};
+        ASSERT_EQ(pointLength, 65);
+        EXPECT_EQ(Bytes(point, point + 65), fromHex(std::string{pointHex}));
+    }
+}
+
 TEST(GetEcPublicKey, WritesIntoTheCallersBufferAndMovesThePointer)
 {
     const TemporaryDirectory directory;

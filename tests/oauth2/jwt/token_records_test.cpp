@@ -286,6 +286,19 @@ TEST(CreateJwtPayload, TakesNoScopesWithoutBothArrayAndCount)
     EXPECT_STREQ(scopes.get()[0].name, "first");
 }
 
+TEST(CreateJwtPayload, TakesAnArrayWithANegativeCountOver)
+{
+    const FakeClock clock{now};
+    auto* const scopes = static_cast<JWTscopes*>(std::calloc(1, sizeof(JWTscopes)));
+    ASSERT_NE(scopes, nullptr);
+    // A leak check sees whether the array is released with the payload.
+    const tokens::Payload payload{
+        create_jwt_payload("user", "id-1", "issuer", nullptr, nullptr, "1", scopes, -1)};
+    ASSERT_NE(payload, nullptr);
+    EXPECT_EQ(payload->scopes, scopes);
+    EXPECT_EQ(payload->scopes_count, -1);
+}
+
 TEST(CreateJwtPayload, NeedsEveryTextButThoseOfTheClock)
 {
     const FakeClock clock{now};
@@ -842,6 +855,23 @@ TEST(GetJwtPayload, FailsOrEndsTheProcessWhicheverAllocationFailsForNames)
         "{}", R"({"sub":"user","aud":"one","scope":"read write a-rather-long-name-of-a-scope"})");
     payloadOf(token);
     EXPECT_EQ(timesEnded(get_jwt_payload, token), 1); // for the record
+}
+
+TEST(TokenReaders, LeaveTheirArgumentAloneOnFailure)
+{
+    JWTHeader otherHeader{};
+    JWTPayload otherPayload{};
+    for (const std::string& token :
+         {std::string{}, std::string{"a.b"}, std::string{"!.!."}, tokenOf("{}", "[]")})
+    {
+        SCOPED_TRACE(token);
+        JWTHeader* header = &otherHeader;
+        JWTPayload* payload = &otherPayload;
+        EXPECT_EQ(get_jwt_header(token.c_str(), &header), 0);
+        EXPECT_EQ(get_jwt_payload(token.c_str(), &payload), 0);
+        EXPECT_EQ(header, &otherHeader);
+        EXPECT_EQ(payload, &otherPayload);
+    }
 }
 
 TEST(TokenReaders, LeaveErrnoAndTheErrorQueueAlone)
