@@ -6,6 +6,7 @@
 #include <bmcoauth/encoding.h>
 
 #include <climits>
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 
 #include <algorithm>
@@ -258,7 +259,10 @@ std::optional<DecodedBytes> decodeEitherBase64(std::string_view text)
         return std::nullopt;
     }
     base64URIencode(copy.get());
-    return decodeBase64Url(copy.get());
+    std::optional<DecodedBytes> bytes = decodeBase64Url(copy.get());
+    // What is stored so may be a secret.
+    OPENSSL_cleanse(copy.get(), text.size());
+    return bytes;
 }
 
 } // namespace bmcoauth::crypto

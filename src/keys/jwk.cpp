@@ -8,6 +8,9 @@
 
 #include <bmcoauth/support.h>
 
+#include <openssl/crypto.h>
+
+#include <cstring>
 #include <string_view>
 
 using namespace bmcoauth;
@@ -171,6 +174,8 @@ extern "C" jwk* encode_cert_jwk(const char* kty, const char* kid, const char* me
     {
         record[2] = {failFastCopy("kid"), failFastCopy(kid)};
     }
+    // What is kept so may be a secret.
+    OPENSSL_cleanse(text.get(), std::strlen(text.get()));
     return record;
 }
 
