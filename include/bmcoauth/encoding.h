@@ -20,7 +20,8 @@ BMCOAUTH_API int issueRandomBytesInHex(char* out, int count);
  *  caller releases with `free`.
  *
  *  There is no result: `*out` is untouched if the device does not yield that many bytes in one
- *  read, or memory runs out. Set it to null before the call to see whether a token was issued. */
+ *  read, `count` is above 1610612730 (see base64encode), or memory runs out. Set it to null before
+ *  the call to see whether a token was issued. */
 BMCOAUTH_API void issueRandomToken(char** out, unsigned int count);
 
 /** base64encode encodes the `length` bytes at `data` as standard Base64 (RFC 4648, section 4), with

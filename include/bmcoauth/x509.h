@@ -56,7 +56,8 @@ BMCOAUTH_API HandshakePayload* encode_x509_jwk(const char* pem, unsigned int len
  *
  *  NOTE: the name is checked on the first value and the chain on the last: a caller that needs both
  *  for one certificate passes a key with one value. Without an "x5c" value there is no name check,
- *  and no chain either. */
+ *  and no chain either; but where only the first of several "x5c" parameters holds no value, the
+ *  name goes unchecked while chainVerify takes the next one. */
 BMCOAUTH_API int validate_x509_jwk(HandshakePayload* certificate, const char* commonName);
 
 /** get_EC_pubKey returns the public key of the certificate `pem`, whatever elliptic curve it is on.
