@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "support/fake_device.hpp"
+#include "support/owners.hpp"
+
 #include <bmcoauth.h>
 
 #include <gtest/gtest.h>
@@ -7,6 +10,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -113,4 +117,36 @@ TEST(GetSecondsFromEpoch, LeavesErrnoAlone)
     errno = 77;
     (void)get_seconds_from_epoch(0);
     EXPECT_EQ(errno, 77);
+}
+
+// The clock is broken down as UTC, and the parts are put together as local time without daylight
+// saving: what the zone adds goes again with the epoch, unless summer fell into January 1970.
+TEST(CurrentTime, DoesNotDependOnAZoneWithoutSummerInJanuary)
+{
+    struct Row
+    {
+        const char* zone;
+        std::time_t clock;
+        const char* written;
+    };
+    constexpr std::time_t july = 1689400000;
+    constexpr std::time_t november = 1700000000;
+    for (const auto& [name, seconds, written] :
+         {Row{"UTC0", november, "1700000000"}, Row{"EAST-9", november, "1700000000"},
+          Row{"WEST+5", november, "1700000000"},
+          Row{"NORTH-1SUMMER,M3.5.0,M10.5.0/3", july, "1689400000"},
+          Row{"NORTH-1SUMMER,M3.5.0,M10.5.0/3", november, "1700000000"},
+          Row{"SOUTH-10SUMMER,M10.1.0,M4.1.0/3", july, "1689403600"},
+          Row{"SOUTH-10SUMMER,M10.1.0,M4.1.0/3", november, "1700003600"}})
+    {
+        SCOPED_TRACE(std::string{name}.append(" at ").append(std::to_string(seconds)));
+        const LocalZone zone{name};
+        const support::FakeClock clock{seconds};
+        using Response =
+            std::unique_ptr<AuthorizeResponse, support::Releaser<free_authorize_response>>;
+        const Response response{
+            create_authorize_response("state", "token", "refresh", "60", "bearer")};
+        ASSERT_NE(response, nullptr);
+        EXPECT_STREQ(response->issued_at, written);
+    }
 }

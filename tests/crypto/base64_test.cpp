@@ -164,6 +164,19 @@ TEST(Base64Encode, RefusesALengthWhoseTextIsTooLong)
     EXPECT_EQ(text, nullptr);
 }
 
+TEST(Base64Encode, OverwritesWhatWasThereOnSuccessAlone)
+{
+    // Not of the heap: it could not be released.
+    char before = 'x';
+    char* text = &before;
+    EXPECT_EQ(base64encode(nullptr, &text, 3), 0);
+    EXPECT_EQ(text, &before);
+    EXPECT_EQ(base64encode("abc", &text, 3), 1);
+    ASSERT_NE(text, &before);
+    const HeapText owner{text};
+    EXPECT_STREQ(text, "YWJj");
+}
+
 TEST(Base64Encode, LeavesTheTextAloneWhicheverAllocationFails)
 {
     support::withEachAllocationFailing([](auto& failure) {

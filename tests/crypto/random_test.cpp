@@ -122,6 +122,16 @@ TEST(IssueRandomBytesInHex, WritesThePrefixAloneForNoBytes)
     EXPECT_EQ(hexNumber(0), "0x");
 }
 
+// A number of no bytes is drawn as every other one is.
+TEST(IssueRandomBytesInHex, NeedsTheDeviceForNoBytesToo)
+{
+    FakeRandom device;
+    EXPECT_EQ(hexNumber(0), "0x");
+    EXPECT_EQ(device.opens(), 1U);
+    device.failOpening(ENOENT);
+    EXPECT_EQ(hexNumber(0), untouched);
+}
+
 TEST(IssueRandomBytesInHex, RefusesMoreThan16BytesWithoutOpeningTheDevice)
 {
     const FakeRandom device{deviceBytes};
@@ -199,6 +209,14 @@ TEST(IssueRandomToken, IsEmptyForNoBytes)
     EXPECT_EQ(token(0), "");
 }
 
+TEST(IssueRandomToken, NeedsTheDeviceForNoBytesToo)
+{
+    FakeRandom device;
+    EXPECT_EQ(token(0), "");
+    device.failOpening(ENOENT);
+    EXPECT_EQ(token(0), "(null)");
+}
+
 TEST(IssueRandomToken, StoresNothingForACountThatCannotBeHonoured)
 {
     const FakeRandom device;
@@ -211,6 +229,21 @@ TEST(IssueRandomToken, StoresNothingForACountThatCannotBeHonoured)
 TEST(IssueRandomToken, StoresNothingWhenTheDeviceFails)
 {
     withEachDeviceFailure([] { EXPECT_EQ(token(32), "(null)"); });
+}
+
+TEST(IssueRandomToken, OverwritesWhatWasThereOnSuccessAlone)
+{
+    FakeRandom device{deviceBytes};
+    // Not of the heap: it could not be released.
+    char before = 'x';
+    char* text = &before;
+    device.failReading(EIO, {0, 1});
+    issueRandomToken(&text, 3);
+    EXPECT_EQ(text, &before);
+    issueRandomToken(&text, 3);
+    ASSERT_NE(text, &before);
+    const HeapText owner{text};
+    EXPECT_STREQ(text, "ASNF");
 }
 
 TEST(IssueRandomToken, StoresNothingWhicheverAllocationFails)
@@ -261,6 +294,20 @@ TEST(GenerateRandomIv, StoresNothingWhicheverAllocationFails)
         EXPECT_EQ(result, failed ? 0 : 1);
         EXPECT_EQ(text == nullptr, failed);
     });
+}
+
+TEST(GenerateRandomIv, OverwritesWhatWasThereOnSuccessAlone)
+{
+    FakeRandom device{deviceBytes};
+    char before = 'x';
+    char* text = &before;
+    device.failReading(EIO, {0, 1});
+    EXPECT_EQ(generateRandomIV(&text), 0);
+    EXPECT_EQ(text, &before);
+    EXPECT_EQ(generateRandomIV(&text), 1);
+    ASSERT_NE(text, &before);
+    const HeapText owner{text};
+    EXPECT_STREQ(text, "0123456789ABCDEFFF7F80100FF0AA55");
 }
 
 TEST(GenerateRandomIv, RefusesANullAddress)

@@ -282,6 +282,10 @@ TEST_F(ChainVerify, AsksForNoPassPhraseOfAnEncryptedRoot)
                                    "DEK-Info: AES-128-CBC,000102030405060708090A0B0C0D0E0F\n\n");
     files.put(productionPath, pem);
     EXPECT_EQ(verify({production.issue({}).body()}), 0);
+    for (const Opening& opening : files.openings())
+    {
+        EXPECT_NE(opening.path, "/dev/tty");
+    }
 }
 
 TEST_F(ChainVerify, ReportsAMissingChain)

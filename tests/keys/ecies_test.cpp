@@ -475,6 +475,24 @@ TEST(EciesEncrypt, RefusesMissingArguments)
     EXPECT_NE(body, nullptr);
 }
 
+TEST(EciesEncrypt, OverwritesTheMacOnSuccessAlone)
+{
+    const Sealing sealing;
+    HandshakePayload* peer = sealing.other.record.get();
+    const unsigned char* der = bytesOf(sealing.own.der);
+    const int length = static_cast<int>(sealing.own.der.size());
+    // Not of the heap: it could not be released.
+    char before = 'x';
+    char* mac = &before;
+    EXPECT_EQ(ecies_encrypt("abc", 3, &peer, &mac, der, length, "short"), nullptr);
+    EXPECT_EQ(mac, &before);
+    const HeapText body{ecies_encrypt("abc", 3, &peer, &mac, der, length, someIv)};
+    ASSERT_NE(mac, &before);
+    const HeapText macOwner{mac};
+    EXPECT_NE(body, nullptr);
+    EXPECT_EQ(std::string_view{mac}.size(), 44U);
+}
+
 // The length alone decides; the data is not looked at.
 TEST(EciesEncrypt, RefusesALengthThatCannotBeHonoured)
 {

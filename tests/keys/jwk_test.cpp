@@ -118,6 +118,12 @@ TEST(EncodeCertJwk, TakesZeroBytesAndEmptyTexts)
     EXPECT_EQ(pairsOf(record.get()), (Pairs{{"kty", ""}, {"", "AAAA"}, {"kid", ""}}));
 }
 
+TEST(EncodeCertJwk, WritesNoBytesAsAnEmptyText)
+{
+    const KeyRecord record{encode_cert_jwk("EC", nullptr, "x5c", bytes("abc"), 0)};
+    EXPECT_EQ(pairsOf(record.get()), (Pairs{{"kty", "EC"}, {"x5c", ""}}));
+}
+
 TEST(EncodeCertJwk, GivesNullWithoutTypeMemberOrData)
 {
     const KeyRecord whole{encode_cert_jwk("EC", nullptr, "x5c", bytes("abc"), 3)};
@@ -222,6 +228,13 @@ TEST(DecodeDfsJwk, LooksAtTwoPairsOnly)
     EXPECT_EQ(decoded(LiteralKey{{"kid", "x"}, {"dfs", "YWJj"}, {"kty", "EC"}}), "abc");
 }
 
+TEST(DecodeDfsJwk, TakesTheLaterOfTwoSuchPairs)
+{
+    EXPECT_EQ(decoded(LiteralKey{{"dfs", "YWJj"}, {"dfs", "ZGVm"}}), "def");
+    EXPECT_EQ(decoded(LiteralKey{{"dfs", "YWJj"}, {"dfs", nullptr}}), "null");
+    EXPECT_EQ(decoded(LiteralKey{{"dfs", nullptr}, {"dfs", "YWJj"}}), "null");
+}
+
 TEST(DecodeDfsJwk, NeedsNoEndAfterTwoPairs)
 {
     LiteralKey key{{"kty", "DFS"}, {"dfs", "YWJj"}};
@@ -316,6 +329,27 @@ TEST(FreeJwkList, TakesNull)
 {
     free_jwk_list(nullptr);
     free_jwk_certs(nullptr);
+}
+
+// What stands behind such a pair belongs to whoever put it there.
+TEST(FreeJwkList, StopsAtAPairWithoutValue)
+{
+    auto** list = static_cast<jwk**>(std::calloc(2, sizeof(jwk*)));
+    auto* record = static_cast<jwk*>(std::calloc(4, sizeof(jwk)));
+    ASSERT_NE(list, nullptr);
+    ASSERT_NE(record, nullptr);
+    const HeapText valueless = heapText("n");
+    const HeapText key = heapText("kid");
+    const HeapText value = heapText("1");
+    record[0] = {heapText("kty").release(), heapText("EC").release()};
+    record[1] = {valueless.get(), nullptr};
+    record[2] = {key.get(), value.get()};
+    list[0] = record;
+    // The owners release these three once more if they were not left alone.
+    free_jwk_list(list);
+    EXPECT_STREQ(valueless.get(), "n");
+    EXPECT_STREQ(key.get(), "kid");
+    EXPECT_STREQ(value.get(), "1");
 }
 
 TEST(SetJwkList, CopiesEveryKey)

@@ -12,6 +12,7 @@
 #include <openssl/err.h>
 
 #include <cerrno>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -278,9 +279,11 @@ TEST(GetX509Cert, AsksForNoPassPhrase)
 {
     std::string pem = named("device").pem();
     pem.insert(std::string{beginLine}.size(), encryptedHeader);
+    const FakeFiles files;
     EXPECT_EQ(getX509Cert(pem.c_str()), nullptr);
     EXPECT_EQ(validateX509(pem.c_str(), nullptr), 0);
     EXPECT_EQ(get_EC_pubKey(pem.c_str()), nullptr);
+    EXPECT_TRUE(files.openings().empty()) << "the terminal is opened, if there is one";
 }
 
 TEST(GetX509Cert, LeavesTheErrorQueueAndErrnoAlone)
@@ -346,6 +349,26 @@ TEST(ValidateX509, NoNameMeetsNoExpectation)
     EXPECT_EQ(validateX509(named(std::nullopt).pem().c_str(), "n"), 0);
     EXPECT_EQ(validateX509(named(std::nullopt).pem().c_str(), ""), 0);
     EXPECT_EQ(validateX509(named("").pem().c_str(), ""), 0);
+}
+
+TEST(ValidateX509, ComparesTheFirstOfSeveralNames)
+{
+    const auto withSecondName = [](const char* first, const char* second) {
+        const Identity identity = named(first);
+        using Name = std::unique_ptr<X509_NAME, Releaser<X509_NAME_free>>;
+        const Name subject{X509_NAME_dup(X509_get_subject_name(&identity.certificate()))};
+        EXPECT_EQ(X509_NAME_add_entry_by_txt(subject.get(), "CN", MBSTRING_ASC,
+                                             reinterpret_cast<const unsigned char*>(second), -1, -1,
+                                             0),
+                  1);
+        EXPECT_EQ(X509_set_subject_name(&identity.certificate(), subject.get()), 1);
+        return identity.pem();
+    };
+    const std::string pem = withSecondName("first", "second");
+    EXPECT_EQ(validateX509(pem.c_str(), "first"), 1);
+    EXPECT_EQ(validateX509(pem.c_str(), "second"), 0);
+    EXPECT_EQ(validateX509(pem.c_str(), nullptr), 1);
+    EXPECT_EQ(validateX509(withSecondName("", "second").c_str(), nullptr), 0);
 }
 
 TEST(ValidateX509, DoesNotEndANameAtAZeroByte)
@@ -477,6 +500,15 @@ TEST(EncodeX509Jwk, KeepsWhatStandsBetweenTheCertificates)
     const Identity identity = named("device");
     EXPECT_EQ(bodiesOf("before\n" + identity.pem() + "be\ntween\n" + identity.pem() + "behind"),
               (std::vector<std::string>{"before" + identity.body(), "between" + identity.body()}));
+}
+
+// The begin marker appears only when the end marker inside it is gone, and that one only when the
+// line feed inside it is.
+TEST(EncodeX509Jwk, TakesOutLineFeedsThenEndMarkersThenBeginMarkers)
+{
+    const Identity identity = named("device");
+    EXPECT_EQ(bodiesOf("-----BEGIN -----END CERTI\nFICATE-----CERTIFICATE-----\n" + identity.pem()),
+              (std::vector<std::string>{identity.body()}));
 }
 
 TEST(EncodeX509Jwk, TakesOneCharacterAfterTheEndMarkerIntoTheBlock)

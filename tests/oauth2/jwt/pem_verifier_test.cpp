@@ -455,6 +455,7 @@ TEST(PemVerifier, DoesNotAskForAPassPhrase)
 {
     const std::string input = inputFor("RS256");
     const std::string signature = issuer::rsaKey().sign(input, "SHA256");
+    const support::FakeFiles files;
     for (std::string pem : {issuer::rsaKey().pem(), issuer::rsaKey().pkcs1Pem()})
     {
         // It would wait at the terminal for ever.
@@ -470,6 +471,7 @@ TEST(PemVerifier, DoesNotAskForAPassPhrase)
                                        "DEK-Info: AES-128-CBC,00112233445566778899AABBCCDDEEFF\n"
                                        "\n");
     EXPECT_FALSE(accepts(ecInput, ecSignature, ecPem));
+    EXPECT_TRUE(files.openings().empty()) << "the terminal is opened, if there is one";
 }
 
 /** The PEM text that holds `der` under `label`. */

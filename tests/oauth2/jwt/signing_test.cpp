@@ -341,8 +341,11 @@ TEST(GetEcKeyFromFile, DoesNotAskForAPassPhrase)
     const std::string path = directory / "key.pem";
     writeFile(path, privatePem(*generate("EC", "P-256"), "secret"));
     ASSERT_NE(contentsOf(path).find("ENCRYPTED"), std::string::npos);
+    const FakeFiles files;
     // It would wait at the terminal for ever.
     EXPECT_EQ(EcKey{getECKeyFromFile(path.c_str())}, nullptr);
+    ASSERT_EQ(files.openings().size(), 1U) << "the terminal is opened, if there is one";
+    EXPECT_EQ(files.openings()[0].path, path);
 }
 
 TEST(GetEcKeyFromFile, KeepsErrnoTheErrorQueueAndTheDescriptors)
