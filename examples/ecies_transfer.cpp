@@ -7,7 +7,8 @@
 //
 // Each side has a private key (a PEM file, P-256) and knows the other's certificate, which came with
 // its registration. Both derive the same secret from them, so no key travels; and since the secret
-// needs one of the two private keys, an envelope that opens is from the peer.
+// needs one of the two private keys, an envelope that opens is from the peer, or one's own that was
+// sent back: put a name into the text if that matters.
 //
 // The message is a handshake response that carries a certificate for the peer's TLS service, which
 // is what controllers use envelopes for.

@@ -29,7 +29,7 @@ namespace bmcoauth
 inline namespace v1
 {
 
-/** An owner of OpenSSL's X509. */
+/** What releases an X509 of OpenSSL. */
 struct CertificateReleaser
 {
     /** Releases `certificate`. */
@@ -38,7 +38,7 @@ struct CertificateReleaser
         X509_free(certificate);
     }
 };
-/** Owns an X509. */
+/** Owns an X509 of OpenSSL. */
 using Certificate = std::unique_ptr<X509, CertificateReleaser>;
 
 /** What verifying a chain has shown. */

@@ -31,7 +31,7 @@ inline namespace v1
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 #endif
 
-/** An owner of OpenSSL's EC_KEY. */
+/** What releases an EC_KEY of OpenSSL. */
 struct EcKeyReleaser
 {
     /** Releases `key`. */
@@ -40,7 +40,7 @@ struct EcKeyReleaser
         EC_KEY_free(key);
     }
 };
-/** Owns an EC_KEY. */
+/** Owns an EC_KEY of OpenSSL. */
 using EcKey = std::unique_ptr<EC_KEY, EcKeyReleaser>;
 
 /** PrivateKey owns the key with which a service or a device signs and opens envelopes: P-256, an
