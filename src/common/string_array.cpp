@@ -5,6 +5,8 @@
 
 #include <bmcoauth/support.h>
 
+#include <cstdint>
+
 namespace bmcoauth
 {
 
@@ -33,7 +35,8 @@ std::size_t countStrings(const char* const* array) noexcept
 
 StringArray emptyStringArray(std::size_t count) noexcept
 {
-    return StringArray{zeroedBlock<char*>(count + 1).release()};
+    // A caller may ask for as many as there are numbers; on 32 bits the sum would then be 0.
+    return count == SIZE_MAX ? nullptr : StringArray{zeroedBlock<char*>(count + 1).release()};
 }
 
 StringArray copyStringArray(const char* const* array) noexcept

@@ -272,6 +272,22 @@ TEST(GenerateClientHandshakeChallenge, GivesNoValuesForACountOfZero)
     EXPECT_EQ(shown(challenge.get()), (Lines{"T="}));
 }
 
+TEST(GenerateClientHandshakeChallenge, FailsForACountThatNoArrayHolds)
+{
+    TextList types{"A", certificateType};
+    // On 32 bits there is no room for the end behind so many values. Elsewhere a machine may lend
+    // what it does not have: there the array, after the copy of the types, is refused it.
+    constexpr unsigned int none = 0;
+    constexpr unsigned int array = sizeof(std::size_t) > sizeof(unsigned int) ? 4 : none;
+    FailAllocation failure{array, FailAllocation::fromThenOn};
+    HandshakePayload* challenge = nullptr;
+    const int result = generateClientHandshakeChallenge(types, 0xFFFFFFFFU, &challenge);
+    EXPECT_EQ(failure.reached(), array != none);
+    const PayloadPtr owned{challenge};
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(challenge, nullptr);
+}
+
 TEST(GenerateClientHandshakeChallenge, FailsForFewerThanTwoTypes)
 {
     TextList ordinary{"A"};
