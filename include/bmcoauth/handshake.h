@@ -116,7 +116,8 @@ BMCOAUTH_API bool generateHandshakeResponse(HandshakePayload* challenge, const c
 
 /** validateHandshakeResponse checks the client's answer `response` to `challenge`; the other
  *  arguments are those of generateHandshakeResponse. "M" and "C" are taken from the response where
- *  the challenge carries none. Returns true if the answer is accepted.
+ *  the challenge carries neither; a challenge with one of them alone is refused. Returns true if the
+ *  answer is accepted.
  *
  *  NOTE: a wrong one-time password ends the check with false at once, but a certificate proof does
  *  not: the result is that of the last proof checked, and proofs missing at the end of "R" are not

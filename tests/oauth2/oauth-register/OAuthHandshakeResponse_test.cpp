@@ -340,6 +340,13 @@ TEST(ValidateHandshakeResponse, TakesCountersFromTheResponseWhereTheChallengeHas
     // The challenge's counters are the ones that count.
     EXPECT_FALSE(
         accepts(R"({"T":"hotp1.0","M":"1","C":"2"})", R"({"C":"1","M":"1","R":"94287082"})"));
+    // Nor is one of them alone made whole by the response.
+    for (const char* one : {R"("M":"1")", R"("C":"1")"})
+    {
+        EXPECT_FALSE(accepts(std::string{R"({"T":"hotp1.0",)"} + one + "}",
+                             R"({"C":"1","M":"1","R":"94287082"})"))
+            << one;
+    }
 }
 
 TEST(ValidateHandshakeResponse, EndsAtTheFirstWrongPassword)
@@ -385,6 +392,18 @@ TEST(GenerateHandshakeResponse, SignsTheTokenAndTheCommonName)
     EXPECT_EQ(proofs[0].find_first_of("+/="), std::string::npos);
     EXPECT_LE(proofs[0].size(), 96U);
     EXPECT_TRUE(verifies(decoded(proofs[0]), "dG9rZW4=:client-1", client()));
+    EXPECT_TRUE(accepted(challenge.get(), "", made.response.get(), record.get()));
+}
+
+TEST(GenerateHandshakeResponse, SignsTheWholeTokenHoweverLongItIs)
+{
+    const PayloadPtr record = clientRecord();
+    const std::string token(100, 'v');
+    const PayloadPtr challenge = listOf(R"({"T":"software_id_cert-1.0","V":")" + token + "\"}");
+    const Answer made = answer(challenge.get(), "", record.get(), client().privateKeyDer());
+    ASSERT_EQ(made.result, 1);
+    EXPECT_TRUE(
+        verifies(decoded(valuesOf(made.response.get(), "R").at(0)), token + ":client-1", client()));
     EXPECT_TRUE(accepted(challenge.get(), "", made.response.get(), record.get()));
 }
 
