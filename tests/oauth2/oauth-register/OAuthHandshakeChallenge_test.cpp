@@ -377,6 +377,14 @@ TEST(GenerateKeyTool, RefusesANegativeLengthAndANullPrefix)
     EXPECT_EQ(keyDocument(nullptr, 1, 1, 16), nullptr);
 }
 
+TEST(GenerateKeyTool, AndBothChallengesNeedSomewhereToPutThem)
+{
+    TextList types{"A", certificateType};
+    EXPECT_EQ(generateKeyTool("k", 1, 1, 16, nullptr), 0);
+    EXPECT_EQ(generateServerHandshakeChallenge(types, 3, nullptr), 0);
+    EXPECT_EQ(generateClientHandshakeChallenge(types, 1, nullptr), 0);
+}
+
 TEST(GenerateKeyTool, FailsWhicheverDrawFails)
 {
     for (const unsigned int draw : {0U, 1U, 2U})

@@ -211,6 +211,23 @@ TEST(GenerateHandshakeResponse, FailsWhenADrawnCounterIsZeroOrTheDeviceFails)
     EXPECT_EQ(answer(challenge.get(), rfcKeys).result, 0);
 }
 
+TEST(GenerateHandshakeResponse, TakesNothingFromWhatStandsInTheOutParameter)
+{
+    const PayloadPtr challenge = listOf(R"({"T":"hotp1.0"})");
+    const PayloadPtr before = listOf(R"({"C":"1","M":"1"})");
+    const FakeRandom random{std::string("\0\0\0\0\0\0\0\5\0\0\0\0\0\0\0\3", 16)};
+    HandshakePayload* none = nullptr;
+    HandshakePayload* response = before.get();
+    EXPECT_FALSE(generateHandshakeResponse(challenge.get(), "{}", 2, &none, &response, nullptr, 0));
+    EXPECT_EQ(response, before.get());
+    EXPECT_TRUE(generateHandshakeResponse(challenge.get(), rfcKeys.c_str(),
+                                          static_cast<unsigned int>(rfcKeys.size()), &none,
+                                          &response, nullptr, 0));
+    const PayloadPtr owned{response};
+    EXPECT_EQ(shown(response), (Lines{"M=5", "C=3", "R=26969429"}));
+    EXPECT_EQ(shown(before.get()), (Lines{"C=1", "M=1"}));
+}
+
 TEST(GenerateHandshakeResponse, FailsWithoutTypes)
 {
     EXPECT_EQ(answers(R"({"M":"1","C":"1"})"), 0);
@@ -272,7 +289,12 @@ TEST(GenerateHandshakeResponse, NeedsAKeyDocumentOfExactlyTheGivenLength)
         EXPECT_EQ(response != nullptr, off == 0);
         const PayloadPtr owned{response};
     }
+    // Not even where a document ends there.
+    const std::string more = rfcKeys + " ";
     HandshakePayload* response = nullptr;
+    EXPECT_FALSE(generateHandshakeResponse(challenge.get(), more.c_str(),
+                                           static_cast<unsigned int>(rfcKeys.size()), &none,
+                                           &response, nullptr, 0));
     EXPECT_FALSE(
         generateHandshakeResponse(challenge.get(), nullptr, 0, &none, &response, nullptr, 0));
     EXPECT_FALSE(generateHandshakeResponse(challenge.get(), "", 0, &none, &response, nullptr, 0));
@@ -349,6 +371,15 @@ TEST(ValidateHandshakeResponse, TakesCountersFromTheResponseWhereTheChallengeHas
     }
 }
 
+TEST(ValidateHandshakeResponse, DrawsNoCounters)
+{
+    // Those that would make the answer right.
+    const FakeRandom random{std::string("\0\0\0\0\0\0\0\5\0\0\0\0\0\0\0\3", 16)};
+    EXPECT_TRUE(accepts(R"({"T":"hotp1.0"})", R"({"C":"3","M":"5","R":"26969429"})"));
+    EXPECT_FALSE(accepts(R"({"T":"hotp1.0"})", R"({"R":"26969429"})"));
+    EXPECT_EQ(random.bytesAskedFor(), 0U);
+}
+
 TEST(ValidateHandshakeResponse, EndsAtTheFirstWrongPassword)
 {
     const std::string challenge = R"({"T":["hotp1.0","hotp1.0"],"M":"1","C":"1"})";
@@ -399,7 +430,8 @@ TEST(GenerateHandshakeResponse, SignsTheWholeTokenHoweverLongItIs)
 {
     const PayloadPtr record = clientRecord();
     const std::string token(100, 'v');
-    const PayloadPtr challenge = listOf(R"({"T":"software_id_cert-1.0","V":")" + token + "\"}");
+    const PayloadPtr challenge =
+        listOf(std::string{R"({"T":"software_id_cert-1.0","V":")"} + token + "\"}");
     const Answer made = answer(challenge.get(), "", record.get(), client().privateKeyDer());
     ASSERT_EQ(made.result, 1);
     EXPECT_TRUE(
@@ -432,6 +464,20 @@ TEST(GenerateHandshakeResponse, NeedsNoKeyDocumentForACertificateProofAlone)
     EXPECT_EQ(answers(twice, "{}", record.get(), der), 1);
 }
 
+TEST(GenerateHandshakeResponse, LooksAtNoNumbersForACertificateProofAlone)
+{
+    const PayloadPtr record = clientRecord();
+    const std::string der = client().privateKeyDer();
+    const auto answersWith = [&](const std::string& numbers) {
+        return answers(std::string{R"({"T":"software_id_cert-1.0","V":"dG9rZW4=")"} + numbers + "}",
+                       "", record.get(), der);
+    };
+    EXPECT_EQ(answersWith(R"(,"M":"x","C":"0")"), 1);
+    // But for whether they are both there.
+    EXPECT_EQ(answersWith(R"(,"M":"1")"), 0);
+    EXPECT_EQ(answersWith(R"(,"C":"1")"), 0);
+}
+
 TEST(GenerateHandshakeResponse, NeedsCertificateTokenAndKeyForACertificateProof)
 {
     const PayloadPtr record = clientRecord();
@@ -442,6 +488,9 @@ TEST(GenerateHandshakeResponse, NeedsCertificateTokenAndKeyForACertificateProof)
     const std::string der = client().privateKeyDer();
     EXPECT_EQ(answers(certificateChallenge, "", record.get(), der), 1);
     EXPECT_EQ(answers(R"({"T":"software_id_cert-1.0"})", "", record.get(), der), 0);
+    EXPECT_EQ(answers(R"({"T":["hotp1.0","software_id_cert-1.0"],"M":"1","C":"1"})", rfcKeys,
+                      record.get(), der),
+              0);
     EXPECT_EQ(answers(certificateChallenge, "", nullptr, der), 0);
     EXPECT_EQ(answers(certificateChallenge, "", empty.get(), der), 0);
     EXPECT_EQ(answers(certificateChallenge, "", nameless.get(), der), 0);
@@ -459,6 +508,10 @@ TEST(GenerateHandshakeResponse, WantsTheCertificateAddressWhereThereIsAToken)
                                            static_cast<unsigned int>(rfcKeys.size()), nullptr,
                                            &response, nullptr, 0));
     EXPECT_EQ(response, nullptr);
+    const PayloadPtr nameless =
+        certificateRecord({Identity::selfSigned({.commonName = std::nullopt}).body()});
+    EXPECT_EQ(answer(challenge.get(), rfcKeys, nameless.get()).result, 0);
+    EXPECT_EQ(answer(challenge.get(), rfcKeys, certificateRecord({""}).get()).result, 0);
     const PayloadPtr record = clientRecord();
     EXPECT_EQ(shown(answer(challenge.get(), rfcKeys, record.get()).response.get()),
               (Lines{"R=94287082"}));
@@ -530,6 +583,9 @@ TEST(ValidateHandshakeResponse, NeedsTokenAndCertificateForACertificateProof)
     EXPECT_FALSE(accepts(R"({"T":"software_id_cert-1.0"})", right, "", record.get()));
     EXPECT_FALSE(accepts(R"({"T":["hotp1.0","software_id_cert-1.0"],"M":"1","C":"1"})",
                          R"({"R":["94287082","AAAA"]})", rfcKeys, record.get()));
+    // What was never signed is no wrong signature, which a later proof would replace.
+    EXPECT_FALSE(accepts(R"({"T":["software_id_cert-1.0","hotp1.0"],"M":"1","C":"1"})",
+                         R"({"R":["AAAA","94287082"]})", rfcKeys, record.get()));
 }
 
 TEST(ValidateHandshakeResponse, LetsTheLastProofDecide)

@@ -371,6 +371,10 @@ TEST(RegisterClient, LeavesErrnoAlone)
     errno = 0;
     EXPECT_NE(created("secret", "id", "0"), nullptr);
     EXPECT_EQ(errno, 0);
+    // Nor is what it was a reason to refuse a lifetime.
+    errno = ERANGE;
+    EXPECT_NE(created("secret", "id", "0"), nullptr);
+    EXPECT_EQ(errno, ERANGE);
 }
 
 TEST(ConfigureRegResponse, WantsALifetime)
