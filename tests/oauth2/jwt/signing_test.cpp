@@ -609,6 +609,8 @@ TEST(VerifySignature, AcceptsTheVectorOfRfc6979)
     EXPECT_EQ(verify("sample", sampleSignature(), shortPrivateKeyDer(scalarHex)), 1);
     EXPECT_EQ(verify("test", sampleSignature(), privateKeyDer()), 0);
     EXPECT_EQ(verify("", sampleSignature(), privateKeyDer()), 0);
+    // The text is counted: it does not end at a zero byte.
+    EXPECT_EQ(verify(std::string("sample\0x", 8), sampleSignature(), privateKeyDer()), 0);
 }
 
 TEST(VerifySignature, RefusesEachFlippedBitOfTheSignature)
