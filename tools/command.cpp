@@ -110,14 +110,53 @@ CommandDescription describe(const CLI::App& app, std::vector<std::string> path)
             described.commands.push_back(describe(*below, std::move(longer)));
         }
     }
-    if (described.commands.empty())
+    for (const CLI::Option* option : app.get_options())
     {
-        for (const CLI::Option* option : app.get_options())
-        {
-            described.options.push_back(describe(*option));
-        }
+        described.options.push_back(describe(*option));
     }
     return described;
+}
+
+// ----------------------------------------------------------------------------------- complaints
+
+/** The command that was read of @p app's command line, as far as it names one. */
+const CLI::App& commandRead(const CLI::App& app)
+{
+    const CLI::App* read = &app;
+    while (!read->get_subcommands().empty())
+    {
+        read = read->get_subcommands().front();
+    }
+    return *read;
+}
+
+std::string wordsOf(const CLI::App& command)
+{
+    std::string words = command.get_name();
+    for (const CLI::App* above = command.get_parent(); above != nullptr;
+         above = above->get_parent())
+    {
+        words.insert(0, above->get_name() + ' ');
+    }
+    return words;
+}
+
+/** What is wrong with the command line that @p app refuses with @p error. */
+std::string complaint(const CLI::App& app, const CLI::ParseError& error)
+{
+    // A word that is no command, or has a slip in it, is often why something is missing.
+    const std::vector<std::string> unknown = app.remaining(true);
+    if (unknown.empty())
+    {
+        return firstLine(error.what());
+    }
+    const std::string& word = unknown.front();
+    if (word.starts_with('-'))
+    {
+        return "there is no option " + word;
+    }
+    const bool group = commandRead(app).get_require_subcommand_min() > 0;
+    return (group ? "there is no command " : "there is an argument too many, ") + word;
 }
 
 } // namespace
@@ -218,18 +257,10 @@ int runCommandLine(int argc, char** argv)
     {
         return app.exit(asked);
     }
-    catch (const CLI::RequiredError& error)
-    {
-        // What is no command is kept for later, when one is found to be missing.
-        const std::vector<std::string> unknown = app.remaining(true);
-        const std::string problem = unknown.empty()
-                                        ? firstLine(error.what())
-                                        : "there is no command or option " + unknown.front();
-        throw Stop{Exit::usage, problem + " (see bmcoauth --help)"};
-    }
     catch (const CLI::ParseError& error)
     {
-        throw Stop{Exit::usage, firstLine(error.what()) + " (see bmcoauth --help)"};
+        throw Stop{Exit::usage,
+                   complaint(app, error) + " (see " + wordsOf(commandRead(app)) + " --help)"};
     }
 }
 

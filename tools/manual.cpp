@@ -156,7 +156,7 @@ std::string toolPage(const CommandDescription& tool)
     {
         shown.erase(at, 2);
     }
-    text += shown + "\n" + section("COMMANDS");
+    text += shown + "\n" + options(tool.options) + section("COMMANDS");
     for (const CommandDescription* verb : verbsOf(tool))
     {
         text += ".TP\n" + bold(pageName(*verb)) + "(1)\n" + roff(verb->summary) + "\n";
@@ -260,13 +260,17 @@ _bmcoauth_words()
 _bmcoauth()
 {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}
-    local words takes choices verb='' longer word
+    local words takes choices verb='' longer word other=''
+    COMPREPLY=()
 
     # The verb: as many of the words as make one.
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         longer=${verb:+$verb }$word
         _bmcoauth_words "$longer" ''
-        [[ -n $words ]] || break
+        if [[ -z $words ]]; then
+            other=$word
+            break
+        fi
         verb=$longer
     done
 
@@ -277,10 +281,18 @@ _bmcoauth()
         else
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
         fi
-    elif [[ $current == -* || $words != --* ]]; then
+    elif [[ $words == --* ]]; then
+        if [[ $current == -* ]]; then
+            mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+        else
+            mapfile -t COMPREPLY < <(compgen -f -- "$current")
+        fi
+    elif [[ -n $other ]]; then
+        : # Behind what is no command there is nothing to offer.
+    elif [[ $current == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
     else
-        mapfile -t COMPREPLY < <(compgen -f -- "$current")
+        mapfile -t COMPREPLY < <(compgen -W "$words" -X '-*' -- "$current")
     fi
 }
 

@@ -7,7 +7,7 @@
 namespace bmcoauth::tool
 {
 
-/** An option "--name" or an argument "NAME" of a verb. */
+/** An option "--name" or an argument "NAME" of a command. */
 struct OptionDescription
 {
     std::string name;

@@ -21,12 +21,25 @@ class CommandLine(ToolTest):
         self.refused(USAGE, "subcommand is required.*--help")
 
     def test_refuses_an_unknown_command(self):
-        self.refused(USAGE, "no command or option frobnicate .*--help", "frobnicate")
-        self.refused(USAGE, "no command or option frobnicate .*--help", "token", "frobnicate")
+        self.refused(USAGE, r"there is no command frobnicate \(see bmcoauth --help\)", "frobnicate", "x")
+        self.refused(USAGE, r"there is no command frobnicate \(see bmcoauth token --help\)", "token", "frobnicate")
 
     def test_refuses_an_unknown_option(self):
-        self.refused(USAGE, "--frobnicate", "error", "0", "--frobnicate")
-        self.refused(USAGE, "no command or option --frobnicate", "json", "get", "--frobnicate")
+        self.refused(USAGE, r"there is no option --frobnicate \(see bmcoauth --help\)", "--frobnicate")
+        self.refused(
+            USAGE, r"there is no option --frobnicate \(see bmcoauth error --help\)", "error", "0", "--frobnicate"
+        )
+        # That an argument is missing, too, may be due to a slip.
+        self.refused(USAGE, "there is no option --frobnicate", "json", "get", "--frobnicate")
+
+    def test_names_the_first_argument_too_many(self):
+        self.refused(
+            USAGE, r"an argument too many, c \(see bmcoauth json get --help\)", "json", "get", "a", "b", "c", "d"
+        )
+
+    def test_names_what_is_missing(self):
+        self.refused(USAGE, r"CODE is required \(see bmcoauth error --help\)", "error")
+        self.refused(USAGE, r"subcommand is required \(see bmcoauth key --help\)", "key")
 
     def test_refuses_an_option_given_twice(self):
         self.refused(USAGE, "--uri", "error", "0", "--uri", "a", "--uri", "b")

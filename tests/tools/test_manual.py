@@ -56,6 +56,11 @@ class Manual(Verbs):
             self.assertIn(".SH EXAMPLE\n.nf\nbmcoauth " + " ".join(verb), page)
             self.assertIn(f"\\fB{'-'.join(('bmcoauth', *verb))}\\fR(1)", pages["bmcoauth"].replace("\\-", "-"))
 
+    def test_tells_the_options_of_the_tool_itself(self):
+        page = self.pages()["bmcoauth"].replace("\\-", "-")
+        for option in ("--help", "--help-all", "--version"):
+            self.assertIn(f"\\fB{option}\\fR", page)
+
     def test_pages_are_sound(self):
         self.pages()
         for name in self.names():
@@ -106,6 +111,12 @@ class Completion(Verbs):
         self.assertEqual(self.complete("token", "ex"), ["explain"])
         self.assertEqual(self.complete("token", "explain", "--k"), ["--key"])
         self.assertEqual(self.complete("nonsense", "--"), [])
+        self.assertEqual(self.complete("token", "nonsense", ""), [])
+
+    def test_offers_options_where_a_command_stands_too(self):
+        self.assertEqual(self.complete("--"), ["--help", "--help-all", "--version"])
+        self.assertEqual(self.complete("token", "-"), ["--help", "--help-all"])
+        self.assertEqual(self.complete("pki", ""), ["make"])
 
     def test_offers_files_and_words_where_they_belong(self):
         self.write("some file", "")
