@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <system_error>
 
@@ -72,6 +73,31 @@ void requireReadable(const std::string& path)
     if (S_ISDIR(status.st_mode))
     {
         stopReading(path, EISDIR);
+    }
+}
+
+void stopWriting(const std::string& path, int error)
+{
+    throw Stop{Exit::failure,
+               "cannot write " + path + ": " + std::generic_category().message(error)};
+}
+
+void requireWritable(const std::string& path)
+{
+    struct stat status
+    {
+    };
+    if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
+    {
+        stopWriting(path, EISDIR);
+    }
+    const bool isThere = access(path.c_str(), F_OK) == 0;
+    // What is not there is made in its directory; the dot finds out whether it is one.
+    const std::string place =
+        isThere ? path : std::filesystem::path{path}.replace_filename(".").string();
+    if (access(place.c_str(), W_OK) != 0)
+    {
+        stopWriting(path, errno);
     }
 }
 

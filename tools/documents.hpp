@@ -59,6 +59,13 @@ template <typename T>
 /** Stops the command unless @p path is a file that can be read. */
 void requireReadable(const std::string& path);
 
+/** Stops the command: @p path cannot be written, by reason of @p error. */
+[[noreturn]] void stopWriting(const std::string& path, int error);
+
+/** Stops the command unless @p path is a file that can be written, or may be made, as far as its
+ *  permissions tell. */
+void requireWritable(const std::string& path);
+
 /** @p text as it is, or as a JSON string if a terminal might obey what stands in it. */
 [[nodiscard]] std::string shown(std::string_view text);
 

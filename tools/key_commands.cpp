@@ -32,6 +32,8 @@ void generate(const Options& options)
     {
         throw Stop{Exit::usage, options.path + " exists already: give --force to replace the key"};
     }
+    // The library does not say why it cannot.
+    requireWritable(options.path);
     if (!generateKeyFile(options.path))
     {
         throw Stop{Exit::failure, "cannot write a key to " + options.path};

@@ -11,7 +11,6 @@
 
 #include <cerrno>
 #include <iostream>
-#include <system_error>
 
 namespace bmcoauth::tool
 {
@@ -30,26 +29,19 @@ struct ConvertOptions
     bool json = false;
 };
 
-[[noreturn]] void stopWriting(const std::string& path)
-{
-    const int error = errno;
-    if (error == EEXIST)
-    {
-        throw Stop{Exit::usage, path + " exists already: give --force to replace it"};
-    }
-    throw Stop{Exit::failure,
-               "cannot write " + path + ": " + std::generic_category().message(error)};
-}
-
 /** Writes @p bytes to the file @p path, which nobody else may read if they are private. */
 void writeFile(const std::string& path, const std::string& bytes, bool isPrivate, bool force)
 {
     const mode_t mode = isPrivate ? 0600 : 0644;
     const int file =
         ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | (force ? O_TRUNC : O_EXCL), mode);
+    if (file < 0 && errno == EEXIST)
+    {
+        throw Stop{Exit::usage, path + " exists already: give --force to replace it"};
+    }
     if (file < 0)
     {
-        stopWriting(path);
+        stopWriting(path, errno);
     }
     // A file that is replaced has a mode already.
     const bool closed = !isPrivate || fchmod(file, mode) == 0;
@@ -57,8 +49,7 @@ void writeFile(const std::string& path, const std::string& bytes, bool isPrivate
     const int error = errno;
     if (::close(file) != 0 || count != static_cast<ssize_t>(bytes.size()))
     {
-        errno = count < 0 ? error : ENOSPC;
-        stopWriting(path);
+        stopWriting(path, count < 0 ? error : ENOSPC);
     }
 }
 

@@ -289,7 +289,18 @@ class Key(ToolTest):
         self.assertFalse((self.directory / "elsewhere").exists())
 
     def test_tells_when_the_key_cannot_be_written(self):
-        self.refused(FAILURE, "cannot write a key", "key", "generate", "missing/key.pem")
+        (self.directory / "file").touch()
+        (self.directory / "directory").mkdir()
+        for path, reason in (
+            ("missing/key.pem", "No such file or directory"),
+            ("file/key.pem", "Not a directory"),
+            ("directory", "Is a directory"),
+        ):
+            with self.subTest(path):
+                message = f"cannot write {path}: {reason}"
+                self.refused(FAILURE, message, "key", "generate", "--force", path)
+        self.good("key", "generate", "directory/key.pem")
+        self.good("key", "generate", str(self.directory / "key.pem"))
 
     def test_checks_a_key_of_another_curve_too(self):
         self.openssl("ecparam", "-name", "secp384r1", "-genkey", "-noout", "-out", "key.pem")
