@@ -31,6 +31,7 @@ struct ManualOptions
 
 void writePage(const std::string& file, const std::string& page)
 {
+    requireWritable(file);
     std::ofstream stream{file};
     stream << page;
     stream.close();

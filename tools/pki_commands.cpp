@@ -50,6 +50,7 @@ public:
         {
             throw Stop{Exit::usage, file.string() + " exists already: name another directory"};
         }
+        requireWritable(file.string());
         return file.string();
     }
 

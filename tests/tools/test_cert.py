@@ -73,6 +73,8 @@ class PkiMake(ToolTest):
         self.write("file", "")
         self.refused(FAILURE, "cannot make the directory file: Not a dir", "pki", "make", "file")
         self.refused(FAILURE, "cannot make the directory file/x: Not a dir", "pki", "make", "file/x")
+        # A directory in which nobody makes a file.
+        self.refused(FAILURE, r"cannot write /proc/self/\S+: (Operation|Permission|No such)", "pki", "make", "/proc/self")
 
 
 class Encode(ToolTest):

@@ -76,7 +76,7 @@ class Manual(Verbs):
         names = self.names()
         self.refused(USAGE, "page bmcoauth-error is not asked for", "manual", ".", *(n for n in names if n != "bmcoauth-error"))
         self.refused(USAGE, "of which there is no verb", "manual", ".", *names, "bmcoauth-fly")
-        self.refused(FAILURE, "cannot write missing/", "manual", "missing", *names)
+        self.refused(FAILURE, "cannot write missing/bmcoauth-.*: No such file", "manual", "missing", *names)
 
 
 class Completion(Verbs):
