@@ -87,11 +87,11 @@ void requireWritable(const std::string& path)
     struct stat status
     {
     };
-    if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode))
+    const bool isThere = stat(path.c_str(), &status) == 0;
+    if (isThere && S_ISDIR(status.st_mode))
     {
         stopWriting(path, EISDIR);
     }
-    const bool isThere = access(path.c_str(), F_OK) == 0;
     // What is not there is made in its directory; the dot finds out whether it is one.
     const std::string place =
         isThere ? path : std::filesystem::path{path}.replace_filename(".").string();

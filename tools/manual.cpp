@@ -281,18 +281,14 @@ _bmcoauth()
         else
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
         fi
-    elif [[ $words == --* ]]; then
-        if [[ $current == -* ]]; then
-            mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
-        else
-            mapfile -t COMPREPLY < <(compgen -f -- "$current")
-        fi
-    elif [[ -n $other ]]; then
+    elif [[ $words != --* && -n $other ]]; then
         : # Behind what is no command there is nothing to offer.
     elif [[ $current == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
-    else
+    elif [[ $words != --* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$words" -X '-*' -- "$current")
+    else
+        mapfile -t COMPREPLY < <(compgen -f -- "$current")
     fi
 }
 

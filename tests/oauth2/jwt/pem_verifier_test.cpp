@@ -11,11 +11,9 @@
 #include <gtest/gtest.h>
 #include <openssl/bn.h>
 #include <openssl/err.h>
-#include <openssl/rsa.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -520,34 +518,6 @@ TEST(PemVerifier, RefusesRsaKeysOfAbsurdSizes)
             accepts(input, std::string(512, '\1'),
                     rsaPem("\x7f" + std::string(511, '\xff'), "\x7f" + std::string(100, '\xff'))));
     }
-}
-
-TEST(PemVerifier, RefusesRsaKeysWhoseExponentIsOne)
-{
-    // A number to the power of 1 is itself: the padded digest (RFC 8017, section 9.2) is its own
-    // signature, and anybody can make it.
-    const std::string input = inputFor("RS256");
-    std::string digest(32, '\0');
-    auto* const bytes = reinterpret_cast<unsigned char*>(digest.data());
-    EVP_Digest(input.data(), input.size(), bytes, nullptr, EVP_sha256(), nullptr);
-    const std::string info = support::fromHex("3031300d060960864801650304020105000420") + digest;
-    std::string signature(256, '\xff');
-    signature[0] = '\0';
-    signature[1] = '\1';
-    signature.replace(255 - info.size(), std::string::npos, std::string(1, '\0').append(info));
-    const std::string modulus = std::string{"\x7f"}.append(255, '\xff');
-
-    // OpenSSL takes it.
-    const std::unique_ptr<RSA, support::Releaser<RSA_free>> key{RSA_new()};
-    const auto number = [](const std::string& text) {
-        return BN_bin2bn(reinterpret_cast<const unsigned char*>(text.data()),
-                         static_cast<int>(text.size()), nullptr);
-    };
-    ASSERT_EQ(RSA_set0_key(key.get(), number(modulus), number("\1"), nullptr), 1);
-    EXPECT_EQ(RSA_verify(NID_sha256, bytes, 32,
-                         reinterpret_cast<const unsigned char*>(signature.data()), 256, key.get()),
-              1);
-    EXPECT_FALSE(accepts(input, signature, rsaPem(modulus, "\1")));
 }
 
 TEST(PemVerifier, AcceptsRsaKeysOfOtherSizes)

@@ -391,19 +391,6 @@ TEST(ValidateEcPrivateKey, RefusesAPointOfAnotherKey)
     EXPECT_EQ(validateECPrivateKey(path.c_str()), 0);
 }
 
-TEST(GetEcPublicKey, GivesThePoint)
-{
-    const TemporaryDirectory directory;
-    const std::string path = directory / "key.pem";
-    writeFile(path, traditionalPem(privateKeyDer()));
-    unsigned char* point = nullptr;
-    int pointLength = -1;
-    ASSERT_EQ(getECPublicKey(path.c_str(), &point, &pointLength), 1);
-    const HeapBytes owned{point};
-    ASSERT_EQ(pointLength, 65);
-    EXPECT_EQ(Bytes(point, point + 65), fromHex(std::string{pointHex}));
-}
-
 TEST(GetEcPublicKey, GivesThePointUncompressedHoweverTheFileHasIt)
 {
     const TemporaryDirectory directory;
@@ -416,7 +403,8 @@ TEST(GetEcPublicKey, GivesThePointUncompressedHoweverTheFileHasIt)
     der.resize(static_cast<std::size_t>(i2d_ECPrivateKey(key.get(), &position)));
     const Pkey wrapped{EVP_PKEY_new()};
     ASSERT_EQ(EVP_PKEY_set1_EC_KEY(wrapped.get(), key.get()), 1);
-    for (const std::string& contents : {traditionalPem(der), privatePem(*wrapped)})
+    for (const std::string& contents :
+         {traditionalPem(privateKeyDer()), traditionalPem(der), privatePem(*wrapped)})
     {
         writeFile(path, contents);
         unsigned char* point = nullptr;
