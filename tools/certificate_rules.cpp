@@ -111,7 +111,7 @@ std::vector<std::string> bodiesOf(const CertificateKey& certificate)
 
 Certificate readBody(const std::string& body)
 {
-    return certificatePem(body).andThen(readCertificate).valueOr(nullptr);
+    return certificatePem(body).and_then(readCertificate).value_or(nullptr);
 }
 
 Refusal nameRules(const CertificateKey& certificate, const std::optional<std::string>& name)

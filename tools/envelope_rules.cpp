@@ -200,7 +200,7 @@ Explanation explainEnvelope(const EnvelopeView& sealed, const CertificateKey& pe
     {
         return *refusal;
     }
-    const EcKey theirs = peer.pem().andThen(ecKeyOfCertificate).valueOr(nullptr);
+    const EcKey theirs = peer.pem().and_then(ecKeyOfCertificate).value_or(nullptr);
     if (const Refusal refusal = peerRules(theirs))
     {
         return *refusal;

@@ -159,8 +159,9 @@ bool workWithTokens(const Bus& bus, const std::string& secrets)
     std::string altered{access->view()};
     altered[altered.size() / 2] = altered[altered.size() / 2] == 'A' ? 'B' : 'A';
     const std::optional<Document> other = call(bus, "Introspect", altered);
-    good = step("altered, it is worth nothing", other && !other->boolean("active").valueOr(true)) &&
-           good;
+    good =
+        step("altered, it is worth nothing", other && !other->boolean("active").value_or(true)) &&
+        good;
 
     good = step("the refresh token gives new tokens",
                 ask(bus, *client, nullptr, refresh->view()).has_value()) &&

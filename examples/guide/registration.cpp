@@ -30,7 +30,7 @@ Expected<Text> registerRequest()
                                     .clientName = "demo client",
                                     .softwareId = "demo-1",
                                     .handshakeTypes = types})
-        .andThen([](const RegistrationRequest& request) { return request.write(); });
+        .and_then([](const RegistrationRequest& request) { return request.write(); });
 }
 // [request]
 
@@ -52,7 +52,7 @@ Expected<Text> registerResponse(std::string_view text, ParameterList& kept)
     kept = *std::move(challenge);
     return RegistrationResponse::answer(*request,
                                         {.secretLifetimeSeconds = 86400, .challenge = &kept})
-        .andThen([](const RegistrationResponse& response) { return response.write(); });
+        .and_then([](const RegistrationResponse& response) { return response.write(); });
 }
 // [answer]
 
@@ -67,11 +67,11 @@ Expected<Text> proofs(std::string_view response, std::string_view secrets)
         return document.error();
     }
     return bmcoauth::readObject(*document, "handshake_challenge")
-        .andThen([](const Text& text) { return ParameterList::parse(text); })
-        .andThen([&](const ParameterList& challenge) {
+        .and_then([](const Text& text) { return ParameterList::parse(text); })
+        .and_then([&](const ParameterList& challenge) {
             return bmcoauth::respond(challenge, {.secrets = secrets});
         })
-        .andThen([](const ParameterList& answer) { return answer.write(); });
+        .and_then([](const ParameterList& answer) { return answer.write(); });
 }
 // [prove]
 

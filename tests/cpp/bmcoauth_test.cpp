@@ -17,12 +17,17 @@
 #include <concepts>
 #include <csignal>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+#include <version>
+#ifdef __cpp_lib_expected
+#include <expected>
+#endif
 
 using namespace std::string_literals;
 using namespace std::string_view_literals;
@@ -136,24 +141,112 @@ TEST(Expected, IsAValueOrAnError)
     const Expected<int> bad{Error::tooLong};
     ASSERT_FALSE(bad);
     EXPECT_EQ(bad.error(), Error::tooLong);
-    EXPECT_EQ(Expected<int>{Error::refused}.valueOr(7), 7);
-    EXPECT_EQ(Expected<int>{6}.valueOr(7), 6);
+    EXPECT_EQ(Expected<int>{Error::refused}.value_or(7), 7);
+    EXPECT_EQ(Expected<int>{6}.value_or(7), 6);
     EXPECT_TRUE(Expected<void>{});
     EXPECT_EQ(Expected<void>{Error::missing}.error(), Error::missing);
 }
 
+/** Half of an even number. */
+Expected<int> half(int number)
+{
+    if (number % 2 != 0)
+    {
+        return Error::refused;
+    }
+    return number / 2;
+}
+
 TEST(Expected, HandsItsValueOn)
 {
-    const auto half = [](int number) -> Expected<int> {
-        if (number % 2 != 0)
-        {
-            return Error::refused;
-        }
-        return number / 2;
+    EXPECT_EQ(Expected<int>{6}.and_then(half).value(), 3);
+    EXPECT_EQ(Expected<int>{5}.and_then(half).error(), Error::refused);
+    EXPECT_EQ(Expected<int>{Error::noMemory}.and_then(half).error(), Error::noMemory);
+    const Expected<int> kept{8};
+    EXPECT_EQ(kept.and_then(half).and_then(half).value(), 2);
+    Expected<int> counted{1};
+    EXPECT_TRUE(counted.and_then([](int& number) -> Expected<void> {
+        ++number;
+        return {};
+    }));
+    EXPECT_EQ(*counted, 2);
+}
+
+TEST(Expected, TransformsItsValue)
+{
+    EXPECT_EQ(Text::copy("four").transform([](Text text) { return text.view().size(); }).value(),
+              4U);
+    EXPECT_EQ(Expected<int>{Error::tooLong}.transform(half).error(), Error::tooLong);
+    const Expected<int> kept{8};
+    EXPECT_EQ(kept.transform([](const int& number) { return number + 1; }).value(), 9);
+    Expected<int> counted{1};
+    EXPECT_TRUE(counted.transform([](int& number) { ++number; }));
+    EXPECT_EQ(*counted, 2);
+    // What goes through `next` as a reference is there in the result.
+    EXPECT_EQ(Text::copy("kept").transform(std::identity{}).value().view(), "kept");
+}
+
+TEST(Expected, CallsTheAlternativeForAnErrorOnly)
+{
+    const auto length = [](Error error) -> Expected<int> {
+        return error == Error::tooLong ? Expected<int>{0} : Expected<int>{Error::missing};
     };
-    EXPECT_EQ(Expected<int>{6}.andThen(half).value(), 3);
-    EXPECT_EQ(Expected<int>{5}.andThen(half).error(), Error::refused);
-    EXPECT_EQ(Expected<int>{Error::noMemory}.andThen(half).error(), Error::noMemory);
+    EXPECT_EQ(Expected<int>{6}.or_else(length).value(), 6);
+    EXPECT_EQ(Expected<int>{Error::tooLong}.or_else(length).value(), 0);
+    const Expected<int> kept{Error::refused};
+    EXPECT_EQ(kept.or_else(length).error(), Error::missing);
+    EXPECT_EQ(Text::copy("kept")
+                  .or_else([](Error error) -> Expected<Text> { return error; })
+                  .value()
+                  .view(),
+              "kept");
+}
+
+TEST(Expected, ChainsCallsThatReturnNothing)
+{
+    const auto five = [] {
+        return Expected<int>{5};
+    };
+    const Expected<void> good;
+    const Expected<void> bad{Error::missing};
+    EXPECT_TRUE(good.has_value());
+    EXPECT_FALSE(bad.has_value());
+    EXPECT_EQ(good.and_then(five).value(), 5);
+    EXPECT_EQ(bad.and_then(five).error(), Error::missing);
+    EXPECT_EQ(good.transform([] { return 7; }).value(), 7);
+    EXPECT_EQ(bad.transform([] { return 7; }).error(), Error::missing);
+    EXPECT_TRUE(bad.or_else([](Error /*unused*/) { return Expected<void>{}; }));
+    EXPECT_TRUE(good.or_else([](Error error) -> Expected<void> { return error; }));
+    EXPECT_EQ(bad.or_else([](Error error) -> Expected<void> { return error; }).error(),
+              Error::missing);
+}
+
+/** Written for std::expected. */
+template <typename Result>
+Result checked(const Result& result, bool wanted)
+{
+    using Failure = typename Result::unexpected_type;
+    return wanted ? result : Result{Failure{typename Result::error_type{}}};
+}
+
+template <typename Result>
+void behavesAsTheStandardsDo()
+{
+    static_assert(std::is_same_v<typename Result::value_type, int>);
+    const Result six{6};
+    EXPECT_EQ(checked(six, true).value(), 6);
+    EXPECT_EQ(checked(six, false).error(), Error{});
+    EXPECT_FALSE(checked(six, false).has_value());
+    EXPECT_EQ(checked(six, false).value_or(7), 7);
+    EXPECT_EQ(six.value_or(7), 6);
+}
+
+TEST(Expected, SuitsTemplatesWrittenForTheStandardLibrarys)
+{
+    behavesAsTheStandardsDo<Expected<int>>();
+#ifdef __cpp_lib_expected
+    behavesAsTheStandardsDo<std::expected<int, Error>>();
+#endif
 }
 
 TEST(Expected, IsThereForALoopOverWhatACallGives)
@@ -178,6 +271,8 @@ TEST(Expected, EndsTheProgramWhereThereIsNoValue)
               -SIGABRT);
     EXPECT_EQ(support::exitStatusOf([] { static_cast<void>(Expected<int>{5}.error()); }), -SIGABRT);
     EXPECT_EQ(support::exitStatusOf([] { static_cast<void>(Expected<void>{}.error()); }), -SIGABRT);
+    EXPECT_EQ(support::exitStatusOf([] { *Expected<void>{}; }), 0);
+    EXPECT_EQ(support::exitStatusOf([] { *Expected<void>{Error::refused}; }), -SIGABRT);
 }
 
 TEST(Text, IsEmptyOnceMovedFrom)

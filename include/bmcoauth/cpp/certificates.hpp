@@ -66,12 +66,12 @@ public:
         {
             return *in.failure();
         }
-        return detail::ownedOrRefused<ParameterList>(::encode_x509_jwk(pem, length)).andThen(made);
+        return detail::ownedOrRefused<ParameterList>(::encode_x509_jwk(pem, length)).and_then(made);
     }
     /** A key of its JSON text: parse_handshake_payload. */
     [[nodiscard]] static Expected<CertificateKey> parse(std::string_view text)
     {
-        return ParameterList::parse(text).andThen(made);
+        return ParameterList::parse(text).and_then(made);
     }
 
     /** The list itself, with "kty", "x5c" and what else there is. */

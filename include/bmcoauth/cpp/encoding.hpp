@@ -59,7 +59,7 @@ inline namespace v1
 /** Base64url without padding: base64encode, then base64URIencode. */
 [[nodiscard]] inline Expected<Text> base64Url(ByteSpan bytes)
 {
-    return base64(bytes).andThen([](Text text) -> Expected<Text> {
+    return base64(bytes).and_then([](Text text) -> Expected<Text> {
         char* const raw = text.release();
         static_cast<void>(::base64URIencode(raw));
         return Text{raw};

@@ -60,7 +60,7 @@ public:
         {
             return Error::tooLong;
         }
-        return Bytes::copy(der).andThen(
+        return Bytes::copy(der).and_then(
             [](Bytes copied) -> Expected<PrivateKey> { return PrivateKey{std::move(copied)}; });
     }
 

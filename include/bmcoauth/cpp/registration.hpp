@@ -231,7 +231,7 @@ public:
     [[nodiscard]] static Expected<RegistrationResponse>
     answer(const RegistrationRequest& request, const RegistrationResponseParts& parts)
     {
-        return of("", "", parts).andThen([&](RegistrationResponse settings) {
+        return of("", "", parts).and_then([&](RegistrationResponse settings) {
             return detail::ownedOrRefused<RegistrationResponse>(
                 ::register_client(request.get(), settings.get()));
         });
