@@ -73,7 +73,7 @@ struct Registered
     ParameterList challenge;
 };
 
-std::optional<Registered> registerAnew(const Bus& bus)
+Expected<Text> registrationText()
 {
     const std::array<std::string_view, 1> uris{"https://client.example/callback"};
     const std::array<std::string_view, 2> types{"otp1.0", "otp2.0"};
@@ -81,7 +81,12 @@ std::optional<Registered> registerAnew(const Bus& bus)
                                                             .clientName = "example",
                                                             .softwareId = "example-1",
                                                             .handshakeTypes = types});
-    const Expected<Text> text = request ? request->write() : request.error();
+    return request ? request->write() : request.error();
+}
+
+std::optional<Registered> registerAnew(const Bus& bus)
+{
+    const Expected<Text> text = registrationText();
     const std::optional<Document> answer =
         text ? call(bus, "Register", text->view()) : std::nullopt;
     if (!answer)
@@ -191,6 +196,31 @@ bool guess(const Bus& bus, const std::string& secrets)
            good;
 }
 
+/** A request of `size` bytes, with a member that nobody reads. */
+std::string padded(std::string_view request, std::size_t size)
+{
+    const std::string_view before = R"({"x":")";
+    const std::string_view after = R"(",)";
+    const std::size_t kept = before.size() + after.size() + request.size() - 1;
+    return std::string{before} + std::string(size - kept, '.') + std::string{after} +
+           std::string{request.substr(1)};
+}
+
+bool sendTooMuch(const Bus& bus)
+{
+    constexpr std::size_t most = 131072;
+    const Expected<Text> text = registrationText();
+    if (!text)
+    {
+        return false;
+    }
+    const bool good = step("a request of 128 KiB is taken",
+                           call(bus, "Register", padded(text->view(), most)).has_value());
+    return step("one of a byte more is refused",
+                !call(bus, "Register", padded(text->view(), most + 1))) &&
+           good;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -205,6 +235,7 @@ int main(int argc, char** argv)
     }
     Bus bus;
     bus.connection.reset(raw);
-    const bool good = workWithTokens(bus, secrets);
-    return guess(bus, secrets) && good ? EXIT_SUCCESS : EXIT_FAILURE;
+    bool good = workWithTokens(bus, secrets);
+    good = guess(bus, secrets) && good;
+    return sendTooMuch(bus) && good ? EXIT_SUCCESS : EXIT_FAILURE;
 }

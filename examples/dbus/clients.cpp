@@ -5,8 +5,12 @@
 #include <openssl/evp.h>
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <stdexcept>
+#include <system_error>
 #include <utility>
 
 namespace
@@ -130,7 +134,7 @@ Clients::Clients(Database opened) : database{std::move(opened)}
 {
 }
 
-std::optional<Clients> Clients::open(const std::string& path)
+Clients Clients::open(const std::string& path)
 {
     sqlite3* raw = nullptr;
     const int opened = sqlite3_open(path.c_str(), &raw);
@@ -142,7 +146,15 @@ std::optional<Clients> Clients::open(const std::string& path)
                         "locked_until INTEGER DEFAULT 0) STRICT"}
              .run())
     {
-        return std::nullopt;
+        const int error = sqlite3_system_errno(raw);
+        throw std::runtime_error{
+            path + ": " + sqlite3_errmsg(raw) +
+            (error != 0 ? " (" + std::generic_category().message(error) + ")" : "")};
+    }
+    // The file may be there already, made under another umask.
+    if (chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0)
+    {
+        throw std::system_error{errno, std::generic_category(), path};
     }
     return Clients{std::move(database)};
 }

@@ -48,8 +48,9 @@ struct Client
 class Clients
 {
 public:
-    /** Opens the file at `path`, or makes it. Nothing if that fails. */
-    [[nodiscard]] static std::optional<Clients> open(const std::string& path);
+    /** Opens the file at `path`, or makes it. Nobody else may read it from then on. Throws
+     *  std::runtime_error with the path and the cause. */
+    [[nodiscard]] static Clients open(const std::string& path);
 
     /** A client that has still to prove itself. False if too many others have, too: whoever may
      *  call can register, and the file must not grow without end. */

@@ -19,17 +19,25 @@
 
 #include <systemd/sd-bus.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+#include <exception>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -47,6 +55,9 @@ using bmcoauth::TokenRequest;
 /** What every client may do here. A real service looks it up by who the client is. */
 constexpr bmcoauth::Privileges granted = Privilege::login | Privilege::configure;
 constexpr std::uint32_t tokenSeconds = 600;
+/** Every document fits. A longer text is refused before it is parsed: parsing takes up to 60 times
+ *  the memory of the text, and anybody may send one. */
+constexpr std::size_t mostBytes = 131072;
 
 struct Service
 {
@@ -221,7 +232,9 @@ int method(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/)
     {
         return read;
     }
-    const Reply answer = Answer(*static_cast<Service*>(userdata), text);
+    const Reply answer = std::strlen(text) > mostBytes
+                             ? refuse(OAUTH_INVALID_REQUEST)
+                             : Answer(*static_cast<Service*>(userdata), text);
     if (!answer.error)
     {
         return sd_bus_reply_method_return(message, "s", answer.document.c_str());
@@ -247,22 +260,30 @@ constexpr std::array table{
 };
 // NOLINTEND(cppcoreguidelines-pro-type-const-cast)
 
-int serve(Service& service)
+[[noreturn]] void fail(const std::string& what, int error)
+{
+    throw std::system_error{error, std::generic_category(), what};
+}
+
+void serve(Service& service)
 {
     sd_bus* raw = nullptr;
     // A controller's services meet on the system bus: sd_bus_open_system.
-    if (sd_bus_open_user(&raw) < 0)
+    if (const int opened = sd_bus_open_user(&raw); opened < 0)
     {
-        std::cerr << "no bus\n";
-        return EXIT_FAILURE;
+        fail("cannot reach the bus", -opened);
     }
     const std::unique_ptr<sd_bus, ReleaseBus> bus{raw};
-    if (sd_bus_add_object_vtable(bus.get(), nullptr, "/org/example/Tokens", "org.example.Tokens1",
-                                 table.data(), &service) < 0 ||
-        sd_bus_request_name(bus.get(), "org.example.Tokens", 0) < 0)
+    if (const int added = sd_bus_add_object_vtable(bus.get(), nullptr, "/org/example/Tokens",
+                                                   "org.example.Tokens1", table.data(), &service);
+        added < 0)
     {
-        std::cerr << "the name is taken, or not ours\n";
-        return EXIT_FAILURE;
+        fail("cannot offer /org/example/Tokens", -added);
+    }
+    if (const int requested = sd_bus_request_name(bus.get(), "org.example.Tokens", 0);
+        requested < 0)
+    {
+        fail("cannot own the name org.example.Tokens", -requested);
     }
     std::cout << "ready" << std::endl;
     for (;;)
@@ -271,9 +292,57 @@ int serve(Service& service)
         if (processed < 0 || (processed == 0 && sd_bus_wait(bus.get(), UINT64_MAX) < 0))
         {
             // The bus has gone.
-            return EXIT_SUCCESS;
+            return;
         }
     }
+}
+
+// ------------------------------------------------------------------------------------------- start --
+
+std::string contents(const std::string& path)
+{
+    std::ifstream file{path};
+    std::string text;
+    // A text ends at a zero byte. A folder opens; reading it fails.
+    std::getline(file, text, '\0');
+    if (!file.is_open() || file.bad())
+    {
+        fail(path, errno);
+    }
+    return text;
+}
+
+/** The signing key. A new one is made only if there is nothing at `path`, not if the file cannot be
+ *  read: a new key makes all tokens out there worthless. */
+PrivateKey signingKey(const std::string& path)
+{
+    struct stat status
+    {
+    };
+    // A link that leads nowhere is there: its target may be on a disk that is not mounted yet.
+    if (lstat(path.c_str(), &status) != 0)
+    {
+        if (errno != ENOENT)
+        {
+            fail(path, errno);
+        }
+        const std::filesystem::path folder = std::filesystem::path{path}.replace_filename(".");
+        if (!bmcoauth::generateKeyFile(path))
+        {
+            // The library does not say why.
+            fail("cannot make " + path, access(folder.c_str(), W_OK) != 0 ? errno : EIO);
+        }
+    }
+    else if (access(path.c_str(), R_OK) != 0)
+    {
+        fail(path, errno);
+    }
+    Expected<PrivateKey> key = PrivateKey::fromFile(path);
+    if (!key)
+    {
+        throw std::runtime_error{path + ": not an unencrypted P-256 private key in PEM form"};
+    }
+    return std::move(*key);
 }
 
 } // namespace
@@ -285,22 +354,19 @@ int main(int argc, char** argv)
         std::cerr << "usage: token-service SIGNING_KEY CLIENTS SECRETS\n";
         return EXIT_FAILURE;
     }
-    // Mode 0600, and never overwritten: with a new key all tokens out there would be worthless.
-    if (!std::ifstream{argv[1]} && !bmcoauth::generateKeyFile(argv[1]))
+    // Whatever is made here is for this user alone, the files beside the data base included.
+    umask(077);
+    try
     {
-        std::cerr << argv[1] << ": cannot be made\n";
+        Service service{.key = signingKey(argv[1]),
+                        .clients = Clients::open(argv[2]),
+                        .secrets = contents(argv[3])};
+        serve(service);
+    }
+    catch (const std::exception& error)
+    {
+        std::cerr << "token-service: " << error.what() << '\n';
         return EXIT_FAILURE;
     }
-    Expected<PrivateKey> key = PrivateKey::fromFile(argv[1]);
-    std::optional<Clients> clients = Clients::open(argv[2]);
-    std::ifstream secrets{argv[3]};
-    if (!key || !clients || !secrets)
-    {
-        std::cerr << "the key, the clients or the secrets cannot be read\n";
-        return EXIT_FAILURE;
-    }
-    Service service{.key = std::move(*key),
-                    .clients = std::move(*clients),
-                    .secrets = {std::istreambuf_iterator<char>{secrets}, {}}};
-    return serve(service);
+    return EXIT_SUCCESS;
 }

@@ -86,11 +86,44 @@ def play(service, client, secrets, directory):
                 expect("the service", running.stdout.readline(), "ready\n")
                 said = run(client, secrets)
                 expect("what went wrong", [line for line in said.splitlines() if line.startswith("WRONG")], [])
-                expect("the steps", said.count("as it should: "), 11)
+                expect("the steps", said.count("as it should: "), 13)
                 expect("the refusals", said.count('{"error":"invalid_client"}'), 6)
             finally:
                 running.terminate()
-    expect("the key's mode", (directory / "signing.pem").stat().st_mode & 0o777, 0o600)
+        for name in files[:2]:
+            expect(f"the mode of {name}", pathlib.Path(name).stat().st_mode & 0o777, 0o600)
+        # Others could read the clients that an earlier version made.
+        pathlib.Path(files[1]).chmod(0o644)
+    refuse_to_start(service, files, directory)
+
+
+def refuse_to_start(service, files, directory):
+    """A file that cannot be used ends the service with its name and the cause, and stays as it is."""
+    key, clients, secrets = files
+    missing, text, encrypted = (directory / name for name in ("missing", "text", "encrypted.pem"))
+    text.write_text("no file of SQLite, and no key\n" * 64, encoding="ascii")
+    subprocess.run(["openssl", "ec", "-in", key, "-aes128", "-passout", "pass:x", "-out", encrypted],
+                   capture_output=True, check=True)
+    link = directory / "link"
+    link.symlink_to(missing)
+    no_key = "not an unencrypted P-256 private key in PEM form"
+    for arguments, wanted in (
+        ([missing / "key.pem", clients, secrets], f"cannot make {missing}/key.pem: No such file or directory"),
+        ([text / "key.pem", clients, secrets], f"{text}/key.pem: Not a directory"),
+        ([link, clients, secrets], f"{link}: No such file or directory"),
+        ([directory, clients, secrets], f"{directory}: {no_key}"),
+        ([encrypted, clients, secrets], f"{encrypted}: {no_key}"),
+        ([key, directory, secrets], f"{directory}: unable to open database file (Is a directory)"),
+        ([key, text, secrets], f"{text}: file is not a database"),
+        ([key, clients, missing], f"{missing}: No such file or directory"),
+        ([key, clients, directory], f"{directory}: Is a directory"),
+    ):
+        before = {path: path.read_bytes() for path in directory.iterdir() if path.is_file()}
+        done = subprocess.run([*EMULATOR, service, *map(str, arguments)], capture_output=True, text=True,
+                              stdin=subprocess.DEVNULL, timeout=30, check=False)
+        expect("what stops the service", (done.returncode, done.stderr), (1, f"token-service: {wanted}\n"))
+        after = {path: path.read_bytes() for path in directory.iterdir() if path.is_file()}
+        expect("the files", after, before)
 
 
 def python(directory, vectors, tool):
