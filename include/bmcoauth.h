@@ -12,7 +12,8 @@
  * - A result of type `int` is 1 for success and 0 for failure; a null pointer is failure.
  * - On failure out parameters stay as they were, and nothing is left allocated.
  * - No exception leaves a function but the errors that its comment names.
- * - No state is kept between calls, and no argument. Any thread may call any function at any time,
+ * - A call that fails says why: `bmcoauth_last_refusal`.
+ * - No other state is kept between calls, and no argument. Any thread may call any function at any time,
  *   as long as no other one changes the same argument.
  * - errno and OpenSSL's error queue are left as they were found.
  *
@@ -31,6 +32,7 @@
 #include <bmcoauth/jwk.h>
 #include <bmcoauth/jwt.h>
 #include <bmcoauth/privileges.h>
+#include <bmcoauth/refusal.h>
 #include <bmcoauth/register.h>
 #include <bmcoauth/signing.h>
 #include <bmcoauth/support.h>

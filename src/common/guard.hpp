@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "common/refusal.hpp"
+
 #include <json/value.h>
 
 #include <cerrno>
@@ -28,7 +30,8 @@ private:
     int saved = errno;
 };
 
-/** Runs @p body; exhausted memory becomes @p failed. jsoncpp reports its own failed allocations as
+/** Runs @p body. Exhausted memory becomes @p failed, and when the result is @p failed, what was noted
+ *  becomes the thread's last refusal. jsoncpp reports its own failed allocations as
  *  Json::RuntimeError. Every other error passes: this is the guard of the field readers, whose
  *  callers are promised jsoncpp's Json::LogicError for a document that is neither object nor
  *  null. */
@@ -36,33 +39,45 @@ template <typename Body, typename Result = std::invoke_result_t<const Body&>>
 Result guardedMemory(std::type_identity_t<Result> failed, const Body& body)
 {
     const ErrnoKeeper keeper;
-    try
-    {
-        return body();
-    }
-    catch (const std::bad_alloc&)
-    {
+    const auto run = [&]() -> Result {
+        try
+        {
+            return body();
+        }
+        catch (const std::bad_alloc&)
+        {
+            refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
+        }
+        catch (const Json::RuntimeError&)
+        {
+            refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
+        }
         return failed;
-    }
-    catch (const Json::RuntimeError&)
+    };
+    Result result = run();
+    if (result == failed)
     {
-        return failed;
+        publishRefusal();
     }
+    return result;
 }
 
-/** Runs @p body; exhausted memory or an error of jsoncpp becomes @p failed. What else is thrown
- *  passes: the record writers' std::logic_error is meant for the caller. */
+/** guardedMemory that also turns an error of jsoncpp into @p failed. What else is thrown passes: the
+ *  record writers' std::logic_error is meant for the caller. */
 template <typename Body, typename Result = std::invoke_result_t<const Body&>>
 Result guarded(std::type_identity_t<Result> failed, const Body& body)
 {
-    try
-    {
-        return guardedMemory(failed, body);
-    }
-    catch (const Json::Exception&)
-    {
-        return failed;
-    }
+    return guardedMemory(failed, [&]() -> Result {
+        try
+        {
+            return body();
+        }
+        catch (const Json::LogicError&)
+        {
+            refuse(BMCOAUTH_RULE_JSON_SYNTAX);
+            return failed;
+        }
+    });
 }
 
 } // namespace bmcoauth

@@ -31,13 +31,17 @@ int readMember(Json::Value& doc, const char* key, Out* out, Accepts accepts, Sto
 {
     if (key == nullptr || out == nullptr)
     {
-        return 0;
+        return refuseNull(key == nullptr ? "key" : "out");
     }
-    return guardedMemory(0, [&] {
+    return guardedMemory(0, [&]() -> int {
         const Json::Value& found = doc[key];
-        if (found.isNull() || !std::invoke(accepts, found))
+        if (found.isNull())
         {
-            return 0;
+            return refuse(BMCOAUTH_RULE_JSON_MEMBER_MISSING).about(key);
+        }
+        if (!std::invoke(accepts, found))
+        {
+            return refuse(BMCOAUTH_RULE_JSON_MEMBER_TYPE).about(key);
         }
         store(*out, found);
         return 1;

@@ -13,6 +13,7 @@ import re
 import subprocess
 import sys
 
+VERSION_NODE = "BMCOAUTH_REFUSAL"
 STRING = "std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >"
 
 
@@ -47,7 +48,9 @@ def exported(library, nm):
         [nm, "-D", "--defined-only", "--format=posix", library],
         check=True, stdout=subprocess.PIPE, text=True,
     ).stdout
-    return {line.split()[0] for line in table.splitlines()}
+    names = (line.split()[0] for line in table.splitlines())
+    # Version nodes are listed among the symbols, under their own name.
+    return {name.partition("@")[0] for name in names if name != VERSION_NODE and not name.startswith(VERSION_NODE + "@")}
 
 
 def demangled(names, cxxfilt):
@@ -61,12 +64,12 @@ def packaged(path, wide):
     """The symbols of a debian/*.symbols, as they are in the library: " (tags)NAME@VERSION SINCE"."""
     names = set()
     for line in path.read_text(encoding="utf-8").splitlines():
-        entry = re.fullmatch(r" (?:\(arch-bits=(32|64)\))?(\w+)@Base [\d.]+", line)
+        entry = re.fullmatch(r" (?:\(arch-bits=(32|64)\))?(\w+)@(?:Base|BMCOAUTH_REFUSAL) [\d.]+", line)
         if line.startswith(" "):
             assert entry, f"{path}: what is {line}?"
             if entry[1] in (None, "64" if wide else "32"):
                 names.add(entry[2])
-    return names
+    return names - {VERSION_NODE}
 
 
 def declared(headers):

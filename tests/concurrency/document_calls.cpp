@@ -56,6 +56,16 @@ std::string changed(const Change& change)
 std::vector<Call> documentCalls()
 {
     return {
+        {{"bmcoauth_last_refusal", "bmcoauth_rule_name"},
+         "json.member-missing absent",
+         [](Inputs& /*inputs*/) -> std::string {
+             bool value = false;
+             static_cast<void>(get_value_bool("{}", "absent", &value));
+             bmcoauth_refusal refusal{};
+             static_cast<void>(bmcoauth_last_refusal(&refusal, sizeof refusal));
+             return std::string{bmcoauth_rule_name(refusal.rule)} + " " +
+                    static_cast<const char*>(refusal.subject);
+         }},
         {{"oauthErro_toStr(oauthError)"},
          "invalid_request",
          [](Inputs&) -> std::string {

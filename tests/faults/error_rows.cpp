@@ -8,6 +8,19 @@ namespace
 {
 
 const Table rows{
+    {"bmcoauth_rule_name", "a rule", failsOnly,
+     [](Attempt& attempt) {
+         return got(attempt.call([] { return bmcoauth_rule_name(BMCOAUTH_RULE_TOKEN_EXPIRED); }));
+     }},
+    {"bmcoauth_last_refusal", "after a refusal", failsOnly,
+     [](Attempt& attempt) {
+         bool value = false;
+         static_cast<void>(get_value_bool("{}", "absent", &value));
+         bmcoauth_refusal refusal{};
+         const int told =
+             attempt.call([&] { return bmcoauth_last_refusal(&refusal, sizeof refusal); });
+         return told == 1 ? got(static_cast<const char*>(refusal.subject)) : failed();
+     }},
     {"oauthErro_toStr", "a code", failsOnly,
      [](Attempt& attempt) {
          return got(attempt.call([] { return oauthErro_toStr(OAUTH_INVALID_SCOPE); }));

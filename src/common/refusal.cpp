@@ -1,0 +1,227 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "common/refusal.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+
+namespace bmcoauth
+{
+
+namespace
+{
+
+// Two, since a call that notes something may still succeed.
+constinit thread_local bmcoauth_refusal noted{};
+constinit thread_local bmcoauth_refusal published{};
+
+/** Writes @p text to the field of @p size characters, printable and cut to fit. */
+void put(char* field, std::size_t size, std::string_view text) noexcept
+{
+    constexpr std::string_view digits = "0123456789abcdef";
+    constexpr std::string_view cut = "...";
+    constexpr std::size_t escaped = 4;
+    const std::size_t room = size - 1 - cut.size();
+    char* next = field;
+    char* const end = field + room;
+    for (const char c : text)
+    {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool plain = byte >= 0x20 && byte < 0x7f && c != '\\';
+        if (end - next < static_cast<std::ptrdiff_t>(plain ? 1 : escaped))
+        {
+            next = std::ranges::copy(cut, next).out;
+            break;
+        }
+        if (plain)
+        {
+            *next++ = c;
+            continue;
+        }
+        *next++ = '\\';
+        *next++ = 'x';
+        *next++ = digits[byte >> 4U];
+        *next++ = digits[byte & 0x0FU];
+    }
+    *next = '\0';
+}
+
+template <std::size_t size>
+void put(char (&field)[size], std::string_view text) noexcept
+{
+    put(static_cast<char*>(field), size, text);
+}
+
+template <std::size_t size>
+void put(char (&field)[size], std::uint64_t number) noexcept
+{
+    static_assert(size > 20);
+    *std::to_chars(std::begin(field), std::end(field) - 1, number).ptr = '\0';
+}
+
+// strerror_r is declared in two ways; which one decides how its answer is read.
+[[maybe_unused]] const char* errorText(const char* result, const char* /*buffer*/) noexcept
+{
+    return result;
+}
+[[maybe_unused]] const char* errorText(int result, const char* buffer) noexcept
+{
+    return result == 0 ? buffer : "";
+}
+
+} // namespace
+
+const Refused& Refused::about(std::string_view subject) const noexcept
+{
+    // Of a path the end tells more.
+    constexpr std::size_t room = sizeof noted.subject - 1;
+    if (subject.size() > room && subject.front() == '/')
+    {
+        subject.remove_prefix(subject.size() - room);
+    }
+    put(noted.subject, subject);
+    return *this;
+}
+
+const Refused& Refused::within(std::string_view subject) const noexcept
+{
+    return *std::begin(noted.subject) == '\0' ? about(subject) : *this;
+}
+
+const Refused& Refused::at(std::size_t index) const noexcept
+{
+    noted.index = static_cast<int>(index);
+    return *this;
+}
+
+const Refused& Refused::saw(std::string_view text) const noexcept
+{
+    put(noted.saw, text);
+    return *this;
+}
+
+const Refused& Refused::saw(std::uint64_t number) const noexcept
+{
+    put(noted.saw, number);
+    return *this;
+}
+
+const Refused& Refused::sawErrno() const noexcept
+{
+    std::array<char, sizeof noted.saw> buffer{};
+    return saw(errorText(strerror_r(errno, buffer.data(), buffer.size()), buffer.data()));
+}
+
+const Refused& Refused::wanted(std::string_view text) const noexcept
+{
+    put(noted.wanted, text);
+    return *this;
+}
+
+const Refused& Refused::wanted(std::uint64_t number) const noexcept
+{
+    put(noted.wanted, number);
+    return *this;
+}
+
+Refused refuse(bmcoauth_rule rule) noexcept
+{
+    noted = {.rule = rule, .index = -1, .subject = {}, .saw = {}, .wanted = {}};
+    return {};
+}
+
+void publishRefusal() noexcept
+{
+    published = noted;
+}
+
+Refused refuseCall(bmcoauth_rule rule, const char* parameter) noexcept
+{
+    refuse(rule).about(parameter);
+    publishRefusal();
+    return {};
+}
+
+Refused refuseNull(const char* parameter) noexcept
+{
+    return refuseCall(BMCOAUTH_RULE_ARGUMENT_NULL, parameter);
+}
+
+} // namespace bmcoauth
+
+extern "C" int bmcoauth_last_refusal(bmcoauth_refusal* refusal, std::size_t size)
+{
+    if (refusal == nullptr || size < sizeof refusal->rule || bmcoauth::published.rule == 0)
+    {
+        return 0;
+    }
+    std::memset(static_cast<void*>(refusal), 0, size);
+    std::memcpy(static_cast<void*>(refusal), &bmcoauth::published,
+                std::min(size, sizeof bmcoauth::published));
+    return 1;
+}
+
+extern "C" const char* bmcoauth_rule_name(int rule)
+{
+    // Without a default, so that the compiler misses no rule.
+    switch (static_cast<bmcoauth_rule>(rule))
+    {
+        case BMCOAUTH_RULE_ARGUMENT_NULL:
+            return "argument.null";
+        case BMCOAUTH_RULE_ARGUMENT_LENGTH:
+            return "argument.length";
+        case BMCOAUTH_RULE_ARGUMENT_RANGE:
+            return "argument.range";
+        case BMCOAUTH_RULE_MEMORY_EXHAUSTED:
+            return "memory.exhausted";
+        case BMCOAUTH_RULE_RANDOM_DEVICE:
+            return "random.device";
+        case BMCOAUTH_RULE_CLOCK_UNREADABLE:
+            return "clock.unreadable";
+        case BMCOAUTH_RULE_FILE_UNREADABLE:
+            return "file.unreadable";
+        case BMCOAUTH_RULE_FILE_UNWRITABLE:
+            return "file.unwritable";
+        case BMCOAUTH_RULE_JSON_SYNTAX:
+            return "json.syntax";
+        case BMCOAUTH_RULE_JSON_NESTING:
+            return "json.nesting";
+        case BMCOAUTH_RULE_JSON_ROOT:
+            return "json.root";
+        case BMCOAUTH_RULE_JSON_MEMBER_MISSING:
+            return "json.member-missing";
+        case BMCOAUTH_RULE_JSON_MEMBER_TYPE:
+            return "json.member-type";
+        case BMCOAUTH_RULE_JSON_UNWRITABLE:
+            return "json.unwritable";
+        case BMCOAUTH_RULE_BASE64_MALFORMED:
+            return "base64.malformed";
+        case BMCOAUTH_RULE_BASE64_LENGTH:
+            return "base64.length";
+        case BMCOAUTH_RULE_KEY_ENCODING:
+            return "key.encoding";
+        case BMCOAUTH_RULE_KEY_KIND:
+            return "key.kind";
+        case BMCOAUTH_RULE_KEY_CURVE:
+            return "key.curve";
+        case BMCOAUTH_RULE_KEY_RANGE:
+            return "key.range";
+        case BMCOAUTH_RULE_KEY_UNSOUND:
+            return "key.unsound";
+        case BMCOAUTH_RULE_TOKEN_PARTS:
+            return "token.parts";
+        case BMCOAUTH_RULE_TOKEN_MEMBER:
+            return "token.member";
+        case BMCOAUTH_RULE_TOKEN_SCOPE:
+            return "token.scope";
+        case BMCOAUTH_RULE_TOKEN_NOT_YET_VALID:
+            return "token.not-yet-valid";
+        case BMCOAUTH_RULE_TOKEN_EXPIRED:
+            return "token.expired";
+        case BMCOAUTH_RULE_TOKEN_SIGNATURE:
+            return "token.signature";
+    }
+    return nullptr;
+}

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <bmcoauth/refusal.h>
+
+#include <concepts>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <type_traits>
+
+namespace bmcoauth
+{
+
+/** The types whose zero value is a failure. Numbers are left out on purpose, but for the `int` of
+ *  the exported functions: a converting constructor (of std::optional<std::uint64_t>, say) would
+ *  take the zero for a value. */
+template <typename T>
+concept FailsAsZero =
+    std::same_as<T, bool> || std::same_as<T, int> || std::is_pointer_v<T> || std::is_enum_v<T>;
+
+/** What refuse gives: the failure value of whatever type the refusing function has, which is false,
+ *  0, null or nothing. The members add to the note; all of them are for the failing path alone. */
+class Refused
+{
+public:
+    template <FailsAsZero T>
+    operator T() const noexcept
+    {
+        return T{};
+    }
+    template <typename T>
+    operator std::optional<T>() const noexcept
+    {
+        return std::nullopt;
+    }
+    template <typename T, typename Deleter>
+    operator std::unique_ptr<T, Deleter>() const noexcept
+    {
+        return nullptr;
+    }
+
+    /** The member, file or parameter that it concerns; only the end of a path fits. */
+    const Refused& about(std::string_view subject) const noexcept;
+    /** As about, unless the place that refused has said it already. */
+    const Refused& within(std::string_view subject) const noexcept;
+    /** Which of several keys, certificates or proofs. */
+    const Refused& at(std::size_t index) const noexcept;
+    /** What was there. Never a secret of ours. */
+    const Refused& saw(std::string_view text) const noexcept;
+    const Refused& saw(std::uint64_t number) const noexcept;
+    /** As saw: the system's words for errno. */
+    const Refused& sawErrno() const noexcept;
+    /** What should have been there. Never a secret of ours. */
+    const Refused& wanted(std::string_view text) const noexcept;
+    const Refused& wanted(std::uint64_t number) const noexcept;
+};
+
+/** Notes that @p rule refuses, and gives the failure value: `return refuse(...)`, at the place where
+ *  the rule is known.
+ *
+ *  What is noted counts only if the exported call fails, where publishRefusal takes it: code that
+ *  tries one thing after another notes as it goes, and the last note before the failure is the
+ *  reason. */
+[[gnu::cold]] Refused refuse(bmcoauth_rule rule) noexcept;
+
+/** Passes on what was refused deeper, so that more can be said of it: `return refused().within("header")`. */
+[[nodiscard]] inline Refused refused() noexcept
+{
+    return {};
+}
+
+/** Makes the last note the thread's last refusal. For the boundary alone, when a call fails. */
+[[gnu::cold]] void publishRefusal() noexcept;
+
+/** Refuses a null argument at the boundary, before there is a guard. */
+[[gnu::cold]] Refused refuseNull(const char* parameter) noexcept;
+
+/** Refuses at the boundary, before there is a guard. */
+[[gnu::cold]] Refused refuseCall(bmcoauth_rule rule, const char* parameter) noexcept;
+
+} // namespace bmcoauth

@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/refusals.hpp"
+
+#include <bmcoauth.h>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <string>
+#include <thread>
+
+using support::lastRefusal;
+
+namespace
+{
+
+/** Has a call refuse: @p key is not a member of the document. */
+void refuseMember(const char* key)
+{
+    bool value = false;
+    ASSERT_EQ(get_value_bool("{}", key, &value), 0);
+}
+
+} // namespace
+
+TEST(Refusal, IsAbsentOnAThreadThatWasRefusedNothing)
+{
+    std::thread([] {
+        bmcoauth_refusal refusal{};
+        refusal.rule = -7;
+        EXPECT_EQ(bmcoauth_last_refusal(&refusal, sizeof refusal), 0);
+        EXPECT_EQ(refusal.rule, -7);
+    }).join();
+}
+
+TEST(Refusal, NamesTheRuleAndTheMember)
+{
+    refuseMember("enabled");
+    bmcoauth_refusal refusal{};
+    ASSERT_EQ(bmcoauth_last_refusal(&refusal, sizeof refusal), 1);
+    EXPECT_EQ(refusal.rule, BMCOAUTH_RULE_JSON_MEMBER_MISSING);
+    EXPECT_EQ(refusal.index, -1);
+    EXPECT_STREQ(refusal.subject, "enabled");
+    EXPECT_STREQ(refusal.saw, "");
+    EXPECT_STREQ(refusal.wanted, "");
+}
+
+TEST(Refusal, StaysWhenALaterCallSucceeds)
+{
+    refuseMember("enabled");
+    bool value = false;
+    ASSERT_EQ(get_value_bool(R"({"a":true})", "a", &value), 1);
+    EXPECT_STREQ(lastRefusal().subject, "enabled");
+}
+
+TEST(Refusal, IsReplacedByTheNextFailure)
+{
+    refuseMember("enabled");
+    refuseMember("ready");
+    EXPECT_STREQ(lastRefusal().subject, "ready");
+}
+
+TEST(Refusal, IsNotSeenByOtherThreads)
+{
+    refuseMember("mine");
+    std::thread([] {
+        refuseMember("theirs");
+        EXPECT_STREQ(lastRefusal().subject, "theirs");
+    }).join();
+    EXPECT_STREQ(lastRefusal().subject, "mine");
+}
+
+TEST(Refusal, IsPrintableWhateverTheTextHolds)
+{
+    refuseMember("a\x01\x7f\n\\\xc3z");
+    EXPECT_STREQ(lastRefusal().subject, R"(a\x01\x7f\x0a\x5c\xc3z)");
+}
+
+TEST(Refusal, EndsWithThreeDotsWhereItWasCut)
+{
+    refuseMember("0123456789012345678901234567890123456789");
+    EXPECT_STREQ(lastRefusal().subject, "0123456789012345678901234567...");
+    // An escape is never cut in two.
+    refuseMember("01234567890123456789012345\x01");
+    EXPECT_STREQ(lastRefusal().subject, "01234567890123456789012345...");
+}
+
+TEST(Refusal, GivesAProgramWhatItsRecordHolds)
+{
+    refuseMember("enabled");
+    // An older program knows the rule alone.
+    std::array<std::byte, sizeof(int) + 1> small{};
+    small.back() = std::byte{0x5a};
+    ASSERT_EQ(bmcoauth_last_refusal(reinterpret_cast<bmcoauth_refusal*>(small.data()), sizeof(int)),
+              1);
+    int rule = 0;
+    std::memcpy(&rule, small.data(), sizeof rule);
+    EXPECT_EQ(rule, BMCOAUTH_RULE_JSON_MEMBER_MISSING);
+    EXPECT_EQ(small.back(), std::byte{0x5a});
+
+    // A newer one finds zeros in what this library does not know.
+    struct Newer
+    {
+        bmcoauth_refusal known;
+        std::array<unsigned char, 8> more;
+    };
+    Newer newer{};
+    newer.more.fill(0xff);
+    ASSERT_EQ(bmcoauth_last_refusal(&newer.known, sizeof newer), 1);
+    EXPECT_STREQ(newer.known.subject, "enabled");
+    EXPECT_EQ(newer.more, (std::array<unsigned char, 8>{}));
+}
+
+TEST(Refusal, IsNotGivenToNothing)
+{
+    refuseMember("enabled");
+    bmcoauth_refusal refusal{};
+    EXPECT_EQ(bmcoauth_last_refusal(nullptr, sizeof refusal), 0);
+    EXPECT_EQ(bmcoauth_last_refusal(&refusal, sizeof(int) - 1), 0);
+    EXPECT_EQ(refusal.rule, 0);
+    EXPECT_STREQ(lastRefusal().subject, "enabled");
+}
+
+TEST(RuleName, IsStable)
+{
+    EXPECT_STREQ(bmcoauth_rule_name(BMCOAUTH_RULE_TOKEN_EXPIRED), "token.expired");
+    EXPECT_STREQ(bmcoauth_rule_name(BMCOAUTH_RULE_ARGUMENT_NULL), "argument.null");
+    EXPECT_STREQ(bmcoauth_rule_name(1305), "token.expired");
+}
+
+TEST(RuleName, IsNullForWhatIsNotARule)
+{
+    for (const int number : {-1, 0, 1, 100, 2147483647, -2147483647 - 1})
+    {
+        EXPECT_EQ(bmcoauth_rule_name(number), nullptr) << number;
+    }
+}
