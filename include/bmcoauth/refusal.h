@@ -10,6 +10,10 @@
  * after a call that failed, on the thread that made it: a call that succeeds neither reads nor
  * changes it, and a thread never sees another thread's.
  *
+ * Not every function names its rule yet: the readers of JSON members do, and exhausted memory is
+ * named in most places. After the failure of a function that noted nothing, `bmcoauth_last_refusal`
+ * returns 0, or what an earlier call has left.
+ *
  * A refusal is for logs and for tests, never for the peer: an error document that tells a stranger
  * which rule stopped him helps him past it. */
 
@@ -48,19 +52,97 @@ enum bmcoauth_rule
     BMCOAUTH_RULE_BASE64_LENGTH = 702,    /**< the text or the data is longer than is converted */
 
     /* key: private and public keys outside JSON Web Keys */
-    BMCOAUTH_RULE_KEY_ENCODING = 801, /**< the bytes or the file do not hold a readable key */
-    BMCOAUTH_RULE_KEY_KIND = 802,     /**< the key is not an EC key */
-    BMCOAUTH_RULE_KEY_CURVE = 803,    /**< the key is on another curve */
-    BMCOAUTH_RULE_KEY_RANGE = 804,    /**< the private number is zero or not below the order */
-    BMCOAUTH_RULE_KEY_UNSOUND = 805,  /**< the parts of the key do not belong together */
+    BMCOAUTH_RULE_KEY_ENCODING =
+        801,                      /**< the bytes, the text or the file do not hold a readable key */
+    BMCOAUTH_RULE_KEY_KIND = 802, /**< the key is not an EC key */
+    BMCOAUTH_RULE_KEY_CURVE = 803,   /**< the key is on another curve */
+    BMCOAUTH_RULE_KEY_RANGE = 804,   /**< the private number is zero or not below the order */
+    BMCOAUTH_RULE_KEY_UNSOUND = 805, /**< the parts of the key do not belong together */
 
-    /* token: `subject` is the part or the claim */
+    /* jwk: JSON Web Keys; `subject` is the member */
+    BMCOAUTH_RULE_JWK_KIND = 901,   /**< "kty" is neither "EC" nor "RSA" */
+    BMCOAUTH_RULE_JWK_NUMBER = 902, /**< a number of the key is absent or malformed */
+    BMCOAUTH_RULE_JWK_POINT = 903,  /**< the coordinates are not a point of the curve */
+    BMCOAUTH_RULE_JWK_EMPTY = 904,  /**< there is no member that a record can hold */
+    BMCOAUTH_RULE_JWK_MEMBER = 905, /**< the record lacks the member */
+
+    /* certificate: `index` is its place in "x5c" */
+    BMCOAUTH_RULE_CERTIFICATE_MISSING = 1001,    /**< there is no certificate */
+    BMCOAUTH_RULE_CERTIFICATE_ENCODING = 1002,   /**< the text is not a certificate */
+    BMCOAUTH_RULE_CERTIFICATE_NAME = 1003,       /**< the common name is another one, or absent */
+    BMCOAUTH_RULE_CERTIFICATE_NAME_EMPTY = 1004, /**< the common name is empty */
+
+    /* chain: up to the factory's root */
+    BMCOAUTH_RULE_CHAIN_ROOT_MISSING =
+        1101, /**< a root file cannot be opened or does not hold a certificate */
+    BMCOAUTH_RULE_CHAIN_UNTRUSTED = 1102, /**< no chain leads to a trusted root; `saw` is why */
+    BMCOAUTH_RULE_CHAIN_UNSUPPORTED =
+        1103, /**< the entry point is kept for old services and accepts nothing */
+
+    /* envelope: ECIES */
+    BMCOAUTH_RULE_ENVELOPE_IV = 1201,          /**< the IV is absent or not 32 hexadecimal digits */
+    BMCOAUTH_RULE_ENVELOPE_MAC_MISSING = 1202, /**< there is no MAC */
+    BMCOAUTH_RULE_ENVELOPE_MAC_WRONG = 1203,   /**< the MAC is not that of the ciphertext */
+    BMCOAUTH_RULE_ENVELOPE_PADDING = 1204,     /**< the ciphertext does not decrypt */
+    BMCOAUTH_RULE_ENVELOPE_TEXT = 1205, /**< the plaintext holds a zero byte, so it is not a text */
+    BMCOAUTH_RULE_ENVELOPE_LENGTH = 1206, /**< there is too much to seal or to open */
+
+    /* token: `subject` is the part or the claim, `index` the trusted key */
     BMCOAUTH_RULE_TOKEN_PARTS = 1301,  /**< the text is not three parts between dots */
-    BMCOAUTH_RULE_TOKEN_MEMBER = 1302, /**< a header member or claim is absent or no string */
+    BMCOAUTH_RULE_TOKEN_MEMBER = 1302, /**< a header member or claim is absent or not a string */
     BMCOAUTH_RULE_TOKEN_SCOPE = 1303,  /**< "scope" is not an object of arrays of strings */
-    BMCOAUTH_RULE_TOKEN_NOT_YET_VALID = 1304, /**< now is before "nbf" */
-    BMCOAUTH_RULE_TOKEN_EXPIRED = 1305,       /**< now is not before "exp" */
-    BMCOAUTH_RULE_TOKEN_SIGNATURE = 1306,     /**< the signature is not that of the key */
+    BMCOAUTH_RULE_TOKEN_NOT_YET_VALID = 1304,    /**< now is before "nbf" */
+    BMCOAUTH_RULE_TOKEN_EXPIRED = 1305,          /**< now is not before "exp" */
+    BMCOAUTH_RULE_TOKEN_SIGNATURE = 1306,        /**< the signature is not that of a trusted key */
+    BMCOAUTH_RULE_TOKEN_ALGORITHM = 1307,        /**< the algorithm is not one for public keys */
+    BMCOAUTH_RULE_TOKEN_KEY_NOT_SELECTED = 1308, /**< no trusted key is meant for this token */
+    BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED =
+        1309, /**< a trusted key is meant for it, but holds no public key */
+    BMCOAUTH_RULE_TOKEN_INCOMPLETE = 1310, /**< the record to be written lacks a text */
+    BMCOAUTH_RULE_TOKEN_EXPIRES_NOW =
+        1311, /**< a token that is made now would expire this very second */
+
+    /* privileges */
+    BMCOAUTH_RULE_PRIVILEGES_CLAIM = 1401, /**< the identity provider claim is not an object */
+
+    /* document: records, and the parameter lists in them; `subject` is the member */
+    BMCOAUTH_RULE_DOCUMENT_MEMBER = 1501,     /**< a member is absent or of another type */
+    BMCOAUTH_RULE_DOCUMENT_INCOMPLETE = 1502, /**< a record lacks what must be written */
+    BMCOAUTH_RULE_DOCUMENT_PARAMETER = 1503,  /**< a member cannot be a parameter */
+    BMCOAUTH_RULE_DOCUMENT_PARAMETER_MISSING =
+        1504,                            /**< the list lacks the parameter, or it has no value */
+    BMCOAUTH_RULE_DOCUMENT_EMPTY = 1505, /**< a list without an entry */
+
+    /* registration: `subject` is the member */
+    BMCOAUTH_RULE_REGISTRATION_REDIRECT_URI =
+        1601, /**< "redirect_uri" is not an array of strings, or empty */
+    BMCOAUTH_RULE_REGISTRATION_CHALLENGE =
+        1602, /**< the challenge is not one that this side sends */
+    BMCOAUTH_RULE_REGISTRATION_HANDSHAKE_TYPES =
+        1603,                                   /**< "handshake_types" is not an array of strings */
+    BMCOAUTH_RULE_REGISTRATION_KEYS = 1604,     /**< an entry of a list of keys is not a key */
+    BMCOAUTH_RULE_REGISTRATION_LIFETIME = 1605, /**< the expiry is not a number from 0 */
+    BMCOAUTH_RULE_REGISTRATION_UNSUPPORTED =
+        1606, /**< responses of this form are never given as a record */
+
+    /* authorize */
+    BMCOAUTH_RULE_AUTHORIZE_GRANT =
+        1701, /**< there is neither a handshake response nor a refresh token */
+    BMCOAUTH_RULE_AUTHORIZE_HANDSHAKE = 1702, /**< the handshake response is not a parameter list */
+    BMCOAUTH_RULE_AUTHORIZE_POLICY = 1703,    /**< a policy entry is not a string */
+    BMCOAUTH_RULE_AUTHORIZE_SCOPE = 1704,     /**< a scope entry lacks its name or its values */
+
+    /* handshake: `index` is the proof, `subject` the type or the parameter */
+    BMCOAUTH_RULE_HANDSHAKE_TYPES = 1801, /**< there is no type to choose or to answer */
+    BMCOAUTH_RULE_HANDSHAKE_TOKEN = 1802, /**< "V", which a certificate proof signs, is absent */
+    BMCOAUTH_RULE_HANDSHAKE_CERTIFICATE = 1803, /**< there is no certificate to prove */
+    BMCOAUTH_RULE_HANDSHAKE_COUNTERS = 1804,    /**< "M" or "C" is absent or not a number from 1 */
+    BMCOAUTH_RULE_HANDSHAKE_KEYS = 1805,   /**< the key document is absent or not a JSON object */
+    BMCOAUTH_RULE_HANDSHAKE_SECRET = 1806, /**< the key document holds no secret for the type */
+    BMCOAUTH_RULE_HANDSHAKE_PROOF_MISSING = 1807, /**< there are fewer proofs than types, or none */
+    BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG = 1808,  /**< the proof is not the one that was asked for */
+    BMCOAUTH_RULE_HANDSHAKE_PROOF_LENGTH = 1809, /**< the proof is too long to be sent */
+    BMCOAUTH_RULE_HANDSHAKE_IV = 1810,           /**< the IV of the sealed certificate is absent */
 };
 
 /** bmcoauth_refusal tells what a call refused. It may grow at its end; `bmcoauth_last_refusal` takes
@@ -84,8 +166,8 @@ BMCOAUTH_PLAIN_BEGIN
  *  it at most: pass `sizeof(bmcoauth_refusal)`. What a newer program's record has beyond the
  *  library's is set to zero.
  *
- *  Returns 1, or 0 if nothing has been refused on this thread yet, or if `refusal` is null or `size`
- *  is below `sizeof(int)`; then nothing is written. Does not count as a failed call itself. */
+ *  Returns 1, or 0 if no rule is known, or if `refusal` is null or `size` is below `sizeof(int)`; then
+ *  nothing is written. Does not count as a failed call itself. */
 BMCOAUTH_API int bmcoauth_last_refusal(bmcoauth_refusal* refusal, size_t size);
 
 /** bmcoauth_rule_name returns the stable name of `rule`, "token.expired" for instance: a static

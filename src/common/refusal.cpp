@@ -135,6 +135,8 @@ Refused refuse(bmcoauth_rule rule) noexcept
 void publishRefusal() noexcept
 {
     published = noted;
+    // A later failure that notes nothing must not be taken for this one.
+    noted.rule = 0;
 }
 
 Refused refuseCall(bmcoauth_rule rule, const char* parameter) noexcept
@@ -210,6 +212,42 @@ extern "C" const char* bmcoauth_rule_name(int rule)
             return "key.range";
         case BMCOAUTH_RULE_KEY_UNSOUND:
             return "key.unsound";
+        case BMCOAUTH_RULE_JWK_KIND:
+            return "jwk.kind";
+        case BMCOAUTH_RULE_JWK_NUMBER:
+            return "jwk.number";
+        case BMCOAUTH_RULE_JWK_POINT:
+            return "jwk.point";
+        case BMCOAUTH_RULE_JWK_EMPTY:
+            return "jwk.empty";
+        case BMCOAUTH_RULE_JWK_MEMBER:
+            return "jwk.member";
+        case BMCOAUTH_RULE_CERTIFICATE_MISSING:
+            return "certificate.missing";
+        case BMCOAUTH_RULE_CERTIFICATE_ENCODING:
+            return "certificate.encoding";
+        case BMCOAUTH_RULE_CERTIFICATE_NAME:
+            return "certificate.name";
+        case BMCOAUTH_RULE_CERTIFICATE_NAME_EMPTY:
+            return "certificate.name-empty";
+        case BMCOAUTH_RULE_CHAIN_ROOT_MISSING:
+            return "chain.root-missing";
+        case BMCOAUTH_RULE_CHAIN_UNTRUSTED:
+            return "chain.untrusted";
+        case BMCOAUTH_RULE_CHAIN_UNSUPPORTED:
+            return "chain.unsupported";
+        case BMCOAUTH_RULE_ENVELOPE_IV:
+            return "envelope.iv";
+        case BMCOAUTH_RULE_ENVELOPE_MAC_MISSING:
+            return "envelope.mac-missing";
+        case BMCOAUTH_RULE_ENVELOPE_MAC_WRONG:
+            return "envelope.mac-wrong";
+        case BMCOAUTH_RULE_ENVELOPE_PADDING:
+            return "envelope.padding";
+        case BMCOAUTH_RULE_ENVELOPE_TEXT:
+            return "envelope.text";
+        case BMCOAUTH_RULE_ENVELOPE_LENGTH:
+            return "envelope.length";
         case BMCOAUTH_RULE_TOKEN_PARTS:
             return "token.parts";
         case BMCOAUTH_RULE_TOKEN_MEMBER:
@@ -222,6 +260,68 @@ extern "C" const char* bmcoauth_rule_name(int rule)
             return "token.expired";
         case BMCOAUTH_RULE_TOKEN_SIGNATURE:
             return "token.signature";
+        case BMCOAUTH_RULE_TOKEN_ALGORITHM:
+            return "token.algorithm";
+        case BMCOAUTH_RULE_TOKEN_KEY_NOT_SELECTED:
+            return "token.key-not-selected";
+        case BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED:
+            return "token.key-not-imported";
+        case BMCOAUTH_RULE_TOKEN_INCOMPLETE:
+            return "token.incomplete";
+        case BMCOAUTH_RULE_TOKEN_EXPIRES_NOW:
+            return "token.expires-now";
+        case BMCOAUTH_RULE_PRIVILEGES_CLAIM:
+            return "privileges.claim";
+        case BMCOAUTH_RULE_DOCUMENT_MEMBER:
+            return "document.member";
+        case BMCOAUTH_RULE_DOCUMENT_INCOMPLETE:
+            return "document.incomplete";
+        case BMCOAUTH_RULE_DOCUMENT_PARAMETER:
+            return "document.parameter";
+        case BMCOAUTH_RULE_DOCUMENT_PARAMETER_MISSING:
+            return "document.parameter-missing";
+        case BMCOAUTH_RULE_DOCUMENT_EMPTY:
+            return "document.empty";
+        case BMCOAUTH_RULE_REGISTRATION_REDIRECT_URI:
+            return "registration.redirect-uri";
+        case BMCOAUTH_RULE_REGISTRATION_CHALLENGE:
+            return "registration.challenge";
+        case BMCOAUTH_RULE_REGISTRATION_HANDSHAKE_TYPES:
+            return "registration.handshake-types";
+        case BMCOAUTH_RULE_REGISTRATION_KEYS:
+            return "registration.keys";
+        case BMCOAUTH_RULE_REGISTRATION_LIFETIME:
+            return "registration.lifetime";
+        case BMCOAUTH_RULE_REGISTRATION_UNSUPPORTED:
+            return "registration.unsupported";
+        case BMCOAUTH_RULE_AUTHORIZE_GRANT:
+            return "authorize.grant";
+        case BMCOAUTH_RULE_AUTHORIZE_HANDSHAKE:
+            return "authorize.handshake";
+        case BMCOAUTH_RULE_AUTHORIZE_POLICY:
+            return "authorize.policy";
+        case BMCOAUTH_RULE_AUTHORIZE_SCOPE:
+            return "authorize.scope";
+        case BMCOAUTH_RULE_HANDSHAKE_TYPES:
+            return "handshake.types";
+        case BMCOAUTH_RULE_HANDSHAKE_TOKEN:
+            return "handshake.token";
+        case BMCOAUTH_RULE_HANDSHAKE_CERTIFICATE:
+            return "handshake.certificate";
+        case BMCOAUTH_RULE_HANDSHAKE_COUNTERS:
+            return "handshake.counters";
+        case BMCOAUTH_RULE_HANDSHAKE_KEYS:
+            return "handshake.keys";
+        case BMCOAUTH_RULE_HANDSHAKE_SECRET:
+            return "handshake.secret";
+        case BMCOAUTH_RULE_HANDSHAKE_PROOF_MISSING:
+            return "handshake.proof-missing";
+        case BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG:
+            return "handshake.proof-wrong";
+        case BMCOAUTH_RULE_HANDSHAKE_PROOF_LENGTH:
+            return "handshake.proof-length";
+        case BMCOAUTH_RULE_HANDSHAKE_IV:
+            return "handshake.iv";
     }
     return nullptr;
 }
