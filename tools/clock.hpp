@@ -11,7 +11,7 @@ namespace bmcoauth::tool
 {
 
 /** The seconds since the epoch by which the library judges, at the instant @p time: its clock goes
- *  by way of local time, so that it may be off outside UTC. Nothing when there is no such date. */
+ *  by way of local time, so that it may be off if the zone has changed since 1970. Nothing when there is no such date. */
 [[nodiscard]] std::optional<std::uint64_t> librarySeconds(std::time_t time);
 
 /** The number that the library reads from the text of a time claim: decimal, octal behind a 0,

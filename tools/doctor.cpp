@@ -20,6 +20,7 @@
 #include <ctime>
 #include <fstream>
 #include <iterator>
+#include <string_view>
 #include <system_error>
 
 namespace bmcoauth::tool
@@ -89,9 +90,13 @@ Finding zoneFinding(std::time_t now)
     }
     // There is one thread.
     const char* variable = std::getenv("TZ"); // NOLINT(concurrency-mt-unsafe)
-    return fine("time zone",
-                std::string{text.data()} +
-                    (variable != nullptr ? " by TZ=" + shown(variable) : " by /etc/localtime"));
+    const std::string zone =
+        std::string{text.data()} +
+        (variable != nullptr ? " by TZ=" + shown(variable) : " by /etc/localtime");
+    // By name, too: zones that share the offset of UTC today may have had another in 1970, from
+    // which the library counts.
+    const bool isUtc = local.tm_gmtoff == 0 && std::string_view{local.tm_zone} == "UTC";
+    return isUtc ? fine("time zone", zone) : doubtful("time zone", zone + ": the zone must be UTC");
 }
 
 // --------------------------------------------------------------------------------------- files

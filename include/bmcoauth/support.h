@@ -51,7 +51,8 @@ BMCOAUTH_API char* o2_ff_strdup(const char* text, const char* caller, unsigned i
 /** get_seconds_from_epoch gives the seconds from 1 January 1970, 00:00:00 local time, to `time`,
  *  which is in seconds as `time()` gives it; 0 if `time` lies before.
  *
- *  NOTE: local time, so the result is `time` itself only where the local zone is UTC. */
+ *  NOTE: outside UTC the result differs from `time` by the offset that the local zone had on
+ *  1 January 1970, such as 3600 s in Berlin. */
 BMCOAUTH_API uint64_t get_seconds_from_epoch(time_t time);
 
 /** isDeviceVorn tells whether the marker file /etc/vorn_fw exists: 1 or 0, looked up on every call.

@@ -12,9 +12,10 @@ namespace bmcoauth
 /** The current time as every token and record carries it, in seconds; nothing when the clock
  *  cannot be broken down.
  *
- *  The clock is broken down as UTC and turned back as local time, so this equals the seconds since
- *  the epoch only where the local zone is UTC, as it is on a controller. The one place where the
- *  clock is read: ask once per call, since mktime looks at the zone file each time. */
+ *  The clock is broken down as UTC, turned back as local time, and counted from 1 January 1970 in
+ *  local time. The zone's offset cancels out, a change of it since that day does not: elsewhere
+ *  than in UTC, where a controller is, the result may be off by that change. The one place where
+ *  the clock is read: ask once per call, since mktime looks at the zone file each time. */
 [[nodiscard]] std::optional<std::uint64_t> currentSeconds() noexcept;
 
 /** Midnight of 1 January of @p year as local time. */

@@ -61,9 +61,21 @@ class Doctor(ToolTest):
             self.assertEqual(level, "doubtful")
             self.assertTrue(text.startswith(f"{-offset} s from the clock"), text)
 
-    def test_tells_the_zone(self):
-        self.under_zone("EST5")
-        self.assertEqual(self.findings()["time zone"], ("ok", "EST, UTC-0500 by TZ=EST5"))
+    def test_doubts_every_zone_but_utc(self):
+        self.under_zone("UTC0")
+        self.assertEqual(self.findings()["time zone"], ("ok", "UTC, UTC+0000 by TZ=UTC0"))
+        # In the winter of London the offset is that of UTC, and the times are an hour off. Without
+        # a file for a zone its name is taken for one with the offset of UTC.
+        for zone, shown in (
+            ("EST5", "EST, UTC-0500 by TZ=EST5"),
+            ("GMT0", "GMT, UTC+0000 by TZ=GMT0"),
+            ("UTC-1", "UTC, UTC+0100 by TZ=UTC-1"),
+            ("Missing/Zone", "Missing, UTC+0000 by TZ=Missing/Zone"),
+        ):
+            self.under_zone(zone)
+            level, text = self.findings()["time zone"]
+            self.assertEqual(level, "doubtful")
+            self.assertEqual(text, shown + ": the zone must be UTC")
 
     def test_looks_at_key_files(self):
         def finding(name):
