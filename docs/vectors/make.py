@@ -283,7 +283,7 @@ def base64url():
         good("complete padding", b"f", "Zg=="),
         good("a line feed", b"foobar", "Zm9v\nYmFy\n"),
         good("bits behind the last byte are ignored", b"f", "Zh",
-             note="Zg is the only text that an encoder writes for this byte"),
+             why="NOTE: Zg is the only text that an encoder writes for this byte"),
         bad("empty", ""),
         bad("padding that does not complete the text", "Zg="),
         bad("one letter more than whole groups", "Zm9vY"),
@@ -327,6 +327,7 @@ def tokens():
     good = token()
     scopes = {"files": ["read", "write"], "privileges": ["login"]}
     empty_value = {"privileges": []}
+    critical = {"alg": "ES256", "crit": ["limit"], "limit": "1", "typ": "JWT"}
     tests = [
         test("plain", good, 1, "both", claims=claims()),
         test("with a key identifier", token({"alg": "ES256", "kid": "k1", "typ": "JWT"}), 1, "both",
@@ -346,7 +347,13 @@ def tokens():
         test("issued in the future", token(payload=claims(iat=str(NOW + 9999))), 1, "both",
              "\"iat\" is carried and never compared", claims=claims(iat=str(NOW + 9999))),
         test("\"alg\" is not consulted", token({"alg": "none", "typ": "JWT"}), 1, "both",
-             "the signature is ECDSA on P-256 over SHA-256 whatever \"alg\" says", claims=claims()),
+             "NOTE: the signature is ECDSA on P-256 over SHA-256 whatever \"alg\" says", claims=claims()),
+        test("\"crit\" is not consulted", token(critical), 1, "both",
+             "NOTE: an extension that the header declares critical (RFC 7515, section 4.1.11) is "
+             "ignored", claims=claims()),
+        test("padding behind the signature", good + "=" * (-len(good.split(".")[2]) % 4), 1, "both",
+             "NOTE: another text of the same token: compare and revoke tokens by \"jti\"",
+             claims=claims()),
         test("not yet valid", token(payload=claims(nbf=str(NOW + 1))), 0, "header",
              "\"nbf\" is one second away"),
         test("expires now", token(payload=claims(exp=str(NOW))), 2, "header",
@@ -445,6 +452,9 @@ def delegated():
              why="it fits any \"alg\" of the family"),
         test("HS256 with the public key as secret", hs256, public, 0, 0, "never accepted"),
         test("none", none, public, 0, 0, "never accepted"),
+        test("\"crit\" is not consulted", token(crit=["limit"], limit=1), public,
+             why="NOTE: an extension that the header declares critical (RFC 7515, section 4.1.11) "
+                 "is ignored"),
         test("another key", good, [other.pem], 0, 0),
         test("altered payload", ".".join([good.split(".")[0], token(payload=body(sub="root")).split(".")[1],
                                           good.split(".")[2]]), public, 0, 0),
@@ -525,11 +535,18 @@ def jwk():
                      "the document afterwards. What is refused stays as it was.", "tests": tests}
 
 
-def hotp(secret, counter):
-    """RFC 4226, section 5.3, with 8 digits."""
-    digest = hmac.digest(secret.encode(), counter.to_bytes(8, "big"), hashlib.sha1)
+def hotp_steps(secret, counter):
+    """RFC 4226, section 5.3, with 8 digits: each step on the way to the password."""
+    moving = counter.to_bytes(8, "big")
+    digest = hmac.digest(secret.encode(), moving, hashlib.sha1)
     offset = digest[-1] & 15
-    return f"{(int.from_bytes(digest[offset : offset + 4], 'big') & 0x7FFFFFFF) % 10**8:08d}"
+    number = int.from_bytes(digest[offset : offset + 4], "big") & 0x7FFFFFFF
+    return {"secret": secret, "counter": moving.hex(), "hmac_sha1": digest.hex(), "offset": offset,
+            "number": number, "password": f"{number % 10**8:08d}"}
+
+
+def hotp(secret, counter):
+    return hotp_steps(secret, counter)["password"]
 
 
 def one_time_passwords():
@@ -537,9 +554,18 @@ def one_time_passwords():
     assert hotp(rfc, 1) == "94287082"  # RFC 4226, appendix D
     keys = {"otp1.0": [rfc, second, third], "otp2.0": [second]}
 
+    def steps(challenge, response):
+        """Of each password, in the order of the types."""
+        given = {name.upper(): value for name, value in {**response, **challenge}.items()}
+        types = [given["T"]] if isinstance(given["T"], str) else given["T"]
+        m, c = int(given["M"]), int(given["C"])
+        return [hotp_steps(keys[kind][m % len(keys[kind])], c) for kind in types]
+
     def test(name, challenge, response, valid=True, why=None, document=keys):
         row = {"name": name, "valid": valid, "keys": compact(document),
                "challenge": challenge, "response": response}
+        if valid:
+            row["intermediate"] = steps(challenge, response)
         return {**row, "why": why} if why else row
 
     def ask(m="3", c="1", **others):
@@ -576,7 +602,10 @@ def one_time_passwords():
     ]
     return {
         "about": "Answers to a challenge for one-time passwords (HOTP, RFC 4226, 8 digits), as "
-                 "validateHandshakeResponse judges them with the key document \"keys\".",
+                 "validateHandshakeResponse judges them with the key document \"keys\". "
+                 "\"intermediate\" leads to each password: the secret that M selects, the counter "
+                 "as 8 bytes and the HMAC-SHA-1 in hexadecimal, the offset into it, and the 31-bit "
+                 "number there, whose last 8 decimal digits are the password.",
         "tests": tests,
     }
 
@@ -656,7 +685,8 @@ def certificates():
         chain("a stranger under the root's name", [b64(f.stranger)], 0),
         chain("ends before 2035", [b64(f.short)], 0, "validity is judged as of 1 January 2035"),
         chain("development root", [b64(f.marked)], 0),
-        chain("development root on a marked device", [b64(f.marked)], 1, marked=True),
+        chain("development root on a marked device", [b64(f.marked)], 1,
+              "NOTE: such a device is one under development", marked=True),
         chain("no certificate", [garbage], -1),
     ]
     names = [
@@ -705,10 +735,22 @@ def ecies():
         body = cipher.update(padded) + cipher.finalize()
         return body, hmac.digest(material[16:], body, hashlib.sha256)
 
-    def row(name, body, mac, valid=True, why=None, encode=b64, **more):
+    shared = ours.private.exchange(ec.ECDH(), theirs.public)
+
+    def row(name, body, mac, valid=True, why=None, encode=b64, data=None, **more):
         fields = {"name": name, "valid": valid, "ciphertext": encode(body),
                   "mac": encode(mac) if mac is not None else None, "iv": iv.hex().upper(),
                   "marked": False, **more}
+        if valid:
+            fields["data"] = data or fields["plaintext"][:-17]
+            fields["intermediate"] = {
+                "shared_secret": shared.hex(),
+                "key_material": hashlib.sha256(shared).hexdigest(),
+                # What the receiver has behind the padding: a zero byte at the end included.
+                "plaintext": (fields["plaintext"].encode() + (b"\0" if data else b"")).hex(),
+                "ciphertext": body.hex(),
+                "mac": mac.hex() if mac is not None else None,
+            }
         return {**fields, "why": why} if why else fields
 
     text = b"-----the data-----\nMDEyMzQ1Njc4OWFi"
@@ -724,7 +766,8 @@ def ecies():
         row("in Base64url", body, mac, encode=b64url, plaintext=plain),
         row("small letters in the IV", body, mac, plaintext=plain, iv=iv.hex()),
         row("data that ends with a line feed", *seal(b"line\nMDEyMzQ1Njc4OWFi\0"),
-            plaintext="line\nMDEyMzQ1Njc4OWFi", why="one zero byte at the end is not counted"),
+            plaintext="line\nMDEyMzQ1Njc4OWFi", data="line\n",
+            why="one zero byte at the end is not counted; the line feed is the data's own"),
         row("an altered ciphertext", flipped, mac, False),
         row("an altered MAC", body, bytes([mac[0] ^ 1]) + mac[1:], False),
         row("a MAC cut short", body, mac[:16], False),
@@ -738,7 +781,7 @@ def ecies():
         row("no MAC on a marked device", body, None, plaintext=plain, marked=True,
             why="NOTE: nothing protects the text there"),
         row("no IV on a marked device", bare, bare_mac, plaintext=plain, marked=True, iv=None,
-            why="it stands for 16 zero bytes"),
+            why="NOTE: it stands for 16 zero bytes, and nobody chose them"),
         row("a zero byte inside", *seal(b"a\0b\nMDEyMzQ1Njc4OWFi"), False,
             "refused where the length is asked for"),
         row("an alien alphabet", body, mac, False, ciphertext="!" + b64(body)[1:]),
@@ -746,7 +789,10 @@ def ecies():
     return {
         "about": "Envelopes (ECDH on P-256, SHA-256, AES-128-CBC, HMAC-SHA256), as ecies_decrypt opens "
                  "them with the receiver's key and the sender's certificate; \"marked\": on a device "
-                 "with the marker. The plaintext is data, line feed and 16 random characters.",
+                 "with the marker. The plaintext is data, line feed and 16 random characters; "
+                 "\"data\" is what was sealed. \"intermediate\", in hexadecimal: the x coordinate "
+                 "that ECDH gives; its SHA-256, 16 bytes for AES and 16 for HMAC; the plaintext "
+                 "without padding; ciphertext and MAC.",
         "receiver": {"der": theirs.der.hex(), "x5c": b64(FACTORY.device)},
         "sender": {"der": ours.der.hex(), "x5c": b64(FACTORY.direct)},
         "tests": tests,
@@ -929,12 +975,53 @@ FILES = {
 }
 
 
+# What a reader accepts and a writer must not send, by file and by name of the test.
+NOT_SENT = {
+    "base64url.json": {
+        "the standard alphabet is taken, too", "complete padding", "a line feed",
+        "bits behind the last byte are ignored"},
+    "tokens.json": {
+        "times in hexadecimal", "issued in the future", "\"alg\" is not consulted",
+        "\"crit\" is not consulted", "padding behind the signature"},
+    "delegated.json": {
+        "ES256, signature in DER", "chosen by \"kid\"", "chosen by \"alg\"", "no curve",
+        "a curve that is not known", "\"crit\" is not consulted", "times as texts",
+        "without a subject", "scope as an object"},
+    "jwk.json": {"lower case", "no curve means P-256", "RSA in lower case"},
+    "otp.json": {"names in another case"},
+    "certificate_proof.json": {
+        "the signature in standard Base64", "both proofs, the second missing",
+        "certificate first, wrong signature"},
+    "certificates.json": {
+        "the last of two", "in the order of TLS", "development root on a marked device",
+        "its first 17 bytes"},
+    "ecies.json": {
+        "in Base64url", "an altered IV", "no MAC on a marked device", "no IV on a marked device"},
+    "register.json": {
+        "a list of keys that is none", "null where nothing is needed",
+        "the end of a secret that is not there", "a time of issue that is a text"},
+    "authorize.json": {
+        "both", "policies that are no object", "a handshake that is no object",
+        "parameters without texts"},
+}
+
+
+def marked(name, document):
+    """The document, its tests that a writer must not send marked as such."""
+    rows = [row for group in document.values() if isinstance(group, list) for row in group]
+    for row in rows:
+        if row["name"] in NOT_SENT[name]:
+            row["send"] = False
+    assert {row["name"] for row in rows if "send" in row} == NOT_SENT[name], name
+    return document
+
+
 def main():
     if sys.argv[1:] not in ([], ["--check"]):
         sys.exit(__doc__)
     differing = 0
     for name, make in FILES.items():
-        text = json.dumps(make(), indent=1) + "\n"
+        text = json.dumps(marked(name, make()), indent=1) + "\n"
         path = HERE / name
         if sys.argv[1:] == []:
             path.write_text(text, encoding="utf-8")

@@ -3,6 +3,7 @@
 """check_vectors.py DIRECTORY: checks the files of docs/vectors with client.py, and with what a
 controller judges besides, by the documents alone. Tells how many there are and how many differ."""
 import datetime
+import hmac
 import json
 import pathlib
 import sys
@@ -260,12 +261,32 @@ def same(got, wanted):
 def envelope(file, test):
     receiver = serialization.load_der_private_key(bytes.fromhex(file["receiver"]["der"]), None)
     sender = x509.load_der_x509_certificate(client.base64.b64decode(file["sender"]["x5c"]))
+    material, body = client.key_material(receiver, sender), decode(test["ciphertext"])
+    plaintext = client.decrypted(material, body, bytes.fromhex(test["iv"] or "00" * 16))
     if test["marked"]:  # such a device, a controller under development, looks at no MAC
-        material, iv = client.key_material(receiver, sender), bytes.fromhex(test["iv"] or "00" * 16)
-        opened = client.decrypted(material, decode(test["ciphertext"]), iv)
+        data = client.data_of(plaintext)
     else:
-        opened = client.open_envelope(test["ciphertext"], test["mac"], test["iv"], receiver, sender)
-    same(opened.decode(), test["plaintext"])
+        data = client.open_envelope(test["ciphertext"], test["mac"], test["iv"], receiver, sender)
+    same(data.decode(), test["data"])
+    same(plaintext.removesuffix(b"\0").decode(), test["plaintext"])
+    steps = {
+        "shared_secret": receiver.exchange(ec.ECDH(), sender.public_key()).hex(),
+        "key_material": material.hex(),
+        "plaintext": plaintext.hex(),
+        "ciphertext": body.hex(),
+        "mac": hmac.digest(material[16:], body, "sha256").hex() if test["mac"] else None,
+    }
+    same(steps, test["intermediate"])
+
+
+def passwords(test):
+    handshake(test["challenge"], test["response"], json.loads(test["keys"]))
+    same([step["password"] for step in test["intermediate"]], parameter(test["response"], "R"))
+    for step in test["intermediate"]:
+        mac = hmac.HMAC(step["secret"].encode(), bytes.fromhex(step["counter"]), "sha1").digest()
+        same((mac.hex(), mac[19] % 16), (step["hmac_sha1"], step["offset"]))
+        number = int(mac.hex()[2 * step["offset"] :][:8], 16) % 2**31
+        same((number, str(number)[-8:].zfill(8)), (step["number"], step["password"]))
 
 
 def certificate_chain(file, test):
@@ -275,7 +296,7 @@ def certificate_chain(file, test):
 
 CHECKS = {
     "base64url.tests": lambda file, test: same(decode(test["text"]).hex(), test["bytes"]),
-    "otp.tests": lambda file, test: handshake(test["challenge"], test["response"], json.loads(test["keys"])),
+    "otp.tests": lambda file, test: passwords(test),
     "certificate_proof.tests": lambda file, test: handshake(
         test["challenge"], test["response"], json.loads(file["keys"]), file["certificate"]
     ),

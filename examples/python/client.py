@@ -184,23 +184,27 @@ def key_material(key, peer):
 def decrypted(material, body, iv):
     cipher = Cipher(algorithms.AES(material[:16]), modes.CBC(iv)).decryptor()
     unpadder = padding.PKCS7(128).unpadder()
-    plaintext = unpadder.update(cipher.update(body) + cipher.finalize()) + unpadder.finalize()
-    # Behind data that ended with a line feed already, a zero byte follows the random characters.
-    plaintext = plaintext[:-1] if plaintext.endswith(b"\0") else plaintext
-    if len(plaintext) < 16 or b"\0" in plaintext:
+    return unpadder.update(cipher.update(body) + cipher.finalize()) + unpadder.finalize()
+
+
+def data_of(plaintext):
+    """What was sealed. 17 bytes follow it: a line feed and 16 random characters, or, if the data
+    ends with a line feed itself, these 16 characters and a zero byte."""
+    data = plaintext[:-17]
+    if not data or b"\0" in plaintext[:-1]:
         raise Refused("no data")
-    return plaintext
+    return data
 
 
 def open_envelope(ciphertext, mac, iv, key, peer):
-    """The plaintext of an envelope that `peer`, a certificate, has sealed for `key`: the data, a
-    line feed, and 16 random characters. A MAC or an IV that is missing is refused."""
+    """The data of an envelope that `peer`, a certificate, has sealed for `key`. A MAC or an IV that
+    is missing is refused."""
     if not mac or not iv or not re.fullmatch("[0-9A-Fa-f]{32}", iv):
         raise Refused("no MAC, or no IV of 32 hexadecimal digits")
     material, body = key_material(key, peer), decode(ciphertext)
     if not hmac.compare_digest(hmac.digest(material[16:], body, "sha256"), decode(mac)):
         raise Refused("the MAC is wrong")
-    return decrypted(material, body, bytes.fromhex(iv))
+    return data_of(decrypted(material, body, bytes.fromhex(iv)))
 
 
 # -- On the command line -----------------------------------------------------------------------
@@ -262,7 +266,7 @@ def main():
     else:
         peer = x509.load_pem_x509_certificate(contents(given.peer))
         names = [document[name] for name in ("ciphertext", "mac", "iv")]
-        sys.stdout.buffer.write(open_envelope(*names, key, peer)[:-16])
+        sys.stdout.buffer.write(open_envelope(*names, key, peer))
 
 
 if __name__ == "__main__":
