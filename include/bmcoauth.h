@@ -14,7 +14,8 @@
  * - No exception leaves a function but the errors that its comment names.
  * - Some functions say why they failed: `bmcoauth_last_refusal`.
  * - No other state is kept between calls, and no argument. Any thread may call any function at any time,
- *   as long as no other one changes the same argument.
+ *   as long as no other one changes the same argument. A process that forks while other threads
+ *   work must call nothing here in the child before it calls exec: locks of OpenSSL may be held.
  * - errno and OpenSSL's error queue are left as they were found.
  *
  * Functions inside BMCOAUTH_PLAIN_BEGIN and BMCOAUTH_PLAIN_END have C linkage; those outside have

@@ -43,6 +43,9 @@ BMCOAUTH_API char* generateJWT(JWTHeader* header, JWTPayload* payload, const uns
  *  be missing; "scope" is an object, not an empty one, of arrays of strings. A time is decimal,
  *  hexadecimal after "0x" or octal after "0", as `strtoull` reads it.
  *
+ *  NOTE: "crit" in the header is ignored. Several texts are the same token (padding, unused bits of
+ *  the last character, the second value that ECDSA allows): revoke tokens by "jti", not by text.
+ *
  *  NOTE: each record is stored as soon as it is built, before the later checks. A token with a
  *  wrong signature gives 0 and both records, an expired one 2 and the header. Set both pointers to
  *  null before the call, release what is there afterwards with `free_jwt_header` and
@@ -67,6 +70,7 @@ BMCOAUTH_API int validateJWT(const char* token, const unsigned char* der, int de
  *  RSASSA-PSS ("PS256", with a salt of any length) or ECDSA ("ES256", the signature of two integers
  *  side by side or DER), with SHA-256, SHA-384 or SHA-512. HMAC ("HS256") and "none" never verify,
  *  nor does an RSA key whose exponent is 1 or even. How long a key must be is the caller's to say.
+ *  "crit" in the header is ignored, and several texts are the same token, as in validateJWT.
  *
  *  The period of validity begins with "nbf", where the token has one, and ends before "exp"; `skew`
  *  seconds are allowed in both directions. Times are read as by get_jwt_payload: a number beyond
