@@ -2,8 +2,7 @@
 #include "command.hpp"
 #include "documents.hpp"
 #include "keys.hpp"
-
-#include <sys/stat.h>
+#include "new_file.hpp"
 
 namespace bmcoauth::tool
 {
@@ -24,20 +23,7 @@ void generate(const Options& options)
     {
         throw Stop{Exit::usage, "a private key is written to a file, not to standard output"};
     }
-    struct stat status
-    {
-    };
-    // A link that leads nowhere is there, too: the key would go where it points.
-    if (!options.force && lstat(options.path.c_str(), &status) == 0)
-    {
-        throw Stop{Exit::usage, options.path + " exists already: give --force to replace the key"};
-    }
-    // The library does not say why it cannot.
-    requireWritable(options.path);
-    if (!generateKeyFile(options.path))
-    {
-        throw Stop{Exit::failure, "cannot write a key to " + options.path};
-    }
+    writeNewKey(options.path, {.replaced = options.force});
     if (options.json)
     {
         Json::Value document;
@@ -71,7 +57,9 @@ void addKeyCommands(const Command& root)
     const Command group = root.group("key", "Make, check and convert keys");
 
     const Command generateVerb = group.verb(
-        "generate", "Make a P-256 private key file (PEM, mode 0600)", "key generate signing.pem");
+        "generate", "Make a P-256 private key file (PEM, mode 0600)", "key generate signing.pem",
+        "The old file is replaced when the new one is complete. A symbolic link is replaced, not "
+        "followed.");
     Options& generateOptions = generateVerb.runs(generate);
     generateVerb.required("FILE", generateOptions.path, "Where to write the key");
     generateVerb.flag("--force", generateOptions.force, "Replace a file that is there already");

@@ -2,14 +2,12 @@
 #include "command.hpp"
 #include "documents.hpp"
 #include "key_forms.hpp"
+#include "new_file.hpp"
 
 #include <openssl/crypto.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <iostream>
 
 namespace bmcoauth::tool
@@ -28,30 +26,6 @@ struct ConvertOptions
     bool force = false;
     bool json = false;
 };
-
-/** Writes @p bytes to the file @p path, which nobody else may read if they are private. */
-void writeFile(const std::string& path, const std::string& bytes, bool isPrivate, bool force)
-{
-    const mode_t mode = isPrivate ? 0600 : 0644;
-    const int file =
-        ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | (force ? O_TRUNC : O_EXCL), mode);
-    if (file < 0 && errno == EEXIST)
-    {
-        throw Stop{Exit::usage, path + " exists already: give --force to replace it"};
-    }
-    if (file < 0)
-    {
-        stopWriting(path, errno);
-    }
-    // A file that is replaced has a mode already.
-    const bool closed = !isPrivate || fchmod(file, mode) == 0;
-    const ssize_t count = closed ? ::write(file, bytes.data(), bytes.size()) : -1;
-    const int error = errno;
-    if (::close(file) != 0 || count != static_cast<ssize_t>(bytes.size()))
-    {
-        stopWriting(path, count < 0 ? error : ENOSPC);
-    }
-}
 
 /** The key as it goes out. */
 std::string converted(const AnyKey& key, const ConvertOptions& options)
@@ -76,7 +50,8 @@ void put(const std::string& bytes, const AnyKey& key, const ConvertOptions& opti
 {
     if (!options.out.empty())
     {
-        writeFile(options.out, bytes, key.isPrivate, options.force);
+        writeFile(options.out, bytes, key.isPrivate ? Readers::owner : Readers::everybody,
+                  {.replaced = options.force});
         if (options.json)
         {
             Json::Value document;

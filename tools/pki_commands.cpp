@@ -2,11 +2,11 @@
 #include "command.hpp"
 #include "documents.hpp"
 #include "keys.hpp"
+#include "new_file.hpp"
 #include "pki.hpp"
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 
 namespace bmcoauth::tool
 {
@@ -42,42 +42,20 @@ public:
         }
     }
 
-    /** Where a new file of this name stands. */
-    [[nodiscard]] std::string newFile(const std::string& name) const
-    {
-        fs::path file = directory / name;
-        if (fs::exists(fs::symlink_status(file)))
-        {
-            throw Stop{Exit::usage, file.string() + " exists already: name another directory"};
-        }
-        requireWritable(file.string());
-        return file.string();
-    }
-
     void write(const std::string& name, const std::string& text)
     {
-        const std::string file = newFile(name);
-        std::ofstream stream{file, std::ios::binary};
-        stream << text;
-        stream.close();
-        if (!stream)
-        {
-            throw Stop{Exit::failure, "cannot write " + file};
-        }
+        const std::string file = directory / name;
+        writeFile(file, text, Readers::everybody, existing);
         report(file);
     }
 
-    /** Tells of a file that was written: at once, or in a document at the end. */
-    void report(const std::string& file)
+    /** Writes a new key to a file of this name, and returns where the file is. */
+    [[nodiscard]] std::string writeKey(const std::string& name)
     {
-        if (json)
-        {
-            files.append(file);
-        }
-        else
-        {
-            print(file);
-        }
+        std::string file = directory / name;
+        writeNewKey(file, existing);
+        report(file);
+        return file;
     }
 
     void end() const
@@ -91,6 +69,21 @@ public:
     }
 
 private:
+    /** Tells of a file that was written: at once, or in a document at the end. */
+    void report(const std::string& file)
+    {
+        if (json)
+        {
+            files.append(file);
+        }
+        else
+        {
+            print(file);
+        }
+    }
+
+    static constexpr Existing existing{.replaced = false, .advice = "name another directory"};
+
     fs::path directory;
     bool json;
     Json::Value files{Json::arrayValue};
@@ -131,12 +124,7 @@ std::vector<std::string> checkedNames(const std::vector<std::string>& given)
 void writeDevice(Output& output, const std::string& name, const Identity& issuer,
                  const std::string& intermediates)
 {
-    const std::string keyFile = output.newFile(name + ".key");
-    if (!generateKeyFile(keyFile))
-    {
-        throw Stop{Exit::failure, "cannot write " + keyFile};
-    }
-    output.report(keyFile);
+    const std::string keyFile = output.writeKey(name + ".key");
     const Expected<EcKey> key = ecKeyOf(readPrivateKey(keyFile));
     EvpKeyPtr wrapped{EVP_PKEY_new()};
     if (!key || !wrapped || EVP_PKEY_set1_EC_KEY(wrapped.get(), key->get()) != 1)

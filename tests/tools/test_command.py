@@ -283,10 +283,129 @@ class Key(ToolTest):
         self.good("key", "generate", "key.pem", "--force")
         self.assertEqual(self.good("key", "check", "key.pem"), "valid")
 
-    def test_does_not_follow_a_link_that_leads_nowhere(self):
-        os.symlink("elsewhere", self.directory / "key.pem")
-        self.refused(USAGE, "--force", "key", "generate", "key.pem")
-        self.assertFalse((self.directory / "elsewhere").exists())
+    def files(self):
+        """What stands in the directory, temporary files included."""
+        return sorted(path.name for path in self.directory.iterdir())
+
+    # Ways to write a private key to key.pem, by a verb that makes one and one that copies it.
+    WRITING = (
+        ["key", "generate", "key.pem"],
+        ["key", "convert", "--to", "pem", "--out", "key.pem", "source"],
+    )
+
+    def assert_new_key(self):
+        path = self.directory / "key.pem"
+        self.assertFalse(path.is_symlink())
+        self.assertEqual(stat.S_IMODE(path.stat().st_mode), 0o600)
+        self.assertEqual(self.good("key", "check", "key.pem"), "valid")
+
+    def test_old_mode_does_not_open_the_new_key_to_others(self):
+        self.key("source")
+        for verb in self.WRITING:
+            with self.subTest(verb):
+                self.write("key.pem", "old")
+                os.chmod(self.directory / "key.pem", 0o666)
+                with open(self.directory / "key.pem", encoding="utf-8") as reader:
+                    self.good(*verb, "--force")
+                    # Who had the old file open does not see the new key.
+                    self.assertEqual(reader.read(), "old")
+                self.assert_new_key()
+                self.assertEqual(self.files(), ["key.pem", "source"])
+
+    def test_mode_does_not_depend_on_the_umask(self):
+        self.key("source")
+        for mask in (0, 0o277):
+            for verb in self.WRITING:
+                with self.subTest(f"{mask:o} {verb}"):
+                    self.addCleanup(os.umask, os.umask(mask))
+                    self.good(*verb)
+                    self.assert_new_key()
+                    (self.directory / "key.pem").unlink()
+
+    def test_does_not_follow_a_link(self):
+        self.key("source")
+        link = self.directory / "key.pem"
+        for verb in self.WRITING:
+            for target in ("target", "nowhere"):
+                with self.subTest(f"{verb} {target}"):
+                    link.unlink(missing_ok=True)
+                    self.write("target", "precious")
+                    link.symlink_to(target)
+                    self.refused(USAGE, "key.pem exists already: give --force", *verb)
+                    self.assertEqual(os.readlink(link), target)
+                    self.good(*verb, "--force")
+                    self.assert_new_key()
+                    self.assertEqual((self.directory / "target").read_text(), "precious")
+                    self.assertEqual(self.files(), ["key.pem", "source", "target"])
+
+    def test_replaces_neither_a_device_nor_a_directory(self):
+        self.key("source")
+        link = self.directory / "key.pem"
+        for target, reason in (("/dev/full", "it is not a regular file"), (".", "Is a directory")):
+            link.symlink_to(target)
+            for verb in self.WRITING:
+                with self.subTest(f"{verb} {target}"):
+                    self.refused(FAILURE, f"^bmcoauth: cannot write key.pem: {reason}$", *verb, "--force")
+                    self.assertEqual(os.readlink(link), target)
+            link.unlink()
+        self.assertEqual(self.files(), ["source"])
+
+    def test_keeps_the_old_key_when_the_new_one_cannot_be_written(self):
+        self.key("source")
+
+        def no_room():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (0, 0))
+
+        for verb in self.WRITING:
+            for old in ("old", None):
+                with self.subTest(f"{verb} {old}"):
+                    if old is None:
+                        (self.directory / "key.pem").unlink()
+                    else:
+                        self.write("key.pem", old)
+                    run = subprocess.run(
+                        [*support.TOOL, *verb, "--force"],
+                        capture_output=True,
+                        cwd=self.directory,
+                        # So that the signal about the limit is ignored in the command, too.
+                        restore_signals=False,
+                        preexec_fn=no_room,
+                        check=False,
+                    )
+                    self.assertEqual(run.stderr, b"bmcoauth: cannot write key.pem: File too large\n")
+                    self.assertEqual((run.returncode, run.stdout), (FAILURE, b""))
+                    if old is not None:
+                        self.assertEqual((self.directory / "key.pem").read_text(), old)
+                    self.assertEqual(self.files(), ["key.pem", "source"] if old else ["source"])
+
+    def test_writes_nothing_where_no_file_can_be_made(self):
+        self.key("source")
+        for verb in self.WRITING:
+            for force in ([], ["--force"]):
+                # In this directory not even root makes a file.
+                verb = ["/proc/self/key.pem" if word == "key.pem" else word for word in verb]
+                reason = r"cannot write /proc/self/key.pem: (Operation not|Permission|No such)"
+                self.refused(FAILURE, reason, *verb, *force)
+
+    def test_takes_the_longest_name(self):
+        name = "k" * 255
+        self.good("key", "generate", name)
+        self.assertEqual(self.files(), [name])
+
+    def test_of_several_that_make_the_same_key_one_succeeds(self):
+        runs = [
+            subprocess.Popen(
+                [*support.TOOL, "key", "generate", "key.pem"],
+                stderr=subprocess.PIPE,
+                cwd=self.directory,
+            )
+            for _ in range(8)
+        ]
+        outcomes = [(run.communicate()[1], run.returncode) for run in runs]
+        refusal = (b"bmcoauth: key.pem exists already: give --force to replace it\n", USAGE)
+        self.assertEqual(sorted(outcomes), [(b"", SUCCESS), *[refusal] * 7])
+        self.assert_new_key()
+        self.assertEqual(self.files(), ["key.pem"])
 
     def test_tells_when_the_key_cannot_be_written(self):
         (self.directory / "file").touch()

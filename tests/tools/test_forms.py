@@ -159,7 +159,15 @@ class KeyConvert(ToolTest):
         self.assertEqual((self.directory / "out").read_text(), "precious")
         self.good(*convert, "out", "--force")
         self.refused(FAILURE, "cannot write missing/out: No such", *convert, "missing/out")
-        self.refused(FAILURE, "cannot write /dev/full: No space", *convert, "/dev/full", "--public", "--force")
+        device = [*convert, "/dev/full", "--public", "--force"]
+        self.refused(FAILURE, "cannot write /dev/full: it is not a regular file", *device)
+
+    def test_writes_a_public_key_that_the_umask_lets_others_read(self):
+        self.key()
+        for mask, mode in ((0o022, 0o644), (0o077, 0o600)):
+            self.addCleanup(os.umask, os.umask(mask))
+            self.good(*"key convert --public --to pem --force --out out key.pem".split())
+            self.assertEqual(stat.S_IMODE((self.directory / "out").stat().st_mode), mode)
 
     def test_has_a_document_for_every_form(self):
         self.make("P-256")
