@@ -64,7 +64,7 @@ say "The factory, made up for this demonstration, issues certificates:"
 expect 0 "$bmcoauth" pki make --intermediates 1 --device client --device controller \
     --device client-tls made
 cp made/client.key made/client-chain.pem made/controller.pem "$work/client"
-cp made/controller.key made/client-tls.pem "$work/controller"
+cp made/controller.key made/client-tls.pem made/client-chain.pem "$work/controller"
 if [ "$DEMO_ROOTS" = private ]; then
     cp made/Factorycert*Root.pem /etc/default/certs
     echo "(its roots stand in a private /etc/default/certs, which ends with the demonstration)"

@@ -29,14 +29,19 @@ struct CheckOptions
 void check(const CheckOptions& options)
 {
     const CertificateKey key = readCertificateKey(options.path);
+    if (const std::string reason = otherEnds(key, options.path); !reason.empty())
+    {
+        refuse(options.json, "valid", reason);
+    }
     const Text pem = orStop(key.pem(), "memory is exhausted");
     const std::string which =
         "the first of " + std::to_string(sizeOf(key)) + " certificates in " + nameOf(options.path);
     if (!isCertificate(pem, options.name))
     {
-        throw Stop{Exit::invalid, which + " is refused: it cannot be read or " +
-                                      (options.name ? "its common name is not " + *options.name
-                                                    : "its common name is empty")};
+        refuse(options.json, "valid",
+               which + " is refused: it cannot be read or " +
+                   (options.name ? "its common name is not " + *options.name
+                                 : "its common name is empty"));
     }
     const Expected<Text> name = commonName(pem);
     if (options.json)
@@ -64,18 +69,23 @@ struct ChainOptions
 void checkChain(const ChainOptions& options)
 {
     const CertificateKey key = readCertificateKey(options.path);
+    if (const std::string reason = otherEnds(key, options.path); !reason.empty())
+    {
+        refuse(options.json, "verified", reason);
+    }
     requireFactoryRoots();
     const std::string chain =
         "the last of " + std::to_string(sizeOf(key)) + " certificates in " + nameOf(options.path);
     const Chain verdict = key.verifyChain();
     if (verdict == Chain::unreadable)
     {
-        throw Stop{Exit::invalid, chain + " is refused: a certificate cannot be read"};
+        refuse(options.json, "verified", chain + " is refused: a certificate cannot be read");
     }
     if (verdict == Chain::refused)
     {
-        throw Stop{Exit::invalid, chain + " is refused: no chain leads from it to a factory root" +
-                                      (deviceIsMarked() ? "" : " of production")};
+        refuse(options.json, "verified",
+               chain + " is refused: no chain leads from it to a factory root" +
+                   (deviceIsMarked() ? "" : " of production"));
     }
     if (!options.json)
     {
@@ -100,10 +110,12 @@ void addCertCommands(const Command& root)
     EncodeOptions& encodeOptions = encodeVerb.runs(encode);
     encodeVerb.required("FILE", encodeOptions.path, "PEM chain");
 
-    const Command checkVerb =
-        group.verb("check", "Check that a certificate can be read, and its common name",
-                   "cert check --name dev-device device.pem",
-                   "The first certificate is checked. A name longer than 17 bytes never matches.");
+    const Command checkVerb = group.verb(
+        "check", "Check that a certificate can be read, and its common name",
+        "cert check --name dev-device device.pem",
+        "The first certificate is checked. A name longer than 17 bytes never matches. Exit status "
+        "3 when it is\nrefused, also because the last certificate is another one: the chain would "
+        "then be another device's.");
     CheckOptions& checkOptions = checkVerb.runs(check);
     checkVerb.required("FILE", checkOptions.path, "PEM file or certificate key");
     checkVerb.option("--name", checkOptions.name, "Common name that it must have, in any case");
@@ -115,7 +127,8 @@ void addCertCommands(const Command& root)
         "The last certificate is verified, by way of those between the first and the last. Where "
         "there are\ntwo, the second is verified by the roots alone. Validity is judged as of 1 "
         "January 2035.\nThe roots are FactorycertProdRoot.pem and FactorycertDevRoot.pem in "
-        "/etc/default/certs.");
+        "/etc/default/certs.\nExit status 3 when the chain is refused, also because its first "
+        "certificate, whose name and key count,\nis not the last one.");
     ChainOptions& chainOptions = chainVerb.runs(checkChain);
     chainVerb.required("FILE", chainOptions.path, "PEM chain or certificate key");
     chainVerb.json(chainOptions.json);

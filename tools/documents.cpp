@@ -237,6 +237,19 @@ void printJson(const Json::Value& tree)
     print(textOf(tree));
 }
 
+void refuse(bool json, const char* verdict, const std::string& reason)
+{
+    if (json)
+    {
+        Json::Value document;
+        document[verdict] = false;
+        document["reason"] = reason;
+        printJson(document);
+        std::cout.flush();
+    }
+    throw Stop{Exit::invalid, reason};
+}
+
 void warn(const std::string& message)
 {
     // What was printed until here comes first where both streams end in one place.

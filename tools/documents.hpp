@@ -108,6 +108,10 @@ void print(std::string_view text);
 /** Prints the text form of @p tree. */
 void printJson(const Json::Value& tree);
 
+/** Ends the command: what it checked is refused for @p reason. If @p json, prints a document, too, in
+ *  which @p verdict, such as "valid", is false. */
+[[noreturn]] void refuse(bool json, const char* verdict, const std::string& reason);
+
 /** Says on stderr, in one line, what must not be overlooked. */
 void warn(const std::string& message);
 

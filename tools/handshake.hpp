@@ -37,8 +37,12 @@ template <typename Material>
 /** The text of the key document @p path; empty without one. */
 [[nodiscard]] std::string readSecrets(const std::string& path);
 
-/** The library's verdict on a response. The C function: isProven wants more than a device does,
- *  a proof for every type, and here it is the device's answer that is looked for. */
+/** What @p response does not prove of what @p challenge asks for, although validateHandshakeResponse
+ *  may accept it; empty if nothing. */
+[[nodiscard]] std::string missingProof(const ParameterList& challenge,
+                                       const ParameterList& response);
+
+/** The verdict of validateHandshakeResponse, which accepts responses with a missing proof. */
 [[nodiscard]] bool isAccepted(const ParameterList& challenge, const ParameterList& response,
                               const std::string& secrets, const CertificateKey* certificate);
 

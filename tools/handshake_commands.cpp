@@ -3,6 +3,8 @@
 #include "documents.hpp"
 #include "handshake.hpp"
 
+#include <algorithm>
+
 namespace bmcoauth::tool
 {
 
@@ -63,8 +65,12 @@ struct CheckOptions
     std::string certificate;
     std::optional<std::string> name;
     bool chain = false;
+    bool asTheLibrary = false;
     bool json = false;
 };
+
+/** The member of the result that is the verdict. */
+constexpr const char* accepted = "accepted";
 
 void checkCertificate(const CertificateKey* certificate, const CheckOptions& options)
 {
@@ -72,13 +78,38 @@ void checkCertificate(const CertificateKey* certificate, const CheckOptions& opt
     {
         throw Stop{Exit::usage, "--chain needs --certificate"};
     }
+    if (const std::string reason = otherEnds(*certificate, options.certificate); !reason.empty())
+    {
+        refuse(options.json, accepted, reason);
+    }
     requireFactoryRoots();
     if (!certificate->isValid(options.name))
     {
-        throw Stop{Exit::invalid,
-                   "the certificate is refused: no chain leads from the last one in " +
-                       nameOf(options.certificate) +
-                       " to a factory root, or the name of the first is wrong"};
+        refuse(options.json, accepted,
+               "the certificate is refused: no chain leads from the last one in " +
+                   nameOf(options.certificate) +
+                   " to a factory root, or the name of the first is wrong");
+    }
+}
+
+void checkProofs(const ParameterList& asked, const ParameterList& response,
+                 const CertificateKey* certificate, const CheckOptions& options)
+{
+    const std::string secrets = readSecrets(options.keys);
+    const std::string missing = missingProof(asked, response);
+    if (!(options.asTheLibrary ? isAccepted(asked, response, secrets, certificate)
+                               : isProven(asked, response, secrets, certificate)))
+    {
+        refuse(options.json, accepted,
+               "the response is refused: " +
+                   (missing.empty() || options.asTheLibrary
+                        ? "a proof is wrong or missing, or --keys or --certificate lacks what the "
+                          "challenge asks for"
+                        : missing));
+    }
+    if (!missing.empty())
+    {
+        warn(missing);
     }
 }
 
@@ -90,34 +121,22 @@ void check(const CheckOptions& options)
     }
     const ParameterList asked = readParameters(options.challenge, challengeMember);
     const ParameterList response = readParameters(options.path, responseMember);
-    const std::string secrets = readSecrets(options.keys);
     const auto certificate = ifGiven(options.certificate, readCertificateKey);
     if (options.chain)
     {
         checkCertificate(pointerTo(certificate), options);
     }
-    if (!isAccepted(asked, response, secrets, pointerTo(certificate)))
-    {
-        throw Stop{Exit::invalid, "the response is refused: a proof is wrong or missing, or --keys "
-                                  "or --certificate lacks what the challenge asks for"};
-    }
-    const std::size_t types = valuesOf(asked, "T").size();
-    const std::size_t proofs = valuesOf(response, "R").size();
-    if (proofs < types)
-    {
-        warn("only " + std::to_string(proofs) + " of " + std::to_string(types) +
-             " proofs were given; the others were not asked for");
-    }
+    checkProofs(asked, response, pointerTo(certificate), options);
     if (!options.json)
     {
         print(options.chain ? "accepted, chain verified" : "accepted");
         return;
     }
     Json::Value document;
-    document["accepted"] = true;
+    document[accepted] = true;
     document["chain_verified"] = options.chain;
-    document["proofs"] = static_cast<Json::UInt64>(proofs);
-    document["types"] = static_cast<Json::UInt64>(types);
+    document["proofs"] = static_cast<Json::UInt64>(valuesOf(response, "R").size());
+    document["types"] = static_cast<Json::UInt64>(valuesOf(asked, "T").size());
     printJson(document);
 }
 
@@ -181,6 +200,23 @@ std::string readSecrets(const std::string& path)
     return path.empty() ? "" : textOf(readObject(path));
 }
 
+std::string missingProof(const ParameterList& challenge, const ParameterList& response)
+{
+    const std::vector<std::string> types = valuesOf(challenge, "T");
+    const std::size_t proofs = valuesOf(response, "R").size();
+    if (proofs != types.size())
+    {
+        return "the challenge asks for " + std::to_string(types.size()) +
+               " proofs, and the response holds " + std::to_string(proofs);
+    }
+    const auto place = std::ranges::find_if(types, isCertificateType);
+    return place != types.end() && place + 1 != types.end()
+               ? "the challenge asks for another proof after the certificate proof, which then "
+                 "does "
+                 "not count"
+               : "";
+}
+
 bool isAccepted(const ParameterList& challenge, const ParameterList& response,
                 const std::string& secrets, const CertificateKey* certificate)
 {
@@ -222,8 +258,10 @@ void addHandshakeCommands(const Command& root)
         "check", "Check the response to a challenge",
         "handshake check --challenge challenge.json --keys keys.json --certificate device.pem "
         "response.json",
-        "Exit status 3 when the response is refused. A used challenge must not be accepted again: "
-        "nothing here\nremembers it.");
+        "Exit status 3 when the response is refused: a proof is wrong or missing, or with --chain "
+        "the certificate\nis refused, also because the first one in the file, whose name and key "
+        "count, is not the last one, which\nis verified. A used challenge must not be accepted "
+        "again: nothing here remembers it.");
     CheckOptions& checkOptions = checkVerb.runs(check);
     checkVerb.option("FILE", checkOptions.path,
                      "Response, or authorize request that holds a handshake_response");
@@ -235,6 +273,8 @@ void addHandshakeCommands(const Command& root)
     checkVerb.flag("--chain", checkOptions.chain,
                    "Verify the certificate chain against the factory roots, too");
     checkVerb.option("--name", checkOptions.name, "With --chain: common name of the certificate");
+    checkVerb.flag("--as-the-library", checkOptions.asTheLibrary,
+                   "Accept a missing proof with a warning, as validateHandshakeResponse does");
     checkVerb.json(checkOptions.json);
 
     const Command keysVerb =

@@ -43,9 +43,16 @@ void explain(const Options& options)
     const std::string secrets = readSecrets(options.keys);
     if (response)
     {
-        answer(explainResponse(challenge, *response, secrets, pointerTo(certificate)),
-               isAccepted(challenge, *response, secrets, pointerTo(certificate)) ? Exit::success
-                                                                                 : Exit::invalid,
+        Explanation explanation =
+            explainResponse(challenge, *response, secrets, pointerTo(certificate));
+        const std::string missing = missingProof(challenge, *response);
+        if (explanation.verdict == Exit::success && !missing.empty())
+        {
+            explanation = refused("R", missing, "a proof in R for each type in T");
+        }
+        answer(explanation,
+               isProven(challenge, *response, secrets, pointerTo(certificate)) ? Exit::success
+                                                                               : Exit::invalid,
                options.json);
         return;
     }

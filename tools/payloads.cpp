@@ -92,6 +92,19 @@ std::size_t sizeOf(const CertificateKey& key)
     return valuesOf(key.parameters(), x5c).size();
 }
 
+std::string otherEnds(const CertificateKey& key, const std::string& path)
+{
+    const std::vector<std::string> bodies = valuesOf(key.parameters(), x5c);
+    if (bodies.front() == bodies.back())
+    {
+        return "";
+    }
+    return "the chain in " + nameOf(path) + " is refused: the first of its " +
+           std::to_string(bodies.size()) +
+           " certificates, whose name and key count, is not the last one, which is verified "
+           "(expected: device, intermediates, device)";
+}
+
 Json::Value documentOf(const CertificateKey& key)
 {
     const Text text = orStop(key.parameters().write(), "the key could not be written");

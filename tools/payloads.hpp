@@ -17,6 +17,12 @@ namespace bmcoauth::tool
 /** The number of the certificates of @p key. */
 [[nodiscard]] std::size_t sizeOf(const CertificateKey& key);
 
+/** Why the chain in @p path, @p key, says nothing about the device that it names; empty if its first
+ *  certificate is its last one. Names and keys are those of the first certificate and the chain is
+ *  verified from the last one, so anybody could put a certificate of their own before the chain of a
+ *  genuine device. */
+[[nodiscard]] std::string otherEnds(const CertificateKey& key, const std::string& path);
+
 /** The document of @p key. "x5c" is an array even of a single certificate (RFC 7517). */
 [[nodiscard]] Json::Value documentOf(const CertificateKey& key);
 

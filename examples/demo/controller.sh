@@ -57,6 +57,24 @@ else
     echo "(not shown here: the refusal, for which the root files are needed)"
 fi
 
+say "Controller: the stranger puts its own certificate, of the same name, before the client's genuine chain:"
+{
+    cat stranger/client.pem
+    sed '1,/END CERTIFICATE/d' client-chain.pem
+} > attack.pem
+expect 0 "$bmcoauth" handshake respond --challenge registered.json --keys keys.json \
+    --certificate attack.pem --key stranger/client.key > attack.json
+cat attack.json
+echo "(name and key of the first certificate are right for these proofs, and the last one is the factory's)"
+expect 3 "${check[@]}" --chain --name client --certificate attack.pem attack.json
+expect 3 "$bmcoauth" cert check --name client attack.pem
+expect 3 "$bmcoauth" cert chain attack.pem
+
+say "Controller: one proof without the other is refused, too:"
+printf '{"R":["%s"]}\n' "$password" > half.json
+cat half.json
+expect 3 "${check[@]}" --certificate request.json half.json
+
 say "Controller: it seals a certificate for the client's TLS service, for the client's eyes only:"
 expect 0 "$bmcoauth" ecies seal --key controller.key --peer request.json client-tls.pem > sealed.json
 cat sealed.json

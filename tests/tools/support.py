@@ -87,6 +87,15 @@ class ToolTest(unittest.TestCase):
         self.assertRegex(outcome.err.decode(errors="replace"), pattern)
         self.assertFalse(any(byte < 0x20 for byte in outcome.err[:-1]), outcome.err)
 
+    def refused_in_json(self, verdict, pattern, *arguments, text=b""):
+        """Expects the exit status of a refusal and its reason on both stdout, in a document, and
+        stderr."""
+        outcome = self.tool(*arguments, "--json", text=text)
+        self.assertEqual(outcome.status, INVALID, (outcome.out, outcome.err))
+        reason = outcome.err.decode().removeprefix("bmcoauth: ").removesuffix("\n")
+        self.assertRegex(reason, pattern)
+        self.assertEqual(json.loads(outcome.out), {verdict: False, "reason": reason})
+
     def write(self, name, content):
         """A file of the test's directory; text, bytes or a JSON document."""
         path = self.directory / name
@@ -116,6 +125,15 @@ class ToolTest(unittest.TestCase):
         if "--device" not in options:
             options = ("--device", "a", *options)
         self.good("pki", "make", "pki", *options, warning=PKI_WARNING)
+
+    def stranger(self, name="a"):
+        """The file attack.pem, which a stranger makes of a genuine chain in pki, which is public: a
+        certificate of the stranger's own, for the key stranger/NAME.key, in place of the first."""
+        self.good("pki", "make", "stranger", "--device", name, warning=PKI_WARNING)
+        end = "-----END CERTIFICATE-----\n"
+        first = (self.directory / f"stranger/{name}.pem").read_text(encoding="utf-8")
+        chain = (self.directory / f"pki/{name}-chain.pem").read_text(encoding="utf-8")
+        return self.write("attack.pem", first + chain.partition(end)[2])
 
     def install_roots(self, directory="pki"):
         """From here on the command finds the roots of the directory on its device, which is the

@@ -7,6 +7,9 @@ import stat
 
 from support import FAILURE, INVALID, USAGE, PKI_WARNING, ToolTest
 
+# What follows the number of certificates.
+NOT_THE_LAST = ", whose name and key count, is not the last one, which is verified"
+
 
 class PkiMake(ToolTest):
     def make(self, *arguments):
@@ -59,7 +62,7 @@ class PkiMake(ToolTest):
     def test_replaces_nothing(self):
         self.make("pki")
         before = (self.directory / "pki/FactorycertProdRoot.pem").read_text()
-        self.refused(USAGE, "exists already", "pki", "make", "pki")
+        self.refused(USAGE, "exists already: name another", "pki", "make", "pki")
         self.assertEqual((self.directory / "pki/FactorycertProdRoot.pem").read_text(), before)
 
     def test_refuses_names_that_are_none(self):
@@ -145,6 +148,16 @@ class Check(ToolTest):
     def test_refuses_another_name(self):
         self.refused(INVALID, "is not b", "cert", "check", "--name", "b", "pki/a.pem")
 
+    def test_refuses_a_strangers_certificate_before_a_chain(self):
+        # The name is right, and so would the chain be: they are those of two devices.
+        check = ["cert", "check", "--name", "a", self.stranger()]
+        reason = f"attack.pem is refused: the first of its 3 certificates{NOT_THE_LAST}"
+        self.refused(INVALID, reason, *check)
+        self.refused_in_json("valid", reason, *check)
+
+    def test_tells_a_refusal_in_json(self):
+        self.refused_in_json("valid", "is not b$", "cert", "check", "--name", "b", "pki/a.pem")
+
     def test_refuses_a_certificate_that_cannot_be_read(self):
         self.refused(INVALID, "cannot be read", "cert", "check", "-", text='{"x5c":["AAAA"]}')
 
@@ -175,9 +188,26 @@ class Chain(ToolTest):
         self.good("cert", "chain", "flat/dev-device.pem")
         self.refused(INVALID, "is refused", "cert", "chain", "pki/a-chain.pem")
 
+    def test_refuses_a_strangers_certificate_before_a_chain(self):
+        chain = ["cert", "chain", self.stranger()]
+        self.install_roots()
+        reason = f"attack.pem is refused: the first of its 4 certificates{NOT_THE_LAST}"
+        self.refused(INVALID, reason, *chain)
+        self.refused_in_json("verified", reason, *chain)
+        key = self.good("cert", "encode", "attack.pem")
+        self.refused(INVALID, "standard input is refused: the first", "cert", "chain", "-", text=key)
+
+    def test_refuses_a_chain_that_does_not_end_with_the_device(self):
+        end = "-----END CERTIFICATE-----\n"
+        chain = (self.directory / "pki/a-chain.pem").read_text().split(end)
+        self.write("tls.pem", end.join([*chain[:3], ""]))
+        self.install_roots()
+        self.refused(INVALID, f"first of its 3 certificates{NOT_THE_LAST}", "cert", "chain", "tls.pem")
+
     def test_refuses_a_chain_without_its_intermediates(self):
         self.install_roots()
         self.refused(INVALID, "no chain leads from it", "cert", "chain", "pki/a.pem")
+        self.refused_in_json("verified", "no chain leads from it", "cert", "chain", "pki/a.pem")
 
     def test_refuses_the_development_root_on_an_unmarked_device(self):
         self.good("pki", "make", "dev", "--development-root", warning=PKI_WARNING)
@@ -186,7 +216,9 @@ class Chain(ToolTest):
 
     def test_refuses_a_chain_that_cannot_be_read(self):
         self.install_roots()
-        self.refused(INVALID, "cannot be read", "cert", "chain", "-", text='{"x5c":["AAAA"]}')
+        text = '{"x5c":["AAAA"]}'
+        self.refused(INVALID, "cannot be read", "cert", "chain", "-", text=text)
+        self.refused_in_json("verified", "cannot be read", "cert", "chain", "-", text=text)
 
     def test_names_the_root_file_that_is_missing(self):
         for name in ("Dev", "Prod"):

@@ -158,7 +158,7 @@ class Handshake(Explain):
         )
         for keys, certificate, proofs, rule in (
             (["--keys", "keys.json"], ["--certificate", "pki/a.pem"], response["R"], None),
-            (["--keys", "keys.json"], ["--certificate", "pki/a.pem"], response["R"][:1], None),
+            (["--keys", "keys.json"], ["--certificate", "pki/a.pem"], response["R"][:1], "R"),
             (["--keys", "keys.json"], ["--certificate", "pki/b.pem"], response["R"], "certificate proof"),
             (["--keys", "keys.json"], [], response["R"], "certificate"),
             ([], ["--certificate", "pki/a.pem"], response["R"], "keys"),
@@ -220,6 +220,7 @@ class Certificate(Explain):
         self.assertEqual(self.certificate("--name", "a", "pki/a-chain.pem")["verdict"], "accepted")
         self.assertEqual(self.certificate("pki/a.pem")["rule"], "chain")
         self.assertEqual(self.certificate("dev/dev-device-chain.pem")["rule"], "chain")
+        self.assertEqual(self.certificate(self.stranger())["rule"], "first certificate")
 
     WARNING = "these certificates are for development only; their authorities' keys were not kept"
 

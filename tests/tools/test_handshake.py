@@ -247,10 +247,40 @@ class Handshake(ToolTest):
         other = [*self.CHECK, "--certificate", "other/a.pem"]
         self.refused(INVALID, "response is refused", *other, text=text)
 
-    def test_fewer_proofs_than_types_are_told(self):
+    def test_missing_proof_is_refused(self):
         text = json.dumps({"R": [hotp("second", 42)]})
-        warning = "only 1 of 2 proofs were given; the others were not asked for"
-        self.assertEqual(self.good(*self.CERTIFIED, text=text, warning=warning), "accepted")
+        reason = "the challenge asks for 2 proofs, and the response holds 1"
+        self.refused(INVALID, f"refused: {reason}$", *self.CERTIFIED, text=text)
+        self.refused_in_json("accepted", f"refused: {reason}$", *self.CERTIFIED, text=text)
+        # The library does not ask for it.
+        library = [*self.CERTIFIED, "--as-the-library"]
+        self.assertEqual(self.good(*library, text=text, warning=reason), "accepted")
+        self.assertEqual(
+            self.good_json(*library, "--json", text=text, warning=reason),
+            {"accepted": True, "chain_verified": False, "proofs": 1, "types": 2},
+        )
+        text = json.dumps({"R": [hotp("second", 43)]})
+        self.refused(INVALID, "a proof is wrong or missing", *library, text=text)
+
+    def test_proof_beyond_the_types_is_refused(self):
+        text = json.dumps({"R": [*self.respond()["R"], "x"]})
+        reason = "the challenge asks for 2 proofs, and the response holds 3"
+        self.refused(INVALID, reason, *self.CERTIFIED, text=text)
+        library = [*self.CERTIFIED, "--as-the-library"]
+        self.assertEqual(self.good(*library, text=text, warning=reason), "accepted")
+
+    def test_certificate_proof_that_does_not_count_is_refused(self):
+        # The library looks at the last proof, and the forged one before it is forgotten.
+        self.write(
+            "challenge.json",
+            {"T": [CERTIFICATE_TYPE, "otp1.0"], "M": "7", "C": "42", "V": "dG9rZW4="},
+        )
+        text = json.dumps({"R": ["forged", hotp("second", 42)]})
+        reason = "asks for another proof after the certificate proof, which then does not count"
+        self.refused(INVALID, reason, *self.CERTIFIED, text=text)
+        warning = "the challenge " + reason
+        library = [*self.CERTIFIED, "--as-the-library"]
+        self.assertEqual(self.good(*library, text=text, warning=warning), "accepted")
 
     def test_password_alone_needs_no_certificate(self):
         self.write("challenge.json", {"T": "otp1.0", "M": "1", "C": "5"})
@@ -296,8 +326,26 @@ class Handshake(ToolTest):
         self.assertEqual(self.good(*chain, text=text), "accepted, chain verified")
         self.assertEqual(self.good(*chain, "--name", "a", text=text), "accepted, chain verified")
         self.refused(INVALID, "name of the first is wrong", *chain, "--name", "b", text=text)
+        wrong = [*chain, "--name", "b"]
+        self.refused_in_json("accepted", "name of the first is wrong", *wrong, text=text)
         alone = [argument for argument in chain if argument != "--chain"]
         self.refused(USAGE, "--name needs --chain", *alone, "--name", "a", text=text)
+
+    def test_strangers_certificate_before_a_chain_is_refused(self):
+        own = ["--certificate", self.stranger(), "--key", "stranger/a.key"]
+        text = self.good(
+            "handshake", "respond", "--challenge", "challenge.json", "--keys", "keys.json", *own
+        )
+        self.install_roots()
+        check = [*self.CHECK, "--certificate", "attack.pem"]
+        self.assertEqual(self.good(*check, text=text), "accepted")
+        for name in ([], ["--name", "a"]):
+            reason = "attack.pem is refused: the first of its 3 certificates, .* is not the last one"
+            self.refused(INVALID, reason, *check, "--chain", *name, text=text)
+            self.refused_in_json("accepted", reason, *check, "--chain", *name, text=text)
+            # The option is about proofs.
+            library = [*check, "--chain", *name, "--as-the-library"]
+            self.refused(INVALID, reason, *library, text=text)
 
     def test_chain_to_another_root_is_refused(self):
         self.good("pki", "make", "other", warning=PKI_WARNING)
