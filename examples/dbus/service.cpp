@@ -93,8 +93,9 @@ Reply registerClient(Service& service, const std::string& text)
         return refuse(OAUTH_INVALID_REQUEST);
     }
     // A controller with the factory's roots would ask for the certificate proof as well
-    // (Proofs::both), verify the chain of the request's certificate (CertificateKey::isValid), keep
-    // it beside the challenge and hand it to isProven.
+    // (Proofs::both), check that the request's certificate is that of a factory's device and of this
+    // name (CertificateKey::isValid; verifyChain alone would pass a stranger's certificate before a
+    // device's chain), keep it beside the challenge and hand it to isProven.
     const Expected<ParameterList> challenge =
         bmcoauth::serverChallengeFor(*request, bmcoauth::Proofs::oneTimePassword);
     if (!challenge)

@@ -768,7 +768,7 @@ struct ExplainCertificate : testing::Test
     {
         const CertificateKey chain = certificateKey(bodies);
         Explanation explanation = bmcoauth::tool::explainCertificate(chain, name);
-        EXPECT_EQ(explanation.verdict, chain.isValid(name) ? Exit::success : Exit::invalid)
+        EXPECT_EQ(explanation.verdict, chain.isValidRaw(name) ? Exit::success : Exit::invalid)
             << explanation.rule << explanation.saw;
         return explanation;
     }

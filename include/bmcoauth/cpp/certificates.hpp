@@ -15,6 +15,7 @@
 #include <bmcoauth/support.h>
 #include <bmcoauth/x509.h>
 
+#include <openssl/err.h>
 #include <openssl/x509.h>
 
 #include <cstddef>
@@ -41,6 +42,41 @@ struct CertificateReleaser
 /** Owns an X509 of OpenSSL. */
 using Certificate = std::unique_ptr<X509, CertificateReleaser>;
 
+/** The PEM text of a certificate's bare Base64: recreate_x509_cert. */
+[[nodiscard]] inline Expected<Text> certificatePem(std::string_view body)
+{
+    return detail::made<Text>(::recreate_x509_cert, body);
+}
+
+/** The first certificate of a PEM text: getX509Cert. */
+[[nodiscard]] inline Expected<Certificate> readCertificate(std::string_view pem)
+{
+    return detail::made<Certificate>(::getX509Cert, pem);
+}
+
+namespace detail
+{
+
+/** Whether both texts, each the bare Base64 of a certificate, are the same certificate. */
+[[nodiscard]] inline bool isSameCertificate(std::string_view left, std::string_view right)
+{
+    const Expected<Text> leftPem = certificatePem(left);
+    const Expected<Text> rightPem = certificatePem(right);
+    if (!leftPem || !rightPem)
+    {
+        return false;
+    }
+    const Expected<Certificate> first = readCertificate(*leftPem);
+    const Expected<Certificate> second = readCertificate(*rightPem);
+    // The comparison may leave errors that the next user of OpenSSL would take for its own.
+    ERR_set_mark();
+    const bool same = first && second && X509_cmp(first->get(), second->get()) == 0;
+    ERR_pop_to_mark();
+    return same;
+}
+
+} // namespace detail
+
 /** What verifying a chain has shown. */
 enum class Chain
 {
@@ -51,8 +87,9 @@ enum class Chain
 
 /** CertificateKey owns a certificate key, a parameter list whose "x5c" values are a chain.
  *
- *  NOTE: names and public keys are those of the first certificate, and verifyChain verifies the
- *  last one; see <bmcoauth/x509.h>. */
+ *  NOTE: names, public keys and proofs are those of the first certificate, and verifyChain verifies
+ *  the last one. Anybody can put a certificate of his own before a device's chain; isValid alone
+ *  notices it. */
 class CertificateKey
 {
 public:
@@ -86,15 +123,35 @@ public:
         unsigned int length = 0;
         return detail::ownedOrRefused<Text>(::decode_x509_jwk(list.get(), &length));
     }
-    /** Whether the chain verifies, and the first certificate has the common name: see
-     *  validate_x509_jwk; without a `commonName` every name will do. */
+    /** Whether the key is that of a device which the factory made, and which has the common name;
+     *  without a `commonName` every name will do: firstIsLast, and isValidRaw. */
     [[nodiscard]] bool isValid(std::optional<std::string_view> commonName = {}) const
+    {
+        return firstIsLast() && isValidRaw(commonName);
+    }
+    /** validate_x509_jwk as it is: whether the first certificate has the common name, and the chain
+     *  of the last one verifies. NOTE: the two may belong to different parties; use isValid to
+     *  decide about anybody. */
+    [[nodiscard]] bool isValidRaw(std::optional<std::string_view> commonName = {}) const
     {
         detail::Arguments in;
         const char* const name = in.maybe(commonName);
         return !in.failure() && ::validate_x509_jwk(list.get(), name) == 1;
     }
-    /** Where the last certificate of the chain leads: chainVerify. */
+    /** Whether the first certificate and the last one are the same, so that names, public keys and
+     *  chain speak of one party. False also if one of them cannot be read. */
+    [[nodiscard]] bool firstIsLast() const
+    {
+        const TextRange certificates{chain()};
+        std::string_view last;
+        for (const std::string_view certificate : certificates)
+        {
+            last = certificate;
+        }
+        return !certificates.empty() && detail::isSameCertificate(*certificates.begin(), last);
+    }
+    /** Where the last certificate of the chain leads: chainVerify. It says nothing of the first,
+     *  whose name and public key count. */
     [[nodiscard]] Chain verifyChain() const
     {
         const int result = ::chainVerify(list.get());
@@ -112,6 +169,21 @@ private:
     [[nodiscard]] static Expected<CertificateKey> made(ParameterList parameters)
     {
         return CertificateKey{std::move(parameters)};
+    }
+    /** The chain as the library finds it: the first parameter "x5c", this spelling alone, of which
+     *  ParameterList::values would take another. Null if there is none. */
+    [[nodiscard]] char** chain() const noexcept
+    {
+        const HandshakePayload* entry = list.get();
+        while (entry != nullptr && entry->name != nullptr && entry->values != nullptr)
+        {
+            if (std::string_view{entry->name} == "x5c")
+            {
+                return entry->values;
+            }
+            ++entry;
+        }
+        return nullptr;
     }
 
     ParameterList list;
@@ -140,12 +212,6 @@ public:
     }
 };
 
-/** The PEM text of a certificate's bare Base64: recreate_x509_cert. */
-[[nodiscard]] inline Expected<Text> certificatePem(std::string_view body)
-{
-    return detail::made<Text>(::recreate_x509_cert, body);
-}
-
 /** The certificate's common name, cut to 24 bytes: get_x509_CN. */
 [[nodiscard]] inline Expected<Text> commonName(std::string_view pem)
 {
@@ -161,12 +227,6 @@ public:
     const char* const pemText = in.text(pem);
     const char* const name = in.maybe(commonName);
     return !in.failure() && ::validateX509(pemText, name) == 1;
-}
-
-/** The first certificate of a PEM text: getX509Cert. */
-[[nodiscard]] inline Expected<Certificate> readCertificate(std::string_view pem)
-{
-    return detail::made<Certificate>(::getX509Cert, pem);
 }
 
 /** The EC public key of a certificate, which is not verified: get_EC_pubKey. */
