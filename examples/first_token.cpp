@@ -8,7 +8,7 @@
 
 int main()
 {
-    // A service keeps its key in a file (PrivateKey::fromFile); here it lives in memory.
+    // A service keeps its key in a file (PrivateKey::loadOrCreate); here it lives in memory.
     const auto keys = bmcoauth::KeyPair::generate();
     if (!keys)
     {

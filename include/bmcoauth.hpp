@@ -47,6 +47,7 @@
 #include <bmcoauth/cpp/handshake.hpp>
 #include <bmcoauth/cpp/issuing.hpp>
 #include <bmcoauth/cpp/json.hpp>
+#include <bmcoauth/cpp/key_file.hpp>
 #include <bmcoauth/cpp/key_records.hpp>
 #include <bmcoauth/cpp/keys.hpp>
 #include <bmcoauth/cpp/owners.hpp>

@@ -5,6 +5,7 @@
 
 #include <bmcoauth/cpp/arguments.hpp>
 #include <bmcoauth/cpp/expected.hpp>
+#include <bmcoauth/cpp/key_file.hpp>
 #include <bmcoauth/cpp/owners.hpp>
 #include <bmcoauth/cpp/text.hpp>
 #include <bmcoauth/jwk.h>
@@ -14,6 +15,9 @@
 #include <climits>
 #include <openssl/ec.h>
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
@@ -92,6 +96,37 @@ public:
         return PrivateKey{std::move(der)};
     }
 
+    /** Reads the key file `path`. If, and only if, no file is there, makes one first, of mode 0600.
+     *
+     *  What is there is never written to. A file that is empty, encrypted, unreadable for the
+     *  moment or no EC key gives Error::refused and stays as it is: with a new key, all tokens out
+     *  there would be worthless. Where several processes start for the first time, all of them end
+     *  with one key. The new key is on the medium before this returns.
+     *
+     *  While it is made, a file `path` and "." and six characters lies in the same folder; after a
+     *  power cut it may stay there, and can be deleted. */
+    [[nodiscard]] static Expected<PrivateKey> loadOrCreate(std::string_view path)
+    {
+        detail::Arguments in;
+        const char* const pathText = in.text(path);
+        if (in.failure())
+        {
+            return *in.failure();
+        }
+        if (::access(pathText, F_OK) != 0)
+        {
+            if (errno != ENOENT)
+            {
+                return Error::refused;
+            }
+            if (const Expected<void> made = detail::createKeyFile(pathText); !made)
+            {
+                return made.error();
+            }
+        }
+        return fromFile(path);
+    }
+
     /** Empty only after it has been moved from. */
     [[nodiscard]] ByteSpan der() const noexcept
     {
@@ -132,7 +167,8 @@ struct KeyPair
     }
 };
 
-/** Makes the key file `path`: generateECPrivateKey. */
+/** Makes the key file `path`: generateECPrivateKey. NOTE: it empties a file that is there first; a
+ *  service starts with PrivateKey::loadOrCreate. */
 inline Expected<void> generateKeyFile(std::string_view path)
 {
     detail::Arguments in;
