@@ -13,9 +13,6 @@ namespace bmcoauth::tool
 namespace
 {
 
-/** Data that is longer makes an envelope that the library does not open. */
-constexpr std::size_t mostBytes = 73710;
-
 Text freshIv()
 {
     return orStop(randomIv(), "the random device failed");
@@ -85,11 +82,11 @@ void seal(const SealOptions& options)
     const PrivateKey key = readPrivateKey(options.key);
     const CertificateKey peer = readCertificateKey(options.peer);
     const std::string data = readText(options.path);
-    if (data.empty() || data.size() > mostBytes)
+    if (data.empty() || data.size() > mostSealedBytes)
     {
         throw Stop{Exit::invalid, nameOf(options.path) + " holds " + std::to_string(data.size()) +
                                       " bytes: an envelope takes from 1 to " +
-                                      std::to_string(mostBytes)};
+                                      std::to_string(mostSealedBytes)};
     }
     const Envelope envelope = orStop(sealed(data, iv, peer, key),
                                      "the data could not be sealed: the first certificate of " +

@@ -5,6 +5,7 @@
 
 #include <bmcoauth/cpp/arguments.hpp>
 #include <bmcoauth/cpp/certificates.hpp>
+#include <bmcoauth/cpp/encoding.hpp>
 #include <bmcoauth/cpp/expected.hpp>
 #include <bmcoauth/cpp/keys.hpp>
 #include <bmcoauth/cpp/owners.hpp>
@@ -13,8 +14,6 @@
 #include <bmcoauth/ecies.h>
 #include <bmcoauth/handshake.h>
 #include <bmcoauth/handshake_payload.h>
-
-#include <climits>
 
 #include <cstddef>
 #include <string_view>
@@ -70,29 +69,57 @@ struct EnvelopeView
     return Text{iv};
 }
 
-/** Seals a text for a peer, one byte at least, under a fresh IV: ecies_encrypt. */
+/** The largest text that an envelope holds, in bytes; a longer one makes an envelope that nobody can
+ *  open. */
+inline constexpr std::size_t mostSealedBytes = 73710;
+
+/** Seals a text for a peer under a fresh IV, so that `open` gives back exactly this text:
+ *  ecies_encrypt.
+ *
+ *  The text is one byte long at least, holds no zero byte (Error::zeroByte) and at most
+ *  mostSealedBytes bytes (Error::tooLong), one less if it ends with a line feed: sealBytes takes any
+ *  bytes. */
 [[nodiscard]] inline Expected<Envelope> seal(std::string_view data, const CertificateKey& peer,
                                              const PrivateKey& key)
 {
-    if (data.size() > static_cast<std::size_t>(INT_MAX))
+    // What is sealed always ends with a line feed, which the receiver takes off. The library adds
+    // one, but not to data that has one: there it is added here.
+    const bool line = data.ends_with('\n');
+    const std::size_t size = data.size() + (line ? 1 : 0);
+    if (size > mostSealedBytes)
     {
         return Error::tooLong;
     }
+    detail::Arguments in;
+    char* const text = in.text(data);
     Expected<Text> iv = randomIv();
-    if (!iv)
+    if (in.failure() || !iv)
     {
-        return iv.error();
+        return in.failure() ? *in.failure() : iv.error();
+    }
+    if (line)
+    {
+        // Over the zero byte, which nobody asks for: the length is given.
+        text[data.size()] = '\n';
     }
     HandshakePayload* peerRecord = peer.parameters().get();
     char* mac = nullptr;
-    Text ciphertext{::ecies_encrypt(data.data(), static_cast<unsigned int>(data.size()),
-                                    &peerRecord, &mac, key.der().data(),
-                                    static_cast<int>(key.der().size()), iv->c_str())};
+    Text ciphertext{::ecies_encrypt(text, static_cast<unsigned int>(size), &peerRecord, &mac,
+                                    key.der().data(), static_cast<int>(key.der().size()),
+                                    iv->c_str())};
     if (ciphertext.view().empty())
     {
         return Error::refused;
     }
     return Envelope{std::move(ciphertext), Text{mac}, std::move(*iv)};
+}
+
+/** Seals any bytes, from 1 to 55,281, as the text of their Base64, for openBytes. */
+[[nodiscard]] inline Expected<Envelope> sealBytes(ByteSpan data, const CertificateKey& peer,
+                                                  const PrivateKey& key)
+{
+    const Expected<Text> text = base64(data);
+    return text ? seal(*text, peer, key) : Expected<Envelope>{text.error()};
 }
 
 /** Opened is what an envelope held. */
@@ -104,7 +131,8 @@ public:
     {
     }
 
-    /** What was sealed, without the line feed at its end, which is added where there was none. */
+    /** What `seal` was given. NOTE: the C function adds no line feed to data that ends with one, and
+     *  the receiver cannot tell: of such data this is all but the line feed at its end. */
     [[nodiscard]] std::string_view data() const& noexcept
     {
         const std::string_view sealed = whole();
@@ -147,6 +175,14 @@ private:
         return Error::refused;
     }
     return Opened{Bytes{plaintext, length}};
+}
+
+/** Opens an envelope of sealBytes; Error::refused also if it holds no Base64. */
+[[nodiscard]] inline Expected<Bytes> openBytes(const EnvelopeView& envelope,
+                                               const CertificateKey& peer, const PrivateKey& key)
+{
+    const Expected<Opened> opened = open(envelope, peer, key);
+    return opened ? decodeBase64Url(opened->data()) : Expected<Bytes>{opened.error()};
 }
 
 /** Adds a sealed certificate to a handshake response, which may be empty: appendSSLCertToResponse.
