@@ -86,13 +86,9 @@ void show(const bmcoauth::VerifiedToken& token)
     {
         std::cout << " nothing";
     }
-    for (unsigned int bit = 0x001; bit <= 0x100; bit <<= 1)
+    for (const Privilege privilege : granted)
     {
-        const auto privilege = static_cast<Privilege>(bit);
-        if (granted.has(privilege))
-        {
-            std::cout << ' ' << bmcoauth::nameOf(privilege);
-        }
+        std::cout << ' ' << bmcoauth::nameOf(privilege);
     }
     std::cout << '\n';
 }

@@ -36,7 +36,7 @@ Privileges privilegesOf(const Json::Value& rights, const std::string& file)
     for (const Json::Value& right : rights)
     {
         const std::optional<Privilege> one =
-            right.isString() ? privilegeCalled(right.asString()) : std::nullopt;
+            right.isString() ? privilegeNamed(right.asString()) : std::nullopt;
         if (!one)
         {
             throw Stop{Exit::invalid, file +

@@ -5,9 +5,6 @@
 
 #include <json/value.h>
 
-#include <optional>
-#include <string_view>
-
 namespace bmcoauth::tool
 {
 
@@ -16,8 +13,5 @@ constexpr unsigned int privilegeCount = 9;
 
 /** The scope names of @p privileges, as a JSON array. */
 [[nodiscard]] Json::Value namesOf(Privileges privileges);
-
-/** The privilege with the scope name @p name; nothing if there is none. */
-[[nodiscard]] std::optional<Privilege> privilegeCalled(std::string_view name);
 
 } // namespace bmcoauth::tool

@@ -50,26 +50,11 @@ void listPrivileges(const Options& options)
 Json::Value namesOf(Privileges privileges)
 {
     Json::Value names{Json::arrayValue};
-    for (unsigned int bit = 0; bit < privilegeCount; ++bit)
+    for (const Privilege privilege : privileges)
     {
-        if (privileges.has(Privilege{1U << bit}))
-        {
-            names.append(ravok_scope_privileges[bit]);
-        }
+        names.append(std::string{nameOf(privilege)});
     }
     return names;
-}
-
-std::optional<Privilege> privilegeCalled(std::string_view name)
-{
-    for (unsigned int bit = 0; bit < privilegeCount; ++bit)
-    {
-        if (name == ravok_scope_privileges[bit])
-        {
-            return Privilege{1U << bit};
-        }
-    }
-    return std::nullopt;
 }
 
 void addPrivilegesCommand(const Command& root)

@@ -160,18 +160,16 @@ Reply issue(Service& service, const std::string& text)
                                                                 : OAUTH_SERVER_ERROR);
     }
 
-    // The form in which the library gives rights from delegated tokens, too: who asks for them
-    // later need not know who issued a token.
-    const std::string mask = std::to_string(granted.bits());
+    // The entries in which the library gives the user and the rights of delegated tokens, too: who
+    // asks for them later need not know who issued a token.
     const std::array<std::string_view, 1> user{client->id};
-    const std::array<std::string_view, 1> privileges{mask};
-    const std::array scopes{bmcoauth::ScopeEntry{"AUTHNZ_USER", user},
-                            bmcoauth::ScopeEntry{"USER_PRIV", privileges}};
+    const std::array scopes{bmcoauth::ScopeEntry{"AUTHNZ_USER", user}};
     const auto response = bmcoauth::issueTokens({.state = *request->state(),
                                                  .subject = client->id,
                                                  .issuer = "org.example.Tokens",
                                                  .lifetimeSeconds = tokenSeconds,
-                                                 .scopes = scopes},
+                                                 .scopes = scopes,
+                                                 .privileges = granted},
                                                 service.key);
     // Kept before the tokens leave: a refresh token that is not kept would be refused later, and a
     // challenge that is not used up could be answered twice.
@@ -194,14 +192,10 @@ Reply introspect(Service& service, const std::string& text)
         return {.document = R"({"active":false})"};
     }
     std::vector<std::string_view> names;
-    const bmcoauth::Privileges privileges =
-        bmcoauth::userPrivileges(*token).value_or(bmcoauth::Privileges{});
-    for (unsigned int bit = 0x001; bit <= 0x100; bit <<= 1)
+    for (const Privilege privilege :
+         bmcoauth::userPrivileges(*token).value_or(bmcoauth::Privileges{}))
     {
-        if (privileges.has(static_cast<Privilege>(bit)))
-        {
-            names.push_back(bmcoauth::nameOf(static_cast<Privilege>(bit)));
-        }
+        names.push_back(bmcoauth::nameOf(privilege));
     }
     Expected<Document> description = Document::parse(R"({"active":true})");
     const bmcoauth::Claims claims = token->claims();
@@ -328,7 +322,7 @@ PrivateKey signingKey(const std::string& path)
             fail(path, errno);
         }
         const std::filesystem::path folder = std::filesystem::path{path}.replace_filename(".");
-        if (!bmcoauth::generateKeyFile(path))
+        if (!PrivateKey::loadOrCreate(path))
         {
             // The library does not say why.
             fail("cannot make " + path, access(folder.c_str(), W_OK) != 0 ? errno : EIO);

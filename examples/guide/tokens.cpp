@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// guide-tokens KEY: issues an access token with the key in a file, which is made if it is not
+// guide-tokens KEY: issues an access token with the key in a file, which is made if no file is
 // there, and judges what a client presents.
 #include <bmcoauth.hpp>
 
@@ -11,7 +11,8 @@
 
 using bmcoauth::Expected;
 using bmcoauth::PrivateKey;
-using bmcoauth::ScopeEntry;
+using bmcoauth::Privilege;
+using bmcoauth::Privileges;
 using bmcoauth::Text;
 using bmcoauth::TokenRequest;
 using bmcoauth::TokenResponse;
@@ -31,24 +32,31 @@ Expected<TokenResponse> answer(std::string_view text, const PrivateKey& key)
     // Here the service looks up request->clientId(), and compares request->clientSecret() and
     // request->refreshToken() with what it has stored. The library does not.
 
-    const std::string_view granted[] = {"login"};
-    const ScopeEntry scopes[] = {{.name = "privileges", .values = granted}};
     return bmcoauth::issueTokens({.state = request->state().value_or(""),
                                   .subject = "admin",
                                   .issuer = "controller",
                                   .lifetimeSeconds = 600,
-                                  .scopes = scopes},
+                                  .privileges = Privilege::login | Privilege::configure},
                                  key);
 }
 // [issue]
 
 // [judge]
-/** Whose token it is; nobody's ("") unless it is valid. */
-std::string subjectOf(std::string_view token, const PrivateKey& key)
+/** Whose token it is, and what this user may do; "nobody" unless it is valid. */
+std::string holderOf(std::string_view token, const PrivateKey& key)
 {
     const bmcoauth::Verdict verdict = bmcoauth::validateToken(token, key);
     const bmcoauth::VerifiedToken* const valid = verdict.verified();
-    return valid == nullptr ? "" : std::string{valid->claims().subject().value_or("")};
+    if (valid == nullptr)
+    {
+        return "nobody";
+    }
+    std::string holder{valid->claims().subject().value_or("")};
+    for (const Privilege privilege : bmcoauth::userPrivileges(*valid).value_or(Privileges{}))
+    {
+        holder += ' ' + std::string{bmcoauth::nameOf(privilege)};
+    }
+    return holder;
 }
 // [judge]
 
@@ -61,12 +69,7 @@ int main(int argc, char** argv)
         return EXIT_FAILURE;
     }
     // [start]
-    const std::string_view path = argv[1];
-    if (!bmcoauth::keyFileIsSound(path) && !bmcoauth::generateKeyFile(path))
-    {
-        return EXIT_FAILURE;
-    }
-    const Expected<PrivateKey> key = PrivateKey::fromFile(path);
+    const Expected<PrivateKey> key = PrivateKey::loadOrCreate(argv[1]);
     if (!key)
     {
         return EXIT_FAILURE;
@@ -82,10 +85,10 @@ int main(int argc, char** argv)
         return EXIT_FAILURE;
     }
     std::string token{response->accessToken().value_or("")};
-    std::cout << "valid for: " << subjectOf(token, *key) << '\n';
+    std::cout << "valid for: " << holderOf(token, *key) << '\n';
 
     char& middle = token[token.size() / 2];
     middle = middle == 'A' ? 'B' : 'A';
-    std::cout << "altered, valid for: '" << subjectOf(token, *key) << "'\n";
+    std::cout << "altered, valid for: " << holderOf(token, *key) << '\n';
     return EXIT_SUCCESS;
 }

@@ -10,6 +10,7 @@
 #include <bmcoauth/cpp/keys.hpp>
 #include <bmcoauth/cpp/owners.hpp>
 #include <bmcoauth/cpp/parameters.hpp>
+#include <bmcoauth/cpp/privileges.hpp>
 #include <bmcoauth/cpp/text.hpp>
 #include <bmcoauth/handshake_payload.h>
 
@@ -235,6 +236,9 @@ struct TokenGrant
     std::string_view tokenType = "bearer";
     /** The claim "scope". */
     std::span<const ScopeEntry> scopes = {};
+    /** What the subject may do: the scope entry "USER_PRIV", which userPrivileges reads. `scopes`
+     *  must not have one of its own then (Error::refused). */
+    std::optional<Privileges> privileges = {};
 };
 
 /** Issues an access token and a refresh token: authorize_client. It checks nothing about who asks
@@ -252,10 +256,11 @@ struct TokenGrant
     char* const issuer = in.maybe(grant.issuer);
     const char* const lifetime = in.decimal(grant.lifetimeSeconds);
     const char* const tokenType = in.text(grant.tokenType);
+    const detail::ScopeEntries scopes{in, grant.scopes, grant.privileges};
     AuthorizeClaims claims{.subject = subject,
                            .issuer = issuer,
-                           .scopes = detail::scopeEntries(in, grant.scopes),
-                           .scope_count = in.length<int>(grant.scopes.size())};
+                           .scopes = scopes.entries,
+                           .scope_count = scopes.count};
     if (in.failure())
     {
         return *in.failure();

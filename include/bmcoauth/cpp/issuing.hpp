@@ -8,6 +8,7 @@
 #include <bmcoauth/cpp/expected.hpp>
 #include <bmcoauth/cpp/keys.hpp>
 #include <bmcoauth/cpp/owners.hpp>
+#include <bmcoauth/cpp/privileges.hpp>
 #include <bmcoauth/cpp/text.hpp>
 #include <bmcoauth/cpp/token.hpp>
 #include <bmcoauth/jwt.h>
@@ -51,6 +52,9 @@ struct TokenPlan
     std::optional<std::uint64_t> notBefore = {};
     /** The claim "scope". */
     std::span<const ScopeEntry> scopes = {};
+    /** What the subject may do: the scope entry "USER_PRIV", which userPrivileges reads. `scopes`
+     *  must not have one of its own then (Error::refused). */
+    std::optional<Privileges> privileges = {};
     /** The header's "kid". */
     std::optional<std::string_view> keyId = {};
     /** What the header says; the signature is ECDSA with SHA-256 in any case. */
@@ -63,16 +67,39 @@ namespace detail
 {
 
 /** The scope entries of a call, borrowed as the rest of its arguments. */
-[[nodiscard]] inline JWTscopes* scopeEntries(Arguments& in, std::span<const ScopeEntry> scopes)
+struct ScopeEntries
 {
-    auto* const entries = in.array<JWTscopes>(scopes.size());
-    for (std::size_t i = 0; entries != nullptr && i < scopes.size(); ++i)
+    /** The first entry; null if something has failed. */
+    JWTscopes* entries = nullptr;
+    /** How many there are. */
+    int count = 0;
+
+    /** Copies `scopes` and, where they are given, the privileges. */
+    ScopeEntries(Arguments& in, std::span<const ScopeEntry> scopes,
+                 const std::optional<Privileges>& privileges) noexcept
+        : entries{in.array<JWTscopes>(scopes.size() + 1)},
+          count{in.length<int>(scopes.size() + (privileges ? 1 : 0))}
     {
-        entries[i] = {in.text(scopes[i].name), in.texts(scopes[i].values),
-                      in.length<int>(scopes[i].values.size())};
+        for (std::size_t i = 0; entries != nullptr && i < scopes.size(); ++i)
+        {
+            const ScopeEntry& entry = scopes[i];
+            if (privileges && entry.name == privilegesEntry)
+            {
+                // Written after one another, the two would be one, and which of them counts is no
+                // question to leave to a reader.
+                in.fail(Error::refused);
+            }
+            entries[i] = {in.text(entry.name), in.texts(entry.values),
+                          in.length<int>(entry.values.size())};
+        }
+        char** const mask = privileges ? in.array<char*>(1) : nullptr;
+        if (mask != nullptr && entries != nullptr)
+        {
+            *mask = in.decimal(privileges->bits());
+            entries[scopes.size()] = {in.text(privilegesEntry), mask, 1};
+        }
     }
-    return entries;
-}
+};
 
 } // namespace detail
 
@@ -94,8 +121,7 @@ namespace detail
     const char* const issuedAt = plan.issuedAt ? in.decimal(*plan.issuedAt) : nullptr;
     const char* const notBefore = plan.notBefore ? in.decimal(*plan.notBefore) : nullptr;
     const char* const expiresAt = in.decimal(plan.expiresAt);
-    JWTscopes* const scopes = detail::scopeEntries(in, plan.scopes);
-    const int scopeCount = in.length<int>(plan.scopes.size());
+    const detail::ScopeEntries scopes{in, plan.scopes, plan.privileges};
     if (in.failure())
     {
         return *in.failure();
@@ -108,8 +134,8 @@ namespace detail
         return Error::refused;
     }
     // Lent for the call: the record would release what it keeps.
-    payload.get()->scopes = scopes;
-    payload.get()->scopes_count = scopeCount;
+    payload.get()->scopes = scopes.entries;
+    payload.get()->scopes_count = scopes.count;
     char* const token = ::generateJWT(header.get(), payload.get(), key.der().data(),
                                       static_cast<int>(key.der().size()));
     payload.get()->scopes = nullptr;

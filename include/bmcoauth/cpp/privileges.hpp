@@ -35,10 +35,50 @@ enum class Privilege : unsigned int
     executeDiagnosticCommands = 0x100,
 };
 
-/** A set of privileges. */
+/** A set of privileges: `for (Privilege one : set)` goes through it. */
 class Privileges
 {
 public:
+    /** Goes from privilege to privilege, in the order of their bits. */
+    class Iterator
+    {
+    public:
+        /** What `*` gives. */
+        using value_type = Privilege;
+        /** What algorithms of the standard library ask for. */
+        using difference_type = std::ptrdiff_t;
+
+        constexpr Iterator() noexcept = default;
+        /** Begins with the lowest bit of `bits`. */
+        constexpr explicit Iterator(unsigned int bits) noexcept : rest{bits}
+        {
+        }
+        /** The privilege here. */
+        [[nodiscard]] constexpr Privilege operator*() const noexcept
+        {
+            return Privilege{1U << std::countr_zero(rest)};
+        }
+        /** Goes on to the next privilege. */
+        constexpr Iterator& operator++() noexcept
+        {
+            rest &= rest - 1;
+            return *this;
+        }
+        /** Goes on to the next privilege, and gives where it was. */
+        // NOLINTNEXTLINE(cert-dcl21-cpp): an iterator must be assignable.
+        constexpr Iterator operator++(int) noexcept
+        {
+            const Iterator before = *this;
+            ++*this;
+            return before;
+        }
+        /** Whether both are at the same place. */
+        [[nodiscard]] constexpr bool operator==(const Iterator& other) const noexcept = default;
+
+    private:
+        unsigned int rest = 0;
+    };
+
     constexpr Privileges() noexcept = default;
     /** The privileges of a mask. */
     constexpr explicit Privileges(unsigned int bits) noexcept : mask{bits}
@@ -49,6 +89,23 @@ public:
     {
     }
 
+    /** All nine. */
+    [[nodiscard]] static constexpr Privileges all() noexcept
+    {
+        return Privileges{0x1ff};
+    }
+
+    /** The first privilege of the set. */
+    [[nodiscard]] constexpr Iterator begin() const noexcept
+    {
+        // Other bits of a mask stand for no privilege.
+        return Iterator{mask & all().mask};
+    }
+    /** Behind the last privilege. */
+    [[nodiscard]] static constexpr Iterator end() noexcept
+    {
+        return Iterator{};
+    }
     /** The mask, as the functions of <bmcoauth/privileges.h> give it. */
     [[nodiscard]] constexpr unsigned int bits() const noexcept
     {
@@ -77,10 +134,31 @@ private:
     return Privileges{left} | Privileges{right};
 }
 
-/** The name of a privilege in a "scope" claim: ravok_scope_privileges. */
+/** The name of a privilege in a "scope" claim, such as "ravok_login": ravok_scope_privileges. ""
+ *  for a number that is not one of the nine. */
 [[nodiscard]] inline std::string_view nameOf(Privilege privilege) noexcept
 {
-    return ::ravok_scope_privileges[std::countr_zero(static_cast<unsigned int>(privilege))];
+    for (const Privilege one : Privileges::all())
+    {
+        if (one == privilege)
+        {
+            return ::ravok_scope_privileges[std::countr_zero(static_cast<unsigned int>(one))];
+        }
+    }
+    return "";
+}
+
+/** The privilege of that name, case included; absent if there is none. */
+[[nodiscard]] inline std::optional<Privilege> privilegeNamed(std::string_view name) noexcept
+{
+    for (const Privilege one : Privileges::all())
+    {
+        if (nameOf(one) == name)
+        {
+            return one;
+        }
+    }
+    return std::nullopt;
 }
 
 /** A role of the service's table, and what it grants. */
@@ -94,6 +172,9 @@ struct Role
 
 namespace detail
 {
+
+/** The scope entry whose value is a mask of privileges, in decimal. */
+inline constexpr std::string_view privilegesEntry = "USER_PRIV";
 
 /** The roles as the library takes them, with a null name behind the last. */
 [[nodiscard]] inline userRole_s* roleTable(Arguments& in, std::span<const Role> roles)
@@ -140,12 +221,12 @@ namespace detail
     return Privileges{::get_xidp_privileges(token.payloadRecord(), names)};
 }
 
-/** The privileges in the scope entry "USER_PRIV" of a valid token, where validateDelegatedToken
- *  writes what scope, roles and identity providers grant together; absent if there is no such
- *  entry. NOTE: where "scope" was an object, it is the issuer that wrote the number. */
+/** The privileges in the scope entry "USER_PRIV" of a valid token: in a token of one's own those of
+ *  its TokenGrant or TokenPlan, in one of another issuer those that validateDelegatedToken puts
+ *  together of scope, roles and identity providers; absent if there is no such entry. NOTE: where "scope" was an object, it is the issuer that wrote the number. */
 [[nodiscard]] inline std::optional<Privileges> userPrivileges(const VerifiedToken& token) noexcept
 {
-    const std::optional<std::string_view> text = token.claims().scopeValue("USER_PRIV");
+    const std::optional<std::string_view> text = token.claims().scopeValue(detail::privilegesEntry);
     unsigned int mask = 0;
     if (!text)
     {
