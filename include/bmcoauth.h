@@ -17,6 +17,8 @@
  *   as long as no other one changes the same argument. A process that forks while other threads
  *   work must call nothing here in the child before it calls exec: locks of OpenSSL may be held.
  * - errno and OpenSSL's error queue are left as they were found.
+ * - Where a JSON object becomes a record or a list of names, members whose name holds a zero byte
+ *   are left out: cut there, such a name would pass for another one.
  *
  * Functions inside BMCOAUTH_PLAIN_BEGIN and BMCOAUTH_PLAIN_END have C linkage; those outside have
  * C++ linkage and are hidden from C. */

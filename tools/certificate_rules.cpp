@@ -93,17 +93,16 @@ bool isAboutTime(int error)
     return error == X509_V_ERR_CERT_HAS_EXPIRED || error == X509_V_ERR_CERT_NOT_YET_VALID;
 }
 
-/** The bodies of the chain: the values of the first "x5c" that has any. The chain is looked up by
+/** The bodies of the chain: the values of the first "x5c". The chain is looked up by
  *  the name as it is written, ParameterList::values by the name in any case. */
 std::vector<std::string> bodiesOf(const CertificateKey& certificate)
 {
     for (const HandshakePayload* list = certificate.parameters().get();
          list->name != nullptr && list->values != nullptr; ++list)
     {
-        const TextRange bodies{list->values};
-        if (std::string_view{list->name} == "x5c" && !bodies.empty())
+        if (std::string_view{list->name} == "x5c")
         {
-            return copiesOf(bodies);
+            return copiesOf(TextRange{list->values});
         }
     }
     return {};

@@ -58,8 +58,8 @@ BMCOAUTH_API char* write_handshake_payload(HandshakePayload* payload);
 
 /** parse_handshake_payload reads the JSON text `text` (RFC 8259), an object, as a parameter list:
  *  one parameter for each member, in ascending byte order of the names. A string becomes one value,
- *  an array of strings several; a member that is null is left out. A name or value is cut at the
- *  first zero byte that it holds.
+ *  an array of strings several; a member that is null is left out. A value is cut at its
+ *  first zero byte; a member whose name holds one is left out.
  *
  *  NOTE: a number, a Boolean or an empty array becomes a parameter without values, which
  *  `set_handshake_payload` refuses to copy and `write_handshake_payload` leaves out.

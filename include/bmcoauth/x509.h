@@ -28,8 +28,9 @@ BMCOAUTH_API char* recreate_x509_cert(const char* body);
 /** decode_x509_jwk returns the PEM text of the first "x5c" value of `certificate`, and its length
  *  in bytes in `*length`.
  *
- *  NOTE: on failure `*length` is 0. Returns null if `certificate` is null, has no "x5c" value, or
- *  memory runs out. A parameter without value array ends the search. */
+ *  Of several "x5c" parameters the first one counts, even if it holds no value. NOTE: on failure
+ *  `*length` is 0. Returns null if `certificate` is null, has no "x5c" value, or memory runs out.
+ *  A parameter without value array ends the search. */
 BMCOAUTH_API char* decode_x509_jwk(HandshakePayload* certificate, unsigned int* length);
 
 /** getX509Cert reads the first certificate of the PEM text `pem`. The caller releases it with
@@ -55,9 +56,8 @@ BMCOAUTH_API HandshakePayload* encode_x509_jwk(const char* pem, unsigned int len
  *  the name `commonName`, which may be null, and chainVerify verifies the chain; otherwise 0.
  *
  *  NOTE: the name is checked on the first value and the chain on the last: a caller that needs both
- *  for one certificate passes a key with one value. Without an "x5c" value there is no name check,
- *  and no chain either; but where only the first of several "x5c" parameters holds no value, the
- *  name goes unchecked while chainVerify takes the next one. */
+ *  for one certificate passes a key with one value. Both are values of the first "x5c" parameter; a
+ *  key in which it is missing or empty is refused. */
 BMCOAUTH_API int validate_x509_jwk(HandshakePayload* certificate, const char* commonName);
 
 /** get_EC_pubKey returns the public key of the certificate `pem`, whatever elliptic curve it is on.
@@ -104,7 +104,8 @@ BMCOAUTH_API int validateX509(const char* pem, const char* commonName);
  *
  *  Returns 1 if the chain verifies; 0 if not, or, whatever `certificate` is, if one of the two root
  *  files cannot be read; -1 if `certificate` is null or has no "x5c" value, if a value that takes
- *  part cannot be read, or if memory runs out. */
+ *  part cannot be read, or if memory runs out. Of several "x5c" parameters the first one counts,
+ *  even if it holds no value. */
 BMCOAUTH_API int chainVerify(HandshakePayload* certificate);
 
 #endif

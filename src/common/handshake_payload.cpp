@@ -7,7 +7,9 @@
 #include <bmcoauth/handshake_payload.h>
 #include <bmcoauth/support.h>
 
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 using namespace bmcoauth;
 
@@ -147,19 +149,15 @@ extern "C" int getKeyNames(const char* text, unsigned int length, char*** names)
         {
             return 0;
         }
-        StringArray found = emptyStringArray(tree.size());
+        const std::vector<NamedMember> members = namedMembers(tree);
+        StringArray found = emptyStringArray(members.size());
         if (!found)
         {
             return 0;
         }
-        if (tree.isObject())
-        {
-            char** slot = found.get();
-            for (auto entry = tree.begin(); entry != tree.end(); ++entry)
-            {
-                *slot++ = requireHeapText(entry.name().c_str()).release();
-            }
-        }
+        std::ranges::transform(members, found.get(), [](const NamedMember& member) {
+            return requireHeapText(member.name).release();
+        });
         *names = found.release();
         return 1;
     });

@@ -249,6 +249,26 @@ const char* stringMember(const Json::Value& object, const char* name)
     return found != nullptr && found->isString() ? found->asCString() : nullptr;
 }
 
+std::vector<NamedMember> namedMembers(const Json::Value& object)
+{
+    std::vector<NamedMember> members;
+    if (!object.isObject())
+    {
+        return members;
+    }
+    members.reserve(object.size());
+    for (auto entry = object.begin(); entry != object.end(); ++entry)
+    {
+        const char* end = nullptr;
+        const char* const name = entry.memberName(&end);
+        if (std::find(name, end, '\0') == end)
+        {
+            members.push_back({name, *entry});
+        }
+    }
+    return members;
+}
+
 } // namespace bmcoauth
 
 using namespace bmcoauth;

@@ -8,6 +8,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace bmcoauth
 {
@@ -51,6 +52,18 @@ namespace bmcoauth
 
 /** The member @p name of the object @p object, or null where it has none. */
 [[nodiscard]] const Json::Value* member(const Json::Value& object, std::string_view name);
+
+/** A member of an object that becomes an entry of a record. Both belong to the object. */
+struct NamedMember
+{
+    const char* name;
+    const Json::Value& value;
+};
+
+/** The members of @p object in their order, without those whose name holds a zero byte: a C text
+ *  ends there, so a record would show such a member under another member's name. Empty for a value
+ *  that is not an object. */
+[[nodiscard]] std::vector<NamedMember> namedMembers(const Json::Value& object);
 
 /** heapText that throws std::bad_alloc, for code that runs inside a guard. */
 [[nodiscard]] HeapText requireHeapText(std::string_view text);

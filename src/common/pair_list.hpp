@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <new>
 #include <utility>
+#include <vector>
 
 namespace bmcoauth
 {
@@ -73,26 +74,27 @@ template <typename Pair>
     return object;
 }
 
-/** The members of @p object, in their order; null when one of them is not a string. An empty object
- *  gives a list that holds only its end. Throws std::bad_alloc. */
+/** The namedMembers of @p object; null when one of them is not a string. Without any the list holds
+ *  only its end. Throws std::bad_alloc. */
 template <typename Owner>
 [[nodiscard]] Owner pairsOf(const Json::Value& object)
 {
-    Owner list = emptyPairs<Owner>(object.size());
+    const std::vector<NamedMember> members = namedMembers(object);
+    Owner list = emptyPairs<Owner>(members.size());
     if (!list)
     {
         throw std::bad_alloc();
     }
     typename Owner::element_type* next = list.get();
-    for (auto entry = object.begin(); entry != object.end(); ++entry)
+    for (const auto& [name, value] : members)
     {
-        if (!entry->isString())
+        if (!value.isString())
         {
             return nullptr;
         }
-        HeapText name = requireHeapText(entry.name().c_str());
-        HeapText value = requireHeapText(entry->asCString());
-        *next++ = {name.release(), value.release()};
+        HeapText nameCopy = requireHeapText(name);
+        HeapText valueCopy = requireHeapText(value.asCString());
+        *next++ = {nameCopy.release(), valueCopy.release()};
     }
     return list;
 }

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <new>
 #include <utility>
+#include <vector>
 
 namespace bmcoauth
 {
@@ -162,14 +163,15 @@ Json::Value objectOf(const HandshakePayload* list, const ListForm& form, std::si
 
 ParameterList parameterListOf(const Json::Value& object, const ObjectForm& form)
 {
-    ParameterList list = emptyParameterList(object.size());
+    const std::vector<NamedMember> members = namedMembers(object);
+    ParameterList list = emptyParameterList(members.size());
     HandshakePayload* next = list.get();
-    for (auto entry = object.begin(); entry != object.end(); ++entry)
+    for (const auto& [name, value] : members)
     {
         StringArray values;
-        if (entry->isString() || isFilledArray(*entry))
+        if (value.isString() || isFilledArray(value))
         {
-            values = valuesOf(*entry);
+            values = valuesOf(value);
             if (!values)
             {
                 return nullptr;
@@ -177,7 +179,7 @@ ParameterList parameterListOf(const Json::Value& object, const ObjectForm& form)
         }
         else
         {
-            const OddMember rule = ruleFor(*entry, form);
+            const OddMember rule = ruleFor(value, form);
             if (rule == OddMember::refuse)
             {
                 return nullptr;
@@ -192,7 +194,7 @@ ParameterList parameterListOf(const Json::Value& object, const ObjectForm& form)
                 throw std::bad_alloc();
             }
         }
-        next->name = requireHeapText(entry.name().c_str()).release();
+        next->name = requireHeapText(name).release();
         next->values = values.release();
         ++next;
     }

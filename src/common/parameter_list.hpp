@@ -86,7 +86,7 @@ struct ObjectForm
     OddMember scalar = OddMember::valueless; /**< a number or a Boolean */
 };
 
-/** Reads the members of @p object, in their order; null when refused. Throws std::bad_alloc. */
+/** Reads the namedMembers of @p object; null when refused. Throws std::bad_alloc. */
 [[nodiscard]] ParameterList parameterListOf(const Json::Value& object, const ObjectForm& form);
 
 /** The first parameter named @p name without regard to case; null if there is none, or no name. */

@@ -171,14 +171,16 @@ std::string certificatePem(std::string_view body)
     return pem;
 }
 
-std::optional<std::string> firstCertificatePem(const HandshakePayload* certificate)
+char** chainValues(const HandshakePayload* certificate)
 {
     char** values = findValues(certificate, "x5c");
-    if (values == nullptr || *values == nullptr)
-    {
-        return std::nullopt;
-    }
-    return certificatePem(*values);
+    return values == nullptr || *values == nullptr ? nullptr : values;
+}
+
+std::optional<std::string> firstCertificatePem(const HandshakePayload* certificate)
+{
+    char** values = chainValues(certificate);
+    return values == nullptr ? std::nullopt : std::optional{certificatePem(*values)};
 }
 
 bool isNamed(std::string_view pem, const char* commonName) noexcept

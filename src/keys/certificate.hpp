@@ -49,6 +49,11 @@ private:
 /** The PEM text of the certificate whose bare Base64 text is @p body. */
 [[nodiscard]] std::string certificatePem(std::string_view body);
 
+/** The value array of the first "x5c" parameter of @p certificate, which may be null; null if there
+ *  is none or it holds no value. The one place where a chain is looked up: the name check and the
+ *  verification must not look at different ones. */
+[[nodiscard]] char** chainValues(const HandshakePayload* certificate);
+
 /** The PEM text of the first "x5c" value of @p certificate, which may be null; nothing if it has
  *  none. */
 [[nodiscard]] std::optional<std::string> firstCertificatePem(const HandshakePayload* certificate);

@@ -10,8 +10,6 @@
 
 #include <openssl/pem.h>
 
-#include <string_view>
-
 using namespace bmcoauth;
 
 namespace
@@ -55,21 +53,6 @@ bool push(STACK_OF(X509) * stack, crypto::X509Ptr certificate) noexcept
     return true;
 }
 
-/** The value array of the first "x5c" parameter that holds a value; null when there is none. The
- *  walk ends at a parameter without value array. */
-char** chainValues(const HandshakePayload* certificate) noexcept
-{
-    for (; certificate != nullptr && certificate->name != nullptr && certificate->values != nullptr;
-         ++certificate)
-    {
-        if (std::string_view{certificate->name} == "x5c" && *certificate->values != nullptr)
-        {
-            return certificate->values;
-        }
-    }
-    return nullptr;
-}
-
 crypto::X509Ptr readBody(const char* body)
 {
     return keys::readX509(keys::certificatePem(body));
@@ -110,7 +93,7 @@ int verifyChain(const HandshakePayload* certificate)
     {
         return internalFailure;
     }
-    char** values = chainValues(certificate);
+    char** values = keys::chainValues(certificate);
     const std::size_t count = countStrings(values);
     if (count == 0)
     {

@@ -153,11 +153,11 @@ char* handOver(const std::optional<std::string>& pem)
 
 keys::KeyRecord recordOf(const Json::Value& object)
 {
-    std::size_t count = 0;
-    for (const Json::Value& value : object)
-    {
-        count += value.isObject() ? 0U : 1U;
-    }
+    const auto isPair = [](const NamedMember& member) {
+        return !member.value.isObject();
+    };
+    const std::vector<NamedMember> members = namedMembers(object);
+    const auto count = static_cast<std::size_t>(std::ranges::count_if(members, isPair));
     if (count == 0)
     {
         return nullptr;
@@ -165,13 +165,13 @@ keys::KeyRecord recordOf(const Json::Value& object)
     keys::KeyRecord record{
         static_cast<jwk*>(o2_ff_calloc(count + 1, sizeof(jwk), "oauth2_parse_jwk", __LINE__))};
     jwk* next = record.get();
-    for (auto entry = object.begin(); entry != object.end(); ++entry)
+    for (const NamedMember& member : members)
     {
-        if (!entry->isObject())
+        if (isPair(member))
         {
-            const std::string name = entry.name();
-            next->key = failFastCopy(name.c_str());
-            next->value = entry->isString() ? failFastCopy(entry->asCString()) : nullptr;
+            next->key = failFastCopy(member.name);
+            next->value =
+                member.value.isString() ? failFastCopy(member.value.asCString()) : nullptr;
             ++next;
         }
     }

@@ -347,7 +347,12 @@ TEST(GetKeyNames, GivesTheNamesInTheirOrder)
 {
     EXPECT_EQ(keyNames(R"({"b":1,"a":{"inner":2},"B":[],"":null})"), (Texts{"", "B", "a", "b"}));
     EXPECT_EQ(keyNames(R"({"a":1,"a":2})"), Texts{"a"});
-    EXPECT_EQ(keyNames(R"({"a\u0000b":1})"), Texts{"a"});
+}
+
+TEST(GetKeyNames, PassesOverNamesWithAZeroByte)
+{
+    EXPECT_EQ(keyNames(R"({"a\u0000b":1,"a\u0000":2,"\u0000":3,"b":4})"), Texts{"b"});
+    EXPECT_EQ(keyNames(R"({"a\u0000b":1})"), Texts{});
 }
 
 TEST(GetKeyNames, GivesAnArrayWithoutNamesForARootWithoutNames)

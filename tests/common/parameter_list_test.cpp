@@ -229,9 +229,18 @@ TEST(ParseHandshakePayload, TakesTheLastOfRepeatedNames)
     EXPECT_EQ(parsed(R"({"A":{},"A":"y"})"), "A=y;");
 }
 
-TEST(ParseHandshakePayload, CutsTextsAtTheirFirstZeroByte)
+TEST(ParseHandshakePayload, CutsValuesAtTheirFirstZeroByte)
 {
-    EXPECT_EQ(parsed(R"({"A\u0000B":"x\u0000y","C":["\u0000","z\u0000"]})"), "A=x;C=,z;");
+    EXPECT_EQ(parsed(R"({"A":"x\u0000y","C":["\u0000","z\u0000"]})"), "A=x;C=,z;");
+}
+
+// Cut at its zero byte, each of these names would be "A".
+TEST(ParseHandshakePayload, PassesOverNamesWithAZeroByte)
+{
+    EXPECT_EQ(parsed(R"({"A":[],"A\u0000":["x"],"B":"y"})"), "A=;B=y;");
+    // Whatever such a member holds: an object would be refused under any other name.
+    EXPECT_EQ(parsed(R"({"A\u0000B":{"C":"x"},"B":"y"})"), "B=y;");
+    EXPECT_EQ(PayloadPtr{parse_handshake_payload(R"({"A\u0000":"x","\u0000":"y"})")}, nullptr);
 }
 
 TEST(ParseHandshakePayload, TakesWhatTheDefaultReaderTakes)

@@ -244,6 +244,35 @@ TEST(HandshakeCertificate, IsSignedWithItsName)
     }
 }
 
+// Read as a second "x5c", the longer name would bring a chain of any client of the factory, while
+// the empty list leaves no name to check.
+TEST(HandshakeCertificate, IsNamedWhereAnotherNameBeginsLikeThatOfTheChain)
+{
+    const Factory& made = factory();
+    support::FakeFiles files;
+    files.put("/etc/default/certs/FactorycertProdRoot.pem", made.root.pem());
+    files.put("/etc/default/certs/FactorycertDevRoot.pem", Identity::root("development").pem());
+    const Identity client = made.root.issue({.commonName = "client-1"});
+    const auto named = [&](const std::string& members, const char* name) {
+        std::string text = R"({"kty":"EC",)" + members + "}";
+        const std::size_t mark = text.find("CERT");
+        text.replace(mark, 4, client.body());
+        return validate_x509_jwk(listOf(text).get(), name);
+    };
+    EXPECT_EQ(named(R"("x5c":["CERT"])", "client-1"), 1);
+    EXPECT_EQ(named(R"("x5c":["CERT"])", "client-2"), 0);
+    for (const char* members :
+         {R"("x5c":[],"x5c\u0000":["CERT"])", R"("x5c":7,"x5c\u0000":["CERT"])",
+          R"("x5c":null,"x5c\u0000":["CERT"])", R"("x5c\u0000":["CERT"])",
+          R"("x5c\u0000":[],"x5c\u0000\u0000":["CERT"])"})
+    {
+        SCOPED_TRACE(members);
+        EXPECT_EQ(named(members, "client-1"), 0);
+        EXPECT_EQ(named(members, "client-2"), 0);
+        EXPECT_EQ(named(members, nullptr), 0);
+    }
+}
+
 // The proof shows who holds the key. Whether the factory knows him is another question, which has an
 // answer of its own.
 TEST(HandshakeCertificate, IsCheckedForItsFactoryByItself)

@@ -313,9 +313,9 @@ TEST_F(ChainVerify, LooksForTheChainUpToAParameterWithoutValueArray)
     EXPECT_EQ(chainVerify(record.data()), 1);
     record[0].values = nullptr;
     EXPECT_EQ(chainVerify(record.data()), -1);
-    // A chain of no certificates is passed over, one of garbage is not.
+    // The first "x5c" decides, whatever it holds.
     record[0] = {x5c.data(), none};
-    EXPECT_EQ(chainVerify(record.data()), 1);
+    EXPECT_EQ(chainVerify(record.data()), -1);
     record[0] = {x5c.data(), garbage};
     EXPECT_EQ(chainVerify(record.data()), -1);
 }

@@ -543,6 +543,13 @@ TEST(Oauth2ParseJwk, LeavesObjectsOut)
     EXPECT_EQ(oauth2_parse_jwk("{}"), nullptr);
 }
 
+TEST(Oauth2ParseJwk, PassesOverNamesWithAZeroByte)
+{
+    EXPECT_EQ(parsed(R"({"alg\u0000":"ES256","kid\u0000evil":"k1","kty":"EC"})"),
+              (Pairs{{"kty", "EC"}}));
+    EXPECT_EQ(oauth2_parse_jwk(R"({"kid\u0000":"k1","a":{}})"), nullptr);
+}
+
 TEST(Oauth2ParseJwk, LeavesTheValueNullWhereItIsNoText)
 {
     EXPECT_EQ(parsed(R"({"n":5})"), (Pairs{{"n", "(null)"}}));

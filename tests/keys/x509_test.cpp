@@ -629,16 +629,21 @@ TEST_F(ValidateX509Jwk, RefusesARecordWithoutChain)
     EXPECT_EQ(validate({"garbage"}, nullptr), 0);
 }
 
-TEST_F(ValidateX509Jwk, LeavesTheVerdictToTheChainWhereTheFirstEntryIsEmpty)
+// Otherwise an empty list would take the place of the name to check, and leave the chain to the
+// second one.
+TEST_F(ValidateX509Jwk, TakesNameAndChainFromTheFirstOfTwoLists)
 {
     const std::string good = root.issue({}).body();
     TextList chain{good};
     TextList none{};
     std::string x5c = "x5c";
-    std::vector<HandshakePayload> record{{x5c.data(), none}, {x5c.data(), chain}, {}};
-    EXPECT_EQ(validate_x509_jwk(record.data(), "other"), 1);
-    record[1] = {};
+    std::vector<HandshakePayload> record{{x5c.data(), chain}, {x5c.data(), none}, {}};
+    EXPECT_EQ(validate_x509_jwk(record.data(), "device"), 1);
     EXPECT_EQ(validate_x509_jwk(record.data(), "other"), 0);
+    record[0].values = none;
+    record[1].values = chain;
+    EXPECT_EQ(validate_x509_jwk(record.data(), "other"), 0);
+    EXPECT_EQ(validate_x509_jwk(record.data(), "device"), 0);
 }
 
 TEST_F(ValidateX509Jwk, RefusesWithoutRoots)

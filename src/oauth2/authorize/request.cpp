@@ -69,7 +69,7 @@ Request readRequest(const char* text)
     }
     PolicyList policy;
     const Json::Value* pairs = member(document, "kest_policy_auth");
-    if (pairs != nullptr && pairs->isObject() && !pairs->empty())
+    if (pairs != nullptr && !namedMembers(*pairs).empty())
     {
         policy = pairsOf<PolicyList>(*pairs);
         if (!policy)

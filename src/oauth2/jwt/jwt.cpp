@@ -18,6 +18,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace bmcoauth::jwt
 {
@@ -184,24 +185,26 @@ bool readScope(const Json::Value& array, JWTscopes& entry)
  *  member. */
 ScopesPtr readScopes(const Json::Value& claim)
 {
-    if (!claim.isObject() || claim.empty())
+    const std::vector<NamedMember> members = namedMembers(claim);
+    if (members.empty())
     {
         return nullptr;
     }
-    ScopesPtr scopes{zeroedBlock<JWTscopes>(claim.size()).release(),
-                     {static_cast<int>(claim.size())}};
+    ScopesPtr scopes{zeroedBlock<JWTscopes>(members.size()).release(),
+                     {static_cast<int>(members.size())}};
     if (!scopes)
     {
         return nullptr;
     }
     JWTscopes* entry = scopes.get();
-    for (auto scope = claim.begin(); scope != claim.end(); ++scope, ++entry)
+    for (const auto& [name, values] : members)
     {
-        entry->name = requireHeapText(scope.name().c_str()).release();
-        if (!readScope(*scope, *entry))
+        entry->name = requireHeapText(name).release();
+        if (!readScope(values, *entry))
         {
             return nullptr;
         }
+        ++entry;
     }
     return scopes;
 }

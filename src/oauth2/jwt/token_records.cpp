@@ -17,6 +17,7 @@
 #include <new>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace bmcoauth::jwt
 {
@@ -128,18 +129,20 @@ HeapBlock<char*> firstOwned(const Json::Value& array)
 
 ScopesPtr scopesOf(const Json::Value& object)
 {
-    const std::size_t count = object.size();
+    const std::vector<NamedMember> members = namedMembers(object);
+    const std::size_t count = members.size();
     // No entries are an array all the same: the claim was there, and grants nothing.
     HeapBlock<JWTscopes> block = recordBlock<JWTscopes>(
         std::max<std::size_t>(count, 1) * sizeof(JWTscopes), "da_create_jwt_scopes", 1906);
     ScopesPtr scopes{block.release(), {static_cast<int>(count)}};
     JWTscopes* entry = scopes.get();
-    for (auto scope = object.begin(); scope != object.end(); ++scope, ++entry)
+    for (const auto& [name, values] : members)
     {
-        entry->name = requireHeapText(scope.name().c_str()).release();
+        entry->name = requireHeapText(name).release();
         // One, whatever the member holds: what reads these entries looks at the first value only.
-        entry->values = firstOwned(*scope).release();
+        entry->values = firstOwned(values).release();
         entry->count = 1;
+        ++entry;
     }
     return scopes;
 }

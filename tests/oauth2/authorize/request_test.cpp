@@ -371,9 +371,9 @@ TEST(ParseAuthorizeRequest, TakesAPolicyThatIsNoObjectOrEmptyAsAbsent)
 
 TEST(ParseAuthorizeRequest, EndsTextsAtAZeroByteButNotTheNamesItLooksFor)
 {
-    const RequestPtr request = parsed(
-        R"(,"refresh_token":"a\u0000b","handshake_response":{"V\u0000x":"\u0000","W":["c\u0000"]},)"
-        R"("kest_policy_auth":{"p\u0000q":"1\u00002"},"client_id\u0000":"other")");
+    const RequestPtr request =
+        parsed(R"(,"refresh_token":"a\u0000b","handshake_response":{"V":"\u0000","W":["c\u0000"]},)"
+               R"("kest_policy_auth":{"p":"1\u00002"},"client_id\u0000":"other")");
     ASSERT_NE(request, nullptr);
     EXPECT_STREQ(request->client_id, "id");
     EXPECT_STREQ(request->refresh_token, "a");
@@ -384,6 +384,20 @@ TEST(ParseAuthorizeRequest, EndsTextsAtAZeroByteButNotTheNamesItLooksFor)
         RequestPtr{parse_authorize_request(
             R"({"client_id":"i","client_secret":"s","state\u0000":"x","refresh_token":"r"})")},
         nullptr);
+}
+
+TEST(ParseAuthorizeRequest, PassesOverNamesWithAZeroByteInItsLists)
+{
+    const RequestPtr request =
+        parsed(R"(,"handshake_response":{"R\u0000":"1","V":"2","V\u0000x":{}},)"
+               R"("kest_policy_auth":{"p\u0000q":"1","q":"2","q\u0000":3})");
+    ASSERT_NE(request, nullptr);
+    EXPECT_EQ(parameters(request->handshake), (Parameters{{"V", {"2"}}}));
+    EXPECT_EQ(pairs(request->policy), (Pairs{{"q", "2"}}));
+    const RequestPtr none = parsed(R"(,"refresh_token":"r","kest_policy_auth":{"p\u0000":"1"})");
+    ASSERT_NE(none, nullptr);
+    EXPECT_EQ(none->policy, nullptr);
+    EXPECT_EQ(parsed(R"(,"refresh_token":"r","handshake_response":{"R\u0000":"1"})"), nullptr);
 }
 
 TEST(ParseAuthorizeRequest, KeepsCharactersOutsideAscii)

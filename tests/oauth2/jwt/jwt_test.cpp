@@ -867,6 +867,18 @@ TEST(ValidateJwt, CountsEveryScopeValue)
     EXPECT_EQ(checked.payload->scope, nullptr);
 }
 
+TEST(ValidateJwt, PassesOverScopeNamesWithAZeroByte)
+{
+    const FakeClock clock{now};
+    const Validation checked =
+        validateClaims(with("scope", R"({"admin\u0000":["all"],"web":["r"],"x\u0000":7})"));
+    ASSERT_EQ(checked.result, 1);
+    ASSERT_EQ(checked.payload->scopes_count, 1);
+    EXPECT_STREQ(checked.payload->scopes[0].name, "web");
+    // No scope is left, as in an empty object.
+    EXPECT_EQ(validateClaims(with("scope", R"({"admin\u0000":["all"]})")).result, 0);
+}
+
 TEST(ValidateJwt, ReadsThousandsOfScopes)
 {
     const FakeClock clock{now};

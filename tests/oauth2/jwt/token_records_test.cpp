@@ -769,6 +769,21 @@ TEST(GetJwtPayload, KeepsAnEmptyScopeObjectApartFromNone)
     EXPECT_EQ(payload->scopes_count, 0);
 }
 
+// Cut at its zero byte, the name would be that of the rights that validateJWT_Delegated writes.
+TEST(GetJwtPayload, PassesOverScopeNamesWithAZeroByte)
+{
+    const tokens::Payload payload =
+        payloadOfJson(R"({"scope":{"USER_PRIV\u0000":["511"],"a\u0000":[{}],"web":["rw"]}})");
+    ASSERT_NE(payload, nullptr);
+    ASSERT_EQ(payload->scopes_count, 1);
+    EXPECT_STREQ(payload->scopes[0].name, "web");
+    EXPECT_STREQ(payload->scopes[0].values[0], "rw");
+    const tokens::Payload none = payloadOfJson(R"({"scope":{"a\u0000":["b"]}})");
+    ASSERT_NE(none, nullptr);
+    EXPECT_NE(none->scopes, nullptr);
+    EXPECT_EQ(none->scopes_count, 0);
+}
+
 TEST(GetJwtPayload, FailsForWhatIsNoToken)
 {
     JWTPayload* payload = nullptr;

@@ -370,8 +370,8 @@ TEST(ParseRegisterRequest, EndsTextsAtAZeroByteButNotTheNamesItLooksFor)
     const RequestPtr request = parsed(
         R"(,"redirect_uri":["a\u0000b","\u0000"],"handshake_types":["gr\u00fcn","\ud83d\ude00"],)"
         R"("handshake_challenge":{"T":["x\u0000y"]},"jwks\u0000":{"dfs":[1]},"client_name\u0000":7,)"
-        "\"jwks\":{\"dfs\":[{\"k\\u0000x\":\"v\\u0000\"}],"
-        "\"software_id_cert\":[{\"\xC3\xBC\":[\"\xFF\"]}]}");
+        "\"jwks\":{\"dfs\":[{\"k\":\"v\\u0000\",\"k\\u0000x\":\"w\",\"l\\u0000\":7}],"
+        "\"software_id_cert\":[{\"\xC3\xBC\":[\"\xFF\"],\"x5c\\u0000\":[\"A\"]}]}");
     ASSERT_NE(request, nullptr);
     EXPECT_EQ(texts(request->redirect_uri), (std::vector<std::string>{"a", ""}));
     EXPECT_EQ(texts(request->handshake_types),
