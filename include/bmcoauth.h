@@ -17,6 +17,8 @@
  *   as long as no other one changes the same argument. A process that forks while other threads
  *   work must call nothing here in the child before it calls exec: locks of OpenSSL may be held.
  * - errno and OpenSSL's error queue are left as they were found.
+ * - A call needs at most 192 KiB of stack, whatever text it is given. A Json::Value that a caller
+ *   passes counts as a text if it nests at most 256 levels; a deeper one needs more.
  * - Where a JSON object becomes a record or a list of names, members whose name holds a zero byte
  *   are left out: cut there, such a name would pass for another one.
  *

@@ -197,6 +197,7 @@ std::optional<Json::Value> parsedObject(std::string_view text)
         std::optional<Json::Value> tree{std::in_place};
         Json::CharReaderBuilder settings;
         settings["collectComments"] = false;
+        settings["stackLimit"] = 256; // as the library
         const std::unique_ptr<Json::CharReader> reader{settings.newCharReader()};
         if (reader->parse(text.data(), text.data() + text.size(), &*tree, nullptr) &&
             tree->isObject())

@@ -67,8 +67,8 @@ BMCOAUTH_API std::string json_fastWriter(const Json::Value& tree);
  *  one name the last counts, and what follows the root is ignored.
  *
  *  Returns false, with `doc` as it was, if `text` is null or does not parse, if its root is not an
- *  object, if it is nested deeper than jsoncpp reads (1,000 levels; 256 from its version 1.9.7
- *  on), or if memory runs out. */
+ *  object, if it is nested deeper than 256 levels, of which the root is the first, or if memory runs
+ *  out. */
 BMCOAUTH_API bool loadJsonDoc(const char* text, Json::Value& doc);
 
 /** replaceDoc replaces the text `*text`, which may be null, by the text of `tree` in the form of

@@ -116,10 +116,18 @@ HeapText requireHeapText(std::string_view text)
 namespace
 {
 
+/** jsoncpp reads, writes, copies and destroys a tree recursively: what reads a stranger's text on a
+ *  small stack must bound its depth. jsoncpp itself has had this bound since version 1.9.7. */
+constexpr int deepestLevel = 256;
+
 bool parseThroughJsoncpp(std::string_view text, Json::Value& tree)
 {
     // Immutable once made, so one for the process serves every thread.
-    static const Json::CharReaderBuilder builder;
+    static const Json::CharReaderBuilder builder = [] {
+        Json::CharReaderBuilder bounded;
+        bounded["stackLimit"] = deepestLevel;
+        return bounded;
+    }();
     const std::unique_ptr<Json::CharReader> reader{builder.newCharReader()};
     Json::Value parsed;
     if (!reader->parse(text.data(), text.data() + text.size(), &parsed, nullptr))

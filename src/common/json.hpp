@@ -14,7 +14,7 @@ namespace bmcoauth
 {
 
 /** Reads @p text into @p tree with jsoncpp's default settings; false, with @p tree as it was, when
- *  it does not parse.
+ *  it does not parse or is nested deeper than 256 levels, of which the root is the first.
  *
  *  The one place where a text is parsed: jsoncpp throws for deep nesting instead of reporting a
  *  failure, and that is a failure to parse here. */

@@ -638,9 +638,18 @@ TEST(LoadJsonDoc, BoundsTheDepth)
 {
     Json::Value doc;
     // The object is a level itself.
-    EXPECT_TRUE(loadJsonDoc(nestedMember("a", 248).c_str(), doc));
-    EXPECT_FALSE(loadJsonDoc(nestedMember("a", 1000).c_str(), doc));
-    EXPECT_FALSE(loadJsonDoc(nestedMember("a", 100000).c_str(), doc));
+    EXPECT_TRUE(loadJsonDoc(nestedMember("a", 255).c_str(), doc));
+    for (const int depth : {256, 257, 999, 1000, 100000})
+    {
+        EXPECT_FALSE(loadJsonDoc(nestedMember("a", depth).c_str(), doc)) << depth;
+    }
+    // So is a value that is neither object nor array.
+    const auto around = [](int depth, const std::string& value) {
+        const std::string text = nestedMember("a", depth);
+        return std::string{text}.insert(text.find(']'), value);
+    };
+    EXPECT_TRUE(loadJsonDoc(around(254, "1").c_str(), doc));
+    EXPECT_FALSE(loadJsonDoc(around(255, "1").c_str(), doc));
 }
 
 TEST(LoadJsonDoc, ReadsUpToTheTerminator)

@@ -114,6 +114,9 @@ struct Call
 [[nodiscard]] std::vector<Call> tokenCalls();
 [[nodiscard]] std::vector<Call> registrationCalls();
 
+/** All of them. */
+[[nodiscard]] std::vector<Call> allCalls();
+
 // The outcome of a call as one text.
 
 [[nodiscard]] inline std::string show(const HeapText& text)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "calls.hpp"
-#include "support/fake_device.hpp"
+#include "device.hpp"
 #include "support/vectors.hpp"
 
 #include <gtest/gtest.h>
@@ -22,31 +22,6 @@ constexpr std::size_t rounds = 2;
 
 /** A number of complaints that says enough. */
 constexpr std::size_t enough = 3;
-
-std::vector<Call> allCalls()
-{
-    std::vector<Call> all;
-    for (const auto calls : {documentCalls, keyCalls, tokenCalls, registrationCalls})
-    {
-        std::ranges::move(calls(), std::back_inserter(all));
-    }
-    return all;
-}
-
-/** A device with its factory roots, whose clock stands still. */
-struct Device
-{
-    Device()
-    {
-        files.put("/etc/default/certs/FactorycertProdRoot.pem", world.root.pem());
-        files.put("/etc/default/certs/FactorycertDevRoot.pem", world.root.pem());
-    }
-
-    support::FakeClock clock{static_cast<std::time_t>(now)};
-    support::FakeFiles files;
-    support::MarkerFile marker;
-    World world;
-};
 
 /** Makes all calls, beginning with another one in each thread, and adds what came out otherwise
  *  than expected. */

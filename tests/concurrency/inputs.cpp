@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "calls.hpp"
 
+#include <algorithm>
+#include <iterator>
 #include <stdexcept>
 
 namespace calls
@@ -82,6 +84,16 @@ Inputs::Inputs(const World& surroundings)
     claim(payload->xidp, R"({"fleet":["L"]})");
     payload->scope = set_char_array(TextList{"ravok_login", "ravok_configure"});
     payload->ravok_roles = set_char_array(TextList{"Operator"});
+}
+
+std::vector<Call> allCalls()
+{
+    std::vector<Call> all;
+    for (const auto calls : {documentCalls, keyCalls, tokenCalls, registrationCalls})
+    {
+        std::ranges::move(calls(), std::back_inserter(all));
+    }
+    return all;
 }
 
 } // namespace calls

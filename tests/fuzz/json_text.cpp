@@ -10,10 +10,14 @@
 namespace
 {
 
-/** What jsoncpp reads; nothing unless the root is an object. */
+/** What jsoncpp reads of at most 256 levels; nothing unless the root is an object. */
 std::optional<Json::Value> readByJsoncpp(const std::string& text)
 {
-    static const Json::CharReaderBuilder builder;
+    static const Json::CharReaderBuilder builder = [] {
+        Json::CharReaderBuilder bounded;
+        bounded["stackLimit"] = 256;
+        return bounded;
+    }();
     const std::unique_ptr<Json::CharReader> reader{builder.newCharReader()};
     Json::Value tree;
     try

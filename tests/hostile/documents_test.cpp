@@ -265,10 +265,10 @@ TEST(Documents, AreNestedAsDeepAsReadersGo)
         SCOPED_TRACE(reader.name);
         if (takesAnyMember(reader))
         {
-            EXPECT_TRUE(reader.reads(with(reader.accepted, nested(240))));
-            EXPECT_TRUE(reader.reads(with(reader.accepted, nestedObjects(240))));
+            EXPECT_TRUE(reader.reads(with(reader.accepted, nested(255))));
+            EXPECT_TRUE(reader.reads(with(reader.accepted, nestedObjects(254))));
         }
-        for (const std::size_t depth : {1001U, 5000U})
+        for (const std::size_t depth : {256U, 1001U, 5000U})
         {
             EXPECT_FALSE(reader.reads(with(reader.accepted, nested(depth))));
             EXPECT_FALSE(reader.reads(with(reader.accepted, nestedObjects(depth))));

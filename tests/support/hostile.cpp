@@ -67,6 +67,7 @@ const std::vector<HostileText>& hostileTexts()
         {"words", "not JSON at all"},
         {"bytes that are no UTF-8", "\xFF\xFE\x80\xC0\xAF\xED\xA0\x80"},
         {"every byte but NUL", garbage()},
+        {"member nested one level too deep", nestedMember("a", 256)},
         {"arrays nested 5000 deep", repeated("[", 5000) + repeated("]", 5000)},
         {"arrays nested 100000 deep, never closed", repeated("[", 100000)},
         {"objects nested 5000 deep", repeated("{\"a\":", 5000) + "1" + repeated("}", 5000)},
@@ -98,7 +99,7 @@ const std::vector<HostileText>& oddObjects()
         {"array of 100000 empty arrays", "{\"name\":[" + repeated("[],", 100000) + "[]]}"},
         {"string of 4 MiB", "{\"name\":\"" + std::string(4 * mebibyte, 'x') + "\"}"},
         {"name of 1 MiB", "{\"" + std::string(mebibyte, 'x') + "\":\"value\"}"},
-        {"nested 240 deep", nestedMember("name", 240)},
+        {"nested as deep as parsers go", nestedMember("name", 255)},
     };
     return list;
 }

@@ -25,8 +25,8 @@ struct HostileText
  *  theirs to say, as long as they come back. */
 [[nodiscard]] const std::vector<HostileText>& oddObjects();
 
-/** An object whose one member `name` holds arrays nested `depth` deep. Parsing must succeed below
- *  250 and fail above 1000. */
+/** An object whose one member `name` holds arrays nested `depth` deep. Parsing must succeed up to
+ *  255, since the object is a level too, and fail beyond. */
 [[nodiscard]] std::string nestedMember(std::string_view name, int depth);
 
 /** The member `name` with the JSON text `value`, as it follows other members in an object's text.

@@ -33,8 +33,8 @@ TEST(OddObjects, AreObjects)
 TEST(HostileTexts, NestingIsAcceptedOrNotByItsDepthAlone)
 {
     Json::Value document;
-    EXPECT_TRUE(loadJsonDoc(nestedMember("a", 240).c_str(), document));
-    EXPECT_FALSE(loadJsonDoc(nestedMember("a", 1100).c_str(), document));
+    EXPECT_TRUE(loadJsonDoc(nestedMember("a", 255).c_str(), document));
+    EXPECT_FALSE(loadJsonDoc(nestedMember("a", 256).c_str(), document));
 }
 
 TEST(JsonValuesOfEveryType, CanEachBeAMember)

@@ -428,8 +428,8 @@ TEST(ParseAuthorizeRequest, ComesBackFromOddObjects)
         SCOPED_TRACE(name);
         EXPECT_EQ(RequestPtr{parse_authorize_request(text.c_str())}, nullptr);
     }
-    EXPECT_NE(parsed(R"(,"refresh_token":"r","deep":)" + nestedMember("a", 200)), nullptr);
-    EXPECT_EQ(parsed(R"(,"refresh_token":"r","deep":)" + nestedMember("a", 1100)), nullptr);
+    EXPECT_NE(parsed(R"(,"refresh_token":"r","deep":)" + nestedMember("a", 254)), nullptr);
+    EXPECT_EQ(parsed(R"(,"refresh_token":"r","deep":)" + nestedMember("a", 255)), nullptr);
 }
 
 TEST(ParseAuthorizeRequest, ReadsHugeDocuments)

@@ -398,8 +398,8 @@ TEST(ParseRegisterRequest, RefusesHostileTexts)
             EXPECT_EQ(HeapText{client_register(text.c_str())}, nullptr);
         }
     }
-    EXPECT_NE(parsed(",\"deep\":" + nestedMember("a", 200)), nullptr);
-    EXPECT_EQ(parsed(",\"deep\":" + nestedMember("a", 1100)), nullptr);
+    EXPECT_NE(parsed(",\"deep\":" + nestedMember("a", 254)), nullptr);
+    EXPECT_EQ(parsed(",\"deep\":" + nestedMember("a", 255)), nullptr);
 }
 
 TEST(ParseRegisterRequest, ReadsLongLists)
