@@ -49,6 +49,10 @@ std::optional<Json::Value> readPart(const std::string& part, const std::string& 
         return std::nullopt;
     }
     std::optional<Json::Value> object = parsedObject(bytes->view());
+    if (bytes->view().find('\0') != std::string_view::npos)
+    {
+        object.reset();
+    }
     if (!object)
     {
         refusal = refused(name, brief(bytes->view()), "a JSON object");

@@ -86,7 +86,7 @@ BMCOAUTH_API void free_jwt_payload(JWTPayload* payload);
  *
  *  On success `*header` is a new record that the caller releases with `free_jwt_header`. Returns 0
  *  if an argument is null, `token` has fewer than two dots, its header does not decode to a JSON
- *  object with an "alg", or memory runs out; NOTE: the process ends at once, with exit status 255,
+ *  object with an "alg" or holds a raw zero byte, or memory runs out; NOTE: the process ends at once, with exit status 255,
  *  if it runs out for the record itself. */
 BMCOAUTH_API int get_jwt_header(const char* token, JWTHeader** header);
 
@@ -106,7 +106,7 @@ BMCOAUTH_API int get_jwt_header(const char* token, JWTHeader** header);
  *
  *  On success `*payload` is a new record that the caller releases with `free_jwt_payload`. Returns
  *  0 if an argument is null, `token` has fewer than two dots, its payload does not decode to a JSON
- *  object, an array inside "scope" holds an array or an object, or memory runs out; NOTE: the
+ *  object or holds a raw zero byte, an array inside "scope" holds an array or an object, or memory runs out; NOTE: the
  *  process ends at once, with exit status 255, if it runs out for the record, its scope entries or
  *  a time that was a number. */
 BMCOAUTH_API int get_jwt_payload(const char* token, JWTPayload** payload);

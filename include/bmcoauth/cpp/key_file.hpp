@@ -8,6 +8,7 @@
 #include <bmcoauth/signing.h>
 
 #include <fcntl.h>
+#include <cstdlib>
 #include <unistd.h>
 
 #include <cerrno>

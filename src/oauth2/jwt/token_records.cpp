@@ -215,7 +215,9 @@ std::optional<Json::Value> decodeObject(std::string_view part)
 {
     const std::optional<crypto::DecodedBytes> text = crypto::decodeBase64Url(part);
     std::optional<Json::Value> object{std::in_place};
-    if (!text || !parseJsonObject(text->text(), *object))
+    // A raw zero byte is not JSON, although jsoncpp takes it: a string would end there in a record.
+    if (!text || text->text().find('\0') != std::string_view::npos ||
+        !parseJsonObject(text->text(), *object))
     {
         return std::nullopt;
     }
