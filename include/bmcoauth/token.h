@@ -98,7 +98,8 @@ BMCOAUTH_API int get_jwt_header(const char* token, JWTHeader** header);
  *  array of strings; elements of other types are left out. "iat", "nbf" and "exp" are integers up
  *  to 4294967295, which become decimal texts, or strings, which are kept as they are. "xidp" is an
  *  object and becomes its compact JSON text. "scope" is a string, which is split at spaces into
- *  `scope`, or an object, which becomes `scopes`.
+ *  `scope`, or an object, whose compact JSON text becomes `scopes`; the field is null if that text
+ *  does not parse, because a comment with two slashes hides its end.
  *
  *  NOTE: every entry of `scopes` has a `count` of 1, and its value is the first element of the
  *  member's array, a number or Boolean as its text and null as the empty one; or a null pointer

@@ -268,7 +268,8 @@ PayloadPtr readPayload(std::string_view part)
     const Json::Value* scope = member(*claims, "scope");
     if (scope != nullptr && scope->isObject())
     {
-        giveScopes(*payload, scopesOf(*scope));
+        // Through its text, as "xidp": a comment or broken UTF-8 in it counts as it does there.
+        giveScopes(*payload, structuredScopes(jsonText(*scope)));
     }
     else if (scope != nullptr && scope->isString())
     {

@@ -768,6 +768,28 @@ TEST(GetJwtPayload, KeepsAnEmptyScopeObjectApartFromNone)
     EXPECT_EQ(payload->scopes_count, 0);
 }
 
+TEST(GetJwtPayload, ReadsAScopeObjectFromItsText)
+{
+    // What is not UTF-8 is written as U+FFFD.
+    const tokens::Payload broken =
+        payloadOfJson("{\"scope\":{\"n\xff\":[\"\xff\xc3\xa4\xc0\x80\"]}}");
+    ASSERT_NE(broken, nullptr);
+    ASSERT_EQ(broken->scopes_count, 1);
+    EXPECT_STREQ(broken->scopes[0].name, "n\xEF\xBF\xBD");
+    EXPECT_STREQ(broken->scopes[0].values[0], "\xEF\xBF\xBD\xC3\xA4\xEF\xBF\xBD");
+    // A comment is part of the text. One of two slashes hides all that follows it, so that nothing
+    // is left to read.
+    const tokens::Payload kept = payloadOfJson(R"({"scope":{/*c*/"a":["x"]}})");
+    ASSERT_NE(kept, nullptr);
+    ASSERT_EQ(kept->scopes_count, 1);
+    EXPECT_STREQ(kept->scopes[0].values[0], "x");
+    const tokens::Payload hidden = payloadOfJson("{\"scope\":{//c\n\"a\":[\"x\"]//d\n,\"b\":[]}}");
+    ASSERT_NE(hidden, nullptr);
+    EXPECT_EQ(hidden->scopes, nullptr);
+    EXPECT_EQ(hidden->scopes_count, 0);
+    EXPECT_EQ(hidden->scope, nullptr);
+}
+
 // Cut at its zero byte, the name would be that of the rights that validateJWT_Delegated writes.
 TEST(GetJwtPayload, PassesOverScopeNamesWithAZeroByte)
 {
