@@ -311,7 +311,7 @@ extern "C" int generateHandshakeResponseForChallenge(HandshakePayload* challenge
                                                      const unsigned char* der,
                                                      unsigned int derLength, int validate)
 {
-    if (response == nullptr)
+    if (response == nullptr || (validate != 0 && *response == nullptr))
     {
         return 0;
     }

@@ -377,6 +377,7 @@ TEST(ValidateHandshakeResponse, DrawsNoCounters)
     const FakeRandom random{std::string("\0\0\0\0\0\0\0\5\0\0\0\0\0\0\0\3", 16)};
     EXPECT_TRUE(accepts(R"({"T":"hotp1.0"})", R"({"C":"3","M":"5","R":"26969429"})"));
     EXPECT_FALSE(accepts(R"({"T":"hotp1.0"})", R"({"R":"26969429"})"));
+    EXPECT_FALSE(accepted(listOf(R"({"T":"hotp1.0"})").get(), rfcKeys, nullptr, nullptr));
     EXPECT_EQ(random.bytesAskedFor(), 0U);
 }
 
