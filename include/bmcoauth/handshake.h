@@ -62,7 +62,8 @@ BMCOAUTH_API int generateServerHandshakeChallenge(char** types, unsigned int mod
 
 /** generateClientHandshakeChallenge makes the client's challenge: the single parameter "T" with
  *  one one-time-password type of the null-ended list `types`, drawn at random, repeated `count`
- *  times. A count of 0 gives "T" without values.
+ *  times. NOTE: a count of 0 gives "T" without values, a challenge that create_register_request
+ *  does not copy: the request then has none.
  *
  *  On success stores a new list in `*challenge`, which the caller releases with
  *  `free_handshake_payload`, and returns 1. Returns 0 when `types` is null, holds fewer than two

@@ -83,8 +83,8 @@ BMCOAUTH_API RegisterRequest* parse_register_request(const char* text);
  *  parse_register_request reads, and "redirect_uris" and "scope".
  *
  *  Fields that are null and string arrays that are empty are left out. A parameter with one value
- *  is a string, except "T" in the challenge and "x5c" in a certificate, which are always arrays;
- *  the first parameter without a value ends its list. NOTE: "T" is meant as it stands here: a
+ *  is a string, except "T" in the challenge and "x5c" in a certificate, which are always arrays,
+ *  empty ones too; any other parameter without a value is left out. NOTE: "T" is meant as it stands here: a
  *  challenge "t" of one type, which parse_register_request takes, is written as a string, which it
  *  refuses. Returns null if `request` is null or memory runs out. */
 BMCOAUTH_API char* write_register_request(RegisterRequest* request);
@@ -114,7 +114,8 @@ BMCOAUTH_API void free_oidc_register_response(OidcRegisterResponse* response);
  *  record. `redirect_uris` and `scope` stay null: a caller that wants them written sets them.
  *
  *  Returns null if `client_name` or `software_id` is null or memory runs out for the record or for
- *  one of them. Of the lists, one that is null, empty or cannot be copied is null in the record. */
+ *  one of them. Of the lists, one that is null, empty or cannot be copied is null in the record.
+ *  NOTE: so is a challenge that holds a parameter without a value. */
 BMCOAUTH_API RegisterRequest* create_register_request(char** redirect_uri, const char* client_name,
                                                       const char* software_id, jwk** dfs,
                                                       HandshakePayload** software_id_cert,

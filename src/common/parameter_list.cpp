@@ -148,9 +148,12 @@ Json::Value objectOf(const HandshakePayload* list, const ListForm& form, std::si
             {
                 break;
             }
-            continue;
+            if (!isAlwaysArray(form, list->name))
+            {
+                continue;
+            }
         }
-        const bool single = list->values[1] == nullptr && !isAlwaysArray(form, list->name);
+        const bool single = !isAlwaysArray(form, list->name) && list->values[1] == nullptr;
         object[list->name] = single ? Json::Value{*list->values} : jsonArrayOf(list->values);
         ++count;
     }

@@ -50,8 +50,8 @@ private:
 /** What a walk over a list does at a parameter that has no value. */
 enum class NoValue
 {
-    skip,  /**< leaves it out and goes on */
-    stop,  /**< ends there */
+    skip, /**< writes an empty array where its values always are one, else leaves it out; goes on */
+    stop, /**< ends there */
     raise, /**< raises the logic error of raiseNullText */
 };
 

@@ -69,11 +69,10 @@ Json::Value arrayOfKeys(const jwk* const* list)
     return arrayOf(list, objectOfPairs<jwk>);
 }
 
-Json::Value arrayOfCertificates(const HandshakePayload* const* list)
+Json::Value arrayOfCertificates(const HandshakePayload* const* list, const ListForm& form)
 {
-    return arrayOf(list, [](const HandshakePayload* certificate) {
-        return objectOf(certificate, writtenCertificate);
-    });
+    return arrayOf(
+        list, [&](const HandshakePayload* certificate) { return objectOf(certificate, form); });
 }
 
 bool readKeys(const Json::Value& object, const char* name, keys::KeyList& list)

@@ -10,15 +10,19 @@
 namespace bmcoauth::registration
 {
 
-/** The parameters whose values readers expect as an array; the first one without a value ends the
- *  walk over any list of a registration document. */
-inline constexpr ListForm writtenChallenge{.alwaysArray = "T", .noValue = NoValue::stop};
-inline constexpr ListForm writtenResponse{.alwaysArray = "R", .noValue = NoValue::stop};
-inline constexpr ListForm writtenCertificate{.alwaysArray = "x5c", .noValue = NoValue::stop};
+/** The lists of a registration request. Readers expect the values of one parameter as an array. */
+inline constexpr ListForm requestChallenge{.alwaysArray = "T"};
+inline constexpr ListForm requestCertificate{.alwaysArray = "x5c"};
+
+/** The lists of a registration response: the first parameter without a value ends each of them. */
+inline constexpr ListForm responseChallenge{.alwaysArray = "T", .noValue = NoValue::stop};
+inline constexpr ListForm responseProofs{.alwaysArray = "R", .noValue = NoValue::stop};
+inline constexpr ListForm responseCertificate{.alwaysArray = "x5c", .noValue = NoValue::stop};
 
 /** An array with an object for each key of @p list, which is not null. */
 [[nodiscard]] Json::Value arrayOfKeys(const jwk* const* list);
-[[nodiscard]] Json::Value arrayOfCertificates(const HandshakePayload* const* list);
+[[nodiscard]] Json::Value arrayOfCertificates(const HandshakePayload* const* list,
+                                              const ListForm& form);
 
 /** Reads the member @p name of @p object as a list of keys. A member that is missing, no array or
  *  empty leaves @p list as it is. False when an element is no such key. Throws std::bad_alloc. */

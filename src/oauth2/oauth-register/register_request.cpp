@@ -118,11 +118,12 @@ HeapText writtenRequest(const RegisterRequest& request)
     }
     if (request.software_id_cert != nullptr)
     {
-        document["jwks"]["software_id_cert"] = arrayOfCertificates(request.software_id_cert);
+        document["jwks"]["software_id_cert"] =
+            arrayOfCertificates(request.software_id_cert, requestCertificate);
     }
     if (request.handshake_challenge != nullptr)
     {
-        document["handshake_challenge"] = objectOf(request.handshake_challenge, writtenChallenge);
+        document["handshake_challenge"] = objectOf(request.handshake_challenge, requestChallenge);
     }
     return heapJsonText(document);
 }

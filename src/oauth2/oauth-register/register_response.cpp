@@ -89,7 +89,7 @@ HeapText writtenDocument(const RegisterResponse& response)
 
     std::size_t challengeParameters = 0;
     document["handshake_challenge"] =
-        objectOf(response.handshake_challenge, writtenChallenge, &challengeParameters);
+        objectOf(response.handshake_challenge, responseChallenge, &challengeParameters);
     // The types alone challenge nobody.
     if (challengeParameters < 2)
     {
@@ -101,11 +101,12 @@ HeapText writtenDocument(const RegisterResponse& response)
         {
             return nullptr;
         }
-        document["handshake_response"] = objectOf(response.handshake_response, writtenResponse);
+        document["handshake_response"] = objectOf(response.handshake_response, responseProofs);
     }
     if (response.software_id_cert != nullptr)
     {
-        document["software_id_cert"] = arrayOfCertificates(response.software_id_cert);
+        document["software_id_cert"] =
+            arrayOfCertificates(response.software_id_cert, responseCertificate);
     }
     return heapJsonText(document);
 }

@@ -486,7 +486,7 @@ TEST(WriteRegisterRequest, WritesEitherListOfKeysAlone)
     std::array<HandshakePayload*, 2> software = {certificate, nullptr};
     request.software_id_cert = software.data();
     EXPECT_EQ(written(request),
-              R"({"jwks":{"software_id_cert":[{"X5C":"A","n":["A","B"],"x5c":["A"]}]}})");
+              R"({"jwks":{"software_id_cert":[{"X5C":"A","f":"g","n":["A","B"],"x5c":["A"]}]}})");
     dfs[0] = nullptr;
     software[0] = nullptr;
     request.dfs = dfs.data();
@@ -502,6 +502,9 @@ TEST(WriteRegisterRequest, WritesOnlyAnExactTAsAnArray)
               R"({"handshake_challenge":{"M":["1","2"],"T":["a"],"V":"x","t":"a"}})");
     static_cast<HandshakePayload*>(challenge)[1].values = nullptr;
     EXPECT_EQ(written(request), R"({"handshake_challenge":{"T":["a"]}})");
+    ParameterList valueless{{"T", {}}, {"V", {}}, {"X", {"x"}}};
+    request.handshake_challenge = valueless;
+    EXPECT_EQ(written(request), R"({"handshake_challenge":{"T":[],"X":"x"}})");
     ParameterList empty{};
     request.handshake_challenge = empty;
     EXPECT_EQ(written(request), R"({"handshake_challenge":{}})");
