@@ -105,7 +105,7 @@ bool judge(const std::string& token, const bmcoauth::TrustedKeys& keys)
     }
     // A trusted key signed it: its user may be told to come back with a new one. What is forged is
     // not even worth repeating.
-    if (verdict.isAuthentic() && verdict.judgement() == Judgement::expired)
+    if (verdict.hasTrustedSignature() && verdict.judgement() == Judgement::expired)
     {
         std::cout << "expired\n";
         return false;

@@ -10,9 +10,15 @@
  *   One that has been moved from is empty: what is asked of it is absent or refused.
  * - What goes in is std::string_view and std::span, borrowed for the call. The library wants texts
  *   that end with a zero byte, so each is copied and the copy wiped. A text that holds a zero byte
- *   would be cut there, and might then pass for another: it is refused (Error::zeroByte) and never
- *   cut. A default std::string_view is the empty text; what may be absent is a std::optional.
- * - A failure is an Expected without a value. The library does not tell why it refuses something,
+ *   would be cut there, and might then pass for another: it is refused (Error::zeroByte). A default
+ *   std::string_view is the empty text; what may be absent is a std::optional.
+ * - A token is refused if its header or payload holds a zero byte in a string or a name. Strings of
+ *   other documents that are read end at their first zero byte, as in C.
+ * - Views (std::string_view, std::span, TextRange, Claims) live as long as the object that they come
+ *   from. Taking one from a temporary does not compile, or clang warns of it; keep the object in a
+ *   variable, or copy the text: `const std::string copy{*call()}`. Objects of parameters, such as
+ *   TokenPlan and DelegationRules, borrow what is put into them, and take no temporary arrays.
+ * - A failure is an Expected without a value, which has the names of std::expected. The library does not tell why it refuses something,
  *   and neither does Error::refused.
  * - What a token says can be read from a VerifiedToken, and such an object comes out of a
  *   validation that succeeded, from nowhere else. See Verdict.
@@ -50,6 +56,7 @@
 #include <bmcoauth/cpp/key_file.hpp>
 #include <bmcoauth/cpp/key_records.hpp>
 #include <bmcoauth/cpp/keys.hpp>
+#include <bmcoauth/cpp/language.hpp>
 #include <bmcoauth/cpp/owners.hpp>
 #include <bmcoauth/cpp/parameters.hpp>
 #include <bmcoauth/cpp/privileges.hpp>

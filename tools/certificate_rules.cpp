@@ -110,7 +110,8 @@ std::vector<std::string> bodiesOf(const CertificateKey& certificate)
 
 Certificate readBody(const std::string& body)
 {
-    return certificatePem(body).and_then(readCertificate).value_or(nullptr);
+    const Expected<Text> pem = certificatePem(body);
+    return pem.and_then(readCertificate).value_or(nullptr);
 }
 
 Refusal nameRules(const CertificateKey& certificate, const std::optional<std::string>& name)

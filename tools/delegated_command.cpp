@@ -93,7 +93,7 @@ void judgeToken(const Options& options)
         token, keys, {.skewSeconds = options.skewSeconds, .roles = roles, .providers = providers});
 
     Json::Value report;
-    report["verified"] = verdict.isAuthentic();
+    report["verified"] = verdict.hasTrustedSignature();
     if (const VerifiedToken* valid = verdict.verified())
     {
         report["verdict"] = "valid";
@@ -109,7 +109,7 @@ void judgeToken(const Options& options)
     {
         throw Stop{Exit::expired, "the token is signed by a trusted key, but has expired"};
     }
-    throw Stop{Exit::invalid, verdict.isAuthentic()
+    throw Stop{Exit::invalid, verdict.hasTrustedSignature()
                                   ? "the token is signed by a trusted key, but not valid yet, or "
                                     "has no expiry"
                                   : "the token is not signed by a trusted key, or is malformed"};

@@ -157,13 +157,12 @@ Finding keyFinding(const std::string& path)
     {
         return bad(subject, path + ": " + messageOf(errno));
     }
-    const Expected<PrivateKey> key = PrivateKey::fromFile(path);
-    if (!key || !keyFileIsSound(path))
+    if (!keyFileIsSound(path))
     {
         return bad(subject, path + " holds no sound, unencrypted elliptic-curve private key in "
                                    "PEM form");
     }
-    if (!ecKeyOf(*key))
+    if (!PrivateKey::fromFile(path))
     {
         return bad(subject, path + " holds a key that is not on P-256");
     }

@@ -182,12 +182,12 @@ std::vector<std::string_view> viewsOf(const std::vector<std::string>& texts)
 
 std::string encodedBase64(std::string_view bytes)
 {
-    return std::string{orStop(base64(bytesOf(bytes)), outOfMemory).view()};
+    return std::string{orStop(base64(bytesOf(bytes)), outOfMemory)};
 }
 
 std::string encodedBase64Url(std::string_view bytes)
 {
-    return std::string{orStop(base64Url(bytesOf(bytes)), outOfMemory).view()};
+    return std::string{orStop(base64Url(bytesOf(bytes)), outOfMemory)};
 }
 
 std::optional<Json::Value> parsedObject(std::string_view text)
@@ -226,6 +226,11 @@ Json::Value readObject(const std::string& path)
 void print(std::string_view text)
 {
     std::cout << text << '\n';
+}
+
+void print(const Text& text)
+{
+    print(text.view());
 }
 
 std::string textOf(const Json::Value& tree)

@@ -101,6 +101,7 @@ std::vector<std::string_view> viewsOf(std::vector<std::string>&& texts) = delete
 
 /** Prints @p text and a line feed on standard output. */
 void print(std::string_view text);
+void print(const Text& text);
 
 /** The text form of @p tree. */
 [[nodiscard]] std::string textOf(const Json::Value& tree);

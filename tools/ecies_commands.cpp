@@ -38,7 +38,7 @@ void printText(std::string_view text, const char* name, bool json)
 
 void printIv(const IvOptions& options)
 {
-    printText(freshIv(), "iv", options.json);
+    printText(std::string{freshIv()}, "iv", options.json);
 }
 
 struct SealOptions
@@ -73,7 +73,7 @@ Expected<Envelope> sealed(const std::string& data, std::string_view iv, const Ce
 
 void seal(const SealOptions& options)
 {
-    const std::string iv{options.iv.empty() ? freshIv().view() : options.iv};
+    const std::string iv = options.iv.empty() ? std::string{freshIv()} : options.iv;
     // The library does not report digits that are none.
     if (iv.size() != 32 || iv.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
     {

@@ -200,7 +200,8 @@ Explanation explainEnvelope(const EnvelopeView& sealed, const CertificateKey& pe
     {
         return *refusal;
     }
-    const EcKey theirs = peer.pem().and_then(ecKeyOfCertificate).value_or(nullptr);
+    const Expected<Text> certificate = peer.pem();
+    const EcKey theirs = certificate.and_then(ecKeyOfCertificate).value_or(nullptr);
     if (const Refusal refusal = peerRules(theirs))
     {
         return *refusal;

@@ -161,8 +161,7 @@ void makeKeys(const KeysOptions& options)
                                     std::to_string(longestName) + " at most"};
     }
     print(orStop(generateSecrets(options.prefix, options.keys, options.tokens, options.length),
-                 "no keys could be made: the random device failed")
-              .view());
+                 "no keys could be made: the random device failed"));
 }
 
 // --------------------------------------------------------------------------------------- attach

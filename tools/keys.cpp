@@ -16,9 +16,7 @@ void requireKeyFile(const std::string& path)
 PrivateKey readPrivateKey(const std::string& path)
 {
     requireKeyFile(path);
-    Expected<PrivateKey> key = PrivateKey::fromFile(path);
-    // A file may hold a key on another curve, by which nothing is signed or opened.
-    return orStop(key && ecKeyOf(*key) ? std::move(key) : Error::refused,
+    return orStop(PrivateKey::fromFile(path),
                   path + " does not hold an unencrypted P-256 private key in PEM form",
                   Exit::invalid);
 }

@@ -157,7 +157,7 @@ SealedDocument::SealedDocument(const std::string& path)
 
 void printParameters(const ParameterList& list)
 {
-    print(orStop(list.write(), "the document could not be written").view());
+    print(orStop(list.write(), "the document could not be written"));
 }
 
 std::vector<std::string> copiesOf(TextRange range)

@@ -90,7 +90,7 @@ void writeRequest(const RequestOptions& options)
                                         .certificates = pointerTo(certificates),
                                         .challenge = pointerTo(challenge)}),
                failed);
-    print(orStop(request.write(), failed).view());
+    print(orStop(request.write(), failed));
 }
 
 // ------------------------------------------------------------------------------------- response
@@ -142,7 +142,7 @@ void answerRequest(const ResponseOptions& options)
     }
     const RegistrationResponse response =
         orStop(RegistrationResponse::answer(request, parts), failed);
-    print(orStop(response.write(), failed).view());
+    print(orStop(response.write(), failed));
 }
 
 // --------------------------------------------------------------------------------------- answer

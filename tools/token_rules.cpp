@@ -323,7 +323,7 @@ std::optional<KeyRefusal> keyRules(const std::string& token, const TokenHeader& 
     const Expected<KeyRecord> record = KeyRecord::parse(key.text);
     if (!record)
     {
-        return judge(token, key.text).isAuthentic()
+        return judge(token, key.text).hasTrustedSignature()
                    ? std::nullopt
                    : std::optional{wrongSignature(key, key.text, algorithm)};
     }
@@ -349,7 +349,7 @@ std::optional<KeyRefusal> keyRules(const std::string& token, const TokenHeader& 
     }
     // The decoded key alone, as a PEM key: no rule of selection stands before its verdict. What
     // stands before a PEM text is passed over, and keeps it from being taken for a JSON Web Key.
-    return judge(token, std::string{"PEM\n"}.append(*pem)).isAuthentic()
+    return judge(token, std::string{"PEM\n"}.append(*pem)).hasTrustedSignature()
                ? std::nullopt
                : std::optional{wrongSignature(key, *pem, algorithm)};
 }
@@ -487,6 +487,11 @@ Explanation explainDelegatedToken(const std::string& token, const std::vector<Tr
         return *refusal;
     }
     const Expected<UnverifiedToken> read = readUnverified(token);
+    if (!read && read.error() == Error::zeroByte)
+    {
+        return refused("zero byte", "a zero byte in a text of the header or payload",
+                       "texts without zero bytes");
+    }
     if (!read)
     {
         return refused("scope", kindOf(*claims, "scope"),

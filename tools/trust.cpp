@@ -80,7 +80,7 @@ Verdict judgeByAll(const std::string& token, const std::vector<TrustedKey>& keys
 {
     auto key = keys.begin();
     Verdict verdict = judge(token, key->text, rules);
-    while (!verdict.isAuthentic() && ++key != keys.end())
+    while (!verdict.hasTrustedSignature() && ++key != keys.end())
     {
         verdict = judge(token, key->text, rules);
     }

@@ -49,6 +49,20 @@ int main()
 #ifdef TOKEN_OF_A_VERDICT_THAT_IS_GONE // deleted
     static_cast<void>(validateToken("a.b.c", pair->privateKey).verified());
 #endif
+#ifdef CLAIMS_OF_A_TOKEN_THAT_IS_GONE // deleted
+    static_cast<void>(validateToken("a.b.c", pair->privateKey).takeVerified()->claims());
+#endif
+#ifdef VIEW_OF_A_TEXT_THAT_IS_GONE // deleted
+    const std::string_view token = *randomToken(16);
+    static_cast<void>(token);
+#endif
+#ifdef VIEW_OF_A_COPY_THAT_IS_GONE // deleted
+    static_cast<void>(Text::copy("text")->view());
+#endif
+#ifdef RULES_WITH_ROLES_THAT_ARE_GONE // Borrowed<
+    const DelegationRules rules{.roles = {{Role{"admin", Privilege::login}}}};
+    static_cast<void>(rules);
+#endif
 #ifdef IGNORED_RESULT // nodiscard
     validateToken("a.b.c", pair->privateKey);
 #endif

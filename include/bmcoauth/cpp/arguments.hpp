@@ -10,15 +10,18 @@
 
 #include <array>
 #include <charconv>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <optional>
+#include <ranges>
 #include <span>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 namespace bmcoauth
 {
@@ -29,6 +32,31 @@ inline namespace v1
 using TextSpan = std::span<const std::string_view>;
 /** Bytes that are borrowed for a call. */
 using ByteSpan = std::span<const unsigned char>;
+
+namespace detail
+{
+
+/** What a view may look into after the statement that makes the view. */
+template <typename Range, typename T>
+concept Lasting = std::ranges::contiguous_range<Range> && std::ranges::borrowed_range<Range> &&
+    std::constructible_from<std::span<const T>, Range>;
+
+} // namespace detail
+
+/** Borrowed is a span in an object that may outlive the statement that makes it. It is made from
+ *  arrays and containers that have a name, and from other views, but not from temporaries. */
+template <typename T>
+class Borrowed : public std::span<const T>
+{
+public:
+    Borrowed() noexcept = default;
+    /** Looks into `range`. */
+    template <detail::Lasting<T> Range>
+    Borrowed(Range&& range BMCOAUTH_LIFETIMEBOUND) noexcept
+        : std::span<const T>{std::forward<Range>(range)}
+    {
+    }
+};
 
 /** What these headers are made with; a caller has no use for it. */
 namespace detail

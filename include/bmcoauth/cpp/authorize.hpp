@@ -46,7 +46,7 @@ struct TokenRequestParts
     /** The member "refresh_token". */
     std::optional<std::string_view> refreshToken = {};
     /** The member "kest_policy_auth". */
-    std::span<const Policy> policy = {};
+    Borrowed<Policy> policy = {};
     /** The handshake response; null for none. */
     const ParameterList* handshake = nullptr;
 };
@@ -103,22 +103,24 @@ public:
     }
 
     /** The member "client_id", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> clientId() const noexcept
+    [[nodiscard]] std::optional<std::string_view> clientId() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&AuthorizeRequest::client_id);
     }
     /** The member "client_secret", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> clientSecret() const noexcept
+    [[nodiscard]] std::optional<std::string_view>
+    clientSecret() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&AuthorizeRequest::client_secret);
     }
     /** The member "state", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> state() const noexcept
+    [[nodiscard]] std::optional<std::string_view> state() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&AuthorizeRequest::state);
     }
     /** The member "refresh_token", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> refreshToken() const noexcept
+    [[nodiscard]] std::optional<std::string_view>
+    refreshToken() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&AuthorizeRequest::refresh_token);
     }
@@ -190,32 +192,34 @@ public:
     }
 
     /** The member "access_token", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> accessToken() const noexcept
+    [[nodiscard]] std::optional<std::string_view>
+    accessToken() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&AuthorizeResponse::access_token);
     }
     /** The member "state", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> state() const noexcept
+    [[nodiscard]] std::optional<std::string_view> state() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&AuthorizeResponse::state);
     }
     /** The member "refresh_token", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> refreshToken() const noexcept
+    [[nodiscard]] std::optional<std::string_view>
+    refreshToken() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&AuthorizeResponse::refresh_token);
     }
     /** The member "expires_in", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> expiresIn() const noexcept
+    [[nodiscard]] std::optional<std::string_view> expiresIn() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&AuthorizeResponse::expires_in);
     }
     /** The member "token_type", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> tokenType() const noexcept
+    [[nodiscard]] std::optional<std::string_view> tokenType() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&AuthorizeResponse::token_type);
     }
     /** The record's issued_at, which is not written, if it is there. */
-    [[nodiscard]] std::optional<std::string_view> issuedAt() const noexcept
+    [[nodiscard]] std::optional<std::string_view> issuedAt() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&AuthorizeResponse::issued_at);
     }
@@ -235,7 +239,7 @@ struct TokenGrant
     /** The member "token_type" of the response. */
     std::string_view tokenType = "bearer";
     /** The claim "scope". */
-    std::span<const ScopeEntry> scopes = {};
+    Borrowed<ScopeEntry> scopes = {};
     /** What the subject may do: the scope entry "USER_PRIV", which userPrivileges reads. `scopes`
      *  must not have one of its own then (Error::refused). */
     std::optional<Privileges> privileges = {};

@@ -112,7 +112,7 @@ public:
     }
 
     /** The list itself, with "kty", "x5c" and what else there is. */
-    [[nodiscard]] const ParameterList& parameters() const noexcept
+    [[nodiscard]] const ParameterList& parameters() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return list;
     }

@@ -41,10 +41,11 @@ public:
     }
 
     /** The document, as long as it is not changed. */
-    [[nodiscard]] std::string_view view() const noexcept
+    [[nodiscard]] std::string_view view() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return text.view();
     }
+    std::string_view view() const&& = delete;
 
     /** The string `key`, cut at the first zero byte that it holds. */
     [[nodiscard]] Expected<Text> string(std::string_view key) const

@@ -52,7 +52,7 @@ struct EnvelopeView
     {
     }
     /** Looks at `envelope`. */
-    EnvelopeView(const Envelope& envelope) noexcept
+    EnvelopeView(const Envelope& envelope BMCOAUTH_LIFETIMEBOUND) noexcept
         : ciphertext{envelope.ciphertext}, mac{envelope.mac}, iv{envelope.iv}
     {
     }
@@ -133,7 +133,7 @@ public:
 
     /** What `seal` was given. NOTE: the C function adds no line feed to data that ends with one, and
      *  the receiver cannot tell: of such data this is all but the line feed at its end. */
-    [[nodiscard]] std::string_view data() const& noexcept
+    [[nodiscard]] std::string_view data() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         const std::string_view sealed = whole();
         return sealed.substr(0, sealed.size() < tail ? 0 : sealed.size() - tail);
@@ -141,7 +141,7 @@ public:
     [[nodiscard]] std::string_view data() const&& = delete;
 
     /** All of it: the data, a line feed and 16 random characters. */
-    [[nodiscard]] std::string_view whole() const& noexcept
+    [[nodiscard]] std::string_view whole() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return plaintext.view();
     }

@@ -3,6 +3,8 @@
 
 /* What a call that can fail gives. */
 
+#include <bmcoauth/cpp/language.hpp>
+
 #include <cstdlib>
 #include <functional>
 #include <optional>
@@ -155,12 +157,12 @@ public:
     }
 
     /** The value. Ends the program if there is none. */
-    [[nodiscard]] T& value() & noexcept
+    [[nodiscard]] T& value() & noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return *there(std::get_if<0>(&content));
     }
     /** Const overload. */
-    [[nodiscard]] const T& value() const& noexcept
+    [[nodiscard]] const T& value() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return *there(std::get_if<0>(&content));
     }
@@ -170,12 +172,12 @@ public:
         return std::move(*there(std::get_if<0>(&content)));
     }
     /** The same as `value`. */
-    [[nodiscard]] T& operator*() & noexcept
+    [[nodiscard]] T& operator*() & noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return value();
     }
     /** The same as `value`. */
-    [[nodiscard]] const T& operator*() const& noexcept
+    [[nodiscard]] const T& operator*() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return value();
     }
@@ -184,16 +186,18 @@ public:
     {
         return std::move(*this).value();
     }
-    /** The address of the value. */
-    [[nodiscard]] T* operator->() noexcept
+    /** The address of the value. An rvalue has none: `(*call()).size()`. */
+    [[nodiscard]] T* operator->() & noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return &value();
     }
-    /** The address of the value. */
-    [[nodiscard]] const T* operator->() const noexcept
+    /** Const overload. */
+    [[nodiscard]] const T* operator->() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return &value();
     }
+    const T* operator->() && = delete;
+    const T* operator->() const&& = delete;
 
     /** The error. Ends the program if there is a value. */
     [[nodiscard]] E error() const noexcept

@@ -31,7 +31,7 @@ struct ScopeEntry
     /** The member's name. */
     std::string_view name = {};
     /** Its texts. */
-    TextSpan values = {};
+    Borrowed<std::string_view> values = {};
 };
 
 /** What a token is issued with. Times are in seconds since the epoch; those that are absent are the
@@ -44,14 +44,14 @@ struct TokenPlan
     std::string_view id = {};
     /** The claim "iss". */
     std::string_view issuer = {};
-    /** The claim "exp". */
+    /** The claim "exp". Must be set: issueToken refuses 0 (Error::missing). */
     std::uint64_t expiresAt = 0;
     /** The claim "iat". */
     std::optional<std::uint64_t> issuedAt = {};
     /** The claim "nbf". */
     std::optional<std::uint64_t> notBefore = {};
     /** The claim "scope". */
-    std::span<const ScopeEntry> scopes = {};
+    Borrowed<ScopeEntry> scopes = {};
     /** What the subject may do: the scope entry "USER_PRIV", which userPrivileges reads. `scopes`
      *  must not have one of its own then (Error::refused). */
     std::optional<Privileges> privileges = {};
@@ -106,9 +106,9 @@ struct ScopeEntries
 /** Issues a token: generateJWT. */
 [[nodiscard]] inline Expected<Text> issueToken(const TokenPlan& plan, const PrivateKey& key)
 {
-    if (key.der().empty())
+    // A null key stands for one that nobody keeps.
+    if (key.der().empty() || plan.expiresAt == 0)
     {
-        // A null key stands for one that nobody keeps.
         return Error::missing;
     }
     detail::Arguments in;

@@ -64,7 +64,8 @@ public:
     }
 
     /** The text of the first member of this name; it lives as long as the record. */
-    [[nodiscard]] std::optional<std::string_view> member(std::string_view name) const noexcept
+    [[nodiscard]] std::optional<std::string_view>
+    member(std::string_view name) const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         detail::Arguments in;
         const char* const nameText = in.text(name);
@@ -84,7 +85,7 @@ public:
     }
 
     /** The first pair, for functions of <bmcoauth.h>; null if there is none. It stays here. */
-    [[nodiscard]] jwk* get() const noexcept
+    [[nodiscard]] jwk* get() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return owned.get();
     }

@@ -48,8 +48,8 @@ struct EcKeyReleaser
 using EcKey = std::unique_ptr<EC_KEY, EcKeyReleaser>;
 
 /** PrivateKey owns the key with which a service or a device signs and opens envelopes: P-256, an
- *  ECPrivateKey structure (RFC 5915). It is wiped when it is released. The library looks at it when
- *  it is used, and refuses it then if it is of no use. */
+ *  ECPrivateKey structure (RFC 5915). It is wiped when it is released. A key that cannot sign, as on another
+ *  curve, is refused. */
 class PrivateKey
 {
 public:
@@ -64,11 +64,10 @@ public:
         {
             return Error::tooLong;
         }
-        return Bytes::copy(der).and_then(
-            [](Bytes copied) -> Expected<PrivateKey> { return PrivateKey{std::move(copied)}; });
+        return Bytes::copy(der).and_then(signing);
     }
 
-    /** Reads the PEM file `path`, which holds a private key on any curve, not encrypted. */
+    /** Reads the PEM file `path`, which holds a private key, not encrypted. */
     [[nodiscard]] static Expected<PrivateKey> fromFile(std::string_view path)
     {
         detail::Arguments in;
@@ -93,7 +92,7 @@ public:
         {
             return Error::refused;
         }
-        return PrivateKey{std::move(der)};
+        return signing(std::move(der));
     }
 
     /** Reads the key file `path`. If, and only if, no file is there, makes one first, of mode 0600.
@@ -128,16 +127,28 @@ public:
     }
 
     /** Empty only after it has been moved from. */
-    [[nodiscard]] ByteSpan der() const noexcept
+    [[nodiscard]] ByteSpan der() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return bytes.span();
     }
+    ByteSpan der() const&& = delete;
 
 private:
     friend struct KeyPair;
 
     explicit PrivateKey(Bytes der) noexcept : bytes{std::move(der)}
     {
+    }
+
+    /** The key of these DER bytes, if it can sign. */
+    [[nodiscard]] static Expected<PrivateKey> signing(Bytes der)
+    {
+        const Text signature{::signToken("", der.data(), static_cast<int>(der.span().size()))};
+        if (signature.view().empty())
+        {
+            return Error::refused;
+        }
+        return PrivateKey{std::move(der)};
     }
 
     Bytes bytes;

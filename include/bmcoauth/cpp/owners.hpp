@@ -60,7 +60,7 @@ public:
     }
 
     /** The record, for functions of <bmcoauth.h>; null if there is none. It stays here. */
-    [[nodiscard]] Record* get() const noexcept
+    [[nodiscard]] Record* get() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return owned.get();
     }
@@ -88,7 +88,8 @@ public:
 
 protected:
     /** One of the record's texts, if it is there. */
-    [[nodiscard]] std::optional<std::string_view> field(char* Struct::*member) const noexcept
+    [[nodiscard]] std::optional<std::string_view>
+    field(char* Struct::*member) const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         if (this->get() == nullptr || this->get()->*member == nullptr)
         {
@@ -98,7 +99,7 @@ protected:
     }
     /** One of the record's other pointers, or null. */
     template <typename T>
-    [[nodiscard]] T* pointer(T* Struct::*member) const noexcept
+    [[nodiscard]] T* pointer(T* Struct::*member) const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return this->get() == nullptr ? nullptr : this->get()->*member;
     }

@@ -25,7 +25,7 @@ struct Parameter
     /** The parameter's name. */
     std::string_view name = {};
     /** Its values. */
-    TextSpan values = {};
+    Borrowed<std::string_view> values = {};
 };
 
 /** ParameterList owns a HandshakePayload: every handshake message is one. */

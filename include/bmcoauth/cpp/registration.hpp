@@ -28,13 +28,13 @@ inline namespace v1
 struct RegistrationRequestParts
 {
     /** The member "redirect_uri". */
-    TextSpan redirectUri = {};
+    Borrowed<std::string_view> redirectUri = {};
     /** The member "client_name". */
     std::string_view clientName = {};
     /** The member "software_id". */
     std::string_view softwareId = {};
     /** The member "handshake_types": which proofs the client knows. */
-    TextSpan handshakeTypes = {};
+    Borrowed<std::string_view> handshakeTypes = {};
     /** The member "dfs" of "jwks": the client's keys. */
     const KeyList* keys = nullptr;
     /** The member "software_id_cert" of "jwks": the client's certificate keys. */
@@ -42,7 +42,7 @@ struct RegistrationRequestParts
     /** The member "handshake_challenge"; null for none. */
     const ParameterList* challenge = nullptr;
     /** Written, never read. */
-    TextSpan redirectUris = {};
+    Borrowed<std::string_view> redirectUris = {};
     /** The member "scope". */
     std::optional<std::string_view> scope = {};
 };
@@ -129,23 +129,23 @@ public:
     }
 
     /** The member "client_name", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> clientName() const noexcept
+    [[nodiscard]] std::optional<std::string_view> clientName() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&RegisterRequest::client_name);
     }
     /** The member "software_id", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> softwareId() const noexcept
+    [[nodiscard]] std::optional<std::string_view> softwareId() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&RegisterRequest::software_id);
     }
     /** The texts of the member "redirect_uri". */
-    [[nodiscard]] TextRange redirectUri() const& noexcept
+    [[nodiscard]] TextRange redirectUri() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return TextRange{pointer(&RegisterRequest::redirect_uri)};
     }
     [[nodiscard]] TextRange redirectUri() const&& = delete;
     /** The texts of the member "handshake_types". */
-    [[nodiscard]] TextRange handshakeTypes() const& noexcept
+    [[nodiscard]] TextRange handshakeTypes() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return TextRange{pointer(&RegisterRequest::handshake_types)};
     }
@@ -164,11 +164,11 @@ struct RegistrationResponseParts
     /** In seconds; 0 for no end. */
     std::uint32_t secretLifetimeSeconds = 0;
     /** The member "grant_types". */
-    TextSpan grantTypes = {};
+    Borrowed<std::string_view> grantTypes = {};
     /** The member "kest_policy_auth_types". */
-    TextSpan policiesOffered = {};
+    Borrowed<std::string_view> policiesOffered = {};
     /** The member "kest_policy_auth_req". */
-    TextSpan policiesRequired = {};
+    Borrowed<std::string_view> policiesRequired = {};
     /** The member "handshake_challenge"; null for none. */
     const ParameterList* challenge = nullptr;
     /** The member "handshake_response"; null for none. */
@@ -249,22 +249,24 @@ public:
     }
 
     /** The member "client_id", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> clientId() const noexcept
+    [[nodiscard]] std::optional<std::string_view> clientId() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&RegisterResponse::client_id);
     }
     /** The member "client_secret", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> clientSecret() const noexcept
+    [[nodiscard]] std::optional<std::string_view>
+    clientSecret() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&RegisterResponse::client_secret);
     }
     /** The member "client_secret_expires_in", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> secretLifetimeSeconds() const noexcept
+    [[nodiscard]] std::optional<std::string_view>
+    secretLifetimeSeconds() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&RegisterResponse::client_secret_expires_in);
     }
     /** The record's issued_at, which is not written, if it is there. */
-    [[nodiscard]] std::optional<std::string_view> issuedAt() const noexcept
+    [[nodiscard]] std::optional<std::string_view> issuedAt() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&RegisterResponse::issued_at);
     }
@@ -283,32 +285,35 @@ public:
     }
 
     /** The member "client_id", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> clientId() const noexcept
+    [[nodiscard]] std::optional<std::string_view> clientId() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&OidcRegisterResponse::client_id);
     }
     /** The member "client_secret", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> clientSecret() const noexcept
+    [[nodiscard]] std::optional<std::string_view>
+    clientSecret() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&OidcRegisterResponse::client_secret);
     }
     /** The member "registration_access_token", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> accessToken() const noexcept
+    [[nodiscard]] std::optional<std::string_view>
+    accessToken() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&OidcRegisterResponse::registration_access_token);
     }
     /** The member "registration_client_uri", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> clientUri() const noexcept
+    [[nodiscard]] std::optional<std::string_view> clientUri() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&OidcRegisterResponse::registration_client_uri);
     }
     /** The member "client_id_issued_at", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> issuedAt() const noexcept
+    [[nodiscard]] std::optional<std::string_view> issuedAt() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&OidcRegisterResponse::client_id_issued_at);
     }
     /** The member "client_secret_expires_at", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> secretExpiresAt() const noexcept
+    [[nodiscard]] std::optional<std::string_view>
+    secretExpiresAt() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&OidcRegisterResponse::client_secret_expires_at);
     }

@@ -56,22 +56,26 @@ public:
         return Text{made};
     }
 
-    /** The text, as long as this object lives. */
-    [[nodiscard]] std::string_view view() const noexcept
+    /** The text, as long as this object lives, which a temporary does not: keep the object. */
+    [[nodiscard]] std::string_view view() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return owned ? std::string_view{owned.get(), owned.get_deleter().size} : std::string_view{};
     }
+    std::string_view view() const&& = delete;
     /** The same as `view`. */
-    operator std::string_view() const noexcept
+    operator std::string_view() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return view();
     }
+    operator std::string_view() const&& = delete;
     /** With a zero byte behind it, and never null. */
-    // NOLINTNEXTLINE(readability-identifier-naming): what all texts call it.
-    [[nodiscard]] const char* c_str() const noexcept
+    // NOLINTBEGIN(readability-identifier-naming): what all texts call it.
+    [[nodiscard]] const char* c_str() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return owned ? owned.get() : "";
     }
+    const char* c_str() const&& = delete;
+    // NOLINTEND(readability-identifier-naming)
     /** Gives the text away: the caller releases it with `free`. */
     [[nodiscard]] char* release() noexcept
     {
@@ -109,26 +113,29 @@ public:
     }
 
     /** The bytes, as long as this object lives. */
-    [[nodiscard]] ByteSpan span() const noexcept
+    [[nodiscard]] ByteSpan span() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return owned ? ByteSpan{owned.get(), owned.get_deleter().size} : ByteSpan{};
     }
+    ByteSpan span() const&& = delete;
     /** The same as `span`. */
-    operator ByteSpan() const noexcept
+    operator ByteSpan() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return span();
     }
+    operator ByteSpan() const&& = delete;
     /** The first byte; null if there are none. */
-    [[nodiscard]] unsigned char* data() noexcept
+    [[nodiscard]] unsigned char* data() & noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return owned.get();
     }
     /** The bytes as a text, which may hold any. */
-    [[nodiscard]] std::string_view view() const noexcept
+    [[nodiscard]] std::string_view view() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         const void* const data = owned.get();
         return {static_cast<const char*>(data), span().size()};
     }
+    std::string_view view() const&& = delete;
 
 private:
     std::unique_ptr<unsigned char, detail::Wiper> owned;
@@ -243,13 +250,13 @@ public:
     using Owned::Owned;
 
     /** The texts, as long as this object lives. */
-    [[nodiscard]] TextRange range() const& noexcept
+    [[nodiscard]] TextRange range() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return TextRange{get()};
     }
     [[nodiscard]] TextRange range() const&& = delete;
     /** The first text. */
-    [[nodiscard]] TextRange::Iterator begin() const noexcept
+    [[nodiscard]] TextRange::Iterator begin() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return TextRange::Iterator{get()};
     }

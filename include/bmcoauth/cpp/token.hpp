@@ -26,17 +26,17 @@ public:
     using Record::Record;
 
     /** The member "typ", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> type() const noexcept
+    [[nodiscard]] std::optional<std::string_view> type() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&JWTHeader::typ);
     }
     /** The member "alg", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> algorithm() const noexcept
+    [[nodiscard]] std::optional<std::string_view> algorithm() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&JWTHeader::alg);
     }
     /** The member "kid", if it is there. */
-    [[nodiscard]] std::optional<std::string_view> keyId() const noexcept
+    [[nodiscard]] std::optional<std::string_view> keyId() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return field(&JWTHeader::kid);
     }
@@ -47,6 +47,9 @@ namespace detail
 
 /** Owns the record of a token's payload. */
 using PayloadRecord = Owned<JWTPayload, free_jwt_payload>;
+
+/** What a token says that has been moved from. */
+inline constexpr JWTPayload noClaims{};
 
 /** ClaimsView looks at the payload of a token: what its claims are, not whether they are true. */
 class ClaimsView
@@ -131,8 +134,9 @@ public:
     }
 
 protected:
-    /** Looks at `record`. */
-    explicit ClaimsView(const JWTPayload& record) noexcept : payload{&record}
+    /** Looks at `record`, which has no claims if it is null. */
+    explicit ClaimsView(const JWTPayload* record) noexcept
+        : payload{record == nullptr ? &noClaims : record}
     {
     }
 
@@ -163,21 +167,21 @@ class VerifiedToken
 {
 public:
     /** What the token says. */
-    [[nodiscard]] Claims claims() const& noexcept
+    [[nodiscard]] Claims claims() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
-        return Claims{*payload.get()};
+        return Claims{payload.get()};
     }
     [[nodiscard]] Claims claims() const&& = delete;
 
     /** Its header. */
-    [[nodiscard]] const TokenHeader& header() const& noexcept
+    [[nodiscard]] const TokenHeader& header() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return head;
     }
     [[nodiscard]] const TokenHeader& header() const&& = delete;
 
     /** The payload, for the functions of <bmcoauth/privileges.h>. It stays here. */
-    [[nodiscard]] JWTPayload* payloadRecord() const noexcept
+    [[nodiscard]] JWTPayload* payloadRecord() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return payload.get();
     }
@@ -200,14 +204,15 @@ class UnverifiedToken
 {
 public:
     /** Absent where the payload could not be read, or was not looked at. */
-    [[nodiscard]] std::optional<UnverifiedClaims> unverifiedClaims() const& noexcept
+    [[nodiscard]] std::optional<UnverifiedClaims>
+    unverifiedClaims() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
-        return payload ? std::optional{UnverifiedClaims{*payload.get()}} : std::nullopt;
+        return payload ? std::optional{UnverifiedClaims{payload.get()}} : std::nullopt;
     }
     [[nodiscard]] std::optional<UnverifiedClaims> unverifiedClaims() const&& = delete;
 
     /** Its texts are absent where the header could not be read. */
-    [[nodiscard]] const TokenHeader& unverifiedHeader() const& noexcept
+    [[nodiscard]] const TokenHeader& unverifiedHeader() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return head;
     }

@@ -4,6 +4,7 @@
 /* Judging tokens, over <bmcoauth/jwt.h>. */
 
 #include <bmcoauth/cpp/arguments.hpp>
+#include <bmcoauth/cpp/encoding.hpp>
 #include <bmcoauth/cpp/expected.hpp>
 #include <bmcoauth/cpp/keys.hpp>
 #include <bmcoauth/cpp/privileges.hpp>
@@ -14,7 +15,7 @@
 #include <bmcoauth/support.h>
 #include <bmcoauth/token.h>
 
-#include <optional>
+#include <cstddef>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -28,11 +29,62 @@ inline namespace v1
 /** What a validation has found. */
 enum class Judgement
 {
-    invalid = 0, /**< forged, malformed, not valid yet */
+    invalid = 0, /**< forged, malformed, not valid yet, or with a zero byte in a text */
     valid = 1,
     expired = 2,
     failed = 3, /**< there was no memory, or the clock could not be read: nothing is known */
 };
+
+namespace detail
+{
+
+/** Whether a string or a name in the JSON text `text` holds a zero byte, raw or escaped. */
+[[nodiscard]] inline bool holdsZeroByte(std::string_view text) noexcept
+{
+    bool found = text.find('\0') != std::string_view::npos;
+    std::size_t escape = text.find('\\');
+    while (!found && escape != std::string_view::npos)
+    {
+        found = text.substr(escape + 1, 5) == "u0000";
+        // Passes over what is escaped: it may be a backslash, after which "u0000" is plain text.
+        escape = text.find('\\', escape + 2);
+    }
+    return found;
+}
+
+/** Fails with Error::zeroByte if `part` of a token, which the library has read into a record, holds
+ *  a text with a zero byte: the record has cut it there. */
+[[nodiscard]] inline Expected<void> requireUncut(std::string_view part)
+{
+    const Expected<Bytes> json = decodeBase64Url(part);
+    if (!json)
+    {
+        // The library has decoded it before.
+        return Error::noMemory;
+    }
+    if (holdsZeroByte(json->view()))
+    {
+        return Error::zeroByte;
+    }
+    return {};
+}
+
+/** The same for the parts of `token` from which there is a record. */
+[[nodiscard]] inline Expected<void> requireUncut(std::string_view token, const JWTHeader* header,
+                                                 const JWTPayload* payload)
+{
+    const std::size_t first = token.find('.');
+    const std::size_t second = token.find('.', first + 1);
+    Expected<void> uncut =
+        header == nullptr ? Expected<void>{} : requireUncut(token.substr(0, first));
+    if (uncut && payload != nullptr)
+    {
+        uncut = requireUncut(token.substr(first + 1, second - first - 1));
+    }
+    return uncut;
+}
+
+} // namespace detail
 
 /** Who vouches for tokens that others issue: the keys by which those are verified. */
 class TrustedKeys
@@ -58,7 +110,7 @@ public:
     }
 
     /** The keys, as long as this object lives. */
-    [[nodiscard]] TextRange range() const& noexcept
+    [[nodiscard]] TextRange range() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return copies.range();
     }
@@ -78,9 +130,9 @@ struct DelegationRules
     /** How far clocks may differ, for both ends of the period of validity. */
     unsigned int skewSeconds = 0;
     /** What the names in "ravok_roles" grant. */
-    std::span<const Role> roles = {};
+    Borrowed<Role> roles = {};
     /** The identity providers whose codes in "xidp" count, besides "*". */
-    TextSpan providers = {};
+    Borrowed<std::string_view> providers = {};
 };
 
 /** Verdict is what a validation has found, and keeps the token apart by it: `verified` gives a
@@ -96,35 +148,60 @@ struct DelegationRules
 class [[nodiscard]] Verdict
 {
 public:
+    Verdict(const Verdict&) = delete;
+    /** Leaves `other` as a failed one without a token. */
+    Verdict(Verdict&& other) noexcept : Verdict{Error::noMemory}
+    {
+        *this = std::move(other);
+    }
+    Verdict& operator=(const Verdict&) = delete;
+    /** Leaves `other` as a failed one without a token. */
+    Verdict& operator=(Verdict&& other) noexcept
+    {
+        found = std::exchange(other.found, Judgement::failed);
+        trusted = std::exchange(other.trusted, false);
+        token = std::exchange(other.token,
+                              tokenOf(other.found, TokenHeader{}, detail::PayloadRecord{}));
+        return *this;
+    }
+    ~Verdict() = default;
+
     /** What has been found. */
     [[nodiscard]] Judgement judgement() const noexcept
     {
         return found;
     }
 
-    /** Whether a trusted key signed the token: it tells an expired one from a forged one. Known of
-     *  delegated tokens; of others just when they are valid. */
-    [[nodiscard]] bool isAuthentic() const noexcept
+    /** Whether a trusted key signed the token, which may have expired all the same: this tells an
+     *  expired token from a forged one. Known for delegated tokens; for others only if they are
+     *  valid. */
+    [[nodiscard]] bool hasTrustedSignature() const noexcept
     {
-        return authentic;
+        return trusted;
     }
 
     /** Null unless the token is valid. */
-    [[nodiscard]] const VerifiedToken* verified() const& noexcept
+    [[nodiscard]] const VerifiedToken* verified() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return std::get_if<VerifiedToken>(&token);
     }
     [[nodiscard]] const VerifiedToken* verified() const&& = delete;
 
-    /** The valid token itself, which outlives the verdict; absent if it is not valid. */
-    [[nodiscard]] std::optional<VerifiedToken> takeVerified() && noexcept
+    /** Moves the valid token out; Error::refused if the token is not valid. The verdict is left as
+     *  one that has been moved from. */
+    [[nodiscard]] Expected<VerifiedToken> takeVerified() && noexcept
     {
-        VerifiedToken* const valid = std::get_if<VerifiedToken>(&token);
-        return valid == nullptr ? std::nullopt : std::optional{std::move(*valid)};
+        Verdict moved{std::move(*this)};
+        VerifiedToken* const valid = std::get_if<VerifiedToken>(&moved.token);
+        if (valid == nullptr)
+        {
+            return Error::refused;
+        }
+        return std::move(*valid);
     }
 
     /** Null if the token is valid. */
-    [[nodiscard]] const UnverifiedToken* refused() const& noexcept
+    [[nodiscard]] const UnverifiedToken* refused() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return std::get_if<UnverifiedToken>(&token);
     }
@@ -138,9 +215,9 @@ private:
     using Token = std::variant<UnverifiedToken, VerifiedToken>;
 
     /** The library's result, and its records, which are taken over. */
-    Verdict(int result, bool isAuthenticToken, JWTHeader* header, JWTPayload* payload) noexcept
+    Verdict(int result, bool hasTrustedKey, JWTHeader* header, JWTPayload* payload) noexcept
         : found{judgementOf(result, header, payload)},
-          authentic{isAuthenticToken},
+          trusted{hasTrustedKey},
           token{tokenOf(found, TokenHeader{header}, detail::PayloadRecord{payload})}
     {
     }
@@ -150,6 +227,18 @@ private:
         : Verdict{error == Error::noMemory ? static_cast<int>(Judgement::failed) : 0, false,
                   nullptr, nullptr}
     {
+    }
+
+    /** The verdict on `text`, of which the library has made the rest. */
+    [[nodiscard]] static Verdict on(std::string_view text, int result, bool hasTrustedKey,
+                                    JWTHeader* header, JWTPayload* payload)
+    {
+        Verdict verdict{result, hasTrustedKey, header, payload};
+        if (const Expected<void> uncut = detail::requireUncut(text, header, payload); !uncut)
+        {
+            return Verdict{uncut.error()};
+        }
+        return verdict;
     }
 
     [[nodiscard]] static Judgement judgementOf(int result, const JWTHeader* header,
@@ -180,12 +269,12 @@ private:
     }
 
     Judgement found;
-    bool authentic;
+    bool trusted;
     Token token;
 };
 
-/** Judges a token that was issued with this key: validateJWT. A token that holds a zero byte is
- *  invalid. */
+/** Judges a token that was issued with this key: validateJWT. Unlike there, a token is invalid if it
+ *  holds a zero byte, or if its header or payload holds one in a string or a name, at any depth. */
 [[nodiscard]] inline Verdict validateToken(std::string_view token, const PrivateKey& key)
 {
     detail::Arguments in;
@@ -198,11 +287,11 @@ private:
     JWTPayload* payload = nullptr;
     const int result = ::validateJWT(tokenText, key.der().data(),
                                      static_cast<int>(key.der().size()), &header, &payload);
-    return {result, result == 1, header, payload};
+    return Verdict::on(token, result, result == 1, header, payload);
 }
 
-/** Judges a token that another party issued: validateJWT_Delegated. A token that holds a zero byte
- *  is invalid. */
+/** Judges a token that another party issued: validateJWT_Delegated. Unlike there, zero bytes make a
+ *  token invalid, as in validateToken. */
 [[nodiscard]] inline Verdict validateDelegatedToken(std::string_view token, const TrustedKeys& keys,
                                                     const DelegationRules& rules = {})
 {
@@ -225,10 +314,11 @@ private:
     int verified = 0;
     const int result = ::validateJWT_Delegated(tokenText, trusted, 0, &header, &payload,
                                                rules.skewSeconds, roles, providers, &verified);
-    return {result, verified == 1, header, payload};
+    return Verdict::on(token, result, verified == 1, header, payload);
 }
 
-/** Reads a token that nobody verifies: get_jwt_header and get_jwt_payload. */
+/** Reads a token that nobody verifies: get_jwt_header and get_jwt_payload. Zero bytes are refused as
+ *  in validateToken: Error::zeroByte. */
 [[nodiscard]] inline Expected<UnverifiedToken> readUnverified(std::string_view token)
 {
     detail::Arguments in;
@@ -246,6 +336,10 @@ private:
     if (!ownedHeader || !ownedPayload)
     {
         return Error::refused;
+    }
+    if (const Expected<void> uncut = detail::requireUncut(token, header, payload); !uncut)
+    {
+        return uncut.error();
     }
     return UnverifiedToken{std::move(ownedHeader), std::move(ownedPayload)};
 }
