@@ -18,8 +18,8 @@
  *   from. Taking one from a temporary does not compile, or clang warns of it; keep the object in a
  *   variable, or copy the text: `const std::string copy{*call()}`. Objects of parameters, such as
  *   TokenPlan and DelegationRules, borrow what is put into them, and take no temporary arrays.
- * - A failure is an Expected without a value, which has the names of std::expected. The library does not tell why it refuses something,
- *   and neither does Error::refused.
+ * - A failure is an Expected, made as std::expected is, without a value. The library does not tell
+ *   why it refuses something, and neither does Error::refused.
  * - What a token says can be read from a VerifiedToken, and such an object comes out of a
  *   validation that succeeded, from nowhere else. See Verdict.
  *

@@ -49,13 +49,14 @@ std::optional<Json::Value> readPart(const std::string& part, const std::string& 
         return std::nullopt;
     }
     std::optional<Json::Value> object = parsedObject(bytes->view());
-    if (bytes->view().find('\0') != std::string_view::npos)
-    {
-        object.reset();
-    }
     if (!object)
     {
         refusal = refused(name, brief(bytes->view()), "a JSON object");
+    }
+    else if (detail::holdsZeroByte(bytes->view()))
+    {
+        object.reset();
+        refusal = refused(name, "a zero byte", "texts without zero bytes");
     }
     return object;
 }
@@ -487,11 +488,6 @@ Explanation explainDelegatedToken(const std::string& token, const std::vector<Tr
         return *refusal;
     }
     const Expected<UnverifiedToken> read = readUnverified(token);
-    if (!read && read.error() == Error::zeroByte)
-    {
-        return refused("zero byte", "a zero byte in a text of the header or payload",
-                       "texts without zero bytes");
-    }
     if (!read)
     {
         return refused("scope", kindOf(*claims, "scope"),

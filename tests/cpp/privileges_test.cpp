@@ -135,13 +135,15 @@ TEST_F(Granted, AreNoneByAnEmptySetAndUnknownWithoutOne)
     EXPECT_EQ(userPrivileges(verified(*none.accessToken())), Privileges{});
     const TokenResponse unknown = issued({.scopes = entries}).value();
     EXPECT_EQ(userPrivileges(verified(*unknown.accessToken())), std::nullopt);
-    EXPECT_EQ(userPrivileges(verified(*issued({})->accessToken())), std::nullopt);
+    EXPECT_EQ(userPrivileges(verified(*issued({}).value().accessToken())), std::nullopt);
 }
 
 TEST_F(Granted, AreCarriedBySingleTokensToo)
 {
-    EXPECT_EQ(userPrivileges(verified(token(Privileges::all()).value())), Privileges{511});
-    EXPECT_EQ(userPrivileges(verified(token({}, own).value())), std::nullopt);
+    const Text all = token(Privileges::all()).value();
+    EXPECT_EQ(userPrivileges(verified(all)), Privileges{511});
+    const Text none = token({}, own).value();
+    EXPECT_EQ(userPrivileges(verified(none)), std::nullopt);
     EXPECT_EQ(token(Privileges{}, own).error(), Error::refused);
 }
 

@@ -498,7 +498,8 @@ TEST_F(ExplainDelegatedToken, AgreesWhateverCharacterChanges)
 CertificateKey certificateKey(std::initializer_list<std::string> bodies)
 {
     const bmcoauth::ParameterList record{support::certificateRecord(bodies).release()};
-    return *CertificateKey::parse(*record.write());
+    const Text text = record.write().value();
+    return CertificateKey::parse(text).value();
 }
 
 struct ExplainResponse : testing::Test
@@ -534,7 +535,8 @@ struct ExplainResponse : testing::Test
 
     [[nodiscard]] std::string signature(const std::string& text) const
     {
-        return std::string{bmcoauth::signProof(text, *bmcoauth::ecKeyOf(key))->view()};
+        const Text proof = bmcoauth::signProof(text, *bmcoauth::ecKeyOf(key)).value();
+        return std::string{proof.view()};
     }
 
     const Identity client = Identity::selfSigned({.commonName = "client"});
@@ -867,11 +869,12 @@ struct ExplainEnvelope : testing::Test
         char* rawMac = nullptr;
         const std::string data = "some text";
         sealed.iv = "000102030405060708090a0b0c0d0e0f";
-        sealed.ciphertext =
-            Text{ecies_encrypt(data.c_str(), static_cast<unsigned int>(data.size()), &peer, &rawMac,
-                               bytesOf(der), lengthOf(der), sealed.iv.c_str())}
-                .view();
-        sealed.mac = Text{rawMac}.view();
+        const Text ciphertext{ecies_encrypt(data.c_str(), static_cast<unsigned int>(data.size()),
+                                            &peer, &rawMac, bytesOf(der), lengthOf(der),
+                                            sealed.iv.c_str())};
+        const Text mac{rawMac};
+        sealed.ciphertext = ciphertext.view();
+        sealed.mac = mac.view();
     }
 
     static Explanation explain(const bmcoauth::tool::SealedDocument& document, const Identity& own,

@@ -120,6 +120,10 @@ class Delegated(ToolTest):
         token = signed_token(self, "issuer.pem", claims(), "HS256")
         self.assertFalse(self.judge(token, status=INVALID)["verified"])
 
+    def test_refuses_a_zero_byte_in_a_text(self):
+        token = self.token(sub="admin\0.example")
+        self.assertEqual(self.judge(token, status=INVALID), {"verdict": "invalid", "verified": False})
+
     def test_refuses_what_is_no_token(self):
         for text in ("x", "a.b.c", "..", "{}"):
             self.assertFalse(self.judge(text, status=INVALID)["verified"])

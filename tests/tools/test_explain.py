@@ -58,6 +58,7 @@ class OwnToken(Explain):
             ("{}", "dots"),
             ("a.b.c", "header"),
             (signed_token(self, "key.pem", claims(exp=4000000000)), "exp"),
+            (signed_token(self, "key.pem", claims(sub="admin\0.example")), "payload"),
             (signed_token(self, "key.pem", claims(300, 600)), "nbf"),
             (signed_token(self, "key.pem", claims(scope="read")), "scope"),
         ):

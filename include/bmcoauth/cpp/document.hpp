@@ -45,7 +45,7 @@ public:
     {
         return text.view();
     }
-    std::string_view view() const&& = delete;
+    [[nodiscard]] std::string_view view() const&& = delete;
 
     /** The string `key`, cut at the first zero byte that it holds. */
     [[nodiscard]] Expected<Text> string(std::string_view key) const

@@ -131,7 +131,7 @@ public:
     {
         return bytes.span();
     }
-    ByteSpan der() const&& = delete;
+    [[nodiscard]] ByteSpan der() const&& = delete;
 
 private:
     friend struct KeyPair;

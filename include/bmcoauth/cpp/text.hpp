@@ -61,7 +61,7 @@ public:
     {
         return owned ? std::string_view{owned.get(), owned.get_deleter().size} : std::string_view{};
     }
-    std::string_view view() const&& = delete;
+    [[nodiscard]] std::string_view view() const&& = delete;
     /** The same as `view`. */
     operator std::string_view() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
@@ -74,7 +74,7 @@ public:
     {
         return owned ? owned.get() : "";
     }
-    const char* c_str() const&& = delete;
+    [[nodiscard]] const char* c_str() const&& = delete;
     // NOLINTEND(readability-identifier-naming)
     /** Gives the text away: the caller releases it with `free`. */
     [[nodiscard]] char* release() noexcept
@@ -117,7 +117,7 @@ public:
     {
         return owned ? ByteSpan{owned.get(), owned.get_deleter().size} : ByteSpan{};
     }
-    ByteSpan span() const&& = delete;
+    [[nodiscard]] ByteSpan span() const&& = delete;
     /** The same as `span`. */
     operator ByteSpan() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
@@ -135,7 +135,7 @@ public:
         const void* const data = owned.get();
         return {static_cast<const char*>(data), span().size()};
     }
-    std::string_view view() const&& = delete;
+    [[nodiscard]] std::string_view view() const&& = delete;
 
 private:
     std::unique_ptr<unsigned char, detail::Wiper> owned;
