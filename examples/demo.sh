@@ -14,27 +14,14 @@ exec 2>&1
 build=$(cd "${1:?usage: demo.sh BUILD_DIR}" && pwd)
 examples=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 
-# The factory's roots stand in /etc/default/certs. This machine's stay as they
-# are: the demonstration has a file system of its own there, which nobody else
-# sees and which ends with it.
-mark=/etc/default/certs/private-to-the-demonstration
-if [ -z "${DEMO_ALONE:-}" ]; then
-    export DEMO_ALONE=yes
-    alone=(unshare --mount)
-    if ((EUID != 0)); then
-        alone=(unshare --user --map-root-user --mount)
-    fi
-    # shellcheck disable=SC2016 # the inner shell expands it
-    private='place=/etc/default/certs
-        [ -d "$place" ] || place=/etc/default
-        mount -t tmpfs tmpfs "$place" && mkdir -p "${1%/*}" && touch "$1"'
-    if "${alone[@]}" sh -c "$private" sh "$mark" >/dev/null 2>&1; then
-        exec "${alone[@]}" sh -c "$private"' && shift && exec "$@"' sh "$mark" \
-            "$examples/demo.sh" "$build"
-    fi
+# The library reads the factory's roots from /etc/default/certs. The machine's
+# stay as they are: the demonstration runs with an /etc of its own.
+sandbox=$build/tools/bmcoauth-sandbox
+if [ -z "${DEMO_ALONE:-}" ] && "$sandbox" true 2>/dev/null; then
+    DEMO_ALONE=yes exec "$sandbox" "$examples/demo.sh" "$build"
 fi
 DEMO_ROOTS=none
-if [ -e "$mark" ]; then
+if [ -d /etc/.real ]; then
     DEMO_ROOTS=private
 fi
 

@@ -162,7 +162,8 @@ TEST_F(LoadOrCreate, MakesAKeyOnceAndReadsItFromThenOn)
     const Expected<PrivateKey> read = PrivateKey::loadOrCreate(path);
     ASSERT_TRUE(read);
     EXPECT_TRUE(std::ranges::equal(read->der(), made->der()));
-    EXPECT_TRUE(std::ranges::equal(PrivateKey::fromFile(path).value().der(), made->der()));
+    const PrivateKey inFile = PrivateKey::fromFile(path).value();
+    EXPECT_TRUE(std::ranges::equal(inFile.der(), made->der()));
     EXPECT_EQ(support::contentsOf(path), contents);
 }
 
@@ -230,7 +231,8 @@ TEST_F(LoadOrCreate, TakesTheKeyOfAProcessThatIsFaster)
     const Expected<PrivateKey> key = PrivateKey::loadOrCreate(path);
     ASSERT_TRUE(failure.reached());
     ASSERT_TRUE(key);
-    EXPECT_TRUE(std::ranges::equal(key->der(), PrivateKey::fromFile(path).value().der()));
+    const PrivateKey inFile = PrivateKey::fromFile(path).value();
+    EXPECT_TRUE(std::ranges::equal(key->der(), inFile.der()));
     EXPECT_EQ(support::contentsOf(path), contents);
     EXPECT_EQ(namesIn(directory), Names{"key.pem"});
 }

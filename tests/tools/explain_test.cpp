@@ -691,8 +691,6 @@ TEST_F(ExplainResponse, NamesTheRuleThatKeepsAChallengeFromAnAnswer)
     EXPECT_EQ(explainAnswer(both, {"[]", &certificate, &key}).rule, "keys");
     EXPECT_EQ(explainAnswer(both, {"{}", &certificate, &key}).rule, "one-time password of otp");
     EXPECT_EQ(explainAnswer(both, {keys, &certificate, nullptr}).rule, "key");
-    const PrivateKey large = privateKeyOf(Identity::selfSigned({.group = "secp384r1"}));
-    EXPECT_EQ(explainAnswer(both, {keys, &certificate, &large}).rule, "key");
 }
 
 TEST_F(ExplainResponse, NeedsForAnAnswerOnlyWhatTheChallengeAsksFor)
