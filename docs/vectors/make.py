@@ -737,17 +737,17 @@ def ecies():
 
     shared = ours.private.exchange(ec.ECDH(), theirs.public)
 
-    def row(name, body, mac, valid=True, why=None, encode=b64, data=None, **more):
+    def row(name, body, mac, valid=True, why=None, encode=b64, end=b"", **more):
         fields = {"name": name, "valid": valid, "ciphertext": encode(body),
                   "mac": encode(mac) if mac is not None else None, "iv": iv.hex().upper(),
                   "marked": False, **more}
         if valid:
-            fields["data"] = data or fields["plaintext"][:-17]
+            fields["data"] = fields["plaintext"][:-17]
             fields["intermediate"] = {
                 "shared_secret": shared.hex(),
                 "key_material": hashlib.sha256(shared).hexdigest(),
                 # What the receiver has behind the padding: a zero byte at the end included.
-                "plaintext": (fields["plaintext"].encode() + (b"\0" if data else b"")).hex(),
+                "plaintext": (fields["plaintext"].encode() + end).hex(),
                 "ciphertext": body.hex(),
                 "mac": mac.hex() if mac is not None else None,
             }
@@ -765,9 +765,14 @@ def ecies():
         row("sealed for us", body, mac, plaintext=plain),
         row("in Base64url", body, mac, encode=b64url, plaintext=plain),
         row("small letters in the IV", body, mac, plaintext=plain, iv=iv.hex()),
-        row("data that ends with a line feed", *seal(b"line\nMDEyMzQ1Njc4OWFi\0"),
-            plaintext="line\nMDEyMzQ1Njc4OWFi", data="line\n",
-            why="one zero byte at the end is not counted; the line feed is the data's own"),
+        row("data that ends with a line feed", *seal(b"line\n\nMDEyMzQ1Njc4OWFi"),
+            plaintext="line\n\nMDEyMzQ1Njc4OWFi"),
+        row("a zero byte at the end", *seal(b"line\n\nMDEyMzQ1Njc4OWFi\0"),
+            plaintext="line\n\nMDEyMzQ1Njc4OWFi", end=b"\0",
+            why="one is not counted; the library writes it behind data that ends with a line feed"),
+        row("no line feed behind that of the data", *seal(b"line\nMDEyMzQ1Njc4OWFi\0"),
+            plaintext="line\nMDEyMzQ1Njc4OWFi", end=b"\0",
+            why="NOTE: ecies_encrypt adds none to such data; the receiver takes the data's own off"),
         row("an altered ciphertext", flipped, mac, False),
         row("an altered MAC", body, bytes([mac[0] ^ 1]) + mac[1:], False),
         row("a MAC cut short", body, mac[:16], False),
@@ -790,7 +795,7 @@ def ecies():
         "about": "Envelopes (ECDH on P-256, SHA-256, AES-128-CBC, HMAC-SHA256), as ecies_decrypt opens "
                  "them with the receiver's key and the sender's certificate; \"marked\": on a device "
                  "with the marker. The plaintext is data, line feed and 16 random characters; "
-                 "\"data\" is what was sealed. \"intermediate\", in hexadecimal: the x coordinate "
+                 "\"data\" is the first of them. \"intermediate\", in hexadecimal: the x coordinate "
                  "that ECDH gives; its SHA-256, 16 bytes for AES and 16 for HMAC; the plaintext "
                  "without padding; ciphertext and MAC.",
         "receiver": {"der": theirs.der.hex(), "x5c": b64(FACTORY.device)},
@@ -996,7 +1001,7 @@ NOT_SENT = {
         "the last of two", "in the order of TLS", "development root on a marked device",
         "its first 17 bytes"},
     "ecies.json": {
-        "in Base64url", "an altered IV", "no MAC on a marked device", "no IV on a marked device"},
+        "in Base64url", "no line feed behind that of the data", "an altered IV", "no MAC on a marked device", "no IV on a marked device"},
     "register.json": {
         "a list of keys that is none", "null where nothing is needed",
         "the end of a secret that is not there", "a time of issue that is a text"},

@@ -188,12 +188,11 @@ def decrypted(material, body, iv):
 
 
 def data_of(plaintext):
-    """What was sealed. 17 bytes follow it: a line feed and 16 random characters, or, if the data
-    ends with a line feed itself, these 16 characters and a zero byte."""
-    data = plaintext[:-17]
-    if not data or b"\0" in plaintext[:-1]:
+    """What was sealed: a line feed and 16 random characters follow it, and at times a zero byte."""
+    text = plaintext.removesuffix(b"\0")
+    if len(text) < 18 or b"\0" in text or text[-17:-16] != b"\n":
         raise Refused("no data")
-    return data
+    return text[:-17]
 
 
 def open_envelope(ciphertext, mac, iv, key, peer):
