@@ -31,10 +31,11 @@ BMCOAUTH_API int generateECKey(unsigned char** publicKey, unsigned char** privat
 
 /** generateECPrivateKey makes a private key and writes it to the file `path`.
  *
- *  An existing file is emptied first and keeps its permissions; a new one gets mode 0600.
+ *  An existing file is emptied first. The file has mode 0600 before anything is written to it,
+ *  whatever mode it had. A symbolic link is followed.
  *
- *  Returns 0 if `path` is null, or the key cannot be made or not be written completely; the file
- *  may then exist and be empty or cut short. */
+ *  Returns 0 if `path` is null, the key cannot be made or written completely, or the mode of a
+ *  file of somebody else cannot be set. The file may then exist and be empty or incomplete. */
 BMCOAUTH_API int generateECPrivateKey(const char* path);
 
 /** validateECPrivateKey tells whether the file `path` holds an elliptic-curve private key that is

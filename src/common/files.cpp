@@ -6,6 +6,7 @@
 #include <bmcoauth/support.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace bmcoauth
@@ -22,6 +23,20 @@ FilePtr openForReading(const char* path) noexcept
     return FilePtr{std::fopen(path, "re")};
 }
 
+namespace
+{
+
+/** Takes the file away from everybody but its owner. Devices are left as they are: a service that
+ *  runs as root would close "/dev/null" to all others. */
+bool makePrivate(int descriptor) noexcept
+{
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 &&
+           (!S_ISREG(status.st_mode) || fchmod(descriptor, 0600) == 0);
+}
+
+} // namespace
+
 FilePtr openPrivateForWriting(const char* path) noexcept
 {
     const int descriptor = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
@@ -29,7 +44,7 @@ FilePtr openPrivateForWriting(const char* path) noexcept
     {
         return nullptr;
     }
-    FilePtr file{fdopen(descriptor, "w")};
+    FilePtr file{makePrivate(descriptor) ? fdopen(descriptor, "w") : nullptr};
     if (!file)
     {
         close(descriptor);

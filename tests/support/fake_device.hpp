@@ -236,7 +236,8 @@ public:
     {
         opening, /**< open and fopen */
         asking,  /**< access */
-        reading
+        reading,
+        permitting /**< fchmod */
     };
 
     /** What a reading call may do instead of failing with an error. */

@@ -82,6 +82,7 @@ constinit Real<void(void*)> realFree{"free"};
 constinit Real<int(const char*, int, ...)> realOpen64{"open64"};
 constinit Real<std::FILE*(const char*, const char*)> realFopen{"fopen64"};
 constinit Real<int(const char*, int)> realAccess{"access"};
+constinit Real<int(int, mode_t)> realFchmod{"fchmod"};
 constinit Real<ssize_t(int, void*, std::size_t)> realRead{"read"};
 constinit Real<std::time_t(std::time_t*)> realTime{"time"};
 constinit Real<std::tm*(const std::time_t*, std::tm*)> realGmtimeR{"gmtime_r"};
@@ -488,6 +489,16 @@ extern "C"
         }
         const int answer = accessFake(path, mode);
         return answer != support::FakeFiles::notMapped ? answer : (*realAccess)(path, mode);
+    }
+
+    int fchmod(int descriptor, mode_t mode) noexcept
+    {
+        if (const int error = failureOf(support::FailCall::permitting); error != 0)
+        {
+            errno = error;
+            return -1;
+        }
+        return (*realFchmod)(descriptor, mode);
     }
 
     ssize_t read(int descriptor, void* buffer, std::size_t size)

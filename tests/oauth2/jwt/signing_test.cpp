@@ -103,6 +103,13 @@ Pkey generate(const char* kind, const char* curve)
                                  : EVP_PKEY_Q_keygen(nullptr, nullptr, kind)};
 }
 
+mode_t modeOf(const std::string& path)
+{
+    struct stat status = {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0);
+    return status.st_mode & 0777U;
+}
+
 /** `key` as the text of a PKCS#8 file; encrypted where there is a pass phrase. */
 std::string privatePem(EVP_PKEY& key, const char* passPhrase = nullptr)
 {
@@ -251,9 +258,36 @@ TEST(GenerateEcPrivateKey, LetsNobodyElseReadTheFile)
     const TemporaryDirectory directory;
     const std::string path = directory / "key.pem";
     ASSERT_EQ(generateECPrivateKey(path.c_str()), 1);
-    struct stat status = {};
-    ASSERT_EQ(stat(path.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+    EXPECT_EQ(modeOf(path), 0600U);
+}
+
+TEST(GenerateEcPrivateKey, TakesAnExistingFileAwayFromOthers)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory / "key.pem";
+    writeFile(path, "an old key");
+    ASSERT_EQ(chmod(path.c_str(), 0666), 0);
+    ASSERT_EQ(generateECPrivateKey(path.c_str()), 1);
+    EXPECT_EQ(modeOf(path), 0600U);
+}
+
+TEST(GenerateEcPrivateKey, WritesNothingIntoAFileWhoseModeItCannotSet)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory / "key.pem";
+    writeFile(path, "an old key");
+    support::FailCall failure{support::FailCall::permitting, EPERM, 1};
+    const int made = generateECPrivateKey(path.c_str());
+    ASSERT_TRUE(failure.reached());
+    EXPECT_EQ(made, 0);
+    EXPECT_EQ(contentsOf(path), "");
+}
+
+TEST(GenerateEcPrivateKey, LeavesTheModeOfADeviceAlone)
+{
+    const mode_t before = modeOf("/dev/full");
+    EXPECT_EQ(generateECPrivateKey("/dev/full"), 0);
+    EXPECT_EQ(modeOf("/dev/full"), before);
 }
 
 TEST(GenerateEcPrivateKey, ReplacesWhatTheFileHeld)
