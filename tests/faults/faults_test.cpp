@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "faults.hpp"
-#include "support/vectors.hpp"
+#include "support/exports.hpp"
 
 #include <bmcoauth.h>
 
@@ -16,8 +16,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <new>
 #include <set>
 #include <stdexcept>
@@ -232,30 +230,9 @@ TEST(Faults, FailOpeningAndReadingToo)
     EXPECT_EQ(made.failed, 7U);
 }
 
-/** The functions in the lists of exported symbols; the two tables are none. */
-std::set<std::string> exportedFunctions()
-{
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator{support::testData("tests/abi")})
-    {
-        if (entry.path().extension() != ".symbols")
-        {
-            continue;
-        }
-        std::ifstream file{entry.path()};
-        for (std::string line; std::getline(file, line);)
-        {
-            names.insert(line.substr(0, line.find_first_of("([")));
-        }
-    }
-    names.erase("ravok_scope_privileges");
-    names.erase("xidp_claim_privileges");
-    return names;
-}
-
 TEST(Faults, HaveARowForEachExportedFunction)
 {
-    const std::set<std::string> exported = exportedFunctions();
+    const std::set<std::string> exported = support::exportedFunctions();
     const std::set<std::string> covered{functionsWithRows().begin(), functionsWithRows().end()};
     EXPECT_GT(exported.size(), 100U);
     EXPECT_EQ(covered, exported);

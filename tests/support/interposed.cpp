@@ -122,9 +122,17 @@ void* entered(void* block)
 }
 
 /** Whether @p block, not null, is to be released. */
-bool struckOff(const void* block)
+bool struckOff(void* block)
 {
-    return books.ledger == nullptr || books.ledger->onReleased(block);
+    if (books.ledger != nullptr && !books.ledger->onReleased(block))
+    {
+        return false;
+    }
+    if (books.released != nullptr)
+    {
+        books.released->onReleased(block);
+    }
+    return true;
 }
 
 /** How this call of @p kind is to fail: an error or what FailCall names; 0 when it is not. */
@@ -338,8 +346,13 @@ extern "C"
         {
             return nullptr;
         }
-        return entered(__interceptor_malloc != nullptr ? __interceptor_malloc(size)
-                                                       : (*realMalloc)(size));
+        void* const block = entered(__interceptor_malloc != nullptr ? __interceptor_malloc(size)
+                                                                    : (*realMalloc)(size));
+        if (books.released != nullptr && block != nullptr)
+        {
+            support::ReleasedBlocks::onAllocated(block);
+        }
+        return block;
     }
 
     void* calloc(std::size_t count, std::size_t size) noexcept
@@ -362,8 +375,16 @@ extern "C"
         {
             return nullptr;
         }
+        if (books.released != nullptr)
+        {
+            books.released->onReleased(block);
+        }
         void* const resized = __interceptor_realloc != nullptr ? __interceptor_realloc(block, size)
                                                                : (*realRealloc)(block, size);
+        if (books.released != nullptr && (resized == block || (resized == nullptr && size != 0)))
+        {
+            books.released->takeBack();
+        }
         if (books.ledger != nullptr && (resized != nullptr || size == 0))
         {
             books.ledger->onResized(block, resized);

@@ -3,6 +3,7 @@
 
 #include "support/fake_device.hpp"
 #include "support/heap_ledger.hpp"
+#include "support/released_blocks.hpp"
 
 #include <atomic>
 #include <cstdint>
@@ -36,6 +37,7 @@ struct SystemCalls
 struct Books
 {
     HeapLedger* ledger = nullptr;
+    ReleasedBlocks* released = nullptr;
     bool quiet = false;
 };
 
