@@ -20,6 +20,9 @@
  * memory runs out while the document is read and changed. NOTE: they end the process with exit
  * status 255 when there is no memory for the new text itself.
  *
+ * A document may hold secrets: no copy of its texts stays in freed memory, unless a document with
+ * comments or real numbers is written.
+ *
  * NOTE: comments survive a change, but no line feed is written after one. A comment that begins
  * with two slashes hides what follows it in the new text. */
 

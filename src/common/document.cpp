@@ -17,15 +17,18 @@ int readMember(const char* text, const char* key, Out* out,
                int (*reader)(Json::Value&, const char*, Out*))
 {
     return guarded(0, [&] {
-        Json::Value document;
-        return loadJsonDoc(text, document) ? reader(document, key, out) : 0;
+        SecretTree document;
+        return text != nullptr && parseSecretObject(text, document)
+                   ? reader(document.root, key, out)
+                   : 0;
     });
 }
 
-/** Merges @p source into @p destination as `update` promises; exhausted memory is thrown, half the
- *  way through. */
+/** Merges @p source into @p destination as `update` promises, where @p replace puts one value in the
+ *  place of another; exhausted memory is thrown, half the way through. */
+template <typename Replace>
 // NOLINTNEXTLINE(misc-no-recursion): no deeper than the document, whose depth the parser bounds.
-void merge(Json::Value& destination, const Json::Value& source)
+void merge(Json::Value& destination, Json::Value& source, Replace replace)
 {
     if (!destination.isObject() || !source.isObject())
     {
@@ -33,19 +36,27 @@ void merge(Json::Value& destination, const Json::Value& source)
     }
     for (const std::string& name : source.getMemberNames())
     {
-        const Json::Value& replacement = source[name];
+        Json::Value& replacement = source[name];
         // Made null where it is missing, and null it stays if the replacement is an object: an
         // object is merged only into an object that is there already.
         Json::Value& current = destination[name];
         if (replacement.isObject())
         {
-            merge(current, replacement);
+            merge(current, replacement, replace);
         }
         else
         {
-            current = replacement;
+            replace(current, replacement);
         }
     }
+}
+
+/** The member @p key of @p document, made where it is missing, without its old value. */
+Json::Value& emptyMember(Json::Value& document, const char* key)
+{
+    Json::Value& found = document[key];
+    wipeTexts(found);
+    return found;
 }
 
 /** Reads the document *@p text, has @p change applied to it and writes it back. */
@@ -53,12 +64,13 @@ template <typename Change>
 int edit(char** text, Change change)
 {
     return guarded(0, [&] {
-        Json::Value document;
-        if (text == nullptr || !loadJsonDoc(*text, document) || !change(document))
+        SecretTree document;
+        if (text == nullptr || *text == nullptr || !parseSecretObject(*text, document) ||
+            !change(document.root))
         {
             return 0;
         }
-        return replaceDoc(text, document);
+        return replaceDoc(text, document.root);
     });
 }
 
@@ -96,14 +108,13 @@ extern "C" int set_value_char(char** text, const char* key, const char* value)
         return 0;
     }
     return edit(text, [&](Json::Value& document) {
-        if (value == nullptr)
+        if (value != nullptr)
         {
-            document.removeMember(key);
+            emptyMember(document, key) = value;
+            return true;
         }
-        else
-        {
-            document[key] = value;
-        }
+        static_cast<void>(emptyMember(document, key));
+        document.removeMember(key);
         return true;
     });
 }
@@ -115,7 +126,12 @@ extern "C" int set_value_chararray(char** text, const char* key, char** values)
         return 0;
     }
     return edit(text, [&](Json::Value& document) {
-        document[key] = jsonArrayOf(values);
+        Json::Value& array = emptyMember(document, key) = Json::Value{Json::arrayValue};
+        // Copies: what the document holds is wiped.
+        for (; values != nullptr && *values != nullptr; ++values)
+        {
+            array.append(*values);
+        }
         return true;
     });
 }
@@ -123,12 +139,14 @@ extern "C" int set_value_chararray(char** text, const char* key, char** values)
 extern "C" int merge_doc(char** text, const char* other)
 {
     return edit(text, [&](Json::Value& document) {
-        Json::Value source;
-        if (!loadJsonDoc(other, source))
+        SecretTree source;
+        if (other == nullptr || !parseSecretObject(other, source))
         {
             return false;
         }
-        merge(document, source);
+        // What is replaced is wiped with the source.
+        merge(document, source.root,
+              [](Json::Value& current, Json::Value& replacement) { current.swap(replacement); });
         return true;
     });
 }
@@ -140,13 +158,13 @@ int replaceDoc(char** text, const Json::Value& tree)
         return 0;
     }
     return guarded(0, [&] {
-        const std::string written = jsonText(tree);
+        const SecretString written = jsonText(tree);
         if (written.empty())
         {
             return 0;
         }
         char* copy = o2_ff_strdup(written.c_str(), "replaceDoc", 715);
-        std::free(*text);
+        releaseSecret(*text);
         *text = copy;
         return 1;
     });
@@ -156,7 +174,8 @@ int replaceDoc(char** text, const Json::Value& tree)
 void update(Json::Value& destination, Json::Value& source)
 {
     guarded(false, [&] {
-        merge(destination, source);
+        merge(destination, source,
+              [](Json::Value& current, const Json::Value& replacement) { current = replacement; });
         return true;
     });
 }

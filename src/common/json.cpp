@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <functional>
 #include <new>
+#include <span>
 #include <sstream>
 #include <utility>
 
@@ -65,7 +66,7 @@ void replaceText(char*& out, const char* text)
     {
         throw std::bad_alloc();
     }
-    std::free(out);
+    releaseSecret(out);
     out = copy;
 }
 
@@ -138,6 +139,97 @@ bool parseThroughJsoncpp(std::string_view text, Json::Value& tree)
     return true;
 }
 
+/** Where the string that begins with the quotation mark at @p begin ends: behind its other mark. */
+std::size_t endOfString(std::string_view text, std::size_t begin) noexcept
+{
+    std::size_t at = begin + 1;
+    while (at < text.size() && text[at] != '"')
+    {
+        at += text[at] == '\\' ? 2U : 1U;
+    }
+    return std::min(at + 1, text.size());
+}
+
+/** Where the comment that begins with the slash at @p begin ends; a slash alone ends at once. */
+std::size_t endOfComment(std::string_view text, std::size_t begin) noexcept
+{
+    const std::string_view mark = text.substr(begin, 2);
+    const std::size_t end = mark == "/*"   ? text.find("*/", begin + 2)
+                            : mark == "//" ? text.find_first_of("\r\n", begin + 2)
+                                           : begin;
+    return end == std::string_view::npos ? text.size() : end + 1;
+}
+
+/** A copy of @p text that parses alike and has the same length, without what its strings say. Names
+ *  of members stay: they are strings before a colon. */
+SecretString masked(std::string_view text)
+{
+    SecretString copy{text};
+    std::size_t at = 0;
+    while ((at = text.find_first_of("\"/", at)) < text.size())
+    {
+        if (text[at] == '/')
+        {
+            at = endOfComment(text, at);
+            continue;
+        }
+        const std::size_t begin = at + 1;
+        at = endOfString(text, at);
+        const std::size_t after = text.find_first_not_of(" \t\r\n", at);
+        if (after == std::string_view::npos || text[after] != ':')
+        {
+            const std::span<char> content =
+                std::span{copy}.subspan(begin, std::max(begin, at - 1) - begin);
+            SecretTree said;
+            const bool valid = readPlainString(text.substr(begin - 1, at + 1 - begin), said.root);
+            std::ranges::fill(content, 'x');
+            // A string that jsoncpp refuses must stay one, even where a later member of the same
+            // name replaces it: "\x" is not an escape of JSON.
+            if (!valid && content.size() > 1)
+            {
+                content.front() = '\\';
+            }
+        }
+    }
+    return copy;
+}
+
+/** Replaces each string of @p tree by what @p text says where it stands; false where that is not a
+ *  string. */
+// NOLINTNEXTLINE(misc-no-recursion): no deeper than the tree, whose depth the parser bounds
+bool unmask(std::string_view text, Json::Value& tree)
+{
+    if (tree.isString())
+    {
+        const auto begin = static_cast<std::size_t>(tree.getOffsetStart());
+        const auto end = static_cast<std::size_t>(tree.getOffsetLimit());
+        SecretTree said;
+        if (begin > end || end > text.size() ||
+            !readPlainString(text.substr(begin, end - begin), said.root))
+        {
+            return false;
+        }
+        // The comments stay.
+        tree.swapPayload(said.root);
+        return true;
+    }
+    return std::all_of(tree.begin(), tree.end(),
+                       [text](Json::Value& child) { return unmask(text, child); });
+}
+
+/** parseThroughJsoncpp for a text with secrets. jsoncpp copies each string while it reads it and
+ *  frees the copy as it is, so it gets a text whose strings say nothing. */
+bool parseMasked(std::string_view text, Json::Value& tree)
+{
+    if (!parseThroughJsoncpp(masked(text), tree))
+    {
+        return false;
+    }
+    // jsoncpp counts from behind the mark of UTF-8 at the beginning.
+    constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
+    return unmask(text.substr(text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0), tree);
+}
+
 /** Whether @p text is one whose root is no object, if it parses at all, to judge by its first
  *  character: keys in PEM are told from keys in JSON by trying. What jsoncpp passes over before the
  *  root it is left to pass over. */
@@ -175,6 +267,26 @@ bool parseJsonObject(std::string_view text, Json::Value& tree)
     }
 }
 
+bool parseSecretObject(std::string_view text, SecretTree& tree)
+{
+    try
+    {
+        SecretTree parsed;
+        if (beginsNoObject(text) ||
+            !(readPlainJson(text, parsed.root) || parseMasked(text, parsed.root)) ||
+            !parsed.root.isObject())
+        {
+            return false;
+        }
+        tree.root.swap(parsed.root);
+        return true;
+    }
+    catch (const Json::Exception&)
+    {
+        return false;
+    }
+}
+
 bool parseKnownObject(std::string_view text, Json::Value& tree)
 {
     Json::Value parsed;
@@ -190,7 +302,7 @@ bool parseKnownObject(std::string_view text, Json::Value& tree)
 namespace
 {
 
-std::string writtenByJsoncpp(const Json::Value& tree)
+SecretString writtenByJsoncpp(const Json::Value& tree)
 {
     static const Json::StreamWriterBuilder builder = [] {
         Json::StreamWriterBuilder compact;
@@ -208,20 +320,20 @@ std::string writtenByJsoncpp(const Json::Value& tree)
     {
         throw std::bad_alloc();
     }
-    return std::move(text).str();
+    return SecretString{text.view()};
 }
 
 } // namespace
 
-std::string jsonText(const Json::Value& tree)
+SecretString jsonText(const Json::Value& tree)
 {
-    std::string text;
+    SecretString text;
     return appendPlainJson(tree, text) ? text : writtenByJsoncpp(tree);
 }
 
 HeapText heapJsonText(const Json::Value& tree)
 {
-    const std::string text = jsonText(tree);
+    const SecretString text = jsonText(tree);
     return text.empty() ? nullptr : requireHeapText(text);
 }
 
@@ -241,7 +353,7 @@ Json::Value jsonArrayOf(const char* const* array)
     Json::Value result{Json::arrayValue};
     for (; array != nullptr && *array != nullptr; ++array)
     {
-        result.append(*array);
+        result.append(borrowed(*array));
     }
     return result;
 }
@@ -336,7 +448,7 @@ int json_to_obj_array(Json::Value& doc, const char* key, char*** out)
 
 std::string json_fastWriter(const Json::Value& tree)
 {
-    return guarded(std::string{}, [&] { return jsonText(tree); });
+    return guarded(std::string{}, [&] { return std::string{std::string_view{jsonText(tree)}}; });
 }
 
 bool loadJsonDoc(const char* text, Json::Value& doc)

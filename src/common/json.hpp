@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/owners.hpp"
+#include "common/secret.hpp"
 #include "common/string_array.hpp"
 
 #include <json/value.h>
@@ -23,6 +24,10 @@ namespace bmcoauth
 /** As parseJson, and true only when the root is an object. */
 [[nodiscard]] bool parseJsonObject(std::string_view text, Json::Value& tree);
 
+/** As parseJsonObject, for a text with secrets: leaves no copy of its strings behind but those in
+ *  @p tree. What its comments say is not taken for a secret. */
+[[nodiscard]] bool parseSecretObject(std::string_view text, SecretTree& tree);
+
 /** As parseJsonObject, but lets pass what jsoncpp throws. For a part of a document that has been
  *  read already nesting cannot be the reason, and a caller must not take exhausted memory for a
  *  text that says nothing. */
@@ -30,7 +35,7 @@ namespace bmcoauth
 
 /** The compact text form of @p tree: no whitespace, members in ascending byte order of their
  *  names; empty when it cannot be written. Throws std::bad_alloc. */
-[[nodiscard]] std::string jsonText(const Json::Value& tree);
+[[nodiscard]] SecretString jsonText(const Json::Value& tree);
 
 /** The text form on the C heap; null when there is none. Throws std::bad_alloc. */
 [[nodiscard]] HeapText heapJsonText(const Json::Value& tree);
@@ -42,7 +47,14 @@ namespace bmcoauth
  *  Throws std::bad_alloc. */
 [[nodiscard]] StringArray stringsOf(const Json::Value& array);
 
-/** A JSON array of the texts of @p array, in order; null gives the empty array. Throws
+/** A JSON string that is @p text itself, not a copy which would have to be wiped; @p text must
+ *  outlive it. */
+[[nodiscard]] inline Json::Value borrowed(const char* text)
+{
+    return Json::StaticString{text};
+}
+
+/** A JSON array of the texts of @p array, in order, borrowed; null gives the empty array. Throws
  *  std::bad_alloc. */
 [[nodiscard]] Json::Value jsonArrayOf(const char* const* array);
 

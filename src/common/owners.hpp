@@ -5,7 +5,6 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
-#include <string>
 #include <string_view>
 
 namespace bmcoauth
@@ -67,8 +66,8 @@ template <typename T>
     throw std::logic_error("basic_string: construction from null is not valid");
 }
 
-/** @p text as a string; raises the logic error of raiseNullText for null. */
-[[nodiscard]] inline std::string mandatory(const char* text)
+/** Returns @p text; raises the logic error of raiseNullText for null. */
+[[nodiscard]] inline const char* mandatory(const char* text)
 {
     if (text == nullptr)
     {

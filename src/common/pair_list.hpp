@@ -49,7 +49,7 @@ template <typename Owner>
     {
         const auto& [name, value] = pairs[i];
         HeapText nameCopy = heapText(name);
-        HeapText valueCopy = heapText(value);
+        SecretText valueCopy = secretText(heapText(value));
         if (!nameCopy || !valueCopy)
         {
             return nullptr;
@@ -59,8 +59,8 @@ template <typename Owner>
     return copy;
 }
 
-/** An object with the pairs that countPairs counts as string members; a repeated name replaces the
- *  earlier one. */
+/** An object with the pairs that countPairs counts as string members, whose values it borrows; a
+ *  repeated name replaces the earlier one. */
 template <typename Pair>
 [[nodiscard]] Json::Value objectOfPairs(const Pair* pairs)
 {
@@ -69,7 +69,7 @@ template <typename Pair>
     for (std::size_t i = 0; i < count; ++i)
     {
         const auto& [name, value] = pairs[i];
-        object[name] = value;
+        object[name] = borrowed(value);
     }
     return object;
 }

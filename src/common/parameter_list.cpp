@@ -154,7 +154,7 @@ Json::Value objectOf(const HandshakePayload* list, const ListForm& form, std::si
             }
         }
         const bool single = !isAlwaysArray(form, list->name) && list->values[1] == nullptr;
-        object[list->name] = single ? Json::Value{*list->values} : jsonArrayOf(list->values);
+        object[list->name] = single ? borrowed(*list->values) : jsonArrayOf(list->values);
         ++count;
     }
     if (written != nullptr)

@@ -64,7 +64,8 @@ struct ListForm
     NoValue noValue = NoValue::skip;
 };
 
-/** Writes the parameters of @p list, which may be null, into an object. @p written, where given,
+/** Writes the parameters of @p list, which may be null, into an object that borrows their values.
+ *  @p written, where given,
  *  receives their number, a repeated name counting each time. */
 [[nodiscard]] Json::Value objectOf(const HandshakePayload* list, const ListForm& form,
                                    std::size_t* written = nullptr);

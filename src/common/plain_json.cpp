@@ -2,8 +2,10 @@
 #include "common/plain_json.hpp"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <utility>
 
@@ -29,7 +31,26 @@ constexpr bool isControl(char c)
 /** Whether @p c ends a run of characters that a reader takes as they are. */
 constexpr bool endsRun(char c)
 {
-    return c == '"' || c == '\\' || isControl(c);
+    return c == '"' || c == '\\';
+}
+
+/** Appends the UTF-8 form of @p point, at most 0x10ffff; also of half a surrogate pair. */
+void appendUtf8(char32_t point, SecretString& out)
+{
+    const auto append = [&out](char32_t byte) {
+        out += static_cast<char>(byte);
+    };
+    if (point < 0x80)
+    {
+        append(point);
+        return;
+    }
+    const unsigned int more = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
+    append(((0xff00U >> (more + 1)) & 0xffU) | (point >> (6 * more)));
+    for (unsigned int left = more; left != 0; --left)
+    {
+        append(0x80U | ((point >> (6 * (left - 1))) & 0x3fU));
+    }
 }
 
 class PlainReader
@@ -49,6 +70,12 @@ public:
         }
         skipSpace();
         return next == end;
+    }
+
+    /** Reads a text that is a single string. */
+    bool readWhole(Json::Value& value)
+    {
+        return readText(value) && next == end;
     }
 
 private:
@@ -151,6 +178,10 @@ private:
             // Before the value is read, which may use the room of the name. Of two members of one
             // name the later holds.
             Json::Value& member = *value.demand(name->data(), name->data() + name->size());
+            if (!member.isNull())
+            {
+                wipeTexts(member);
+            }
             skipSpace();
             if (!take(':'))
             {
@@ -213,19 +244,58 @@ private:
             return std::string_view{run, next++};
         }
         unescaped.clear();
-        while (take('\\'))
+        while (peek() == '\\')
         {
-            const std::size_t letter = escapeLetters.find(peek());
-            if (letter == std::string_view::npos)
+            unescaped.append(run, next++);
+            if (!readEscape())
             {
                 return std::nullopt;
             }
-            unescaped.append(run, next - 1) += escapedCharacters[letter];
-            run = ++next;
+            run = next;
             next = std::find_if(next, end, endsRun);
         }
         unescaped.append(run, next);
         return take('"') ? std::optional<std::string_view>{unescaped} : std::nullopt;
+    }
+
+    /** Appends the character of the escape sequence whose backslash has been passed over. */
+    bool readEscape()
+    {
+        const std::size_t letter = next == end ? std::string_view::npos : escapeLetters.find(*next);
+        if (letter != std::string_view::npos)
+        {
+            ++next;
+            unescaped += escapedCharacters[letter];
+            return true;
+        }
+        std::optional<char32_t> point = readUnit();
+        if (point && *point >= 0xd800 && *point <= 0xdbff)
+        {
+            // The other half of the pair; whether it is one jsoncpp does not ask either.
+            const std::optional<char32_t> half = take('\\') ? readUnit() : std::nullopt;
+            point = half ? std::optional{0x10000 + ((*point & 0x3ffU) << 10U) + (*half & 0x3ffU)}
+                         : std::nullopt;
+        }
+        if (!point)
+        {
+            return false;
+        }
+        appendUtf8(*point, unescaped);
+        return true;
+    }
+
+    /** The number of "u" and four hexadecimal digits. */
+    std::optional<char32_t> readUnit() noexcept
+    {
+        constexpr std::ptrdiff_t digits = 4;
+        if (!take('u') || end - next < digits)
+        {
+            return std::nullopt;
+        }
+        std::uint_least16_t unit = 0;
+        const char* const stop = next + digits;
+        next = std::from_chars(next, stop, unit, 16).ptr;
+        return next == stop ? std::optional<char32_t>{unit} : std::nullopt;
     }
 
     bool readInteger(Json::Value& value)
@@ -246,49 +316,93 @@ private:
     const char* begin;
     const char* next;
     const char* end;
-    std::string unescaped;
+    SecretString unescaped;
 };
 
-bool appendString(std::string_view text, std::string& out)
+/** Takes the first code point off @p text, which begins with a byte that is not ASCII. Bytes that
+ *  are not UTF-8 give U+FFFD; which of them are one character is jsoncpp's choice. */
+char32_t takeCodePoint(std::string_view& text) noexcept
 {
+    constexpr char32_t replacement = 0xfffd;
+    const auto lead = static_cast<unsigned char>(text.front());
+    const std::size_t length = lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+    if (lead >= 0xf8 || text.size() < length)
+    {
+        text.remove_prefix(1);
+        return replacement;
+    }
+    char32_t point = lead & (0x7fU >> length);
+    for (const char next : text.substr(1, length - 1))
+    {
+        point = (point << 6U) | (static_cast<unsigned char>(next) & 0x3fU);
+    }
+    text.remove_prefix(length);
+    constexpr std::array<char32_t, 3> smallest{0x80, 0x800, 0x10000};
+    const bool valid = point >= smallest[length - 2] && (point < 0xd800 || point > 0xdfff);
+    return valid ? point : replacement;
+}
+
+void appendUnit(char32_t unit, SecretString& out)
+{
+    constexpr std::string_view digits = "0123456789abcdef";
+    out += "\\u";
+    for (const unsigned int shift : {12U, 8U, 4U, 0U})
+    {
+        out += digits[(unit >> shift) & 0x0fU];
+    }
+}
+
+/** Appends the escape sequence of the first character of @p text and takes it off. */
+void appendEscaped(std::string_view& text, SecretString& out)
+{
+    const char c = text.front();
+    const std::size_t letter = writtenEscapes.find(c);
+    if (letter != std::string_view::npos)
+    {
+        out += '\\';
+        out += escapeLetters[letter];
+        text.remove_prefix(1);
+        return;
+    }
+    if (isControl(c))
+    {
+        appendUnit(static_cast<unsigned char>(c), out);
+        text.remove_prefix(1);
+        return;
+    }
+    char32_t point = takeCodePoint(text);
+    if (point >= 0x10000)
+    {
+        point -= 0x10000;
+        appendUnit(0xd800 + ((point >> 10U) & 0x3ffU), out);
+        point = 0xdc00 + (point & 0x3ffU);
+    }
+    appendUnit(point, out);
+}
+
+void appendString(std::string_view text, SecretString& out)
+{
+    const auto plain = [](char c) {
+        return !endsRun(c) && !isControl(c) && static_cast<unsigned char>(c) < 0x80;
+    };
     out += '"';
     while (true)
     {
-        const auto plain = [](char c) {
-            return !endsRun(c) && static_cast<unsigned char>(c) < 0x80;
-        };
         const std::size_t run =
             static_cast<std::size_t>(std::ranges::find_if_not(text, plain) - text.begin());
         out += text.substr(0, run);
-        if (run == text.size())
+        text.remove_prefix(run);
+        if (text.empty())
         {
             break;
         }
-        const char c = text[run];
-        const std::size_t letter = writtenEscapes.find(c);
-        if (letter != std::string_view::npos)
-        {
-            out += '\\';
-            out += escapeLetters[letter];
-        }
-        else if (isControl(c))
-        {
-            constexpr std::string_view digits = "0123456789abcdef";
-            out.append("\\u00") += c < 0x10 ? '0' : '1';
-            out += digits[static_cast<unsigned char>(c) & 0x0FU];
-        }
-        else
-        {
-            return false;
-        }
-        text.remove_prefix(run + 1);
+        appendEscaped(text, out);
     }
     out += '"';
-    return true;
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): as deep as the tree, which jsoncpp writes recursively too
-bool appendObject(const Json::Value& object, std::string& out)
+bool appendObject(const Json::Value& object, SecretString& out)
 {
     char separator = '{';
     for (auto entry = object.begin(); entry != object.end(); ++entry)
@@ -296,10 +410,7 @@ bool appendObject(const Json::Value& object, std::string& out)
         out += std::exchange(separator, ',');
         const char* nameEnd = nullptr;
         const char* const name = entry.memberName(&nameEnd);
-        if (!appendString({name, nameEnd}, out))
-        {
-            return false;
-        }
+        appendString({name, nameEnd}, out);
         out += ':';
         if (!appendPlainJson(*entry, out))
         {
@@ -311,7 +422,7 @@ bool appendObject(const Json::Value& object, std::string& out)
 }
 
 // NOLINTNEXTLINE(misc-no-recursion): as deep as the tree, which jsoncpp writes recursively too
-bool appendArray(const Json::Value& array, std::string& out)
+bool appendArray(const Json::Value& array, SecretString& out)
 {
     char separator = '[';
     Json::ArrayIndex next = 0;
@@ -332,17 +443,22 @@ bool appendArray(const Json::Value& array, std::string& out)
 
 bool readPlainJson(std::string_view text, Json::Value& tree)
 {
-    Json::Value read;
-    if (!PlainReader{text}.readDocument(read))
+    SecretTree read;
+    if (!PlainReader{text}.readDocument(read.root))
     {
         return false;
     }
-    tree = std::move(read);
+    tree.swap(read.root);
     return true;
 }
 
+bool readPlainString(std::string_view text, Json::Value& value)
+{
+    return PlainReader{text}.readWhole(value);
+}
+
 // NOLINTNEXTLINE(misc-no-recursion): as deep as the tree, which jsoncpp writes recursively too
-bool appendPlainJson(const Json::Value& tree, std::string& text)
+bool appendPlainJson(const Json::Value& tree, SecretString& text)
 {
     for (const Json::CommentPlacement place :
          {Json::commentBefore, Json::commentAfterOnSameLine, Json::commentAfter})
@@ -369,7 +485,12 @@ bool appendPlainJson(const Json::Value& tree, std::string& text)
             text += std::to_string(tree.asLargestUInt());
             return true;
         case Json::stringValue:
-            return tree.getString(&begin, &end) && appendString({begin, end}, text);
+            if (!tree.getString(&begin, &end))
+            {
+                return false;
+            }
+            appendString({begin, end}, text);
+            return true;
         case Json::objectValue:
             return appendObject(tree, text);
         case Json::arrayValue:

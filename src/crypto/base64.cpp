@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "crypto/base64.hpp"
 
+#include "common/secret.hpp"
 #include "crypto/openssl.hpp"
 
 #include <bmcoauth/encoding.h>
@@ -108,18 +109,45 @@ std::optional<Plan> toStandardAlphabet(std::string_view text, char* copy) noexce
     return Plan{static_cast<std::size_t>(end - copy), decoded, lineFeeds != 0};
 }
 
+/** Reads a text that says nothing through @p filter, which OpenSSL frees with what its buffers hold.
+ *  The last step of a decoding. */
+void overwriteBuffers(BIO& filter) noexcept
+{
+    constexpr std::size_t lineLength = 64;
+    // More than any of the buffers holds.
+    std::array<char, 32 * (lineLength + 1)> nothing{};
+    nothing.fill('A');
+    for (std::size_t end = lineLength; end < nothing.size(); end += lineLength + 1)
+    {
+        nothing[end] = '\n';
+    }
+    const BioPtr decoded{BIO_pop(&filter)};
+    BioPtr memory = readingBio({nothing.data(), nothing.size()});
+    if (!memory)
+    {
+        return;
+    }
+    BIO_push(&filter, memory.release());
+    static_cast<void>(BIO_reset(&filter));
+    BIO_clear_flags(&filter, BIO_FLAGS_BASE64_NO_NL);
+    while (BIO_read(&filter, nothing.data(), static_cast<int>(lineLength)) > 0)
+    {
+    }
+}
+
 /** Decodes any text into @p result, whose block has room for four bytes more than the text: what a
  *  malformed one yields is what OpenSSL's filter makes of it. False where it says nothing. */
 bool decodeThroughFilter(std::string_view text, Decoding& result) noexcept
 {
-    const HeapText copy{static_cast<char*>(std::malloc(text.size() + 3))};
+    const SecretBlock copy = secretBlock(text.size() + 3);
     if (!copy)
     {
         return false;
     }
-    const std::optional<Plan> plan = toStandardAlphabet(text, copy.get());
+    auto* const standard = reinterpret_cast<char*>(copy.get());
+    const std::optional<Plan> plan = toStandardAlphabet(text, standard);
     BioPtr filter{plan ? BIO_new(BIO_f_base64()) : nullptr};
-    BioPtr memory = filter ? readingBio({copy.get(), plan->length}) : nullptr;
+    BioPtr memory = filter ? readingBio({standard, plan->length}) : nullptr;
     if (!memory)
     {
         return false;
@@ -133,6 +161,7 @@ bool decodeThroughFilter(std::string_view text, Decoding& result) noexcept
         BIO_read(filter.get(), result.bytes.data.get(), static_cast<int>(plan->length));
     result.valid =
         result.bytes.size > 0 && static_cast<std::size_t>(result.bytes.size) == plan->decoded;
+    overwriteBuffers(*filter);
     return true;
 }
 
@@ -143,7 +172,8 @@ std::optional<Decoding> decode(std::string_view text) noexcept
         return std::nullopt;
     }
     Decoding result;
-    result.bytes.data.reset(static_cast<unsigned char*>(std::malloc(text.size() + 4)));
+    const std::size_t room = text.size() + 4;
+    result.bytes.data = {static_cast<unsigned char*>(std::malloc(room)), WipingRelease{room}};
     if (!result.bytes.data)
     {
         return std::nullopt;
@@ -253,16 +283,14 @@ std::optional<DecodedBytes> decodeBase64Url(std::string_view text) noexcept
 
 std::optional<DecodedBytes> decodeEitherBase64(std::string_view text)
 {
-    const HeapText copy = heapText(text);
+    // What is stored so may be a secret.
+    const SecretText copy = secretText(heapText(text));
     if (!copy)
     {
         return std::nullopt;
     }
     base64URIencode(copy.get());
-    std::optional<DecodedBytes> bytes = decodeBase64Url(copy.get());
-    // What is stored so may be a secret.
-    OPENSSL_cleanse(copy.get(), text.size());
-    return bytes;
+    return decodeBase64Url(copy.get());
 }
 
 } // namespace bmcoauth::crypto

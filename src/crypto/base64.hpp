@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/owners.hpp"
+#include "crypto/secret.hpp"
 
 #include <cstddef>
 #include <optional>
@@ -11,10 +12,11 @@
 namespace bmcoauth::crypto
 {
 
-/** Bytes decoded from Base64url: `size` bytes and one zero byte that is not counted. */
+/** Bytes decoded from Base64url: `size` bytes and one zero byte that is not counted. They may be a
+ *  secret and are wiped. */
 struct DecodedBytes
 {
-    HeapBlock<unsigned char> data;
+    SecretBlock data;
     int size = 0;
 
     [[nodiscard]] std::span<const unsigned char> bytes() const noexcept

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <initializer_list>
 
 namespace bmcoauth::crypto
 {
@@ -45,37 +46,85 @@ constexpr std::size_t pointSize(const CurveFacts& curve)
     return 1 + 2 * curve.coordinateSize;
 }
 
-/** How an ECPrivateKey structure that names P-256 and carries its uncompressed point begins; the 32
- *  bytes of the scalar follow, then what announces the curve and the point. */
-constexpr std::array<unsigned char, 7> privatePrefix{0x30, 0x77, 0x02, 0x01, 0x01, 0x04, 0x20};
+/** The beginning of an ECPrivateKey structure behind its length: the version, and what announces a
+ *  scalar of 32 bytes. */
+constexpr std::array<unsigned char, 5> scalarMark{0x02, 0x01, 0x01, 0x04, 0x20};
 constexpr std::size_t scalarBytes = 32;
-constexpr std::array<unsigned char, 17> curveAndPoint{0xa0, 0x0a, 0x06, 0x08, 0x2a, 0x86,
-                                                      0x48, 0xce, 0x3d, 0x03, 0x01, 0x07,
-                                                      0xa1, 0x44, 0x03, 0x42, 0x00};
+/** What follows the scalar, each of which may be left out: the name of P-256, and what announces the
+ *  uncompressed point. */
+constexpr std::array<unsigned char, 12> curveName{0xa0, 0x0a, 0x06, 0x08, 0x2a, 0x86,
+                                                  0x48, 0xce, 0x3d, 0x03, 0x01, 0x07};
+constexpr std::array<unsigned char, 5> pointMark{0xa1, 0x44, 0x03, 0x42, 0x00};
 constexpr std::size_t pointBytes = pointSize(curves[0]);
-constexpr std::size_t usualBytes =
-    privatePrefix.size() + scalarBytes + curveAndPoint.size() + pointBytes;
 
-/** The key of a structure in that one usual encoding, without making its curve anew; null for any
- *  other, and where OpenSSL's decoder has the last word. */
+constexpr unsigned char sequence = 0x30;
+
+/** The beginning of a PKCS #8 structure (RFC 5958) of a key on P-256 whose ECPrivateKey structure,
+ *  which follows, leaves the name of the curve out. */
+constexpr std::array<unsigned char, 29> pkcs8Prefix{
+    sequence, 0x81, 0x87, 0x02, 0x01, 0x00, 0x30, 0x13, 0x06, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x3d,
+    0x02,     0x01, 0x06, 0x08, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x03, 0x01, 0x07, 0x04, 0x6d};
+
+/** Passes over @p expected; false when something else is next. */
+bool take(std::span<const unsigned char>& bytes, std::span<const unsigned char> expected) noexcept
+{
+    if (bytes.size() < expected.size() ||
+        !std::ranges::equal(bytes.first(expected.size()), expected))
+    {
+        return false;
+    }
+    bytes = bytes.subspan(expected.size());
+    return true;
+}
+
+EcKeyPtr emptyKey(Curve curve) noexcept
+{
+    const EC_GROUP* const group = groupOf(curve);
+    EcKeyPtr key{group != nullptr ? EC_KEY_new() : nullptr};
+    return key && EC_KEY_set_group(key.get(), group) == 1 ? std::move(key) : nullptr;
+}
+
+/** Gives @p key the point that belongs to its scalar, as OpenSSL's decoder does. */
+bool computePoint(EC_KEY& key) noexcept
+{
+    const EC_GROUP* const group = EC_KEY_get0_group(&key);
+    const EcPointPtr point{EC_POINT_new(group)};
+    EC_KEY_set_enc_flags(&key, EC_PKEY_NO_PUBKEY);
+    return point &&
+           EC_POINT_mul(group, point.get(), EC_KEY_get0_private_key(&key), nullptr, nullptr,
+                        nullptr) == 1 &&
+           EC_KEY_set_public_key(&key, point.get()) == 1;
+}
+
+/** The key of a structure in the usual encoding, without making its curve anew and without copies
+ *  of its scalar, which OpenSSL's decoder leaves behind; null for any other, and where that decoder
+ *  has the last word. */
 EcKeyPtr usualPrivateKey(std::span<const unsigned char> der) noexcept
 {
-    if (der.size() < usualBytes ||
-        !std::ranges::equal(der.first(privatePrefix.size()), privatePrefix))
+    constexpr std::size_t head = 2;
+    constexpr unsigned char longest = 0x7f;
+    if (der.size() < head || der[0] != sequence || der[1] > longest || der.size() - head < der[1])
     {
         return nullptr;
     }
-    const auto scalar = der.subspan(privatePrefix.size(), scalarBytes);
-    const auto rest = der.first(usualBytes).subspan(privatePrefix.size() + scalarBytes);
-    const UsualPoint point{Curve::p256, rest.last(pointBytes)};
-    if (!std::ranges::equal(rest.first(curveAndPoint.size()), curveAndPoint) ||
-        point.bytes.front() != uncompressedPoint)
+    std::span<const unsigned char> rest = der.subspan(head, der[1]);
+    if (!take(rest, scalarMark) || rest.size() < scalarBytes)
     {
         return nullptr;
     }
-    EcKeyPtr key = publicKeyAt(point);
-    return key && EC_KEY_oct2priv(key.get(), scalar.data(), scalar.size()) == 1 ? std::move(key)
-                                                                                : nullptr;
+    const auto scalar = rest.first(scalarBytes);
+    rest = rest.subspan(scalarBytes);
+    static_cast<void>(take(rest, curveName));
+    const bool hasPoint = take(rest, pointMark);
+    if (hasPoint ? rest.size() != pointBytes || rest.front() != uncompressedPoint : !rest.empty())
+    {
+        return nullptr;
+    }
+    EcKeyPtr key = hasPoint ? publicKeyAt({Curve::p256, rest}) : emptyKey(Curve::p256);
+    return key && EC_KEY_oct2priv(key.get(), scalar.data(), scalar.size()) == 1 &&
+                   (hasPoint || computePoint(*key))
+               ? std::move(key)
+               : nullptr;
 }
 
 /** The key of any structure that OpenSSL decodes. */
@@ -144,6 +193,54 @@ EcKeyPtr decodePrivateKey(const unsigned char* der, int derLength) noexcept
     return key && isP256(*key) && hasUsableScalar(*key) ? std::move(key) : nullptr;
 }
 
+EcKeyPtr decodePkcs8(std::span<const unsigned char> der) noexcept
+{
+    EcKeyPtr key = take(der, pkcs8Prefix) ? usualPrivateKey(der) : nullptr;
+    return key && hasUsableScalar(*key) ? std::move(key) : nullptr;
+}
+
+namespace
+{
+
+using Parts = std::initializer_list<std::span<const unsigned char>>;
+
+unsigned char* write(Parts parts, unsigned char* out) noexcept
+{
+    for (const std::span<const unsigned char> part : parts)
+    {
+        out = std::ranges::copy(part, out).out;
+    }
+    return out;
+}
+
+/** Writes @p before, the scalar of @p key, @p between and its point to @p out; false on failure. */
+bool encode(const EC_KEY& key, Parts before, Parts between, unsigned char* out) noexcept
+{
+    out = write(before, out);
+    if (EC_KEY_priv2oct(&key, out, scalarBytes) != scalarBytes)
+    {
+        return false;
+    }
+    out = write(between, out + scalarBytes);
+    return EC_POINT_point2oct(EC_KEY_get0_group(&key), EC_KEY_get0_public_key(&key),
+                              POINT_CONVERSION_UNCOMPRESSED, out, pointBytes,
+                              nullptr) == pointBytes;
+}
+
+} // namespace
+
+bool encodePrivateKey(const EC_KEY& key, std::span<unsigned char, privateKeyBytes> out) noexcept
+{
+    constexpr std::array<unsigned char, 2> head{sequence, 0x77};
+    return encode(key, {head, scalarMark}, {curveName, pointMark}, out.data());
+}
+
+bool encodePkcs8(const EC_KEY& key, std::span<unsigned char, pkcs8Bytes> out) noexcept
+{
+    constexpr std::array<unsigned char, 2> head{sequence, 0x6b};
+    return encode(key, {pkcs8Prefix, head, scalarMark}, {pointMark}, out.data());
+}
+
 std::optional<UsualPoint> usualPoint(std::span<const unsigned char> info) noexcept
 {
     for (const Curve curve : {Curve::p256, Curve::p384, Curve::p521})
@@ -161,11 +258,9 @@ std::optional<UsualPoint> usualPoint(std::span<const unsigned char> info) noexce
 
 EcKeyPtr publicKeyAt(const UsualPoint& point) noexcept
 {
-    const EC_GROUP* const group = groupOf(point.curve);
-    EcKeyPtr key{group != nullptr ? EC_KEY_new() : nullptr};
+    EcKeyPtr key = emptyKey(point.curve);
     // Refuses a point that is off the curve.
-    return key && EC_KEY_set_group(key.get(), group) == 1 &&
-                   EC_KEY_oct2key(key.get(), point.bytes.data(), point.bytes.size(), nullptr) == 1
+    return key && EC_KEY_oct2key(key.get(), point.bytes.data(), point.bytes.size(), nullptr) == 1
                ? std::move(key)
                : nullptr;
 }

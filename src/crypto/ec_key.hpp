@@ -44,6 +44,22 @@ struct CurveFacts
  *  group. */
 [[nodiscard]] EcKeyPtr decodePrivateKey(const unsigned char* der, int derLength) noexcept;
 
+/** Decodes a PKCS #8 structure (RFC 5958, DER) of a P-256 key in the form that encodePkcs8 writes;
+ *  null for any other. */
+[[nodiscard]] EcKeyPtr decodePkcs8(std::span<const unsigned char> der) noexcept;
+
+inline constexpr std::size_t privateKeyBytes = 121;
+inline constexpr std::size_t pkcs8Bytes = 138;
+
+/** Writes the P-256 key @p key as an ECPrivateKey structure, as OpenSSL does, which leaves copies of
+ *  the scalar behind; false on failure. */
+[[nodiscard]] bool encodePrivateKey(const EC_KEY& key,
+                                    std::span<unsigned char, privateKeyBytes> out) noexcept;
+
+/** The same as a PKCS #8 structure. */
+[[nodiscard]] bool encodePkcs8(const EC_KEY& key,
+                               std::span<unsigned char, pkcs8Bytes> out) noexcept;
+
 inline constexpr unsigned char uncompressedPoint = 0x04;
 
 /** A point as SEC 1, section 2.3.3, writes it: the mark above and two coordinates. */

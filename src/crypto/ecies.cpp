@@ -147,7 +147,7 @@ std::optional<Envelope> sealEnvelope(std::string_view data, const EC_KEY& own, c
         return std::nullopt;
     }
     const std::size_t keyLength = compressedLength(own);
-    const HeapText token = randomToken(tokenBytes);
+    const SecretText token = randomToken(tokenBytes);
     EnvelopeKeys keys;
     if (keyLength == 0 || !token || !agree(own, peer, keys))
     {

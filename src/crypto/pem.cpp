@@ -49,16 +49,16 @@ std::optional<std::string_view> usualBody(std::string_view pem, std::string_view
     return body;
 }
 
-/** Decodes full lines and a last one that may be shorter to @p der, which has room for all; false
- *  for any other @p body. */
-bool decodeLines(std::string_view body, DerBytes& der) noexcept
+/** Decodes full lines and a last one that may be shorter to @p bytes, which has room for all, and
+ *  gives their number; nothing for any other @p body. */
+std::optional<std::size_t> decodeLines(std::string_view body, unsigned char* bytes) noexcept
 {
-    unsigned char* out = der.data.get();
+    unsigned char* out = bytes;
     for (; body.size() > lineLength + 1; body.remove_prefix(lineLength + 1))
     {
         if (body[lineLength] != '\n' || !decodeDigits(body.substr(0, lineLength), out))
         {
-            return false;
+            return std::nullopt;
         }
         out += decodedLength(lineLength);
     }
@@ -66,14 +66,21 @@ bool decodeLines(std::string_view body, DerBytes& der) noexcept
     const std::string_view digits = withoutPadding(body);
     if (body.size() % 4 != 0 || !decodeDigits(digits, out))
     {
-        return false;
+        return std::nullopt;
     }
     out += decodedLength(digits.size());
-    der.length = out - der.data.get();
-    return true;
+    return static_cast<std::size_t>(out - bytes);
 }
 
 } // namespace
+
+std::optional<std::size_t> decodeUsualPem(std::string_view pem, std::string_view name,
+                                          std::span<unsigned char> out) noexcept
+{
+    const std::optional<std::string_view> body = usualBody(pem, name);
+    return body && decodedLength(body->size()) <= out.size() ? decodeLines(*body, out.data())
+                                                             : std::nullopt;
+}
 
 DerBytes readPem(std::string_view pem, const char* name) noexcept
 {
@@ -81,8 +88,11 @@ DerBytes readPem(std::string_view pem, const char* name) noexcept
     if (const std::optional<std::string_view> body = usualBody(pem, name))
     {
         der.data.reset(static_cast<unsigned char*>(OPENSSL_malloc(decodedLength(body->size()))));
-        if (!der || decodeLines(*body, der))
+        const std::optional<std::size_t> length =
+            der ? decodeLines(*body, der.data.get()) : std::optional<std::size_t>{0};
+        if (length)
         {
+            der.length = static_cast<long>(*length);
             return der;
         }
     }

@@ -4,6 +4,7 @@
 #include "crypto/openssl.hpp"
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -26,6 +27,12 @@ struct DerBytes
         return {data.get(), static_cast<std::size_t>(length)};
     }
 };
+
+/** Decodes the block named @p name with which @p pem begins to @p out, without a copy, and gives the
+ *  number of bytes; nothing if there is none, its form is not the usual one, or @p out is too small.
+ *  Something may have been written even then. */
+[[nodiscard]] std::optional<std::size_t> decodeUsualPem(std::string_view pem, std::string_view name,
+                                                        std::span<unsigned char> out) noexcept;
 
 /** What PEM_bytes_read_bio finds in @p pem under the name @p name: the bytes of the first block that
  *  bears it, or an older name of the same thing. */

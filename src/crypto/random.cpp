@@ -4,16 +4,15 @@
 #include "common/guard.hpp"
 #include "crypto/base64.hpp"
 #include "crypto/hex.hpp"
+#include "crypto/secret.hpp"
 
 #include <bmcoauth/encoding.h>
 
 #include <climits>
-#include <openssl/crypto.h>
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstdlib>
 
 namespace bmcoauth::crypto
@@ -31,21 +30,19 @@ bool fillRandom(std::span<unsigned char> bytes) noexcept
     return received >= 0 && static_cast<std::size_t>(received) == bytes.size();
 }
 
-HeapText randomToken(unsigned int count) noexcept
+SecretText randomToken(unsigned int count) noexcept
 {
     // More than that has no Base64 text here, and on 32 bits count + 1 could wrap.
     if (count > INT_MAX)
     {
         return nullptr;
     }
-    const HeapBlock<unsigned char> bytes = zeroedBlock<unsigned char>(std::size_t{count} + 1);
+    const SecretBlock bytes = secretBlock(std::size_t{count} + 1);
     if (!bytes || !fillRandom({bytes.get(), count}))
     {
         return nullptr;
     }
-    HeapText token = encodeBase64({reinterpret_cast<const char*>(bytes.get()), count});
-    OPENSSL_cleanse(bytes.get(), count);
-    return token;
+    return secretText(encodeBase64({reinterpret_cast<const char*>(bytes.get()), count}));
 }
 
 } // namespace bmcoauth::crypto
@@ -54,7 +51,7 @@ using namespace bmcoauth;
 
 extern "C" int issueRandomBytesInHex(char* out, int count)
 {
-    std::array<unsigned char, 16> bytes{};
+    crypto::SecretBytes<16> bytes;
     if (out == nullptr || count > static_cast<int>(bytes.size()))
     {
         return 0;
@@ -65,7 +62,8 @@ extern "C" int issueRandomBytesInHex(char* out, int count)
         std::abort();
     }
     const ErrnoKeeper keeper;
-    const std::span<unsigned char> drawn = std::span{bytes}.first(static_cast<std::size_t>(count));
+    const std::span<unsigned char> drawn =
+        std::span<unsigned char>{bytes}.first(static_cast<std::size_t>(count));
     if (!crypto::fillRandom(drawn))
     {
         return 0;
@@ -73,7 +71,6 @@ extern "C" int issueRandomBytesInHex(char* out, int count)
     out[0] = '0';
     out[1] = 'x';
     *crypto::writeHex(drawn, crypto::lowerCaseDigits, out + 2) = '\0';
-    OPENSSL_cleanse(bytes.data(), bytes.size());
     return 1;
 }
 
@@ -84,7 +81,7 @@ extern "C" void issueRandomToken(char** out, unsigned int count)
         return;
     }
     const ErrnoKeeper keeper;
-    HeapText token = crypto::randomToken(count);
+    SecretText token = crypto::randomToken(count);
     if (token)
     {
         *out = token.release();

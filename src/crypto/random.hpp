@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "common/owners.hpp"
+#include "common/secret.hpp"
 
 #include <span>
 
@@ -13,6 +13,6 @@ namespace bmcoauth::crypto
 [[nodiscard]] bool fillRandom(std::span<unsigned char> bytes) noexcept;
 
 /** Standard Base64 of @p count random bytes; null on failure. */
-[[nodiscard]] HeapText randomToken(unsigned int count) noexcept;
+[[nodiscard]] SecretText randomToken(unsigned int count) noexcept;
 
 } // namespace bmcoauth::crypto

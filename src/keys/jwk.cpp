@@ -8,9 +8,6 @@
 
 #include <bmcoauth/support.h>
 
-#include <openssl/crypto.h>
-
-#include <cstring>
 #include <string_view>
 
 using namespace bmcoauth;
@@ -100,7 +97,7 @@ extern "C" void free_jwk(jwk** record)
     for (jwk* pair = *record; pair->key != nullptr; ++pair)
     {
         std::free(pair->key);
-        std::free(pair->value);
+        releaseSecret(pair->value);
         *pair = {};
     }
     std::free(*record);
@@ -119,7 +116,7 @@ extern "C" void free_jwk_list(jwk** list)
         for (std::size_t i = 0; i < count; ++i)
         {
             std::free((*record)[i].key);
-            std::free((*record)[i].value);
+            releaseSecret((*record)[i].value);
         }
         std::free(*record);
     }
@@ -160,8 +157,9 @@ extern "C" jwk* encode_cert_jwk(const char* kty, const char* kid, const char* me
         return nullptr;
     }
     const ErrnoKeeper keeper;
-    const HeapText text = crypto::encodeBase64(
-        {reinterpret_cast<const char*>(data), static_cast<std::size_t>(length)});
+    // What is kept so may be a secret.
+    const SecretText text = secretText(crypto::encodeBase64(
+        {reinterpret_cast<const char*>(data), static_cast<std::size_t>(length)}));
     if (!text)
     {
         return nullptr;
@@ -174,8 +172,6 @@ extern "C" jwk* encode_cert_jwk(const char* kty, const char* kid, const char* me
     {
         record[2] = {failFastCopy("kid"), failFastCopy(kid)};
     }
-    // What is kept so may be a secret.
-    OPENSSL_cleanse(text.get(), std::strlen(text.get()));
     return record;
 }
 

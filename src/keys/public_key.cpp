@@ -224,7 +224,7 @@ extern "C" jwk* oauth2_parse_jwk(const char* text)
         return nullptr;
     }
     return guarded(nullptr, [&]() -> jwk* {
-        Json::Value object;
-        return parseJsonObject(text, object) ? recordOf(object).release() : nullptr;
+        SecretTree object;
+        return parseSecretObject(text, object) ? recordOf(object.root).release() : nullptr;
     });
 }

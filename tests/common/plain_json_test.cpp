@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/fake_device.hpp"
+#include "support/owners.hpp"
 
+#include <bmcoauth/document.h>
 #include <bmcoauth/json.h>
 
 #include <climits>
@@ -19,6 +21,8 @@
 
 // Most documents are read and written without jsoncpp, which says what is right all the same: here
 // both answer the same questions.
+
+using support::HeapText;
 
 namespace
 {
@@ -69,6 +73,17 @@ std::string shape(const Json::Value& tree)
     return text;
 }
 
+/** Whether the editing functions, which read documents as what may hold secrets, make the same of
+ *  @p text. */
+void expectSameDocument(const std::string& text, const std::optional<Json::Value>& expected)
+{
+    HeapText owner = support::heapText(text);
+    char* document = owner.release();
+    EXPECT_EQ(merge_doc(&document, "{}"), expected ? 1 : 0);
+    owner.reset(document);
+    EXPECT_EQ(document, expected ? writtenByJsoncpp(*expected) : text);
+}
+
 /** Reads and writes @p text both ways; whether it was read. */
 bool sameAsJsoncpp(const std::string& text)
 {
@@ -76,6 +91,7 @@ bool sameAsJsoncpp(const std::string& text)
     const std::optional<Json::Value> expected = readByJsoncpp(text);
     const std::optional<Json::Value> tree = read(text);
     EXPECT_EQ(tree.has_value(), expected.has_value());
+    expectSameDocument(text, expected);
     if (!tree || !expected)
     {
         return false;
@@ -311,6 +327,36 @@ TEST(LoadJsonDoc, ReadsWhatIsRareAsJsoncppDoes)
     }
 }
 
+TEST(LoadJsonDoc, ReadsEscapedCodePointsAsJsoncppDoes)
+{
+    for (const char* escaped :
+         {"\\u0041", "\\u00e4", "\\u20AC", "\\uffff", "\\u0000", "\\ud83d\\ude00", "\\ud83d",
+          "\\ude00", "\\ud83d\\u0041", "\\ud83dx", "\\ud83d\\n", "\\ud83d\\ud83d\\ude00", "\\u12",
+          "\\u12g4", "\\u-123", "\\u 123", "\\U0041", "\\u", "\\"})
+    {
+        const std::string member = std::string{R"("a":"x)"} + escaped + R"(y")";
+        sameAsJsoncpp("{" + member + "}");
+        // The comment and the real number lead around the fast way.
+        sameAsJsoncpp("{/* why */" + member + ",\"b\":1.5}");
+    }
+}
+
+TEST(LoadJsonDoc, TakesNothingInACommentForAString)
+{
+    for (const char* comment : {"/* \" */", "// \"\n", "/*/ \" */", "/***/", "/* * / \" */", "//\r",
+                                "/* \\\" */", "/*", "/", "/ /", "/*/"})
+    {
+        const std::string odd = comment;
+        sameAsJsoncpp(odd + R"({"a":"b"})");
+        sameAsJsoncpp("{" + odd + R"("a":"b"})");
+        sameAsJsoncpp(R"({"a")" + odd + R"(:"b"})");
+        sameAsJsoncpp(R"({"a":)" + odd + R"("b"})");
+        sameAsJsoncpp(R"({"a":"b")" + odd + R"(,"c":["d",)" + odd + R"("e"]})");
+        sameAsJsoncpp(R"({"a":"b"})" + odd);
+        sameAsJsoncpp(R"({"a":"b)" + odd + R"("})");
+    }
+}
+
 TEST(LoadJsonDoc, NestsAsDeeplyAsJsoncppDoes)
 {
     for (const int levels : {1, 30, 31, 32, 33, 34, 100, 240})
@@ -392,6 +438,25 @@ TEST(JsonFastWriter, WritesEveryByteAsJsoncppDoes)
         Json::Value tree{Json::objectValue};
         tree[text] = text;
         EXPECT_EQ(json_fastWriter(tree), writtenByJsoncpp(tree)) << byte;
+    }
+}
+
+TEST(JsonFastWriter, WritesEverySequenceOfBytesAsJsoncppDoes)
+{
+    std::mt19937 random{20080229}; // NOLINT(cert-msc51-cpp): the same in every run
+    // The bytes at which UTF-8 changes what follows, and some that follow.
+    constexpr std::string_view bytes{"A\0\"\x7f\x80\xbf\xc0\xc3\xdf\xe0\xed\xa0\xef\xf0\x9f\xf4\xf5"
+                                     "\xf7\xf8\xff",
+                                     20};
+    for (int round = 0; round < 20000; ++round)
+    {
+        std::string text;
+        for (std::size_t length = random() % 8; length != 0; --length)
+        {
+            text += bytes[random() % bytes.size()];
+        }
+        const Json::Value tree{text};
+        ASSERT_EQ(json_fastWriter(tree), writtenByJsoncpp(tree)) << testing::PrintToString(text);
     }
 }
 

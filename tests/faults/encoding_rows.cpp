@@ -52,7 +52,8 @@ const Table rows{
      [](Attempt& attempt) {
          return decodes(attempt, "AAECAwQFBgcICQ-_");
      }},
-    {"base64URIdecode", "two lines with padding", failsOnly,
+    // Without memory OpenSSL's buffers are not overwritten at the end, which changes no result.
+    {"base64URIdecode", "two lines with padding", getsBy,
      [](Attempt& attempt) {
          return decodes(attempt, "AAECAwQFBgcI\nCQ==");
      }},

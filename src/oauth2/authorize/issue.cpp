@@ -97,8 +97,8 @@ Response issue(const char* state, const unsigned char* der, int derLength,
     {
         return nullptr;
     }
-    const HeapText tokenId = crypto::randomToken(tokenBytes);
-    HeapText refreshToken = crypto::randomToken(tokenBytes);
+    const SecretText tokenId = crypto::randomToken(tokenBytes);
+    SecretText refreshToken = crypto::randomToken(tokenBytes);
     const jwt::HeaderPtr header{create_jwt_header("JWT", "ES256", nullptr)};
     std::optional<jwt::ScopesPtr> scopes = copyScopes(claims);
     if (!tokenId || !refreshToken || !header || !scopes)
@@ -120,7 +120,7 @@ Response issue(const char* state, const unsigned char* der, int derLength,
         return nullptr;
     }
     jwt::giveScopes(*payload, std::move(*scopes));
-    HeapText token = jwt::makeToken(*header, *payload, der, derLength);
+    SecretText token = secretText(jwt::makeToken(*header, *payload, der, derLength));
     if (!token)
     {
         return nullptr;

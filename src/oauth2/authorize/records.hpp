@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "common/owners.hpp"
+#include "common/secret.hpp"
 
 #include <bmcoauth/authorize.h>
 
@@ -16,8 +16,8 @@ using Response = std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_resp
 
 /** create_authorize_response for a caller that has read the clock: a record issued at @p now. The
  *  tokens are handed over, so that no copy of a secret is left in the heap. */
-[[nodiscard]] Response makeResponse(const char* state, HeapText accessToken, HeapText refreshToken,
-                                    const char* expiresIn, const char* tokenType,
-                                    std::uint64_t now);
+[[nodiscard]] Response makeResponse(const char* state, SecretText accessToken,
+                                    SecretText refreshToken, const char* expiresIn,
+                                    const char* tokenType, std::uint64_t now);
 
 } // namespace bmcoauth::authorize

@@ -23,9 +23,9 @@ constexpr ObjectForm readHandshake{
 HeapText writtenRequest(const AuthorizeRequest& request)
 {
     Json::Value document{Json::objectValue};
-    document["client_id"] = mandatory(request.client_id);
-    document["client_secret"] = mandatory(request.client_secret);
-    document["state"] = mandatory(request.state);
+    document["client_id"] = borrowed(mandatory(request.client_id));
+    document["client_secret"] = borrowed(mandatory(request.client_secret));
+    document["state"] = borrowed(mandatory(request.state));
     if (request.policy != nullptr)
     {
         document["kest_policy_auth"] = objectOfPairs(request.policy);
@@ -36,7 +36,7 @@ HeapText writtenRequest(const AuthorizeRequest& request)
     }
     else if (request.refresh_token != nullptr)
     {
-        document["refresh_token"] = request.refresh_token;
+        document["refresh_token"] = borrowed(request.refresh_token);
     }
     else
     {
@@ -47,11 +47,12 @@ HeapText writtenRequest(const AuthorizeRequest& request)
 
 Request readRequest(const char* text)
 {
-    Json::Value document;
-    if (!parseJsonObject(text, document))
+    SecretTree tree;
+    if (!parseSecretObject(text, tree))
     {
         return nullptr;
     }
+    const Json::Value& document = tree.root;
     ParameterList handshake;
     const Json::Value* response = member(document, "handshake_response");
     if (response != nullptr && response->isObject())
@@ -123,11 +124,11 @@ extern "C" void free_authorize_request(AuthorizeRequest* request)
         return;
     }
     std::free(request->client_id);
-    std::free(request->client_secret);
+    releaseSecret(request->client_secret);
     std::free(request->state);
     std::free(request->reserved);
     free_kest_policy_response(request->policy);
-    std::free(request->refresh_token);
+    releaseSecret(request->refresh_token);
     free_handshake_payload(request->handshake);
     std::free(request);
 }

@@ -7,7 +7,7 @@
 namespace bmcoauth::authorize
 {
 
-Response makeResponse(const char* state, HeapText accessToken, HeapText refreshToken,
+Response makeResponse(const char* state, SecretText accessToken, SecretText refreshToken,
                       const char* expiresIn, const char* tokenType, std::uint64_t now)
 {
     Response response{zeroedBlock<AuthorizeResponse>(1).release()};
@@ -38,11 +38,11 @@ namespace
 HeapText writtenResponse(const AuthorizeResponse& response)
 {
     Json::Value document{Json::objectValue};
-    document["access_token"] = mandatory(response.access_token);
-    document["refresh_token"] = mandatory(response.refresh_token);
-    document["state"] = mandatory(response.state);
-    document["expires_in"] = mandatory(response.expires_in);
-    document["token_type"] = mandatory(response.token_type);
+    document["access_token"] = borrowed(mandatory(response.access_token));
+    document["refresh_token"] = borrowed(mandatory(response.refresh_token));
+    document["state"] = borrowed(mandatory(response.state));
+    document["expires_in"] = borrowed(mandatory(response.expires_in));
+    document["token_type"] = borrowed(mandatory(response.token_type));
     return heapJsonText(document);
 }
 
@@ -55,8 +55,8 @@ extern "C" AuthorizeResponse* create_authorize_response(const char* state, const
 {
     return guarded(nullptr, [&]() -> AuthorizeResponse* {
         const std::optional<std::uint64_t> now = currentSeconds();
-        return now ? makeResponse(state, copyText(access_token), copyText(refresh_token),
-                                  expires_in, token_type, *now)
+        return now ? makeResponse(state, secretText(copyText(access_token)),
+                                  secretText(copyText(refresh_token)), expires_in, token_type, *now)
                          .release()
                    : nullptr;
     });
@@ -68,9 +68,9 @@ extern "C" void free_authorize_response(AuthorizeResponse* response)
     {
         return;
     }
-    std::free(response->access_token);
+    releaseSecret(response->access_token);
     std::free(response->state);
-    std::free(response->refresh_token);
+    releaseSecret(response->refresh_token);
     std::free(response->expires_in);
     std::free(response->token_type);
     std::free(response->issued_at);
@@ -84,11 +84,12 @@ extern "C" AuthorizeResponse* parse_authorize_response(const char* text)
         return nullptr;
     }
     return guarded(nullptr, [&]() -> AuthorizeResponse* {
-        Json::Value document;
-        if (!parseJsonObject(text, document))
+        SecretTree tree;
+        if (!parseSecretObject(text, tree))
         {
             return nullptr;
         }
+        const Json::Value& document = tree.root;
         return create_authorize_response(
             stringMember(document, "state"), stringMember(document, "access_token"),
             stringMember(document, "refresh_token"), stringMember(document, "expires_in"),

@@ -40,40 +40,16 @@ std::optional<std::string_view> bytesOf(const Json::Value& value)
 
 } // namespace
 
-KeyDocument::~KeyDocument()
-{
-    if (!tree.isObject())
-    {
-        return;
-    }
-    for (const Json::Value& secrets : tree)
-    {
-        if (!secrets.isArray())
-        {
-            continue;
-        }
-        for (const Json::Value& secret : secrets)
-        {
-            // jsoncpp shows its strings read-only, but the tree is ours and about to go.
-            if (const std::optional<std::string_view> bytes = bytesOf(secret))
-            {
-                // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
-                OPENSSL_cleanse(const_cast<char*>(bytes->data()), bytes->size());
-            }
-        }
-    }
-}
-
 bool KeyDocument::read(const char* text, unsigned int length)
 {
     return text != nullptr && *text != '\0' && std::strlen(text) == length &&
-           parseJsonObject({text, length}, tree);
+           parseSecretObject({text, length}, tree);
 }
 
 std::optional<std::string_view> KeyDocument::secret(std::string_view type,
                                                     std::uint64_t selector) const
 {
-    const Json::Value* secrets = member(tree, type);
+    const Json::Value* secrets = member(tree.root, type);
     if (secrets == nullptr || !secrets->isArray() || secrets->empty())
     {
         return std::nullopt;
@@ -84,11 +60,13 @@ std::optional<std::string_view> KeyDocument::secret(std::string_view type,
 HeapText oneTimePassword(std::string_view secret, std::uint64_t movingFactor)
 {
     Password password{};
-    if (!computePassword(secret, movingFactor, password))
+    HeapText text;
+    if (computePassword(secret, movingFactor, password))
     {
-        return nullptr;
+        text = heapText({password.data(), passwordDigits});
     }
-    return heapText({password.data(), passwordDigits});
+    OPENSSL_cleanse(password.data(), password.size());
+    return text;
 }
 
 bool isOneTimePassword(std::string_view proof, std::string_view secret, std::uint64_t movingFactor)

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "common/owners.hpp"
-
-#include <json/value.h>
+#include "common/secret.hpp"
 
 #include <cstdint>
 #include <optional>
@@ -19,13 +17,6 @@ inline constexpr std::string_view certificateType = "software_id_cert-1.0";
 class KeyDocument
 {
 public:
-    KeyDocument() = default;
-    KeyDocument(const KeyDocument&) = delete;
-    KeyDocument& operator=(const KeyDocument&) = delete;
-    KeyDocument(KeyDocument&&) = delete;
-    KeyDocument& operator=(KeyDocument&&) = delete;
-    ~KeyDocument();
-
     /** Reads @p text, of exactly @p length bytes; false when it is null, empty, of another length
      *  or no JSON object. */
     [[nodiscard]] bool read(const char* text, unsigned int length);
@@ -36,7 +27,7 @@ public:
                                                          std::uint64_t selector) const;
 
 private:
-    Json::Value tree;
+    SecretTree tree;
 };
 
 /** The one-time password of @p secret for @p movingFactor: HOTP (RFC 4226) of 8 digits, without

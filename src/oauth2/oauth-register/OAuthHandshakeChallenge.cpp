@@ -17,6 +17,7 @@
 #include <array>
 #include <span>
 #include <string>
+#include <vector>
 
 using namespace bmcoauth;
 
@@ -144,7 +145,7 @@ ParameterList serverChallenge(const char* const* types, unsigned int mode)
             return nullptr;
         }
     }
-    HeapText token;
+    SecretText token;
     if (asksCertificate)
     {
         token = supported->hasCertificate ? crypto::randomToken(tokenBytes) : nullptr;
@@ -214,6 +215,7 @@ HeapText keyDocument(std::string_view prefix, unsigned int keys, unsigned int to
                      unsigned int tokenLength)
 {
     constexpr std::size_t longestName = 49;
+    std::vector<SecretText> kept;
     Json::Value document{Json::objectValue};
     for (unsigned int number = 1; number - 1 < keys; ++number)
     {
@@ -225,12 +227,12 @@ HeapText keyDocument(std::string_view prefix, unsigned int keys, unsigned int to
         Json::Value& secrets = document[name] = Json::Value{Json::arrayValue};
         for (unsigned int i = 0; i < tokens; ++i)
         {
-            const HeapText token = crypto::randomToken(tokenLength);
+            const SecretText& token = kept.emplace_back(crypto::randomToken(tokenLength));
             if (!token || base64URIencode(token.get()) != 1)
             {
                 return nullptr;
             }
-            secrets.append(token.get());
+            secrets.append(borrowed(token.get()));
         }
     }
     return heapJsonText(document);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "common/owners.hpp"
+#include "common/secret.hpp"
 
 #include <bmcoauth/register.h>
 
@@ -26,6 +26,7 @@ struct ResponseSettings
 
 /** create_register_response with the secret and the identifier handed over, so that no copy of a
  *  secret is left in the heap. */
-[[nodiscard]] Response makeResponse(HeapText secret, HeapText id, const ResponseSettings& settings);
+[[nodiscard]] Response makeResponse(SecretText secret, HeapText id,
+                                    const ResponseSettings& settings);
 
 } // namespace bmcoauth::registration

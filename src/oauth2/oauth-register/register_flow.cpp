@@ -37,9 +37,10 @@ extern "C" RegisterResponse* register_client(RegisterRequest* request,
         return nullptr;
     }
     return guarded(nullptr, [&]() -> RegisterResponse* {
-        HeapText id = crypto::randomToken(tokenBytes);
-        HeapText secret = id ? crypto::randomToken(tokenBytes) : nullptr;
-        return makeResponse(std::move(secret), std::move(id), settingsOf(response_template))
+        SecretText id = crypto::randomToken(tokenBytes);
+        SecretText secret = id ? crypto::randomToken(tokenBytes) : nullptr;
+        return makeResponse(std::move(secret), HeapText{id.release()},
+                            settingsOf(response_template))
             .release();
     });
 }

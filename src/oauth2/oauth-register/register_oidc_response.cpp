@@ -30,11 +30,12 @@ HeapText numberText(Json::Value& document, const char* name)
 
 OidcResponse readAnswer(const char* text)
 {
-    Json::Value document;
-    if (!parseJsonObject(text, document))
+    SecretTree tree;
+    if (!parseSecretObject(text, tree))
     {
         return nullptr;
     }
+    Json::Value& document = tree.root;
     OidcResponse answer{zeroedBlock<OidcRegisterResponse>(1).release()};
     if (!answer)
     {
@@ -79,8 +80,8 @@ extern "C" void free_oidc_register_response(OidcRegisterResponse* response)
         return;
     }
     std::free(response->client_id);
-    std::free(response->client_secret);
-    std::free(response->registration_access_token);
+    releaseSecret(response->client_secret);
+    releaseSecret(response->registration_access_token);
     std::free(response->registration_client_uri);
     std::free(response->client_id_issued_at);
     std::free(response->client_secret_expires_at);

@@ -57,11 +57,12 @@ bool readChallenge(const Json::Value* value, ParameterList& challenge)
 
 Request readRequest(const char* text)
 {
-    Json::Value document;
-    if (!parseJsonObject(text, document))
+    SecretTree tree;
+    if (!parseSecretObject(text, tree))
     {
         return nullptr;
     }
+    const Json::Value& document = tree.root;
     StringArray redirectUri;
     ParameterList challenge;
     StringArray handshakeTypes;
@@ -91,7 +92,7 @@ void setText(Json::Value& document, const char* name, const char* text)
 {
     if (text != nullptr)
     {
-        document[name] = text;
+        document[name] = borrowed(text);
     }
 }
 

@@ -30,7 +30,7 @@ bool isLifetime(const char* text) noexcept
 
 } // namespace
 
-Response makeResponse(HeapText secret, HeapText id, const ResponseSettings& settings)
+Response makeResponse(SecretText secret, HeapText id, const ResponseSettings& settings)
 {
     const std::optional<std::uint64_t> now = currentSeconds();
     Response response{zeroedBlock<RegisterResponse>(1).release()};
@@ -69,12 +69,12 @@ namespace
 HeapText writtenDocument(const RegisterResponse& response)
 {
     Json::Value document{Json::objectValue};
-    document["client_secret"] = mandatory(response.client_secret);
-    document["client_id"] = mandatory(response.client_id);
-    document["client_secret_expires_in"] = mandatory(response.client_secret_expires_in);
+    document["client_secret"] = borrowed(mandatory(response.client_secret));
+    document["client_id"] = borrowed(mandatory(response.client_id));
+    document["client_secret_expires_in"] = borrowed(mandatory(response.client_secret_expires_in));
     if (response.ssl_cert_cryptex != nullptr)
     {
-        document["ssl_cert_cryptex"] = response.ssl_cert_cryptex;
+        document["ssl_cert_cryptex"] = borrowed(response.ssl_cert_cryptex);
     }
     if (response.grant_types != nullptr)
     {
@@ -126,11 +126,12 @@ ParameterList optionalParameters(const Json::Value& document, const char* name)
 
 Response readResponse(const char* text)
 {
-    Json::Value document;
-    if (!parseJsonObject(text, document))
+    SecretTree tree;
+    if (!parseSecretObject(text, tree))
     {
         return nullptr;
     }
+    const Json::Value& document = tree.root;
     const StringArray grantTypes = optionalStrings(document, "grant_types");
     const StringArray policyTypes = optionalStrings(document, "kest_policy_auth_types");
     const StringArray policyRequired = optionalStrings(document, "kest_policy_auth_req");
@@ -141,7 +142,7 @@ Response readResponse(const char* text)
     {
         return nullptr;
     }
-    return makeResponse(copyText(stringMember(document, "client_secret")),
+    return makeResponse(secretText(copyText(stringMember(document, "client_secret"))),
                         copyText(stringMember(document, "client_id")),
                         {.secretExpiresIn = stringMember(document, "client_secret_expires_in"),
                          .grantTypes = grantTypes.get(),
@@ -164,7 +165,7 @@ create_register_response(const char* client_secret, const char* client_id,
                          HandshakePayload** software_id_cert)
 {
     return guarded(nullptr, [&] {
-        return makeResponse(copyText(client_secret), copyText(client_id),
+        return makeResponse(secretText(copyText(client_secret)), copyText(client_id),
                             {.secretExpiresIn = client_secret_expires_in,
                              .grantTypes = grant_types,
                              .policyTypes = kest_policy_auth_types,
@@ -185,7 +186,7 @@ extern "C" void free_register_response(RegisterResponse* response)
     }
     std::free(response->client_id);
     std::free(response->reserved_text);
-    std::free(response->client_secret);
+    releaseSecret(response->client_secret);
     std::free(response->ssl_cert_cryptex);
     std::free(response->client_secret_expires_in);
     std::free(response->issued_at);

@@ -158,6 +158,11 @@ TEST(GenerateEcKey, GivesAPairThatBelongsTogether)
     ASSERT_EQ(i2o_ECPublicKey(key.get(), &point), 65);
     EXPECT_TRUE(std::equal(point, point + 65, publicKey));
     OPENSSL_free(point);
+    // OpenSSL writes the same bytes.
+    Bytes encoded(128);
+    unsigned char* position = encoded.data();
+    ASSERT_EQ(i2d_ECPrivateKey(key.get(), &position), privateLength);
+    EXPECT_TRUE(std::equal(privateKey, privateKey + privateLength, encoded.begin()));
 }
 
 TEST(GenerateEcKey, MakesAnotherKeyEachTime)
@@ -304,6 +309,19 @@ TEST(GenerateEcPrivateKey, ReplacesWhatTheFileHeld)
     EXPECT_NE(contentsOf(path), first);
 }
 
+TEST(GenerateEcPrivateKey, WritesTheTextThatOpenSslWrites)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory / "key.pem";
+    ASSERT_EQ(generateECPrivateKey(path.c_str()), 1);
+    const std::string text = contentsOf(path);
+    const std::unique_ptr<BIO, Releaser<BIO_free_all>> memory{
+        BIO_new_mem_buf(text.data(), static_cast<int>(text.size()))};
+    const Pkey key{PEM_read_bio_PrivateKey(memory.get(), nullptr, nullptr, nullptr)};
+    ASSERT_NE(key, nullptr);
+    EXPECT_EQ(text, privatePem(*key));
+}
+
 TEST(GenerateEcPrivateKey, FailsWhereItCannotWrite)
 {
     const TemporaryDirectory directory;
@@ -345,6 +363,22 @@ TEST(GetEcKeyFromFile, ReadsTheTraditionalFormToo)
     const EcKey expected = decodeWithOpenSsl(privateKeyDer());
     EXPECT_EQ(BN_cmp(EC_KEY_get0_private_key(key.get()), EC_KEY_get0_private_key(expected.get())),
               0);
+}
+
+TEST(GetEcKeyFromFile, ReadsAKeyBehindATextOfAnyLength)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory / "key.pem";
+    const Pkey made = generate("EC", "P-256");
+    const EcKey expected{EVP_PKEY_get1_EC_KEY(made.get())};
+    for (const std::size_t length : {1U, 3000U, 4095U, 4096U, 5000U, 100000U})
+    {
+        writeFile(path, std::string(length, 'x') + "\n" + privatePem(*made));
+        const EcKey key{getECKeyFromFile(path.c_str())};
+        ASSERT_NE(key, nullptr) << length;
+        EXPECT_EQ(
+            BN_cmp(EC_KEY_get0_private_key(key.get()), EC_KEY_get0_private_key(expected.get())), 0);
+    }
 }
 
 TEST(GetEcKeyFromFile, GivesNullForAnythingElse)

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "common/owners.hpp"
+
+#include <json/value.h>
+
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+
+namespace bmcoauth
+{
+
+/** Frees @p text after wiping it; does nothing if it is null. */
+inline void releaseSecret(char* text) noexcept
+{
+    if (text != nullptr)
+    {
+        explicit_bzero(text, std::strlen(text));
+        std::free(text);
+    }
+}
+
+/** Owns a text of the C heap that is wiped before it is freed. */
+using SecretText = std::unique_ptr<char, Releaser<releaseSecret>>;
+
+/** Takes over @p text. */
+[[nodiscard]] inline SecretText secretText(HeapText text) noexcept
+{
+    return SecretText{text.release()};
+}
+
+/** Wipes every block before it is freed, also those that a growing text leaves behind. */
+template <typename T>
+struct WipingAllocator
+{
+    using value_type = T; // NOLINT(readability-identifier-naming): the standard library's name
+
+    [[nodiscard]] T* allocate(std::size_t count)
+    {
+        return std::allocator<T>{}.allocate(count);
+    }
+
+    void deallocate(T* block, std::size_t count) noexcept
+    {
+        explicit_bzero(block, count * sizeof(T));
+        std::allocator<T>{}.deallocate(block, count);
+    }
+
+    bool operator==(const WipingAllocator& /*other*/) const noexcept = default;
+};
+
+/** A string whose heap blocks are wiped. */
+using SecretString = std::basic_string<char, std::char_traits<char>, WipingAllocator<char>>;
+
+/** Wipes every text of @p tree; names of members stay. @p tree must own its texts. */
+void wipeTexts(const Json::Value& tree) noexcept;
+
+/** Owns a JSON tree whose texts are wiped before they are freed.
+ *
+ *  The tree must own its texts: one made of a Json::StaticString belongs to a caller, and would be
+ *  wiped there. */
+struct SecretTree
+{
+    SecretTree() = default;
+    SecretTree(const SecretTree&) = delete;
+    SecretTree& operator=(const SecretTree&) = delete;
+    SecretTree(SecretTree&&) = delete;
+    SecretTree& operator=(SecretTree&&) = delete;
+    ~SecretTree()
+    {
+        wipeTexts(root);
+    }
+
+    Json::Value root;
+};
+
+} // namespace bmcoauth
