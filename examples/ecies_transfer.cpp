@@ -80,7 +80,7 @@ int open(const std::string& text, const CertificateKey& peer, const PrivateKey& 
     }
     // NOTE: the MAC does not cover the IV. Who can alter the message can alter the first 16 bytes
     // of the text unseen; a PEM text begins with bytes that every reader checks.
-    std::cout << opened->data() << '\n';
+    std::cout << opened->data();
     return EXIT_SUCCESS;
 }
 
@@ -97,8 +97,8 @@ int main(int argc, char** argv)
     // The key is wiped when the program ends its use.
     const bmcoauth::Expected<PrivateKey> key = PrivateKey::fromFile(argv[2]);
     std::ifstream file{argv[3]};
-    // A controller verifies the chain when the peer registers (CertificateKey::isValid), with the
-    // factory's roots; here the file is trusted as it is.
+    // A controller checks the peer's certificate when the peer registers (CertificateKey::isValid),
+    // with the factory's roots; here the file is trusted as it is.
     const bmcoauth::Expected<CertificateKey> peer = CertificateKey::fromPem(contents(file));
     if (!key || !peer)
     {

@@ -19,8 +19,14 @@ struct Options
 void explain(const Options& options)
 {
     const CertificateKey key = readCertificateKey(options.path);
-    answer(explainCertificate(key, options.name),
-           key.isValidRaw(options.name) ? Exit::success : Exit::invalid, options.json);
+    const bool accepted = key.isValidRaw(options.name);
+    const std::string reason = otherEnds(key, options.path);
+    Explanation explanation = explainCertificate(key, options.name);
+    if (explanation.verdict == Exit::success && !reason.empty())
+    {
+        explanation = refused("first certificate", reason, "the same certificate first and last");
+    }
+    answer(explanation, accepted && reason.empty() ? Exit::success : Exit::invalid, options.json);
 }
 
 } // namespace

@@ -94,13 +94,12 @@ std::size_t sizeOf(const CertificateKey& key)
 
 std::string otherEnds(const CertificateKey& key, const std::string& path)
 {
-    const std::vector<std::string> bodies = valuesOf(key.parameters(), x5c);
-    if (bodies.front() == bodies.back())
+    if (key.firstIsLast())
     {
         return "";
     }
     return "the chain in " + nameOf(path) + " is refused: the first of its " +
-           std::to_string(bodies.size()) +
+           std::to_string(sizeOf(key)) +
            " certificates, whose name and key count, is not the last one, which is verified "
            "(expected: device, intermediates, device)";
 }

@@ -99,9 +99,11 @@ TEST_F(FactoryChain, IsNotValidWithoutACertificate)
     EXPECT_FALSE(parsed(R"("kty":"EC")").isValid());
     EXPECT_FALSE(parsed(R"("kty":"EC","x5c":[])").isValid());
     EXPECT_FALSE(parsed(R"("x5c":[])").firstIsLast());
-    // One text twice, but no certificate.
-    EXPECT_FALSE(parsed(member("x5c", {"AAAA", "AAAA"})).firstIsLast());
+    EXPECT_FALSE(parsed(R"("kty":"EC")").firstIsLast());
+    // One text twice, but no certificate; two texts, and no certificate.
+    EXPECT_TRUE(parsed(member("x5c", {"AAAA", "AAAA"})).firstIsLast());
     EXPECT_FALSE(parsed(member("x5c", {"AAAA", "AAAA"})).isValid());
+    EXPECT_FALSE(parsed(member("x5c", {"AAAA", "AAAB"})).firstIsLast());
 }
 
 TEST_F(FactoryChain, ComparesCertificatesNotTheirTexts)

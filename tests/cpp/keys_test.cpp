@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <openssl/pem.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -15,7 +16,9 @@
 #include <algorithm>
 #include <barrier>
 #include <cerrno>
+#include <cstddef>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -68,6 +71,7 @@ bool isFolder(int descriptor)
 } // namespace
 
 // The headers' calls come here: the program's own definitions are preferred.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's are reserved.
 extern "C" int fsync(int descriptor)
 {
     if (!Recorder::note(isFolder(descriptor) ? "fsync of the folder" : "fsync of the file"))
@@ -87,6 +91,7 @@ extern "C" int link(const char* from, const char* to) noexcept
     }
     return linkat(AT_FDCWD, from, AT_FDCWD, to, 0);
 }
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 namespace bmcoauth
 {
@@ -244,6 +249,7 @@ TEST_F(LoadOrCreate, GivesOneKeyToAllWhoStartAtOnce)
     std::vector<std::string> keys(starters);
     {
         std::vector<std::jthread> threads;
+        threads.reserve(starters);
         for (std::string& key : keys)
         {
             threads.emplace_back([&] {

@@ -51,8 +51,9 @@ def ecies(program):
         def transfer(verb, own, peer, text, status=0):
             return run(program, verb, directory / f"{own}.key", directory / f"{peer}.pem", text=text, status=status)
 
-        message = transfer("seal", "left", "right", "for your eyes")
-        expect("the text", transfer("open", "right", "left", message), "for your eyes\n")
+        for text in "for your eyes", "for your eyes\n":
+            message = transfer("seal", "left", "right", text)
+            expect("the text", transfer("open", "right", "left", message), text)
         transfer("open", "stranger", "left", message, status=1)
         transfer("open", "right", "stranger", message, status=1)
         place = message.index('"encrypted_sslcert":"') + 30

@@ -196,6 +196,10 @@ class Chain(ToolTest):
         self.refused_in_json("verified", reason, *chain)
         key = self.good("cert", "encode", "attack.pem")
         self.refused(INVALID, "standard input is refused: the first", "cert", "chain", "-", text=key)
+        # A parameter that is found by "x5c" regardless of case, and whose certificates nobody reads.
+        key = json.loads(key)
+        key = json.dumps({**key, "X5C": key["x5c"][-1]})
+        self.refused(INVALID, "standard input is refused: the first", "cert", "chain", "-", text=key)
 
     def test_refuses_a_chain_that_does_not_end_with_the_device(self):
         end = "-----END CERTIFICATE-----\n"

@@ -57,9 +57,13 @@ using Certificate = std::unique_ptr<X509, CertificateReleaser>;
 namespace detail
 {
 
-/** Whether both texts, each the bare Base64 of a certificate, are the same certificate. */
+/** Whether both texts are the same, or else the bare Base64 of the same certificate. */
 [[nodiscard]] inline bool isSameCertificate(std::string_view left, std::string_view right)
 {
+    if (left == right)
+    {
+        return true;
+    }
     const Expected<Text> leftPem = certificatePem(left);
     const Expected<Text> rightPem = certificatePem(right);
     if (!leftPem || !rightPem)
@@ -139,7 +143,7 @@ public:
         return !in.failure() && ::validate_x509_jwk(list.get(), name) == 1;
     }
     /** Whether the first certificate and the last one are the same, so that names, public keys and
-     *  chain speak of one party. False also if one of them cannot be read. */
+     *  chain speak of one party. Texts that differ are read; false if one of them cannot be. */
     [[nodiscard]] bool firstIsLast() const
     {
         const TextRange certificates{chain()};

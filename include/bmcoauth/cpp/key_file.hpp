@@ -8,7 +8,6 @@
 #include <bmcoauth/signing.h>
 
 #include <fcntl.h>
-#include <cstdlib>
 #include <unistd.h>
 
 #include <cerrno>
