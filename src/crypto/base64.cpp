@@ -109,9 +109,9 @@ std::optional<Plan> toStandardAlphabet(std::string_view text, char* copy) noexce
     return Plan{static_cast<std::size_t>(end - copy), decoded, lineFeeds != 0};
 }
 
-/** Reads a text that says nothing through @p filter, which OpenSSL frees with what its buffers hold.
- *  The last step of a decoding. */
-void overwriteBuffers(BIO& filter) noexcept
+/** Reads a text that says nothing through @p filter, which OpenSSL frees with what its buffers hold:
+ *  the last step of a decoding. False when memory runs out. */
+bool overwriteBuffers(BIO& filter) noexcept
 {
     constexpr std::size_t lineLength = 64;
     // More than any of the buffers holds.
@@ -125,7 +125,7 @@ void overwriteBuffers(BIO& filter) noexcept
     BioPtr memory = readingBio({nothing.data(), nothing.size()});
     if (!memory)
     {
-        return;
+        return false;
     }
     BIO_push(&filter, memory.release());
     static_cast<void>(BIO_reset(&filter));
@@ -133,6 +133,7 @@ void overwriteBuffers(BIO& filter) noexcept
     while (BIO_read(&filter, nothing.data(), static_cast<int>(lineLength)) > 0)
     {
     }
+    return true;
 }
 
 /** Decodes any text into @p result, whose block has room for four bytes more than the text: what a
@@ -161,8 +162,7 @@ bool decodeThroughFilter(std::string_view text, Decoding& result) noexcept
         BIO_read(filter.get(), result.bytes.data.get(), static_cast<int>(plan->length));
     result.valid =
         result.bytes.size > 0 && static_cast<std::size_t>(result.bytes.size) == plan->decoded;
-    overwriteBuffers(*filter);
-    return true;
+    return overwriteBuffers(*filter);
 }
 
 std::optional<Decoding> decode(std::string_view text) noexcept

@@ -52,8 +52,7 @@ const Table rows{
      [](Attempt& attempt) {
          return decodes(attempt, "AAECAwQFBgcICQ-_");
      }},
-    // Without memory OpenSSL's buffers are not overwritten at the end, which changes no result.
-    {"base64URIdecode", "two lines with padding", getsBy,
+    {"base64URIdecode", "two lines with padding", failsOnly,
      [](Attempt& attempt) {
          return decodes(attempt, "AAECAwQFBgcI\nCQ==");
      }},
