@@ -50,8 +50,8 @@ class Borrowed : public std::span<const T>
 {
 public:
     Borrowed() noexcept = default;
-    /** Looks into `range`. */
-    template <detail::Lasting<T> Range>
+    /** Looks into `range`. Of another Borrowed it makes what the copy constructor makes. */
+    template <detail::Lasting<T> Range> // NOLINTNEXTLINE(bugprone-forwarding-reference-overload)
     Borrowed(Range&& range BMCOAUTH_LIFETIMEBOUND) noexcept
         : std::span<const T>{std::forward<Range>(range)}
     {
