@@ -73,7 +73,7 @@ void put(char (&field)[size], std::uint64_t number) noexcept
 
 } // namespace
 
-const Refused& Refused::about(std::string_view subject) const noexcept
+Refused& Refused::about(std::string_view subject) noexcept
 {
     // Of a path the end tells more.
     constexpr std::size_t room = sizeof noted.subject - 1;
@@ -85,42 +85,42 @@ const Refused& Refused::about(std::string_view subject) const noexcept
     return *this;
 }
 
-const Refused& Refused::within(std::string_view subject) const noexcept
+Refused& Refused::within(std::string_view subject) noexcept
 {
     return *std::begin(noted.subject) == '\0' ? about(subject) : *this;
 }
 
-const Refused& Refused::at(std::size_t index) const noexcept
+Refused& Refused::at(std::size_t index) noexcept
 {
     noted.index = static_cast<int>(index);
     return *this;
 }
 
-const Refused& Refused::saw(std::string_view text) const noexcept
+Refused& Refused::saw(std::string_view text) noexcept
 {
     put(noted.saw, text);
     return *this;
 }
 
-const Refused& Refused::saw(std::uint64_t number) const noexcept
+Refused& Refused::saw(std::uint64_t number) noexcept
 {
     put(noted.saw, number);
     return *this;
 }
 
-const Refused& Refused::sawErrno() const noexcept
+Refused& Refused::sawErrno() noexcept
 {
     std::array<char, sizeof noted.saw> buffer{};
     return saw(errorText(strerror_r(errno, buffer.data(), buffer.size()), buffer.data()));
 }
 
-const Refused& Refused::wanted(std::string_view text) const noexcept
+Refused& Refused::wanted(std::string_view text) noexcept
 {
     put(noted.wanted, text);
     return *this;
 }
 
-const Refused& Refused::wanted(std::uint64_t number) const noexcept
+Refused& Refused::wanted(std::uint64_t number) noexcept
 {
     put(noted.wanted, number);
     return *this;

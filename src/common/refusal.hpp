@@ -42,19 +42,19 @@ public:
     }
 
     /** The member, file or parameter that it concerns; only the end of a path fits. */
-    const Refused& about(std::string_view subject) const noexcept;
+    Refused& about(std::string_view subject) noexcept;
     /** As about, unless the place that refused has said it already. */
-    const Refused& within(std::string_view subject) const noexcept;
+    Refused& within(std::string_view subject) noexcept;
     /** Which of several keys, certificates or proofs. */
-    const Refused& at(std::size_t index) const noexcept;
+    Refused& at(std::size_t index) noexcept;
     /** What was there. Never a secret of ours. */
-    const Refused& saw(std::string_view text) const noexcept;
-    const Refused& saw(std::uint64_t number) const noexcept;
+    Refused& saw(std::string_view text) noexcept;
+    Refused& saw(std::uint64_t number) noexcept;
     /** As saw: the system's words for errno. */
-    const Refused& sawErrno() const noexcept;
+    Refused& sawErrno() noexcept;
     /** What should have been there. Never a secret of ours. */
-    const Refused& wanted(std::string_view text) const noexcept;
-    const Refused& wanted(std::uint64_t number) const noexcept;
+    Refused& wanted(std::string_view text) noexcept;
+    Refused& wanted(std::uint64_t number) noexcept;
 };
 
 /** Notes that @p rule refuses, and gives the failure value: `return refuse(...)`, at the place where

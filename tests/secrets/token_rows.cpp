@@ -54,7 +54,7 @@ Secrets validates(Watch& watch, const Validate& validate)
 }
 
 /** The body of the PEM block @p pem and the scalar in it. */
-Secrets secretsOfFile(std::string pem)
+Secrets secretsOfFile(const std::string& pem)
 {
     const std::string body =
         pem.substr(pem.find('\n') + 1, pem.rfind("\n-----END") - pem.find('\n') - 1);
