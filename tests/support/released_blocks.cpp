@@ -32,7 +32,7 @@ std::size_t sizeAt(std::size_t position)
 }
 
 /** What a block holds that nobody has written is no mistake here, though memcheck takes it for one. */
-void declareDefined([[maybe_unused]] char* bytes, [[maybe_unused]] std::size_t size)
+void declareDefined([[maybe_unused]] const char* bytes, [[maybe_unused]] std::size_t size)
 {
 #ifdef VALGRIND_MAKE_MEM_DEFINED
     static_cast<void>(VALGRIND_MAKE_MEM_DEFINED(bytes, size));
