@@ -134,9 +134,12 @@ Refused refuse(bmcoauth_rule rule) noexcept
 
 void publishRefusal() noexcept
 {
-    published = noted;
     // A later failure that notes nothing must not be taken for this one.
-    noted.rule = 0;
+    if (noted.rule != 0)
+    {
+        published = noted;
+        noted.rule = 0;
+    }
 }
 
 Refused refuseCall(bmcoauth_rule rule, const char* parameter) noexcept

@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstddef>
-#include <cstring>
 #include <string>
 #include <thread>
 
@@ -91,14 +89,12 @@ TEST(Refusal, GivesAProgramWhatItsRecordHolds)
 {
     refuseMember("enabled");
     // An older program knows the rule alone.
-    std::array<std::byte, sizeof(int) + 1> small{};
-    small.back() = std::byte{0x5a};
-    ASSERT_EQ(bmcoauth_last_refusal(reinterpret_cast<bmcoauth_refusal*>(small.data()), sizeof(int)),
-              1);
-    int rule = 0;
-    std::memcpy(&rule, small.data(), sizeof rule);
-    EXPECT_EQ(rule, BMCOAUTH_RULE_JSON_MEMBER_MISSING);
-    EXPECT_EQ(small.back(), std::byte{0x5a});
+    bmcoauth_refusal small{};
+    small.index = 77;
+    ASSERT_EQ(bmcoauth_last_refusal(&small, sizeof small.rule), 1);
+    EXPECT_EQ(small.rule, BMCOAUTH_RULE_JSON_MEMBER_MISSING);
+    EXPECT_EQ(small.index, 77);
+    EXPECT_STREQ(small.subject, "");
 
     // A newer one finds zeros in what this library does not know.
     struct Newer
