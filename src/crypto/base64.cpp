@@ -115,7 +115,8 @@ bool overwriteBuffers(BIO& filter) noexcept
 {
     constexpr std::size_t lineLength = 64;
     // More than any of the buffers holds.
-    std::array<char, 32 * (lineLength + 1)> nothing{};
+    constexpr std::size_t room = 32 * (lineLength + 1);
+    std::array<char, room> nothing{};
     nothing.fill('A');
     for (std::size_t end = lineLength; end < nothing.size(); end += lineLength + 1)
     {
