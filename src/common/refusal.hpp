@@ -60,7 +60,7 @@ public:
 /** Notes that @p rule refuses, and gives the failure value: `return refuse(...)`, at the place where
  *  the rule is known.
  *
- *  What is noted counts only if the exported call fails, where publishRefusal takes it: code that
+ *  A note counts only if the exported call fails, when publishRefusal takes it: code that
  *  tries one thing after another notes as it goes, and the last note before the failure is the
  *  reason. */
 [[gnu::cold]] Refused refuse(bmcoauth_rule rule) noexcept;

@@ -50,7 +50,7 @@ constexpr std::size_t pointSize(const CurveFacts& curve)
  *  scalar of 32 bytes. */
 constexpr std::array<unsigned char, 5> scalarMark{0x02, 0x01, 0x01, 0x04, 0x20};
 constexpr std::size_t scalarBytes = 32;
-/** What follows the scalar, each of which may be left out: the name of P-256, and what announces the
+/** The two optional parts behind the scalar: the name of P-256, and what announces the
  *  uncompressed point. */
 constexpr std::array<unsigned char, 12> curveName{0xa0, 0x0a, 0x06, 0x08, 0x2a, 0x86,
                                                   0x48, 0xce, 0x3d, 0x03, 0x01, 0x07};

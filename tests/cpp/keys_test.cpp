@@ -27,7 +27,7 @@
 namespace
 {
 
-/** What is asked of the file system from the making of this on, and what fails of it. */
+/** Records the calls to the file system while it exists; calls named `failing` fail. */
 struct Recorder
 {
     Recorder()

@@ -31,7 +31,7 @@ std::size_t sizeAt(std::size_t position)
     return size;
 }
 
-/** What a block holds that nobody has written is no mistake here, though memcheck takes it for one. */
+/** Reading unwritten bytes of a block is intended here, although memcheck reports it. */
 void declareDefined([[maybe_unused]] const char* bytes, [[maybe_unused]] std::size_t size)
 {
 #ifdef VALGRIND_MAKE_MEM_DEFINED

@@ -82,7 +82,7 @@ inline constexpr std::size_t mostSealedBytes = 73710;
 [[nodiscard]] inline Expected<Envelope> seal(std::string_view data, const CertificateKey& peer,
                                              const PrivateKey& key)
 {
-    // What is sealed always ends with a line feed, which the receiver takes off. The library adds
+    // Sealed data always ends with a line feed, which the receiver takes off. The library adds
     // one, but not to data that has one: there it is added here.
     const bool line = data.ends_with('\n');
     const std::size_t size = data.size() + (line ? 1 : 0);

@@ -97,7 +97,7 @@ public:
 
     /** Reads the key file `path`. If, and only if, no file is there, makes one first, of mode 0600.
      *
-     *  What is there is never written to. A file that is empty, encrypted, unreadable for the
+     *  Never writes to a file that exists. A file that is empty, encrypted, unreadable for the
      *  moment or no EC key gives Error::refused and stays as it is: with a new key, all tokens out
      *  there would be worthless. Where several processes start for the first time, all of them end
      *  with one key. The new key is on the medium before this returns.
