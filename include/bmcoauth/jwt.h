@@ -10,6 +10,19 @@
 #include <string>
 #endif
 
+/** bmcoauth_token_result names the results of `validateJWT`, `validateJWT_Delegated` and `parseJWT`. */
+#ifdef __cplusplus
+enum bmcoauth_token_result : int
+#else
+enum bmcoauth_token_result
+#endif
+{
+    BMCOAUTH_TOKEN_INVALID = 0, /**< refused: forged, malformed, not valid yet, a bad argument */
+    BMCOAUTH_TOKEN_VALID = 1,   /**< accepted */
+    BMCOAUTH_TOKEN_EXPIRED = 2, /**< refused: its time is over */
+    BMCOAUTH_TOKEN_FAILED = 3   /**< not judged: memory ran out or the clock cannot be read */
+};
+
 BMCOAUTH_PLAIN_BEGIN
 
 /** generateJWT gives the signed compact token (RFC 7515, section 7.1) of two records: the Base64url

@@ -58,6 +58,7 @@ enum bmcoauth_rule
     BMCOAUTH_RULE_KEY_CURVE = 803,   /**< the key is on another curve */
     BMCOAUTH_RULE_KEY_RANGE = 804,   /**< the private number is zero or not below the order */
     BMCOAUTH_RULE_KEY_UNSOUND = 805, /**< the parts of the key do not belong together */
+    BMCOAUTH_RULE_KEY_POINT = 806,   /**< the public point is not on the curve */
 
     /* jwk: JSON Web Keys; `subject` is the member */
     BMCOAUTH_RULE_JWK_KIND = 901,   /**< "kty" is neither "EC" nor "RSA" */

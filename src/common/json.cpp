@@ -32,7 +32,7 @@ int readMember(Json::Value& doc, const char* key, Out* out, Accepts accepts, Sto
 {
     if (key == nullptr || out == nullptr)
     {
-        return refuseNull(key == nullptr ? "key" : "out");
+        return refuseNull({{"key", key}, {"out", out}});
     }
     return guardedMemory(0, [&]() -> int {
         const Json::Value& found = doc[key];

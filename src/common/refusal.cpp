@@ -54,13 +54,6 @@ void put(char (&field)[size], std::string_view text) noexcept
     put(static_cast<char*>(field), size, text);
 }
 
-template <std::size_t size>
-void put(char (&field)[size], std::uint64_t number) noexcept
-{
-    static_assert(size > 20);
-    *std::to_chars(std::begin(field), std::end(field) - 1, number).ptr = '\0';
-}
-
 // strerror_r is declared in two ways; which one decides how its answer is read.
 [[maybe_unused]] const char* errorText(const char* result, const char* /*buffer*/) noexcept
 {
@@ -102,12 +95,6 @@ Refused& Refused::saw(std::string_view text) noexcept
     return *this;
 }
 
-Refused& Refused::saw(std::uint64_t number) noexcept
-{
-    put(noted.saw, number);
-    return *this;
-}
-
 Refused& Refused::sawErrno() noexcept
 {
     std::array<char, sizeof noted.saw> buffer{};
@@ -120,16 +107,24 @@ Refused& Refused::wanted(std::string_view text) noexcept
     return *this;
 }
 
-Refused& Refused::wanted(std::uint64_t number) noexcept
+Refused& Refused::wanted(std::string_view words, std::uint64_t number) noexcept
 {
-    put(noted.wanted, number);
-    return *this;
+    std::array<char, sizeof noted.wanted> buffer{};
+    char* const end = std::ranges::copy(words, buffer.data()).out;
+    *end = ' ';
+    char* const last = std::to_chars(end + 1, buffer.data() + buffer.size(), number).ptr;
+    return wanted({buffer.data(), last});
 }
 
 Refused refuse(bmcoauth_rule rule) noexcept
 {
     noted = {.rule = rule, .index = -1, .subject = {}, .saw = {}, .wanted = {}};
     return {};
+}
+
+int notedRule() noexcept
+{
+    return noted.rule;
 }
 
 void publishRefusal() noexcept
@@ -149,9 +144,10 @@ Refused refuseCall(bmcoauth_rule rule, const char* parameter) noexcept
     return {};
 }
 
-Refused refuseNull(const char* parameter) noexcept
+Refused refuseNull(std::initializer_list<Argument> arguments) noexcept
 {
-    return refuseCall(BMCOAUTH_RULE_ARGUMENT_NULL, parameter);
+    const auto* const missing = std::ranges::find(arguments, nullptr, &Argument::value);
+    return refuseCall(BMCOAUTH_RULE_ARGUMENT_NULL, missing == arguments.end() ? "" : missing->name);
 }
 
 } // namespace bmcoauth
@@ -215,6 +211,8 @@ extern "C" const char* bmcoauth_rule_name(int rule)
             return "key.range";
         case BMCOAUTH_RULE_KEY_UNSOUND:
             return "key.unsound";
+        case BMCOAUTH_RULE_KEY_POINT:
+            return "key.point";
         case BMCOAUTH_RULE_JWK_KIND:
             return "jwk.kind";
         case BMCOAUTH_RULE_JWK_NUMBER:

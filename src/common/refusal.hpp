@@ -4,7 +4,9 @@
 #include <bmcoauth/refusal.h>
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -49,12 +51,11 @@ public:
     Refused& at(std::size_t index) noexcept;
     /** What was there. Never a secret of ours. */
     Refused& saw(std::string_view text) noexcept;
-    Refused& saw(std::uint64_t number) noexcept;
     /** As saw: the system's words for errno. */
     Refused& sawErrno() noexcept;
     /** What should have been there. Never a secret of ours. */
     Refused& wanted(std::string_view text) noexcept;
-    Refused& wanted(std::uint64_t number) noexcept;
+    Refused& wanted(std::string_view words, std::uint64_t number) noexcept;
 };
 
 /** Notes that @p rule refuses, and gives the failure value: `return refuse(...)`, at the place where
@@ -65,6 +66,10 @@ public:
  *  reason. */
 [[gnu::cold]] Refused refuse(bmcoauth_rule rule) noexcept;
 
+/** The rule of the last note; 0 before the first one. Where several keys are tried, what became of one
+ *  is found here. */
+[[nodiscard]] int notedRule() noexcept;
+
 /** Passes on what was refused deeper, so that more can be said of it: `return refused().within("header")`. */
 [[nodiscard]] inline Refused refused() noexcept
 {
@@ -74,8 +79,15 @@ public:
 /** Makes the last note the thread's last refusal. For the boundary alone, when a call fails. */
 [[gnu::cold]] void publishRefusal() noexcept;
 
-/** Refuses a null argument at the boundary, before there is a guard. */
-[[gnu::cold]] Refused refuseNull(const char* parameter) noexcept;
+/** An argument by its name. */
+struct Argument
+{
+    const char* name;
+    const void* value;
+};
+
+/** Refuses the first of @p arguments that is null, at the boundary, before there is a guard. */
+[[gnu::cold]] Refused refuseNull(std::initializer_list<Argument> arguments) noexcept;
 
 /** Refuses at the boundary, before there is a guard. */
 [[gnu::cold]] Refused refuseCall(bmcoauth_rule rule, const char* parameter) noexcept;

@@ -142,7 +142,7 @@ EcKeyPtr decodeAnyPrivateKey(const unsigned char* der, int derLength) noexcept
         // Fills the key that it is given, and leaves it to its owner when it fails.
         if (!key || d2i_ECPrivateKey(&target, &position, derLength) == nullptr)
         {
-            return nullptr;
+            return refuseCrypto(BMCOAUTH_RULE_KEY_ENCODING);
         }
     }
     return key;
@@ -176,21 +176,41 @@ const EC_GROUP* groupOf(Curve curve) noexcept
 EcKeyPtr generateKey() noexcept
 {
     EcKeyPtr key{EC_KEY_new_by_curve_name(NID_X9_62_prime256v1)};
-    return key && EC_KEY_generate_key(key.get()) == 1 ? std::move(key) : nullptr;
+    if (!key || EC_KEY_generate_key(key.get()) != 1)
+    {
+        return refuseCrypto(BMCOAUTH_RULE_RANDOM_DEVICE);
+    }
+    return key;
 }
 
 EcKeyPtr decodePrivateKey(const unsigned char* der, int derLength) noexcept
 {
-    if (der == nullptr || derLength <= 0)
+    if (der == nullptr)
     {
-        return nullptr;
+        return refuse(BMCOAUTH_RULE_ARGUMENT_NULL).about("der");
+    }
+    if (derLength <= 0)
+    {
+        return refuse(BMCOAUTH_RULE_ARGUMENT_LENGTH).about("derLength");
     }
     EcKeyPtr key = usualPrivateKey({der, static_cast<std::size_t>(derLength)});
     if (!key)
     {
         key = decodeAnyPrivateKey(der, derLength);
     }
-    return key && isP256(*key) && hasUsableScalar(*key) ? std::move(key) : nullptr;
+    if (!key)
+    {
+        return nullptr;
+    }
+    if (!isP256(*key))
+    {
+        return refuse(BMCOAUTH_RULE_KEY_CURVE).wanted("P-256");
+    }
+    if (!hasUsableScalar(*key))
+    {
+        return refuse(BMCOAUTH_RULE_KEY_RANGE);
+    }
+    return key;
 }
 
 EcKeyPtr decodePkcs8(std::span<const unsigned char> der) noexcept
@@ -260,9 +280,11 @@ EcKeyPtr publicKeyAt(const UsualPoint& point) noexcept
 {
     EcKeyPtr key = emptyKey(point.curve);
     // Refuses a point that is off the curve.
-    return key && EC_KEY_oct2key(key.get(), point.bytes.data(), point.bytes.size(), nullptr) == 1
-               ? std::move(key)
-               : nullptr;
+    if (!key || EC_KEY_oct2key(key.get(), point.bytes.data(), point.bytes.size(), nullptr) != 1)
+    {
+        return refuseCrypto(BMCOAUTH_RULE_KEY_POINT);
+    }
+    return key;
 }
 
 bool isP256(const EC_KEY& key) noexcept

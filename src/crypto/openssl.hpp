@@ -3,6 +3,7 @@
 
 #include "common/guard.hpp"
 #include "common/owners.hpp"
+#include "common/refusal.hpp"
 
 #include <climits>
 #include <openssl/bio.h>
@@ -59,6 +60,10 @@ public:
         ERR_pop_to_mark();
     }
 };
+
+/** Refuses by @p rule what libcrypto has refused just now; by `memory.exhausted` where that is the
+ *  reason, which says nothing about the data. */
+[[gnu::cold]] Refused refuseCrypto(bmcoauth_rule rule) noexcept;
 
 /** guarded, for an entry that reaches OpenSSL. */
 template <typename Body, typename Result = std::invoke_result_t<const Body&>>

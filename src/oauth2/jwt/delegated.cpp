@@ -14,6 +14,7 @@
 #include <strutil.h>
 
 #include <array>
+#include <cstdio>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,14 +25,6 @@ namespace bmcoauth::jwt
 
 namespace
 {
-
-/** What a check of a delegated token comes to; the numbers are part of the interface. */
-enum Verdict : int
-{
-    invalid = 0,
-    valid = 1,
-    expired = 2,
-};
 
 /** @p text as a JSON string. Only what JSON demands is escaped, and no byte of another alphabet: an
  *  ordinary subject stands in the privilege document as it stands in the token. */
@@ -129,6 +122,67 @@ bool selects(jwk* key, const JWTHeader& header)
            curveFits(jwk_key_value(key, "crv"), algorithm);
 }
 
+/** What became of the keys of a search in vain. */
+class KeySearch
+{
+public:
+    void notSelected() noexcept
+    {
+        ++selectedNot;
+        ++next;
+    }
+
+    /** A key was selected, and what refused it has been noted. */
+    void refused() noexcept
+    {
+        const int rule = notedRule();
+        importedNot += rule == BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED ? 1U : 0U;
+        verifiedNot += rule == BMCOAUTH_RULE_TOKEN_SIGNATURE ? 1U : 0U;
+        if (rankOf(rule) > rankOf(furthest))
+        {
+            furthest = static_cast<bmcoauth_rule>(rule);
+            index = next;
+        }
+        ++next;
+    }
+
+    /** Refuses by what the key that came furthest broke, and says what became of all. */
+    bool refuse() const noexcept
+    {
+        std::array<char, 96> told{};
+        static_cast<void>(std::snprintf(
+            told.data(), told.size(), "%u keys: %u not selected, %u not imported, %u not verified",
+            next, selectedNot, importedNot, verifiedNot));
+        const Refused& reason = bmcoauth::refuse(furthest).saw(told.data());
+        return index ? reason.at(*index) : reason;
+    }
+
+private:
+    static int rankOf(int rule) noexcept
+    {
+        switch (rule)
+        {
+            case BMCOAUTH_RULE_TOKEN_KEY_NOT_SELECTED:
+                return 0;
+            case BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED:
+                return 1;
+            case BMCOAUTH_RULE_TOKEN_SIGNATURE:
+                return 3;
+            case BMCOAUTH_RULE_MEMORY_EXHAUSTED:
+                return 4;
+            default:
+                return 2;
+        }
+    }
+
+    bmcoauth_rule furthest = BMCOAUTH_RULE_TOKEN_KEY_NOT_SELECTED;
+    std::optional<unsigned int> index;
+    unsigned int next = 0;
+    unsigned int selectedNot = 0;
+    unsigned int importedNot = 0;
+    unsigned int verifiedNot = 0;
+};
+
 /** Whether one of @p trustedKeys verifies the signature.
  *
  *  The order of the list counts where it mixes both sorts of keys: a PEM key's outcome, good or
@@ -137,42 +191,65 @@ bool signedByOneOf(const char* const* trustedKeys, std::string_view signingInput
                    std::string_view signature, const JWTHeader& header)
 {
     bool verified = false;
+    KeySearch search;
+    const auto tried = [&](const char* pem) {
+        verified = verifyWithPem(signingInput, signature, pem, header.alg);
+        if (!verified)
+        {
+            search.refused();
+        }
+    };
     for (; *trustedKeys != nullptr; ++trustedKeys)
     {
         const keys::KeyRecord key{oauth2_parse_jwk(*trustedKeys)};
         if (!key)
         {
-            verified = verifyWithPem(signingInput, signature, *trustedKeys, header.alg);
+            tried(*trustedKeys);
             continue;
         }
-        const char* pem =
-            selects(key.get(), header) ? jwk_key_value(key.get(), "kest_decoded_key") : nullptr;
-        if (pem != nullptr)
+        if (!selects(key.get(), header))
         {
-            verified = verifyWithPem(signingInput, signature, pem, header.alg);
+            search.notSelected();
+        }
+        else if (const char* pem = jwk_key_value(key.get(), "kest_decoded_key"))
+        {
+            tried(pem);
+        }
+        else
+        {
+            refuse(BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED);
+            search.refused();
         }
         if (verified)
         {
             return true;
         }
     }
-    return verified;
+    return verified || search.refuse();
 }
 
 /** Whether the token of @p payload is within its period, give or take @p skew seconds. The sums are
  *  allowed to wrap: a time near the end of the range is no time that a token carries. */
-Verdict periodVerdict(const JWTPayload& payload, std::uint64_t skew)
+bmcoauth_token_result periodVerdict(const JWTPayload& payload, std::uint64_t skew)
 {
     if (payload.exp == nullptr)
     {
-        return invalid;
+        return refuse(BMCOAUTH_RULE_TOKEN_MEMBER).about("exp");
     }
     const std::optional<std::uint64_t> now = currentSeconds();
-    if (!now || *now >= secondsOf(payload.exp) + skew)
+    if (!now)
     {
-        return expired;
+        return BMCOAUTH_TOKEN_EXPIRED;
     }
-    return payload.nbf != nullptr && *now + skew < secondsOf(payload.nbf) ? invalid : valid;
+    if (*now >= secondsOf(payload.exp) + skew)
+    {
+        return refuseExpired(payload.exp, *now);
+    }
+    if (payload.nbf != nullptr && *now + skew < secondsOf(payload.nbf))
+    {
+        return refuseNotYetValid(payload.nbf, *now);
+    }
+    return BMCOAUTH_TOKEN_VALID;
 }
 
 /** What the caller of the check trusts and grants. */
@@ -184,24 +261,24 @@ struct Policy
     const char** providers;
 };
 
-Verdict check(std::string_view token, const Policy& policy, JWTHeader*& headerOut,
-              JWTPayload*& payloadOut, int& verified)
+bmcoauth_token_result check(std::string_view token, const Policy& policy, JWTHeader*& headerOut,
+                            JWTPayload*& payloadOut, int& verified)
 {
     const std::optional<TokenParts> parts = splitToken(token);
     if (!parts)
     {
-        return invalid;
+        return BMCOAUTH_TOKEN_INVALID;
     }
-    HeaderPtr ownedHeader = readHeader(parts->header);
     PayloadPtr ownedPayload = readPayload(parts->payload);
     if (!ownedPayload)
     {
-        return invalid;
+        return BMCOAUTH_TOKEN_INVALID;
     }
     spellOutRights(*ownedPayload, policy.roles, policy.providers);
+    HeaderPtr ownedHeader = readHeader(parts->header);
     if (!ownedHeader)
     {
-        return invalid;
+        return BMCOAUTH_TOKEN_INVALID;
     }
     const JWTHeader& header = *ownedHeader;
     const JWTPayload& payload = *ownedPayload;
@@ -211,17 +288,17 @@ Verdict check(std::string_view token, const Policy& policy, JWTHeader*& headerOu
     const std::optional<crypto::DecodedBytes> signature = crypto::decodeBase64Url(parts->signature);
     if (!signature)
     {
-        return invalid;
+        return refused().within("signature");
     }
     const std::string_view algorithm{header.alg};
     // A MAC made with a public key as its secret is the oldest of forgeries.
     if (algorithm.size() >= 2 && (algorithm.front() == 'H' || algorithm.front() == 'h'))
     {
-        return invalid;
+        return refuse(BMCOAUTH_RULE_TOKEN_ALGORITHM).about("alg").saw(algorithm);
     }
     if (!signedByOneOf(policy.trustedKeys, parts->signingInput, signature->text(), header))
     {
-        return invalid;
+        return BMCOAUTH_TOKEN_INVALID;
     }
     // Before the time is looked at: a caller can tell an authentic token that has expired from a
     // forged one.
@@ -242,9 +319,19 @@ extern "C" int validateJWT_Delegated(const char* token, const char** keys, unsig
     if (token == nullptr || keys == nullptr || *keys == nullptr || header == nullptr ||
         payload == nullptr || verified == nullptr)
     {
-        return jwt::invalid;
+        return refuseNull({{"token", token},
+                           {"keys", keys},
+                           {"keys", keys == nullptr ? nullptr : *keys},
+                           {"header", header},
+                           {"payload", payload},
+                           {"verified", verified}});
     }
-    return crypto::guardedCrypto(jwt::invalid, [&] {
+    const bmcoauth_token_result verdict = crypto::guardedCrypto(BMCOAUTH_TOKEN_INVALID, [&] {
         return jwt::check(token, {keys, skew, roles, providers}, *header, *payload, *verified);
     });
+    if (verdict == BMCOAUTH_TOKEN_EXPIRED)
+    {
+        publishRefusal();
+    }
+    return verdict;
 }

@@ -80,7 +80,7 @@ std::optional<Json::Value> objectOfTexts(const std::array<Field, count>& fields)
     {
         if (text == nullptr)
         {
-            return std::nullopt;
+            return refuse(BMCOAUTH_RULE_TOKEN_INCOMPLETE).about(name);
         }
         (*object)[Json::StaticString{name}] = Json::StaticString{text};
     }
@@ -95,7 +95,7 @@ std::optional<Json::Value> scopeClaim(const JWTPayload& payload)
     {
         if (payload.scopes == nullptr || payload.scopes[i].name == nullptr)
         {
-            return std::nullopt;
+            return refuse(BMCOAUTH_RULE_TOKEN_INCOMPLETE).about("scope");
         }
         const JWTscopes& entry = payload.scopes[i];
         Json::Value values{Json::arrayValue};
@@ -103,7 +103,7 @@ std::optional<Json::Value> scopeClaim(const JWTPayload& payload)
         {
             if (entry.values == nullptr || entry.values[j] == nullptr)
             {
-                return std::nullopt;
+                return refuse(BMCOAUTH_RULE_TOKEN_INCOMPLETE).about("scope").saw(entry.name);
             }
             values.append(Json::StaticString{entry.values[j]});
         }
@@ -143,15 +143,6 @@ std::optional<Json::Value> payloadObject(const JWTPayload& payload)
     }
     return object;
 }
-
-/** What a check of a token comes to; the numbers are part of the interface. */
-enum Verdict : int
-{
-    invalid = 0,
-    valid = 1,
-    expired = 2,
-    failed = 3,
-};
 
 /** One entry of the "scope" claim: every element of its array is a string and counts. */
 bool readScope(const Json::Value& array, JWTscopes& entry)
@@ -210,36 +201,39 @@ ScopesPtr readScopes(const Json::Value& claim)
 }
 
 /** Builds the header record and stores it at @p out. */
-Verdict takeHeader(std::string_view part, JWTHeader** out)
+bmcoauth_token_result takeHeader(std::string_view part, JWTHeader** out)
 {
     const std::optional<Json::Value> object = decodeObject(part);
     if (!object)
     {
-        return invalid;
+        return refused().within("header");
     }
     const char* typ = stringMember(*object, "typ");
     const char* alg = stringMember(*object, "alg");
     const char* kid = stringMember(*object, "kid");
     if (typ == nullptr || alg == nullptr || (kid == nullptr && object->isMember("kid")))
     {
-        return invalid;
+        return refuse(BMCOAUTH_RULE_TOKEN_MEMBER)
+            .about(typ == nullptr   ? "typ"
+                   : alg == nullptr ? "alg"
+                                    : "kid");
     }
-    JWTHeader* header = create_jwt_header(typ, alg, kid);
-    if (header == nullptr)
+    HeaderPtr header = makeHeader(typ, alg, kid);
+    if (!header)
     {
-        return failed;
+        return BMCOAUTH_TOKEN_FAILED;
     }
-    *out = header;
-    return valid;
+    *out = header.release();
+    return BMCOAUTH_TOKEN_VALID;
 }
 
 /** Checks the period of validity, builds the payload record and stores it at @p out. */
-Verdict takePayload(std::string_view part, std::uint64_t now, JWTPayload** out)
+bmcoauth_token_result takePayload(std::string_view part, std::uint64_t now, JWTPayload** out)
 {
     const std::optional<Json::Value> claims = decodeObject(part);
     if (!claims)
     {
-        return invalid;
+        return refused().within("payload");
     }
     const PayloadTexts texts{
         .sub = stringMember(*claims, "sub"),
@@ -249,65 +243,76 @@ Verdict takePayload(std::string_view part, std::uint64_t now, JWTPayload** out)
         .nbf = stringMember(*claims, "nbf"),
         .exp = stringMember(*claims, "exp"),
     };
-    for (const char* text : {texts.sub, texts.jti, texts.iss, texts.iat, texts.nbf, texts.exp})
+    for (const auto& [name, text] : std::array<Field, 6>{{{"sub", texts.sub},
+                                                          {"jti", texts.jti},
+                                                          {"iss", texts.iss},
+                                                          {"iat", texts.iat},
+                                                          {"nbf", texts.nbf},
+                                                          {"exp", texts.exp}}})
     {
         if (text == nullptr)
         {
-            return invalid;
+            return refuse(BMCOAUTH_RULE_TOKEN_MEMBER).about(name);
         }
     }
     // Not yet valid comes before expired: a token that is both is invalid.
     if (now < secondsOf(texts.nbf))
     {
-        return invalid;
+        return refuseNotYetValid(texts.nbf, now);
     }
     if (now >= secondsOf(texts.exp))
     {
-        return expired;
+        return refuseExpired(texts.exp, now);
     }
     const Json::Value* scope = member(*claims, "scope");
     ScopesPtr scopes = scope != nullptr ? readScopes(*scope) : nullptr;
     if (scope != nullptr && !scopes)
     {
-        return invalid;
+        return BMCOAUTH_TOKEN_INVALID;
     }
     PayloadPtr payload = makePayload(texts, now);
     if (!payload)
     {
-        return failed;
+        return BMCOAUTH_TOKEN_FAILED;
     }
     giveScopes(*payload, std::move(scopes));
     *out = payload.release();
-    return valid;
+    return BMCOAUTH_TOKEN_VALID;
 }
 
 /** Unlike elsewhere, each record is handed over as soon as it is built: a caller may read who a
  *  refused token names. */
-Verdict checkToken(std::string_view token, const unsigned char* der, int derLength,
-                   JWTHeader** header, JWTPayload** payload)
+bmcoauth_token_result checkToken(std::string_view token, const unsigned char* der, int derLength,
+                                 JWTHeader** header, JWTPayload** payload)
 {
     const std::optional<std::uint64_t> now = currentSeconds();
     if (!now)
     {
-        return failed;
+        return BMCOAUTH_TOKEN_FAILED;
     }
     const std::optional<TokenParts> parts = splitToken(token);
     if (!parts)
     {
-        return invalid;
+        return BMCOAUTH_TOKEN_INVALID;
     }
-    if (const Verdict taken = takeHeader(parts->header, header); taken != valid)
+    if (const bmcoauth_token_result taken = takeHeader(parts->header, header);
+        taken != BMCOAUTH_TOKEN_VALID)
     {
         return taken;
     }
-    if (const Verdict taken = takePayload(parts->payload, *now, payload); taken != valid)
+    if (const bmcoauth_token_result taken = takePayload(parts->payload, *now, payload);
+        taken != BMCOAUTH_TOKEN_VALID)
     {
         return taken;
     }
     const std::optional<crypto::DecodedBytes> signature = crypto::decodeBase64Url(parts->signature);
-    return signature && verifySignature(parts->signingInput, signature->text(), der, derLength)
-               ? valid
-               : invalid;
+    if (!signature)
+    {
+        return refused().within("signature");
+    }
+    return verifySignature(parts->signingInput, signature->text(), der, derLength)
+               ? BMCOAUTH_TOKEN_VALID
+               : BMCOAUTH_TOKEN_INVALID;
 }
 
 int guardedCheck(std::string_view token, const unsigned char* der, int derLength,
@@ -315,10 +320,15 @@ int guardedCheck(std::string_view token, const unsigned char* der, int derLength
 {
     if (header == nullptr || payload == nullptr)
     {
-        return invalid;
+        return refuseNull({{"header", header}, {"payload", payload}});
     }
-    return crypto::guardedCrypto(
-        invalid, [&] { return checkToken(token, der, derLength, header, payload); });
+    const bmcoauth_token_result result = crypto::guardedCrypto(
+        BMCOAUTH_TOKEN_INVALID, [&] { return checkToken(token, der, derLength, header, payload); });
+    if (result != BMCOAUTH_TOKEN_VALID)
+    {
+        publishRefusal();
+    }
+    return result;
 }
 
 } // namespace
@@ -365,7 +375,7 @@ extern "C" char* generateJWT(JWTHeader* header, JWTPayload* payload, const unsig
 {
     if (header == nullptr || payload == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"header", header}, {"payload", payload}});
     }
     return crypto::guardedCrypto(
         nullptr, [&] { return jwt::makeToken(*header, *payload, der, derLength).release(); });
@@ -374,8 +384,11 @@ extern "C" char* generateJWT(JWTHeader* header, JWTPayload* payload, const unsig
 extern "C" int validateJWT(const char* token, const unsigned char* der, int derLength,
                            JWTHeader** header, JWTPayload** payload)
 {
-    return token == nullptr ? jwt::invalid
-                            : jwt::guardedCheck(token, der, derLength, header, payload);
+    if (token == nullptr)
+    {
+        return refuseNull({{"token", token}});
+    }
+    return jwt::guardedCheck(token, der, derLength, header, payload);
 }
 
 int parseJWT(const std::string& token, const unsigned char* der, int derLength, JWTHeader** header,

@@ -49,7 +49,8 @@ struct Digest
 bool digestOf(std::string_view text, const EVP_MD& kind, Digest& digest) noexcept
 {
     return EVP_Digest(text.data(), text.size(), digest.bytes.data(), &digest.length, &kind,
-                      nullptr) == 1;
+                      nullptr) == 1 ||
+           refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
 }
 
 const unsigned char* bytesOf(std::string_view text) noexcept
@@ -77,7 +78,12 @@ crypto::RsaPtr readRsaKey(std::string_view pem) noexcept
     }
     const crypto::DerBytes numbers = crypto::readPem(pem, PEM_STRING_RSA_PUBLIC);
     const unsigned char* position = numbers.data.get();
-    return crypto::RsaPtr{numbers ? d2i_RSAPublicKey(nullptr, &position, numbers.length) : nullptr};
+    crypto::RsaPtr key{numbers ? d2i_RSAPublicKey(nullptr, &position, numbers.length) : nullptr};
+    if (!key)
+    {
+        return crypto::refuseCrypto(BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED).wanted("an RSA key");
+    }
+    return key;
 }
 
 /** Whether the exponent of @p key is one of RFC 8017, section 3.1, as far as a look at it tells:
@@ -85,7 +91,8 @@ crypto::RsaPtr readRsaKey(std::string_view pem) noexcept
 bool hasSoundExponent(const RSA& key) noexcept
 {
     const BIGNUM* const exponent = RSA_get0_e(&key);
-    return exponent != nullptr && BN_is_odd(exponent) && !BN_is_one(exponent);
+    return (exponent != nullptr && BN_is_odd(exponent) && !BN_is_one(exponent)) ||
+           refuse(BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED).wanted("an odd exponent above 1");
 }
 
 /** What PEM_read_bio_EC_PUBKEY reads; the usual keys without its making their curve anew. */
@@ -94,14 +101,30 @@ crypto::EcKeyPtr readEcKey(std::string_view pem) noexcept
     const crypto::DerBytes info = crypto::readPem(pem, PEM_STRING_PUBLIC);
     if (!info)
     {
-        return nullptr;
+        return crypto::refuseCrypto(BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED).wanted("an EC key");
     }
     if (const std::optional<crypto::UsualPoint> point = crypto::usualPoint(info.bytes()))
     {
         return crypto::publicKeyAt(*point);
     }
     const unsigned char* position = info.data.get();
-    return crypto::EcKeyPtr{d2i_EC_PUBKEY(nullptr, &position, info.length)};
+    crypto::EcKeyPtr key{d2i_EC_PUBKEY(nullptr, &position, info.length)};
+    if (!key)
+    {
+        return crypto::refuseCrypto(BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED).wanted("an EC key");
+    }
+    return key;
+}
+
+/** Whether libcrypto, which gave @p result, verified a signature. A negative result is a malformed
+ *  one, or memory. */
+bool isVerified(int result) noexcept
+{
+    if (result < 0)
+    {
+        return crypto::refuseCrypto(BMCOAUTH_RULE_TOKEN_SIGNATURE);
+    }
+    return result == 1 || refuse(BMCOAUTH_RULE_TOKEN_SIGNATURE);
 }
 
 /** RSASSA-PSS (RFC 8017, section 8.1.2) with a salt of any length. */
@@ -110,14 +133,15 @@ bool verifyPss(const Digest& digest, const EVP_MD& kind, std::string_view signat
     const int size = RSA_size(&key);
     if (size <= 0)
     {
-        return false;
+        return refuse(BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED);
     }
     const HeapBlock<unsigned char> message = essentialBlock(static_cast<std::size_t>(size), 1590);
     // The check below reads a block of the key's size, so that nothing less may come out here.
-    return RSA_public_decrypt(static_cast<int>(signature.size()), bytesOf(signature), message.get(),
-                              &key, RSA_NO_PADDING) == size &&
-           RSA_verify_PKCS1_PSS(&key, digest.bytes.data(), &kind, message.get(),
-                                RSA_PSS_SALTLEN_AUTO) == 1;
+    return (RSA_public_decrypt(static_cast<int>(signature.size()), bytesOf(signature),
+                               message.get(), &key, RSA_NO_PADDING) == size &&
+            RSA_verify_PKCS1_PSS(&key, digest.bytes.data(), &kind, message.get(),
+                                 RSA_PSS_SALTLEN_AUTO) == 1) ||
+           crypto::refuseCrypto(BMCOAUTH_RULE_TOKEN_SIGNATURE);
 }
 
 bool verifyRsa(std::string_view signingInput, std::string_view signature, std::string_view pem,
@@ -135,7 +159,8 @@ bool verifyRsa(std::string_view signingInput, std::string_view signature, std::s
     }
     return RSA_verify(EVP_MD_get_type(&kind), digest.bytes.data(), digest.length,
                       bytesOf(signature), static_cast<unsigned int>(signature.size()),
-                      key.get()) == 1;
+                      key.get()) == 1 ||
+           crypto::refuseCrypto(BMCOAUTH_RULE_TOKEN_SIGNATURE);
 }
 
 /** An ECDSA signature as DER. */
@@ -155,6 +180,7 @@ DerSignature derOf(std::string_view rawSignature)
     const crypto::EcdsaSignaturePtr signature{ECDSA_SIG_new()};
     if (!r || !s || !signature || ECDSA_SIG_set0(signature.get(), r.get(), s.get()) != 1)
     {
+        refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
         return {};
     }
     // The signature owns its integers now.
@@ -163,12 +189,14 @@ DerSignature derOf(std::string_view rawSignature)
     const int length = i2d_ECDSA_SIG(signature.get(), nullptr);
     if (length <= 0)
     {
+        refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
         return {};
     }
     HeapBlock<unsigned char> der = essentialBlock(static_cast<std::size_t>(length), 1544);
     unsigned char* position = der.get();
     if (i2d_ECDSA_SIG(signature.get(), &position) != length)
     {
+        refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
         return {};
     }
     return {std::move(der), length};
@@ -184,8 +212,8 @@ bool verifyEc(std::string_view signingInput, std::string_view signature, std::st
         return false;
     }
     const auto verify = [&](const unsigned char* der, int length) {
-        return ECDSA_verify(0, digest.bytes.data(), static_cast<int>(digest.length), der, length,
-                            key.get()) == 1;
+        return isVerified(ECDSA_verify(0, digest.bytes.data(), static_cast<int>(digest.length), der,
+                                       length, key.get()));
     };
     if (signature.size() != strength.rawSignatureLength)
     {
@@ -203,9 +231,13 @@ bool verifyWithPem(std::string_view signingInput, std::string_view signature, st
     // A search through many keys fails many times, and OpenSSL's error queue is short: what a
     // caller has in it must not be pushed out.
     const crypto::ErrorMark mark;
-    if (algorithm.size() < 2 || signature.size() > INT_MAX)
+    if (algorithm.size() < 2)
     {
-        return false;
+        return refuse(BMCOAUTH_RULE_TOKEN_ALGORITHM).about("alg").saw(algorithm);
+    }
+    if (signature.size() > INT_MAX)
+    {
+        return refuse(BMCOAUTH_RULE_TOKEN_SIGNATURE);
     }
     const Strength strength = strengthOf(algorithm);
     // EVP would copy the key from the form in which it was read into another one, at a third of the
@@ -222,7 +254,7 @@ bool verifyWithPem(std::string_view signingInput, std::string_view signature, st
         case 'e':
             return verifyEc(signingInput, signature, pem, strength);
         default:
-            return false;
+            return refuse(BMCOAUTH_RULE_TOKEN_ALGORITHM).about("alg").saw(algorithm);
     }
 }
 

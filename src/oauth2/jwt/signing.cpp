@@ -26,104 +26,70 @@ namespace bmcoauth::jwt
 namespace
 {
 
-/** The buffer of a stream that carries a private key; wiped when it goes. */
-class StreamBuffer
+/** The buffer of a stream that carries a private key; it must outlive @p stream, which has not been
+ *  read or written yet. */
+using StreamBuffer = crypto::SecretBytes<1024>;
+
+void serve(StreamBuffer& buffer, std::FILE& stream) noexcept
 {
-public:
-    StreamBuffer() = default;
-    StreamBuffer(const StreamBuffer&) = delete;
-    StreamBuffer& operator=(const StreamBuffer&) = delete;
-    StreamBuffer(StreamBuffer&&) = delete;
-    StreamBuffer& operator=(StreamBuffer&&) = delete;
-    ~StreamBuffer()
-    {
-        OPENSSL_cleanse(bytes.data(), bytes.size());
-    }
-
-    /** Must outlive @p stream, which has not been read or written yet. */
-    void serve(std::FILE& stream) noexcept
-    {
-        // Where this is refused the stream allocates a buffer of its own, and works as well.
-        static_cast<void>(std::setvbuf(&stream, bytes.data(), _IOFBF, bytes.size()));
-    }
-
-private:
-    std::array<char, 1024> bytes{};
-};
+    // Where this is refused the stream allocates a buffer of its own, and works as well.
+    static_cast<void>(
+        std::setvbuf(&stream, reinterpret_cast<char*>(buffer.data()), _IOFBF, buffer.size()));
+}
 
 /** An encoded key. */
-class KeyBytes
+using KeyBytes = crypto::SecretBlock;
+
+/** Gives @p key away as the `i2d_` functions do: as a new buffer where the caller has none, else into
+ *  the caller's, moving the pointer behind it. */
+void handOver(KeyBytes key, unsigned char*& out, int& length) noexcept
 {
-public:
-    KeyBytes(HeapBlock<unsigned char> encoded, int encodedLength) noexcept
-        : block(std::move(encoded)), size(encodedLength)
+    const std::size_t size = key.get_deleter().size;
+    length = static_cast<int>(size);
+    if (out == nullptr)
     {
+        out = key.release();
+        return;
     }
-    KeyBytes(KeyBytes&&) noexcept = default;
-    KeyBytes& operator=(KeyBytes&&) = delete;
-    KeyBytes(const KeyBytes&) = delete;
-    KeyBytes& operator=(const KeyBytes&) = delete;
-    ~KeyBytes()
-    {
-        if (block)
-        {
-            OPENSSL_cleanse(block.get(), static_cast<std::size_t>(size));
-        }
-    }
-
-    explicit operator bool() const noexcept
-    {
-        return block != nullptr;
-    }
-
-    /** Gives the bytes away as the `i2d_` functions do: as a new buffer where the caller has none,
-     *  else into the caller's, moving the pointer behind them. */
-    void handOver(unsigned char*& out, int& length) noexcept
-    {
-        length = size;
-        if (out == nullptr)
-        {
-            out = block.release();
-            return;
-        }
-        out = std::copy_n(block.get(), size, out);
-    }
-
-private:
-    HeapBlock<unsigned char> block;
-    int size;
-};
+    out = std::copy_n(key.get(), size, out);
+}
 
 KeyBytes publicBytes(const EC_KEY& key) noexcept
 {
     const int length = i2o_ECPublicKey(&key, nullptr);
-    HeapBlock<unsigned char> block =
-        length > 0 ? zeroedBlock<unsigned char>(static_cast<std::size_t>(length)) : nullptr;
-    if (block)
+    KeyBytes block = crypto::secretBlock(length > 0 ? static_cast<std::size_t>(length) : 0);
+    unsigned char* position = block.get();
+    if (length <= 0 || !block || i2o_ECPublicKey(&key, &position) != length)
     {
-        unsigned char* position = block.get();
-        if (i2o_ECPublicKey(&key, &position) != length)
-        {
-            block.reset();
-        }
+        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
     }
-    return {std::move(block), length};
+    return block;
 }
 
 KeyBytes privateBytes(const EC_KEY& key) noexcept
 {
-    HeapBlock<unsigned char> block = zeroedBlock<unsigned char>(crypto::privateKeyBytes);
-    if (block && !crypto::encodePrivateKey(key, std::span<unsigned char, crypto::privateKeyBytes>{
-                                                    block.get(), crypto::privateKeyBytes}))
+    KeyBytes block = crypto::secretBlock(crypto::privateKeyBytes);
+    if (!block || !crypto::encodePrivateKey(key, std::span<unsigned char, crypto::privateKeyBytes>{
+                                                     block.get(), crypto::privateKeyBytes}))
     {
-        block.reset();
+        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
     }
-    return {std::move(block), static_cast<int>(crypto::privateKeyBytes)};
+    return block;
 }
 
 crypto::EcKeyPtr ecKeyOf(const crypto::PkeyPtr& key) noexcept
 {
-    return crypto::EcKeyPtr{key ? EVP_PKEY_get1_EC_KEY(key.get()) : nullptr};
+    if (!key)
+    {
+        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_ENCODING)
+            .wanted("a private key in PEM, not encrypted");
+    }
+    crypto::EcKeyPtr ecKey{EVP_PKEY_get1_EC_KEY(key.get())};
+    if (!ecKey)
+    {
+        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_KIND).wanted("an EC key");
+    }
+    return ecKey;
 }
 
 /** Longer than any key file without a text before the key. */
@@ -158,7 +124,7 @@ crypto::EcKeyPtr readKeyFile(const char* path) noexcept
     {
         return nullptr;
     }
-    buffer.serve(*file);
+    serve(buffer, *file);
     crypto::SecretBytes<longestKeyFile> text;
     const std::size_t length = std::fread(text.data(), 1, text.size(), file.get());
     if (std::feof(file.get()) != 0)
@@ -178,7 +144,7 @@ bool writeKey(const EC_KEY& key, std::FILE& file) noexcept
     crypto::SecretBytes<crypto::pkcs8Bytes> der;
     if (!crypto::encodePkcs8(key, der))
     {
-        return false;
+        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
     }
     const SecretText body =
         secretText(crypto::encodeBase64({reinterpret_cast<const char*>(der.data()), der.size()}));
@@ -211,9 +177,11 @@ bool writeKeyFile(const char* path) noexcept
     {
         return false;
     }
-    buffer.serve(*file);
+    serve(buffer, *file);
     // The flush finds the full disk that the writes into the buffer did not.
-    return writeKey(*key, *file) && std::fflush(file.get()) == 0 && std::ferror(file.get()) == 0;
+    return writeKey(*key, *file) &&
+           ((std::fflush(file.get()) == 0 && std::ferror(file.get()) == 0) ||
+            refuse(BMCOAUTH_RULE_FILE_UNWRITABLE).about(path).sawErrno());
 }
 
 bool makeKeyPair(unsigned char*& publicOut, unsigned char*& privateOut, int& publicLength,
@@ -230,15 +198,16 @@ bool makeKeyPair(unsigned char*& publicOut, unsigned char*& privateOut, int& pub
     {
         return false;
     }
-    publicPart.handOver(publicOut, publicLength);
-    privatePart.handOver(privateOut, privateLength);
+    handOver(std::move(publicPart), publicOut, publicLength);
+    handOver(std::move(privatePart), privateOut, privateLength);
     return true;
 }
 
 bool isSoundKeyFile(const char* path) noexcept
 {
     const crypto::EcKeyPtr key = readKeyFile(path);
-    return key && EC_KEY_check_key(key.get()) == 1;
+    return key && (EC_KEY_check_key(key.get()) == 1 ||
+                   crypto::refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND).about(path));
 }
 
 bool readPublicPoint(const char* path, unsigned char*& out, int& length) noexcept
@@ -253,7 +222,7 @@ bool readPublicPoint(const char* path, unsigned char*& out, int& length) noexcep
     {
         return false;
     }
-    point.handOver(out, length);
+    handOver(std::move(point), out, length);
     return true;
 }
 
@@ -272,10 +241,10 @@ bool verifySignature(std::string_view signingInput, std::string_view signature,
                      const unsigned char* der, int derLength)
 {
     const crypto::EcKeyPtr key = crypto::decodePrivateKey(der, derLength);
-    return key &&
-           crypto::verifyText(
-               signingInput,
-               {reinterpret_cast<const unsigned char*>(signature.data()), signature.size()}, *key);
+    return key && crypto::verifyText(
+                      signingInput,
+                      {reinterpret_cast<const unsigned char*>(signature.data()), signature.size()},
+                      *key, BMCOAUTH_RULE_TOKEN_SIGNATURE);
 }
 
 } // namespace bmcoauth::jwt
@@ -288,7 +257,10 @@ extern "C" int generateECKey(unsigned char** publicKey, unsigned char** privateK
     if (publicKey == nullptr || privateKey == nullptr || publicLength == nullptr ||
         privateLength == nullptr)
     {
-        return 0;
+        return refuseNull({{"publicKey", publicKey},
+                           {"privateKey", privateKey},
+                           {"publicLength", publicLength},
+                           {"privateLength", privateLength}});
     }
     return crypto::guardedCrypto(0, [&] {
         return int{jwt::makeKeyPair(*publicKey, *privateKey, *publicLength, *privateLength)};
@@ -299,7 +271,7 @@ extern "C" int generateECPrivateKey(const char* path)
 {
     if (path == nullptr)
     {
-        return 0;
+        return refuseNull({{"path", path}});
     }
     return crypto::guardedCrypto(0, [&] { return int{jwt::writeKeyFile(path)}; });
 }
@@ -308,7 +280,7 @@ extern "C" int validateECPrivateKey(const char* path)
 {
     if (path == nullptr)
     {
-        return 0;
+        return refuseNull({{"path", path}});
     }
     return crypto::guardedCrypto(0, [&] { return int{jwt::isSoundKeyFile(path)}; });
 }
@@ -317,7 +289,7 @@ extern "C" int getECPublicKey(const char* path, unsigned char** publicKey, int* 
 {
     if (path == nullptr || publicKey == nullptr || length == nullptr)
     {
-        return 0;
+        return refuseNull({{"path", path}, {"publicKey", publicKey}, {"length", length}});
     }
     return crypto::guardedCrypto(
         0, [&] { return int{jwt::readPublicPoint(path, *publicKey, *length)}; });
@@ -327,7 +299,7 @@ EC_KEY* getECKeyFromFile(const char* path)
 {
     if (path == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"path", path}});
     }
     return crypto::guardedCrypto(nullptr, [&] { return jwt::readKeyFile(path).release(); });
 }
@@ -341,9 +313,13 @@ char* signToken(const std::string& signingInput, const unsigned char* der, int d
 int verifySignature(const std::string& signingInput, const unsigned char* signature,
                     int signatureLength, const unsigned char* der, int derLength)
 {
-    if (signature == nullptr || signatureLength < 0)
+    if (signature == nullptr)
     {
-        return 0;
+        return refuseNull({{"signature", signature}});
+    }
+    if (signatureLength < 0)
+    {
+        return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "signatureLength");
     }
     const std::string_view bytes{reinterpret_cast<const char*>(signature),
                                  static_cast<std::size_t>(signatureLength)};

@@ -25,10 +25,15 @@ namespace bmcoauth::jwt
 namespace
 {
 
-/** Stores a copy of @p text in @p field; false when there is no text or no memory. */
-bool copyInto(char*& field, const char* text) noexcept
+/** Stores a copy of @p text, the member @p name of a record, in @p field; false when there is no text
+ *  or no memory. */
+bool copyInto(char*& field, const char* text, const char* name) noexcept
 {
-    field = text == nullptr ? nullptr : heapText(text).release();
+    if (text == nullptr)
+    {
+        return refuse(BMCOAUTH_RULE_ARGUMENT_NULL).about(name);
+    }
+    field = heapText(text).release();
     return field != nullptr;
 }
 
@@ -153,9 +158,9 @@ int readRecord(const char* token, Record** out, std::string_view TokenParts::*pa
 {
     if (token == nullptr || out == nullptr)
     {
-        return 0;
+        return refuseNull({{"token", token}, {"out", out}});
     }
-    return crypto::guardedCrypto(0, [&] {
+    return crypto::guardedCrypto(0, [&]() -> int {
         const std::optional<TokenParts> parts = splitToken(token);
         auto record = parts ? read((*parts).*part) : nullptr;
         if (!record)
@@ -169,11 +174,23 @@ int readRecord(const char* token, Record** out, std::string_view TokenParts::*pa
 
 } // namespace
 
+HeaderPtr makeHeader(const char* typ, const char* alg, const char* kid) noexcept
+{
+    HeaderPtr header{zeroedBlock<JWTHeader>(1).release()};
+    if (!header || !copyInto(header->typ, typ, "typ") || !copyInto(header->alg, alg, "alg"))
+    {
+        return nullptr;
+    }
+    header->kid = o2_ff_strdup(kid, "create_jwt_header", 266);
+    return header;
+}
+
 PayloadPtr makePayload(const PayloadTexts& texts, std::uint64_t now)
 {
     PayloadPtr payload{zeroedBlock<JWTPayload>(1).release()};
-    if (!payload || !copyInto(payload->sub, texts.sub) || !copyInto(payload->jti, texts.jti) ||
-        !copyInto(payload->iss, texts.iss) || !copyInto(payload->exp, texts.exp))
+    if (!payload || !copyInto(payload->sub, texts.sub, "sub") ||
+        !copyInto(payload->jti, texts.jti, "jti") || !copyInto(payload->iss, texts.iss, "iss") ||
+        !copyInto(payload->exp, texts.exp, "exp"))
     {
         return nullptr;
     }
@@ -181,12 +198,12 @@ PayloadPtr makePayload(const PayloadTexts& texts, std::uint64_t now)
     // expiry is the caller's wish.
     if (texts.iat == nullptr && secondsOf(texts.exp) == now)
     {
-        return nullptr;
+        return refuse(BMCOAUTH_RULE_TOKEN_EXPIRES_NOW).about("exp").saw(texts.exp);
     }
     const bool dated = texts.iat != nullptr && texts.nbf != nullptr;
     const std::string nowText = dated ? std::string{} : decimal(now);
-    if (!copyInto(payload->iat, texts.iat != nullptr ? texts.iat : nowText.c_str()) ||
-        !copyInto(payload->nbf, texts.nbf != nullptr ? texts.nbf : nowText.c_str()))
+    if (!copyInto(payload->iat, texts.iat != nullptr ? texts.iat : nowText.c_str(), "iat") ||
+        !copyInto(payload->nbf, texts.nbf != nullptr ? texts.nbf : nowText.c_str(), "nbf"))
     {
         return nullptr;
     }
@@ -199,13 +216,27 @@ void giveScopes(JWTPayload& payload, ScopesPtr scopes) noexcept
     payload.scopes = scopes.release();
 }
 
+bmcoauth_token_result refuseExpired(const char* expiry, std::uint64_t now) noexcept
+{
+    refuse(BMCOAUTH_RULE_TOKEN_EXPIRED).about("exp").saw(expiry).wanted("above", now);
+    return BMCOAUTH_TOKEN_EXPIRED;
+}
+
+bmcoauth_token_result refuseNotYetValid(const char* notBefore, std::uint64_t now) noexcept
+{
+    return refuse(BMCOAUTH_RULE_TOKEN_NOT_YET_VALID)
+        .about("nbf")
+        .saw(notBefore)
+        .wanted("at most", now);
+}
+
 std::optional<TokenParts> splitToken(std::string_view token) noexcept
 {
     const std::size_t first = token.find('.');
     const std::size_t second = first == std::string_view::npos ? first : token.find('.', first + 1);
     if (second == std::string_view::npos)
     {
-        return std::nullopt;
+        return refuse(BMCOAUTH_RULE_TOKEN_PARTS);
     }
     return TokenParts{token.substr(0, first), token.substr(first + 1, second - first - 1),
                       token.substr(second + 1), token.substr(0, second)};
@@ -229,14 +260,14 @@ HeaderPtr readHeader(std::string_view part)
     const std::optional<Json::Value> claims = decodeObject(part);
     if (!claims)
     {
-        return nullptr;
+        return refused().within("header");
     }
     HeaderPtr header{recordBlock<JWTHeader>(sizeof(JWTHeader), "da_parseJwtHeader", 953).release()};
     header->typ = textClaim(*claims, "typ").release();
     header->alg = textClaim(*claims, "alg").release();
     if (header->alg == nullptr)
     {
-        return nullptr;
+        return refuse(BMCOAUTH_RULE_TOKEN_MEMBER).about("alg");
     }
     header->kid = textClaim(*claims, "kid").release();
     return header;
@@ -247,7 +278,7 @@ PayloadPtr readPayload(std::string_view part)
     std::optional<Json::Value> claims = decodeObject(part);
     if (!claims)
     {
-        return nullptr;
+        return refused().within("payload");
     }
     PayloadPtr payload{
         recordBlock<JWTPayload>(sizeof(JWTPayload), "da_parseJwtPayload", 812).release()};
@@ -290,14 +321,7 @@ using namespace bmcoauth;
 
 extern "C" JWTHeader* create_jwt_header(const char* typ, const char* alg, const char* kid)
 {
-    const ErrnoKeeper keeper;
-    jwt::HeaderPtr header{zeroedBlock<JWTHeader>(1).release()};
-    if (!header || !jwt::copyInto(header->typ, typ) || !jwt::copyInto(header->alg, alg))
-    {
-        return nullptr;
-    }
-    header->kid = o2_ff_strdup(kid, "create_jwt_header", 266);
-    return header.release();
+    return guarded(nullptr, [&] { return jwt::makeHeader(typ, alg, kid).release(); });
 }
 
 extern "C" void free_jwt_header(JWTHeader* header)

@@ -3,6 +3,7 @@
 
 #include "common/owners.hpp"
 
+#include <bmcoauth/jwt.h>
 #include <bmcoauth/token.h>
 
 #include <json/value.h>
@@ -43,6 +44,9 @@ struct PayloadTexts
     const char* exp;
 };
 
+/** create_jwt_header for callers inside. */
+[[nodiscard]] HeaderPtr makeHeader(const char* typ, const char* alg, const char* kid) noexcept;
+
 /** A payload without scopes, as create_jwt_payload makes it at the second @p now; null when a text
  *  is missing, when the token would expire this very second, or when memory runs out. */
 [[nodiscard]] PayloadPtr makePayload(const PayloadTexts& texts, std::uint64_t now);
@@ -58,6 +62,11 @@ struct TokenParts
     std::string_view signature;
     std::string_view signingInput; /**< header, dot and payload: what the signature covers */
 };
+
+/** Refuse a token for its "exp" or its "nbf". */
+[[gnu::cold]] bmcoauth_token_result refuseExpired(const char* expiry, std::uint64_t now) noexcept;
+[[gnu::cold]] bmcoauth_token_result refuseNotYetValid(const char* notBefore,
+                                                      std::uint64_t now) noexcept;
 
 /** Splits @p token at its first two dots; a further dot is left in the signature, where it does
  *  not decode. Nothing when there are fewer. */
