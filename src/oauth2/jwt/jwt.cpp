@@ -149,7 +149,7 @@ bool readScope(const Json::Value& array, JWTscopes& entry)
 {
     if (!array.isArray())
     {
-        return false;
+        return refuse(BMCOAUTH_RULE_TOKEN_SCOPE).about("scope");
     }
     if (array.empty())
     {
@@ -164,7 +164,7 @@ bool readScope(const Json::Value& array, JWTscopes& entry)
     {
         if (!element.isString())
         {
-            return false;
+            return refuse(BMCOAUTH_RULE_TOKEN_SCOPE).about("scope");
         }
         entry.values[entry.count] = requireHeapText(element.asCString()).release();
         ++entry.count;
@@ -179,7 +179,7 @@ ScopesPtr readScopes(const Json::Value& claim)
     const std::vector<NamedMember> members = namedMembers(claim);
     if (members.empty())
     {
-        return nullptr;
+        return refuse(BMCOAUTH_RULE_TOKEN_SCOPE).about("scope");
     }
     ScopesPtr scopes{zeroedBlock<JWTscopes>(members.size()).release(),
                      {static_cast<int>(members.size())}};

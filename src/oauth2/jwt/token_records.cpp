@@ -247,8 +247,15 @@ std::optional<Json::Value> decodeObject(std::string_view part)
     const std::optional<crypto::DecodedBytes> text = crypto::decodeBase64Url(part);
     std::optional<Json::Value> object{std::in_place};
     // A raw zero byte is not JSON, although jsoncpp takes it: a string would end there in a record.
-    if (!text || text->text().find('\0') != std::string_view::npos ||
-        !parseJsonObject(text->text(), *object))
+    if (!text)
+    {
+        return std::nullopt;
+    }
+    if (text->text().find('\0') != std::string_view::npos)
+    {
+        return refuse(BMCOAUTH_RULE_JSON_SYNTAX).saw(text->text());
+    }
+    if (!parseJsonObject(text->text(), *object))
     {
         return std::nullopt;
     }
