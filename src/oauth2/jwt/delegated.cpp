@@ -153,7 +153,7 @@ public:
         static_cast<void>(std::snprintf(
             told.data(), told.size(), "%u keys: %u not selected, %u not imported, %u not verified",
             next, selectedNot, importedNot, verifiedNot));
-        const Refused& reason = bmcoauth::refuse(furthest).saw(told.data());
+        Refused reason = bmcoauth::refuse(furthest).saw(told.data());
         return index ? reason.at(*index) : reason;
     }
 

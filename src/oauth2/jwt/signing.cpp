@@ -127,14 +127,21 @@ crypto::EcKeyPtr readKeyFile(const char* path) noexcept
     serve(buffer, *file);
     crypto::SecretBytes<longestKeyFile> text;
     const std::size_t length = std::fread(text.data(), 1, text.size(), file.get());
-    if (std::feof(file.get()) != 0)
+    const bool whole = std::feof(file.get()) != 0;
+    if (!whole)
     {
-        return readKeyText({reinterpret_cast<const char*>(text.data()), length});
+        // A long text before the key, or nothing that can be read.
+        std::rewind(file.get());
     }
-    // A long text before the key, or nothing that can be read.
-    std::rewind(file.get());
-    return ecKeyOf(crypto::PkeyPtr{
-        PEM_read_PrivateKey(file.get(), nullptr, crypto::refusePassPhrase, nullptr)});
+    crypto::EcKeyPtr key =
+        whole ? readKeyText({reinterpret_cast<const char*>(text.data()), length})
+              : ecKeyOf(crypto::PkeyPtr{
+                    PEM_read_PrivateKey(file.get(), nullptr, crypto::refusePassPhrase, nullptr)});
+    if (!key)
+    {
+        return refused().within(path);
+    }
+    return key;
 }
 
 /** Writes the PEM form of @p key, which OpenSSL's writer leaves copies of; what cannot be written

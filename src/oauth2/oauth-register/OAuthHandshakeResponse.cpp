@@ -261,7 +261,8 @@ bool verifyCertificateProof(const Handshake& handshake, const char* proof)
     const crypto::EcKeyPtr key = handshake.claim->certificate.ecKey();
     const std::optional<crypto::DecodedBytes> signature = crypto::decodeEitherBase64(proof);
     return key && signature &&
-           crypto::verifyText(handshake.claim->signedText, signature->bytes(), *key);
+           crypto::verifyText(handshake.claim->signedText, signature->bytes(), *key,
+                              BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG);
 }
 
 bool accepts(const Handshake& handshake, HandshakePayload* response)
@@ -374,7 +375,8 @@ int verifyHRSignature(const std::string& text, char* signature, unsigned int sig
     return crypto::guardedCrypto(0, [&] {
         base64URIencode(signature);
         const std::optional<crypto::DecodedBytes> der = crypto::decodeBase64Url(signature);
-        return der && crypto::verifyText(text, der->bytes(), *key) ? 1 : 0;
+        return int{der && crypto::verifyText(text, der->bytes(), *key,
+                                              BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG)};
     });
 }
 
