@@ -133,10 +133,9 @@ crypto::EcKeyPtr readKeyFile(const char* path) noexcept
         // A long text before the key, or nothing that can be read.
         std::rewind(file.get());
     }
-    crypto::EcKeyPtr key =
-        whole ? readKeyText({reinterpret_cast<const char*>(text.data()), length})
-              : ecKeyOf(crypto::PkeyPtr{
-                    PEM_read_PrivateKey(file.get(), nullptr, crypto::refusePassPhrase, nullptr)});
+    crypto::EcKeyPtr key = whole ? readKeyText({reinterpret_cast<const char*>(text.data()), length})
+                                 : ecKeyOf(crypto::PkeyPtr{PEM_read_PrivateKey(
+                                       file.get(), nullptr, crypto::refusePassPhrase, nullptr)});
     if (!key)
     {
         return refused().within(path);
