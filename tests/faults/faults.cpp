@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "faults.hpp"
 
+#include "support/refusals.hpp"
+
 #include <gtest/gtest.h>
 #include <openssl/crypto.h>
 #include <openssl/err.h>
@@ -138,6 +140,7 @@ Attempt::Arming::~Arming()
 void Attempt::arm()
 {
     before = std::make_unique<Surroundings>();
+    support::plantRefusal();
     ERR_clear_error();
     ERR_raise(ERR_LIB_USER, someReason);
     // The generators of this thread too.
@@ -175,6 +178,10 @@ void Attempt::disarm()
     {
         changed += "; the locale changed";
     }
+    if (!support::isPlantedRefusal())
+    {
+        refusedBy = support::lastRule();
+    }
     ERR_clear_error();
 }
 
@@ -211,6 +218,36 @@ struct Observation
     bool reached = false;
 };
 
+/** Whether a failure that @p fault has caused may name @p rule. */
+bool explains(std::string_view rule, const Fault& fault)
+{
+    if (fault.source == Fault::allocation)
+    {
+        return rule == "memory.exhausted";
+    }
+    return rule.starts_with("file.") || rule.starts_with("random.") ||
+           rule == "chain.root-missing" ||
+           // Of a key file that is cut short nothing but this can be said.
+           (fault.source == Fault::reading && rule == "key.encoding");
+}
+
+/** What is wrong with the reason that a call gave, or did not; empty for nothing. */
+std::string wrongReason(const Row& row, const Outcome& outcome, const std::string& rule,
+                        const Fault& fault)
+{
+    const bool refused = (row.allowed & refuses) != 0;
+    if (outcome.kind == Outcome::got && rule.empty() == refused)
+    {
+        return refused ? "; refused without a reason" : "; succeeded, and refused by " + rule;
+    }
+    if (outcome.kind == Outcome::failed && (row.allowed & givesNoReason) == 0 &&
+        !explains(rule, fault))
+    {
+        return rule.empty() ? "; failed without a reason" : "; failed by " + rule;
+    }
+    return {};
+}
+
 /** One attempt, and what it left behind. */
 std::pair<Observation, std::string> attemptOnce(const Row& row, const Fault& fault)
 {
@@ -233,6 +270,7 @@ std::pair<Observation, std::string> attemptOnce(const Row& row, const Fault& fau
     {
         complaint += "; errno became " + std::to_string(*attempt.changedErrno());
     }
+    complaint += wrongReason(row, outcome, attempt.rule(), fault);
     if (!complaint.empty())
     {
         outcome = wrong(outcome.text + complaint);

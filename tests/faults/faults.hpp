@@ -98,6 +98,12 @@ public:
      */
     [[nodiscard]] std::string remains() const;
 
+    /** The rule that the call refused by; empty where it left the last refusal alone. */
+    [[nodiscard]] const std::string& rule() const
+    {
+        return refusedBy;
+    }
+
 private:
     class Arming
     {
@@ -126,6 +132,7 @@ private:
     bool descriptorLeft = false;
     std::optional<int> errnoAfter;
     std::string changed;
+    std::string refusedBy;
 };
 
 /** What a function may do when something fails, beside failing as it says. */
@@ -138,6 +145,10 @@ enum Allowance : unsigned int
     ends = 2,
     /** It does not put errno back. */
     changesErrno = 4,
+    /** Its arguments are refused even where nothing fails, and it leaves something all the same. */
+    refuses = 8,
+    /** It never says why it failed, for it is none of the library's. */
+    givesNoReason = 16,
 };
 
 /** One function with one kind of arguments. */

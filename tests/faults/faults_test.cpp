@@ -100,7 +100,7 @@ char* twoBlocks(Mistake mistake, bool& outParameter)
 
 Row rowOf(Mistake mistake, unsigned int allowed = failsOnly)
 {
-    return {"twoBlocks", "none", allowed, [mistake](Attempt& attempt) {
+    return {"twoBlocks", "none", allowed | givesNoReason, [mistake](Attempt& attempt) {
                 bool touched = false;
                 char* const text = attempt.call([&] { return twoBlocks(mistake, touched); });
                 const std::string shown = text == nullptr ? "" : text;
@@ -207,9 +207,30 @@ TEST(Faults, AllowARecordToLackWhatARowNames)
     EXPECT_EQ(complaintsAbout(row), "");
 }
 
+TEST(Faults, DemandTheReasonOfEachFailureAndNoneOfASuccess)
+{
+    Row silent = rowOf(none);
+    silent.allowed = failsOnly;
+    expectComplaint(silent, "failed without a reason");
+    const auto refused = [](Attempt& attempt) {
+        bool value = false;
+        attempt.call([&] { return get_value_bool("{}", "absent", &value); });
+        return attempt.reached() ? failed() : got("");
+    };
+    Row row{"refuses", "none", failsOnly, refused};
+    expectComplaint(row, "succeeded, and refused by json.member-missing");
+    row.allowed = refuses;
+    EXPECT_EQ(complaintsAbout(row), "");
+    row.run = [](Attempt& attempt) {
+        attempt.call([] {});
+        return got("");
+    };
+    expectComplaint(row, "refused without a reason");
+}
+
 TEST(Faults, FailOpeningAndReadingToo)
 {
-    const Row row{"reads", "none", failsOnly, [](Attempt& attempt) {
+    const Row row{"reads", "none", givesNoReason, [](Attempt& attempt) {
                       char byte = 0;
                       const bool read = attempt.call([&] {
                           const int error = errno;
