@@ -235,7 +235,7 @@ bool explains(std::string_view rule, const Fault& fault)
 std::string wrongReason(const Row& row, const Outcome& outcome, const std::string& rule,
                         const Fault& fault)
 {
-    const bool refused = (row.allowed & refuses) != 0;
+    const bool refused = (row.allowed & isRefused) != 0;
     if (outcome.kind == Outcome::got && rule.empty() == refused)
     {
         return refused ? "; refused without a reason" : "; succeeded, and refused by " + rule;

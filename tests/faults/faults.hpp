@@ -146,7 +146,7 @@ enum Allowance : unsigned int
     /** It does not put errno back. */
     changesErrno = 4,
     /** Its arguments are refused even where nothing fails, and it leaves something all the same. */
-    refuses = 8,
+    isRefused = 8,
     /** It never says why it failed, for it is none of the library's. */
     givesNoReason = 16,
 };

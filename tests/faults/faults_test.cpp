@@ -219,7 +219,7 @@ TEST(Faults, DemandTheReasonOfEachFailureAndNoneOfASuccess)
     };
     Row row{"refuses", "none", failsOnly, refused};
     expectComplaint(row, "succeeded, and refused by json.member-missing");
-    row.allowed = refuses;
+    row.allowed = isRefused;
     EXPECT_EQ(complaintsAbout(row), "");
     row.run = [](Attempt& attempt) {
         attempt.call([] {});

@@ -251,7 +251,7 @@ const Table rows{
      [](Attempt& attempt) {
          return refuses(attempt, passwordChallenge());
      }},
-    {"validateHandshakeResponse", "a wrong certificate proof", getsBy,
+    {"validateHandshakeResponse", "a wrong certificate proof", getsBy | isRefused,
      [](Attempt& attempt) {
          return refuses(attempt, certificateChallenge());
      }},
@@ -292,7 +292,7 @@ const Table rows{
          return said(attempt.call(
              [&] { return verifyHRSignature(text, signature.get(), length, key.get()); }));
      }},
-    {"verifyHRSignature", "another text", getsBy,
+    {"verifyHRSignature", "another text", getsBy | isRefused,
      [](Attempt& attempt) {
          const EcKeyPtr key = ownKey();
          const HeapText signature{generateSignedResponseValue("token:device", key.get())};

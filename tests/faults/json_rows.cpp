@@ -107,7 +107,7 @@ const Table rows{
      [](Attempt& attempt) {
          return readsValue(attempt, json_to_uint64, "number");
      }},
-    {"json_to_uint", "a member that is missing", getsBy,
+    {"json_to_uint", "a member that is missing", getsBy | isRefused,
      [](Attempt& attempt) {
          Json::Value doc = treeOf(everything);
          unsigned int out = 7;

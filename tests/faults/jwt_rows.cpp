@@ -176,12 +176,12 @@ const Table rows{
              tokens::handmade(headerWithKey, claims("1800000000", scopes));
          return validatesOwn(attempt, 1, token);
      }},
-    {"validateJWT", "an expired token", getsBy,
+    {"validateJWT", "an expired token", getsBy | isRefused,
      [](Attempt& attempt) {
          static const std::string token = tokens::handmade(header, claims("1650000000"));
          return validatesOwn(attempt, 2, token);
      }},
-    {"validateJWT", "a forged token", getsBy,
+    {"validateJWT", "a forged token", getsBy | isRefused,
      [](Attempt& attempt) {
          static const std::string token = forged(tokens::handmade(header, claims("1800000000")));
          return validatesOwn(attempt, 0, token);
@@ -229,17 +229,17 @@ const Table rows{
                                    {jwkOf(ecMembers, issuer::otherP256Key().pem()),
                                     issuer::otherP256Key().pem(), issuer::p256Key().pem()});
      }},
-    {"validateJWT_Delegated", "an expired token", getsBy | ends,
+    {"validateJWT_Delegated", "an expired token", getsBy | isRefused | ends,
      [](Attempt& attempt) {
          static const std::string token = es256(oldClaims);
          return validatesDelegated(attempt, 2, token, {issuer::p256Key().pem()});
      }},
-    {"validateJWT_Delegated", "another party's key", getsBy | ends,
+    {"validateJWT_Delegated", "another party's key", getsBy | isRefused | ends,
      [](Attempt& attempt) {
          static const std::string token = es256(structuredClaims);
          return validatesDelegated(attempt, 0, token, {issuer::otherP256Key().pem()});
      }},
-    {"validateJWT_Delegated", "another party's RSA key", getsBy | ends,
+    {"validateJWT_Delegated", "another party's RSA key", getsBy | isRefused | ends,
      [](Attempt& attempt) {
          static const std::string token =
              delegated("PS256", structuredClaims, issuer::rsaKey(), "SHA256", 0, {.pss = true});

@@ -82,7 +82,7 @@ const Table rows{
          const RegisterRequestPtr request{lists().request()};
          return made<HeapText>(attempt.call([&] { return write_register_request(request.get()); }));
      }},
-    {"client_register", "a request", getsBy,
+    {"client_register", "a request", getsBy | isRefused,
      [](Attempt& attempt) {
          const HeapText text{attempt.call([] { return client_register(requestText); })};
          return text == nullptr ? got("null") : wrong("an answer");
@@ -168,7 +168,7 @@ const Table rows{
              return got(error.what());
          }
      }},
-    {"parse_register_response", "a response", getsBy,
+    {"parse_register_response", "a response", getsBy | isRefused,
      [](Attempt& attempt) {
          const RegisterResponsePtr source{lists().created()};
          const HeapText text{write_register_response(source.get())};

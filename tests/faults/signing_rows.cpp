@@ -157,7 +157,7 @@ const Table rows{
          const std::string text = signedText;
          return said(attempt.call([&] { return verifies(text); }));
      }},
-    {"verifySignature", "another text", getsBy,
+    {"verifySignature", "another text", getsBy | isRefused,
      [](Attempt& attempt) {
          const std::string text = "header.another";
          return gave(attempt.call([&] { return verifies(text); }));

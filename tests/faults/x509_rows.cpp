@@ -68,7 +68,7 @@ const Table rows{
          const PayloadPtr record = certificateRecord({device().body()});
          return said(attempt.call([&] { return validate_x509_jwk(record.get(), "device"); }));
      }},
-    {"validate_x509_jwk", "another name", getsBy,
+    {"validate_x509_jwk", "another name", getsBy | isRefused,
      [](Attempt& attempt) {
          const DeviceFiles files;
          const PayloadPtr record = certificateRecord({device().body()});
@@ -110,7 +110,7 @@ const Table rows{
          const std::string pem = device().pem();
          return said(attempt.call([&] { return validateX509(pem.c_str(), "device"); }));
      }},
-    {"validateX509", "another name", getsBy,
+    {"validateX509", "another name", getsBy | isRefused,
      [](Attempt& attempt) {
          const std::string pem = device().pem();
          return gave(attempt.call([&] { return validateX509(pem.c_str(), "other"); }));
