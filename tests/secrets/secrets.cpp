@@ -3,6 +3,7 @@
 
 #include "support/certificates.hpp"
 #include "support/exports.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -43,6 +44,8 @@ public:
             ASSERT_GE(secret.size(), 12U);
             EXPECT_FALSE(watch.finds(secret)) << row.function << " (" << row.arguments
                                               << ") leaves " << testing::PrintToString(secret);
+            EXPECT_FALSE(Watch::tells(secret)) << row.function << " (" << row.arguments << ") tells "
+                                              << testing::PrintToString(secret);
         }
     }
 
@@ -107,12 +110,51 @@ TEST(Secrets, AreFoundInWhatAFunctionLeaves)
     EXPECT_TRUE(watch.finds(someSecret));
 }
 
+TEST(Secrets, AreFoundInTheReasonOfARefusal)
+{
+    Watch watch;
+    bool value = false;
+    for (const std::string& asked :
+         {std::string{someSecret}, "..." + std::string{someSecret}.substr(20),
+          std::string{"5a71372d6b6e6f776e2e746f5f"}})
+    {
+        EXPECT_EQ(get_value_bool("{}", asked.c_str(), &value), 0);
+        EXPECT_TRUE(Watch::tells(someSecret)) << asked;
+    }
+    EXPECT_EQ(get_value_bool("{}", "another", &value), 0);
+    EXPECT_FALSE(Watch::tells(someSecret));
+}
+
 } // namespace
 
 bool Watch::finds(std::string_view secret) const
 {
     const std::size_t half = secret.size() / 2;
     return blocks->holding(secret.substr(0, half)) + blocks->holding(secret.substr(half)) != 0;
+}
+
+bool Watch::tells(std::string_view secret)
+{
+    const bmcoauth_refusal refusal = support::lastRefusal();
+    const std::string told =
+        std::string{refusal.subject} + "\n" + refusal.saw + "\n" + refusal.wanted;
+    const std::size_t third = secret.size() / 3;
+    std::string digits;
+    for (const char byte : secret)
+    {
+        constexpr std::string_view hexadecimal = "0123456789abcdef";
+        const auto value = static_cast<unsigned char>(byte);
+        digits.append({hexadecimal[value >> 4U], hexadecimal[value & 0x0fU]});
+    }
+    for (std::size_t start = 0; start + third <= secret.size(); ++start)
+    {
+        if (told.find(secret.substr(start, third)) != std::string::npos ||
+            told.find(digits.substr(2 * start, 2 * third)) != std::string::npos)
+        {
+            return true;
+        }
+    }
+    return false;
 }
 
 Table::Table(std::initializer_list<Row> rows)

@@ -39,6 +39,10 @@ public:
     /** Whether something that was released held a part of @p secret: half of it is too much. */
     [[nodiscard]] bool finds(std::string_view secret) const;
 
+    /** Whether the reason of a refusal holds a part of @p secret, as it is or in hexadecimal digits:
+     *  a third of it is too much. */
+    [[nodiscard]] static bool tells(std::string_view secret);
+
 private:
     class Stopping
     {
