@@ -133,7 +133,7 @@ bool parseThroughJsoncpp(std::string_view text, Json::Value& tree)
     Json::Value parsed;
     if (!reader->parse(text.data(), text.data() + text.size(), &parsed, nullptr))
     {
-        return false;
+        return refuse(BMCOAUTH_RULE_JSON_SYNTAX);
     }
     tree = std::move(parsed);
     return true;
@@ -227,18 +227,29 @@ bool parseMasked(std::string_view text, Json::Value& tree)
     }
     // jsoncpp counts from behind the mark of UTF-8 at the beginning.
     constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
-    return unmask(text.substr(text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0), tree);
+    return unmask(text.substr(text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0), tree) ||
+           refuse(BMCOAUTH_RULE_JSON_SYNTAX);
 }
 
-/** Whether @p text is one whose root is no object, if it parses at all, to judge by its first
- *  character: keys in PEM are told from keys in JSON by trying. What jsoncpp passes over before the
- *  root it is left to pass over. */
-bool beginsNoObject(std::string_view text)
+/** Whether @p text begins as PEM does. Keys in PEM are told from keys in JSON by trying, which must
+ *  not cost a reader of jsoncpp. */
+bool beginsAsPem(std::string_view text)
 {
-    constexpr std::string_view objectsAndWhatMayPrecedeThem = "{/\xef";
     const std::size_t first = text.find_first_not_of(" \t\r\n");
-    return first == std::string_view::npos ||
-           objectsAndWhatMayPrecedeThem.find(text[first]) == std::string_view::npos;
+    return first != std::string_view::npos && text.substr(first).starts_with("--");
+}
+
+/** Whether @p root is an object. */
+bool isObjectRoot(const Json::Value& root)
+{
+    return root.isObject() || refuse(BMCOAUTH_RULE_JSON_ROOT);
+}
+
+/** Refuses a text for what jsoncpp threw: only deep nesting and exhausted memory make it throw. */
+Refused refuseThrown(const Json::Exception& error)
+{
+    const bool deep = std::string_view{error.what()}.find("stackLimit") != std::string_view::npos;
+    return refuse(deep ? BMCOAUTH_RULE_JSON_NESTING : BMCOAUTH_RULE_MEMORY_EXHAUSTED);
 }
 
 } // namespace
@@ -249,9 +260,9 @@ bool parseJson(std::string_view text, Json::Value& tree)
     {
         return readPlainJson(text, tree) || parseThroughJsoncpp(text, tree);
     }
-    catch (const Json::Exception&)
+    catch (const Json::Exception& error)
     {
-        return false;
+        return refuseThrown(error);
     }
 }
 
@@ -261,9 +272,9 @@ bool parseJsonObject(std::string_view text, Json::Value& tree)
     {
         return parseKnownObject(text, tree);
     }
-    catch (const Json::Exception&)
+    catch (const Json::Exception& error)
     {
-        return false;
+        return refuseThrown(error);
     }
 }
 
@@ -271,27 +282,34 @@ bool parseSecretObject(std::string_view text, SecretTree& tree)
 {
     try
     {
+        if (beginsAsPem(text))
+        {
+            return refuse(BMCOAUTH_RULE_JSON_SYNTAX);
+        }
         SecretTree parsed;
-        if (beginsNoObject(text) ||
-            !(readPlainJson(text, parsed.root) || parseMasked(text, parsed.root)) ||
-            !parsed.root.isObject())
+        if (!(readPlainJson(text, parsed.root) || parseMasked(text, parsed.root)) ||
+            !isObjectRoot(parsed.root))
         {
             return false;
         }
         tree.root.swap(parsed.root);
         return true;
     }
-    catch (const Json::Exception&)
+    catch (const Json::Exception& error)
     {
-        return false;
+        return refuseThrown(error);
     }
 }
 
 bool parseKnownObject(std::string_view text, Json::Value& tree)
 {
+    if (beginsAsPem(text))
+    {
+        return refuse(BMCOAUTH_RULE_JSON_SYNTAX);
+    }
     Json::Value parsed;
-    if (beginsNoObject(text) ||
-        !(readPlainJson(text, parsed) || parseThroughJsoncpp(text, parsed)) || !parsed.isObject())
+    if (!(readPlainJson(text, parsed) || parseThroughJsoncpp(text, parsed)) ||
+        !isObjectRoot(parsed))
     {
         return false;
     }
@@ -313,6 +331,7 @@ SecretString writtenByJsoncpp(const Json::Value& tree)
     std::ostringstream text;
     if (writer->write(tree, &text) != 0)
     {
+        refuse(BMCOAUTH_RULE_JSON_UNWRITABLE);
         return {};
     }
     // A stream swallows std::bad_alloc and goes on, with a part of the text missing.
