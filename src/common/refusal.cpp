@@ -78,6 +78,12 @@ Refused& Refused::about(std::string_view subject) noexcept
     return *this;
 }
 
+Refused& Refused::as(bmcoauth_rule rule) noexcept
+{
+    noted.rule = rule;
+    return *this;
+}
+
 Refused& Refused::within(std::string_view subject) noexcept
 {
     return *std::begin(noted.subject) == '\0' ? about(subject) : *this;
@@ -195,8 +201,6 @@ extern "C" const char* bmcoauth_rule_name(int rule)
             return "json.member-missing";
         case BMCOAUTH_RULE_JSON_MEMBER_TYPE:
             return "json.member-type";
-        case BMCOAUTH_RULE_JSON_UNWRITABLE:
-            return "json.unwritable";
         case BMCOAUTH_RULE_BASE64_MALFORMED:
             return "base64.malformed";
         case BMCOAUTH_RULE_BASE64_LENGTH:
