@@ -182,9 +182,6 @@ struct TextReader
     const char* ruleOfEmpty = nullptr;
 };
 
-/** What a mask of rights says of a text: there is no rule, for no right is not a failure. */
-constexpr const char* noRule = "nothing noted";
-
 const std::vector<TextReader>& readers()
 {
     static const std::string request =
@@ -208,13 +205,14 @@ const std::vector<TextReader>& readers()
         {"getKeyNames", readsNames, R"({"R":"94287082"})"},
         {"oauth2_parse_jwk", readsKey, key},
         {"appendPublicKey", readsKeyForImport, key},
-        {"generateHandshakeResponse", readsSecrets, R"({"type":["secret"]})", "handshake.keys"},
+        {"generateHandshakeResponse", readsSecrets, R"({"type":["secret"]})", nullptr,
+         "handshake.keys"},
         {"get_jwt_header", readsHeader, R"({"alg":"ES256"})", nullptr, "base64.malformed"},
         {"get_jwt_payload", readsPayload, R"({"sub":"s"})", nullptr, "base64.malformed"},
         {"validateJWT", isValidToken,
          R"({"exp":"0xffffffffff","iat":"0","iss":"i","jti":"j","nbf":"0","sub":"s"})", nullptr,
          "base64.malformed"},
-        {"get_xidp_privileges", grantsRights, R"({"*":["L"]})", noRule},
+        {"get_xidp_privileges", grantsRights, R"({"*":["L"]})", "privileges.claim"},
     };
     return list;
 }
@@ -373,7 +371,9 @@ TEST(Documents, HaveNoOtherEncoding)
             utf16 += {c, '\0'};
         }
         // A C text ends at its first zero byte, before the length that is told with it.
-        const char* const rule = reader.reads == readsNames ? "argument.length" : "json.syntax";
+        const char* const rule = reader.reads == readsNames || reader.reads == readsSecrets
+                                     ? "argument.length"
+                                     : "json.syntax";
         expectRefused(rule, reader, utf16);
         expectRefused(rule, reader, "\xff\xfe" + utf16);
         expectRefused("json.syntax", reader, "\xfe\xff" + reader.accepted);
@@ -457,8 +457,9 @@ TEST(Documents, KeepNamesWithZeroBytesApart)
     EXPECT_REFUSED("token.member", readsHeader(R"({"alg\u0000":"ES256"})"));
     EXPECT_REFUSED("json.member-missing", readsMember(R"({"client_id\u0000":"c"})"));
     EXPECT_REFUSED("handshake.secret", readsSecrets(R"({"type\u0000":["secret"]})"));
-    EXPECT_REFUSED(noRule, grantsRights(R"({"*\u0000":["L"]})"));
-    EXPECT_REFUSED(noRule, grantsRights(R"({"*":["L\u0000"]})"));
+    // No right is not a failure.
+    EXPECT_REFUSED("nothing noted", grantsRights(R"({"*\u0000":["L"]})"));
+    EXPECT_REFUSED("nothing noted", grantsRights(R"({"*":["L\u0000"]})"));
     EXPECT_REFUSED(
         "document.member",
         readsAuthorizeRequest(
