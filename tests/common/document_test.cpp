@@ -265,6 +265,7 @@ TEST(GetValue, FailsWhicheverAllocationFails)
         const int result = get_value_char(everyType, "string", &text);
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         const HeapText owned{text};
         EXPECT_EQ(left, 77);
         EXPECT_EQ(result, failed ? 0 : 1);
@@ -274,6 +275,7 @@ TEST(GetValue, FailsWhicheverAllocationFails)
         char** array = untouchedElements;
         const int result = get_value_objarray(everyType, "objects", &array);
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         const StringArray owned{failed ? nullptr : array};
         EXPECT_EQ(result, failed ? 0 : 1);
         EXPECT_EQ(failed, array == untouchedElements);

@@ -152,6 +152,7 @@ TEST(SetHandshakePayload, GivesNullWhicheverAllocationFails)
         const PayloadPtr copy{set_handshake_payload(challenge)};
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(left, 77);
         EXPECT_EQ(copy == nullptr, failed);
     });
@@ -224,6 +225,7 @@ TEST(GetHandshakePayloadParamValue, FailsWhicheverAllocationFails)
         std::string text = "untouched";
         const bool found = get_handshake_payload_paramValue(list, "V", text);
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(found, !failed);
         EXPECT_EQ(text, failed ? "untouched" : longValue);
     });
@@ -296,6 +298,7 @@ TEST(GetChallengeValueArray, StoresNullWhicheverAllocationFails)
         char** values = twoTypes;
         const bool found = getChallengeValueArray(challenge, "T", &values);
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         const StringArray owned{values};
         EXPECT_EQ(found, !failed);
         EXPECT_EQ(texts(values), failed ? Texts{} : (Texts{"first", "second"}));
@@ -329,6 +332,7 @@ TEST(CreateHandshakeTypesCopy, GivesNullWhicheverAllocationFails)
         const TypesPtr copy{create_handshake_types_copy(twoTypes, &count)};
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(left, 77);
         EXPECT_EQ(copy == nullptr, failed);
         EXPECT_EQ(count, failed ? 77U : 2U);
@@ -445,6 +449,7 @@ TEST(GetKeyNames, FailsWhicheverAllocationFails)
             getKeyNames(text.c_str(), static_cast<unsigned int>(text.size()), &names);
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         const StringArray owned{result == 1 ? names : nullptr};
         EXPECT_EQ(left, 77);
         EXPECT_EQ(result, failed ? 0 : 1);

@@ -331,11 +331,13 @@ TEST(JsonReaders, GiveFailureWhicheverAllocationFails)
             SCOPED_TRACE(std::string{name} + ", allocation " + std::to_string(nth));
             Json::Value doc = source;
             const std::string before = text;
+            plantRefusal();
             errno = 77;
             FailAllocation failure{nth};
             const int result = read(doc);
             const int left = errno;
             failed = failure.reached();
+            EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
             EXPECT_EQ(left, 77);
             EXPECT_EQ(result, failed ? 0 : 1);
             if (failed)
@@ -591,6 +593,7 @@ TEST(JsonFastWriter, GivesNothingWhicheverAllocationFails)
     withEachAllocationFailing([&](FailAllocation& failure) {
         const std::string written = json_fastWriter(doc);
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(written, failed ? "" : text);
     });
 }
@@ -685,11 +688,17 @@ TEST(LoadJsonDoc, FailsWhicheverAllocationFails)
     {
         SCOPED_TRACE(nth);
         Json::Value doc = tree(R"({"kept":1})");
+        plantRefusal();
         errno = 77;
         FailAllocation failure{nth};
         const bool loaded = loadJsonDoc(text.c_str(), doc);
         const int left = errno;
         failed = failure.reached();
+        // Where its stream has no memory for a real number, jsoncpp calls the number malformed.
+        const std::string rule = lastRule();
+        EXPECT_TRUE(failed ? rule == "memory.exhausted" || rule == "json.syntax"
+                           : rule == "nothing noted")
+            << rule;
         EXPECT_EQ(left, 77);
         EXPECT_EQ(loaded, !failed);
         EXPECT_EQ(json_fastWriter(doc),

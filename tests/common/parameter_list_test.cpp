@@ -153,6 +153,7 @@ TEST(WriteHandshakePayload, GivesNullWhicheverAllocationFails)
         const HeapText text{write_handshake_payload(list.get())};
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(left, 77);
         EXPECT_EQ(orNull(text.get()),
                   failed ? "(null)" : R"({"C":"123456","T":["first","second"],"V":"token"})");
@@ -307,6 +308,7 @@ TEST(ParseHandshakePayload, GivesNullWhicheverAllocationFails)
         const PayloadPtr list{parse_handshake_payload(text)};
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(left, 77);
         EXPECT_EQ(list == nullptr, failed);
     });

@@ -56,6 +56,7 @@ TEST(SetCharArray, GivesNullWhicheverAllocationFails)
         const StringArray copy{set_char_array(source)};
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(left, 77);
         EXPECT_EQ(texts(copy.get()), failed ? Texts{} : (Texts{"one", "two"}));
     });

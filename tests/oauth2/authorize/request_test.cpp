@@ -234,6 +234,7 @@ TEST(SetKestPolicyResponse, GivesNullWhicheverAllocationFails)
     withEachAllocationFailing([&](auto& failure) {
         const PolicyPtr copy{set_kest_policy_response(policy)};
         EXPECT_EQ(copy == nullptr, failure.reached());
+        EXPECT_EQ(lastRule(), copy ? "nothing noted" : "memory.exhausted");
     });
 }
 
@@ -679,6 +680,7 @@ TEST(WriteAuthorizeRequest, GivesNullWhicheverAllocationFails)
     withEachAllocationFailing([&](auto& failure) {
         const HeapText text{write_authorize_request(&request)};
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(orNull(text.get()), failed ? "(null)" : expected);
     });
 }

@@ -103,6 +103,7 @@ TEST(CreateAuthorizeResponse, GivesNullWhicheverAllocationFails)
         const ResponsePtr response{
             create_authorize_response("state", "access", "refresh", "60", "bearer")};
         EXPECT_EQ(response == nullptr, failure.reached());
+        EXPECT_EQ(lastRule(), response ? "nothing noted" : "memory.exhausted");
     });
 }
 
@@ -148,6 +149,7 @@ TEST(WriteAuthorizeResponse, GivesNullWhicheverAllocationFails)
     withEachAllocationFailing([&](auto& failure) {
         const HeapText text{write_authorize_response(response.get())};
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(orNull(text.get()), failed ? "(null)" : accepted);
     });
 }
@@ -275,6 +277,7 @@ TEST(ParseAuthorizeResponse, GivesNullWhicheverAllocationFails)
     withEachAllocationFailing([&](auto& failure) {
         const ResponsePtr response{parse_authorize_response(accepted)};
         EXPECT_EQ(response == nullptr, failure.reached());
+        EXPECT_EQ(lastRule(), response ? "nothing noted" : "memory.exhausted");
     });
 }
 
