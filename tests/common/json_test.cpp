@@ -641,6 +641,21 @@ TEST(LoadJsonDoc, RefusesAnythingElseAndLeavesTheDocument)
     }
 }
 
+// Not handed to jsoncpp, whose word for it is the same.
+TEST(LoadJsonDoc, RefusesAKeyInPem)
+{
+    Json::Value doc;
+    for (const std::string text : {"-----BEGIN PUBLIC KEY-----", " \t\r\n-----BEGIN", "--"})
+    {
+        SCOPED_TRACE(text);
+        EXPECT_REFUSED("json.syntax", loadJsonDoc(text.c_str(), doc));
+        char* out = nullptr;
+        EXPECT_REFUSED("json.syntax", get_value_char(text.c_str(), "a", &out));
+    }
+    // A negative number is JSON.
+    EXPECT_REFUSED("json.root", loadJsonDoc("-1", doc));
+}
+
 TEST(LoadJsonDoc, TakesOddObjects)
 {
     for (const auto& [name, text] : oddObjects())
