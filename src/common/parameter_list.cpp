@@ -221,11 +221,7 @@ ParameterList parameterListOf(const Json::Value& object, const ObjectForm& form)
             {
                 continue;
             }
-            values = emptyStringArray(0);
-            if (!values)
-            {
-                throw std::bad_alloc();
-            }
+            values = stringArrayOf({});
         }
         next->name = requireHeapText(name).release();
         next->values = values.release();

@@ -47,6 +47,19 @@ HeapText writtenRequest(const AuthorizeRequest& request)
     return heapJsonText(document);
 }
 
+/** Reads the handshake of @p document into @p handshake, which stays null where there is none; false,
+ *  with the reason noted, where it is not a parameter list. Throws std::bad_alloc. */
+bool takeHandshake(const Json::Value& document, ParameterList& handshake)
+{
+    const Json::Value* response = member(document, "handshake_response");
+    if (response == nullptr || !response->isObject())
+    {
+        return true;
+    }
+    handshake = parameterListOf(*response, readHandshake);
+    return handshake != nullptr || refused().as(BMCOAUTH_RULE_AUTHORIZE_HANDSHAKE);
+}
+
 /** What a request is made of; the first three are texts that are not null. */
 struct RequestParts
 {
@@ -105,14 +118,9 @@ Request readRequest(const char* text)
     }
     const Json::Value& document = tree.root;
     ParameterList handshake;
-    const Json::Value* response = member(document, "handshake_response");
-    if (response != nullptr && response->isObject())
+    if (!takeHandshake(document, handshake))
     {
-        handshake = parameterListOf(*response, readHandshake);
-        if (!handshake)
-        {
-            return refused().as(BMCOAUTH_RULE_AUTHORIZE_HANDSHAKE);
-        }
+        return nullptr;
     }
     const char* refreshToken = stringMember(document, "refresh_token");
     if (!handshake && refreshToken == nullptr)
