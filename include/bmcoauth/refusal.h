@@ -45,7 +45,6 @@ enum bmcoauth_rule
     BMCOAUTH_RULE_JSON_ROOT = 603,           /**< the root is not an object */
     BMCOAUTH_RULE_JSON_MEMBER_MISSING = 604, /**< the member is absent or null */
     BMCOAUTH_RULE_JSON_MEMBER_TYPE = 605,    /**< the member has another type */
-    BMCOAUTH_RULE_JSON_UNWRITABLE = 606,     /**< the tree has no text form */
 
     /* base64 */
     BMCOAUTH_RULE_BASE64_MALFORMED = 701, /**< the text is not Base64, or empty */

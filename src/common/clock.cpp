@@ -19,6 +19,17 @@ std::time_t localNewYear(int year) noexcept
     return std::mktime(&date);
 }
 
+namespace
+{
+
+std::uint64_t secondsFromEpoch(std::time_t time) noexcept
+{
+    const double seconds = std::difftime(time, localNewYear(1970));
+    return seconds > 0 ? static_cast<std::uint64_t>(seconds) : 0;
+}
+
+} // namespace
+
 std::optional<std::uint64_t> currentSeconds() noexcept
 {
     const ErrnoKeeper keeper;
@@ -26,9 +37,9 @@ std::optional<std::uint64_t> currentSeconds() noexcept
     std::tm utc{};
     if (gmtime_r(&now, &utc) == nullptr)
     {
-        return std::nullopt;
+        return refuse(BMCOAUTH_RULE_CLOCK_UNREADABLE).sawErrno();
     }
-    return get_seconds_from_epoch(std::mktime(&utc));
+    return secondsFromEpoch(std::mktime(&utc));
 }
 
 std::uint64_t secondsOf(const char* text) noexcept
@@ -42,6 +53,5 @@ std::uint64_t secondsOf(const char* text) noexcept
 extern "C" std::uint64_t get_seconds_from_epoch(std::time_t time)
 {
     const bmcoauth::ErrnoKeeper keeper;
-    const double seconds = std::difftime(time, bmcoauth::localNewYear(1970));
-    return seconds > 0 ? static_cast<std::uint64_t>(seconds) : 0;
+    return bmcoauth::secondsFromEpoch(time);
 }

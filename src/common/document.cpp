@@ -4,7 +4,6 @@
 
 #include <bmcoauth/document.h>
 #include <bmcoauth/json.h>
-#include <bmcoauth/support.h>
 
 using namespace bmcoauth;
 
@@ -14,13 +13,15 @@ namespace
 /** Reads @p text and hands the document to one of the field readers. */
 template <typename Out>
 int readMember(const char* text, const char* key, Out* out,
-               int (*reader)(Json::Value&, const char*, Out*))
+               bool (*reader)(Json::Value&, const char*, Out&))
 {
+    if (text == nullptr || key == nullptr || out == nullptr)
+    {
+        return refuseNull({{"text", text}, {"key", key}, {"out", out}});
+    }
     return guarded(0, [&] {
         SecretTree document;
-        return text != nullptr && parseSecretObject(text, document)
-                   ? reader(document.root, key, out)
-                   : 0;
+        return parseSecretObject(text, document) && reader(document.root, key, *out) ? 1 : 0;
     });
 }
 
@@ -59,18 +60,24 @@ Json::Value& emptyMember(Json::Value& document, const char* key)
     return found;
 }
 
-/** Reads the document *@p text, has @p change applied to it and writes it back. */
+/** Reads the document *@p text, has @p change applied to it and writes it back. @p argument must not
+ *  be null either. */
 template <typename Change>
-int edit(char** text, Change change)
+int edit(char** text, const Argument& argument, Change change)
 {
+    const char* const before = text == nullptr ? nullptr : *text;
+    if (before == nullptr || argument.value == nullptr)
+    {
+        return refuseNull({{"text", before}, argument});
+    }
     return guarded(0, [&] {
         SecretTree document;
-        if (text == nullptr || *text == nullptr || !parseSecretObject(*text, document) ||
-            !change(document.root))
+        if (!parseSecretObject(before, document) || !change(document.root))
         {
             return 0;
         }
-        return replaceDoc(text, document.root);
+        rewrite(*text, document.root);
+        return 1;
     });
 }
 
@@ -78,36 +85,32 @@ int edit(char** text, Change change)
 
 extern "C" int get_value_char(const char* text, const char* key, char** out)
 {
-    return readMember(text, key, out, json_to_char);
+    return readMember(text, key, out, readTextMember);
 }
 
 extern "C" int get_value_chararray(const char* text, const char* key, char*** out)
 {
-    return readMember(text, key, out, json_to_char_array);
+    return readMember(text, key, out, readTextsMember);
 }
 
 extern "C" int get_value_objarray(const char* text, const char* key, char*** out)
 {
-    return readMember(text, key, out, json_to_obj_array);
+    return readMember(text, key, out, readObjectsMember);
 }
 
 extern "C" int get_value_bool(const char* text, const char* key, bool* out)
 {
-    return readMember(text, key, out, json_to_bool);
+    return readMember(text, key, out, readBoolMember);
 }
 
 extern "C" int get_value_uint(const char* text, const char* key, unsigned int* out)
 {
-    return readMember(text, key, out, json_to_uint);
+    return readMember(text, key, out, readUintMember);
 }
 
 extern "C" int set_value_char(char** text, const char* key, const char* value)
 {
-    if (key == nullptr)
-    {
-        return 0;
-    }
-    return edit(text, [&](Json::Value& document) {
+    return edit(text, {"key", key}, [&](Json::Value& document) {
         if (value != nullptr)
         {
             emptyMember(document, key) = value;
@@ -121,11 +124,7 @@ extern "C" int set_value_char(char** text, const char* key, const char* value)
 
 extern "C" int set_value_chararray(char** text, const char* key, char** values)
 {
-    if (key == nullptr)
-    {
-        return 0;
-    }
-    return edit(text, [&](Json::Value& document) {
+    return edit(text, {"key", key}, [&](Json::Value& document) {
         Json::Value& array = emptyMember(document, key) = Json::Value{Json::arrayValue};
         // Copies: what the document holds is wiped.
         for (; values != nullptr && *values != nullptr; ++values)
@@ -138,9 +137,9 @@ extern "C" int set_value_chararray(char** text, const char* key, char** values)
 
 extern "C" int merge_doc(char** text, const char* other)
 {
-    return edit(text, [&](Json::Value& document) {
+    return edit(text, {"other", other}, [&](Json::Value& document) {
         SecretTree source;
-        if (other == nullptr || !parseSecretObject(other, source))
+        if (!parseSecretObject(other, source))
         {
             return false;
         }
@@ -155,17 +154,10 @@ int replaceDoc(char** text, const Json::Value& tree)
 {
     if (text == nullptr)
     {
-        return 0;
+        return refuseNull({{"text", text}});
     }
     return guarded(0, [&] {
-        const SecretString written = jsonText(tree);
-        if (written.empty())
-        {
-            return 0;
-        }
-        char* copy = o2_ff_strdup(written.c_str(), "replaceDoc", 715);
-        releaseSecret(*text);
-        *text = copy;
+        rewrite(*text, tree);
         return 1;
     });
 }

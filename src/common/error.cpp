@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/guard.hpp"
-#include "common/parameter_list.hpp"
+#include "common/json.hpp"
 
 #include <bmcoauth/error.h>
-
-#include <strutil.h>
 
 #include <array>
 #include <initializer_list>
@@ -23,11 +21,16 @@ constexpr std::array<const char*, 14> errorTexts = {
     "access_denied",  "network_error",
 };
 
+const char* textOf(oauthError code)
+{
+    return code < errorTexts.size() ? errorTexts.at(code) : "";
+}
+
 } // namespace
 
 const char* oauthErro_toStr(oauthError code)
 {
-    return code < errorTexts.size() ? errorTexts.at(code) : "";
+    return textOf(code);
 }
 
 extern "C" char* write_oauth_error(oauthError code, const char* description, const char* resolution,
@@ -35,29 +38,19 @@ extern "C" char* write_oauth_error(oauthError code, const char* description, con
 {
     return guarded(nullptr, [&]() -> char* {
         const std::initializer_list<std::pair<const char*, const char*>> members = {
-            {"error", oauthErro_toStr(code)},
+            {"error", textOf(code)},
             {"error_description", description},
             {"error_uri", uri},
             {"error_resolution", resolution},
         };
-        const ParameterList document = emptyParameterList(members.size());
-        HandshakePayload* next = document.get();
+        Json::Value document{Json::objectValue};
         for (const auto& [name, value] : members)
         {
-            if (value == nullptr)
+            if (value != nullptr)
             {
-                continue;
+                document[name] = borrowed(value);
             }
-            copyReplace(&next->name, name);
-            copyAppendArray(&next->values, value);
-            if (next->name == nullptr || next->values == nullptr)
-            {
-                // Without its name the owner of the list does not see the slot.
-                freeStrArray(&next->values);
-                return nullptr;
-            }
-            ++next;
         }
-        return write_handshake_payload(document.get());
+        return heapJsonText(document).release();
     });
 }

@@ -20,7 +20,12 @@ void closeFile(std::FILE* file) noexcept
 
 FilePtr openForReading(const char* path) noexcept
 {
-    return FilePtr{std::fopen(path, "re")};
+    FilePtr file{std::fopen(path, "re")};
+    if (!file)
+    {
+        return refuse(BMCOAUTH_RULE_FILE_UNREADABLE).about(path).sawErrno();
+    }
+    return file;
 }
 
 namespace
@@ -40,14 +45,14 @@ bool makePrivate(int descriptor) noexcept
 FilePtr openPrivateForWriting(const char* path) noexcept
 {
     const int descriptor = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (descriptor < 0)
-    {
-        return nullptr;
-    }
-    FilePtr file{makePrivate(descriptor) ? fdopen(descriptor, "w") : nullptr};
+    FilePtr file{descriptor >= 0 && makePrivate(descriptor) ? fdopen(descriptor, "w") : nullptr};
     if (!file)
     {
-        close(descriptor);
+        refuse(BMCOAUTH_RULE_FILE_UNWRITABLE).about(path).sawErrno();
+        if (descriptor >= 0)
+        {
+            close(descriptor);
+        }
     }
     return file;
 }

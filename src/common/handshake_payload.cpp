@@ -13,28 +13,6 @@
 
 using namespace bmcoauth;
 
-namespace
-{
-
-/** The number of parameters that a copy holds: those before the first incomplete one. */
-std::size_t countParameters(const HandshakePayload* payload)
-{
-    std::size_t count = 0;
-    while (payload[count].name != nullptr && payload[count].values != nullptr)
-    {
-        ++count;
-    }
-    return count;
-}
-
-/** The first value of @p parameter, which may be null; null if it has none. */
-const char* firstValue(const HandshakePayload* parameter)
-{
-    return parameter == nullptr || parameter->values == nullptr ? nullptr : *parameter->values;
-}
-
-} // namespace
-
 extern "C" void free_handshake_payload(HandshakePayload* payload)
 {
     if (payload == nullptr)
@@ -51,37 +29,22 @@ extern "C" void free_handshake_payload(HandshakePayload* payload)
 
 extern "C" HandshakePayload* set_handshake_payload(const HandshakePayload* payload)
 {
-    if (payload == nullptr || payload->name == nullptr || payload->values == nullptr)
+    if (payload == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"payload", payload}});
     }
-    return guarded(nullptr, [&]() -> HandshakePayload* {
-        const std::size_t count = countParameters(payload);
-        ParameterList copy = emptyParameterList(count);
-        for (std::size_t i = 0; i < count; ++i)
-        {
-            // A parameter without values is written and read, but never copied.
-            if (*payload[i].values == nullptr)
-            {
-                return nullptr;
-            }
-            StringArray values = copyStringArray(payload[i].values);
-            HeapText name = heapText(payload[i].name);
-            if (!values || !name)
-            {
-                return nullptr;
-            }
-            copy.get()[i] = {name.release(), values.release()};
-        }
-        return copy.release();
-    });
+    return guardedMemory(nullptr, [&] { return copyParameters(payload).release(); });
 }
 
 extern "C" bool get_handshake_payload_paramValue(HandshakePayload* payload, const char* name,
                                                  std::string& value)
 {
+    if (payload == nullptr || name == nullptr)
+    {
+        return refuseNull({{"payload", payload}, {"name", name}});
+    }
     return guarded(false, [&] {
-        const char* first = firstValue(findParameter(payload, name));
+        const char* first = firstValue(payload, name);
         if (first == nullptr)
         {
             return false;
@@ -93,9 +56,18 @@ extern "C" bool get_handshake_payload_paramValue(HandshakePayload* payload, cons
 
 bool getChallengeValue(HandshakePayload* payload, const char* name, char* buffer, unsigned int size)
 {
-    const char* first = firstValue(findParameter(payload, name));
-    if (first == nullptr || buffer == nullptr || size == 0)
+    if (payload == nullptr || name == nullptr || buffer == nullptr)
     {
+        return refuseNull({{"payload", payload}, {"name", name}, {"buffer", buffer}});
+    }
+    if (size == 0)
+    {
+        return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "size");
+    }
+    const char* first = firstValue(payload, name);
+    if (first == nullptr)
+    {
+        publishRefusal();
         return false;
     }
     const std::size_t kept = std::string_view{first}.copy(buffer, size - 1);
@@ -105,30 +77,27 @@ bool getChallengeValue(HandshakePayload* payload, const char* name, char* buffer
 
 bool getChallengeValueArray(HandshakePayload* payload, const char* name, char*** values)
 {
-    const HandshakePayload* found = findParameter(payload, name);
-    if (found == nullptr || values == nullptr)
+    if (payload == nullptr || name == nullptr || values == nullptr)
     {
-        return false;
+        return refuseNull({{"payload", payload}, {"name", name}, {"values", values}});
     }
-    // Written in both cases, as callers expect: null says that there was nothing to copy.
-    *values = set_char_array(found->values);
-    return *values != nullptr;
+    return guardedMemory(false, [&] { return copyValues(payload, name, *values); });
 }
 
 char** create_handshake_types_copy(char** types, unsigned int* count)
 {
-    const ErrnoKeeper keeper;
-    const std::size_t length = countStrings(types);
-    if (length == 0 || count == nullptr)
+    if (types == nullptr || count == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"types", types}, {"count", count}});
     }
-    StringArray copy = copyStringArray(types);
-    if (copy)
-    {
-        *count = static_cast<unsigned int>(length);
-    }
-    return copy.release();
+    return guardedMemory(nullptr, [&] {
+        StringArray copy = copyFilledArray(types);
+        if (copy)
+        {
+            *count = static_cast<unsigned int>(countStrings(types));
+        }
+        return copy.release();
+    });
 }
 
 void free_handshake_types_copy(char** types)
@@ -138,16 +107,24 @@ void free_handshake_types_copy(char** types)
 
 extern "C" int getKeyNames(const char* text, unsigned int length, char*** names)
 {
-    // Never looks beyond the text, whatever length it is given.
-    if (text == nullptr || *text == '\0' || std::strlen(text) != length || names == nullptr)
+    if (text == nullptr || names == nullptr)
     {
-        return 0;
+        return refuseNull({{"text", text}, {"names", names}});
     }
-    return guarded(0, [&] {
+    // Never looks beyond the text, whatever length it is given.
+    if (std::strlen(text) != length)
+    {
+        return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "length");
+    }
+    return guarded(0, [&]() -> int {
         Json::Value tree;
-        if (!parseJson(text, tree) || tree.isNull())
+        if (!parseJson(text, tree))
         {
             return 0;
+        }
+        if (tree.isNull())
+        {
+            return refuse(BMCOAUTH_RULE_JSON_ROOT);
         }
         const std::vector<NamedMember> members = namedMembers(tree);
         StringArray found = emptyStringArray(members.size());
@@ -167,7 +144,7 @@ extern "C" char* write_handshake_payload(HandshakePayload* payload)
 {
     if (payload == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"payload", payload}});
     }
     return guarded(nullptr, [&] { return heapJsonText(objectOf(payload, {})).release(); });
 }
@@ -176,7 +153,7 @@ extern "C" HandshakePayload* parse_handshake_payload(const char* text)
 {
     if (text == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"text", text}});
     }
     return guarded(nullptr, [&]() -> HandshakePayload* {
         Json::Value tree;

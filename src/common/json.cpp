@@ -5,11 +5,10 @@
 #include "common/plain_json.hpp"
 
 #include <bmcoauth/json.h>
+#include <bmcoauth/support.h>
 
 #include <json/reader.h>
 #include <json/writer.h>
-
-#include <strutil.h>
 
 #include <algorithm>
 #include <functional>
@@ -24,29 +23,23 @@ namespace bmcoauth
 namespace
 {
 
-/** The frame of every exported reader: has @p store put the member @p key of @p doc into @p out,
- *  provided that @p accepts it. The lookup inserts a null member where @p key is missing, which
- *  callers that write the document afterwards rely on. */
+/** The frame of every reader: has @p store put the member @p key of @p doc into @p out, provided that
+ *  @p accepts it. The lookup inserts a null member where @p key is missing, which callers that write
+ *  the document afterwards rely on. */
 template <typename Out, typename Accepts, typename Store>
-int readMember(Json::Value& doc, const char* key, Out* out, Accepts accepts, Store store)
+bool readMember(Json::Value& doc, const char* key, Out& out, Accepts accepts, Store store)
 {
-    if (key == nullptr || out == nullptr)
+    const Json::Value& found = doc[key];
+    if (found.isNull())
     {
-        return refuseNull({{"key", key}, {"out", out}});
+        return refuse(BMCOAUTH_RULE_JSON_MEMBER_MISSING).about(key);
     }
-    return guardedMemory(0, [&]() -> int {
-        const Json::Value& found = doc[key];
-        if (found.isNull())
-        {
-            return refuse(BMCOAUTH_RULE_JSON_MEMBER_MISSING).about(key);
-        }
-        if (!std::invoke(accepts, found))
-        {
-            return refuse(BMCOAUTH_RULE_JSON_MEMBER_TYPE).about(key);
-        }
-        store(*out, found);
-        return 1;
-    });
+    if (!std::invoke(accepts, found))
+    {
+        return refuse(BMCOAUTH_RULE_JSON_MEMBER_TYPE).about(key);
+    }
+    store(out, found);
+    return true;
 }
 
 /** jsoncpp orders values of different types by type, so a real number or a Boolean, which passes
@@ -58,14 +51,9 @@ bool isUnsigned(const Json::Value& value, const Json::Value& largest)
 
 /** Replaces @p out by a copy of @p text. The copy is made aside, so that @p out survives when
  *  memory runs out. */
-void replaceText(char*& out, const char* text)
+void replaceText(char*& out, std::string_view text)
 {
-    char* copy = nullptr;
-    copyReplace(&copy, text);
-    if (copy == nullptr)
-    {
-        throw std::bad_alloc();
-    }
+    char* const copy = requireHeapText(text).release();
     releaseSecret(out);
     out = copy;
 }
@@ -133,7 +121,7 @@ bool parseThroughJsoncpp(std::string_view text, Json::Value& tree)
     Json::Value parsed;
     if (!reader->parse(text.data(), text.data() + text.size(), &parsed, nullptr))
     {
-        return false;
+        return refuse(BMCOAUTH_RULE_JSON_SYNTAX);
     }
     tree = std::move(parsed);
     return true;
@@ -227,76 +215,85 @@ bool parseMasked(std::string_view text, Json::Value& tree)
     }
     // jsoncpp counts from behind the mark of UTF-8 at the beginning.
     constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
-    return unmask(text.substr(text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0), tree);
+    return unmask(text.substr(text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0), tree) ||
+           refuse(BMCOAUTH_RULE_JSON_SYNTAX);
 }
 
-/** Whether @p text is one whose root is no object, if it parses at all, to judge by its first
- *  character: keys in PEM are told from keys in JSON by trying. What jsoncpp passes over before the
- *  root it is left to pass over. */
-bool beginsNoObject(std::string_view text)
+/** Whether @p text begins as PEM does. Keys in PEM are told from keys in JSON by trying, which must
+ *  not cost a reader of jsoncpp. */
+bool beginsAsPem(std::string_view text)
 {
-    constexpr std::string_view objectsAndWhatMayPrecedeThem = "{/\xef";
     const std::size_t first = text.find_first_not_of(" \t\r\n");
-    return first == std::string_view::npos ||
-           objectsAndWhatMayPrecedeThem.find(text[first]) == std::string_view::npos;
+    return first != std::string_view::npos && text.substr(first).starts_with("--");
+}
+
+/** Whether @p root is an object. */
+bool isObjectRoot(const Json::Value& root)
+{
+    return root.isObject() || refuse(BMCOAUTH_RULE_JSON_ROOT);
+}
+
+/** Runs @p parse. jsoncpp throws for deep nesting, which refuses the text, and where it cannot allocate
+ *  a string: exhausted memory must not be taken for a text that says nothing. */
+template <typename Parse>
+bool guardedParse(const Parse& parse)
+{
+    try
+    {
+        return parse();
+    }
+    catch (const Json::Exception& error)
+    {
+        if (std::string_view{error.what()}.find("stackLimit") == std::string_view::npos)
+        {
+            throw std::bad_alloc();
+        }
+        return refuse(BMCOAUTH_RULE_JSON_NESTING);
+    }
 }
 
 } // namespace
 
 bool parseJson(std::string_view text, Json::Value& tree)
 {
-    try
-    {
-        return readPlainJson(text, tree) || parseThroughJsoncpp(text, tree);
-    }
-    catch (const Json::Exception&)
-    {
-        return false;
-    }
+    return guardedParse(
+        [&] { return readPlainJson(text, tree) || parseThroughJsoncpp(text, tree); });
 }
 
 bool parseJsonObject(std::string_view text, Json::Value& tree)
 {
-    try
-    {
-        return parseKnownObject(text, tree);
-    }
-    catch (const Json::Exception&)
-    {
-        return false;
-    }
+    return guardedParse([&]() -> bool {
+        if (beginsAsPem(text))
+        {
+            return refuse(BMCOAUTH_RULE_JSON_SYNTAX);
+        }
+        Json::Value parsed;
+        if (!(readPlainJson(text, parsed) || parseThroughJsoncpp(text, parsed)) ||
+            !isObjectRoot(parsed))
+        {
+            return false;
+        }
+        tree = std::move(parsed);
+        return true;
+    });
 }
 
 bool parseSecretObject(std::string_view text, SecretTree& tree)
 {
-    try
-    {
+    return guardedParse([&]() -> bool {
+        if (beginsAsPem(text))
+        {
+            return refuse(BMCOAUTH_RULE_JSON_SYNTAX);
+        }
         SecretTree parsed;
-        if (beginsNoObject(text) ||
-            !(readPlainJson(text, parsed.root) || parseMasked(text, parsed.root)) ||
-            !parsed.root.isObject())
+        if (!(readPlainJson(text, parsed.root) || parseMasked(text, parsed.root)) ||
+            !isObjectRoot(parsed.root))
         {
             return false;
         }
         tree.root.swap(parsed.root);
         return true;
-    }
-    catch (const Json::Exception&)
-    {
-        return false;
-    }
-}
-
-bool parseKnownObject(std::string_view text, Json::Value& tree)
-{
-    Json::Value parsed;
-    if (beginsNoObject(text) ||
-        !(readPlainJson(text, parsed) || parseThroughJsoncpp(text, parsed)) || !parsed.isObject())
-    {
-        return false;
-    }
-    tree = std::move(parsed);
-    return true;
+    });
 }
 
 namespace
@@ -311,12 +308,8 @@ SecretString writtenByJsoncpp(const Json::Value& tree)
     }();
     const std::unique_ptr<Json::StreamWriter> writer{builder.newStreamWriter()};
     std::ostringstream text;
-    if (writer->write(tree, &text) != 0)
-    {
-        return {};
-    }
     // A stream swallows std::bad_alloc and goes on, with a part of the text missing.
-    if (!text)
+    if (writer->write(tree, &text) != 0 || !text)
     {
         throw std::bad_alloc();
     }
@@ -333,8 +326,7 @@ SecretString jsonText(const Json::Value& tree)
 
 HeapText heapJsonText(const Json::Value& tree)
 {
-    const SecretString text = jsonText(tree);
-    return text.empty() ? nullptr : requireHeapText(text);
+    return requireHeapText(jsonText(tree));
 }
 
 bool isArrayOfStrings(const Json::Value& value)
@@ -369,6 +361,60 @@ const char* stringMember(const Json::Value& object, const char* name)
     return found != nullptr && found->isString() ? found->asCString() : nullptr;
 }
 
+bool readTextMember(Json::Value& doc, const char* key, char*& out)
+{
+    return readMember(
+        doc, key, out, &Json::Value::isString,
+        [](char*& text, const Json::Value& value) { replaceText(text, textOf(value)); });
+}
+
+bool readTextsMember(Json::Value& doc, const char* key, char**& out)
+{
+    return readMember(
+        doc, key, out, &Json::Value::isArray,
+        [](char**& array, const Json::Value& value) { array = release(stringsOf(value)); });
+}
+
+bool readObjectsMember(Json::Value& doc, const char* key, char**& out)
+{
+    return readMember(doc, key, out, &Json::Value::isArray,
+                      [](char**& array, const Json::Value& value) {
+                          array = release(arrayOf(value, &Json::Value::isObject, jsonText));
+                      });
+}
+
+bool readBoolMember(Json::Value& doc, const char* key, bool& out)
+{
+    return readMember(doc, key, out, &Json::Value::isBool,
+                      [](bool& flag, const Json::Value& value) { flag = value.asBool(); });
+}
+
+bool readUintMember(Json::Value& doc, const char* key, unsigned int& out)
+{
+    return readMember(
+        doc, key, out,
+        [](const Json::Value& value) { return isUnsigned(value, Json::Value::maxUInt); },
+        [](unsigned int& number, const Json::Value& value) { number = value.asUInt(); });
+}
+
+bool readUint64Member(Json::Value& doc, const char* key, unsigned long long& out)
+{
+    // The first test of isUnsigned is the 32-bit one although the target is wider: the services
+    // rely on a larger number being refused.
+    return readMember(
+        doc, key, out,
+        [](const Json::Value& value) { return isUnsigned(value, Json::Value::maxUInt64); },
+        [](unsigned long long& number, const Json::Value& value) { number = value.asUInt64(); });
+}
+
+void rewrite(char*& text, const Json::Value& tree)
+{
+    const SecretString written = jsonText(tree);
+    char* const copy = o2_ff_strdup(written.c_str(), "replaceDoc", 715);
+    releaseSecret(text);
+    text = copy;
+}
+
 std::vector<NamedMember> namedMembers(const Json::Value& object)
 {
     std::vector<NamedMember> members;
@@ -393,57 +439,63 @@ std::vector<NamedMember> namedMembers(const Json::Value& object)
 
 using namespace bmcoauth;
 
-int json_to_char(Json::Value& doc, const char* key, char** out)
+namespace
+{
+
+/** What every exported reader does around @p reader. */
+template <typename Out>
+int read(Json::Value& doc, const char* key, Out* out,
+         bool (*reader)(Json::Value&, const char*, Out&))
+{
+    if (key == nullptr || out == nullptr)
+    {
+        return refuseNull({{"key", key}, {"out", out}});
+    }
+    return guardedMemory(0, [&] { return reader(doc, key, *out) ? 1 : 0; });
+}
+
+bool readObjectMember(Json::Value& doc, const char* key, char*& out)
 {
     return readMember(
-        doc, key, out, &Json::Value::isString,
-        [](char*& text, const Json::Value& value) { replaceText(text, textOf(value)); });
+        doc, key, out, &Json::Value::isObject,
+        [](char*& text, const Json::Value& value) { replaceText(text, jsonText(value)); });
+}
+
+} // namespace
+
+int json_to_char(Json::Value& doc, const char* key, char** out)
+{
+    return read(doc, key, out, readTextMember);
 }
 
 int json_to_char_array(Json::Value& doc, const char* key, char*** out)
 {
-    return readMember(
-        doc, key, out, &Json::Value::isArray,
-        [](char**& array, const Json::Value& value) { array = release(stringsOf(value)); });
+    return read(doc, key, out, readTextsMember);
 }
 
 int json_to_bool(Json::Value& doc, const char* key, bool* out)
 {
-    return readMember(doc, key, out, &Json::Value::isBool,
-                      [](bool& flag, const Json::Value& value) { flag = value.asBool(); });
+    return read(doc, key, out, readBoolMember);
 }
 
 int json_to_uint(Json::Value& doc, const char* key, unsigned int* out)
 {
-    return readMember(
-        doc, key, out,
-        [](const Json::Value& value) { return isUnsigned(value, Json::Value::maxUInt); },
-        [](unsigned int& number, const Json::Value& value) { number = value.asUInt(); });
+    return read(doc, key, out, readUintMember);
 }
 
 int json_to_uint64(Json::Value& doc, const char* key, unsigned long long* out)
 {
-    // The first test of isUnsigned is the 32-bit one although the target is wider: the services
-    // rely on a larger number being refused.
-    return readMember(
-        doc, key, out,
-        [](const Json::Value& value) { return isUnsigned(value, Json::Value::maxUInt64); },
-        [](unsigned long long& number, const Json::Value& value) { number = value.asUInt64(); });
+    return read(doc, key, out, readUint64Member);
 }
 
 int json_to_obj(Json::Value& doc, const char* key, char** out)
 {
-    return readMember(
-        doc, key, out, &Json::Value::isObject,
-        [](char*& text, const Json::Value& value) { replaceText(text, jsonText(value).c_str()); });
+    return read(doc, key, out, readObjectMember);
 }
 
 int json_to_obj_array(Json::Value& doc, const char* key, char*** out)
 {
-    return readMember(doc, key, out, &Json::Value::isArray,
-                      [](char**& array, const Json::Value& value) {
-                          array = release(arrayOf(value, &Json::Value::isObject, jsonText));
-                      });
+    return read(doc, key, out, readObjectsMember);
 }
 
 std::string json_fastWriter(const Json::Value& tree)
@@ -453,5 +505,9 @@ std::string json_fastWriter(const Json::Value& tree)
 
 bool loadJsonDoc(const char* text, Json::Value& doc)
 {
-    return text != nullptr && guarded(false, [&] { return parseJsonObject(text, doc); });
+    if (text == nullptr)
+    {
+        return refuseNull({{"text", text}});
+    }
+    return guarded(false, [&] { return parseJsonObject(text, doc); });
 }

@@ -7,6 +7,8 @@
 
 #include <json/value.h>
 
+#include <array>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,8 +16,9 @@
 namespace bmcoauth
 {
 
-/** Reads @p text into @p tree with jsoncpp's default settings; false, with @p tree as it was, when
- *  it does not parse or is nested deeper than 256 levels, of which the root is the first.
+/** Reads @p text into @p tree with jsoncpp's default settings; false, with @p tree as it was and the
+ *  rule noted, when it does not parse or is nested deeper than 256 levels, of which the root is the
+ *  first. Throws std::bad_alloc.
  *
  *  The one place where a text is parsed: jsoncpp throws for deep nesting instead of reporting a
  *  failure, and that is a failure to parse here. */
@@ -28,16 +31,11 @@ namespace bmcoauth
  *  @p tree. What its comments say is not taken for a secret. */
 [[nodiscard]] bool parseSecretObject(std::string_view text, SecretTree& tree);
 
-/** As parseJsonObject, but lets pass what jsoncpp throws. For a part of a document that has been
- *  read already nesting cannot be the reason, and a caller must not take exhausted memory for a
- *  text that says nothing. */
-[[nodiscard]] bool parseKnownObject(std::string_view text, Json::Value& tree);
-
 /** The compact text form of @p tree: no whitespace, members in ascending byte order of their
- *  names; empty when it cannot be written. Throws std::bad_alloc. */
+ *  names. Throws std::bad_alloc. */
 [[nodiscard]] SecretString jsonText(const Json::Value& tree);
 
-/** The text form on the C heap; null when there is none. Throws std::bad_alloc. */
+/** The text form on the C heap. Throws std::bad_alloc. */
 [[nodiscard]] HeapText heapJsonText(const Json::Value& tree);
 
 /** Whether @p value is an array that holds strings only, or nothing. */
@@ -64,6 +62,37 @@ namespace bmcoauth
 
 /** The member @p name of the object @p object, or null where it has none. */
 [[nodiscard]] const Json::Value* member(const Json::Value& object, std::string_view name);
+
+/** The members @p names of the object @p object, which must be strings; nothing, and
+ *  `document.member` is noted, if one is not. */
+template <std::size_t count>
+[[nodiscard]] std::optional<std::array<const char*, count>>
+stringMembers(const Json::Value& object, const std::array<const char*, count>& names)
+{
+    std::array<const char*, count> texts{};
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        texts[i] = stringMember(object, names[i]);
+        if (texts[i] == nullptr)
+        {
+            return refuse(BMCOAUTH_RULE_DOCUMENT_MEMBER).about(names[i]);
+        }
+    }
+    return texts;
+}
+
+/* What json_to_char, json_to_char_array and so on do behind their guard. Throw std::bad_alloc, and
+ * jsoncpp's errors. */
+[[nodiscard]] bool readTextMember(Json::Value& doc, const char* key, char*& out);
+[[nodiscard]] bool readTextsMember(Json::Value& doc, const char* key, char**& out);
+[[nodiscard]] bool readObjectsMember(Json::Value& doc, const char* key, char**& out);
+[[nodiscard]] bool readBoolMember(Json::Value& doc, const char* key, bool& out);
+[[nodiscard]] bool readUintMember(Json::Value& doc, const char* key, unsigned int& out);
+[[nodiscard]] bool readUint64Member(Json::Value& doc, const char* key, unsigned long long& out);
+
+/** Replaces the text *@p text of the C heap by the text form of @p tree. Throws std::bad_alloc; where
+ *  memory for the last copy is missing, the process ends. */
+void rewrite(char*& text, const Json::Value& tree);
 
 /** A member of an object that becomes an entry of a record. Both belong to the object. */
 struct NamedMember

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "common/refusal.hpp"
+
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -37,11 +39,12 @@ using HeapText = HeapBlock<char>;
 [[nodiscard]] inline HeapText heapText(std::string_view text) noexcept
 {
     HeapText copy{static_cast<char*>(std::malloc(text.size() + 1))};
-    if (copy)
+    if (!copy)
     {
-        text.copy(copy.get(), text.size());
-        copy.get()[text.size()] = '\0';
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
+    text.copy(copy.get(), text.size());
+    copy.get()[text.size()] = '\0';
     return copy;
 }
 
@@ -56,7 +59,12 @@ template <typename T>
 [[nodiscard]] HeapBlock<T> zeroedBlock(std::size_t count) noexcept
 {
     // NOLINTNEXTLINE(bugprone-sizeof-expression): the elements may be pointers, as in a list
-    return HeapBlock<T>{static_cast<T*>(std::calloc(count, sizeof(T)))};
+    HeapBlock<T> block{static_cast<T*>(std::calloc(count, sizeof(T)))};
+    if (!block)
+    {
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
+    }
+    return block;
 }
 
 /** What the caller of a record writer is promised for a mandatory text that is absent: the

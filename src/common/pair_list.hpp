@@ -74,7 +74,8 @@ template <typename Pair>
     return object;
 }
 
-/** The namedMembers of @p object; null when one of them is not a string. Without any the list holds
+/** The namedMembers of @p object; null, with `json.member-type` noted, when one of them is not a
+ *  string. Without any the list holds
  *  only its end. Throws std::bad_alloc. */
 template <typename Owner>
 [[nodiscard]] Owner pairsOf(const Json::Value& object)
@@ -90,7 +91,7 @@ template <typename Owner>
     {
         if (!value.isString())
         {
-            return nullptr;
+            return refuse(BMCOAUTH_RULE_JSON_MEMBER_TYPE).about(name);
         }
         HeapText nameCopy = requireHeapText(name);
         HeapText valueCopy = requireHeapText(value.asCString());

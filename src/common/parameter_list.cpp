@@ -123,13 +123,43 @@ bool appendParameters(HandshakePayload*& list, ParameterList added) noexcept
         std::realloc(list, (present + more + 1) * sizeof(HandshakePayload)));
     if (grown == nullptr)
     {
-        return false;
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
     // The end marker comes along; the old block is then an empty list and is released as one.
     std::copy_n(added.get(), more + 1, grown + present);
     added->name = nullptr;
     list = grown;
     return true;
+}
+
+ParameterList copyParameters(const HandshakePayload* list) noexcept
+{
+    std::size_t count = 0;
+    while (list != nullptr && isWhole(list[count]))
+    {
+        ++count;
+    }
+    if (count == 0)
+    {
+        return refuse(BMCOAUTH_RULE_DOCUMENT_EMPTY);
+    }
+    ParameterList copy{zeroedBlock<HandshakePayload>(count + 1).release()};
+    for (std::size_t i = 0; copy && i < count; ++i)
+    {
+        // A parameter without values is written and read, but never copied.
+        if (*list[i].values == nullptr)
+        {
+            return refuse(BMCOAUTH_RULE_DOCUMENT_PARAMETER_MISSING).about(list[i].name);
+        }
+        StringArray values = copyStringArray(list[i].values);
+        HeapText name = heapText(list[i].name);
+        if (!values || !name)
+        {
+            return nullptr;
+        }
+        copy.get()[i] = {name.release(), values.release()};
+    }
+    return copy;
 }
 
 Json::Value objectOf(const HandshakePayload* list, const ListForm& form, std::size_t* written)
@@ -177,7 +207,7 @@ ParameterList parameterListOf(const Json::Value& object, const ObjectForm& form)
             values = valuesOf(value);
             if (!values)
             {
-                return nullptr;
+                return refuse(BMCOAUTH_RULE_DOCUMENT_PARAMETER).about(name);
             }
         }
         else
@@ -185,23 +215,23 @@ ParameterList parameterListOf(const Json::Value& object, const ObjectForm& form)
             const OddMember rule = ruleFor(value, form);
             if (rule == OddMember::refuse)
             {
-                return nullptr;
+                return refuse(BMCOAUTH_RULE_DOCUMENT_PARAMETER).about(name);
             }
             if (rule == OddMember::skip)
             {
                 continue;
             }
-            values = emptyStringArray(0);
-            if (!values)
-            {
-                throw std::bad_alloc();
-            }
+            values = stringArrayOf({});
         }
         next->name = requireHeapText(name).release();
         next->values = values.release();
         ++next;
     }
-    return next == list.get() ? nullptr : std::move(list);
+    if (next == list.get())
+    {
+        return refuse(BMCOAUTH_RULE_DOCUMENT_EMPTY);
+    }
+    return list;
 }
 
 const HandshakePayload* findParameter(const HandshakePayload* list, const char* name)
@@ -218,6 +248,32 @@ const HandshakePayload* findParameter(const HandshakePayload* list, const char* 
         }
     }
     return nullptr;
+}
+
+const char* firstValue(const HandshakePayload* list, const char* name)
+{
+    const HandshakePayload* const found = findParameter(list, name);
+    if (found == nullptr || found->values == nullptr || *found->values == nullptr)
+    {
+        return refuse(BMCOAUTH_RULE_DOCUMENT_PARAMETER_MISSING).about(name);
+    }
+    return *found->values;
+}
+
+bool copyValues(const HandshakePayload* list, const char* name, char**& values) noexcept
+{
+    const HandshakePayload* const found = findParameter(list, name);
+    if (found != nullptr)
+    {
+        // As callers expect: null says that there was nothing to copy.
+        values = nullptr;
+    }
+    if (firstValue(list, name) == nullptr)
+    {
+        return false;
+    }
+    values = copyStringArray(found->values).release();
+    return values != nullptr;
 }
 
 char** findValues(const HandshakePayload* list, std::string_view name)

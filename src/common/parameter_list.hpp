@@ -47,6 +47,10 @@ private:
  *  with @p list as it was, when memory runs out. */
 [[nodiscard]] bool appendParameters(HandshakePayload*& list, ParameterList added) noexcept;
 
+/** A copy of the parameters before the first one whose name or value array is null; null, with the
+ *  reason noted, where there is none, where one has no value, or when memory runs out. */
+[[nodiscard]] ParameterList copyParameters(const HandshakePayload* list) noexcept;
+
 /** What a walk over a list does at a parameter that has no value. */
 enum class NoValue
 {
@@ -87,11 +91,22 @@ struct ObjectForm
     OddMember scalar = OddMember::valueless; /**< a number or a Boolean */
 };
 
-/** Reads the namedMembers of @p object; null when refused. Throws std::bad_alloc. */
+/** Reads the namedMembers of @p object; null, with the reason noted, when refused. Throws
+ *  std::bad_alloc. */
 [[nodiscard]] ParameterList parameterListOf(const Json::Value& object, const ObjectForm& form);
 
 /** The first parameter named @p name without regard to case; null if there is none, or no name. */
 [[nodiscard]] const HandshakePayload* findParameter(const HandshakePayload* list, const char* name);
+
+/** The first value of the parameter that findParameter finds; null, with
+ *  `document.parameter-missing` noted, if there is none. @p name must not be null. */
+[[nodiscard]] const char* firstValue(const HandshakePayload* list, const char* name);
+
+/** Stores a copy of the values of the parameter that findParameter finds; null where it has none or
+ *  memory runs out. False, with the reason noted, then and where there is no such parameter, which
+ *  leaves @p values as it was. @p name must not be null. */
+[[nodiscard]] bool copyValues(const HandshakePayload* list, const char* name,
+                              char**& values) noexcept;
 
 /** The value array of the first parameter named exactly @p name, null if there is none. The walk
  *  ends at a parameter whose name or value array is null. */

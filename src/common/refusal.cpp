@@ -68,13 +68,19 @@ void put(char (&field)[size], std::string_view text) noexcept
 
 Refused& Refused::about(std::string_view subject) noexcept
 {
-    // Of a path the end tells more.
-    constexpr std::size_t room = sizeof noted.subject - 1;
+    // Of a path the end tells more. What put does not cut is as long as this.
+    constexpr std::size_t room = sizeof noted.subject - sizeof "...";
     if (subject.size() > room && subject.front() == '/')
     {
         subject.remove_prefix(subject.size() - room);
     }
     put(noted.subject, subject);
+    return *this;
+}
+
+Refused& Refused::as(bmcoauth_rule rule) noexcept
+{
+    noted.rule = rule;
     return *this;
 }
 
@@ -195,8 +201,6 @@ extern "C" const char* bmcoauth_rule_name(int rule)
             return "json.member-missing";
         case BMCOAUTH_RULE_JSON_MEMBER_TYPE:
             return "json.member-type";
-        case BMCOAUTH_RULE_JSON_UNWRITABLE:
-            return "json.unwritable";
         case BMCOAUTH_RULE_BASE64_MALFORMED:
             return "base64.malformed";
         case BMCOAUTH_RULE_BASE64_LENGTH:

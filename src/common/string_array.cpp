@@ -36,7 +36,11 @@ std::size_t countStrings(const char* const* array) noexcept
 StringArray emptyStringArray(std::size_t count) noexcept
 {
     // A caller may ask for as many as there are numbers; on 32 bits the sum would then be 0.
-    return count == SIZE_MAX ? nullptr : StringArray{zeroedBlock<char*>(count + 1).release()};
+    if (count == SIZE_MAX)
+    {
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
+    }
+    return StringArray{zeroedBlock<char*>(count + 1).release()};
 }
 
 StringArray copyStringArray(const char* const* array) noexcept
@@ -58,13 +62,25 @@ StringArray copyStringArray(const char* const* array) noexcept
     return copy;
 }
 
+StringArray copyFilledArray(const char* const* array) noexcept
+{
+    if (countStrings(array) == 0)
+    {
+        return refuse(BMCOAUTH_RULE_DOCUMENT_EMPTY);
+    }
+    return copyStringArray(array);
+}
+
 } // namespace bmcoauth
 
 extern "C" char** set_char_array(char** array)
 {
-    const bmcoauth::ErrnoKeeper keeper;
-    return bmcoauth::countStrings(array) == 0 ? nullptr
-                                              : bmcoauth::copyStringArray(array).release();
+    if (array == nullptr)
+    {
+        return bmcoauth::refuseNull({{"array", array}});
+    }
+    return bmcoauth::guardedMemory(nullptr,
+                                   [&] { return bmcoauth::copyFilledArray(array).release(); });
 }
 
 extern "C" void free_char_array(void* array)

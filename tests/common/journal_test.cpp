@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/fake_device.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -28,12 +29,15 @@ int errnoAfterFailure(unsigned int nth)
     const HeaderPtr header{create_jwt_header("JWT", "ES256", nullptr)};
     const TokenPayloadPtr payload{
         create_jwt_payload("sub", "jti", "iss", "1", "1", "2", nullptr, 0)};
+    // What OpenSSL sets up for a thread must not be counted.
+    EXPECT_NE(HeapText{generateJWT(header.get(), payload.get(), nullptr, 0)}, nullptr);
     errno = 77;
     FailAllocation failure{nth};
     const HeapText token{generateJWT(header.get(), payload.get(), nullptr, 0)};
     const int left = errno;
     EXPECT_TRUE(failure.reached());
     EXPECT_EQ(token, nullptr);
+    EXPECT_EQ(lastRule(), "memory.exhausted");
     return left;
 }
 

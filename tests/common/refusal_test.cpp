@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "support/machine.hpp"
 #include "support/refusals.hpp"
 
 #include <bmcoauth.h>
@@ -83,6 +84,20 @@ TEST(Refusal, EndsWithThreeDotsWhereItWasCut)
     // An escape is never cut in two.
     refuseMember("01234567890123456789012345\x01");
     EXPECT_STREQ(lastRefusal().subject, "01234567890123456789012345...");
+}
+
+TEST(Refusal, NamesAFileByTheEndOfItsPathAndTheSystemsError)
+{
+    const support::TemporaryDirectory directory;
+    const std::string absent = directory / "absent";
+    EXPECT_REFUSED("file.unreadable", getECKeyFromFile(absent.c_str()));
+    EXPECT_EQ(lastRefusal().subject, absent.substr(absent.size() - 28));
+    EXPECT_STREQ(lastRefusal().saw, "No such file or directory");
+
+    const std::string unwritable = directory / "absent/key.pem";
+    EXPECT_REFUSED("file.unwritable", generateECPrivateKey(unwritable.c_str()));
+    EXPECT_EQ(lastRefusal().subject, unwritable.substr(unwritable.size() - 28));
+    EXPECT_STREQ(lastRefusal().saw, "No such file or directory");
 }
 
 TEST(Refusal, GivesAProgramWhatItsRecordHolds)

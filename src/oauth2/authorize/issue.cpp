@@ -33,20 +33,24 @@ const char* orDefault(const char* text, const char* otherwise) noexcept
  *  default. The response repeats the text in either case. */
 std::uint64_t lifetimeSeconds(const char* expiresIn) noexcept
 {
-    const std::uint64_t wanted = expiresIn == nullptr ? 0 : std::strtoull(expiresIn, nullptr, 0);
+    const std::uint64_t wanted = expiresIn == nullptr ? 0 : secondsOf(expiresIn);
     return wanted == 0 ? defaultLifetimeSeconds : wanted;
 }
 
-/** Fills the zeroed entry @p copy; false when @p entry is incomplete or memory runs out. What has
- *  been copied belongs to @p copy even then. */
+/** Fills the zeroed entry @p copy; false, with the reason noted, when @p entry is incomplete or memory
+ *  runs out. What has been copied belongs to @p copy even then. */
 bool copyScope(const JWTscopes& entry, JWTscopes& copy) noexcept
 {
+    if (entry.name == nullptr)
+    {
+        return refuse(BMCOAUTH_RULE_AUTHORIZE_SCOPE).about("name");
+    }
     if (entry.values == nullptr || entry.count <= 0)
     {
-        return false;
+        return refuse(BMCOAUTH_RULE_AUTHORIZE_SCOPE).about("values");
     }
     const auto count = static_cast<std::size_t>(entry.count);
-    copy.name = copyText(entry.name).release();
+    copy.name = heapText(entry.name).release();
     copy.values = zeroedBlock<char*>(count).release();
     if (copy.name == nullptr || copy.values == nullptr)
     {
@@ -55,7 +59,11 @@ bool copyScope(const JWTscopes& entry, JWTscopes& copy) noexcept
     copy.count = entry.count;
     for (std::size_t i = 0; i < count; ++i)
     {
-        copy.values[i] = copyText(entry.values[i]).release();
+        if (entry.values[i] == nullptr)
+        {
+            return refuse(BMCOAUTH_RULE_AUTHORIZE_SCOPE).about("values");
+        }
+        copy.values[i] = heapText(entry.values[i]).release();
         if (copy.values[i] == nullptr)
         {
             return false;
@@ -83,10 +91,31 @@ std::optional<jwt::ScopesPtr> copyScopes(const AuthorizeClaims* claims) noexcept
     {
         if (!copyScope(claims->scopes[i], copy.get()[i]))
         {
+            refused().at(i);
             return std::nullopt;
         }
     }
     return copy;
+}
+
+/** The response that carries the two tokens; null, with the reason noted, where a text of it is
+ *  missing or memory runs out. */
+Response respond(const char* state, SecretText token, SecretText refreshToken,
+                 const AuthorizeResponse* settings, std::uint64_t now)
+{
+    const char* const expiresIn = settings == nullptr ? defaultExpiresIn : settings->expires_in;
+    const char* const tokenType = settings == nullptr ? defaultTokenType : settings->token_type;
+    if (state == nullptr)
+    {
+        return refuse(BMCOAUTH_RULE_ARGUMENT_NULL).about("state");
+    }
+    if (expiresIn == nullptr || tokenType == nullptr)
+    {
+        return refuse(BMCOAUTH_RULE_DOCUMENT_INCOMPLETE)
+            .about(expiresIn == nullptr ? "expires_in" : "token_type");
+    }
+    return makeResponse(state, std::move(token), std::move(refreshToken), expiresIn, tokenType,
+                        now);
 }
 
 Response issue(const char* state, const unsigned char* der, int derLength,
@@ -99,7 +128,7 @@ Response issue(const char* state, const unsigned char* der, int derLength,
     }
     const SecretText tokenId = crypto::randomToken(tokenBytes);
     SecretText refreshToken = crypto::randomToken(tokenBytes);
-    const jwt::HeaderPtr header{create_jwt_header("JWT", "ES256", nullptr)};
+    const jwt::HeaderPtr header = jwt::makeHeader("JWT", "ES256", nullptr);
     std::optional<jwt::ScopesPtr> scopes = copyScopes(claims);
     if (!tokenId || !refreshToken || !header || !scopes)
     {
@@ -125,24 +154,26 @@ Response issue(const char* state, const unsigned char* der, int derLength,
     {
         return nullptr;
     }
-    return makeResponse(state, std::move(token), std::move(refreshToken),
-                        settings == nullptr ? defaultExpiresIn : settings->expires_in,
-                        settings == nullptr ? defaultTokenType : settings->token_type, *now);
+    return respond(state, std::move(token), std::move(refreshToken), settings, *now);
 }
 
 } // namespace
 
 extern "C" char* client_authorize(const char* text)
 {
+    if (text == nullptr)
+    {
+        return refuseNull({{"text", text}});
+    }
     return crypto::guardedCrypto(nullptr, [&]() -> char* {
         // Nothing but its shape is checked: who the client is, the caller knows.
-        const Request request{parse_authorize_request(text)};
+        const Request request = readRequest(text);
         if (!request)
         {
             return nullptr;
         }
         const Response response = issue(request->state, nullptr, 0, nullptr, nullptr);
-        return response ? write_authorize_response(response.get()) : nullptr;
+        return response ? writtenResponse(*response).release() : nullptr;
     });
 }
 
@@ -154,7 +185,7 @@ extern "C" AuthorizeResponse* authorize_client(const char* state, const unsigned
     // Where there is no key, its length says nothing.
     if (der != nullptr && derLength > INT_MAX)
     {
-        return nullptr;
+        return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "derLength");
     }
     return crypto::guardedCrypto(nullptr, [&] {
         return issue(state, der, static_cast<int>(derLength), response_template, claims).release();
@@ -164,6 +195,9 @@ extern "C" AuthorizeResponse* authorize_client(const char* state, const unsigned
 extern "C" AuthorizeResponse* configure_auth_response(const char* expires_in,
                                                       const char* token_type)
 {
-    return create_authorize_response("", "", "", orDefault(expires_in, defaultExpiresIn),
-                                     orDefault(token_type, defaultTokenType));
+    return guarded(nullptr, [&] {
+        return createResponse("", "", "", orDefault(expires_in, defaultExpiresIn),
+                              orDefault(token_type, defaultTokenType))
+            .release();
+    });
 }

@@ -14,8 +14,21 @@ using PolicyList = std::unique_ptr<KestPolicyAuth, Releaser<free_kest_policy_res
 using Request = std::unique_ptr<AuthorizeRequest, Releaser<free_authorize_request>>;
 using Response = std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_response>>;
 
-/** create_authorize_response for a caller that has read the clock: a record issued at @p now. The
- *  tokens are handed over, so that no copy of a secret is left in the heap. */
+/** The request that @p text is; null, with the reason noted, where it is none. Throws
+ *  std::bad_alloc. */
+[[nodiscard]] Request readRequest(const char* text);
+
+/** The text form of @p response. Throws std::bad_alloc, and std::logic_error where a text is null. */
+[[nodiscard]] HeapText writtenResponse(const AuthorizeResponse& response);
+
+/** A record of five texts that are not null, issued now; null, with the reason noted, when the clock
+ *  cannot be read or memory runs out. Throws std::bad_alloc. */
+[[nodiscard]] Response createResponse(const char* state, const char* accessToken,
+                                      const char* refreshToken, const char* expiresIn,
+                                      const char* tokenType);
+
+/** createResponse for a caller that has read the clock: a record issued at @p now. The tokens are
+ *  handed over, so that no copy of a secret is left in the heap. */
 [[nodiscard]] Response makeResponse(const char* state, SecretText accessToken,
                                     SecretText refreshToken, const char* expiresIn,
                                     const char* tokenType, std::uint64_t now);

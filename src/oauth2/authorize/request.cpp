@@ -5,6 +5,8 @@
 #include "common/parameter_list.hpp"
 #include "oauth2/authorize/records.hpp"
 
+#include <array>
+
 using namespace bmcoauth;
 using namespace bmcoauth::authorize;
 
@@ -40,10 +42,72 @@ HeapText writtenRequest(const AuthorizeRequest& request)
     }
     else
     {
-        return nullptr;
+        return refuse(BMCOAUTH_RULE_AUTHORIZE_GRANT);
     }
     return heapJsonText(document);
 }
+
+/** Reads the handshake of @p document into @p handshake, which stays null where there is none; false,
+ *  with the reason noted, where it is not a parameter list. Throws std::bad_alloc. */
+bool takeHandshake(const Json::Value& document, ParameterList& handshake)
+{
+    const Json::Value* response = member(document, "handshake_response");
+    if (response == nullptr || !response->isObject())
+    {
+        return true;
+    }
+    handshake = parameterListOf(*response, readHandshake);
+    return handshake != nullptr || refused().as(BMCOAUTH_RULE_AUTHORIZE_HANDSHAKE);
+}
+
+/** What a request is made of; the first three are texts that are not null. */
+struct RequestParts
+{
+    const char* clientSecret;
+    const char* clientId;
+    const char* state;
+    const KestPolicyAuth* policy;
+    const HandshakePayload* handshake;
+    const char* refreshToken;
+};
+
+/** A copy of @p parts; null, with the reason noted, where the handshake or a mandatory text cannot be
+ *  copied. */
+Request makeRequest(const RequestParts& parts) noexcept
+{
+    Request request{zeroedBlock<AuthorizeRequest>(1).release()};
+    if (!request)
+    {
+        return nullptr;
+    }
+    request->client_secret = heapText(parts.clientSecret).release();
+    request->client_id = heapText(parts.clientId).release();
+    request->state = heapText(parts.state).release();
+    if (request->client_secret == nullptr || request->client_id == nullptr ||
+        request->state == nullptr)
+    {
+        return nullptr;
+    }
+    if (parts.policy != nullptr)
+    {
+        request->policy = copyPairs<PolicyList>(parts.policy).release();
+    }
+    if (parts.handshake != nullptr)
+    {
+        request->handshake = copyParameters(parts.handshake).release();
+        if (request->handshake == nullptr)
+        {
+            return nullptr;
+        }
+    }
+    request->refresh_token = copyText(parts.refreshToken).release();
+    return request;
+}
+
+} // namespace
+
+namespace bmcoauth::authorize
+{
 
 Request readRequest(const char* text)
 {
@@ -54,19 +118,14 @@ Request readRequest(const char* text)
     }
     const Json::Value& document = tree.root;
     ParameterList handshake;
-    const Json::Value* response = member(document, "handshake_response");
-    if (response != nullptr && response->isObject())
+    if (!takeHandshake(document, handshake))
     {
-        handshake = parameterListOf(*response, readHandshake);
-        if (!handshake)
-        {
-            return nullptr;
-        }
+        return nullptr;
     }
     const char* refreshToken = stringMember(document, "refresh_token");
     if (!handshake && refreshToken == nullptr)
     {
-        return nullptr;
+        return refuse(BMCOAUTH_RULE_AUTHORIZE_GRANT);
     }
     PolicyList policy;
     const Json::Value* pairs = member(document, "kest_policy_auth");
@@ -75,46 +134,36 @@ Request readRequest(const char* text)
         policy = pairsOf<PolicyList>(*pairs);
         if (!policy)
         {
-            return nullptr;
+            return refused().as(BMCOAUTH_RULE_AUTHORIZE_POLICY);
         }
     }
-    return Request{create_authorize_request(
-        stringMember(document, "client_secret"), stringMember(document, "client_id"),
-        stringMember(document, "state"), nullptr, policy.get(), handshake.get(), refreshToken)};
+    constexpr std::array mandatoryNames{"client_secret", "client_id", "state"};
+    const auto texts = stringMembers(document, mandatoryNames);
+    if (!texts)
+    {
+        return nullptr;
+    }
+    const auto [clientSecret, clientId, state] = *texts;
+    return makeRequest(
+        {clientSecret, clientId, state, policy.get(), handshake.get(), refreshToken});
 }
 
-} // namespace
+} // namespace bmcoauth::authorize
 
 extern "C" AuthorizeRequest*
 create_authorize_request(const char* client_secret, const char* client_id, const char* state,
                          const char* /*unused*/, KestPolicyAuth* policy,
                          HandshakePayload* handshake, const char* refresh_token)
 {
-    const ErrnoKeeper keeper;
-    Request request{zeroedBlock<AuthorizeRequest>(1).release()};
-    if (!request)
+    if (client_secret == nullptr || client_id == nullptr || state == nullptr)
     {
-        return nullptr;
+        return refuseNull(
+            {{"client_secret", client_secret}, {"client_id", client_id}, {"state", state}});
     }
-    request->client_secret = copyText(client_secret).release();
-    request->client_id = copyText(client_id).release();
-    request->state = copyText(state).release();
-    if (request->client_secret == nullptr || request->client_id == nullptr ||
-        request->state == nullptr)
-    {
-        return nullptr;
-    }
-    request->policy = set_kest_policy_response(policy);
-    if (handshake != nullptr)
-    {
-        request->handshake = set_handshake_payload(handshake);
-        if (request->handshake == nullptr)
-        {
-            return nullptr;
-        }
-    }
-    request->refresh_token = copyText(refresh_token).release();
-    return request.release();
+    return guardedMemory(nullptr, [&] {
+        return makeRequest({client_secret, client_id, state, policy, handshake, refresh_token})
+            .release();
+    });
 }
 
 extern "C" void free_authorize_request(AuthorizeRequest* request)
@@ -137,7 +186,7 @@ extern "C" AuthorizeRequest* parse_authorize_request(const char* text)
 {
     if (text == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"text", text}});
     }
     return guarded(nullptr, [&] { return readRequest(text).release(); });
 }
@@ -146,7 +195,7 @@ extern "C" char* write_authorize_request(AuthorizeRequest* request)
 {
     if (request == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"request", request}});
     }
     return guarded(nullptr, [&] { return writtenRequest(*request).release(); });
 }
@@ -167,6 +216,9 @@ extern "C" void free_kest_policy_response(KestPolicyAuth* policy)
 
 KestPolicyAuth* set_kest_policy_response(KestPolicyAuth* policy)
 {
-    const ErrnoKeeper keeper;
-    return policy == nullptr ? nullptr : copyPairs<PolicyList>(policy).release();
+    if (policy == nullptr)
+    {
+        return refuseNull({{"policy", policy}});
+    }
+    return guardedMemory(nullptr, [&] { return copyPairs<PolicyList>(policy).release(); });
 }

@@ -4,6 +4,9 @@
 #include "common/json.hpp"
 #include "oauth2/authorize/records.hpp"
 
+#include <array>
+#include <tuple>
+
 namespace bmcoauth::authorize
 {
 
@@ -27,13 +30,17 @@ Response makeResponse(const char* state, SecretText accessToken, SecretText refr
     return complete ? std::move(response) : nullptr;
 }
 
-} // namespace bmcoauth::authorize
-
-using namespace bmcoauth;
-using namespace bmcoauth::authorize;
-
-namespace
+Response createResponse(const char* state, const char* accessToken, const char* refreshToken,
+                        const char* expiresIn, const char* tokenType)
 {
+    const std::optional<std::uint64_t> now = currentSeconds();
+    if (!now)
+    {
+        return nullptr;
+    }
+    return makeResponse(state, secretText(copyText(accessToken)),
+                        secretText(copyText(refreshToken)), expiresIn, tokenType, *now);
+}
 
 HeapText writtenResponse(const AuthorizeResponse& response)
 {
@@ -46,19 +53,27 @@ HeapText writtenResponse(const AuthorizeResponse& response)
     return heapJsonText(document);
 }
 
-} // namespace
+} // namespace bmcoauth::authorize
+
+using namespace bmcoauth;
+using namespace bmcoauth::authorize;
 
 extern "C" AuthorizeResponse* create_authorize_response(const char* state, const char* access_token,
                                                         const char* refresh_token,
                                                         const char* expires_in,
                                                         const char* token_type)
 {
-    return guarded(nullptr, [&]() -> AuthorizeResponse* {
-        const std::optional<std::uint64_t> now = currentSeconds();
-        return now ? makeResponse(state, secretText(copyText(access_token)),
-                                  secretText(copyText(refresh_token)), expires_in, token_type, *now)
-                         .release()
-                   : nullptr;
+    if (state == nullptr || access_token == nullptr || refresh_token == nullptr ||
+        expires_in == nullptr || token_type == nullptr)
+    {
+        return refuseNull({{"state", state},
+                           {"access_token", access_token},
+                           {"refresh_token", refresh_token},
+                           {"expires_in", expires_in},
+                           {"token_type", token_type}});
+    }
+    return guarded(nullptr, [&] {
+        return createResponse(state, access_token, refresh_token, expires_in, token_type).release();
     });
 }
 
@@ -81,19 +96,18 @@ extern "C" AuthorizeResponse* parse_authorize_response(const char* text)
 {
     if (text == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"text", text}});
     }
     return guarded(nullptr, [&]() -> AuthorizeResponse* {
+        constexpr std::array names{"state", "access_token", "refresh_token", "expires_in",
+                                   "token_type"};
         SecretTree tree;
         if (!parseSecretObject(text, tree))
         {
             return nullptr;
         }
-        const Json::Value& document = tree.root;
-        return create_authorize_response(
-            stringMember(document, "state"), stringMember(document, "access_token"),
-            stringMember(document, "refresh_token"), stringMember(document, "expires_in"),
-            stringMember(document, "token_type"));
+        const auto texts = stringMembers(tree.root, names);
+        return texts ? std::apply(createResponse, *texts).release() : nullptr;
     });
 }
 
@@ -101,7 +115,7 @@ extern "C" char* write_authorize_response(AuthorizeResponse* response)
 {
     if (response == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"response", response}});
     }
     return guarded(nullptr, [&] { return writtenResponse(*response).release(); });
 }
