@@ -63,6 +63,39 @@ bool isPoint(const EC_GROUP& group, const BIGNUM& x, const BIGNUM& y)
            EC_POINT_set_affine_coordinates(&group, point.get(), &x, &y, nullptr) == 1;
 }
 
+/** The fail-fast wrappers, on behalf of the one function here whose callers count on them. */
+char* failFastCopy(const char* text)
+{
+    return o2_ff_strdup(text, "oauth2_parse_jwk", __LINE__);
+}
+
+KeyRecord recordOf(const Json::Value& object)
+{
+    const auto isPair = [](const NamedMember& member) {
+        return !member.value.isObject();
+    };
+    const std::vector<NamedMember> members = namedMembers(object);
+    const auto count = static_cast<std::size_t>(std::ranges::count_if(members, isPair));
+    if (count == 0)
+    {
+        return refuse(BMCOAUTH_RULE_JWK_EMPTY);
+    }
+    KeyRecord record{
+        static_cast<jwk*>(o2_ff_calloc(count + 1, sizeof(jwk), "oauth2_parse_jwk", __LINE__))};
+    jwk* next = record.get();
+    for (const NamedMember& member : members)
+    {
+        if (isPair(member))
+        {
+            next->key = failFastCopy(member.name);
+            next->value =
+                member.value.isString() ? failFastCopy(member.value.asCString()) : nullptr;
+            ++next;
+        }
+    }
+    return record;
+}
+
 std::optional<std::string> writtenBy(BIO* memory, bool written)
 {
     if (!written)
@@ -133,6 +166,12 @@ std::optional<std::string> publicKeyPem(const Json::Value& key)
     return std::nullopt;
 }
 
+KeyRecord parseKey(std::string_view text)
+{
+    SecretTree object;
+    return parseSecretObject(text, object) ? recordOf(object.root) : nullptr;
+}
+
 } // namespace bmcoauth::keys
 
 using namespace bmcoauth;
@@ -140,42 +179,9 @@ using namespace bmcoauth;
 namespace
 {
 
-/** The fail-fast wrappers, on behalf of the one function here whose callers count on them. */
-char* failFastCopy(const char* text)
-{
-    return o2_ff_strdup(text, "oauth2_parse_jwk", __LINE__);
-}
-
 char* handOver(const std::optional<std::string>& pem)
 {
     return pem ? heapText(*pem).release() : nullptr;
-}
-
-keys::KeyRecord recordOf(const Json::Value& object)
-{
-    const auto isPair = [](const NamedMember& member) {
-        return !member.value.isObject();
-    };
-    const std::vector<NamedMember> members = namedMembers(object);
-    const auto count = static_cast<std::size_t>(std::ranges::count_if(members, isPair));
-    if (count == 0)
-    {
-        return nullptr;
-    }
-    keys::KeyRecord record{
-        static_cast<jwk*>(o2_ff_calloc(count + 1, sizeof(jwk), "oauth2_parse_jwk", __LINE__))};
-    jwk* next = record.get();
-    for (const NamedMember& member : members)
-    {
-        if (isPair(member))
-        {
-            next->key = failFastCopy(member.name);
-            next->value =
-                member.value.isString() ? failFastCopy(member.value.asCString()) : nullptr;
-            ++next;
-        }
-    }
-    return record;
 }
 
 } // namespace
@@ -221,10 +227,7 @@ extern "C" jwk* oauth2_parse_jwk(const char* text)
 {
     if (text == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"text", text}});
     }
-    return guarded(nullptr, [&]() -> jwk* {
-        SecretTree object;
-        return parseSecretObject(text, object) ? recordOf(object.root).release() : nullptr;
-    });
+    return guarded(nullptr, [&] { return keys::parseKey(text).release(); });
 }
