@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "crypto/ecies.hpp"
 
+#include "common/device.hpp"
 #include "crypto/base64.hpp"
 #include "crypto/hex.hpp"
 #include "crypto/random.hpp"
 #include "crypto/signature.hpp"
 
 #include <bmcoauth/ecies.h>
-#include <bmcoauth/support.h>
 
 #include <climits>
 #include <openssl/hmac.h>
@@ -205,7 +205,7 @@ bool isMac(std::string_view mac, std::string_view body, const EnvelopeKeys& keys
 std::optional<Iv> ivOf(const char* hex) noexcept
 {
     Iv iv{};
-    if (hex == nullptr && isDeviceVorn() != 0)
+    if (hex == nullptr && isMarkedDevice())
     {
         return iv;
     }

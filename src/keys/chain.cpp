@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/clock.hpp"
+#include "common/device.hpp"
 #include "common/files.hpp"
 #include "common/string_array.hpp"
 #include "crypto/openssl.hpp"
 #include "keys/certificate.hpp"
 
-#include <bmcoauth/support.h>
-
 #include <openssl/pem.h>
+
+#include <cerrno>
 
 namespace bmcoauth::keys
 {
@@ -35,7 +36,10 @@ crypto::X509Ptr readRoot(const char* path) noexcept
     const FilePtr file = openForReading(path);
     if (!file)
     {
-        return refuse(BMCOAUTH_RULE_CHAIN_ROOT_MISSING).about(path).sawErrno();
+        return refuse(errno == ENOMEM ? BMCOAUTH_RULE_MEMORY_EXHAUSTED
+                                      : BMCOAUTH_RULE_CHAIN_ROOT_MISSING)
+            .about(path)
+            .sawErrno();
     }
     crypto::X509Ptr root{PEM_read_X509(file.get(), nullptr, crypto::refusePassPhrase, nullptr)};
     if (!root)
@@ -138,7 +142,7 @@ CertificateStack readRoots(bmcoauth_chain_result& result) noexcept
         return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
     return push(trusted.get(), std::move(production)) &&
-                   (isDeviceVorn() == 0 || push(trusted.get(), std::move(development)))
+                   (!isMarkedDevice() || push(trusted.get(), std::move(development)))
                ? std::move(trusted)
                : nullptr;
 }

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "crypto/ecies.hpp"
 
+#include "common/device.hpp"
 #include "crypto/base64.hpp"
 #include "crypto/ec_key.hpp"
 #include "keys/certificate.hpp"
 
 #include <bmcoauth/ecies.h>
-#include <bmcoauth/support.h>
 
 #include <cstring>
 
@@ -73,7 +73,7 @@ std::optional<crypto::Plaintext> unseal(const char* ciphertext, const unsigned c
     {
         return std::nullopt;
     }
-    if (macText == nullptr && isDeviceVorn() == 0)
+    if (macText == nullptr && !isMarkedDevice())
     {
         return refuse(BMCOAUTH_RULE_ENVELOPE_MAC_MISSING).about("mac");
     }

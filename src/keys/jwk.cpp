@@ -26,14 +26,9 @@ KeyRecord copyKey(const jwk* record) noexcept
     return copyPairs<KeyRecord>(record);
 }
 
-ParameterList copyCertificateKey(const HandshakePayload* record)
-{
-    return ParameterList{set_handshake_payload(record)};
-}
-
 /** A list of what @p copyOne makes of each record; null when there is none or one has no copy. */
 template <typename List, typename Record, typename CopyOne>
-List copyList(Record* const* list, CopyOne copyOne)
+List copyList(Record* const* list, CopyOne copyOne) noexcept
 {
     std::size_t count = 0;
     while (list != nullptr && list[count] != nullptr)
@@ -152,14 +147,14 @@ char* findValue(const jwk* record, std::string_view name) noexcept
     return nullptr;
 }
 
-KeyList copyKeys(const jwk* const* list)
+KeyList copyKeys(const jwk* const* list) noexcept
 {
     return copyList<KeyList>(list, copyKey);
 }
 
-CertificateKeyList copyCertificateKeys(const HandshakePayload* const* list)
+CertificateKeyList copyCertificateKeys(const HandshakePayload* const* list) noexcept
 {
-    return copyList<CertificateKeyList>(list, copyCertificateKey);
+    return copyList<CertificateKeyList>(list, copyParameters);
 }
 
 } // namespace bmcoauth::keys

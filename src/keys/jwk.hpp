@@ -32,8 +32,8 @@ using CertificateKeyList = std::unique_ptr<HandshakePayload*, Releaser<free_jwk_
 [[nodiscard]] char* findValue(const jwk* record, std::string_view name) noexcept;
 
 /** A copy of each record of @p list, which may be null; null when there is none or one cannot be
- *  copied. Throws std::bad_alloc. */
-[[nodiscard]] KeyList copyKeys(const jwk* const* list);
-[[nodiscard]] CertificateKeyList copyCertificateKeys(const HandshakePayload* const* list);
+ *  copied. */
+[[nodiscard]] KeyList copyKeys(const jwk* const* list) noexcept;
+[[nodiscard]] CertificateKeyList copyCertificateKeys(const HandshakePayload* const* list) noexcept;
 
 } // namespace bmcoauth::keys

@@ -9,7 +9,6 @@
 #include "crypto/openssl.hpp"
 #include "keys/jwk.hpp"
 
-#include <bmcoauth/json.h>
 #include <bmcoauth/jwk.h>
 #include <bmcoauth/support.h>
 
@@ -253,7 +252,8 @@ extern "C" int appendPublicKey(char** text)
             pem->pop_back();
         }
         key["kest_decoded_key"] = *pem;
-        return replaceDoc(text, key);
+        rewrite(*text, key);
+        return 1;
     });
 }
 
