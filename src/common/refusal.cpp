@@ -68,8 +68,8 @@ void put(char (&field)[size], std::string_view text) noexcept
 
 Refused& Refused::about(std::string_view subject) noexcept
 {
-    // Of a path the end tells more.
-    constexpr std::size_t room = sizeof noted.subject - 1;
+    // Of a path the end tells more. What put does not cut is as long as this.
+    constexpr std::size_t room = sizeof noted.subject - sizeof "...";
     if (subject.size() > room && subject.front() == '/')
     {
         subject.remove_prefix(subject.size() - room);
