@@ -148,7 +148,10 @@ crypto::EcKeyPtr Certificate::ecKey() const noexcept
     crypto::EcKeyPtr ecKey{EVP_PKEY_get1_EC_KEY(key.get())};
     if (!ecKey)
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_KIND).wanted("an EC key");
+        // libcrypto reads a key at infinity, but does not hand it out.
+        return crypto::refuseCrypto(EVP_PKEY_get_base_id(key.get()) == EVP_PKEY_EC
+                                        ? BMCOAUTH_RULE_KEY_POINT
+                                        : BMCOAUTH_RULE_KEY_KIND);
     }
     return ecKey;
 }

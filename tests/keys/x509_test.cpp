@@ -370,7 +370,8 @@ TEST(ValidateX509, ComparesTheFirstOfSeveralNames)
     EXPECT_EQ(validateX509(pem.c_str(), "first"), 1);
     EXPECT_REFUSED("certificate.name", validateX509(pem.c_str(), "second"));
     EXPECT_EQ(validateX509(pem.c_str(), nullptr), 1);
-    EXPECT_REFUSED("certificate.name-empty", validateX509(withSecondName("", "second").c_str(), nullptr));
+    EXPECT_REFUSED("certificate.name-empty",
+                   validateX509(withSecondName("", "second").c_str(), nullptr));
 }
 
 TEST(ValidateX509, DoesNotEndANameAtAZeroByte)
