@@ -17,6 +17,18 @@
  * holder depends on the function: names and public keys are taken from the first value, while
  * chainVerify verifies the last one. */
 
+/** bmcoauth_chain_result is what chainVerify returns. */
+#ifdef __cplusplus
+enum bmcoauth_chain_result : int
+#else
+enum bmcoauth_chain_result
+#endif
+{
+    BMCOAUTH_CHAIN_FAILED = -1, /**< not judged: no chain, an unreadable value, or memory ran out */
+    BMCOAUTH_CHAIN_REFUSED = 0, /**< it does not verify, or a root file cannot be read */
+    BMCOAUTH_CHAIN_VERIFIED = 1 /**< it leads to a trusted root */
+};
+
 BMCOAUTH_PLAIN_BEGIN
 
 /** recreate_x509_cert returns the PEM text (RFC 7468) of the certificate whose bare Base64 text is
@@ -102,10 +114,15 @@ BMCOAUTH_API int validateX509(const char* pem, const char* commonName);
  *  takes no part unless it is the only one, and may be anything. NOTE: validity is judged as of
  *  1 January 2035, local time, not as of today.
  *
- *  Returns 1 if the chain verifies; 0 if not, or, whatever `certificate` is, if one of the two root
- *  files cannot be read; -1 if `certificate` is null or has no "x5c" value, if a value that takes
- *  part cannot be read, or if memory runs out. Of several "x5c" parameters the first one counts,
- *  even if it holds no value. */
+ *  Returns one of `enum bmcoauth_chain_result`:
+ *
+ *  | result | meaning |
+ *  |---|---|
+ *  | BMCOAUTH_CHAIN_VERIFIED (1) | the chain verifies |
+ *  | BMCOAUTH_CHAIN_REFUSED (0) | it does not, or, whatever `certificate` is, one of the two root files cannot be read |
+ *  | BMCOAUTH_CHAIN_FAILED (-1) | `certificate` is null or has no "x5c" value, a value that takes part cannot be read, or memory runs out |
+ *
+ *  Of several "x5c" parameters the first one counts, even if it holds no value. */
 BMCOAUTH_API int chainVerify(HandshakePayload* certificate);
 
 #endif

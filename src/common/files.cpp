@@ -3,8 +3,6 @@
 
 #include "common/guard.hpp"
 
-#include <bmcoauth/support.h>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -63,9 +61,3 @@ bool exists(const char* path) noexcept
 }
 
 } // namespace bmcoauth
-
-extern "C" int isDeviceVorn(void)
-{
-    const bmcoauth::ErrnoKeeper keeper;
-    return bmcoauth::exists("/etc/vorn_fw") ? 1 : 0;
-}

@@ -12,11 +12,15 @@
 namespace bmcoauth
 {
 
-/** Puts errno back to what it was: a caller's next look at it must not see ours. */
+/** Puts errno back to what it was: a caller's next look at it must not see ours, and ours, from 0
+ *  on, must not see the caller's. */
 class ErrnoKeeper
 {
 public:
-    ErrnoKeeper() noexcept = default;
+    ErrnoKeeper() noexcept
+    {
+        errno = 0;
+    }
     ErrnoKeeper(const ErrnoKeeper&) = delete;
     ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
     ErrnoKeeper(ErrnoKeeper&&) = delete;

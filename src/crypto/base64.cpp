@@ -91,7 +91,7 @@ std::optional<Plan> toStandardAlphabet(std::string_view text, char* copy) noexce
     {
         if (padding > 3)
         {
-            return std::nullopt;
+            return refuse(BMCOAUTH_RULE_BASE64_MALFORMED);
         }
         decoded = digits / 4 * 3 - padding;
     }
@@ -99,7 +99,7 @@ std::optional<Plan> toStandardAlphabet(std::string_view text, char* copy) noexce
     {
         if (padding != 0)
         {
-            return std::nullopt;
+            return refuse(BMCOAUTH_RULE_BASE64_MALFORMED);
         }
         end = std::fill_n(end, 4 - rest, '=');
         // A single digit left over is less than a byte and is expected to add none. The decoder
@@ -126,7 +126,7 @@ bool overwriteBuffers(BIO& filter) noexcept
     BioPtr memory = readingBio({nothing.data(), nothing.size()});
     if (!memory)
     {
-        return false;
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
     BIO_push(&filter, memory.release());
     static_cast<void>(BIO_reset(&filter));
@@ -148,11 +148,15 @@ bool decodeThroughFilter(std::string_view text, Decoding& result) noexcept
     }
     auto* const standard = reinterpret_cast<char*>(copy.get());
     const std::optional<Plan> plan = toStandardAlphabet(text, standard);
-    BioPtr filter{plan ? BIO_new(BIO_f_base64()) : nullptr};
-    BioPtr memory = filter ? readingBio({standard, plan->length}) : nullptr;
-    if (!memory)
+    if (!plan)
     {
         return false;
+    }
+    BioPtr filter{BIO_new(BIO_f_base64())};
+    BioPtr memory = readingBio({standard, plan->length});
+    if (!filter || !memory)
+    {
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
     if (!plan->multiline)
     {
@@ -163,6 +167,10 @@ bool decodeThroughFilter(std::string_view text, Decoding& result) noexcept
         BIO_read(filter.get(), result.bytes.data.get(), static_cast<int>(plan->length));
     result.valid =
         result.bytes.size > 0 && static_cast<std::size_t>(result.bytes.size) == plan->decoded;
+    if (!result.valid)
+    {
+        refuse(BMCOAUTH_RULE_BASE64_MALFORMED);
+    }
     return overwriteBuffers(*filter);
 }
 
@@ -170,14 +178,14 @@ std::optional<Decoding> decode(std::string_view text) noexcept
 {
     if (text.size() > longestText)
     {
-        return std::nullopt;
+        return refuse(BMCOAUTH_RULE_BASE64_LENGTH).wanted("at most", longestText);
     }
     Decoding result;
     const std::size_t room = text.size() + 4;
     result.bytes.data = {static_cast<unsigned char*>(std::malloc(room)), WipingRelease{room}};
     if (!result.bytes.data)
     {
-        return std::nullopt;
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
     const std::string_view digits = withoutPadding(text);
     // The filter takes several times as long, and is needed only for what is not as it should be.
@@ -250,16 +258,30 @@ HeapText encodeBase64(std::string_view bytes) noexcept
 {
     if (bytes.size() > longestData)
     {
-        return nullptr;
+        return refuse(BMCOAUTH_RULE_BASE64_LENGTH).wanted("at most", longestData);
     }
     HeapText text{static_cast<char*>(std::malloc((bytes.size() + 2) / 3 * 4 + 1))};
-    if (text)
+    if (!text)
     {
-        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.get()),
-                        reinterpret_cast<const unsigned char*>(bytes.data()),
-                        static_cast<int>(bytes.size()));
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
+    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.get()),
+                    reinterpret_cast<const unsigned char*>(bytes.data()),
+                    static_cast<int>(bytes.size()));
     return text;
+}
+
+void toUrlAlphabet(char* text) noexcept
+{
+    char* kept = text;
+    for (const char* next = text; *next != '\0'; ++next)
+    {
+        if (*next != '=')
+        {
+            *kept++ = *next == '/' ? '_' : *next == '+' ? '-' : *next;
+        }
+    }
+    *kept = '\0';
 }
 
 HeapText encodeBase64Url(std::string_view bytes) noexcept
@@ -267,7 +289,7 @@ HeapText encodeBase64Url(std::string_view bytes) noexcept
     HeapText text = encodeBase64(bytes);
     if (text)
     {
-        base64URIencode(text.get());
+        toUrlAlphabet(text.get());
     }
     return text;
 }
@@ -290,7 +312,7 @@ std::optional<DecodedBytes> decodeEitherBase64(std::string_view text)
     {
         return std::nullopt;
     }
-    base64URIencode(copy.get());
+    toUrlAlphabet(copy.get());
     return decodeBase64Url(copy.get());
 }
 
@@ -300,36 +322,33 @@ using namespace bmcoauth;
 
 extern "C" int base64encode(const void* data, char** out, int length)
 {
-    if (data == nullptr || out == nullptr || length < 0)
+    if (data == nullptr || out == nullptr)
     {
-        return 0;
+        return refuseNull({{"data", data}, {"out", out}});
     }
-    const ErrnoKeeper keeper;
-    HeapText text =
-        crypto::encodeBase64({static_cast<const char*>(data), static_cast<std::size_t>(length)});
-    if (!text)
+    if (length < 0)
     {
-        return 0;
+        return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "length");
     }
-    *out = text.release();
-    return 1;
+    return guardedMemory(0, [&] {
+        HeapText text = crypto::encodeBase64(
+            {static_cast<const char*>(data), static_cast<std::size_t>(length)});
+        if (!text)
+        {
+            return 0;
+        }
+        *out = text.release();
+        return 1;
+    });
 }
 
 extern "C" int base64URIencode(char* text)
 {
     if (text == nullptr)
     {
-        return 0;
+        return refuseNull({{"text", text}});
     }
-    char* kept = text;
-    for (const char* next = text; *next != '\0'; ++next)
-    {
-        if (*next != '=')
-        {
-            *kept++ = *next == '/' ? '_' : *next == '+' ? '-' : *next;
-        }
-    }
-    *kept = '\0';
+    crypto::toUrlAlphabet(text);
     return 1;
 }
 
@@ -337,21 +356,21 @@ extern "C" int base64URIdecode(const char* text, char** out, int* length)
 {
     if (text == nullptr || out == nullptr || length == nullptr)
     {
-        return 0;
+        return refuseNull({{"text", text}, {"out", out}, {"length", length}});
     }
-    const ErrnoKeeper keeper;
-    const crypto::ErrorMark mark;
-    std::optional<crypto::Decoding> decoding = crypto::decode(text);
-    if (!decoding)
-    {
-        return 0;
-    }
-    // Stored on failure too: callers have always seen how far the decoding came.
-    *length = decoding->bytes.size;
-    if (!decoding->valid)
-    {
-        return 0;
-    }
-    *out = reinterpret_cast<char*>(decoding->bytes.data.release());
-    return 1;
+    return crypto::guardedCrypto(0, [&] {
+        std::optional<crypto::Decoding> decoding = crypto::decode(text);
+        if (!decoding)
+        {
+            return 0;
+        }
+        // Stored on failure too: callers have always seen how far the decoding came.
+        *length = decoding->bytes.size;
+        if (!decoding->valid)
+        {
+            return 0;
+        }
+        *out = reinterpret_cast<char*>(decoding->bytes.data.release());
+        return 1;
+    });
 }

@@ -47,6 +47,9 @@ struct DecodedBytes
 /** Standard Base64 of @p bytes, in one line; null on failure. */
 [[nodiscard]] HeapText encodeBase64(std::string_view bytes) noexcept;
 
+/** Turns the standard Base64 text @p text into Base64url without padding, in place. */
+void toUrlAlphabet(char* text) noexcept;
+
 /** Base64url of @p bytes without padding (RFC 7515, section 2); null on failure. */
 [[nodiscard]] HeapText encodeBase64Url(std::string_view bytes) noexcept;
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "crypto/ecies.hpp"
 
+#include "common/device.hpp"
 #include "crypto/base64.hpp"
 #include "crypto/hex.hpp"
 #include "crypto/random.hpp"
 #include "crypto/signature.hpp"
 
 #include <bmcoauth/ecies.h>
-#include <bmcoauth/support.h>
 
 #include <climits>
 #include <openssl/hmac.h>
@@ -68,30 +68,58 @@ struct EnvelopeKeys
     }
 };
 
+/** The inside of ecies_key_derivation. */
+void* deriveKeys(const void* input, std::size_t inputLength, void* output,
+                 std::size_t* outputLength) noexcept
+{
+    constexpr std::size_t digestLength = Sha256Digest{}.size();
+    const bool computed = sha256(
+        {static_cast<const char*>(input), inputLength},
+        std::span<unsigned char, digestLength>{static_cast<unsigned char*>(output), digestLength});
+    // ECDH_compute_key does not look at the result, only at the length: were it left as it is, the
+    // unwritten buffer would be used as the key.
+    *outputLength = computed ? digestLength : 0;
+    return computed ? output : nullptr;
+}
+
 bool agree(const EC_KEY& own, const EC_KEY& peer, EnvelopeKeys& keys) noexcept
 {
     const EC_POINT* point = EC_KEY_get0_public_key(&peer);
-    return point != nullptr &&
-           ECDH_compute_key(keys.bytes.data(), keys.bytes.size(), point, &own,
-                            ecies_key_derivation) == static_cast<int>(keys.bytes.size());
+    return (point != nullptr &&
+            ECDH_compute_key(keys.bytes.data(), keys.bytes.size(), point, &own, deriveKeys) ==
+                static_cast<int>(keys.bytes.size())) ||
+           refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
 }
 
 bool computeMac(const EnvelopeKeys& keys, std::string_view body,
                 std::span<unsigned char, macLength> mac) noexcept
 {
     unsigned int length = 0;
-    return HMAC(EVP_sha256(), keys.macKey().data(), static_cast<int>(keys.macKey().size()),
-                bytesOf(body), body.size(), mac.data(), &length) != nullptr &&
-           length == mac.size();
+    return (HMAC(EVP_sha256(), keys.macKey().data(), static_cast<int>(keys.macKey().size()),
+                 bytesOf(body), body.size(), mac.data(), &length) != nullptr &&
+            length == mac.size()) ||
+           refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
 }
 
 /** The length of the public part of @p key in compressed form; 0 on failure. */
 std::size_t compressedLength(const EC_KEY& key) noexcept
 {
     const EC_POINT* point = EC_KEY_get0_public_key(&key);
-    return point == nullptr ? 0
-                            : EC_POINT_point2oct(EC_KEY_get0_group(&key), point,
-                                                 POINT_CONVERSION_COMPRESSED, nullptr, 0, nullptr);
+    const std::size_t length =
+        point == nullptr ? 0
+                         : EC_POINT_point2oct(EC_KEY_get0_group(&key), point,
+                                              POINT_CONVERSION_COMPRESSED, nullptr, 0, nullptr);
+    if (length == 0)
+    {
+        refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
+    }
+    return length;
+}
+
+std::optional<Envelope> envelopeOf(std::string_view body, std::string_view mac) noexcept
+{
+    Envelope envelope{encodeBase64(body), encodeBase64(mac)};
+    return envelope.body && envelope.mac ? std::optional{std::move(envelope)} : std::nullopt;
 }
 
 /** Encrypts the concatenation of @p parts to @p out, which has room for exactly that with its
@@ -103,7 +131,7 @@ bool encrypt(std::span<const std::string_view> parts, const EnvelopeKeys& keys, 
     if (!context || EVP_EncryptInit_ex(context.get(), EVP_aes_128_cbc(), nullptr,
                                        keys.cipherKey().data(), iv.data()) != 1)
     {
-        return false;
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
     unsigned char* end = out.data();
     int written = 0;
@@ -112,12 +140,64 @@ bool encrypt(std::span<const std::string_view> parts, const EnvelopeKeys& keys, 
         if (EVP_EncryptUpdate(context.get(), end, &written, bytesOf(part),
                               static_cast<int>(part.size())) != 1)
         {
-            return false;
+            return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
         }
         end += written;
     }
-    return EVP_EncryptFinal_ex(context.get(), end, &written) == 1 &&
-           static_cast<std::size_t>(end + written - out.data()) == out.size();
+    return (EVP_EncryptFinal_ex(context.get(), end, &written) == 1 &&
+            static_cast<std::size_t>(end + written - out.data()) == out.size()) ||
+           refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
+}
+
+/** The inside of secure_alloc. */
+HeapBlock<unsigned char> secureBuffer(const SecureHeader& header) noexcept
+{
+    std::size_t size = 0;
+    if (__builtin_add_overflow(sizeof header, header.key, &size) ||
+        __builtin_add_overflow(size, header.mac, &size) ||
+        __builtin_add_overflow(size, header.body, &size))
+    {
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
+    }
+    HeapBlock<unsigned char> buffer = zeroedBlock<unsigned char>(size);
+    if (buffer)
+    {
+        std::memcpy(buffer.get(), &header, sizeof header);
+    }
+    return buffer;
+}
+
+unsigned char* macOf(void* buffer) noexcept
+{
+    return static_cast<unsigned char*>(buffer) + sizeof(SecureHeader) + headerOf(buffer).key;
+}
+
+unsigned char* bodyOf(void* buffer) noexcept
+{
+    return macOf(buffer) + headerOf(buffer).mac;
+}
+
+/** Converts as many digits as an IV has as convertHextoBinary does. */
+void readHex(const char* hex, unsigned char* out) noexcept
+{
+    for (std::size_t at = 0; at < ivDigits; at += 2)
+    {
+        const std::array<char, 3> pair{hex[at], hex[at + 1], '\0'};
+        *out++ = static_cast<unsigned char>(std::strtol(pair.data(), nullptr, 16));
+    }
+}
+
+/** Whether @p mac is that of @p body. */
+bool isMac(std::string_view mac, std::string_view body, const EnvelopeKeys& keys) noexcept
+{
+    std::array<unsigned char, macLength> expected{};
+    if (mac.size() == expected.size() && !computeMac(keys, body, expected))
+    {
+        return false;
+    }
+    return (mac.size() == expected.size() &&
+            CRYPTO_memcmp(mac.data(), expected.data(), expected.size()) == 0) ||
+           refuse(BMCOAUTH_RULE_ENVELOPE_MAC_WRONG);
 }
 
 } // namespace
@@ -125,14 +205,15 @@ bool encrypt(std::span<const std::string_view> parts, const EnvelopeKeys& keys, 
 std::optional<Iv> ivOf(const char* hex) noexcept
 {
     Iv iv{};
-    if (hex == nullptr)
+    if (hex == nullptr && isMarkedDevice())
     {
-        return isDeviceVorn() != 0 ? std::optional{iv} : std::nullopt;
+        return iv;
     }
-    if (std::strlen(hex) != ivDigits || convertHextoBinary(hex, iv.data()) != 1)
+    if (hex == nullptr || std::strlen(hex) != ivDigits)
     {
-        return std::nullopt;
+        return refuse(BMCOAUTH_RULE_ENVELOPE_IV).about("iv").saw(hex == nullptr ? "" : hex);
     }
+    readHex(hex, iv.data());
     return iv;
 }
 
@@ -144,16 +225,17 @@ std::optional<Envelope> sealEnvelope(std::string_view data, const EC_KEY& own, c
     const std::uint64_t bodyLength = (plainLength / blockLength + 1) * blockLength;
     if (bodyLength > INT_MAX)
     {
-        return std::nullopt;
+        return refuse(BMCOAUTH_RULE_ENVELOPE_LENGTH).about("length");
     }
     const std::size_t keyLength = compressedLength(own);
-    const SecretText token = randomToken(tokenBytes);
+    const SecretText token = keyLength == 0 ? nullptr : randomToken(tokenBytes);
     EnvelopeKeys keys;
-    if (keyLength == 0 || !token || !agree(own, peer, keys))
+    if (!token || !agree(own, peer, keys))
     {
         return std::nullopt;
     }
-    const HeapBlock<void> buffer{secure_alloc(keyLength, macLength, plainLength, bodyLength)};
+    const HeapBlock<unsigned char> buffer =
+        secureBuffer({keyLength, macLength, plainLength, bodyLength});
     if (!buffer)
     {
         return std::nullopt;
@@ -165,41 +247,27 @@ std::optional<Envelope> sealEnvelope(std::string_view data, const EC_KEY& own, c
     const std::array<std::string_view, 3> parts = data.ends_with('\n')
                                                       ? std::array{data, tokenText, "\0"sv}
                                                       : std::array{data, "\n"sv, tokenText};
-    const std::span<unsigned char> body{secure_body_data(buffer.get()),
-                                        static_cast<std::size_t>(bodyLength)};
-    const std::span<unsigned char, macLength> mac{secure_mac_data(buffer.get()), macLength};
+    const std::span<unsigned char> body{bodyOf(buffer.get()), static_cast<std::size_t>(bodyLength)};
+    const std::span<unsigned char, macLength> mac{macOf(buffer.get()), macLength};
     const std::string_view bodyBytes{reinterpret_cast<const char*>(body.data()), body.size()};
     if (!encrypt(parts, keys, iv, body) || !computeMac(keys, bodyBytes, mac))
     {
         return std::nullopt;
     }
-    Envelope envelope{
-        encodeBase64(bodyBytes),
-        encodeBase64({reinterpret_cast<const char*>(mac.data()), mac.size()}),
-    };
-    if (!envelope.body || !envelope.mac)
-    {
-        return std::nullopt;
-    }
-    return envelope;
+    return envelopeOf(bodyBytes, {reinterpret_cast<const char*>(mac.data()), mac.size()});
 }
 
 std::optional<Plaintext> openEnvelope(std::string_view body, std::optional<std::string_view> mac,
                                       const EC_KEY& own, const EC_KEY& peer, const Iv& iv) noexcept
 {
+    if (body.size() > INT_MAX)
+    {
+        return refuse(BMCOAUTH_RULE_ENVELOPE_LENGTH).about("ciphertext");
+    }
     EnvelopeKeys keys;
-    if (body.size() > INT_MAX || !agree(own, peer, keys))
+    if (!agree(own, peer, keys) || (mac && !isMac(*mac, body, keys)))
     {
         return std::nullopt;
-    }
-    if (mac)
-    {
-        std::array<unsigned char, macLength> expected{};
-        if (mac->size() != expected.size() || !computeMac(keys, body, expected) ||
-            CRYPTO_memcmp(mac->data(), expected.data(), expected.size()) != 0)
-        {
-            return std::nullopt;
-        }
     }
     const CipherContextPtr context{EVP_CIPHER_CTX_new()};
     Plaintext text{secretBlock(body.size() + 1)};
@@ -209,10 +277,13 @@ std::optional<Plaintext> openEnvelope(std::string_view body, std::optional<std::
         EVP_DecryptInit_ex(context.get(), EVP_aes_128_cbc(), nullptr, keys.cipherKey().data(),
                            iv.data()) != 1 ||
         EVP_DecryptUpdate(context.get(), text.bytes.get(), &decrypted, bytesOf(body),
-                          static_cast<int>(body.size())) != 1 ||
-        EVP_DecryptFinal_ex(context.get(), text.bytes.get() + decrypted, &last) != 1)
+                          static_cast<int>(body.size())) != 1)
     {
-        return std::nullopt;
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
+    }
+    if (EVP_DecryptFinal_ex(context.get(), text.bytes.get() + decrypted, &last) != 1)
+    {
+        return refuseCrypto(BMCOAUTH_RULE_ENVELOPE_PADDING);
     }
     text.length = static_cast<std::size_t>(decrypted) + static_cast<std::size_t>(last);
     return text;
@@ -225,41 +296,23 @@ using namespace bmcoauth;
 void* ecies_key_derivation(const void* input, std::size_t inputLength, void* output,
                            std::size_t* outputLength)
 {
-    constexpr std::size_t digestLength = crypto::Sha256Digest{}.size();
-    if ((input == nullptr && inputLength != 0) || output == nullptr || outputLength == nullptr ||
-        *outputLength < digestLength)
+    if ((input == nullptr && inputLength != 0) || output == nullptr || outputLength == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"output", output}, {"outputLength", outputLength}, {"input", input}});
     }
-    return crypto::guardedCrypto(nullptr, [&]() -> void* {
-        const bool computed =
-            crypto::sha256({static_cast<const char*>(input), inputLength},
-                           std::span<unsigned char, digestLength>{
-                               static_cast<unsigned char*>(output), digestLength});
-        // ECDH_compute_key does not look at the result, only at the
-        // length: were it left as it is, the unwritten buffer would be
-        // used as the key.
-        *outputLength = computed ? digestLength : 0;
-        return computed ? output : nullptr;
-    });
+    if (*outputLength < crypto::Sha256Digest{}.size())
+    {
+        return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "outputLength");
+    }
+    return crypto::guardedCrypto(
+        nullptr, [&] { return crypto::deriveKeys(input, inputLength, output, outputLength); });
 }
 
 void* secure_alloc(std::uint64_t key, std::uint64_t mac, std::uint64_t plain, std::uint64_t body)
 {
-    std::size_t size = 0;
-    if (__builtin_add_overflow(sizeof(crypto::SecureHeader), key, &size) ||
-        __builtin_add_overflow(size, mac, &size) || __builtin_add_overflow(size, body, &size))
-    {
-        return nullptr;
-    }
-    const ErrnoKeeper keeper;
-    HeapBlock<unsigned char> buffer = zeroedBlock<unsigned char>(size);
-    if (buffer)
-    {
-        const crypto::SecureHeader header{key, mac, plain, body};
-        std::memcpy(buffer.get(), &header, sizeof header);
-    }
-    return buffer.release();
+    return guardedMemory(nullptr, [&] {
+        return crypto::secureBuffer({key, mac, plain, body}).release();
+    });
 }
 
 std::uint64_t secure_mac_length(const void* buffer)
@@ -274,40 +327,44 @@ std::uint64_t secure_body_length(const void* buffer)
 
 unsigned char* secure_mac_data(void* buffer)
 {
-    return static_cast<unsigned char*>(buffer) + sizeof(crypto::SecureHeader) +
-           crypto::headerOf(buffer).key;
+    return crypto::macOf(buffer);
 }
 
 unsigned char* secure_body_data(void* buffer)
 {
-    return secure_mac_data(buffer) + secure_mac_length(buffer);
+    return crypto::bodyOf(buffer);
 }
 
 int convertHextoBinary(const char* hex, unsigned char* out)
 {
-    if (hex == nullptr || out == nullptr || strnlen(hex, crypto::ivDigits) < crypto::ivDigits)
+    if (hex == nullptr || out == nullptr)
     {
-        return 0;
+        return refuseNull({{"hex", hex}, {"out", out}});
+    }
+    if (strnlen(hex, crypto::ivDigits) < crypto::ivDigits)
+    {
+        return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "hex");
     }
     const ErrnoKeeper keeper;
-    for (std::size_t at = 0; at < crypto::ivDigits; at += 2)
-    {
-        const std::array<char, 3> pair{hex[at], hex[at + 1], '\0'};
-        *out++ = static_cast<unsigned char>(std::strtol(pair.data(), nullptr, 16));
-    }
+    crypto::readHex(hex, out);
     return 1;
 }
 
 extern "C" int generateRandomIV(char** iv)
 {
-    const ErrnoKeeper keeper;
-    crypto::Iv bytes{};
-    HeapText text = zeroedBlock<char>(crypto::ivDigits + 1);
-    if (iv == nullptr || !text || !crypto::fillRandom(bytes))
+    if (iv == nullptr)
     {
-        return 0;
+        return refuseNull({{"iv", iv}});
     }
-    crypto::writeHex(bytes, crypto::upperCaseDigits, text.get());
-    *iv = text.release();
-    return 1;
+    return guardedMemory(0, [&] {
+        crypto::Iv bytes{};
+        HeapText text = zeroedBlock<char>(crypto::ivDigits + 1);
+        if (!text || !crypto::fillRandom(bytes))
+        {
+            return 0;
+        }
+        crypto::writeHex(bytes, crypto::upperCaseDigits, text.get());
+        *iv = text.release();
+        return 1;
+    });
 }

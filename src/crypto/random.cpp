@@ -20,14 +20,24 @@ namespace bmcoauth::crypto
 
 bool fillRandom(std::span<unsigned char> bytes) noexcept
 {
-    const int device = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+    constexpr const char* path = "/dev/urandom";
+    const int device = open(path, O_RDONLY | O_CLOEXEC);
     if (device < 0)
     {
-        return false;
+        return refuse(BMCOAUTH_RULE_RANDOM_DEVICE).about(path).sawErrno();
     }
     const ssize_t received = read(device, bytes.data(), bytes.size());
+    const bool filled = received >= 0 && static_cast<std::size_t>(received) == bytes.size();
+    if (received < 0)
+    {
+        refuse(BMCOAUTH_RULE_RANDOM_DEVICE).about(path).sawErrno();
+    }
+    else if (!filled)
+    {
+        refuse(BMCOAUTH_RULE_RANDOM_DEVICE).about(path).saw("a short read");
+    }
     close(device);
-    return received >= 0 && static_cast<std::size_t>(received) == bytes.size();
+    return filled;
 }
 
 SecretText randomToken(unsigned int count) noexcept
@@ -35,7 +45,7 @@ SecretText randomToken(unsigned int count) noexcept
     // More than that has no Base64 text here, and on 32 bits count + 1 could wrap.
     if (count > INT_MAX)
     {
-        return nullptr;
+        return refuse(BMCOAUTH_RULE_BASE64_LENGTH);
     }
     const SecretBlock bytes = secretBlock(std::size_t{count} + 1);
     if (!bytes || !fillRandom({bytes.get(), count}))
@@ -52,9 +62,13 @@ using namespace bmcoauth;
 extern "C" int issueRandomBytesInHex(char* out, int count)
 {
     crypto::SecretBytes<16> bytes;
-    if (out == nullptr || count > static_cast<int>(bytes.size()))
+    if (out == nullptr)
     {
-        return 0;
+        return refuseNull({{"out", out}});
+    }
+    if (count > static_cast<int>(bytes.size()))
+    {
+        return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "count");
     }
     if (count < 0)
     {
@@ -66,6 +80,7 @@ extern "C" int issueRandomBytesInHex(char* out, int count)
         std::span<unsigned char>{bytes}.first(static_cast<std::size_t>(count));
     if (!crypto::fillRandom(drawn))
     {
+        publishRefusal();
         return 0;
     }
     out[0] = '0';
@@ -78,12 +93,15 @@ extern "C" void issueRandomToken(char** out, unsigned int count)
 {
     if (out == nullptr)
     {
+        refuseNull({{"out", out}});
         return;
     }
     const ErrnoKeeper keeper;
     SecretText token = crypto::randomToken(count);
-    if (token)
+    if (!token)
     {
-        *out = token.release();
+        publishRefusal();
+        return;
     }
+    *out = token.release();
 }

@@ -104,14 +104,14 @@ std::optional<Certificate> Certificate::read(std::string_view pem) noexcept
     crypto::DerBytes der = crypto::readPem(pem, PEM_STRING_X509);
     if (!der)
     {
-        return std::nullopt;
+        return crypto::refuseCrypto(BMCOAUTH_RULE_CERTIFICATE_ENCODING);
     }
     const unsigned char* position = der.data.get();
     FieldsPtr fields{reinterpret_cast<CertificateFields*>(
         ASN1_item_d2i(nullptr, &position, der.length, ASN1_ITEM_rptr(CertificateFields)))};
     if (!fields)
     {
-        return std::nullopt;
+        return crypto::refuseCrypto(BMCOAUTH_RULE_CERTIFICATE_ENCODING);
     }
     return Certificate{std::move(der), std::move(fields)};
 }
@@ -141,14 +141,31 @@ crypto::EcKeyPtr Certificate::ecKey() const noexcept
     const unsigned char* position = der.data.get();
     const crypto::X509Ptr certificate{d2i_X509(nullptr, &position, der.length)};
     const crypto::PkeyPtr key{certificate ? X509_get_pubkey(certificate.get()) : nullptr};
-    return crypto::EcKeyPtr{key ? EVP_PKEY_get1_EC_KEY(key.get()) : nullptr};
+    if (!key)
+    {
+        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_ENCODING);
+    }
+    crypto::EcKeyPtr ecKey{EVP_PKEY_get1_EC_KEY(key.get())};
+    if (!ecKey)
+    {
+        // libcrypto reads a key at infinity, but does not hand it out.
+        return crypto::refuseCrypto(EVP_PKEY_get_base_id(key.get()) == EVP_PKEY_EC
+                                        ? BMCOAUTH_RULE_KEY_POINT
+                                        : BMCOAUTH_RULE_KEY_KIND);
+    }
+    return ecKey;
 }
 
 crypto::X509Ptr readX509(std::string_view pem) noexcept
 {
     const crypto::DerBytes der = crypto::readPem(pem, PEM_STRING_X509);
     const unsigned char* position = der.data.get();
-    return crypto::X509Ptr{der ? d2i_X509(nullptr, &position, der.length) : nullptr};
+    crypto::X509Ptr certificate{der ? d2i_X509(nullptr, &position, der.length) : nullptr};
+    if (!certificate)
+    {
+        return crypto::refuseCrypto(BMCOAUTH_RULE_CERTIFICATE_ENCODING);
+    }
+    return certificate;
 }
 
 std::string certificatePem(std::string_view body)
@@ -174,7 +191,11 @@ std::string certificatePem(std::string_view body)
 char** chainValues(const HandshakePayload* certificate)
 {
     char** values = findValues(certificate, "x5c");
-    return values == nullptr || *values == nullptr ? nullptr : values;
+    if (values == nullptr || *values == nullptr)
+    {
+        return refuse(BMCOAUTH_RULE_CERTIFICATE_MISSING).about("x5c");
+    }
+    return values;
 }
 
 std::optional<std::string> firstCertificatePem(const HandshakePayload* certificate)
@@ -193,12 +214,13 @@ bool isNamed(std::string_view pem, const char* commonName) noexcept
     const std::optional<std::string_view> name = certificate->commonName();
     if (name && name->empty())
     {
-        return false;
+        return refuse(BMCOAUTH_RULE_CERTIFICATE_NAME_EMPTY);
     }
     // The whole compared part counts, zero bytes included: a certificate for "corp\0evil" must not
     // pass for "corp".
     return commonName == nullptr ||
-           (name && equalIgnoringCase(name->substr(0, comparedName), commonName));
+           (name && equalIgnoringCase(name->substr(0, comparedName), commonName)) ||
+           refuse(BMCOAUTH_RULE_CERTIFICATE_NAME).saw(name.value_or("")).wanted(commonName);
 }
 
 } // namespace bmcoauth::keys

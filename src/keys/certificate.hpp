@@ -6,6 +6,7 @@
 #include "crypto/pem.hpp"
 
 #include <bmcoauth/handshake_payload.h>
+#include <bmcoauth/x509.h>
 
 #include <memory>
 #include <optional>
@@ -61,5 +62,8 @@ private:
 /** Whether @p pem is a certificate that may stand under @p commonName, or, where that is null,
  *  under any name: see validateX509. */
 [[nodiscard]] bool isNamed(std::string_view pem, const char* commonName) noexcept;
+
+/** Verifies the last "x5c" value of @p certificate: see chainVerify. */
+[[nodiscard]] bmcoauth_chain_result verifyChain(const HandshakePayload* certificate);
 
 } // namespace bmcoauth::keys

@@ -1,16 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/clock.hpp"
+#include "common/device.hpp"
 #include "common/files.hpp"
 #include "common/string_array.hpp"
 #include "crypto/openssl.hpp"
 #include "keys/certificate.hpp"
 
-#include <bmcoauth/support.h>
-#include <bmcoauth/x509.h>
-
 #include <openssl/pem.h>
 
-using namespace bmcoauth;
+#include <cerrno>
+
+namespace bmcoauth::keys
+{
 
 namespace
 {
@@ -21,10 +22,6 @@ constexpr const char* developmentRoot = "/etc/default/certs/FactorycertDevRoot.p
 /** Certificates are judged as of the first day of this year: devices must be able to prove
  *  themselves before their clock is set. */
 constexpr int judgedYear = 2035;
-
-constexpr int verified = 1;
-constexpr int refused = 0;
-constexpr int internalFailure = -1;
 
 void releaseStack(STACK_OF(X509) * stack) noexcept
 {
@@ -37,16 +34,33 @@ using VerificationPtr = std::unique_ptr<X509_STORE_CTX, Releaser<X509_STORE_CTX_
 crypto::X509Ptr readRoot(const char* path) noexcept
 {
     const FilePtr file = openForReading(path);
-    return crypto::X509Ptr{
-        file ? PEM_read_X509(file.get(), nullptr, crypto::refusePassPhrase, nullptr) : nullptr};
+    if (!file)
+    {
+        return refuse(errno == ENOMEM ? BMCOAUTH_RULE_MEMORY_EXHAUSTED
+                                      : BMCOAUTH_RULE_CHAIN_ROOT_MISSING)
+            .about(path)
+            .sawErrno();
+    }
+    crypto::X509Ptr root{PEM_read_X509(file.get(), nullptr, crypto::refusePassPhrase, nullptr)};
+    if (!root)
+    {
+        return crypto::refuseCrypto(BMCOAUTH_RULE_CHAIN_ROOT_MISSING)
+            .about(path)
+            .wanted("a certificate in PEM");
+    }
+    return root;
 }
 
 /** Moves @p certificate onto @p stack; false when there is no certificate or no room. */
 bool push(STACK_OF(X509) * stack, crypto::X509Ptr certificate) noexcept
 {
-    if (!certificate || sk_X509_push(stack, certificate.get()) <= 0)
+    if (!certificate)
     {
         return false;
+    }
+    if (sk_X509_push(stack, certificate.get()) <= 0)
+    {
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
     // The stack owns it now.
     static_cast<void>(certificate.release());
@@ -55,15 +69,48 @@ bool push(STACK_OF(X509) * stack, crypto::X509Ptr certificate) noexcept
 
 crypto::X509Ptr readBody(const char* body)
 {
-    return keys::readX509(keys::certificatePem(body));
+    return readX509(certificatePem(body));
 }
 
-int verify(X509& target, STACK_OF(X509) & untrusted, STACK_OF(X509) & trusted) noexcept
+/** The certificates of a chain: the values of "x5c" but the first, unless it is the only one. */
+struct Chain
+{
+    CertificateStack intermediates; /**< in their order, from the second value on */
+    crypto::X509Ptr target;         /**< the last value */
+    std::size_t last;               /**< its place */
+};
+
+/** Refuses what @p context does not trust; the place is that of the certificate where it ended. */
+bmcoauth_chain_result refuseChain(X509_STORE_CTX& context, const Chain& chain) noexcept
+{
+    const int error = X509_STORE_CTX_get_error(&context);
+    // What libcrypto lacked memory for in between shows in its queue alone.
+    Refused reason = error == X509_V_ERR_OUT_OF_MEM ? refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED)
+                     : ERR_peek_last_error() == 0
+                         ? refuse(BMCOAUTH_RULE_CHAIN_UNTRUSTED)
+                         : crypto::refuseCrypto(BMCOAUTH_RULE_CHAIN_UNTRUSTED);
+    reason.saw(X509_verify_cert_error_string(error));
+    X509* const ended = X509_STORE_CTX_get_current_cert(&context);
+    const int place = sk_X509_find(chain.intermediates.get(), ended);
+    if (ended == chain.target.get())
+    {
+        reason.at(chain.last);
+    }
+    else if (place >= 0)
+    {
+        reason.at(static_cast<std::size_t>(place) + 1);
+    }
+    return reason;
+}
+
+bmcoauth_chain_result verify(const Chain& chain, STACK_OF(X509) & trusted) noexcept
 {
     const VerificationPtr context{X509_STORE_CTX_new()};
-    if (!context || X509_STORE_CTX_init(context.get(), nullptr, &target, &untrusted) != 1)
+    if (!context || X509_STORE_CTX_init(context.get(), nullptr, chain.target.get(),
+                                        chain.intermediates.get()) != 1)
     {
-        return internalFailure;
+        refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
+        return BMCOAUTH_CHAIN_FAILED;
     }
     X509_STORE_CTX_set0_trusted_stack(context.get(), &trusted);
     // On the context's own parameters: a fresh set allows chains of no depth at all.
@@ -71,53 +118,71 @@ int verify(X509& target, STACK_OF(X509) & untrusted, STACK_OF(X509) & trusted) n
     const int result = X509_verify_cert(context.get());
     if (result < 0)
     {
-        return internalFailure;
+        refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
+        return BMCOAUTH_CHAIN_FAILED;
     }
-    return result == 1 ? verified : refused;
+    return result == 1 ? BMCOAUTH_CHAIN_VERIFIED : refuseChain(*context, chain);
 }
 
-int verifyChain(const HandshakePayload* certificate)
+/** The roots that this device trusts; null, with @p result saying why, when there are none. */
+CertificateStack readRoots(bmcoauth_chain_result& result) noexcept
 {
-    crypto::X509Ptr production = readRoot(productionRoot);
-    crypto::X509Ptr development = readRoot(developmentRoot);
     // Both must be there, on devices that trust only one of them too: a half-installed set of roots
     // is not to be trusted.
-    if (!production || !development)
+    crypto::X509Ptr production = readRoot(productionRoot);
+    crypto::X509Ptr development = production ? readRoot(developmentRoot) : nullptr;
+    if (!development)
     {
-        return refused;
+        result = BMCOAUTH_CHAIN_REFUSED;
+        return nullptr;
     }
-    const CertificateStack trusted{sk_X509_new_null()};
-    const CertificateStack untrusted{sk_X509_new_null()};
-    if (!trusted || !untrusted || !push(trusted.get(), std::move(production)) ||
-        (isDeviceVorn() == 1 && !push(trusted.get(), std::move(development))))
+    CertificateStack trusted{sk_X509_new_null()};
+    if (!trusted)
     {
-        return internalFailure;
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
-    char** values = keys::chainValues(certificate);
-    const std::size_t count = countStrings(values);
-    if (count == 0)
+    return push(trusted.get(), std::move(production)) &&
+                   (!isMarkedDevice() || push(trusted.get(), std::move(development)))
+               ? std::move(trusted)
+               : nullptr;
+}
+
+std::optional<Chain> readChain(const HandshakePayload* certificate)
+{
+    Chain chain{CertificateStack{sk_X509_new_null()}, nullptr, 0};
+    if (!chain.intermediates)
     {
-        return internalFailure;
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
-    for (std::size_t i = 1; i + 1 < count; ++i)
+    char** values = chainValues(certificate);
+    if (values == nullptr)
     {
-        if (!push(untrusted.get(), readBody(values[i])))
+        return std::nullopt;
+    }
+    chain.last = countStrings(values) - 1;
+    for (std::size_t i = 1; i < chain.last; ++i)
+    {
+        if (!push(chain.intermediates.get(), readBody(values[i])))
         {
-            return internalFailure;
+            return refused().at(i);
         }
     }
-    const crypto::X509Ptr target = readBody(values[count - 1]);
-    return target ? verify(*target, *untrusted, *trusted) : internalFailure;
+    chain.target = readBody(values[chain.last]);
+    if (!chain.target)
+    {
+        return refused().at(chain.last);
+    }
+    return chain;
 }
 
 } // namespace
 
-int chainVerify(HandshakePayload* certificate)
+bmcoauth_chain_result verifyChain(const HandshakePayload* certificate)
 {
-    return crypto::guardedCrypto(internalFailure, [&] { return verifyChain(certificate); });
+    bmcoauth_chain_result result = BMCOAUTH_CHAIN_FAILED;
+    const CertificateStack trusted = readRoots(result);
+    const std::optional<Chain> chain = trusted ? readChain(certificate) : std::nullopt;
+    return chain ? verify(*chain, *trusted) : result;
 }
 
-extern "C" int validateKestRootCert(HandshakePayload* /*certificate*/)
-{
-    return 0;
-}
+} // namespace bmcoauth::keys

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "crypto/ecies.hpp"
 
+#include "common/device.hpp"
 #include "crypto/base64.hpp"
 #include "crypto/ec_key.hpp"
 #include "keys/certificate.hpp"
 
 #include <bmcoauth/ecies.h>
-#include <bmcoauth/support.h>
 
 #include <cstring>
 
@@ -17,13 +17,25 @@ namespace
 {
 
 /** The P-256 key in the first certificate of @p peer; null if there is none. */
-crypto::EcKeyPtr peerKey(HandshakePayload* const* peer)
+crypto::EcKeyPtr peerKey(const HandshakePayload* peer)
 {
-    const std::optional<std::string> pem =
-        peer == nullptr ? std::nullopt : firstCertificatePem(*peer);
-    const std::optional<Certificate> certificate = pem ? Certificate::read(*pem) : std::nullopt;
+    const std::optional<std::string> pem = firstCertificatePem(peer);
+    if (!pem)
+    {
+        return nullptr;
+    }
+    const std::optional<Certificate> certificate = Certificate::read(*pem);
     crypto::EcKeyPtr key = certificate ? certificate->ecKey() : nullptr;
-    return key && crypto::isP256(*key) ? std::move(key) : nullptr;
+    if (key && !crypto::isP256(*key))
+    {
+        refuse(BMCOAUTH_RULE_KEY_CURVE).wanted("P-256");
+        key = nullptr;
+    }
+    if (!key)
+    {
+        return refused().within("peer").at(0);
+    }
+    return key;
 }
 
 /** The two keys that an envelope is between. */
@@ -33,18 +45,18 @@ struct KeyPair
     crypto::EcKeyPtr peer;
 };
 
-std::optional<KeyPair> keysOf(const unsigned char* der, int derLength,
-                              HandshakePayload* const* peer)
+std::optional<KeyPair> keysOf(const unsigned char* der, int derLength, const HandshakePayload* peer)
 {
     KeyPair keys{crypto::decodePrivateKey(der, derLength), nullptr};
-    if (keys.own)
+    if (!keys.own)
     {
-        keys.peer = peerKey(peer);
+        return refused().within("der");
     }
+    keys.peer = peerKey(peer);
     return keys.peer ? std::optional{std::move(keys)} : std::nullopt;
 }
 
-std::optional<crypto::Envelope> seal(std::string_view data, HandshakePayload* const* peer,
+std::optional<crypto::Envelope> seal(std::string_view data, const HandshakePayload* peer,
                                      const unsigned char* der, int derLength, const char* ivHex)
 {
     const std::optional<crypto::Iv> iv = crypto::ivOf(ivHex);
@@ -54,17 +66,21 @@ std::optional<crypto::Envelope> seal(std::string_view data, HandshakePayload* co
 
 std::optional<crypto::Plaintext> unseal(const char* ciphertext, const unsigned char* der,
                                         int derLength, const char* macText,
-                                        HandshakePayload* const* peer, const char* ivHex)
+                                        const HandshakePayload* peer, const char* ivHex)
 {
     const std::optional<crypto::Iv> iv = crypto::ivOf(ivHex);
-    if (!iv || (macText == nullptr && isDeviceVorn() == 0))
+    if (!iv)
     {
         return std::nullopt;
+    }
+    if (macText == nullptr && !isMarkedDevice())
+    {
+        return refuse(BMCOAUTH_RULE_ENVELOPE_MAC_MISSING).about("mac");
     }
     const std::optional<crypto::DecodedBytes> body = crypto::decodeEitherBase64(ciphertext);
     if (!body)
     {
-        return std::nullopt;
+        return refused().within("ciphertext");
     }
     std::optional<crypto::DecodedBytes> mac;
     if (macText != nullptr)
@@ -72,7 +88,7 @@ std::optional<crypto::Plaintext> unseal(const char* ciphertext, const unsigned c
         mac = crypto::decodeEitherBase64(macText);
         if (!mac)
         {
-            return std::nullopt;
+            return refused().within("mac");
         }
     }
     const std::optional<KeyPair> keys = keysOf(der, derLength, peer);
@@ -93,9 +109,11 @@ std::optional<unsigned int> textLength(const crypto::Plaintext& plaintext)
     {
         text.remove_suffix(1);
     }
-    return text.find('\0') == std::string_view::npos
-               ? std::optional{static_cast<unsigned int>(text.size())}
-               : std::nullopt;
+    if (text.find('\0') != std::string_view::npos)
+    {
+        return refuse(BMCOAUTH_RULE_ENVELOPE_TEXT);
+    }
+    return static_cast<unsigned int>(text.size());
 }
 
 } // namespace
@@ -107,13 +125,17 @@ using namespace bmcoauth;
 extern "C" char* ecies_encrypt(const char* data, unsigned int length, HandshakePayload** peer,
                                char** mac, const unsigned char* der, int derLength, const char* iv)
 {
-    if (data == nullptr || length == 0 || mac == nullptr)
+    if (data == nullptr || mac == nullptr || peer == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"data", data}, {"mac", mac}, {"peer", peer}});
+    }
+    if (length == 0)
+    {
+        return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "length");
     }
     return crypto::guardedCrypto(nullptr, [&]() -> char* {
         std::optional<crypto::Envelope> envelope =
-            keys::seal({data, length}, peer, der, derLength, iv);
+            keys::seal({data, length}, *peer, der, derLength, iv);
         if (!envelope)
         {
             return nullptr;
@@ -127,13 +149,13 @@ extern "C" char* ecies_decrypt(const char* ciphertext, unsigned int* length,
                                const unsigned char* der, int derLength, const char* mac,
                                HandshakePayload** peer, const char* iv)
 {
-    if (ciphertext == nullptr)
+    if (ciphertext == nullptr || peer == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"ciphertext", ciphertext}, {"peer", peer}});
     }
     return crypto::guardedCrypto(nullptr, [&]() -> char* {
         std::optional<crypto::Plaintext> text =
-            keys::unseal(ciphertext, der, derLength, mac, peer, iv);
+            keys::unseal(ciphertext, der, derLength, mac, *peer, iv);
         if (!text)
         {
             return nullptr;

@@ -3,53 +3,49 @@
 
 #include "common/guard.hpp"
 #include "common/pair_list.hpp"
+#include "common/parameter_list.hpp"
 #include "crypto/base64.hpp"
 #include "crypto/openssl.hpp"
 
 #include <bmcoauth/support.h>
 
-#include <string_view>
-
-using namespace bmcoauth;
-using namespace bmcoauth::keys;
+namespace bmcoauth::keys
+{
 
 namespace
 {
 
 constexpr std::size_t dfsPairs = 2;
 
-template <typename Record>
-std::size_t countRecords(Record* const* list) noexcept
+KeyRecord copyKey(const jwk* record) noexcept
+{
+    if (countPairs(record) == 0)
+    {
+        return refuse(BMCOAUTH_RULE_JWK_EMPTY);
+    }
+    return copyPairs<KeyRecord>(record);
+}
+
+/** A list of what @p copyOne makes of each record; null when there is none or one has no copy. */
+template <typename List, typename Record, typename CopyOne>
+List copyList(Record* const* list, CopyOne copyOne) noexcept
 {
     std::size_t count = 0;
     while (list != nullptr && list[count] != nullptr)
     {
         ++count;
     }
-    return count;
-}
-
-KeyRecord copyKey(const jwk* record) noexcept
-{
-    return countPairs(record) == 0 ? nullptr : copyPairs<KeyRecord>(record);
-}
-
-/** A list of what @p copyOne makes of each record; null when there is none or one has no copy. */
-template <typename List, typename CopyOne>
-List copyList(typename List::element_type const* list, CopyOne copyOne) noexcept
-{
-    const std::size_t count = countRecords(list);
     if (count == 0)
     {
-        return nullptr;
+        return refuse(BMCOAUTH_RULE_DOCUMENT_EMPTY);
     }
     List copy{zeroedBlock<typename List::element_type>(count + 1).release()};
     for (std::size_t i = 0; copy && i < count; ++i)
     {
-        copy.get()[i] = copyOne(list[i]);
+        copy.get()[i] = copyOne(list[i]).release();
         if (copy.get()[i] == nullptr)
         {
-            return nullptr;
+            return refused().at(i);
         }
     }
     return copy;
@@ -61,6 +57,38 @@ char* failFastCopy(const char* text)
     return o2_ff_strdup(text, "encode_cert_jwk", 192);
 }
 
+/** What both encoders do, the check of their arguments included. */
+jwk* encodeKey(const char* kty, const char* kid, const char* member, const unsigned char* data,
+               int length) noexcept
+{
+    if (kty == nullptr || member == nullptr || data == nullptr)
+    {
+        return refuseNull({{"kty", kty}, {"member", member}, {"data", data}});
+    }
+    if (length < 0)
+    {
+        return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "length");
+    }
+    const ErrnoKeeper keeper;
+    // What is kept so may be a secret.
+    const SecretText text = secretText(crypto::encodeBase64(
+        {reinterpret_cast<const char*>(data), static_cast<std::size_t>(length)}));
+    if (!text)
+    {
+        publishRefusal();
+        return nullptr;
+    }
+    const std::size_t pairs = kid == nullptr ? dfsPairs : dfsPairs + 1;
+    auto* record = static_cast<jwk*>(o2_ff_calloc(pairs + 1, sizeof(jwk), "encode_cert_jwk", 192));
+    record[0] = {failFastCopy("kty"), failFastCopy(kty)};
+    record[1] = {failFastCopy(member), failFastCopy(text.get())};
+    if (kid != nullptr)
+    {
+        record[2] = {failFastCopy("kid"), failFastCopy(kid)};
+    }
+    return record;
+}
+
 /** The text of the "dfs" pair among the first two; null when there is none, or when "kty" names
  *  another type of key. */
 const char* dfsText(const jwk* record) noexcept
@@ -69,24 +97,69 @@ const char* dfsText(const jwk* record) noexcept
     for (std::size_t i = 0; i < dfsPairs && record[i].key != nullptr; ++i)
     {
         const std::string_view key = record[i].key;
-        const char* value = record[i].value;
-        if (key == "kty" && (value == nullptr || std::string_view{value} != "DFS"))
+        const std::string_view value = record[i].value == nullptr ? "" : record[i].value;
+        if (key == "kty" && value != "DFS")
         {
-            return nullptr;
+            return refuse(BMCOAUTH_RULE_JWK_KIND).about("kty").saw(value).wanted("DFS");
         }
         if (key == "dfs")
         {
-            if (value == nullptr)
+            text = record[i].value;
+            if (text == nullptr)
             {
-                return nullptr;
+                break;
             }
-            text = value;
         }
+    }
+    if (text == nullptr)
+    {
+        return refuse(BMCOAUTH_RULE_JWK_MEMBER).about("dfs");
     }
     return text;
 }
 
+std::optional<crypto::DecodedBytes> dfsBytes(const jwk* record)
+{
+    const char* const text = dfsText(record);
+    if (text == nullptr)
+    {
+        return std::nullopt;
+    }
+    std::optional<crypto::DecodedBytes> bytes = crypto::decodeEitherBase64(text);
+    if (!bytes)
+    {
+        return refused().within("dfs");
+    }
+    return bytes;
+}
+
 } // namespace
+
+char* findValue(const jwk* record, std::string_view name) noexcept
+{
+    for (const jwk* pair = record; pair->key != nullptr; ++pair)
+    {
+        if (name == pair->key)
+        {
+            return pair->value;
+        }
+    }
+    return nullptr;
+}
+
+KeyList copyKeys(const jwk* const* list) noexcept
+{
+    return copyList<KeyList>(list, copyKey);
+}
+
+CertificateKeyList copyCertificateKeys(const HandshakePayload* const* list) noexcept
+{
+    return copyList<CertificateKeyList>(list, copyParameters);
+}
+
+} // namespace bmcoauth::keys
+
+using namespace bmcoauth;
 
 extern "C" void free_jwk(jwk** record)
 {
@@ -125,9 +198,11 @@ extern "C" void free_jwk_list(jwk** list)
 
 extern "C" jwk** set_jwk_list(jwk** list)
 {
-    const ErrnoKeeper keeper;
-    return copyList<KeyList>(list, [](const jwk* record) { return copyKey(record).release(); })
-        .release();
+    if (list == nullptr)
+    {
+        return refuseNull({{"list", list}});
+    }
+    return guardedMemory(nullptr, [&] { return keys::copyKeys(list).release(); });
 }
 
 extern "C" void free_jwk_certs(HandshakePayload** list)
@@ -145,67 +220,42 @@ extern "C" void free_jwk_certs(HandshakePayload** list)
 
 extern "C" HandshakePayload** set_jwk_certs(HandshakePayload** list)
 {
-    const ErrnoKeeper keeper;
-    return copyList<CertificateKeyList>(list, set_handshake_payload).release();
+    if (list == nullptr)
+    {
+        return refuseNull({{"list", list}});
+    }
+    return guardedMemory(nullptr, [&] { return keys::copyCertificateKeys(list).release(); });
 }
 
 extern "C" jwk* encode_cert_jwk(const char* kty, const char* kid, const char* member,
                                 const unsigned char* data, int length)
 {
-    if (kty == nullptr || member == nullptr || data == nullptr || length < 0)
-    {
-        return nullptr;
-    }
-    const ErrnoKeeper keeper;
-    // What is kept so may be a secret.
-    const SecretText text = secretText(crypto::encodeBase64(
-        {reinterpret_cast<const char*>(data), static_cast<std::size_t>(length)}));
-    if (!text)
-    {
-        return nullptr;
-    }
-    const std::size_t pairs = kid == nullptr ? dfsPairs : dfsPairs + 1;
-    auto* record = static_cast<jwk*>(o2_ff_calloc(pairs + 1, sizeof(jwk), "encode_cert_jwk", 192));
-    record[0] = {failFastCopy("kty"), failFastCopy(kty)};
-    record[1] = {failFastCopy(member), failFastCopy(text.get())};
-    if (kid != nullptr)
-    {
-        record[2] = {failFastCopy("kid"), failFastCopy(kid)};
-    }
-    return record;
+    return keys::encodeKey(kty, kid, member, data, length);
 }
 
 extern "C" jwk* encode_dfs_jwk(const unsigned char* data, int length)
 {
-    return encode_cert_jwk("DFS", nullptr, "dfs", data, length);
+    return keys::encodeKey("DFS", nullptr, "dfs", data, length);
 }
 
 extern "C" char* jwk_key_value(jwk* record, const char* key)
 {
     if (record == nullptr || key == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"record", record}, {"key", key}});
     }
-    const std::string_view wanted = key;
-    for (const jwk* pair = record; pair->key != nullptr; ++pair)
-    {
-        if (wanted == pair->key)
-        {
-            return pair->value;
-        }
-    }
-    return nullptr;
+    char* const value = keys::findValue(record, key);
+    return value != nullptr ? value : refuseCall(BMCOAUTH_RULE_JWK_MEMBER, key);
 }
 
 extern "C" unsigned char* decode_dfs_jwk(jwk* record, int* length)
 {
-    const char* text = record == nullptr ? nullptr : dfsText(record);
-    if (text == nullptr || length == nullptr)
+    if (record == nullptr || length == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"record", record}, {"length", length}});
     }
     return crypto::guardedCrypto(nullptr, [&]() -> unsigned char* {
-        std::optional<crypto::DecodedBytes> bytes = crypto::decodeEitherBase64(text);
+        std::optional<crypto::DecodedBytes> bytes = keys::dfsBytes(record);
         if (!bytes)
         {
             return nullptr;

@@ -9,13 +9,13 @@
 #include "crypto/openssl.hpp"
 #include "keys/jwk.hpp"
 
-#include <bmcoauth/json.h>
 #include <bmcoauth/jwk.h>
 #include <bmcoauth/support.h>
 
 #include <openssl/pem.h>
 
 #include <algorithm>
+#include <array>
 #include <vector>
 
 namespace bmcoauth::keys
@@ -24,31 +24,42 @@ namespace bmcoauth::keys
 namespace
 {
 
-/** The curve of the JSON Web Key name @p name (RFC 7518, section 6.2.1.1): P-256 for every other
- *  name and none at all, as the issuers of delegated tokens count on. */
-crypto::Curve curveOf(const char* name)
+/** What a JSON Web Key calls the curves (RFC 7518, section 6.2.1.1), in the order of Curve. */
+constexpr std::array<const char*, 3> curveNames{"P-256", "P-384", "P-521"};
+
+/** The curve named @p name: P-256 for every other name and none at all, as the issuers of delegated
+ *  tokens count on. */
+crypto::Curve curveOf(std::string_view name)
 {
-    const std::string_view wanted = name == nullptr ? "" : name;
-    if (equalIgnoringCase(wanted, "P-384"))
+    for (const crypto::Curve curve : {crypto::Curve::p384, crypto::Curve::p521})
     {
-        return crypto::Curve::p384;
-    }
-    if (equalIgnoringCase(wanted, "P-521"))
-    {
-        return crypto::Curve::p521;
+        if (equalIgnoringCase(name, curveNames.at(static_cast<std::size_t>(curve))))
+        {
+            return curve;
+        }
     }
     return crypto::Curve::p256;
 }
 
-/** The big-endian number of a Base64url text; null for anything else. */
-crypto::BignumPtr number(const char* text)
+/** The big-endian number of the Base64url text @p text, which the member @p name holds; null for
+ *  anything else. */
+crypto::BignumPtr number(const char* text, const char* name)
 {
     if (text == nullptr)
     {
-        return nullptr;
+        return refuse(BMCOAUTH_RULE_JWK_NUMBER).about(name);
     }
     const std::optional<crypto::DecodedBytes> bytes = crypto::decodeBase64Url(text);
-    return crypto::BignumPtr{bytes ? BN_bin2bn(bytes->data.get(), bytes->size, nullptr) : nullptr};
+    if (!bytes)
+    {
+        return refused().within(name);
+    }
+    crypto::BignumPtr value{BN_bin2bn(bytes->data.get(), bytes->size, nullptr)};
+    if (!value)
+    {
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
+    }
+    return value;
 }
 
 /** Whether @p x and @p y are the coordinates of a point of @p group. On the three curves, whose
@@ -59,15 +70,52 @@ bool isPoint(const EC_GROUP& group, const BIGNUM& x, const BIGNUM& y)
     const crypto::EcPointPtr point{EC_POINT_new(&group)};
     // Coordinates are taken modulo the field's prime, so those beyond it are refused here.
     const BIGNUM* const prime = EC_GROUP_get0_field(&group);
-    return point && BN_cmp(&x, prime) < 0 && BN_cmp(&y, prime) < 0 &&
-           EC_POINT_set_affine_coordinates(&group, point.get(), &x, &y, nullptr) == 1;
+    if (BN_cmp(&x, prime) >= 0 || BN_cmp(&y, prime) >= 0)
+    {
+        return refuse(BMCOAUTH_RULE_JWK_POINT);
+    }
+    return (point && EC_POINT_set_affine_coordinates(&group, point.get(), &x, &y, nullptr) == 1) ||
+           crypto::refuseCrypto(BMCOAUTH_RULE_JWK_POINT);
+}
+
+/** The fail-fast wrappers, on behalf of the one function here whose callers count on them. */
+char* failFastCopy(const char* text)
+{
+    return o2_ff_strdup(text, "oauth2_parse_jwk", __LINE__);
+}
+
+KeyRecord recordOf(const Json::Value& object)
+{
+    const auto isPair = [](const NamedMember& member) {
+        return !member.value.isObject();
+    };
+    const std::vector<NamedMember> members = namedMembers(object);
+    const auto count = static_cast<std::size_t>(std::ranges::count_if(members, isPair));
+    if (count == 0)
+    {
+        return refuse(BMCOAUTH_RULE_JWK_EMPTY);
+    }
+    KeyRecord record{
+        static_cast<jwk*>(o2_ff_calloc(count + 1, sizeof(jwk), "oauth2_parse_jwk", __LINE__))};
+    jwk* next = record.get();
+    for (const NamedMember& member : members)
+    {
+        if (isPair(member))
+        {
+            next->key = failFastCopy(member.name);
+            next->value =
+                member.value.isString() ? failFastCopy(member.value.asCString()) : nullptr;
+            ++next;
+        }
+    }
+    return record;
 }
 
 std::optional<std::string> writtenBy(BIO* memory, bool written)
 {
     if (!written)
     {
-        return std::nullopt;
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
     return std::string{crypto::contents(*memory)};
 }
@@ -76,13 +124,23 @@ std::optional<std::string> writtenBy(BIO* memory, bool written)
 
 std::optional<std::string> ecPublicKeyPem(const char* x, const char* y, const char* curve)
 {
-    const crypto::BignumPtr xNumber = number(x);
-    const crypto::BignumPtr yNumber = number(y);
-    const crypto::Curve chosen = curveOf(curve);
-    const EC_GROUP* const group = crypto::groupOf(chosen);
-    if (!xNumber || !yNumber || group == nullptr || !isPoint(*group, *xNumber, *yNumber))
+    const crypto::BignumPtr xNumber = number(x, "x");
+    const crypto::BignumPtr yNumber = xNumber ? number(y, "y") : nullptr;
+    if (!yNumber)
     {
         return std::nullopt;
+    }
+    const std::string_view name = curve == nullptr ? "" : curve;
+    const crypto::Curve chosen = curveOf(name);
+    const EC_GROUP* const group = crypto::groupOf(chosen);
+    if (group == nullptr)
+    {
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
+    }
+    if (!isPoint(*group, *xNumber, *yNumber))
+    {
+        return refused().about("crv").saw(name).wanted(
+            curveNames.at(static_cast<std::size_t>(chosen)));
     }
     const crypto::CurveFacts& facts = crypto::factsOf(chosen);
     const std::size_t size = facts.coordinateSize;
@@ -99,14 +157,17 @@ std::optional<std::string> ecPublicKeyPem(const char* x, const char* y, const ch
 
 std::optional<std::string> rsaPublicKeyPem(const char* n, const char* e)
 {
-    crypto::BignumPtr modulus = number(n);
-    crypto::BignumPtr exponent = number(e);
-    const crypto::RsaPtr key{RSA_new()};
-    const crypto::BioPtr pem{BIO_new(BIO_s_mem())};
-    if (!modulus || !exponent || !key || !pem ||
-        RSA_set0_key(key.get(), modulus.get(), exponent.get(), nullptr) != 1)
+    crypto::BignumPtr modulus = number(n, "n");
+    crypto::BignumPtr exponent = modulus ? number(e, "e") : nullptr;
+    if (!exponent)
     {
         return std::nullopt;
+    }
+    const crypto::RsaPtr key{RSA_new()};
+    const crypto::BioPtr pem{BIO_new(BIO_s_mem())};
+    if (!key || !pem || RSA_set0_key(key.get(), modulus.get(), exponent.get(), nullptr) != 1)
+    {
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
     // The key owns them now.
     static_cast<void>(modulus.release());
@@ -116,11 +177,8 @@ std::optional<std::string> rsaPublicKeyPem(const char* n, const char* e)
 
 std::optional<std::string> publicKeyPem(const Json::Value& key)
 {
-    const char* const type = stringMember(key, "kty");
-    if (type == nullptr)
-    {
-        return std::nullopt;
-    }
+    const char* const member = stringMember(key, "kty");
+    const std::string_view type = member == nullptr ? "" : member;
     if (equalIgnoringCase(type, "EC"))
     {
         return ecPublicKeyPem(stringMember(key, "x"), stringMember(key, "y"),
@@ -130,7 +188,13 @@ std::optional<std::string> publicKeyPem(const Json::Value& key)
     {
         return rsaPublicKeyPem(stringMember(key, "n"), stringMember(key, "e"));
     }
-    return std::nullopt;
+    return refuse(BMCOAUTH_RULE_JWK_KIND).about("kty").saw(type).wanted("EC or RSA");
+}
+
+KeyRecord parseKey(std::string_view text)
+{
+    SecretTree object;
+    return parseSecretObject(text, object) ? recordOf(object.root) : nullptr;
 }
 
 } // namespace bmcoauth::keys
@@ -140,54 +204,29 @@ using namespace bmcoauth;
 namespace
 {
 
-/** The fail-fast wrappers, on behalf of the one function here whose callers count on them. */
-char* failFastCopy(const char* text)
-{
-    return o2_ff_strdup(text, "oauth2_parse_jwk", __LINE__);
-}
-
 char* handOver(const std::optional<std::string>& pem)
 {
     return pem ? heapText(*pem).release() : nullptr;
-}
-
-keys::KeyRecord recordOf(const Json::Value& object)
-{
-    const auto isPair = [](const NamedMember& member) {
-        return !member.value.isObject();
-    };
-    const std::vector<NamedMember> members = namedMembers(object);
-    const auto count = static_cast<std::size_t>(std::ranges::count_if(members, isPair));
-    if (count == 0)
-    {
-        return nullptr;
-    }
-    keys::KeyRecord record{
-        static_cast<jwk*>(o2_ff_calloc(count + 1, sizeof(jwk), "oauth2_parse_jwk", __LINE__))};
-    jwk* next = record.get();
-    for (const NamedMember& member : members)
-    {
-        if (isPair(member))
-        {
-            next->key = failFastCopy(member.name);
-            next->value =
-                member.value.isString() ? failFastCopy(member.value.asCString()) : nullptr;
-            ++next;
-        }
-    }
-    return record;
 }
 
 } // namespace
 
 extern "C" char* createEcPublicKey(const char* x, const char* y, const char* curve)
 {
+    if (x == nullptr || y == nullptr)
+    {
+        return refuseNull({{"x", x}, {"y", y}});
+    }
     return crypto::guardedCrypto(nullptr,
                                  [&] { return handOver(keys::ecPublicKeyPem(x, y, curve)); });
 }
 
 extern "C" char* createRsaPublicKey(const char* n, const char* e)
 {
+    if (n == nullptr || e == nullptr)
+    {
+        return refuseNull({{"n", n}, {"e", e}});
+    }
     return crypto::guardedCrypto(nullptr, [&] { return handOver(keys::rsaPublicKeyPem(n, e)); });
 }
 
@@ -195,7 +234,7 @@ extern "C" int appendPublicKey(char** text)
 {
     if (text == nullptr || *text == nullptr)
     {
-        return 0;
+        return refuseNull({{"text", text == nullptr ? nullptr : *text}});
     }
     return crypto::guardedCrypto(0, [&] {
         Json::Value key;
@@ -213,7 +252,8 @@ extern "C" int appendPublicKey(char** text)
             pem->pop_back();
         }
         key["kest_decoded_key"] = *pem;
-        return replaceDoc(text, key);
+        rewrite(*text, key);
+        return 1;
     });
 }
 
@@ -221,10 +261,7 @@ extern "C" jwk* oauth2_parse_jwk(const char* text)
 {
     if (text == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"text", text}});
     }
-    return guarded(nullptr, [&]() -> jwk* {
-        SecretTree object;
-        return parseSecretObject(text, object) ? recordOf(object.root).release() : nullptr;
-    });
+    return guarded(nullptr, [&] { return keys::parseKey(text).release(); });
 }

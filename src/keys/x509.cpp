@@ -19,7 +19,7 @@ using namespace bmcoauth;
 namespace
 {
 
-constexpr const char* beginMarker = "-----BEGIN CERTIFICATE-----";
+constexpr std::string_view beginMarker = "-----BEGIN CERTIFICATE-----";
 constexpr std::string_view endMarker = "-----END CERTIFICATE-----";
 
 std::size_t countEndMarkers(std::string_view pem) noexcept
@@ -33,13 +33,35 @@ std::size_t countEndMarkers(std::string_view pem) noexcept
     return count;
 }
 
+/** Removes every occurrence of @p unwanted from @p text, those included that a removal joins. */
+void removeAll(std::string& text, std::string_view unwanted)
+{
+    const std::size_t first = unwanted.empty() ? std::string::npos : text.find(unwanted);
+    if (first == std::string::npos)
+    {
+        return;
+    }
+    // Moves the text down over itself and takes back an occurrence whenever one is complete, which
+    // finds them in the order of a search from the start after each removal, in one pass.
+    std::size_t kept = first;
+    for (std::size_t next = first; next < text.size(); ++next)
+    {
+        text[kept++] = text[next];
+        if (std::string_view{text.data(), kept}.ends_with(unwanted))
+        {
+            kept -= unwanted.size();
+        }
+    }
+    text.resize(kept);
+}
+
 /** What is left of one block of a PEM chain as an "x5c" value. */
 std::string bareBody(std::string_view block)
 {
     std::string body{block};
     std::erase(body, '\n');
-    removeSubStr(body, endMarker.data());
-    removeSubStr(body, beginMarker);
+    removeAll(body, endMarker);
+    removeAll(body, beginMarker);
     return body;
 }
 
@@ -61,7 +83,7 @@ StringArray chainBodies(std::string_view pem)
         const std::string_view block = pem.substr(start, end - start);
         if (!keys::isNamed(block, nullptr))
         {
-            return nullptr;
+            return refused().at(static_cast<std::size_t>(slot - bodies.get()));
         }
         *slot++ = requireHeapText(bareBody(block)).release();
         start = end;
@@ -88,24 +110,7 @@ ParameterList certificateKey(std::string_view pem)
 
 std::size_t removeSubStr(std::string& text, const char* substring)
 {
-    const std::string_view unwanted = substring == nullptr ? "" : substring;
-    const std::size_t first = unwanted.empty() ? std::string::npos : text.find(unwanted);
-    if (first == std::string::npos)
-    {
-        return std::string::npos;
-    }
-    // Moves the text down over itself and takes back an occurrence whenever one is complete, which
-    // finds them in the order of a search from the start after each removal, in one pass.
-    std::size_t kept = first;
-    for (std::size_t next = first; next < text.size(); ++next)
-    {
-        text[kept++] = text[next];
-        if (std::string_view{text.data(), kept}.ends_with(unwanted))
-        {
-            kept -= unwanted.size();
-        }
-    }
-    text.resize(kept);
+    removeAll(text, substring == nullptr ? "" : substring);
     return std::string::npos;
 }
 
@@ -113,7 +118,7 @@ extern "C" char* recreate_x509_cert(const char* body)
 {
     if (body == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"body", body}});
     }
     return guarded(nullptr, [&] { return heapText(keys::certificatePem(body)).release(); });
 }
@@ -122,14 +127,22 @@ extern "C" char* decode_x509_jwk(HandshakePayload* certificate, unsigned int* le
 {
     if (length == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"length", length}});
     }
     *length = 0;
+    if (certificate == nullptr)
+    {
+        return refuseNull({{"certificate", certificate}});
+    }
     return guarded(nullptr, [&]() -> char* {
         const std::optional<std::string> pem = keys::firstCertificatePem(certificate);
-        if (!pem || !std::in_range<unsigned int>(pem->size()))
+        if (!pem)
         {
             return nullptr;
+        }
+        if (!std::in_range<unsigned int>(pem->size()))
+        {
+            return refuse(BMCOAUTH_RULE_ARGUMENT_LENGTH).about("x5c");
         }
         char* text = requireHeapText(*pem).release();
         *length = static_cast<unsigned int>(pem->size());
@@ -141,7 +154,7 @@ extern "C" X509* getX509Cert(const char* pem)
 {
     if (pem == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"pem", pem}});
     }
     return crypto::guardedCrypto(nullptr, [&] { return keys::readX509(pem).release(); });
 }
@@ -150,17 +163,21 @@ int validateX509(const char* pem, const char* commonName)
 {
     if (pem == nullptr)
     {
-        return 0;
+        return refuseNull({{"pem", pem}});
     }
-    return crypto::guardedCrypto(0, [&] { return keys::isNamed(pem, commonName) ? 1 : 0; });
+    return crypto::guardedCrypto(0, [&] { return int{keys::isNamed(pem, commonName)}; });
 }
 
 extern "C" HandshakePayload* encode_x509_jwk(const char* pem, unsigned int length)
 {
-    // Never looks beyond the text, whatever length it is given.
-    if (pem == nullptr || *pem == '\0' || std::strlen(pem) != length)
+    if (pem == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"pem", pem}});
+    }
+    // Never looks beyond the text, whatever length it is given.
+    if (*pem == '\0' || std::strlen(pem) != length)
+    {
+        return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "length");
     }
     return crypto::guardedCrypto(nullptr, [&] { return certificateKey({pem, length}).release(); });
 }
@@ -169,23 +186,39 @@ extern "C" int validate_x509_jwk(HandshakePayload* certificate, const char* comm
 {
     if (certificate == nullptr)
     {
-        return 0;
+        return refuseNull({{"certificate", certificate}});
     }
-    return crypto::guardedCrypto(0, [&] {
+    return crypto::guardedCrypto(0, [&]() -> int {
         const std::optional<std::string> pem = keys::firstCertificatePem(certificate);
         if (pem && !keys::isNamed(*pem, commonName))
         {
-            return 0;
+            return refused().at(0);
         }
-        return chainVerify(certificate) > 0 ? 1 : 0;
+        return int{keys::verifyChain(certificate) == BMCOAUTH_CHAIN_VERIFIED};
     });
+}
+
+int chainVerify(HandshakePayload* certificate)
+{
+    const bmcoauth_chain_result result = crypto::guardedCrypto(
+        BMCOAUTH_CHAIN_FAILED, [&] { return keys::verifyChain(certificate); });
+    if (result == BMCOAUTH_CHAIN_REFUSED)
+    {
+        publishRefusal();
+    }
+    return result;
+}
+
+extern "C" int validateKestRootCert(HandshakePayload* /*certificate*/)
+{
+    return refuseCall(BMCOAUTH_RULE_CHAIN_UNSUPPORTED, "certificate");
 }
 
 extern "C" EC_KEY* get_EC_pubKey(const char* pem)
 {
     if (pem == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"pem", pem}});
     }
     return crypto::guardedCrypto(nullptr, [&]() -> EC_KEY* {
         const std::optional<keys::Certificate> certificate = keys::Certificate::read(pem);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/fake_device.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth/encoding.h>
 
@@ -29,6 +30,7 @@ constexpr int untouched = -77;
 struct Decoded
 {
     int result = 0;
+    std::string rule;
     int length = untouched;
     std::optional<std::string> bytes; /**< nothing when no buffer was stored */
 
@@ -37,7 +39,8 @@ struct Decoded
 
 std::ostream& operator<<(std::ostream& out, const Decoded& decoded)
 {
-    return out << "result " << decoded.result << ", length " << decoded.length << ", bytes "
+    return out << "result " << decoded.result << ", rule " << decoded.rule << ", length "
+               << decoded.length << ", bytes "
                << (decoded.bytes ? testing::PrintToString(*decoded.bytes) : "none");
 }
 
@@ -45,7 +48,8 @@ Decoded decode(const std::string& text)
 {
     Decoded decoded;
     char* bytes = nullptr;
-    decoded.result = base64URIdecode(text.c_str(), &bytes, &decoded.length);
+    decoded.rule = support::ruleOf(
+        [&] { return decoded.result = base64URIdecode(text.c_str(), &bytes, &decoded.length); });
     const HeapText owner{bytes};
     if (bytes != nullptr)
     {
@@ -55,17 +59,23 @@ Decoded decode(const std::string& text)
     return decoded;
 }
 
+constexpr const char* malformed = "base64.malformed";
+constexpr const char* tooLong = "base64.length";
+
 /** What a text that is refused before anything is decoded leaves behind. */
-const Decoded refused{};
+Decoded refused(const char* rule = malformed)
+{
+    return {0, rule, untouched, std::nullopt};
+}
 
 Decoded yields(std::string_view bytes)
 {
-    return {1, static_cast<int>(bytes.size()), std::string{bytes}};
+    return {1, "accepted", static_cast<int>(bytes.size()), std::string{bytes}};
 }
 
 Decoded failsAfter(int bytes)
 {
-    return {0, bytes, std::nullopt};
+    return {0, malformed, bytes, std::nullopt};
 }
 
 std::optional<std::string> encode(std::string_view bytes)
@@ -145,10 +155,10 @@ TEST(Base64Encode, EncodesEveryByteValueInOneLine)
 TEST(Base64Encode, RefusesNullAndANegativeLength)
 {
     char* text = nullptr;
-    EXPECT_EQ(base64encode(nullptr, &text, 3), 0);
-    EXPECT_EQ(base64encode("abc", &text, -1), 0);
-    EXPECT_EQ(base64encode("abc", &text, INT_MIN), 0);
-    EXPECT_EQ(base64encode("abc", nullptr, 3), 0);
+    EXPECT_REFUSED("argument.null", base64encode(nullptr, &text, 3));
+    EXPECT_REFUSED("argument.length", base64encode("abc", &text, -1));
+    EXPECT_REFUSED("argument.length", base64encode("abc", &text, INT_MIN));
+    EXPECT_REFUSED("argument.null", base64encode("abc", nullptr, 3));
     EXPECT_EQ(text, nullptr);
     EXPECT_EQ(base64encode("abc", &text, 3), 1);
     const HeapText owner{text};
@@ -159,8 +169,8 @@ TEST(Base64Encode, RefusesNullAndANegativeLength)
 TEST(Base64Encode, RefusesALengthWhoseTextIsTooLong)
 {
     char* text = nullptr;
-    EXPECT_EQ(base64encode("abc", &text, 1610612731), 0);
-    EXPECT_EQ(base64encode("abc", &text, INT_MAX), 0);
+    EXPECT_REFUSED("base64.length", base64encode("abc", &text, 1610612731));
+    EXPECT_REFUSED("base64.length", base64encode("abc", &text, INT_MAX));
     EXPECT_EQ(text, nullptr);
 }
 
@@ -169,7 +179,7 @@ TEST(Base64Encode, OverwritesWhatWasThereOnSuccessAlone)
     // Not of the heap: it could not be released.
     char before = 'x';
     char* text = &before;
-    EXPECT_EQ(base64encode(nullptr, &text, 3), 0);
+    EXPECT_REFUSED("argument.null", base64encode(nullptr, &text, 3));
     EXPECT_EQ(text, &before);
     EXPECT_EQ(base64encode("abc", &text, 3), 1);
     ASSERT_NE(text, &before);
@@ -186,6 +196,8 @@ TEST(Base64Encode, LeavesTheTextAloneWhicheverAllocationFails)
         if (failure.reached())
         {
             EXPECT_EQ(result, 0);
+            EXPECT_EQ(support::lastRule(), "memory.exhausted");
+            support::plantRefusal();
             EXPECT_EQ(text, nullptr);
         }
         else
@@ -259,7 +271,7 @@ TEST(Base64UriEncode, KeepsEveryOtherByte)
 TEST(Base64UriEncode, LeavesAnEmptyTextEmptyAndRefusesNull)
 {
     EXPECT_EQ(toBase64Url(""), "");
-    EXPECT_EQ(base64URIencode(nullptr), 0);
+    EXPECT_REFUSED("argument.null", base64URIencode(nullptr));
 }
 
 TEST(Base64UriDecode, DecodesUnpaddedText)
@@ -281,6 +293,30 @@ TEST(Base64UriDecode, DecodesPaddedTextAndTheStandardAlphabet)
     EXPECT_EQ(decode("+/-_"), yields("\xfb\xff\xbf"));
 }
 
+TEST(Base64, NamesTheArgumentAndTheLimitThatItRefuses)
+{
+    char* text = nullptr;
+    int length = untouched;
+    EXPECT_REFUSED("argument.null", base64encode("abc", nullptr, 3));
+    EXPECT_STREQ(support::lastRefusal().subject, "out");
+    EXPECT_REFUSED("argument.length", base64encode("abc", &text, -1));
+    EXPECT_STREQ(support::lastRefusal().subject, "length");
+    EXPECT_REFUSED(tooLong, base64encode("abc", &text, INT_MAX));
+    EXPECT_STREQ(support::lastRefusal().wanted, "at most 1610612730");
+    EXPECT_REFUSED("argument.null", base64URIdecode("YWJj", &text, nullptr));
+    EXPECT_STREQ(support::lastRefusal().subject, "length");
+    EXPECT_REFUSED(tooLong, base64URIdecode(std::string(98305, 'A').c_str(), &text, &length));
+    EXPECT_STREQ(support::lastRefusal().wanted, "at most 98304");
+}
+
+// Such a text may be a secret.
+TEST(Base64UriDecode, DoesNotShowWhatItRefuses)
+{
+    EXPECT_EQ(decode("c2VjcmV0*"), failsAfter(0));
+    EXPECT_STREQ(support::lastRefusal().saw, "");
+    EXPECT_STREQ(support::lastRefusal().subject, "");
+}
+
 TEST(Base64UriDecode, EndsBinaryOutputWithAZeroThatIsNotCounted)
 {
     EXPECT_EQ(decode("AAAAAA"), yields(std::string_view("\0\0\0\0", 4)));
@@ -288,16 +324,16 @@ TEST(Base64UriDecode, EndsBinaryOutputWithAZeroThatIsNotCounted)
 
 TEST(Base64UriDecode, RefusesPaddingThatDoesNotCompleteTheText)
 {
-    EXPECT_EQ(decode("YQ="), refused);
-    EXPECT_EQ(decode("YQ==="), refused);
-    EXPECT_EQ(decode("YWJj="), refused);
+    EXPECT_EQ(decode("YQ="), refused());
+    EXPECT_EQ(decode("YQ==="), refused());
+    EXPECT_EQ(decode("YWJj="), refused());
     EXPECT_EQ(decode("YQ=="), yields("a"));
 }
 
 TEST(Base64UriDecode, RefusesMoreThanThreePaddingCharacters)
 {
-    EXPECT_EQ(decode("===="), refused);
-    EXPECT_EQ(decode("YWJjYQ======"), refused);
+    EXPECT_EQ(decode("===="), refused());
+    EXPECT_EQ(decode("YWJjYQ======"), refused());
     EXPECT_EQ(decode("YWJjYQ=="), yields("abca"));
 }
 
@@ -311,9 +347,9 @@ TEST(Base64UriDecode, RefusesASingleDigitLeftOver)
 
 TEST(Base64UriDecode, RefusesPaddingAloneOrInTheWrongPlace)
 {
-    EXPECT_EQ(decode("Y===").result, 0);
-    EXPECT_EQ(decode("=YWJ").result, 0);
-    EXPECT_EQ(decode("YQ==YQ==").result, 0);
+    EXPECT_EQ(decode("Y===").rule, malformed);
+    EXPECT_EQ(decode("=YWJ").rule, malformed);
+    EXPECT_EQ(decode("YQ==YQ==").rule, malformed);
 }
 
 TEST(Base64UriDecode, RefusesCharactersOfNoAlphabet)
@@ -322,7 +358,7 @@ TEST(Base64UriDecode, RefusesCharactersOfNoAlphabet)
     for (const char* text : {"YWJjY*Jj", "YWJjY.Jj", "YWJjY\x80Jj", "YWJjY\xffJj", "YWJjY,Jj"})
     {
         const Decoded decoded = decode(text);
-        EXPECT_EQ(decoded.result, 0) << text;
+        EXPECT_EQ(decoded.rule, malformed) << text;
         EXPECT_FALSE(decoded.bytes) << text;
     }
 }
@@ -331,11 +367,11 @@ TEST(Base64UriDecode, RefusesNullAndEmptyText)
 {
     char* bytes = nullptr;
     int length = untouched;
-    EXPECT_EQ(base64URIdecode(nullptr, &bytes, &length), 0);
+    EXPECT_REFUSED("argument.null", base64URIdecode(nullptr, &bytes, &length));
     EXPECT_EQ(bytes, nullptr);
     EXPECT_EQ(length, untouched);
-    EXPECT_EQ(base64URIdecode("YWJj", nullptr, &length), 0);
-    EXPECT_EQ(base64URIdecode("YWJj", &bytes, nullptr), 0);
+    EXPECT_REFUSED("argument.null", base64URIdecode("YWJj", nullptr, &length));
+    EXPECT_REFUSED("argument.null", base64URIdecode("YWJj", &bytes, nullptr));
     EXPECT_EQ(bytes, nullptr);
     EXPECT_EQ(decode(""), failsAfter(0));
     EXPECT_EQ(decode("\n"), failsAfter(0));
@@ -345,10 +381,10 @@ TEST(Base64UriDecode, RefusesNullAndEmptyText)
 TEST(Base64UriDecode, DecodesTextOfTheLargestLengthAndRefusesOneMore)
 {
     EXPECT_EQ(decode(std::string(98304, 'A')), yields(std::string(73728, '\0')));
-    EXPECT_EQ(decode(std::string(98305, 'A')), refused);
-    EXPECT_EQ(decode(std::string(98306, 'A')), refused);
-    EXPECT_EQ(decode(std::string(98308, 'A')), refused);
-    EXPECT_EQ(decode(std::string(8'000'000, 'A')), refused);
+    EXPECT_EQ(decode(std::string(98305, 'A')), refused(tooLong));
+    EXPECT_EQ(decode(std::string(98306, 'A')), refused(tooLong));
+    EXPECT_EQ(decode(std::string(98308, 'A')), refused(tooLong));
+    EXPECT_EQ(decode(std::string(8'000'000, 'A')), refused(tooLong));
     EXPECT_EQ(decode(std::string(98303, 'A')), yields(std::string(73727, '\0')));
 }
 
@@ -359,7 +395,7 @@ TEST(Base64UriDecode, CountsLineFeedsInTheLimitButNotInTheLength)
     EXPECT_EQ(decode("YWJj\nYWJj"), yields("abcabc"));
     EXPECT_EQ(decode("YWJj\nYQ==\n"), yields("abca"));
     EXPECT_EQ(decode("YWJj\nYQ"), yields("abca"));
-    EXPECT_EQ(decode(std::string(98301, 'A') + "\n\n\n\n"), refused);
+    EXPECT_EQ(decode(std::string(98301, 'A') + "\n\n\n\n"), refused(tooLong));
 }
 
 TEST(Base64UriDecode, DecodesLinesOf64Characters)
@@ -377,7 +413,7 @@ TEST(Base64UriDecode, StoresNothingButTheLengthOnFailure)
     char sentinel = 'x';
     char* bytes = &sentinel;
     int length = untouched;
-    EXPECT_EQ(base64URIdecode("YWJjY", &bytes, &length), 0);
+    EXPECT_REFUSED(malformed, base64URIdecode("YWJjY", &bytes, &length));
     EXPECT_EQ(bytes, &sentinel);
     EXPECT_EQ(length, 4);
 }
@@ -394,6 +430,8 @@ TEST(Base64UriDecode, LeavesTheBytesAloneWhicheverAllocationFails)
         if (failure.reached())
         {
             EXPECT_EQ(result, 0);
+            EXPECT_EQ(support::lastRule(), "memory.exhausted");
+            support::plantRefusal();
             EXPECT_EQ(bytes, nullptr);
             EXPECT_EQ(length, untouched);
         }
@@ -440,7 +478,7 @@ Decoded decodeThroughFilter(const std::string& text)
     }
     if (text.size() > 98304 || padding > (digits % 4 == 0 ? 3 : 0))
     {
-        return {};
+        return refused(text.size() > 98304 ? tooLong : malformed);
     }
     BIO* chain = BIO_push(BIO_new(BIO_f_base64()),
                           BIO_new_mem_buf(copy.data(), static_cast<int>(copy.size())));
@@ -453,9 +491,9 @@ Decoded decodeThroughFilter(const std::string& text)
     BIO_free_all(chain);
     if (length > 0 && static_cast<std::size_t>(length) == expected)
     {
-        return {1, length, bytes.substr(0, expected)};
+        return yields({bytes.data(), expected});
     }
-    return {0, length, std::nullopt};
+    return failsAfter(length);
 }
 
 /** Makes texts from well-formed to mangled, the same ones in every run. */

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/certificates.hpp"
+#include "support/refusals.hpp"
 #include "support/vectors.hpp"
 
 #include <bmcoauth/x509.h>
@@ -120,7 +121,7 @@ TEST(GetEcPrivKey, AnswersEveryShortenedStructureAsOpenSslDoes)
     {
         for (std::size_t length = 1; length < form.size(); ++length)
         {
-            ASSERT_EQ(decoded(form.substr(0, length)), std::nullopt) << length;
+            EXPECT_REFUSED("key.encoding", decoded(form.substr(0, length)).has_value()) << length;
             ASSERT_EQ(decodedIntoP256(form.substr(0, length)), std::nullopt) << length;
         }
         EXPECT_EQ(decoded(form + "rest"), decodedIntoP256(form));
@@ -139,9 +140,9 @@ TEST(GetEcPrivKey, RefusesAScalarThatIsNoneOfTheGroups)
             std::string hex = optional.empty() ? "30250201010420" : "30310201010420";
             return fromHex(hex.append(number).append(optional));
         };
-        EXPECT_FALSE(decoded(structure(zeros + "00")));
-        EXPECT_FALSE(decoded(structure(order + "51")));
-        EXPECT_FALSE(decoded(structure(order + "52")));
+        EXPECT_REFUSED("key.range", decoded(structure(zeros + "00")).has_value());
+        EXPECT_REFUSED("key.range", decoded(structure(order + "51")).has_value());
+        EXPECT_REFUSED("key.range", decoded(structure(order + "52")).has_value());
         EXPECT_TRUE(decoded(structure(order + "50")));
         EXPECT_TRUE(decoded(structure(zeros + "01")));
     }
@@ -153,7 +154,9 @@ TEST(GetEcPrivKey, RefusesKeysOnOtherCurves)
     {
         support::CertificatePlan plan;
         plan.group = group;
-        EXPECT_FALSE(decoded(support::Identity::selfSigned(plan).privateKeyDer())) << group;
+        const std::string der = support::Identity::selfSigned(plan).privateKeyDer();
+        EXPECT_REFUSED("key.curve", decoded(der).has_value()) << group;
+        EXPECT_STREQ(support::lastRefusal().wanted, "P-256");
     }
     EXPECT_TRUE(decoded(support::Identity::selfSigned({}).privateKeyDer()));
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/fake_device.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 #include "support/vectors.hpp"
 
 #include <bmcoauth/ecies.h>
@@ -62,7 +63,7 @@ TEST(EciesKeyDerivation, RefusesLessRoom)
     for (const std::size_t capacity : {0U, 1U, 31U})
     {
         std::size_t length = capacity;
-        EXPECT_EQ(ecies_key_derivation("abc", 3, room.data(), &length), nullptr);
+        EXPECT_REFUSED("argument.length", ecies_key_derivation("abc", 3, room.data(), &length));
         EXPECT_EQ(length, capacity);
     }
     EXPECT_EQ(room, std::string(32, 'x'));
@@ -72,9 +73,9 @@ TEST(EciesKeyDerivation, RefusesNull)
 {
     std::string room(32, 'x');
     std::size_t length = room.size();
-    EXPECT_EQ(ecies_key_derivation(nullptr, 3, room.data(), &length), nullptr);
-    EXPECT_EQ(ecies_key_derivation("abc", 3, nullptr, &length), nullptr);
-    EXPECT_EQ(ecies_key_derivation("abc", 3, room.data(), nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", ecies_key_derivation(nullptr, 3, room.data(), &length));
+    EXPECT_REFUSED("argument.null", ecies_key_derivation("abc", 3, nullptr, &length));
+    EXPECT_REFUSED("argument.null", ecies_key_derivation("abc", 3, room.data(), nullptr));
     EXPECT_EQ(room, std::string(32, 'x'));
     EXPECT_EQ(length, 32U);
 }
@@ -149,21 +150,23 @@ TEST(SecureAlloc, DoesNotMakeRoomForThePlaintext)
 
 TEST(SecureAlloc, RefusesLengthsWhoseSumDoesNotFit)
 {
-    EXPECT_EQ(secure_alloc(largest, 0, 0, 0), nullptr);
-    EXPECT_EQ(secure_alloc(0, largest, 0, 0), nullptr);
-    EXPECT_EQ(secure_alloc(0, 0, 0, largest), nullptr);
-    EXPECT_EQ(secure_alloc(largest - 31, 0, 0, 0), nullptr);
-    EXPECT_EQ(secure_alloc(0, largest - 31, 0, 0), nullptr);
-    EXPECT_EQ(secure_alloc(33, 32, 20, largest - 32 - 33 - 32 + 1), nullptr);
-    EXPECT_EQ(secure_alloc(largest / 2 + 1, largest / 2 + 1, 0, 0), nullptr);
+    EXPECT_REFUSED("memory.exhausted", secure_alloc(largest, 0, 0, 0));
+    EXPECT_REFUSED("memory.exhausted", secure_alloc(0, largest, 0, 0));
+    EXPECT_REFUSED("memory.exhausted", secure_alloc(0, 0, 0, largest));
+    EXPECT_REFUSED("memory.exhausted", secure_alloc(largest - 31, 0, 0, 0));
+    EXPECT_REFUSED("memory.exhausted", secure_alloc(0, largest - 31, 0, 0));
+    EXPECT_REFUSED("memory.exhausted", secure_alloc(33, 32, 20, largest - 32 - 33 - 32 + 1));
+    EXPECT_REFUSED("memory.exhausted", secure_alloc(largest / 2 + 1, largest / 2 + 1, 0, 0));
 }
 
 TEST(SecureAlloc, GivesNullWhenMemoryRunsOut)
 {
+    support::plantRefusal();
     support::FailAllocation failure{1};
     const Buffer buffer{secure_alloc(33, 32, 20, 48)};
     EXPECT_TRUE(failure.reached());
     EXPECT_EQ(buffer, nullptr);
+    EXPECT_EQ(support::lastRule(), "memory.exhausted");
 }
 
 std::string binaryOf(const char* hex)
@@ -203,11 +206,12 @@ TEST(ConvertHextoBinary, RefusesLessThan32Characters)
 {
     std::string bytes(16, 'x');
     auto* out = reinterpret_cast<unsigned char*>(bytes.data());
-    EXPECT_EQ(convertHextoBinary("00112233445566778899AABBCCDDEEF", out), 0);
-    EXPECT_EQ(convertHextoBinary("", out), 0);
-    EXPECT_EQ(convertHextoBinary(nullptr, out), 0);
+    EXPECT_REFUSED("argument.length", convertHextoBinary("00112233445566778899AABBCCDDEEF", out));
+    EXPECT_REFUSED("argument.length", convertHextoBinary("", out));
+    EXPECT_REFUSED("argument.null", convertHextoBinary(nullptr, out));
     EXPECT_EQ(bytes, std::string(16, 'x'));
-    EXPECT_EQ(convertHextoBinary("00112233445566778899AABBCCDDEEFF", nullptr), 0);
+    EXPECT_REFUSED("argument.null",
+                   convertHextoBinary("00112233445566778899AABBCCDDEEFF", nullptr));
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "support/fake_device.hpp"
 #include "support/machine.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth/ecies.h>
 #include <bmcoauth/encoding.h>
@@ -34,32 +35,41 @@ constexpr std::string_view deviceBytes = "\x01\x23\x45\x67\x89\xab\xcd\xef"
 
 constexpr const char* untouched = "untouched";
 
+/** The rules by which the device and a count are refused. */
+constexpr const char* noDevice = "random.device";
+constexpr const char* tooMany = "argument.length";
+
+/** The number of @p count bytes; the rule when none is written. */
 std::string hexNumber(int count)
 {
     std::array<char, 40> text{};
     std::ranges::copy(std::string_view{untouched}, text.begin());
-    const int result = issueRandomBytesInHex(text.data(), count);
-    EXPECT_EQ(result == 0, std::string_view{untouched} == text.data());
-    return text.data();
+    const std::string rule =
+        support::ruleOf([&] { return issueRandomBytesInHex(text.data(), count); });
+    EXPECT_EQ(rule != "accepted", std::string_view{untouched} == text.data());
+    return rule == "accepted" ? text.data() : rule;
 }
 
-/** The token of @p count bytes; "(null)" when none is issued. */
+/** The token of @p count bytes; the rule when none is issued. */
 std::string token(unsigned int count)
 {
     char* text = nullptr;
-    issueRandomToken(&text, count);
+    const std::string rule = support::ruleOf([&] {
+        issueRandomToken(&text, count);
+        return text;
+    });
     const HeapText owner{text};
-    return support::orNull(text);
+    return text != nullptr ? text : rule;
 }
 
-/** A new IV; "(null)" when there is none. */
+/** A new IV; the rule when there is none. */
 std::string newIv()
 {
     char* text = nullptr;
-    const int result = generateRandomIV(&text);
+    const std::string rule = support::ruleOf([&] { return generateRandomIV(&text); });
     const HeapText owner{text};
-    EXPECT_EQ(result, text != nullptr ? 1 : 0);
-    return support::orNull(text);
+    EXPECT_EQ(rule == "accepted", text != nullptr);
+    return text != nullptr ? text : rule;
 }
 
 bool consistsOf(std::string_view text, std::string_view characters)
@@ -129,20 +139,20 @@ TEST(IssueRandomBytesInHex, NeedsTheDeviceForNoBytesToo)
     EXPECT_EQ(hexNumber(0), "0x");
     EXPECT_EQ(device.opens(), 1U);
     device.failOpening(ENOENT);
-    EXPECT_EQ(hexNumber(0), untouched);
+    EXPECT_EQ(hexNumber(0), noDevice);
 }
 
 TEST(IssueRandomBytesInHex, RefusesMoreThan16BytesWithoutOpeningTheDevice)
 {
     const FakeRandom device{deviceBytes};
-    EXPECT_EQ(hexNumber(17), untouched);
-    EXPECT_EQ(hexNumber(INT_MAX), untouched);
+    EXPECT_EQ(hexNumber(17), tooMany);
+    EXPECT_EQ(hexNumber(INT_MAX), tooMany);
     EXPECT_EQ(device.opens(), 0U);
 }
 
 TEST(IssueRandomBytesInHex, RefusesANullBuffer)
 {
-    EXPECT_EQ(issueRandomBytesInHex(nullptr, 4), 0);
+    EXPECT_REFUSED("argument.null", issueRandomBytesInHex(nullptr, 4));
 }
 
 TEST(IssueRandomBytesInHex, EndsTheProcessForANegativeCount)
@@ -159,7 +169,7 @@ TEST(IssueRandomBytesInHex, EndsTheProcessForANegativeCount)
 
 TEST(IssueRandomBytesInHex, WritesNothingWhenTheDeviceFails)
 {
-    withEachDeviceFailure([] { EXPECT_EQ(hexNumber(16), untouched); });
+    withEachDeviceFailure([] { EXPECT_EQ(hexNumber(16), noDevice); });
 }
 
 TEST(IssueRandomBytesInHex, GivesOtherDigitsEachTime)
@@ -214,21 +224,21 @@ TEST(IssueRandomToken, NeedsTheDeviceForNoBytesToo)
     FakeRandom device;
     EXPECT_EQ(token(0), "");
     device.failOpening(ENOENT);
-    EXPECT_EQ(token(0), "(null)");
+    EXPECT_EQ(token(0), noDevice);
 }
 
 TEST(IssueRandomToken, StoresNothingForACountThatCannotBeHonoured)
 {
     const FakeRandom device;
-    EXPECT_EQ(token(4294967295U), "(null)");
-    EXPECT_EQ(token(2147483648U), "(null)");
+    EXPECT_EQ(token(4294967295U), "base64.length");
+    EXPECT_EQ(token(2147483648U), "base64.length");
     EXPECT_EQ(device.reads(), 0U);
-    issueRandomToken(nullptr, 4);
+    EXPECT_REFUSED("argument.null", (issueRandomToken(nullptr, 4), false));
 }
 
 TEST(IssueRandomToken, StoresNothingWhenTheDeviceFails)
 {
-    withEachDeviceFailure([] { EXPECT_EQ(token(32), "(null)"); });
+    withEachDeviceFailure([] { EXPECT_EQ(token(32), noDevice); });
 }
 
 TEST(IssueRandomToken, OverwritesWhatWasThereOnSuccessAlone)
@@ -281,7 +291,7 @@ TEST(GenerateRandomIv, WritesTheBytesInUpperCase)
 
 TEST(GenerateRandomIv, StoresNothingWhenTheDeviceFails)
 {
-    withEachDeviceFailure([] { EXPECT_EQ(newIv(), "(null)"); });
+    withEachDeviceFailure([] { EXPECT_EQ(newIv(), noDevice); });
 }
 
 TEST(GenerateRandomIv, StoresNothingWhicheverAllocationFails)
@@ -302,7 +312,7 @@ TEST(GenerateRandomIv, OverwritesWhatWasThereOnSuccessAlone)
     char before = 'x';
     char* text = &before;
     device.failReading(EIO, {0, 1});
-    EXPECT_EQ(generateRandomIV(&text), 0);
+    EXPECT_REFUSED(noDevice, generateRandomIV(&text));
     EXPECT_EQ(text, &before);
     EXPECT_EQ(generateRandomIV(&text), 1);
     ASSERT_NE(text, &before);
@@ -312,7 +322,7 @@ TEST(GenerateRandomIv, OverwritesWhatWasThereOnSuccessAlone)
 
 TEST(GenerateRandomIv, RefusesANullAddress)
 {
-    EXPECT_EQ(generateRandomIV(nullptr), 0);
+    EXPECT_REFUSED("argument.null", generateRandomIV(nullptr));
 }
 
 TEST(GenerateRandomIv, DiffersEachTime)
@@ -326,6 +336,22 @@ TEST(GenerateRandomIv, DiffersEachTime)
         ivs.insert(iv);
     }
     EXPECT_EQ(ivs.size(), 200U);
+}
+
+TEST(RandomDevice, IsNamedWithWhatItGave)
+{
+    const auto saw = [] {
+        EXPECT_EQ(hexNumber(8), noDevice);
+        EXPECT_STREQ(support::lastRefusal().subject, "/dev/urandom");
+        return std::string{support::lastRefusal().saw};
+    };
+    FakeRandom source;
+    source.failOpening(EACCES, {0, 1});
+    EXPECT_EQ(saw(), "Permission denied");
+    source.failReading(EIO, {0, 1});
+    EXPECT_EQ(saw(), "Input/output error");
+    source.shortenReading(1);
+    EXPECT_EQ(saw(), "a short read");
 }
 
 TEST(RandomDevice, IsClosedAgain)
@@ -357,8 +383,7 @@ TEST(RandomDevice, LeavesErrnoAsItWas)
     errno = EDOM;
     static_cast<void>(token(8));
     EXPECT_EQ(errno, EDOM);
-    std::array<char, 40> text{};
-    EXPECT_EQ(issueRandomBytesInHex(text.data(), 8), 0);
+    EXPECT_EQ(hexNumber(8), noDevice);
     EXPECT_EQ(errno, EDOM);
     static_cast<void>(newIv());
     EXPECT_EQ(errno, EDOM);

@@ -3,6 +3,7 @@
 #include "support/certificates.hpp"
 #include "support/fake_device.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 #include "support/vectors.hpp"
 
 #include <bmcoauth/ecies.h>
@@ -43,6 +44,12 @@ std::string encoded(const tokens::PrivateKey& key)
     return '\x04' + x + y;
 }
 
+constexpr const char* accepted = "accepted";
+constexpr const char* wrongMac = "envelope.mac-wrong";
+constexpr const char* malformed = "base64.malformed";
+constexpr const char* notAPoint = "key.encoding";
+constexpr const char* offCurve = "key.point";
+
 struct Envelope
 {
     std::string body;
@@ -61,17 +68,20 @@ Envelope seal(const std::string& data, const tokens::PrivateKey& from, const tok
     return {support::orNull(body.get()), support::orNull(mac)};
 }
 
-/** Whether the service opens the envelope as one of a peer with this point. */
-bool opens(const Envelope& envelope, const std::string& peerPoint,
-           const tokens::PrivateKey& own = tokens::serviceKey(), const char* usedIv = iv)
+/** "accepted" where the service opens the envelope as one of a peer with this point, else the rule by
+ *  which it does not. */
+std::string opened(const Envelope& envelope, const std::string& peerPoint,
+                   const tokens::PrivateKey& own = tokens::serviceKey(), const char* usedIv = iv)
 {
     const PayloadPtr record = recordOf(peerPoint);
     HandshakePayload* peer = record.get();
     unsigned int length = 777;
-    const HeapText text{ecies_decrypt(envelope.body.c_str(), &length, own.data(), own.length(),
-                                      envelope.mac.c_str(), &peer, usedIv)};
-    EXPECT_EQ(text == nullptr, length == 777);
-    return text != nullptr;
+    const std::string rule = support::ruleOf([&] {
+        return HeapText{ecies_decrypt(envelope.body.c_str(), &length, own.data(), own.length(),
+                                      envelope.mac.c_str(), &peer, usedIv)} != nullptr;
+    });
+    EXPECT_EQ(rule != accepted, length == 777);
+    return rule;
 }
 
 const Envelope& sample()
@@ -83,12 +93,12 @@ const Envelope& sample()
 TEST(EnvelopeKeys, AreRefusedWithAnyFlippedBit)
 {
     const std::string point = encoded(tokens::otherKey());
-    EXPECT_TRUE(opens(sample(), point));
+    EXPECT_EQ(opened(sample(), point), accepted);
     for (std::size_t bit = 0; bit < point.size() * 8; ++bit)
     {
         std::string flipped = point;
         flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
-        EXPECT_FALSE(opens(sample(), flipped)) << bit;
+        EXPECT_EQ(opened(sample(), flipped), bit < 8 ? notAPoint : offCurve) << bit;
     }
 }
 
@@ -100,44 +110,48 @@ TEST(EnvelopeKeys, LieOnTheCurve)
     const std::string y = point.substr(33);
     const bool odd = (static_cast<unsigned char>(y.back()) & 1U) != 0;
     const std::string zero(32, '\0');
-    EXPECT_TRUE(opens(sample(), point));
-    EXPECT_TRUE(opens(sample(), (odd ? '\x03' : '\x02') + x));
+    EXPECT_EQ(opened(sample(), point), accepted);
+    EXPECT_EQ(opened(sample(), (odd ? '\x03' : '\x02') + x), accepted);
     // The opposite point agrees on the same secret, of which the y is no part.
-    EXPECT_TRUE(opens(sample(), (odd ? '\x02' : '\x03') + x));
-    EXPECT_FALSE(opens(sample(), '\x04' + y + x));
-    EXPECT_FALSE(opens(sample(), '\x04' + x + zero));
-    EXPECT_FALSE(opens(sample(), '\x04' + zero + y));
-    EXPECT_FALSE(opens(sample(), '\x04' + zero + zero));
-    EXPECT_FALSE(opens(sample(), '\x04' + x));
-    EXPECT_FALSE(opens(sample(), '\x04' + x + y.substr(0, 31)));
-    EXPECT_FALSE(opens(sample(), '\x04' + x + y + '\0'));
-    EXPECT_FALSE(opens(sample(), x + y));
-    EXPECT_FALSE(opens(sample(), std::string(1, '\0')));
-    EXPECT_FALSE(opens(sample(), std::string(65, '\0')));
-    EXPECT_FALSE(opens(sample(), ""));
-    EXPECT_FALSE(opens(sample(), '\x04' + forge::p256Prime().bytes(32) + y));
-    EXPECT_FALSE(opens(sample(), '\x04' + std::string(64, '\xff')));
-    EXPECT_FALSE(opens(sample(), encoded(tokens::serviceKey())));
+    EXPECT_EQ(opened(sample(), (odd ? '\x02' : '\x03') + x), accepted);
+    EXPECT_EQ(opened(sample(), '\x04' + y + x), offCurve);
+    EXPECT_EQ(opened(sample(), '\x04' + x + zero), offCurve);
+    EXPECT_EQ(opened(sample(), '\x04' + zero + y), offCurve);
+    EXPECT_EQ(opened(sample(), '\x04' + zero + zero), offCurve);
+    EXPECT_EQ(opened(sample(), '\x04' + x), notAPoint);
+    EXPECT_EQ(opened(sample(), '\x04' + x + y.substr(0, 31)), notAPoint);
+    EXPECT_EQ(opened(sample(), '\x04' + x + y + '\0'), notAPoint);
+    EXPECT_EQ(opened(sample(), x + y), notAPoint);
+    EXPECT_EQ(opened(sample(), std::string(1, '\0')), offCurve);
+    EXPECT_EQ(opened(sample(), std::string(65, '\0')), notAPoint);
+    EXPECT_EQ(opened(sample(), ""), notAPoint);
+    EXPECT_EQ(opened(sample(), '\x04' + forge::p256Prime().bytes(32) + y), offCurve);
+    EXPECT_EQ(opened(sample(), '\x04' + std::string(64, '\xff')), offCurve);
+    EXPECT_EQ(opened(sample(), encoded(tokens::serviceKey())), wrongMac);
 }
 
 TEST(EnvelopeText, IsRefusedWhereverItIsCutOff)
 {
     const std::string peer = encoded(tokens::otherKey());
     const auto [body, mac] = sample();
-    EXPECT_TRUE(opens({body, mac}, peer));
+    EXPECT_EQ(opened({body, mac}, peer), accepted);
     // Of 32 bytes each; the padding at their ends may be left out.
     ASSERT_EQ(body.size(), 44U);
     ASSERT_EQ(mac.size(), 44U);
-    EXPECT_TRUE(opens({body.substr(0, 43), mac.substr(0, 43)}, peer));
+    EXPECT_EQ(opened({body.substr(0, 43), mac.substr(0, 43)}, peer), accepted);
+    // The padding, of one character, is no digit; none and one too many are not Base64.
+    const auto ruleFor = [](std::size_t digits) {
+        return digits == 0 || digits > 43 || digits % 4 == 1 ? malformed : wrongMac;
+    };
     for (std::size_t length = 0; length < 43; ++length)
     {
-        EXPECT_FALSE(opens({body.substr(0, length), mac}, peer)) << length;
-        EXPECT_FALSE(opens({body, mac.substr(0, length)}, peer)) << length;
-        EXPECT_FALSE(opens({body.substr(44 - length), mac}, peer)) << length;
-        EXPECT_FALSE(opens({body, mac.substr(44 - length)}, peer)) << length;
+        EXPECT_EQ(opened({body.substr(0, length), mac}, peer), ruleFor(length)) << length;
+        EXPECT_EQ(opened({body, mac.substr(0, length)}, peer), ruleFor(length)) << length;
+        EXPECT_EQ(opened({body.substr(44 - length), mac}, peer), ruleFor(length - 1)) << length;
+        EXPECT_EQ(opened({body, mac.substr(44 - length)}, peer), ruleFor(length - 1)) << length;
     }
-    EXPECT_FALSE(opens({body + body, mac}, peer));
-    EXPECT_FALSE(opens({body, mac + mac}, peer));
+    EXPECT_EQ(opened({body + body, mac}, peer), wrongMac);
+    EXPECT_EQ(opened({body, mac + mac}, peer), wrongMac);
 }
 
 TEST(EnvelopeText, IsRefusedWithOneDigitAltered)
@@ -147,12 +161,12 @@ TEST(EnvelopeText, IsRefusedWithOneDigitAltered)
     {
         Envelope body = sample();
         body.body[position] = body.body[position] == 'A' ? 'B' : 'A';
-        EXPECT_FALSE(opens(body, peer)) << position;
+        EXPECT_EQ(opened(body, peer), wrongMac) << position;
         Envelope mac = sample();
         mac.mac[position] = mac.mac[position] == 'A' ? 'B' : 'A';
-        EXPECT_FALSE(opens(mac, peer)) << position;
+        EXPECT_EQ(opened(mac, peer), wrongMac) << position;
     }
-    EXPECT_TRUE(opens(sample(), peer));
+    EXPECT_EQ(opened(sample(), peer), accepted);
 }
 
 TEST(EnvelopeParts, BelongTogether)
@@ -162,25 +176,25 @@ TEST(EnvelopeParts, BelongTogether)
     const std::string peer = encoded(client);
     const Envelope first = seal("first", client, service);
     const Envelope second = seal("second", client, service, otherIv);
-    EXPECT_TRUE(opens(first, peer));
-    EXPECT_TRUE(opens(second, peer, service, otherIv));
-    EXPECT_FALSE(opens({first.body, second.mac}, peer));
-    EXPECT_FALSE(opens({second.body, first.mac}, peer, service, otherIv));
-    EXPECT_FALSE(opens({first.mac, first.body}, peer));
-    EXPECT_FALSE(opens({first.mac, first.mac}, peer));
-    EXPECT_FALSE(opens({first.body, first.body}, peer));
+    EXPECT_EQ(opened(first, peer), accepted);
+    EXPECT_EQ(opened(second, peer, service, otherIv), accepted);
+    EXPECT_EQ(opened({first.body, second.mac}, peer), wrongMac);
+    EXPECT_EQ(opened({second.body, first.mac}, peer, service, otherIv), wrongMac);
+    EXPECT_EQ(opened({first.mac, first.body}, peer), wrongMac);
+    EXPECT_EQ(opened({first.mac, first.mac}, peer), wrongMac);
+    EXPECT_EQ(opened({first.body, first.body}, peer), wrongMac);
     // Blocks of two envelopes in one: 64 characters are 48 bytes.
     const Envelope one = seal(std::string(64, 'x'), client, service);
     const Envelope two = seal(std::string(64, 'y'), client, service);
-    EXPECT_TRUE(opens(one, peer));
-    EXPECT_TRUE(opens(two, peer));
+    EXPECT_EQ(opened(one, peer), accepted);
+    EXPECT_EQ(opened(two, peer), accepted);
     ASSERT_EQ(one.body.size(), 128U);
     for (const std::string& mixed : {one.body.substr(0, 64) + two.body.substr(64),
                                      two.body.substr(0, 64) + one.body.substr(64),
                                      one.body.substr(64) + one.body.substr(0, 64)})
     {
-        EXPECT_FALSE(opens({mixed, one.mac}, peer));
-        EXPECT_FALSE(opens({mixed, two.mac}, peer));
+        EXPECT_EQ(opened({mixed, one.mac}, peer), wrongMac);
+        EXPECT_EQ(opened({mixed, two.mac}, peer), wrongMac);
     }
 }
 
@@ -198,13 +212,13 @@ TEST(EnvelopeParts, AreOfTheTwoPartiesAlone)
     const tokens::PrivateKey stranger{{der, der + derLength}};
 
     const Envelope envelope = seal("secret", client, service);
-    EXPECT_TRUE(opens(envelope, encoded(client), service));
-    EXPECT_FALSE(opens(envelope, encoded(stranger), service));
-    EXPECT_FALSE(opens(envelope, encoded(client), stranger));
-    EXPECT_FALSE(opens(seal("secret", stranger, service), encoded(client), service));
+    EXPECT_EQ(opened(envelope, encoded(client), service), accepted);
+    EXPECT_EQ(opened(envelope, encoded(stranger), service), wrongMac);
+    EXPECT_EQ(opened(envelope, encoded(client), stranger), wrongMac);
+    EXPECT_EQ(opened(seal("secret", stranger, service), encoded(client), service), wrongMac);
     // The two keys agree on one secret, whoever speaks: what a party has sent can be sent back to
     // it. Who is to open which message must be plain from what is in it.
-    EXPECT_TRUE(opens(envelope, encoded(service), client));
+    EXPECT_EQ(opened(envelope, encoded(service), client), accepted);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "oauth2/jwt/issuer.hpp"
 #include "oauth2/jwt/judgement.hpp"
 #include "support/certificates.hpp"
+#include "support/refusals.hpp"
 #include "support/vectors.hpp"
 
 #include <gtest/gtest.h>
@@ -102,14 +103,15 @@ TEST(EcCoordinates, AreRefusedWhenTheyAreOfNoPoint)
     for (const auto& [name, point] : others)
     {
         SCOPED_TRACE(name);
-        EXPECT_FALSE(imported(point));
+        const bool both = !point.x.empty() && !point.y.empty();
+        EXPECT_REFUSED(both ? "jwk.point" : "base64.malformed", imported(point));
         EXPECT_FALSE(verifies(point, key));
     }
     for (std::size_t bit = 0; bit < 512; ++bit)
     {
         std::string both = x + y;
         both[bit / 8] = static_cast<char>(both[bit / 8] ^ (1 << bit % 8));
-        EXPECT_FALSE(imported({both.substr(0, 32), both.substr(32)})) << bit;
+        EXPECT_REFUSED("jwk.point", imported(Point{both.substr(0, 32), both.substr(32)})) << bit;
     }
 }
 

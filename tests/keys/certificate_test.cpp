@@ -2,6 +2,7 @@
 #include "support/certificates.hpp"
 #include "support/fake_device.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -50,6 +51,12 @@ std::string textOf(const EC_KEY* key)
 std::string publicKeyText(const std::string& pem)
 {
     return textOf(EcKeyPtr{get_EC_pubKey(pem.c_str())}.get());
+}
+
+/** The rule by which the key of @p pem is refused. */
+std::string ruleFor(const std::string& pem)
+{
+    return ruleOf([&] { return EcKeyPtr{get_EC_pubKey(pem.c_str())} != nullptr; });
 }
 
 /** The same, with OpenSSL alone. */
@@ -104,15 +111,15 @@ TEST(GetEcPubKey, TakesEveryCurve)
 
 TEST(GetEcPubKey, GivesNullForOtherKeys)
 {
-    EXPECT_EQ(get_EC_pubKey(withKey("RSA").pem().c_str()), nullptr);
+    EXPECT_EQ(ruleFor(withKey("RSA").pem()), "key.kind");
 }
 
 TEST(GetEcPubKey, GivesNullWithoutACertificate)
 {
-    EXPECT_EQ(get_EC_pubKey(nullptr), nullptr);
-    EXPECT_EQ(get_EC_pubKey(""), nullptr);
-    EXPECT_EQ(get_EC_pubKey("garbage"), nullptr);
-    EXPECT_EQ(get_EC_pubKey(pemOf("CERTIFICATE", "garbage").c_str()), nullptr);
+    EXPECT_REFUSED("argument.null", get_EC_pubKey(nullptr));
+    EXPECT_EQ(ruleFor(""), "certificate.encoding");
+    EXPECT_EQ(ruleFor("garbage"), "certificate.encoding");
+    EXPECT_EQ(ruleFor(pemOf("CERTIFICATE", "garbage")), "certificate.encoding");
 }
 
 /** A certificate whose key is replaced by other SubjectPublicKeyInfo bytes of the same length. */
@@ -131,14 +138,14 @@ TEST(GetEcPubKey, RefusesAPointOffTheCurve)
     std::string off = point;
     off.back() ^= 1;
     EXPECT_NE(publicKeyText(pemOf("CERTIFICATE", identity.der())), "null");
-    EXPECT_EQ(publicKeyText(pemOf("CERTIFICATE", withPoint(identity.der(), point, off))), "null");
+    EXPECT_EQ(ruleFor(pemOf("CERTIFICATE", withPoint(identity.der(), point, off))), "key.point");
     // Beyond the field, and the point (0, 0).
-    EXPECT_EQ(publicKeyText(pemOf("CERTIFICATE", withPoint(identity.der(), point,
-                                                           '\x04' + std::string(64, '\xff')))),
-              "null");
-    EXPECT_EQ(publicKeyText(pemOf(
-                  "CERTIFICATE", withPoint(identity.der(), point, '\x04' + std::string(64, '\0')))),
-              "null");
+    for (const char byte : {'\xff', '\0'})
+    {
+        EXPECT_EQ(ruleFor(pemOf("CERTIFICATE",
+                                withPoint(identity.der(), point, '\x04' + std::string(64, byte)))),
+                  "key.point");
+    }
 }
 
 TEST(GetEcPubKey, TakesTheFormsOfAPointThatOpenSslTakes)
@@ -187,7 +194,9 @@ TEST(GetEcPubKey, AcceptsAndRefusesWhatOpenSslDoes)
             // The name may become empty, which is refused for another reason.
             if (certificate == nullptr)
             {
-                ASSERT_EQ(validateX509(pem.c_str(), nullptr), 0) << "byte " << i;
+                ASSERT_EQ(ruleOf([&] { return validateX509(pem.c_str(), nullptr); }),
+                          "certificate.encoding")
+                    << "byte " << i;
             }
             ++(expected == "null" ? refused : accepted);
         }
@@ -201,7 +210,8 @@ TEST(GetEcPubKey, RefusesACertificateThatIsCutOff)
     const std::string der = withKey("prime256v1").der();
     for (std::size_t length = 1; length < der.size(); ++length)
     {
-        ASSERT_EQ(publicKeyText(pemOf("CERTIFICATE", der.substr(0, length))), "null") << length;
+        ASSERT_EQ(ruleFor(pemOf("CERTIFICATE", der.substr(0, length))), "certificate.encoding")
+            << length;
     }
     // What follows the certificate is not looked at.
     EXPECT_EQ(publicKeyText(pemOf("CERTIFICATE", der + "more")), expectedKeyText(der));
@@ -241,26 +251,28 @@ TEST(GetEcPrivKey, IsTheKeyOfTheBytes)
 TEST(GetEcPrivKey, GivesNullForWhatIsNoP256Key)
 {
     const auto load = [](const std::string& der, int length) {
-        return EcKeyPtr{get_EC_privKey(reinterpret_cast<const unsigned char*>(der.data()), length)};
+        const auto* const bytes = reinterpret_cast<const unsigned char*>(der.data());
+        return EcKeyPtr{get_EC_privKey(bytes, length)} != nullptr;
     };
     const std::string der = withKey("prime256v1").privateKeyDer();
     const int length = static_cast<int>(der.size());
-    EXPECT_NE(load(der, length), nullptr);
-    EXPECT_EQ(load(der, 0), nullptr);
-    EXPECT_EQ(load(der, -1), nullptr);
-    EXPECT_EQ(load(der, INT_MIN), nullptr);
-    EXPECT_EQ(load(der, length - 1), nullptr);
-    EXPECT_EQ(load("garbage", 7), nullptr);
-    EXPECT_EQ(get_EC_privKey(nullptr, length), nullptr);
-    EXPECT_EQ(get_EC_privKey(nullptr, 0), nullptr);
+    EXPECT_TRUE(load(der, length));
+    EXPECT_REFUSED("argument.length", load(der, 0));
+    EXPECT_REFUSED("argument.length", load(der, -1));
+    EXPECT_REFUSED("argument.length", load(der, INT_MIN));
+    EXPECT_REFUSED("key.encoding", load(der, length - 1));
+    EXPECT_REFUSED("key.encoding", load("garbage", 7));
+    EXPECT_REFUSED("argument.null", get_EC_privKey(nullptr, length));
+    EXPECT_REFUSED("argument.null", get_EC_privKey(nullptr, 0));
     const std::string other = withKey("secp384r1").privateKeyDer();
-    EXPECT_EQ(load(other, static_cast<int>(other.size())), nullptr);
+    EXPECT_REFUSED("key.curve", load(other, static_cast<int>(other.size())));
 }
 
 TEST(GetEcPrivKey, LeavesTheErrorQueueAlone)
 {
     ERR_clear_error();
-    EXPECT_EQ(get_EC_privKey(reinterpret_cast<const unsigned char*>("garbage"), 7), nullptr);
+    EXPECT_REFUSED("key.encoding",
+                   get_EC_privKey(reinterpret_cast<const unsigned char*>("garbage"), 7));
     EXPECT_EQ(ERR_peek_error(), 0U);
 }
 

@@ -3,6 +3,7 @@
 #include "support/fake_device.hpp"
 #include "support/machine.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -24,9 +25,25 @@ namespace
 constexpr const char* productionPath = "/etc/default/certs/FactorycertProdRoot.pem";
 constexpr const char* developmentPath = "/etc/default/certs/FactorycertDevRoot.pem";
 
-int verify(std::initializer_list<std::string> bodies)
+/** What chainVerify gives, and the rule by which it does not verify. */
+using Judgement = std::pair<int, std::string>;
+
+const Judgement verified{BMCOAUTH_CHAIN_VERIFIED, "accepted"};
+const Judgement untrusted{BMCOAUTH_CHAIN_REFUSED, "chain.untrusted"};
+const Judgement withoutRoot{BMCOAUTH_CHAIN_REFUSED, "chain.root-missing"};
+const Judgement unreadable{BMCOAUTH_CHAIN_FAILED, "certificate.encoding"};
+const Judgement missing{BMCOAUTH_CHAIN_FAILED, "certificate.missing"};
+
+Judgement judge(HandshakePayload* record)
 {
-    return chainVerify(certificateRecord(bodies).get());
+    Judgement judged;
+    judged.second = ruleOf([&] { return judged.first = chainVerify(record); });
+    return judged;
+}
+
+Judgement verify(std::initializer_list<std::string> bodies)
+{
+    return judge(certificateRecord(bodies).get());
 }
 
 /** A device with both factory roots. */
@@ -45,16 +62,16 @@ struct ChainVerify : testing::Test
 
 TEST_F(ChainVerify, AcceptsACertificateOfTheProductionRoot)
 {
-    EXPECT_EQ(verify({production.issue({}).body()}), 1);
+    EXPECT_EQ(verify({production.issue({}).body()}), verified);
 }
 
 TEST_F(ChainVerify, RefusesACertificateOfAnotherRoot)
 {
     // The same name with another key: the signature alone tells them apart.
     const Identity impostor = Identity::root("production root");
-    EXPECT_EQ(verify({production.issue({}).body()}), 1);
-    EXPECT_EQ(verify({impostor.issue({}).body()}), 0);
-    EXPECT_EQ(verify({Identity::selfSigned({}).body()}), 0);
+    EXPECT_EQ(verify({production.issue({}).body()}), verified);
+    EXPECT_EQ(verify({impostor.issue({}).body()}), untrusted);
+    EXPECT_EQ(verify({Identity::selfSigned({}).body()}), untrusted);
 }
 
 TEST_F(ChainVerify, RefusesATamperedCertificate)
@@ -62,33 +79,33 @@ TEST_F(ChainVerify, RefusesATamperedCertificate)
     const Identity device = production.issue({});
     std::string der = device.der();
     der[der.size() - 5] ^= 1;
-    EXPECT_EQ(verify({base64(der)}), 0);
+    EXPECT_EQ(verify({base64(der)}), untrusted);
     der[der.size() - 5] ^= 1;
-    EXPECT_EQ(verify({base64(der)}), 1);
+    EXPECT_EQ(verify({base64(der)}), verified);
 }
 
 TEST_F(ChainVerify, AcceptsTheRootItself)
 {
-    EXPECT_EQ(verify({production.body()}), 1);
-    EXPECT_EQ(verify({development.body()}), 0);
+    EXPECT_EQ(verify({production.body()}), verified);
+    EXPECT_EQ(verify({development.body()}), untrusted);
 }
 
 TEST_F(ChainVerify, VerifiesTheLastValueAndIgnoresTheFirst)
 {
     const std::string good = production.issue({}).body();
     const std::string bad = Identity::selfSigned({}).body();
-    EXPECT_EQ(verify({bad, good}), 1);
-    EXPECT_EQ(verify({good, bad}), 0);
-    EXPECT_EQ(verify({"garbage that is no certificate", good}), 1);
-    EXPECT_EQ(verify({"", good}), 1);
+    EXPECT_EQ(verify({bad, good}), verified);
+    EXPECT_EQ(verify({good, bad}), untrusted);
+    EXPECT_EQ(verify({"garbage that is no certificate", good}), verified);
+    EXPECT_EQ(verify({"", good}), verified);
 }
 
 TEST_F(ChainVerify, TakesNoIntermediateFromTheFirstValue)
 {
     const Identity intermediate = production.issueAuthority("intermediate");
     const std::string device = intermediate.issue({}).body();
-    EXPECT_EQ(verify({intermediate.body(), device}), 0);
-    EXPECT_EQ(verify({"", intermediate.body(), device}), 1);
+    EXPECT_EQ(verify({intermediate.body(), device}), untrusted);
+    EXPECT_EQ(verify({"", intermediate.body(), device}), verified);
 }
 
 TEST_F(ChainVerify, FollowsIntermediatesInAnyOrder)
@@ -97,9 +114,9 @@ TEST_F(ChainVerify, FollowsIntermediatesInAnyOrder)
     const Identity second = first.issueAuthority("second");
     const Identity third = second.issueAuthority("third");
     const std::string device = third.issue({}).body();
-    EXPECT_EQ(verify({"", first.body(), second.body(), third.body(), device}), 1);
-    EXPECT_EQ(verify({"", third.body(), first.body(), second.body(), device}), 1);
-    EXPECT_EQ(verify({"", first.body(), third.body(), device}), 0);
+    EXPECT_EQ(verify({"", first.body(), second.body(), third.body(), device}), verified);
+    EXPECT_EQ(verify({"", third.body(), first.body(), second.body(), device}), verified);
+    EXPECT_EQ(verify({"", first.body(), third.body(), device}), untrusted);
 }
 
 TEST_F(ChainVerify, RefusesAnIssuerThatIsNoAuthority)
@@ -107,16 +124,16 @@ TEST_F(ChainVerify, RefusesAnIssuerThatIsNoAuthority)
     CertificatePlan plan;
     plan.commonName = "not an authority";
     const Identity user = production.issue(plan);
-    EXPECT_EQ(verify({"", user.body(), user.issue({}).body()}), 0);
+    EXPECT_EQ(verify({"", user.body(), user.issue({}).body()}), untrusted);
     plan.authority = true;
     const Identity authority = production.issue(plan);
-    EXPECT_EQ(verify({"", authority.body(), authority.issue({}).body()}), 1);
+    EXPECT_EQ(verify({"", authority.body(), authority.issue({}).body()}), verified);
 }
 
 TEST_F(ChainVerify, NeverTrustsAnIntermediateThatSignsItself)
 {
     const Identity own = Identity::root("own root");
-    EXPECT_EQ(verify({"", own.body(), own.issue({}).body()}), 0);
+    EXPECT_EQ(verify({"", own.body(), own.issue({}).body()}), untrusted);
 }
 
 TEST_F(ChainVerify, FollowsNinetyIntermediates)
@@ -139,7 +156,7 @@ TEST_F(ChainVerify, FollowsNinetyIntermediates)
     values.push_back(nullptr);
     std::string name = "x5c";
     std::vector<HandshakePayload> record{{name.data(), values.data()}, {}};
-    EXPECT_EQ(chainVerify(record.data()), 1);
+    EXPECT_EQ(judge(record.data()), verified);
 }
 
 TEST_F(ChainVerify, AcceptsKeysOfOtherKinds)
@@ -154,7 +171,7 @@ TEST_F(ChainVerify, AcceptsKeysOfOtherKinds)
         const Identity intermediate = production.issue(plan);
         plan = {};
         plan.group = group;
-        EXPECT_EQ(verify({"", intermediate.body(), intermediate.issue(plan).body()}), 1);
+        EXPECT_EQ(verify({"", intermediate.body(), intermediate.issue(plan).body()}), verified);
     }
 }
 
@@ -164,17 +181,17 @@ TEST_F(ChainVerify, JudgesValidityAtTheStartOf2035)
     {
         const char* notBefore;
         const char* notAfter;
-        int result;
+        Judgement result;
     };
     // A day around the new year each way, whatever the local zone.
     for (const auto& [notBefore, notAfter, result] :
-         {Case{"20200101000000Z", "20300101000000Z", 0},
-          Case{"20200101000000Z", "20341230000000Z", 0},
-          Case{"20200101000000Z", "20350103000000Z", 1},
-          Case{"20341230000000Z", "20350103000000Z", 1},
-          Case{"20350103000000Z", "20450101000000Z", 0},
-          Case{"19700101000000Z", "20500101000000Z", 1},
-          Case{"20200101000000Z", "99991231235959Z", 1}})
+         {Case{"20200101000000Z", "20300101000000Z", untrusted},
+          Case{"20200101000000Z", "20341230000000Z", untrusted},
+          Case{"20200101000000Z", "20350103000000Z", verified},
+          Case{"20341230000000Z", "20350103000000Z", verified},
+          Case{"20350103000000Z", "20450101000000Z", untrusted},
+          Case{"19700101000000Z", "20500101000000Z", verified},
+          Case{"20200101000000Z", "99991231235959Z", verified}})
     {
         SCOPED_TRACE(std::string{notBefore} + " to " + notAfter);
         CertificatePlan plan;
@@ -191,10 +208,10 @@ TEST_F(ChainVerify, JudgesIntermediatesAndRootsAtThatTimeToo)
     plan.authority = true;
     plan.notAfter = "20300101000000Z";
     const Identity intermediate = production.issue(plan);
-    EXPECT_EQ(verify({"", intermediate.body(), intermediate.issue({}).body()}), 0);
+    EXPECT_EQ(verify({"", intermediate.body(), intermediate.issue({}).body()}), untrusted);
     const Identity root = Identity::selfSigned(plan);
     files.put(productionPath, root.pem());
-    EXPECT_EQ(verify({root.issue({}).body()}), 0);
+    EXPECT_EQ(verify({root.issue({}).body()}), untrusted);
 }
 
 TEST_F(ChainVerify, DoesNotDependOnTheClock)
@@ -203,29 +220,29 @@ TEST_F(ChainVerify, DoesNotDependOnTheClock)
     for (const std::time_t now : {std::time_t{0}, std::time_t{2145916800}})
     {
         const FakeClock clock{now};
-        EXPECT_EQ(verify({body}), 1);
+        EXPECT_EQ(verify({body}), verified);
     }
 }
 
 TEST_F(ChainVerify, TrustsTheDevelopmentRootOnMarkedDevicesOnly)
 {
     const std::string body = development.issue({}).body();
-    EXPECT_EQ(verify({body}), 0);
+    EXPECT_EQ(verify({body}), untrusted);
     {
         const MarkerFile marker;
-        EXPECT_EQ(verify({body}), 1);
-        EXPECT_EQ(verify({production.issue({}).body()}), 1);
+        EXPECT_EQ(verify({body}), verified);
+        EXPECT_EQ(verify({production.issue({}).body()}), verified);
     }
-    EXPECT_EQ(verify({body}), 0);
+    EXPECT_EQ(verify({body}), untrusted);
 }
 
 TEST_F(ChainVerify, ReadsTheRootsAfresh)
 {
     const Identity next = Identity::root("production root");
     const std::string body = next.issue({}).body();
-    EXPECT_EQ(verify({body}), 0);
+    EXPECT_EQ(verify({body}), untrusted);
     files.put(productionPath, next.pem());
-    EXPECT_EQ(verify({body}), 1);
+    EXPECT_EQ(verify({body}), verified);
 }
 
 TEST_F(ChainVerify, RefusesEverythingWithoutBothRoots)
@@ -240,21 +257,21 @@ TEST_F(ChainVerify, RefusesEverythingWithoutBothRoots)
         {
             const std::optional<MarkerFile> marker =
                 marked ? std::make_optional<MarkerFile>() : std::nullopt;
-            EXPECT_EQ(verify({body}), 1);
+            EXPECT_EQ(verify({body}), verified);
             files.fail(path, ENOENT);
-            EXPECT_EQ(verify({body}), 0);
+            EXPECT_EQ(verify({body}), withoutRoot);
             // Also before the record is looked at.
-            EXPECT_EQ(chainVerify(empty.get()), 0);
+            EXPECT_EQ(judge(empty.get()), withoutRoot);
             files.fail(path, EACCES);
-            EXPECT_EQ(verify({body}), 0);
+            EXPECT_EQ(verify({body}), withoutRoot);
             files.failReading(path);
-            EXPECT_EQ(verify({body}), 0);
+            EXPECT_EQ(verify({body}), withoutRoot);
             files.put(path, "");
-            EXPECT_EQ(verify({body}), 0);
+            EXPECT_EQ(verify({body}), withoutRoot);
             files.put(path, "not PEM");
-            EXPECT_EQ(verify({body}), 0);
+            EXPECT_EQ(verify({body}), withoutRoot);
             files.put(path, root);
-            EXPECT_EQ(verify({body}), 1);
+            EXPECT_EQ(verify({body}), verified);
         }
     }
 }
@@ -262,7 +279,7 @@ TEST_F(ChainVerify, RefusesEverythingWithoutBothRoots)
 TEST_F(ChainVerify, OpensTheRootsCloseOnExecAndClosesThem)
 {
     const std::size_t before = openDescriptors();
-    EXPECT_EQ(verify({production.issue({}).body()}), 1);
+    EXPECT_EQ(verify({production.issue({}).body()}), verified);
     EXPECT_EQ(openDescriptors(), before);
     const std::vector<Opening> openings = files.openings();
     ASSERT_EQ(openings.size(), 2U);
@@ -281,7 +298,7 @@ TEST_F(ChainVerify, AsksForNoPassPhraseOfAnEncryptedRoot)
     pem.insert(pem.find('\n') + 1, "Proc-Type: 4,ENCRYPTED\n"
                                    "DEK-Info: AES-128-CBC,000102030405060708090A0B0C0D0E0F\n\n");
     files.put(productionPath, pem);
-    EXPECT_EQ(verify({production.issue({}).body()}), 0);
+    EXPECT_EQ(verify({production.issue({}).body()}), withoutRoot);
     for (const Opening& opening : files.openings())
     {
         EXPECT_NE(opening.path, "/dev/tty");
@@ -290,13 +307,13 @@ TEST_F(ChainVerify, AsksForNoPassPhraseOfAnEncryptedRoot)
 
 TEST_F(ChainVerify, ReportsAMissingChain)
 {
-    EXPECT_EQ(chainVerify(nullptr), -1);
-    EXPECT_EQ(chainVerify(certificateRecord({}).get()), -1);
+    EXPECT_EQ(judge(nullptr), missing);
+    EXPECT_EQ(judge(certificateRecord({}).get()), missing);
 
     PayloadPtr other = certificateRecord({production.issue({}).body()});
-    EXPECT_EQ(chainVerify(other.get()), 1);
+    EXPECT_EQ(judge(other.get()), verified);
     other.get()->name[0] = 'X';
-    EXPECT_EQ(chainVerify(other.get()), -1);
+    EXPECT_EQ(judge(other.get()), missing);
 }
 
 TEST_F(ChainVerify, LooksForTheChainUpToAParameterWithoutValueArray)
@@ -308,16 +325,16 @@ TEST_F(ChainVerify, LooksForTheChainUpToAParameterWithoutValueArray)
     std::string x5c = "x5c";
     std::string kty = "kty";
     std::vector<HandshakePayload> record{{kty.data(), garbage}, {x5c.data(), chain}, {}};
-    EXPECT_EQ(chainVerify(record.data()), 1);
+    EXPECT_EQ(judge(record.data()), verified);
     record[0].values = none;
-    EXPECT_EQ(chainVerify(record.data()), 1);
+    EXPECT_EQ(judge(record.data()), verified);
     record[0].values = nullptr;
-    EXPECT_EQ(chainVerify(record.data()), -1);
+    EXPECT_EQ(judge(record.data()), missing);
     // The first "x5c" decides, whatever it holds.
     record[0] = {x5c.data(), none};
-    EXPECT_EQ(chainVerify(record.data()), -1);
+    EXPECT_EQ(judge(record.data()), missing);
     record[0] = {x5c.data(), garbage};
-    EXPECT_EQ(chainVerify(record.data()), -1);
+    EXPECT_EQ(judge(record.data()), unreadable);
 }
 
 TEST_F(ChainVerify, ReportsCertificatesThatCannotBeRead)
@@ -327,22 +344,83 @@ TEST_F(ChainVerify, ReportsCertificatesThatCannotBeRead)
                                    good.substr(0, good.size() / 2), std::string(100000, 'A')})
     {
         SCOPED_TRACE(bad.substr(0, 20));
-        EXPECT_EQ(verify({bad}), -1);
-        EXPECT_EQ(verify({good, bad}), -1);
-        EXPECT_EQ(verify({"", bad, good}), -1);
-        EXPECT_EQ(verify({bad, good, good}), 1);
+        EXPECT_EQ(verify({bad}), unreadable);
+        EXPECT_EQ(verify({good, bad}), unreadable);
+        EXPECT_EQ(verify({"", bad, good}), unreadable);
+        EXPECT_EQ(verify({bad, good, good}), verified);
     }
+}
+
+TEST_F(ChainVerify, NamesTheRootThatIsMissingAndWhy)
+{
+    const auto expect = [&](const char* path, const char* saw, const char* wanted) {
+        EXPECT_EQ(verify({production.body()}), withoutRoot);
+        EXPECT_TRUE(std::string{path}.ends_with(lastRefusal().subject)) << lastRefusal().subject;
+        EXPECT_STREQ(lastRefusal().saw, saw);
+        EXPECT_STREQ(lastRefusal().wanted, wanted);
+    };
+    files.put(developmentPath, "not PEM");
+    expect(developmentPath, "", "a certificate in PEM");
+    files.fail(developmentPath, EACCES);
+    expect(developmentPath, "Permission denied", "");
+    files.fail(productionPath, ENOENT);
+    expect(productionPath, "No such file or directory", "");
+}
+
+TEST_F(ChainVerify, TellsWhereAnUntrustedChainEndsAndWhy)
+{
+    const auto expect = [](std::initializer_list<std::string> bodies, int index, const char* saw) {
+        EXPECT_EQ(verify(bodies), untrusted);
+        EXPECT_EQ(lastRefusal().index, index);
+        EXPECT_STREQ(lastRefusal().saw, saw);
+    };
+    constexpr const char* noIssuer = "unable to get local issuer certificate";
+    const Identity foreign = Identity::root("foreign root");
+    const Identity first = foreign.issueAuthority("first");
+    const Identity second = first.issueAuthority("second");
+    const std::string device = second.issue({}).body();
+    expect({Identity::selfSigned({}).body()}, 0, "self-signed certificate");
+    expect({foreign.issue({}).body()}, 0, noIssuer);
+    expect({"", device}, 1, noIssuer);
+    expect({"", second.body(), device}, 1, noIssuer);
+    expect({"", first.body(), second.body(), device}, 1, noIssuer);
+    expect({"", second.body(), first.body(), device}, 2, noIssuer);
+    expect({"", second.body(), first.body(), foreign.body(), device}, 3,
+           "self-signed certificate in certificate chain");
+    CertificatePlan plan;
+    plan.commonName = "short-lived";
+    plan.authority = true;
+    plan.notAfter = "20300101000000Z";
+    const Identity expired = production.issue(plan);
+    expect({"", first.body(), expired.body(), expired.issue({}).body()}, 2,
+           "certificate has expired");
+    // Of a root there is no place.
+    const Identity root = Identity::selfSigned(plan);
+    files.put(productionPath, root.pem());
+    expect({root.issue({}).body()}, -1, "certificate has expired");
+}
+
+TEST_F(ChainVerify, TellsWhichCertificateCannotBeRead)
+{
+    const std::string good = production.issue({}).body();
+    EXPECT_EQ(verify({good, good, "AAAA", good}), unreadable);
+    EXPECT_EQ(lastRefusal().index, 2);
+    EXPECT_EQ(verify({good, good, "AAAA"}), unreadable);
+    EXPECT_EQ(lastRefusal().index, 2);
+    EXPECT_EQ(verify({}), missing);
+    EXPECT_EQ(lastRefusal().index, -1);
+    EXPECT_STREQ(lastRefusal().subject, "x5c");
 }
 
 TEST_F(ChainVerify, LeavesTheErrorQueueAndErrnoAlone)
 {
     ERR_clear_error();
     errno = 1234;
-    EXPECT_EQ(verify({Identity::selfSigned({}).body()}), 0);
+    EXPECT_EQ(verify({Identity::selfSigned({}).body()}), untrusted);
     EXPECT_EQ(errno, 1234);
-    EXPECT_EQ(verify({"garbage"}), -1);
+    EXPECT_EQ(verify({"garbage"}), unreadable);
     files.fail(productionPath, ENOENT);
-    EXPECT_EQ(verify({"garbage"}), 0);
+    EXPECT_EQ(verify({"garbage"}), withoutRoot);
     EXPECT_EQ(errno, 1234);
     EXPECT_EQ(ERR_peek_error(), 0U);
 }
@@ -354,8 +432,8 @@ TEST_F(ChainVerify, VerifiesNothingWhenMemoryRunsOut)
         certificateRecord({"", intermediate.body(), intermediate.issue({}).body()});
     const PayloadPtr bad = certificateRecord({Identity::selfSigned({}).body()});
     // Once, so that what libcrypto loads on first use is there.
-    EXPECT_EQ(chainVerify(good.get()), 1);
-    EXPECT_EQ(chainVerify(bad.get()), 0);
+    EXPECT_EQ(judge(good.get()), verified);
+    EXPECT_EQ(judge(bad.get()), untrusted);
     for (unsigned int nth = 1; nth < 40; ++nth)
     {
         FailAllocation exhausted{nth, FailAllocation::fromThenOn};
@@ -379,10 +457,10 @@ TEST(ValidateKestRootCert, NeverAccepts)
     files.put(productionPath, root.pem());
     files.put(developmentPath, root.pem());
     const PayloadPtr record = certificateRecord({root.body()});
-    EXPECT_EQ(chainVerify(record.get()), 1);
-    EXPECT_EQ(validateKestRootCert(record.get()), 0);
-    EXPECT_EQ(validateKestRootCert(certificateRecord({}).get()), 0);
-    EXPECT_EQ(validateKestRootCert(nullptr), 0);
+    EXPECT_EQ(judge(record.get()), verified);
+    EXPECT_REFUSED("chain.unsupported", validateKestRootCert(record.get()));
+    EXPECT_REFUSED("chain.unsupported", validateKestRootCert(certificateRecord({}).get()));
+    EXPECT_REFUSED("chain.unsupported", validateKestRootCert(nullptr));
 }
 
 } // namespace

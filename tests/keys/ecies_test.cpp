@@ -2,6 +2,7 @@
 #include "support/certificates.hpp"
 #include "support/fake_device.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 #include "support/vectors.hpp"
 
 #include <bmcoauth/ecies.h>
@@ -238,6 +239,21 @@ private:
     }
 };
 
+/** The rule by which an envelope is neither sealed nor opened. */
+template <typename Attempt>
+std::string ruleOf(const Attempt& attempt)
+{
+    return support::ruleOf([&] { return attempt.run().has_value(); });
+}
+
+/** The rule, and the argument that it concerns. */
+template <typename Attempt>
+std::string reasonOf(const Attempt& attempt)
+{
+    const std::string rule = ruleOf(attempt);
+    return rule + " " + support::lastRefusal().subject;
+}
+
 /** What an envelope is, done with OpenSSL directly. */
 namespace reference
 {
@@ -425,7 +441,7 @@ TEST(EciesEncrypt, TakesAnIvOf32CharactersOnly)
     {
         SCOPED_TRACE(iv);
         sealing.iv = iv;
-        EXPECT_FALSE(sealing.run());
+        EXPECT_EQ(reasonOf(sealing), "envelope.iv iv");
     }
 }
 
@@ -445,11 +461,11 @@ TEST(EciesEncrypt, DoesWithoutAnIvOnMarkedDevicesOnly)
     const support::FakeRandom device{deviceBytes};
     Sealing sealing;
     sealing.iv = nullptr;
-    EXPECT_FALSE(sealing.run());
+    EXPECT_EQ(reasonOf(sealing), "envelope.iv iv");
     const support::MarkerFile marker;
     EXPECT_EQ(sealing.run(), envelopeWithZeroIv);
     sealing.iv = "00";
-    EXPECT_FALSE(sealing.run());
+    EXPECT_EQ(reasonOf(sealing), "envelope.iv iv");
 }
 
 TEST(EciesEncrypt, RefusesMissingArguments)
@@ -460,15 +476,16 @@ TEST(EciesEncrypt, RefusesMissingArguments)
     char* mac = nullptr;
     const unsigned char* der = bytesOf(sealing.own.der);
     const int length = static_cast<int>(sealing.own.der.size());
-    EXPECT_EQ(ecies_encrypt(nullptr, 3, &peer, &mac, der, length, someIv), nullptr);
-    EXPECT_EQ(ecies_encrypt("abc", 0, &peer, &mac, der, length, someIv), nullptr);
-    EXPECT_EQ(ecies_encrypt("abc", 3, nullptr, &mac, der, length, someIv), nullptr);
-    EXPECT_EQ(ecies_encrypt("abc", 3, &noPeer, &mac, der, length, someIv), nullptr);
-    EXPECT_EQ(ecies_encrypt("abc", 3, &peer, nullptr, der, length, someIv), nullptr);
-    EXPECT_EQ(ecies_encrypt("abc", 3, &peer, &mac, nullptr, length, someIv), nullptr);
-    EXPECT_EQ(ecies_encrypt("abc", 3, &peer, &mac, der, 0, someIv), nullptr);
-    EXPECT_EQ(ecies_encrypt("abc", 3, &peer, &mac, der, -1, someIv), nullptr);
-    EXPECT_EQ(ecies_encrypt("abc", 3, &peer, &mac, der, INT_MIN, someIv), nullptr);
+    EXPECT_REFUSED("argument.null", ecies_encrypt(nullptr, 3, &peer, &mac, der, length, someIv));
+    EXPECT_REFUSED("argument.length", ecies_encrypt("abc", 0, &peer, &mac, der, length, someIv));
+    EXPECT_REFUSED("argument.null", ecies_encrypt("abc", 3, nullptr, &mac, der, length, someIv));
+    EXPECT_REFUSED("certificate.missing",
+                   ecies_encrypt("abc", 3, &noPeer, &mac, der, length, someIv));
+    EXPECT_REFUSED("argument.null", ecies_encrypt("abc", 3, &peer, nullptr, der, length, someIv));
+    EXPECT_REFUSED("argument.null", ecies_encrypt("abc", 3, &peer, &mac, nullptr, length, someIv));
+    EXPECT_REFUSED("argument.length", ecies_encrypt("abc", 3, &peer, &mac, der, 0, someIv));
+    EXPECT_REFUSED("argument.length", ecies_encrypt("abc", 3, &peer, &mac, der, -1, someIv));
+    EXPECT_REFUSED("argument.length", ecies_encrypt("abc", 3, &peer, &mac, der, INT_MIN, someIv));
     EXPECT_EQ(mac, nullptr);
     const HeapText body{ecies_encrypt("abc", 3, &peer, &mac, der, length, someIv)};
     const HeapText macOwner{mac};
@@ -484,7 +501,7 @@ TEST(EciesEncrypt, OverwritesTheMacOnSuccessAlone)
     // Not of the heap: it could not be released.
     char before = 'x';
     char* mac = &before;
-    EXPECT_EQ(ecies_encrypt("abc", 3, &peer, &mac, der, length, "short"), nullptr);
+    EXPECT_REFUSED("envelope.iv", ecies_encrypt("abc", 3, &peer, &mac, der, length, "short"));
     EXPECT_EQ(mac, &before);
     const HeapText body{ecies_encrypt("abc", 3, &peer, &mac, der, length, someIv)};
     ASSERT_NE(mac, &before);
@@ -502,9 +519,9 @@ TEST(EciesEncrypt, RefusesALengthThatCannotBeHonoured)
     for (const unsigned int length : {UINT_MAX, UINT_MAX - 16, UINT_MAX - 48, 0x80000000U})
     {
         SCOPED_TRACE(length);
-        EXPECT_EQ(ecies_encrypt("abc", length, &peer, &mac, bytesOf(sealing.own.der),
-                                static_cast<int>(sealing.own.der.size()), someIv),
-                  nullptr);
+        EXPECT_REFUSED("envelope.length",
+                       ecies_encrypt("abc", length, &peer, &mac, bytesOf(sealing.own.der),
+                                     static_cast<int>(sealing.own.der.size()), someIv));
     }
     EXPECT_EQ(mac, nullptr);
 }
@@ -520,22 +537,28 @@ TEST(EciesEncrypt, TakesThePeersKeyFromTheFirstCertificate)
     sealing.other.record = support::certificateRecord({good, "garbage"});
     EXPECT_EQ(sealing.run(), envelopeOfAbc);
     sealing.other.record = support::certificateRecord({"garbage", good});
-    EXPECT_FALSE(sealing.run());
+    EXPECT_EQ(reasonOf(sealing), "certificate.encoding peer");
+    EXPECT_EQ(support::lastRefusal().index, 0);
     sealing.other.record = support::certificateRecord({other, good});
     const std::optional<Envelope> envelope = sealing.run();
     ASSERT_TRUE(envelope);
     EXPECT_NE(*envelope, envelopeOfAbc);
 }
 
-/** Runs @p check with a record for everything that holds no key on P-256. */
-void withEachUnusablePeer(const std::function<void(PayloadPtr)>& check)
+using PeerCheck = std::function<void(PayloadPtr, const std::string& reason)>;
+
+/** Runs @p check with a record for everything that holds no key on P-256, and with the reason for
+ *  which it is refused. */
+void withEachUnusablePeer(const PeerCheck& check)
 {
-    for (const char* group : {"secp384r1", "secp521r1", "secp256k1", "RSA"})
+    for (const auto& [group, rule] :
+         {std::pair{"secp384r1", "key.curve peer"}, std::pair{"secp521r1", "key.curve peer"},
+          std::pair{"secp256k1", "key.curve peer"}, std::pair{"RSA", "key.kind peer"}})
     {
         SCOPED_TRACE(group);
         support::CertificatePlan plan;
         plan.group = group;
-        check(support::certificateRecord({support::Identity::selfSigned(plan).body()}));
+        check(support::certificateRecord({support::Identity::selfSigned(plan).body()}), rule);
     }
     const std::string good = certificate(publicKey(responderPoint));
     for (const std::string& body :
@@ -543,28 +566,32 @@ void withEachUnusablePeer(const std::function<void(PayloadPtr)>& check)
           good.substr(0, 100), base64(publicKey(responderPoint))})
     {
         SCOPED_TRACE(body);
-        check(support::certificateRecord({body}));
+        check(support::certificateRecord({body}), "certificate.encoding peer");
     }
     std::string offCurve = responderPoint;
     offCurve.back() = static_cast<char>(offCurve.back() ^ 1);
-    for (const std::string& point :
-         {offCurve, std::string(1, '\0'), std::string{}, responderPoint.substr(0, 64),
-          '\x04' + std::string(64, '\xff'), '\x04' + std::string(64, '\0')})
+    for (const auto& [point, reason] :
+         {std::pair{offCurve, "key.point peer"}, std::pair{std::string(1, '\0'), "key.point peer"},
+          std::pair{std::string{}, "key.encoding peer"},
+          std::pair{responderPoint.substr(0, 64), "key.encoding peer"},
+          std::pair{'\x04' + std::string(64, '\xff'), "key.point peer"},
+          std::pair{'\x04' + std::string(64, '\0'), "key.point peer"}})
     {
         SCOPED_TRACE(testing::PrintToString(point));
-        check(support::certificateRecord({certificate(publicKey(point))}));
+        check(support::certificateRecord({certificate(publicKey(point))}), reason);
     }
     SCOPED_TRACE("no such parameter");
-    check(support::PayloadPtr{parse_handshake_payload(R"({"kty":"EC","alg":"ES-256"})")});
+    check(support::PayloadPtr{parse_handshake_payload(R"({"kty":"EC","alg":"ES-256"})")},
+          "certificate.missing x5c");
 }
 
 TEST(EciesEncrypt, RefusesAPeerWithoutAKeyOnTheCurve)
 {
     Sealing sealing;
     EXPECT_TRUE(sealing.run());
-    withEachUnusablePeer([&](PayloadPtr record) {
+    withEachUnusablePeer([&](PayloadPtr record, const std::string& reason) {
         sealing.other.record = std::move(record);
-        EXPECT_FALSE(sealing.run());
+        EXPECT_EQ(reasonOf(sealing), reason);
     });
 }
 
@@ -594,8 +621,11 @@ TEST(EciesEncrypt, TakesEveryFormOfALocalKeyOnTheCurve)
     }
 }
 
-/** Runs @p check with everything that is no private key on P-256. */
-void withEachUnusableKey(const std::function<void(const std::string&)>& check)
+using KeyCheck = std::function<void(const std::string& der, const std::string& reason)>;
+
+/** Runs @p check with everything that is no private key on P-256, and with the reason for which it
+ *  is refused. */
+void withEachUnusableKey(const KeyCheck& check)
 {
     // SEC 2, section 2.4.2: the order of the group.
     std::string order = fromHex("FFFFFFFF00000000FFFFFFFFFFFFFFFFBCE6FAADA7179E84F3B9CAC2FC632551");
@@ -606,17 +636,23 @@ void withEachUnusableKey(const std::function<void(const std::string&)>& check)
     wrongPoint.back() = static_cast<char>(wrongPoint.back() ^ 1);
     support::CertificatePlan plan;
     plan.group = "secp384r1";
-    for (const std::string& der :
-         {privateKey(std::string(32, '\0')), privateKey(std::string{}), privateKey(order),
-          privateKey(aboveOrder), privateKey(std::string(32, '\xff')),
-          privateKey(initiatorScalar, secp384r1),
-          support::Identity::selfSigned(plan).privateKeyDer(),
-          privateKey(initiatorScalar, prime256v1, wrongPoint), good.substr(0, good.size() - 1),
-          good.substr(1), std::string{"garbage"}, std::string(1, '\0'), sequence(""),
-          std::string(1000, '\x30')})
+    constexpr const char* range = "key.range der";
+    constexpr const char* otherCurve = "key.curve der";
+    constexpr const char* encoding = "key.encoding der";
+    for (const auto& [der, reason] :
+         {std::pair{privateKey(std::string(32, '\0')), range},
+          std::pair{privateKey(std::string{}), range}, std::pair{privateKey(order), range},
+          std::pair{privateKey(aboveOrder), range},
+          std::pair{privateKey(std::string(32, '\xff')), range},
+          std::pair{privateKey(initiatorScalar, secp384r1), otherCurve},
+          std::pair{support::Identity::selfSigned(plan).privateKeyDer(), otherCurve},
+          std::pair{privateKey(initiatorScalar, prime256v1, wrongPoint), encoding},
+          std::pair{good.substr(0, good.size() - 1), encoding}, std::pair{good.substr(1), encoding},
+          std::pair{std::string{"garbage"}, encoding}, std::pair{std::string(1, '\0'), encoding},
+          std::pair{sequence(""), encoding}, std::pair{std::string(1000, '\x30'), encoding}})
     {
         SCOPED_TRACE(testing::PrintToString(der));
-        check(der);
+        check(der, reason);
     }
 }
 
@@ -624,9 +660,9 @@ TEST(EciesEncrypt, RefusesALocalKeyThatIsNoneOnTheCurve)
 {
     Sealing sealing;
     EXPECT_TRUE(sealing.run());
-    withEachUnusableKey([&](const std::string& der) {
+    withEachUnusableKey([&](const std::string& der, const std::string& reason) {
         sealing.own.der = der;
-        EXPECT_FALSE(sealing.run());
+        EXPECT_EQ(reasonOf(sealing), reason);
     });
 }
 
@@ -644,9 +680,9 @@ TEST(EciesEncrypt, FailsWhenTheRandomDeviceFails)
 {
     support::FakeRandom device;
     device.failOpening(EACCES, {0, 1});
-    EXPECT_FALSE(Sealing{}.run());
+    EXPECT_EQ(reasonOf(Sealing{}), "random.device /dev/urandom");
     device.shortenReading(1, {0, 1});
-    EXPECT_FALSE(Sealing{}.run());
+    EXPECT_EQ(reasonOf(Sealing{}), "random.device /dev/urandom");
     EXPECT_TRUE(Sealing{}.run());
 }
 
@@ -754,7 +790,7 @@ TEST(EciesDecrypt, OpensTheLongestTextAndRefusesOneMoreBlock)
     sealing.data += 'x';
     opening.envelope = sealing.run().value_or(Envelope{});
     EXPECT_EQ(opening.envelope.body.size(), 98328U);
-    EXPECT_FALSE(opening.run());
+    EXPECT_EQ(reasonOf(opening), "base64.length ciphertext");
 }
 
 TEST(EciesDecrypt, RefusesEveryFlippedBitOfTheBody)
@@ -766,7 +802,7 @@ TEST(EciesDecrypt, RefusesEveryFlippedBitOfTheBody)
         std::string flipped = body;
         flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
         opening.envelope.body = base64(flipped);
-        EXPECT_FALSE(opening.run()) << bit;
+        EXPECT_EQ(ruleOf(opening), "envelope.mac-wrong") << bit;
     }
     opening.envelope.body = base64(body);
     EXPECT_TRUE(opening.run());
@@ -781,7 +817,7 @@ TEST(EciesDecrypt, RefusesEveryFlippedBitOfTheMac)
         std::string flipped = mac;
         flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
         opening.envelope.mac = base64(flipped);
-        EXPECT_FALSE(opening.run()) << bit;
+        EXPECT_EQ(ruleOf(opening), "envelope.mac-wrong") << bit;
     }
     opening.envelope.mac = base64(mac);
     EXPECT_TRUE(opening.run());
@@ -795,19 +831,19 @@ TEST(EciesDecrypt, RefusesAMacOfAnotherLength)
          {mac.substr(0, 31), mac.substr(0, 16), mac.substr(0, 1), mac + '\0', mac + mac})
     {
         opening.envelope.mac = base64(other);
-        EXPECT_FALSE(opening.run()) << other.size();
+        EXPECT_EQ(ruleOf(opening), "envelope.mac-wrong") << other.size();
     }
     for (const char* text : {"", "=", "*", "not Base64"})
     {
         opening.envelope.mac = text;
-        EXPECT_FALSE(opening.run()) << text;
+        EXPECT_EQ(reasonOf(opening), "base64.malformed mac") << text;
     }
     // A MAC that is given is checked on every device.
     const support::MarkerFile marker;
     opening.envelope.mac = "";
-    EXPECT_FALSE(opening.run());
+    EXPECT_EQ(reasonOf(opening), "base64.malformed mac");
     opening.envelope.mac = base64(std::string(32, '\0'));
-    EXPECT_FALSE(opening.run());
+    EXPECT_EQ(ruleOf(opening), "envelope.mac-wrong");
     opening.envelope.mac = base64(mac);
     EXPECT_TRUE(opening.run());
 }
@@ -816,7 +852,7 @@ TEST(EciesDecrypt, DoesWithoutAMacOnMarkedDevicesOnly)
 {
     Opening opening;
     opening.withMac = false;
-    EXPECT_FALSE(opening.run());
+    EXPECT_EQ(reasonOf(opening), "envelope.mac-missing mac");
     const support::MarkerFile marker;
     EXPECT_EQ(opening.run(), plaintextOfAbc());
     // Nothing protects the text then: a bit of the first block flips one of the second.
@@ -833,7 +869,7 @@ TEST(EciesDecrypt, DoesWithoutAnIvOnMarkedDevicesOnly)
     opening.iv = zeroIv;
     EXPECT_EQ(opening.run(), plaintextOfAbc());
     opening.iv = nullptr;
-    EXPECT_FALSE(opening.run());
+    EXPECT_EQ(reasonOf(opening), "envelope.iv iv");
     const support::MarkerFile marker;
     EXPECT_EQ(opening.run(), plaintextOfAbc());
 }
@@ -846,9 +882,9 @@ TEST(EciesDecrypt, TakesAnIvOf32CharactersOnly)
     {
         SCOPED_TRACE(iv);
         opening.iv = iv;
-        EXPECT_FALSE(opening.run());
+        EXPECT_EQ(reasonOf(opening), "envelope.iv iv");
         const support::MarkerFile marker;
-        EXPECT_FALSE(opening.run());
+        EXPECT_EQ(reasonOf(opening), "envelope.iv iv");
     }
     opening.iv = "000102030405060708090a0b0c0d0e0f";
     EXPECT_EQ(opening.run(), plaintextOfAbc());
@@ -867,10 +903,10 @@ TEST(EciesDecrypt, RefusesOtherKeys)
     Opening opening;
     EXPECT_TRUE(opening.run());
     opening.own.der = support::Identity::selfSigned({}).privateKeyDer();
-    EXPECT_FALSE(opening.run());
+    EXPECT_EQ(ruleOf(opening), "envelope.mac-wrong");
     opening = {};
     opening.other.record = support::certificateRecord({support::Identity::selfSigned({}).body()});
-    EXPECT_FALSE(opening.run());
+    EXPECT_EQ(ruleOf(opening), "envelope.mac-wrong");
     // Without a MAC wrong keys show by the padding alone, if at all.
     const support::MarkerFile marker;
     opening.withMac = false;
@@ -881,14 +917,14 @@ TEST(EciesDecrypt, RefusesUnusableKeys)
 {
     Opening opening;
     EXPECT_TRUE(opening.run());
-    withEachUnusablePeer([&](PayloadPtr record) {
+    withEachUnusablePeer([&](PayloadPtr record, const std::string& reason) {
         opening.other.record = std::move(record);
-        EXPECT_FALSE(opening.run());
+        EXPECT_EQ(reasonOf(opening), reason);
     });
     opening = {};
-    withEachUnusableKey([&](const std::string& der) {
+    withEachUnusableKey([&](const std::string& der, const std::string& reason) {
         opening.own.der = der;
-        EXPECT_FALSE(opening.run());
+        EXPECT_EQ(reasonOf(opening), reason);
     });
 }
 
@@ -902,12 +938,16 @@ TEST(EciesDecrypt, RefusesMissingArguments)
     const int derLength = static_cast<int>(opening.own.der.size());
     const char* body = opening.envelope.body.c_str();
     const char* mac = opening.envelope.mac.c_str();
-    EXPECT_EQ(ecies_decrypt(nullptr, &length, der, derLength, mac, &peer, someIv), nullptr);
-    EXPECT_EQ(ecies_decrypt(body, &length, nullptr, derLength, mac, &peer, someIv), nullptr);
-    EXPECT_EQ(ecies_decrypt(body, &length, der, 0, mac, &peer, someIv), nullptr);
-    EXPECT_EQ(ecies_decrypt(body, &length, der, -1, mac, &peer, someIv), nullptr);
-    EXPECT_EQ(ecies_decrypt(body, &length, der, derLength, mac, nullptr, someIv), nullptr);
-    EXPECT_EQ(ecies_decrypt(body, &length, der, derLength, mac, &noPeer, someIv), nullptr);
+    EXPECT_REFUSED("argument.null",
+                   ecies_decrypt(nullptr, &length, der, derLength, mac, &peer, someIv));
+    EXPECT_REFUSED("argument.null",
+                   ecies_decrypt(body, &length, nullptr, derLength, mac, &peer, someIv));
+    EXPECT_REFUSED("argument.length", ecies_decrypt(body, &length, der, 0, mac, &peer, someIv));
+    EXPECT_REFUSED("argument.length", ecies_decrypt(body, &length, der, -1, mac, &peer, someIv));
+    EXPECT_REFUSED("argument.null",
+                   ecies_decrypt(body, &length, der, derLength, mac, nullptr, someIv));
+    EXPECT_REFUSED("certificate.missing",
+                   ecies_decrypt(body, &length, der, derLength, mac, &noPeer, someIv));
     EXPECT_EQ(length, 777777U);
     const HeapText text{ecies_decrypt(body, &length, der, derLength, mac, &peer, someIv)};
     EXPECT_NE(text, nullptr);
@@ -922,7 +962,9 @@ TEST(EciesDecrypt, RefusesACiphertextThatIsNotBase64)
           std::string(98305, 'A'), std::string(5'000'000, 'A'), std::string(3000, '\n')})
     {
         opening.envelope.body = text;
-        EXPECT_FALSE(opening.run()) << text.substr(0, 20);
+        EXPECT_EQ(reasonOf(opening),
+                  text.size() > 98304 ? "base64.length ciphertext" : "base64.malformed ciphertext")
+            << text.substr(0, 20);
     }
 }
 
@@ -932,7 +974,9 @@ TEST(EciesDecrypt, RefusesACiphertextThatIsNotPaddedBlocks)
     for (const std::string& body :
          {std::string(1, 'x'), std::string(15, 'x'), std::string(17, 'x')})
     {
-        EXPECT_FALSE(opened(reference::envelopeOf(sharedKeys, body))) << body.size();
+        EXPECT_REFUSED("envelope.padding",
+                       opened(reference::envelopeOf(sharedKeys, body)).has_value())
+            << body.size();
     }
     // The MAC is right each time, so that it is the padding that is refused.
     const auto padded = [](const std::string& bytes) {
@@ -941,10 +985,11 @@ TEST(EciesDecrypt, RefusesACiphertextThatIsNotPaddedBlocks)
     };
     EXPECT_EQ(opened(padded("fifteen letters\x01")), "fifteen letters");
     EXPECT_EQ(opened(padded(block + std::string(16, '\x10'))), block);
-    EXPECT_FALSE(opened(padded(block)));
-    EXPECT_FALSE(opened(padded(std::string("fifteen letters") + '\0')));
-    EXPECT_FALSE(opened(padded("fifteen letters\x02")));
-    EXPECT_FALSE(opened(padded("fifteen letters\x11")));
+    EXPECT_REFUSED("envelope.padding", opened(padded(block)).has_value());
+    EXPECT_REFUSED("envelope.padding",
+                   opened(padded(std::string("fifteen letters") + '\0')).has_value());
+    EXPECT_REFUSED("envelope.padding", opened(padded("fifteen letters\x02")).has_value());
+    EXPECT_REFUSED("envelope.padding", opened(padded("fifteen letters\x11")).has_value());
 }
 
 TEST(EciesDecrypt, DoesNotCountOneZeroByteAtTheEnd)
@@ -964,7 +1009,7 @@ TEST(EciesDecrypt, RefusesZeroBytesInATextWhoseLengthIsAskedFor)
         SCOPED_TRACE(testing::PrintToString(text));
         Opening opening;
         opening.envelope = around(text);
-        EXPECT_FALSE(opening.run());
+        EXPECT_EQ(ruleOf(opening), "envelope.text");
         EXPECT_EQ(opening.runWithoutLength(text.size() + 1), text + '\0');
     }
 }
@@ -996,6 +1041,24 @@ TEST(EciesDecrypt, GivesNothingOrTheTextWhicheverAllocationFails)
     EXPECT_GT(failures, 20);
 }
 
+// What an envelope is sealed with, its MAC and its text stay out of the log.
+TEST(EciesDecrypt, ShowsNothingOfWhatItRefuses)
+{
+    const auto shown = [] {
+        return std::string{support::lastRefusal().saw} + support::lastRefusal().wanted;
+    };
+    Opening opening;
+    opening.envelope.mac = base64(std::string(32, 'm'));
+    EXPECT_EQ(ruleOf(opening), "envelope.mac-wrong");
+    EXPECT_EQ(shown(), "");
+    opening.envelope.mac = "c2VjcmV0*";
+    EXPECT_EQ(ruleOf(opening), "base64.malformed");
+    EXPECT_EQ(shown(), "");
+    opening.envelope = around(std::string{"te\0xt", 5});
+    EXPECT_EQ(ruleOf(opening), "envelope.text");
+    EXPECT_EQ(shown(), "");
+}
+
 TEST(Ecies, LeavesErrnoAndTheErrorQueueAsTheyWere)
 {
     Sealing sealing;
@@ -1004,14 +1067,14 @@ TEST(Ecies, LeavesErrnoAndTheErrorQueueAsTheyWere)
     opening.envelope = reference::envelopeOf(sharedKeys, std::string(17, 'x'));
     ERR_clear_error();
     errno = EDOM;
-    EXPECT_FALSE(sealing.run());
-    EXPECT_FALSE(opening.run());
+    EXPECT_EQ(ruleOf(sealing), "key.encoding");
+    EXPECT_EQ(ruleOf(opening), "envelope.padding");
     EXPECT_EQ(errno, EDOM);
     EXPECT_EQ(ERR_peek_error(), 0U);
     ERR_raise(ERR_LIB_USER, 42);
     const unsigned long before = ERR_peek_last_error();
-    EXPECT_FALSE(sealing.run());
-    EXPECT_FALSE(opening.run());
+    EXPECT_EQ(ruleOf(sealing), "key.encoding");
+    EXPECT_EQ(ruleOf(opening), "envelope.padding");
     EXPECT_EQ(ERR_peek_last_error(), before);
     EXPECT_EQ(ERR_get_error(), before);
     EXPECT_EQ(ERR_get_error(), 0U);
@@ -1034,6 +1097,7 @@ TEST(EciesDecrypt, AgreesWithWycheproof)
         support::vectors("wycheproof/ecdh_secp256r1_test.json")["testGroups"][0]["tests"];
     int valid = 0;
     int refused = 0;
+    std::set<std::string> rules;
     for (const Json::Value& vector : document)
     {
         SCOPED_TRACE("tcId " + vector["tcId"].asString() + ", " + vector["comment"].asString());
@@ -1054,6 +1118,7 @@ TEST(EciesDecrypt, AgreesWithWycheproof)
                  vector["comment"] != "cofactor = n")
         {
             EXPECT_FALSE(text);
+            rules.insert(ruleOf(opening));
             ++refused;
         }
         else if (text)
@@ -1063,6 +1128,7 @@ TEST(EciesDecrypt, AgreesWithWycheproof)
     }
     EXPECT_EQ(valid, 330);
     EXPECT_EQ(refused, 50);
+    EXPECT_EQ(rules, (std::set<std::string>{"key.curve", "key.encoding", "key.point"}));
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "support/fake_device.hpp"
 #include "support/machine.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -84,15 +85,19 @@ const unsigned char* bytes(const char* text)
     return reinterpret_cast<const unsigned char*>(text);
 }
 
-/** decode_dfs_jwk with the length it stored, or "null" with the length untouched. */
+/** decode_dfs_jwk with the length it stored, or its rule with the length untouched. */
 std::string decoded(jwk* record)
 {
     int length = -7;
-    const HeapBytes data{decode_dfs_jwk(record, &length)};
+    HeapBytes data;
+    const std::string rule = ruleOf([&] {
+        data.reset(decode_dfs_jwk(record, &length));
+        return data.get();
+    });
     if (!data)
     {
         EXPECT_EQ(length, -7);
-        return "null";
+        return rule;
     }
     EXPECT_EQ(data.get()[length], 0);
     return {reinterpret_cast<const char*>(data.get()), static_cast<std::size_t>(length)};
@@ -128,9 +133,9 @@ TEST(EncodeCertJwk, GivesNullWithoutTypeMemberOrData)
 {
     const KeyRecord whole{encode_cert_jwk("EC", nullptr, "x5c", bytes("abc"), 3)};
     EXPECT_NE(whole, nullptr);
-    EXPECT_EQ(encode_cert_jwk(nullptr, nullptr, "x5c", bytes("abc"), 3), nullptr);
-    EXPECT_EQ(encode_cert_jwk("EC", nullptr, nullptr, bytes("abc"), 3), nullptr);
-    EXPECT_EQ(encode_cert_jwk("EC", nullptr, "x5c", nullptr, 3), nullptr);
+    EXPECT_REFUSED("argument.null", encode_cert_jwk(nullptr, nullptr, "x5c", bytes("abc"), 3));
+    EXPECT_REFUSED("argument.null", encode_cert_jwk("EC", nullptr, nullptr, bytes("abc"), 3));
+    EXPECT_REFUSED("argument.null", encode_cert_jwk("EC", nullptr, "x5c", nullptr, 3));
 }
 
 TEST(EncodeCertJwk, ChecksItsArgumentsBeforeItAllocates)
@@ -143,16 +148,19 @@ TEST(EncodeCertJwk, ChecksItsArgumentsBeforeItAllocates)
 
 TEST(EncodeCertJwk, GivesNullForANegativeLength)
 {
-    EXPECT_EQ(encode_cert_jwk("EC", nullptr, "x5c", bytes("abc"), -1), nullptr);
-    EXPECT_EQ(encode_cert_jwk("EC", nullptr, "x5c", bytes("abc"), -2147483647 - 1), nullptr);
+    EXPECT_REFUSED("argument.length", encode_cert_jwk("EC", nullptr, "x5c", bytes("abc"), -1));
+    EXPECT_REFUSED("argument.length",
+                   encode_cert_jwk("EC", nullptr, "x5c", bytes("abc"), -2147483647 - 1));
 }
 
 TEST(EncodeCertJwk, GivesNullWhenTheDataCannotBeEncoded)
 {
+    plantRefusal();
     FailAllocation failure{1};
     jwk* const record = encode_cert_jwk("EC", "id", "x5c", bytes("abc"), 3);
     ASSERT_TRUE(failure.reached());
     EXPECT_EQ(record, nullptr);
+    EXPECT_EQ(lastRule(), "memory.exhausted");
 }
 
 TEST(EncodeCertJwk, EndsTheProcessWhenThereIsNoMemoryForTheKey)
@@ -182,7 +190,8 @@ TEST(EncodeDfsJwk, IsAKeyOfTypeDfs)
 
 TEST(EncodeDfsJwk, GivesNullWithoutData)
 {
-    EXPECT_EQ(encode_dfs_jwk(nullptr, 3), nullptr);
+    EXPECT_REFUSED("argument.null", encode_dfs_jwk(nullptr, 3));
+    EXPECT_REFUSED("argument.length", encode_dfs_jwk(bytes("abc"), -1));
 }
 
 TEST(DecodeDfsJwk, GivesTheBytesBack)
@@ -214,16 +223,16 @@ TEST(DecodeDfsJwk, DoesWithoutAType)
 
 TEST(DecodeDfsJwk, RefusesAnotherType)
 {
-    EXPECT_EQ(decoded(LiteralKey{{"kty", "EC"}, {"dfs", "YWJj"}}), "null");
-    EXPECT_EQ(decoded(LiteralKey{{"kty", "dfs"}, {"dfs", "YWJj"}}), "null");
-    EXPECT_EQ(decoded(LiteralKey{{"kty", "DFSX"}, {"dfs", "YWJj"}}), "null");
-    EXPECT_EQ(decoded(LiteralKey{{"kty", nullptr}, {"dfs", "YWJj"}}), "null");
-    EXPECT_EQ(decoded(LiteralKey{{"dfs", "YWJj"}, {"kty", "EC"}}), "null");
+    EXPECT_EQ(decoded(LiteralKey{{"kty", "EC"}, {"dfs", "YWJj"}}), "jwk.kind");
+    EXPECT_EQ(decoded(LiteralKey{{"kty", "dfs"}, {"dfs", "YWJj"}}), "jwk.kind");
+    EXPECT_EQ(decoded(LiteralKey{{"kty", "DFSX"}, {"dfs", "YWJj"}}), "jwk.kind");
+    EXPECT_EQ(decoded(LiteralKey{{"kty", nullptr}, {"dfs", "YWJj"}}), "jwk.kind");
+    EXPECT_EQ(decoded(LiteralKey{{"dfs", "YWJj"}, {"kty", "EC"}}), "jwk.kind");
 }
 
 TEST(DecodeDfsJwk, LooksAtTwoPairsOnly)
 {
-    EXPECT_EQ(decoded(LiteralKey{{"kty", "DFS"}, {"kid", "x"}, {"dfs", "YWJj"}}), "null");
+    EXPECT_EQ(decoded(LiteralKey{{"kty", "DFS"}, {"kid", "x"}, {"dfs", "YWJj"}}), "jwk.member");
     // What comes third is not looked at, whatever it is.
     EXPECT_EQ(decoded(LiteralKey{{"kid", "x"}, {"dfs", "YWJj"}, {"kty", "EC"}}), "abc");
 }
@@ -231,8 +240,8 @@ TEST(DecodeDfsJwk, LooksAtTwoPairsOnly)
 TEST(DecodeDfsJwk, TakesTheLaterOfTwoSuchPairs)
 {
     EXPECT_EQ(decoded(LiteralKey{{"dfs", "YWJj"}, {"dfs", "ZGVm"}}), "def");
-    EXPECT_EQ(decoded(LiteralKey{{"dfs", "YWJj"}, {"dfs", nullptr}}), "null");
-    EXPECT_EQ(decoded(LiteralKey{{"dfs", nullptr}, {"dfs", "YWJj"}}), "null");
+    EXPECT_EQ(decoded(LiteralKey{{"dfs", "YWJj"}, {"dfs", nullptr}}), "jwk.member");
+    EXPECT_EQ(decoded(LiteralKey{{"dfs", nullptr}, {"dfs", "YWJj"}}), "jwk.member");
 }
 
 TEST(DecodeDfsJwk, NeedsNoEndAfterTwoPairs)
@@ -244,19 +253,22 @@ TEST(DecodeDfsJwk, NeedsNoEndAfterTwoPairs)
 
 TEST(DecodeDfsJwk, RefusesWhatHoldsNoBase64)
 {
-    EXPECT_EQ(decoded(LiteralKey{{"kty", "DFS"}, {"dfs", ""}}), "null");
-    EXPECT_EQ(decoded(LiteralKey{{"kty", "DFS"}, {"dfs", "!!!!"}}), "null");
-    EXPECT_EQ(decoded(LiteralKey{{"kty", "DFS"}, {"dfs", nullptr}}), "null");
-    EXPECT_EQ(decoded(LiteralKey{{"kty", "DFS"}}), "null");
-    EXPECT_EQ(decoded(LiteralKey{}), "null");
-    EXPECT_EQ(decoded(nullptr), "null");
+    EXPECT_EQ(decoded(LiteralKey{{"kty", "DFS"}, {"dfs", ""}}), "base64.malformed");
+    EXPECT_STREQ(lastRefusal().subject, "dfs");
+    EXPECT_EQ(decoded(LiteralKey{{"kty", "DFS"}, {"dfs", "!!!!"}}), "base64.malformed");
+    EXPECT_STREQ(lastRefusal().saw, "") << "it is kept as a secret";
+    EXPECT_EQ(decoded(LiteralKey{{"kty", "DFS"}, {"dfs", nullptr}}), "jwk.member");
+    EXPECT_EQ(decoded(LiteralKey{{"kty", "DFS"}}), "jwk.member");
+    EXPECT_EQ(decoded(LiteralKey{}), "jwk.member");
+    EXPECT_STREQ(lastRefusal().subject, "dfs");
+    EXPECT_EQ(decoded(nullptr), "argument.null");
 }
 
 TEST(DecodeDfsJwk, GivesNullWithoutARoomForTheLength)
 {
     LiteralKey key{{"kty", "DFS"}, {"dfs", "YWJj"}};
     EXPECT_EQ(decoded(key), "abc");
-    EXPECT_EQ(decode_dfs_jwk(key, nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", decode_dfs_jwk(key, nullptr));
 }
 
 TEST(DecodeDfsJwk, GivesNullWhicheverAllocationFails)
@@ -294,24 +306,26 @@ TEST(JwkKeyValue, BelongsToTheRecord)
 TEST(JwkKeyValue, ComparesByteForByte)
 {
     LiteralKey key{{"kty", "EC"}};
-    EXPECT_EQ(jwk_key_value(key, "KTY"), nullptr);
-    EXPECT_EQ(jwk_key_value(key, "kt"), nullptr);
-    EXPECT_EQ(jwk_key_value(key, "ktyx"), nullptr);
-    EXPECT_EQ(jwk_key_value(key, ""), nullptr);
+    EXPECT_REFUSED("jwk.member", jwk_key_value(key, "KTY"));
+    EXPECT_REFUSED("jwk.member", jwk_key_value(key, "kt"));
+    EXPECT_REFUSED("jwk.member", jwk_key_value(key, "ktyx"));
+    EXPECT_REFUSED("jwk.member", jwk_key_value(key, ""));
 }
 
 TEST(JwkKeyValue, SeesPairsBehindOneWithoutValue)
 {
     LiteralKey key{{"n", nullptr}, {"x", "1"}};
-    EXPECT_EQ(jwk_key_value(key, "n"), nullptr);
+    EXPECT_REFUSED("jwk.member", jwk_key_value(key, "n"));
     EXPECT_STREQ(jwk_key_value(key, "x"), "1");
 }
 
 TEST(JwkKeyValue, GivesNullWithoutRecordOrKey)
 {
     LiteralKey key{{"kty", "EC"}};
-    EXPECT_EQ(jwk_key_value(nullptr, "kty"), nullptr);
-    EXPECT_EQ(jwk_key_value(key, nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", jwk_key_value(nullptr, "kty"));
+    EXPECT_REFUSED("argument.null", jwk_key_value(key, nullptr));
+    EXPECT_REFUSED("jwk.member", jwk_key_value(key, "crv"));
+    EXPECT_STREQ(lastRefusal().subject, "crv");
 }
 
 TEST(FreeJwk, LeavesNullBehind)
@@ -385,16 +399,18 @@ TEST(SetJwkList, RefusesAListWithAnEmptyKey)
     const KeyList copy{set_jwk_list(two.data())};
     EXPECT_NE(copy, nullptr);
     two[1] = empty;
-    EXPECT_EQ(set_jwk_list(two.data()), nullptr);
+    EXPECT_REFUSED("jwk.empty", set_jwk_list(two.data()));
+    EXPECT_EQ(lastRefusal().index, 1);
     two[1] = valueless;
-    EXPECT_EQ(set_jwk_list(two.data()), nullptr);
+    EXPECT_REFUSED("jwk.empty", set_jwk_list(two.data()));
+    EXPECT_EQ(lastRefusal().index, 1);
 }
 
 TEST(SetJwkList, GivesNullForNoKeys)
 {
     jwk* end = nullptr;
-    EXPECT_EQ(set_jwk_list(nullptr), nullptr);
-    EXPECT_EQ(set_jwk_list(&end), nullptr);
+    EXPECT_REFUSED("argument.null", set_jwk_list(nullptr));
+    EXPECT_REFUSED("document.empty", set_jwk_list(&end));
 }
 
 TEST(SetJwkList, GivesNullWhicheverAllocationFails)
@@ -494,15 +510,17 @@ TEST(SetJwkCerts, RefusesAListWithAnEmptyKey)
     for (LiteralCertificateKey* key : {&bare, &valueless, &arrayless})
     {
         list[1] = key->get();
-        EXPECT_EQ(set_jwk_certs(list.data()), nullptr);
+        EXPECT_REFUSED(key == &valueless ? "document.parameter-missing" : "document.empty",
+                       set_jwk_certs(list.data()));
+        EXPECT_EQ(lastRefusal().index, 1);
     }
 }
 
 TEST(SetJwkCerts, GivesNullForNoKeys)
 {
     HandshakePayload* end = nullptr;
-    EXPECT_EQ(set_jwk_certs(nullptr), nullptr);
-    EXPECT_EQ(set_jwk_certs(&end), nullptr);
+    EXPECT_REFUSED("argument.null", set_jwk_certs(nullptr));
+    EXPECT_REFUSED("document.empty", set_jwk_certs(&end));
 }
 
 TEST(SetJwkCerts, GivesNullWhicheverAllocationFails)

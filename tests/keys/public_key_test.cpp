@@ -4,6 +4,7 @@
 #include "support/hostile.hpp"
 #include "support/machine.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -16,7 +17,9 @@
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <string>
 #include <utility>
@@ -101,9 +104,15 @@ gwIDAQAB
 -----END PUBLIC KEY-----
 )";
 
+/** The PEM text; the rule and its subject where there is none. */
 std::string ecPem(const char* x, const char* y, const char* curve)
 {
-    return orNull(HeapText{createEcPublicKey(x, y, curve)}.get());
+    HeapText pem;
+    const std::string rule = ruleOf([&] {
+        pem.reset(createEcPublicKey(x, y, curve));
+        return pem.get();
+    });
+    return pem ? pem.get() : rule + " " + lastRefusal().subject;
 }
 
 std::string ecPem(const std::string& x, const std::string& y, const char* curve = nullptr)
@@ -113,7 +122,12 @@ std::string ecPem(const std::string& x, const std::string& y, const char* curve 
 
 std::string rsaKeyPem(const char* n, const char* e)
 {
-    return orNull(HeapText{createRsaPublicKey(n, e)}.get());
+    HeapText pem;
+    const std::string rule = ruleOf([&] {
+        pem.reset(createRsaPublicKey(n, e));
+        return pem.get();
+    });
+    return pem ? pem.get() : rule + " " + lastRefusal().subject;
 }
 
 /** Coordinates as bytes, of the size of the curve's field, and the PEM text that OpenSSL writes. */
@@ -153,6 +167,13 @@ std::pair<int, std::string> appended(const std::string& text)
     return {result, orNull(document)};
 }
 
+/** The rule by which appendPublicKey refuses @p text, and its subject. */
+std::string refusalOf(const std::string& text)
+{
+    const std::string rule = ruleOf([&] { return appended(text).first; });
+    return rule + " " + lastRefusal().subject;
+}
+
 std::vector<std::pair<std::string, std::string>> parsed(const std::string& text)
 {
     std::vector<std::pair<std::string, std::string>> pairs;
@@ -165,6 +186,8 @@ std::vector<std::pair<std::string, std::string>> parsed(const std::string& text)
 }
 
 using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+constexpr const char* offCurve = "jwk.point crv";
 
 TEST(CreateEcPublicKey, WritesThePublishedKeys)
 {
@@ -210,9 +233,13 @@ TEST(CreateEcPublicKey, TakesEveryOtherNameForP256)
 TEST(CreateEcPublicKey, RefusesAPointOfAnotherCurve)
 {
     const EcKey key = openSslKey("secp384r1");
-    EXPECT_EQ(ecPem(base64Url(key.x), base64Url(key.y), "P-256"), "(null)");
-    EXPECT_EQ(ecPem(base64Url(key.x), base64Url(key.y), "P-521"), "(null)");
-    EXPECT_EQ(ecPem(p256.x, p256.y, "P-384"), "(null)");
+    EXPECT_EQ(ecPem(base64Url(key.x), base64Url(key.y), "P-256"), offCurve);
+    EXPECT_EQ(ecPem(base64Url(key.x), base64Url(key.y), "P-521"), offCurve);
+    EXPECT_EQ(ecPem(p256.x, p256.y, "P-384"), offCurve);
+    // A name that is not known stands for P-256, which the reason must say.
+    EXPECT_EQ(ecPem(base64Url(key.x), base64Url(key.y), "secp384r1"), offCurve);
+    EXPECT_STREQ(lastRefusal().saw, "secp384r1");
+    EXPECT_STREQ(lastRefusal().wanted, "P-256");
 }
 
 TEST(CreateEcPublicKey, RefusesAPointOffTheCurve)
@@ -220,14 +247,14 @@ TEST(CreateEcPublicKey, RefusesAPointOffTheCurve)
     const EcKey key = openSslKey("prime256v1");
     std::string x = key.x;
     x[16] ^= 1;
-    EXPECT_EQ(ecPem(base64Url(x), base64Url(key.y)), "(null)");
+    EXPECT_EQ(ecPem(base64Url(x), base64Url(key.y)), offCurve);
     std::string y = key.y;
     y[31] ^= 1;
-    EXPECT_EQ(ecPem(base64Url(key.x), base64Url(y)), "(null)");
-    EXPECT_EQ(ecPem(base64Url(key.y), base64Url(key.x)), "(null)");
-    EXPECT_EQ(ecPem(base64Url(std::string(32, '\0')), base64Url(std::string(32, '\0'))), "(null)");
+    EXPECT_EQ(ecPem(base64Url(key.x), base64Url(y)), offCurve);
+    EXPECT_EQ(ecPem(base64Url(key.y), base64Url(key.x)), offCurve);
+    EXPECT_EQ(ecPem(base64Url(std::string(32, '\0')), base64Url(std::string(32, '\0'))), offCurve);
     EXPECT_EQ(ecPem(base64Url(std::string(32, '\xff')), base64Url(std::string(32, '\xff'))),
-              "(null)");
+              offCurve);
     EXPECT_EQ(ecPem(base64Url(key.x), base64Url(key.y)), key.pem);
 }
 
@@ -245,17 +272,17 @@ TEST(CreateEcPublicKey, TakesCoordinatesOfAnyLengthForTheirValue)
               1);
     const std::string yText = base64Url(bytesOf(*y));
     const std::string expected = ecPem("BQ", yText.c_str(), "P-256");
-    EXPECT_NE(expected, "(null)");
+    EXPECT_NE(expected, offCurve);
     EXPECT_EQ(ecPem(base64Url(std::string(31, '\0') + '\x05'), yText), expected);
     EXPECT_EQ(ecPem(base64Url(std::string(1000, '\0') + '\x05'), yText), expected);
     EXPECT_EQ(ecPem("BQ", base64Url('\0' + bytesOf(*y)).c_str(), nullptr), expected);
-    EXPECT_EQ(ecPem(base64Url(std::string("\x05\0", 2)), yText), "(null)");
+    EXPECT_EQ(ecPem(base64Url(std::string("\x05\0", 2)), yText), offCurve);
 
     // The same point modulo the prime of the field is another number.
     ASSERT_EQ(BN_add(x.get(), x.get(), EC_GROUP_get0_field(group.get())), 1);
-    EXPECT_EQ(ecPem(base64Url(bytesOf(*x)), yText), "(null)");
+    EXPECT_EQ(ecPem(base64Url(bytesOf(*x)), yText), offCurve);
     ASSERT_EQ(BN_add(y.get(), y.get(), EC_GROUP_get0_field(group.get())), 1);
-    EXPECT_EQ(ecPem("BQ", base64Url(bytesOf(*y)).c_str(), nullptr), "(null)");
+    EXPECT_EQ(ecPem("BQ", base64Url(bytesOf(*y)).c_str(), nullptr), offCurve);
 }
 
 TEST(CreateEcPublicKey, TakesPaddedTexts)
@@ -265,19 +292,28 @@ TEST(CreateEcPublicKey, TakesPaddedTexts)
 
 TEST(CreateEcPublicKey, GivesNullForTextsThatDoNotDecode)
 {
-    EXPECT_EQ(ecPem(nullptr, p256.y, nullptr), "(null)");
-    EXPECT_EQ(ecPem(p256.x, nullptr, nullptr), "(null)");
-    EXPECT_EQ(ecPem("", p256.y, nullptr), "(null)");
-    EXPECT_EQ(ecPem(p256.x, "", nullptr), "(null)");
-    EXPECT_EQ(ecPem(p256.x, "!!!!", nullptr), "(null)");
-    EXPECT_EQ(ecPem(std::string(98304, 'A'), p256.y), "(null)");
-    EXPECT_EQ(ecPem(std::string(98304, '_'), p256.y), "(null)");
-    EXPECT_EQ(ecPem(std::string(200000, 'A'), p256.y), "(null)");
+    EXPECT_EQ(ecPem(nullptr, p256.y, nullptr), "argument.null x");
+    EXPECT_EQ(ecPem(p256.x, nullptr, nullptr), "argument.null y");
+    EXPECT_EQ(ecPem("", p256.y, nullptr), "base64.malformed x");
+    EXPECT_EQ(ecPem(p256.x, "", nullptr), "base64.malformed y");
+    EXPECT_EQ(ecPem(p256.x, "!!!!", nullptr), "base64.malformed y");
+    EXPECT_EQ(ecPem(std::string(98304, 'A'), p256.y), "jwk.point crv");
+    EXPECT_EQ(ecPem(std::string(98304, '_'), p256.y), "jwk.point crv");
+    EXPECT_EQ(ecPem(std::string(200000, 'A'), p256.y), "base64.length x");
+    const auto refusalOf = [](const std::string& text, const std::string& name) {
+        // A literal of JSON is Base64.
+        const bool digits = !text.empty() && std::ranges::all_of(text, [](unsigned char c) {
+            return std::isalnum(c) != 0;
+        });
+        return digits && text.size() < 98304 ? std::string{offCurve}
+               : text.size() > 98304         ? "base64.length " + name
+                                             : "base64.malformed " + name;
+    };
     for (const HostileText& hostile : hostileTexts())
     {
         SCOPED_TRACE(hostile.name);
-        EXPECT_EQ(ecPem(p256.x, hostile.text), "(null)");
-        EXPECT_EQ(ecPem(hostile.text, p256.y), "(null)");
+        EXPECT_EQ(ecPem(p256.x, hostile.text), refusalOf(hostile.text, "y"));
+        EXPECT_EQ(ecPem(hostile.text, p256.y), refusalOf(hostile.text, "x"));
         EXPECT_EQ(ecPem(p256.x, p256.y, hostile.text.c_str()), p256.pem);
     }
 }
@@ -305,8 +341,8 @@ TEST(CreateEcPublicKey, LeavesTheErrorQueueAndErrnoAlone)
 {
     ERR_clear_error();
     errno = 1234;
-    EXPECT_EQ(ecPem(p256.y, p256.x, nullptr), "(null)");
-    EXPECT_EQ(rsaKeyPem("!", "AQAB"), "(null)");
+    EXPECT_EQ(ecPem(p256.y, p256.x, nullptr), offCurve);
+    EXPECT_EQ(rsaKeyPem("!", "AQAB"), "base64.malformed n");
     EXPECT_EQ(ERR_peek_error(), 0U);
     EXPECT_EQ(errno, 1234);
 }
@@ -351,20 +387,21 @@ TEST(CreateRsaPublicKey, WritesWhatOpenSslWritesForOddNumbersToo)
 
 TEST(CreateRsaPublicKey, GivesNullForTextsThatDoNotDecode)
 {
-    EXPECT_EQ(rsaKeyPem(nullptr, "AQAB"), "(null)");
-    EXPECT_EQ(rsaKeyPem(rsaN, nullptr), "(null)");
-    EXPECT_EQ(rsaKeyPem("", "AQAB"), "(null)");
-    EXPECT_EQ(rsaKeyPem(rsaN, ""), "(null)");
-    EXPECT_EQ(rsaKeyPem(rsaN, "A"), "(null)");
-    EXPECT_EQ(rsaKeyPem("?", "AQAB"), "(null)");
-    EXPECT_EQ(rsaKeyPem(std::string(98305, 'A').c_str(), "AQAB"), "(null)");
+    EXPECT_EQ(rsaKeyPem(nullptr, "AQAB"), "argument.null n");
+    EXPECT_EQ(rsaKeyPem(rsaN, nullptr), "argument.null e");
+    EXPECT_EQ(rsaKeyPem("", "AQAB"), "base64.malformed n");
+    EXPECT_EQ(rsaKeyPem(rsaN, ""), "base64.malformed e");
+    EXPECT_EQ(rsaKeyPem(rsaN, "A"), "base64.malformed e");
+    EXPECT_EQ(rsaKeyPem("?", "AQAB"), "base64.malformed n");
+    EXPECT_EQ(rsaKeyPem(std::string(98305, 'A').c_str(), "AQAB"), "base64.length n");
     for (const HostileText& hostile : hostileTexts())
     {
         // "null" is Base64.
         if (hostile.text.find_first_of("[{\"\\.") != std::string::npos)
         {
             SCOPED_TRACE(hostile.name);
-            EXPECT_EQ(rsaKeyPem(rsaN, hostile.text.c_str()), "(null)");
+            EXPECT_EQ(rsaKeyPem(rsaN, hostile.text.c_str()),
+                      hostile.text.size() > 98304 ? "base64.length e" : "base64.malformed e");
         }
     }
 }
@@ -412,8 +449,8 @@ TEST(AppendPublicKey, TakesTheTypeInAnyCaseAndTheCurveByName)
     const std::string large =
         std::string{R"("kty":"EC","x":")"} + p521.x + R"(","y":")" + p521.y + "\"}";
     EXPECT_EQ(appended(R"({"crv":"P-521",)" + large).first, 1);
-    EXPECT_EQ(appended(R"({"crv":"P-256",)" + large).first, 0);
-    EXPECT_EQ(appended("{" + large).first, 0);
+    EXPECT_EQ(refusalOf(R"({"crv":"P-256",)" + large), offCurve);
+    EXPECT_EQ(refusalOf("{" + large), offCurve);
 }
 
 TEST(AppendPublicKey, ReplacesAnEarlierKey)
@@ -435,29 +472,32 @@ TEST(AppendPublicKey, LeavesATextThatIsNoSuchKey)
 {
     const std::string x = p256.x;
     const std::string y = p256.y;
-    const std::vector<std::string> refused{R"({ "kty": "oct", "k": "AAAA" })",
-                                           R"({"kty":"","x":")" + x + R"(","y":")" + y + "\"}",
-                                           R"({"kty":"E","x":")" + x + R"(","y":")" + y + "\"}",
-                                           R"({"kty":"ECX","x":")" + x + R"(","y":")" + y + "\"}",
-                                           R"({"kty":null,"x":")" + x + R"(","y":")" + y + "\"}",
-                                           R"({"kty":["EC"],"x":")" + x + R"(","y":")" + y + "\"}",
-                                           R"({"x":")" + x + R"(","y":")" + y + "\"}",
-                                           R"({"kty":"EC","x":")" + x + "\"}",
-                                           R"({"kty":"EC","y":")" + y + "\"}",
-                                           R"({"kty":"EC","x":5,"y":")" + y + "\"}",
-                                           R"({"kty":"EC","x":")" + y + R"(","y":")" + x + "\"}",
-                                           R"({"kty":"EC"})",
-                                           R"({"kty":"RSA"})",
-                                           R"({"kty":"RSA","n":"AQAB"})",
-                                           R"({"kty":"RSA","n":{},"e":"AQAB"})",
-                                           "{}",
-                                           "[]",
-                                           "not JSON",
-                                           ""};
-    for (const std::string& text : refused)
+    const std::string coordinates = R"("x":")" + x + R"(","y":")" + y + "\"}";
+    const std::vector<std::pair<std::string, std::string>> refused{
+        {R"({ "kty": "oct", "k": "AAAA" })", "jwk.kind kty"},
+        {R"({"kty":"",)" + coordinates, "jwk.kind kty"},
+        {R"({"kty":"E",)" + coordinates, "jwk.kind kty"},
+        {R"({"kty":"ECX",)" + coordinates, "jwk.kind kty"},
+        {R"({"kty":null,)" + coordinates, "jwk.kind kty"},
+        {R"({"kty":["EC"],)" + coordinates, "jwk.kind kty"},
+        {"{" + coordinates, "jwk.kind kty"},
+        {R"({"kty":"EC","x":")" + x + "\"}", "jwk.number y"},
+        {R"({"kty":"EC","y":")" + y + "\"}", "jwk.number x"},
+        {R"({"kty":"EC","x":5,"y":")" + y + "\"}", "jwk.number x"},
+        {R"({"kty":"EC","x":")" + y + R"(","y":")" + x + "\"}", offCurve},
+        {R"({"kty":"EC"})", "jwk.number x"},
+        {R"({"kty":"RSA"})", "jwk.number n"},
+        {R"({"kty":"RSA","n":"AQAB"})", "jwk.number e"},
+        {R"({"kty":"RSA","n":{},"e":"AQAB"})", "jwk.number n"},
+        {"{}", "jwk.kind kty"},
+        {"[]", "json.root "},
+        {"not JSON", "json.syntax "},
+        {"", "json.syntax "}};
+    for (const auto& [text, reason] : refused)
     {
         SCOPED_TRACE(text);
         EXPECT_EQ(appended(text), (std::pair<int, std::string>{0, text}));
+        EXPECT_EQ(refusalOf(text), reason);
     }
     EXPECT_EQ(appended(R"({"kty":"EC","x":")" + x + R"(","y":")" + y + "\"}").first, 1);
 }
@@ -480,19 +520,21 @@ TEST(AppendPublicKey, RefusesHostileTexts)
     {
         SCOPED_TRACE(hostile.name);
         EXPECT_EQ(appended(hostile.text), (std::pair<int, std::string>{0, hostile.text}));
+        EXPECT_TRUE(refusalOf(hostile.text).starts_with("json.")) << refusalOf(hostile.text);
     }
     for (const HostileText& odd : oddObjects())
     {
         SCOPED_TRACE(odd.name);
         EXPECT_EQ(appended(odd.text), (std::pair<int, std::string>{0, odd.text}));
+        EXPECT_EQ(refusalOf(odd.text), "jwk.kind kty");
     }
 }
 
 TEST(AppendPublicKey, GivesZeroForNull)
 {
-    EXPECT_EQ(appendPublicKey(nullptr), 0);
+    EXPECT_REFUSED("argument.null", appendPublicKey(nullptr));
     char* none = nullptr;
-    EXPECT_EQ(appendPublicKey(&none), 0);
+    EXPECT_REFUSED("argument.null", appendPublicKey(&none));
     EXPECT_EQ(none, nullptr);
 }
 
@@ -539,15 +581,15 @@ TEST(Oauth2ParseJwk, HasAPairForEachMemberInTheOrderOfTheirNames)
 TEST(Oauth2ParseJwk, LeavesObjectsOut)
 {
     EXPECT_EQ(parsed(R"({"a":{"b":1},"b":"x"})"), (Pairs{{"b", "x"}}));
-    EXPECT_EQ(oauth2_parse_jwk(R"({"a":{"b":1}})"), nullptr);
-    EXPECT_EQ(oauth2_parse_jwk("{}"), nullptr);
+    EXPECT_REFUSED("jwk.empty", oauth2_parse_jwk(R"({"a":{"b":1}})"));
+    EXPECT_REFUSED("jwk.empty", oauth2_parse_jwk("{}"));
 }
 
 TEST(Oauth2ParseJwk, PassesOverNamesWithAZeroByte)
 {
     EXPECT_EQ(parsed(R"({"alg\u0000":"ES256","kid\u0000evil":"k1","kty":"EC"})"),
               (Pairs{{"kty", "EC"}}));
-    EXPECT_EQ(oauth2_parse_jwk(R"({"kid\u0000":"k1","a":{}})"), nullptr);
+    EXPECT_REFUSED("jwk.empty", oauth2_parse_jwk(R"({"kid\u0000":"k1","a":{}})"));
 }
 
 TEST(Oauth2ParseJwk, LeavesTheValueNullWhereItIsNoText)
@@ -566,7 +608,7 @@ TEST(Oauth2ParseJwk, LetsMembersBeLookedUpBehindOneWithoutText)
 {
     const KeyRecord record{oauth2_parse_jwk(R"({"alg":5,"kid":"1","x5c":["A"],"z":"2"})")};
     ASSERT_NE(record, nullptr);
-    EXPECT_EQ(jwk_key_value(record.get(), "alg"), nullptr);
+    EXPECT_REFUSED("jwk.member", jwk_key_value(record.get(), "alg"));
     EXPECT_STREQ(jwk_key_value(record.get(), "kid"), "1");
     EXPECT_STREQ(jwk_key_value(record.get(), "z"), "2");
 }
@@ -591,12 +633,13 @@ TEST(Oauth2ParseJwk, TakesTheLastOfEqualNames)
 
 TEST(Oauth2ParseJwk, GivesNullForWhatIsNoObject)
 {
-    EXPECT_EQ(oauth2_parse_jwk(nullptr), nullptr);
-    EXPECT_EQ(oauth2_parse_jwk(p256.pem), nullptr);
+    EXPECT_REFUSED("argument.null", oauth2_parse_jwk(nullptr));
+    EXPECT_REFUSED("json.syntax", oauth2_parse_jwk(p256.pem));
     for (const HostileText& hostile : hostileTexts())
     {
         SCOPED_TRACE(hostile.name);
-        EXPECT_EQ(oauth2_parse_jwk(hostile.text.c_str()), nullptr);
+        const std::string rule = ruleOf([&] { return oauth2_parse_jwk(hostile.text.c_str()); });
+        EXPECT_TRUE(rule.starts_with("json.")) << rule;
     }
 }
 

@@ -4,6 +4,7 @@
 #include "support/hostile.hpp"
 #include "support/machine.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -164,7 +165,7 @@ TEST(RecreateX509Cert, DoesNotLookAtTheBody)
 
 TEST(RecreateX509Cert, GivesNullForNull)
 {
-    EXPECT_EQ(recreate_x509_cert(nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", recreate_x509_cert(nullptr));
 }
 
 TEST(RecreateX509Cert, GivesNullWhicheverAllocationFails)
@@ -203,27 +204,27 @@ TEST(DecodeX509Jwk, StoresZeroWhenThereIsNone)
     EXPECT_EQ(length, 58U);
 
     record[1] = {upper.data(), value};
-    EXPECT_EQ(decode(), nullptr);
+    EXPECT_REFUSED("certificate.missing", decode() != nullptr);
     EXPECT_EQ(length, 0U);
     // The walk ends at a parameter without value array.
     record[1] = {x5c.data(), value};
     record[0].values = nullptr;
-    EXPECT_EQ(decode(), nullptr);
+    EXPECT_REFUSED("certificate.missing", decode() != nullptr);
     EXPECT_EQ(length, 0U);
     record[0].values = none;
     EXPECT_NE(decode(), nullptr);
     // The first "x5c" decides, one without values too.
     record[0] = {x5c.data(), none};
-    EXPECT_EQ(decode(), nullptr);
+    EXPECT_REFUSED("certificate.missing", decode() != nullptr);
     EXPECT_EQ(length, 0U);
     record[0] = {};
-    EXPECT_EQ(decode(), nullptr);
+    EXPECT_REFUSED("certificate.missing", decode() != nullptr);
     EXPECT_EQ(length, 0U);
 
     length = 7;
-    EXPECT_EQ(decode_x509_jwk(nullptr, &length), nullptr);
+    EXPECT_REFUSED("argument.null", decode_x509_jwk(nullptr, &length));
     EXPECT_EQ(length, 0U);
-    EXPECT_EQ(decode_x509_jwk(nullptr, nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", decode_x509_jwk(nullptr, nullptr));
 }
 
 TEST(DecodeX509Jwk, GivesNullWhicheverAllocationFails)
@@ -261,17 +262,18 @@ TEST(GetX509Cert, GivesNullForWhatIsNoCertificate)
     const std::string pem = identity.pem();
     const X509Ptr read{getX509Cert(pem.c_str())};
     EXPECT_NE(read, nullptr);
-    EXPECT_EQ(getX509Cert(nullptr), nullptr);
-    EXPECT_EQ(getX509Cert(""), nullptr);
-    EXPECT_EQ(getX509Cert(pem.substr(0, pem.size() / 2).c_str()), nullptr);
-    EXPECT_EQ(getX509Cert(identity.body().c_str()), nullptr);
-    EXPECT_EQ(getX509Cert(pemOf("CERTIFICATE", "not DER").c_str()), nullptr);
-    EXPECT_EQ(getX509Cert(pemOf("CERTIFICATE REQUEST", identity.der()).c_str()), nullptr);
+    EXPECT_REFUSED("argument.null", getX509Cert(nullptr));
+    EXPECT_REFUSED("certificate.encoding", getX509Cert(""));
+    EXPECT_REFUSED("certificate.encoding", getX509Cert(pem.substr(0, pem.size() / 2).c_str()));
+    EXPECT_REFUSED("certificate.encoding", getX509Cert(identity.body().c_str()));
+    EXPECT_REFUSED("certificate.encoding", getX509Cert(pemOf("CERTIFICATE", "not DER").c_str()));
+    EXPECT_REFUSED("certificate.encoding",
+                   getX509Cert(pemOf("CERTIFICATE REQUEST", identity.der()).c_str()));
     for (const HostileText& hostile : hostileTexts())
     {
         SCOPED_TRACE(hostile.name);
-        EXPECT_EQ(getX509Cert(hostile.text.c_str()), nullptr);
-        EXPECT_EQ(getX509Cert(recreated(hostile.text).c_str()), nullptr);
+        EXPECT_REFUSED("certificate.encoding", getX509Cert(hostile.text.c_str()));
+        EXPECT_REFUSED("certificate.encoding", getX509Cert(recreated(hostile.text).c_str()));
     }
 }
 
@@ -280,9 +282,9 @@ TEST(GetX509Cert, AsksForNoPassPhrase)
     std::string pem = named("device").pem();
     pem.insert(std::string{beginLine}.size(), encryptedHeader);
     const FakeFiles files;
-    EXPECT_EQ(getX509Cert(pem.c_str()), nullptr);
-    EXPECT_EQ(validateX509(pem.c_str(), nullptr), 0);
-    EXPECT_EQ(get_EC_pubKey(pem.c_str()), nullptr);
+    EXPECT_REFUSED("certificate.encoding", getX509Cert(pem.c_str()));
+    EXPECT_REFUSED("certificate.encoding", validateX509(pem.c_str(), nullptr));
+    EXPECT_REFUSED("certificate.encoding", get_EC_pubKey(pem.c_str()));
     EXPECT_TRUE(files.openings().empty()) << "the terminal is opened, if there is one";
 }
 
@@ -290,10 +292,10 @@ TEST(GetX509Cert, LeavesTheErrorQueueAndErrnoAlone)
 {
     ERR_clear_error();
     errno = 1234;
-    EXPECT_EQ(getX509Cert("garbage"), nullptr);
-    EXPECT_EQ(validateX509("garbage", nullptr), 0);
-    EXPECT_EQ(get_EC_pubKey("garbage"), nullptr);
-    EXPECT_EQ(encoded(std::string{"garbage"} + endLine), nullptr);
+    EXPECT_REFUSED("certificate.encoding", getX509Cert("garbage"));
+    EXPECT_REFUSED("certificate.encoding", validateX509("garbage", nullptr));
+    EXPECT_REFUSED("certificate.encoding", get_EC_pubKey("garbage"));
+    EXPECT_REFUSED("certificate.encoding", encoded(std::string{"garbage"} + endLine) != nullptr);
     EXPECT_EQ(ERR_peek_error(), 0U);
     EXPECT_EQ(errno, 1234);
 }
@@ -303,10 +305,10 @@ TEST(ValidateX509, ComparesTheCommonNameWithoutRegardToCase)
     const std::string pem = named("ABC").pem();
     EXPECT_EQ(validateX509(pem.c_str(), "abc"), 1);
     EXPECT_EQ(validateX509(pem.c_str(), "ABC"), 1);
-    EXPECT_EQ(validateX509(pem.c_str(), "ab"), 0);
-    EXPECT_EQ(validateX509(pem.c_str(), "abd"), 0);
-    EXPECT_EQ(validateX509(pem.c_str(), ""), 0);
-    EXPECT_EQ(validateX509(named("abcd").pem().c_str(), "abc"), 0);
+    EXPECT_REFUSED("certificate.name", validateX509(pem.c_str(), "ab"));
+    EXPECT_REFUSED("certificate.name", validateX509(pem.c_str(), "abd"));
+    EXPECT_REFUSED("certificate.name", validateX509(pem.c_str(), ""));
+    EXPECT_REFUSED("certificate.name", validateX509(named("abcd").pem().c_str(), "abc"));
 }
 
 TEST(ValidateX509, KeepsTheCaseOfOtherLetters)
@@ -314,7 +316,7 @@ TEST(ValidateX509, KeepsTheCaseOfOtherLetters)
     // U+00C4 and U+00E4.
     const std::string pem = named("\xc3\x84").pem();
     EXPECT_EQ(validateX509(pem.c_str(), "\xc3\x84"), 1);
-    EXPECT_EQ(validateX509(pem.c_str(), "\xc3\xa4"), 0);
+    EXPECT_REFUSED("certificate.name", validateX509(pem.c_str(), "\xc3\xa4"));
 }
 
 TEST(ValidateX509, ComparesSeventeenBytes)
@@ -341,14 +343,14 @@ TEST(ValidateX509, WithoutExpectationTakesEveryNameButAnEmptyOne)
     EXPECT_EQ(validateX509(named("n").pem().c_str(), nullptr), 1);
     EXPECT_EQ(validateX509(named(std::string(64, 'n')).pem().c_str(), nullptr), 1);
     EXPECT_EQ(validateX509(named(std::nullopt).pem().c_str(), nullptr), 1);
-    EXPECT_EQ(validateX509(named("").pem().c_str(), nullptr), 0);
+    EXPECT_REFUSED("certificate.name-empty", validateX509(named("").pem().c_str(), nullptr));
 }
 
 TEST(ValidateX509, NoNameMeetsNoExpectation)
 {
-    EXPECT_EQ(validateX509(named(std::nullopt).pem().c_str(), "n"), 0);
-    EXPECT_EQ(validateX509(named(std::nullopt).pem().c_str(), ""), 0);
-    EXPECT_EQ(validateX509(named("").pem().c_str(), ""), 0);
+    EXPECT_REFUSED("certificate.name", validateX509(named(std::nullopt).pem().c_str(), "n"));
+    EXPECT_REFUSED("certificate.name", validateX509(named(std::nullopt).pem().c_str(), ""));
+    EXPECT_REFUSED("certificate.name-empty", validateX509(named("").pem().c_str(), ""));
 }
 
 TEST(ValidateX509, ComparesTheFirstOfSeveralNames)
@@ -366,19 +368,21 @@ TEST(ValidateX509, ComparesTheFirstOfSeveralNames)
     };
     const std::string pem = withSecondName("first", "second");
     EXPECT_EQ(validateX509(pem.c_str(), "first"), 1);
-    EXPECT_EQ(validateX509(pem.c_str(), "second"), 0);
+    EXPECT_REFUSED("certificate.name", validateX509(pem.c_str(), "second"));
     EXPECT_EQ(validateX509(pem.c_str(), nullptr), 1);
-    EXPECT_EQ(validateX509(withSecondName("", "second").c_str(), nullptr), 0);
+    EXPECT_REFUSED("certificate.name-empty",
+                   validateX509(withSecondName("", "second").c_str(), nullptr));
 }
 
 TEST(ValidateX509, DoesNotEndANameAtAZeroByte)
 {
     const std::string pem = named(std::string("corp\0evil", 9)).pem();
     EXPECT_EQ(validateX509(pem.c_str(), nullptr), 1);
-    EXPECT_EQ(validateX509(pem.c_str(), "corp"), 0);
-    EXPECT_EQ(validateX509(pem.c_str(), "corpevil"), 0);
-    EXPECT_EQ(validateX509(named(std::string("corp\0", 5)).pem().c_str(), "corp"), 0);
-    EXPECT_EQ(validateX509(named(std::string("\0", 1)).pem().c_str(), ""), 0);
+    EXPECT_REFUSED("certificate.name", validateX509(pem.c_str(), "corp"));
+    EXPECT_REFUSED("certificate.name", validateX509(pem.c_str(), "corpevil"));
+    EXPECT_REFUSED("certificate.name",
+                   validateX509(named(std::string("corp\0", 5)).pem().c_str(), "corp"));
+    EXPECT_REFUSED("certificate.name", validateX509(named(std::string("\0", 1)).pem().c_str(), ""));
     EXPECT_EQ(validateX509(named("corp").pem().c_str(), "corp"), 1);
 }
 
@@ -394,22 +398,25 @@ TEST(ValidateX509, ComparesTheBytesWhateverTheirEncoding)
     plan.commonName = std::string("\0d\0e", 4);
     plan.nameEncoding = V_ASN1_BMPSTRING;
     EXPECT_EQ(validateX509(Identity::selfSigned(plan).pem().c_str(), nullptr), 1);
-    EXPECT_EQ(validateX509(Identity::selfSigned(plan).pem().c_str(), "de"), 0);
+    EXPECT_REFUSED("certificate.name",
+                   validateX509(Identity::selfSigned(plan).pem().c_str(), "de"));
 }
 
 TEST(ValidateX509, RefusesWhatIsNoCertificate)
 {
-    EXPECT_EQ(validateX509(nullptr, nullptr), 0);
-    EXPECT_EQ(validateX509(nullptr, "device"), 0);
-    EXPECT_EQ(validateX509("", nullptr), 0);
+    EXPECT_REFUSED("argument.null", validateX509(nullptr, nullptr));
+    EXPECT_REFUSED("argument.null", validateX509(nullptr, "device"));
+    EXPECT_REFUSED("certificate.encoding", validateX509("", nullptr));
     const std::string pem = named("device").pem();
     EXPECT_EQ(validateX509(pem.c_str(), "device"), 1);
-    EXPECT_EQ(validateX509(pem.substr(0, pem.size() - 30).c_str(), "device"), 0);
+    EXPECT_REFUSED("certificate.encoding",
+                   validateX509(pem.substr(0, pem.size() - 30).c_str(), "device"));
     for (const HostileText& hostile : hostileTexts())
     {
         SCOPED_TRACE(hostile.name);
-        EXPECT_EQ(validateX509(hostile.text.c_str(), nullptr), 0);
-        EXPECT_EQ(validateX509(recreated(hostile.text).c_str(), nullptr), 0);
+        EXPECT_REFUSED("certificate.encoding", validateX509(hostile.text.c_str(), nullptr));
+        EXPECT_REFUSED("certificate.encoding",
+                       validateX509(recreated(hostile.text).c_str(), nullptr));
     }
 }
 
@@ -426,6 +433,17 @@ TEST(ValidateX509, RefusesWhicheverAllocationFails)
     const int result = validateX509(pem.c_str(), "device");
     EXPECT_TRUE(failure.reached());
     EXPECT_EQ(result, 0);
+}
+
+TEST(ValidateX509, ShowsTheNameThatItRefuses)
+{
+    const std::string pem = named(std::string("corp\0evil", 9)).pem();
+    EXPECT_REFUSED("certificate.name", validateX509(pem.c_str(), "corp"));
+    EXPECT_STREQ(lastRefusal().saw, "corp\\x00evil");
+    EXPECT_STREQ(lastRefusal().wanted, "corp");
+    EXPECT_EQ(lastRefusal().index, -1);
+    EXPECT_REFUSED("certificate.name", validateX509(named(std::nullopt).pem().c_str(), "corp"));
+    EXPECT_STREQ(lastRefusal().saw, "");
 }
 
 TEST(EncodeX509Jwk, HoldsTypeAlgorithmAndChain)
@@ -475,16 +493,16 @@ TEST(EncodeX509Jwk, WantsTheExactLength)
     const std::string pem = named("device").pem();
     const auto length = static_cast<unsigned int>(pem.size());
     EXPECT_NE(PayloadPtr{encode_x509_jwk(pem.c_str(), length)}, nullptr);
-    EXPECT_EQ(encode_x509_jwk(pem.c_str(), length - 1), nullptr);
-    EXPECT_EQ(encode_x509_jwk(pem.c_str(), length + 1), nullptr);
-    EXPECT_EQ(encode_x509_jwk(pem.c_str(), UINT_MAX), nullptr);
-    EXPECT_EQ(encode_x509_jwk(pem.c_str(), 0), nullptr);
-    EXPECT_EQ(encode_x509_jwk("", 0), nullptr);
-    EXPECT_EQ(encode_x509_jwk(nullptr, 0), nullptr);
-    EXPECT_EQ(encode_x509_jwk(nullptr, length), nullptr);
+    EXPECT_REFUSED("argument.length", encode_x509_jwk(pem.c_str(), length - 1));
+    EXPECT_REFUSED("argument.length", encode_x509_jwk(pem.c_str(), length + 1));
+    EXPECT_REFUSED("argument.length", encode_x509_jwk(pem.c_str(), UINT_MAX));
+    EXPECT_REFUSED("argument.length", encode_x509_jwk(pem.c_str(), 0));
+    EXPECT_REFUSED("argument.length", encode_x509_jwk("", 0));
+    EXPECT_REFUSED("argument.null", encode_x509_jwk(nullptr, 0));
+    EXPECT_REFUSED("argument.null", encode_x509_jwk(nullptr, length));
     // The length of a text ends at its first zero byte.
     const std::string twice = pem + '\0' + pem;
-    EXPECT_EQ(encoded(twice), nullptr);
+    EXPECT_REFUSED("argument.length", encoded(twice) != nullptr);
 }
 
 TEST(EncodeX509Jwk, DoesWithoutALineFeedAtTheEnd)
@@ -520,7 +538,7 @@ TEST(EncodeX509Jwk, TakesOneCharacterAfterTheEndMarkerIntoTheBlock)
     // What else stands on that line is no part of the block, though the line is none of PEM.
     pem += "and more\n";
     EXPECT_EQ(bodiesOf(pem), (std::vector<std::string>{identity.body() + " "}));
-    EXPECT_EQ(getX509Cert(pem.c_str()), nullptr);
+    EXPECT_REFUSED("certificate.encoding", getX509Cert(pem.c_str()));
 }
 
 TEST(EncodeX509Jwk, KeepsCarriageReturns)
@@ -552,9 +570,13 @@ TEST(EncodeX509Jwk, RefusesAChainWithOneBadCertificate)
 {
     const std::string good = named("device").pem();
     EXPECT_EQ(bodiesOf(good + good).size(), 2U);
-    EXPECT_EQ(encoded(good + std::string{beginLine} + "AAAA\n" + endLine), nullptr);
-    EXPECT_EQ(encoded(good + endLine), nullptr);
-    EXPECT_EQ(encoded(good + named("").pem()), nullptr);
+    EXPECT_REFUSED("certificate.encoding",
+                   encoded(good + std::string{beginLine} + "AAAA\n" + endLine) != nullptr);
+    EXPECT_EQ(lastRefusal().index, 1);
+    EXPECT_REFUSED("certificate.encoding", encoded(good + endLine) != nullptr);
+    EXPECT_EQ(lastRefusal().index, 1);
+    EXPECT_REFUSED("certificate.name-empty", encoded(good + named("").pem()) != nullptr);
+    EXPECT_EQ(lastRefusal().index, 1);
     EXPECT_EQ(bodiesOf(good + named(std::nullopt).pem()).size(), 2U);
 }
 
@@ -602,9 +624,9 @@ TEST_F(ValidateX509Jwk, WantsNameAndChain)
     EXPECT_EQ(validate({good}, "device"), 1);
     EXPECT_EQ(validate({good}, "DEVICE"), 1);
     EXPECT_EQ(validate({good}, nullptr), 1);
-    EXPECT_EQ(validate({good}, "other"), 0);
-    EXPECT_EQ(validate({own}, "device"), 0);
-    EXPECT_EQ(validate({own}, nullptr), 0);
+    EXPECT_REFUSED("certificate.name", validate({good}, "other"));
+    EXPECT_REFUSED("chain.untrusted", validate({own}, "device"));
+    EXPECT_REFUSED("chain.untrusted", validate({own}, nullptr));
 }
 
 TEST_F(ValidateX509Jwk, ChecksTheNameOfTheFirstAndTheChainOfTheLast)
@@ -615,18 +637,18 @@ TEST_F(ValidateX509Jwk, ChecksTheNameOfTheFirstAndTheChainOfTheLast)
     plan.commonName = "last";
     const std::string last = root.issue(plan).body();
     EXPECT_EQ(validate({first, last}, "first"), 1);
-    EXPECT_EQ(validate({first, last}, "last"), 0);
-    EXPECT_EQ(validate({last, first}, "last"), 0);
-    EXPECT_EQ(validate({"garbage", last}, nullptr), 0);
+    EXPECT_REFUSED("certificate.name", validate({first, last}, "last"));
+    EXPECT_REFUSED("chain.untrusted", validate({last, first}, "last"));
+    EXPECT_REFUSED("certificate.encoding", validate({"garbage", last}, nullptr));
 }
 
 TEST_F(ValidateX509Jwk, RefusesARecordWithoutChain)
 {
-    EXPECT_EQ(validate({}, nullptr), 0);
-    EXPECT_EQ(validate({}, "device"), 0);
-    EXPECT_EQ(validate_x509_jwk(nullptr, nullptr), 0);
-    EXPECT_EQ(validate({""}, nullptr), 0);
-    EXPECT_EQ(validate({"garbage"}, nullptr), 0);
+    EXPECT_REFUSED("certificate.missing", validate({}, nullptr));
+    EXPECT_REFUSED("certificate.missing", validate({}, "device"));
+    EXPECT_REFUSED("argument.null", validate_x509_jwk(nullptr, nullptr));
+    EXPECT_REFUSED("certificate.encoding", validate({""}, nullptr));
+    EXPECT_REFUSED("certificate.encoding", validate({"garbage"}, nullptr));
 }
 
 // Otherwise an empty list would take the place of the name to check, and leave the chain to the
@@ -639,11 +661,20 @@ TEST_F(ValidateX509Jwk, TakesNameAndChainFromTheFirstOfTwoLists)
     std::string x5c = "x5c";
     std::vector<HandshakePayload> record{{x5c.data(), chain}, {x5c.data(), none}, {}};
     EXPECT_EQ(validate_x509_jwk(record.data(), "device"), 1);
-    EXPECT_EQ(validate_x509_jwk(record.data(), "other"), 0);
+    EXPECT_REFUSED("certificate.name", validate_x509_jwk(record.data(), "other"));
     record[0].values = none;
     record[1].values = chain;
-    EXPECT_EQ(validate_x509_jwk(record.data(), "other"), 0);
-    EXPECT_EQ(validate_x509_jwk(record.data(), "device"), 0);
+    EXPECT_REFUSED("certificate.missing", validate_x509_jwk(record.data(), "other"));
+    EXPECT_REFUSED("certificate.missing", validate_x509_jwk(record.data(), "device"));
+}
+
+TEST_F(ValidateX509Jwk, TellsWhichCertificateItRefuses)
+{
+    const std::string good = root.issue({}).body();
+    EXPECT_REFUSED("certificate.name", validate({good, good}, "other"));
+    EXPECT_EQ(lastRefusal().index, 0);
+    EXPECT_REFUSED("chain.untrusted", validate({good, Identity::selfSigned({}).body()}, nullptr));
+    EXPECT_EQ(lastRefusal().index, 1);
 }
 
 TEST_F(ValidateX509Jwk, RefusesWithoutRoots)
@@ -651,7 +682,7 @@ TEST_F(ValidateX509Jwk, RefusesWithoutRoots)
     const std::string good = root.issue({}).body();
     EXPECT_EQ(validate({good}, "device"), 1);
     files.fail("/etc/default/certs/FactorycertDevRoot.pem", ENOENT);
-    EXPECT_EQ(validate({good}, "device"), 0);
+    EXPECT_REFUSED("chain.root-missing", validate({good}, "device"));
 }
 
 TEST_F(ValidateX509Jwk, SkipsNoCheckWhenMemoryRunsOut)
