@@ -66,8 +66,8 @@ void spellOutRights(JWTPayload& payload, userRole_s* roles, const char** provide
     {
         return;
     }
-    const unsigned int mask = xidpPrivileges(payload, providers) | get_scope_privileges(&payload) |
-                              get_roles_privileges(&payload, roles);
+    const unsigned int mask = xidpPrivileges(payload, providers).value_or(0) |
+                              scopePrivileges(payload) | rolesPrivileges(payload, roles);
     const HeapText document{o2_ff_strdup(privilegeDocument(payload.sub, mask).c_str(),
                                          "da_updateJwtPayloadWithVLTScopes", 1878)};
     cleanPrint(document.get());
@@ -102,24 +102,22 @@ bool curveFits(const char* curve, std::string_view algorithm)
 }
 
 /** Whether @p key is meant for the signature that @p header describes. */
-bool selects(jwk* key, const JWTHeader& header)
+bool selects(const jwk& key, const JWTHeader& header)
 {
-    if (same(jwk_key_value(key, "alg"), header.alg) || same(jwk_key_value(key, "kid"), header.kid))
+    const auto value = [&key](std::string_view name) {
+        return keys::findValue(&key, name);
+    };
+    if (same(value("alg"), header.alg) || same(value("kid"), header.kid))
     {
         return true;
     }
     const std::string_view algorithm{header.alg};
-    if (algorithm.size() < 2)
-    {
-        return false;
-    }
-    const char* type = jwk_key_value(key, "kty");
+    const char* const type = value("kty");
     if (same(type, "RSA"))
     {
         return algorithm.front() == 'P' || (algorithm.size() > 2 && algorithm.starts_with("RS"));
     }
-    return same(type, "EC") && algorithm.front() == 'E' &&
-           curveFits(jwk_key_value(key, "crv"), algorithm);
+    return same(type, "EC") && algorithm.front() == 'E' && curveFits(value("crv"), algorithm);
 }
 
 /** What became of the keys of a search in vain. */
@@ -129,30 +127,30 @@ public:
     void notSelected() noexcept
     {
         ++selectedNot;
-        ++next;
     }
 
-    /** A key was selected, and what refused it has been noted. */
-    void refused() noexcept
+    /** The key at @p position was selected, and what refused it has been noted. */
+    void refused(std::size_t position) noexcept
     {
         const int rule = notedRule();
-        importedNot += rule == BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED ? 1U : 0U;
-        verifiedNot += rule == BMCOAUTH_RULE_TOKEN_SIGNATURE ? 1U : 0U;
-        if (rankOf(rule) > rankOf(furthest))
+        const int rank = rankOf(rule);
+        importedNot += rank == 1 ? 1U : 0U;
+        verifiedNot += rank == 2 ? 1U : 0U;
+        if (rank > furthestRank)
         {
+            furthestRank = rank;
             furthest = static_cast<bmcoauth_rule>(rule);
-            index = next;
+            index = position;
         }
-        ++next;
     }
 
     /** Refuses by what the key that came furthest broke, and says what became of all. */
     bool refuse() const noexcept
     {
         std::array<char, 96> told{};
-        static_cast<void>(std::snprintf(
-            told.data(), told.size(), "%u keys: %u not selected, %u not imported, %u not verified",
-            next, selectedNot, importedNot, verifiedNot));
+        static_cast<void>(std::snprintf(told.data(), told.size(),
+                                        "%u not selected, %u not imported, %u not verified",
+                                        selectedNot, importedNot, verifiedNot));
         Refused reason = bmcoauth::refuse(furthest).saw(told.data());
         return index ? reason.at(*index) : reason;
     }
@@ -160,28 +158,29 @@ public:
 private:
     static int rankOf(int rule) noexcept
     {
-        switch (rule)
-        {
-            case BMCOAUTH_RULE_TOKEN_KEY_NOT_SELECTED:
-                return 0;
-            case BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED:
-                return 1;
-            case BMCOAUTH_RULE_TOKEN_SIGNATURE:
-                return 3;
-            case BMCOAUTH_RULE_MEMORY_EXHAUSTED:
-                return 4;
-            default:
-                return 2;
-        }
+        return rule == BMCOAUTH_RULE_MEMORY_EXHAUSTED  ? 3
+               : rule == BMCOAUTH_RULE_TOKEN_SIGNATURE ? 2
+                                                       : 1;
     }
 
     bmcoauth_rule furthest = BMCOAUTH_RULE_TOKEN_KEY_NOT_SELECTED;
-    std::optional<unsigned int> index;
-    unsigned int next = 0;
+    int furthestRank = 0;
+    std::optional<std::size_t> index;
     unsigned int selectedNot = 0;
     unsigned int importedNot = 0;
     unsigned int verifiedNot = 0;
 };
+
+/** The record of @p text if that is a JWK; null if it is to be taken for a PEM text. */
+keys::KeyRecord jwkOf(const char* text)
+{
+    keys::KeyRecord key = keys::parseKey(text);
+    if (!key)
+    {
+        throwExhaustedMemory();
+    }
+    return key;
+}
 
 /** Whether one of @p trustedKeys verifies the signature.
  *
@@ -192,35 +191,29 @@ bool signedByOneOf(const char* const* trustedKeys, std::string_view signingInput
 {
     bool verified = false;
     KeySearch search;
-    const auto tried = [&](const char* pem) {
-        verified = verifyWithPem(signingInput, signature, pem, header.alg);
-        if (!verified)
-        {
-            search.refused();
-        }
-    };
-    for (; *trustedKeys != nullptr; ++trustedKeys)
+    for (std::size_t i = 0; trustedKeys[i] != nullptr; ++i)
     {
-        const keys::KeyRecord key{oauth2_parse_jwk(*trustedKeys)};
-        if (!key)
-        {
-            tried(*trustedKeys);
-            continue;
-        }
-        if (!selects(key.get(), header))
+        const keys::KeyRecord key = jwkOf(trustedKeys[i]);
+        const char* const pem =
+            key ? keys::findValue(key.get(), "kest_decoded_key") : trustedKeys[i];
+        if (key && !selects(*key, header))
         {
             search.notSelected();
         }
-        else if (const char* pem = jwk_key_value(key.get(), "kest_decoded_key"))
+        else if (pem == nullptr)
         {
-            tried(pem);
+            refuse(BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED);
+            search.refused(i);
         }
         else
         {
-            refuse(BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED);
-            search.refused();
+            verified = verifyWithPem(signingInput, signature, pem, header.alg);
+            if (!verified)
+            {
+                search.refused(i);
+            }
         }
-        if (verified)
+        if (key && verified)
         {
             return true;
         }
@@ -290,13 +283,9 @@ bmcoauth_token_result check(std::string_view token, const Policy& policy, JWTHea
     {
         return refused().within("signature");
     }
-    const std::string_view algorithm{header.alg};
     // A MAC made with a public key as its secret is the oldest of forgeries.
-    if (algorithm.size() >= 2 && (algorithm.front() == 'H' || algorithm.front() == 'h'))
-    {
-        return refuse(BMCOAUTH_RULE_TOKEN_ALGORITHM).about("alg").saw(algorithm);
-    }
-    if (!signedByOneOf(policy.trustedKeys, parts->signingInput, signature->text(), header))
+    if (!isForPublicKeys(header.alg) ||
+        !signedByOneOf(policy.trustedKeys, parts->signingInput, signature->text(), header))
     {
         return BMCOAUTH_TOKEN_INVALID;
     }

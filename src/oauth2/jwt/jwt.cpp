@@ -9,8 +9,6 @@
 #include "oauth2/jwt/signing.hpp"
 #include "oauth2/jwt/token_records.hpp"
 
-#include <bmcoauth/encoding.h>
-#include <bmcoauth/json.h>
 #include <bmcoauth/jwt.h>
 
 #include <array>
@@ -31,40 +29,34 @@ struct PartMessages
 {
     const char* serialization;
     const char* base64;
-    const char* base64Uri;
 };
 
 constexpr PartMessages headerMessages{"JWT header serialization failed",
-                                      "Base64 encoding the header failed",
-                                      "Base64 URI encoding the header failed"};
+                                      "Base64 encoding the header failed"};
 constexpr PartMessages payloadMessages{"JWT payload serialization failed",
-                                       "Base64 encoding the payload failed",
-                                       "Base64 URI encoding the payload failed"};
+                                       "Base64 encoding the payload failed"};
 
-/** The text form of @p tree; empty, and the journal is told, when it cannot be written. */
-std::string serialized(const Json::Value& tree, const PartMessages& messages)
+/** The text form of @p tree. What is thrown is logged. */
+SecretString serialized(const Json::Value& tree, const PartMessages& messages)
 {
-    std::string text = json_fastWriter(tree);
-    if (text.empty())
+    try
+    {
+        return jsonText(tree);
+    }
+    catch (...)
     {
         logError(messages.serialization);
+        throw;
     }
-    return text;
 }
 
 /** The Base64url form of @p text; null, and the journal is told, when it cannot be made. */
 HeapText encoded(std::string_view text, const PartMessages& messages)
 {
-    HeapText result = crypto::encodeBase64(text);
+    HeapText result = crypto::encodeBase64Url(text);
     if (!result)
     {
         logError(messages.base64);
-        return nullptr;
-    }
-    if (base64URIencode(result.get()) == 0)
-    {
-        logError(messages.base64Uri);
-        return nullptr;
     }
     return result;
 }
@@ -342,13 +334,8 @@ HeapText makeToken(const JWTHeader& header, const JWTPayload& payload, const uns
     {
         return nullptr;
     }
-    const std::string headerText = serialized(*headerTree, headerMessages);
-    const std::string payloadText =
-        headerText.empty() ? std::string{} : serialized(*payloadTree, payloadMessages);
-    if (payloadText.empty())
-    {
-        return nullptr;
-    }
+    const SecretString headerText = serialized(*headerTree, headerMessages);
+    const SecretString payloadText = serialized(*payloadTree, payloadMessages);
     const HeapText headerPart = encoded(headerText, headerMessages);
     const HeapText payloadPart = headerPart ? encoded(payloadText, payloadMessages) : nullptr;
     if (!payloadPart)

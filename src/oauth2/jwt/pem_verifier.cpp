@@ -225,15 +225,22 @@ bool verifyEc(std::string_view signingInput, std::string_view signature, std::st
 
 } // namespace
 
+bool isForPublicKeys(std::string_view algorithm) noexcept
+{
+    return (algorithm.size() > 1 &&
+            std::string_view{"RrPpEe"}.find(algorithm.front()) != std::string_view::npos) ||
+           refuse(BMCOAUTH_RULE_TOKEN_ALGORITHM).about("alg").saw(algorithm);
+}
+
 bool verifyWithPem(std::string_view signingInput, std::string_view signature, std::string_view pem,
                    std::string_view algorithm)
 {
     // A search through many keys fails many times, and OpenSSL's error queue is short: what a
     // caller has in it must not be pushed out.
     const crypto::ErrorMark mark;
-    if (algorithm.size() < 2)
+    if (!isForPublicKeys(algorithm))
     {
-        return refuse(BMCOAUTH_RULE_TOKEN_ALGORITHM).about("alg").saw(algorithm);
+        return false;
     }
     if (signature.size() > INT_MAX)
     {
@@ -250,11 +257,8 @@ bool verifyWithPem(std::string_view signingInput, std::string_view signature, st
         case 'R':
         case 'r':
             return verifyRsa(signingInput, signature, pem, *strength.digest, false);
-        case 'E':
-        case 'e':
-            return verifyEc(signingInput, signature, pem, strength);
         default:
-            return refuse(BMCOAUTH_RULE_TOKEN_ALGORITHM).about("alg").saw(algorithm);
+            return verifyEc(signingInput, signature, pem, strength);
     }
 }
 

@@ -6,6 +6,9 @@
 namespace bmcoauth::jwt
 {
 
+/** Whether verifyWithPem knows @p algorithm, as far as the first of its characters tells. */
+[[nodiscard]] bool isForPublicKeys(std::string_view algorithm) noexcept;
+
 /** Whether @p signature signs @p signingInput by the public key in the PEM text @p pem with the
  *  JSON Web Algorithm @p algorithm (RFC 7518, section 3.1).
  *

@@ -3,6 +3,7 @@
 
 #include "common/guard.hpp"
 #include "common/json.hpp"
+#include "oauth2/jwt/token_records.hpp"
 
 #include <iterator>
 #include <string_view>
@@ -77,12 +78,44 @@ bool isAccepted(std::string_view provider, const char* const* providers)
 
 } // namespace
 
-unsigned int jwt::xidpPrivileges(const JWTPayload& payload, const char* const* providers)
+unsigned int jwt::scopePrivileges(const JWTPayload& payload)
 {
-    Json::Value claim;
-    if (payload.xidp == nullptr || !parseJsonObject(payload.xidp, claim))
+    unsigned int mask = 0;
+    for (char** name = payload.scope; name != nullptr && *name != nullptr; ++name)
+    {
+        mask |= bitsOf(ravok_scope_privileges, *name);
+    }
+    return mask;
+}
+
+unsigned int jwt::rolesPrivileges(const JWTPayload& payload, const userRole_s* roles)
+{
+    unsigned int mask = 0;
+    for (char** name = payload.ravok_roles; name != nullptr && *name != nullptr; ++name)
+    {
+        for (const userRole_s* role = roles; role != nullptr && role->name != nullptr; ++role)
+        {
+            if (std::string_view{*name} == role->name)
+            {
+                mask |= role->privileges;
+            }
+        }
+    }
+    return mask;
+}
+
+std::optional<unsigned int> jwt::xidpPrivileges(const JWTPayload& payload,
+                                                const char* const* providers)
+{
+    if (payload.xidp == nullptr)
     {
         return 0;
+    }
+    Json::Value claim;
+    if (!parseJsonObject(payload.xidp, claim))
+    {
+        throwExhaustedMemory();
+        return refuse(BMCOAUTH_RULE_PRIVILEGES_CLAIM).about("xidp");
     }
     unsigned int mask = 0;
     for (auto provider = claim.begin(); provider != claim.end(); ++provider)
@@ -101,37 +134,32 @@ unsigned int jwt::xidpPrivileges(const JWTPayload& payload, const char* const* p
 
 unsigned int get_scope_privileges(JWTPayload* payload)
 {
-    unsigned int mask = 0;
-    for (char** name = payload == nullptr ? nullptr : payload->scope;
-         name != nullptr && *name != nullptr; ++name)
+    if (payload == nullptr)
     {
-        mask |= bitsOf(ravok_scope_privileges, *name);
+        refuseNull({{"payload", payload}});
+        return 0;
     }
-    return mask;
+    return jwt::scopePrivileges(*payload);
 }
 
 unsigned int get_roles_privileges(JWTPayload* payload, userRole_s* roles)
 {
-    unsigned int mask = 0;
-    for (char** name = payload == nullptr ? nullptr : payload->ravok_roles;
-         name != nullptr && *name != nullptr; ++name)
+    if (payload == nullptr || roles == nullptr)
     {
-        for (const userRole_s* role = roles; role != nullptr && role->name != nullptr; ++role)
-        {
-            if (std::string_view{*name} == role->name)
-            {
-                mask |= role->privileges;
-            }
-        }
+        refuseNull({{"payload", payload}, {"roles", roles}});
+        return 0;
     }
-    return mask;
+    return jwt::rolesPrivileges(*payload, roles);
 }
 
 unsigned int get_xidp_privileges(JWTPayload* payload, const char** providers)
 {
     if (payload == nullptr)
     {
+        refuseNull({{"payload", payload}});
         return 0;
     }
-    return guarded(0U, [&] { return jwt::xidpPrivileges(*payload, providers); });
+    // A mask without a bit is an answer; only nothing is a refusal.
+    return guarded(std::nullopt, [&] { return jwt::xidpPrivileges(*payload, providers); })
+        .value_or(0);
 }

@@ -57,9 +57,13 @@ void handOver(KeyBytes key, unsigned char*& out, int& length) noexcept
 KeyBytes publicBytes(const EC_KEY& key) noexcept
 {
     const int length = i2o_ECPublicKey(&key, nullptr);
-    KeyBytes block = crypto::secretBlock(length > 0 ? static_cast<std::size_t>(length) : 0);
+    if (length <= 0)
+    {
+        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
+    }
+    KeyBytes block = crypto::secretBlock(static_cast<std::size_t>(length));
     unsigned char* position = block.get();
-    if (length <= 0 || !block || i2o_ECPublicKey(&key, &position) != length)
+    if (block && i2o_ECPublicKey(&key, &position) != length)
     {
         return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
     }
@@ -69,8 +73,8 @@ KeyBytes publicBytes(const EC_KEY& key) noexcept
 KeyBytes privateBytes(const EC_KEY& key) noexcept
 {
     KeyBytes block = crypto::secretBlock(crypto::privateKeyBytes);
-    if (!block || !crypto::encodePrivateKey(key, std::span<unsigned char, crypto::privateKeyBytes>{
-                                                     block.get(), crypto::privateKeyBytes}))
+    if (block && !crypto::encodePrivateKey(key, std::span<unsigned char, crypto::privateKeyBytes>{
+                                                    block.get(), crypto::privateKeyBytes}))
     {
         return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
     }
@@ -136,6 +140,10 @@ crypto::EcKeyPtr readKeyFile(const char* path) noexcept
     crypto::EcKeyPtr key = whole ? readKeyText({reinterpret_cast<const char*>(text.data()), length})
                                  : ecKeyOf(crypto::PkeyPtr{PEM_read_PrivateKey(
                                        file.get(), nullptr, crypto::refusePassPhrase, nullptr)});
+    if (!key && std::ferror(file.get()) != 0)
+    {
+        return refuse(BMCOAUTH_RULE_FILE_UNREADABLE).about(path).sawErrno();
+    }
     if (!key)
     {
         return refused().within(path);

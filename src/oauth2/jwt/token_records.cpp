@@ -8,7 +8,6 @@
 #include "crypto/base64.hpp"
 #include "crypto/openssl.hpp"
 
-#include <bmcoauth/json.h>
 #include <bmcoauth/support.h>
 
 #include <strutil.h>
@@ -56,8 +55,8 @@ HeapText textClaim(const Json::Value& claims, const char* name)
 HeapText timeClaim(Json::Value& claims, const char* name, unsigned int line)
 {
     unsigned long long seconds = 0;
-    // The exported reader inserts what it does not find: it is asked for what is there.
-    if (member(claims, name) != nullptr && json_to_uint64(claims, name, &seconds) != 0)
+    // The reader inserts what it does not find: it is asked for what is there.
+    if (member(claims, name) != nullptr && readUint64Member(claims, name, seconds))
     {
         return HeapText{o2_ff_strdup(decimal(seconds).c_str(), "da_parseJwtPayload", line)};
     }
@@ -152,13 +151,14 @@ ScopesPtr scopesOf(const Json::Value& object)
     return scopes;
 }
 
-/** Stores what @p read makes of the part @p part of @p token. */
+/** Stores what @p read makes of the part @p part of @p token in @p out, the argument @p name. */
 template <typename Record, typename Read>
-int readRecord(const char* token, Record** out, std::string_view TokenParts::*part, Read read)
+int readRecord(const char* token, Record** out, const char* name,
+               std::string_view TokenParts::*part, Read read)
 {
     if (token == nullptr || out == nullptr)
     {
-        return refuseNull({{"token", token}, {"out", out}});
+        return refuseNull({{"token", token}, {name, out}});
     }
     return crypto::guardedCrypto(0, [&]() -> int {
         const std::optional<TokenParts> parts = splitToken(token);
@@ -230,6 +230,14 @@ bmcoauth_token_result refuseNotYetValid(const char* notBefore, std::uint64_t now
         .wanted("at most", now);
 }
 
+void throwExhaustedMemory()
+{
+    if (notedRule() == BMCOAUTH_RULE_MEMORY_EXHAUSTED)
+    {
+        throw std::bad_alloc();
+    }
+}
+
 std::optional<TokenParts> splitToken(std::string_view token) noexcept
 {
     const std::size_t first = token.find('.');
@@ -245,16 +253,16 @@ std::optional<TokenParts> splitToken(std::string_view token) noexcept
 std::optional<Json::Value> decodeObject(std::string_view part)
 {
     const std::optional<crypto::DecodedBytes> text = crypto::decodeBase64Url(part);
-    std::optional<Json::Value> object{std::in_place};
-    // A raw zero byte is not JSON, although jsoncpp takes it: a string would end there in a record.
     if (!text)
     {
         return std::nullopt;
     }
+    // A raw zero byte is not JSON, although jsoncpp takes it: a string would end there in a record.
     if (text->text().find('\0') != std::string_view::npos)
     {
-        return refuse(BMCOAUTH_RULE_JSON_SYNTAX).saw(text->text());
+        return refuse(BMCOAUTH_RULE_JSON_SYNTAX).saw("a zero byte");
     }
+    std::optional<Json::Value> object{std::in_place};
     if (!parseJsonObject(text->text(), *object))
     {
         return std::nullopt;
@@ -307,7 +315,14 @@ PayloadPtr readPayload(std::string_view part)
     if (scope != nullptr && scope->isObject())
     {
         // Through its text, as "xidp": a comment or broken UTF-8 in it counts as it does there.
-        giveScopes(*payload, structuredScopes(jsonText(*scope)));
+        try
+        {
+            giveScopes(*payload, structuredScopes(jsonText(*scope)));
+        }
+        catch (const Json::LogicError&)
+        {
+            return refuse(BMCOAUTH_RULE_TOKEN_SCOPE).about("scope").wanted("texts in its arrays");
+        }
     }
     else if (scope != nullptr && scope->isString())
     {
@@ -397,12 +412,12 @@ extern "C" void free_jwt_payload(JWTPayload* payload)
 
 extern "C" int get_jwt_header(const char* token, JWTHeader** header)
 {
-    return jwt::readRecord(token, header, &jwt::TokenParts::header, jwt::readHeader);
+    return jwt::readRecord(token, header, "header", &jwt::TokenParts::header, jwt::readHeader);
 }
 
 extern "C" int get_jwt_payload(const char* token, JWTPayload** payload)
 {
-    return jwt::readRecord(token, payload, &jwt::TokenParts::payload, jwt::readPayload);
+    return jwt::readRecord(token, payload, "payload", &jwt::TokenParts::payload, jwt::readPayload);
 }
 
 void print_jwt_scopes(JWTscopes* /*scopes*/, int /*count*/)

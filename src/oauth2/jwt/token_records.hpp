@@ -68,6 +68,10 @@ struct TokenParts
 [[gnu::cold]] bmcoauth_token_result refuseNotYetValid(const char* notBefore,
                                                       std::uint64_t now) noexcept;
 
+/** Throws std::bad_alloc if exhausted memory is what a JSON text has been refused for: its reader
+ *  does not throw all of it, and the text may be a sound one. */
+void throwExhaustedMemory();
+
 /** Splits @p token at its first two dots; a further dot is left in the signature, where it does
  *  not decode. Nothing when there are fewer. */
 [[nodiscard]] std::optional<TokenParts> splitToken(std::string_view token) noexcept;
@@ -80,13 +84,13 @@ struct TokenParts
 [[nodiscard]] HeaderPtr readHeader(std::string_view part);
 
 /** The payload that @p part of a token encodes; claims may be missing. Null when it does not
- *  decode. Throws std::bad_alloc, and jsoncpp's error for a scope value that is no text. */
+ *  decode, or a scope value is not a text. Throws std::bad_alloc. */
 [[nodiscard]] PayloadPtr readPayload(std::string_view part);
 
 /** The entries that the members of the JSON object @p text make. Each counts one value, however
  *  many its member holds; the texts of the others lie behind the pointers, inside the block
- *  `values`, so that free_jwt_scopes releases them with it. Null when @p text is no object. Throws
- *  as readPayload does. */
+ *  `values`, so that free_jwt_scopes releases them with it. Null when @p text is not an object.
+ *  Throws std::bad_alloc, and jsoncpp's error for a scope value that is not a text. */
 [[nodiscard]] ScopesPtr structuredScopes(std::string_view text);
 
 } // namespace bmcoauth::jwt

@@ -153,7 +153,7 @@ TEST_F(ValidateJwtDelegated, AcceptsAJwkThatAppendPublicKeyCompleted)
                               "pmWQxfKTUJqPP3-Kg6NU1Q";
     clock.set(1300819379);
     // As it is published it holds no key that the verifier can read.
-    EXPECT_EQ(judge(token, {.keys = {published}}).verdict, 0);
+    EXPECT_EQ(judge(token, {.keys = {published}}).rule, "token.key-not-imported");
     char* completed = heapText(published).release();
     ASSERT_EQ(appendPublicKey(&completed), 1);
     const HeapText owned{completed};
@@ -162,10 +162,11 @@ TEST_F(ValidateJwtDelegated, AcceptsAJwkThatAppendPublicKeyCompleted)
     ASSERT_TRUE(judgement.hasRecords());
     EXPECT_STREQ(judgement.payload->iss, "joe");
     clock.set(1300819380);
-    EXPECT_EQ(judge(token, {.keys = {completed}}).verdict, 2);
+    EXPECT_EQ(judge(token, {.keys = {completed}}).rule, "token.expired");
+    // "jse" instead of "joe".
     std::string forged = token;
-    forged[30] = 'Y';
-    EXPECT_EQ(judge(forged, {.keys = {completed}}).verdict, 0);
+    forged[33] = 'c';
+    EXPECT_EQ(judge(forged, {.keys = {completed}}).rule, "token.signature");
 }
 
 TEST_F(ValidateJwtDelegated, AcceptsTheRsaTokenOfRfc7515)
@@ -194,7 +195,7 @@ TEST_F(ValidateJwtDelegated, AcceptsTheRsaTokenOfRfc7515)
     EXPECT_EQ(judge(token, {.keys = {completed}}).verdict, 1);
     std::string forged = token;
     forged[200] = forged[200] == 'A' ? 'B' : 'A';
-    EXPECT_EQ(judge(forged, {.keys = {completed}}).verdict, 0);
+    EXPECT_EQ(judge(forged, {.keys = {completed}}).rule, "token.signature");
 }
 
 TEST_F(ValidateJwtDelegated, RefusesMissingArguments)
@@ -211,12 +212,18 @@ TEST_F(ValidateJwtDelegated, RefusesMissingArguments)
         return validateJWT_Delegated(tokenText, keyList, 0, headerOut, payloadOut, 0, nullptr,
                                      nullptr, flag);
     };
-    EXPECT_EQ(call(nullptr, keys, &header, &payload, &verified), 0);
-    EXPECT_EQ(call(token.c_str(), nullptr, &header, &payload, &verified), 0);
-    EXPECT_EQ(call(token.c_str(), none, &header, &payload, &verified), 0);
-    EXPECT_EQ(call(token.c_str(), keys, nullptr, &payload, &verified), 0);
-    EXPECT_EQ(call(token.c_str(), keys, &header, nullptr, &verified), 0);
-    EXPECT_EQ(call(token.c_str(), keys, &header, &payload, nullptr), 0);
+    EXPECT_REFUSED("argument.null", call(nullptr, keys, &header, &payload, &verified));
+    EXPECT_STREQ(lastRefusal().subject, "token");
+    EXPECT_REFUSED("argument.null", call(token.c_str(), nullptr, &header, &payload, &verified));
+    EXPECT_STREQ(lastRefusal().subject, "keys");
+    EXPECT_REFUSED("argument.null", call(token.c_str(), none, &header, &payload, &verified));
+    EXPECT_STREQ(lastRefusal().subject, "keys");
+    EXPECT_REFUSED("argument.null", call(token.c_str(), keys, nullptr, &payload, &verified));
+    EXPECT_STREQ(lastRefusal().subject, "header");
+    EXPECT_REFUSED("argument.null", call(token.c_str(), keys, &header, nullptr, &verified));
+    EXPECT_STREQ(lastRefusal().subject, "payload");
+    EXPECT_REFUSED("argument.null", call(token.c_str(), keys, &header, &payload, nullptr));
+    EXPECT_STREQ(lastRefusal().subject, "verified");
     EXPECT_EQ(header, nullptr);
     EXPECT_EQ(payload, nullptr);
     EXPECT_EQ(verified, -1);
@@ -249,36 +256,37 @@ TEST_F(ValidateJwtDelegated, StoresNothingOfATokenThatCannotBeRead)
     const std::string good = es256Token();
     const std::string header = tokens::base64Url(headerOf("ES256"));
     const std::string payload = tokens::base64Url(claims());
-    std::vector<std::string> tokens = {
-        "",
-        ".",
-        "..",
-        "...",
-        header,
-        header + "." + payload,
-        "." + payload + ".AAAA",
-        header + "..AAAA",
-        "%%%." + payload + ".AAAA",
-        header + ".%%%.AAAA",
+    std::vector<std::pair<std::string, std::string>> tokens = {
+        {"", "token.parts"},
+        {".", "token.parts"},
+        {"..", "base64.malformed"},
+        {"...", "base64.malformed"},
+        {header, "token.parts"},
+        {header + "." + payload, "token.parts"},
+        {"." + payload + ".AAAA", "base64.malformed"},
+        {header + "..AAAA", "base64.malformed"},
+        {"%%%." + payload + ".AAAA", "base64.malformed"},
+        {header + ".%%%.AAAA", "base64.malformed"},
         // A header without "alg", or with one that is no text.
-        es256Token(R"({"typ":"JWT"})", claims()),
-        es256Token(R"({"alg":256})", claims()),
-        es256Token(R"({"alg":null})", claims()),
-        es256Token("{}", claims()),
-        std::string(300000, 'A'),
-        std::string(300000, '.'),
+        {es256Token(R"({"typ":"JWT"})", claims()), "token.member"},
+        {es256Token(R"({"alg":256})", claims()), "token.member"},
+        {es256Token(R"({"alg":null})", claims()), "token.member"},
+        {es256Token("{}", claims()), "token.member"},
+        {std::string(300000, 'A'), "token.parts"},
+        {std::string(300000, '.'), "base64.malformed"},
     };
-    for (const auto& [name, text] : hostileTexts())
+    for (const HostileText& hostile : hostileTexts())
     {
-        tokens.push_back(text);
-        tokens.push_back(tokens::base64Url(text) + "." + payload + ".AAAA");
-        tokens.push_back(header + "." + tokens::base64Url(text) + ".AAAA");
+        const std::string part = tokens::base64Url(hostile.text);
+        tokens.emplace_back(hostile.text, "token.parts");
+        tokens.emplace_back(part + "." + payload + ".AAAA", tokens::hostilePartRule(hostile));
+        tokens.emplace_back(header + "." + part + ".AAAA", tokens::hostilePartRule(hostile));
     }
-    for (const std::string& token : tokens)
+    for (const auto& [token, rule] : tokens)
     {
         SCOPED_TRACE(token.substr(0, 80));
         const Judgement judgement = judge(token, {.keys = {pem()}});
-        EXPECT_EQ(judgement.verdict, 0);
+        EXPECT_EQ(judgement.rule, rule);
         EXPECT_EQ(judgement.header, nullptr);
         EXPECT_EQ(judgement.payload, nullptr);
         EXPECT_EQ(judgement.verified, -1);
@@ -292,16 +300,17 @@ TEST_F(ValidateJwtDelegated, LeavesItsArgumentsAloneWhereItStoresNothing)
     const char* keys[] = {text.c_str(), nullptr};
     JWTHeader otherHeader{};
     JWTPayload otherPayload{};
-    for (const std::string& token : {std::string{"a.b"}, std::string{"a.b.c"},
-                                     es256Token("{}", claims()), es256Token(headerOf("ES256"), "")})
+    for (const auto& [token, rule] : {std::pair{std::string{"a.b"}, "token.parts"},
+                                      {"a.b.c", "base64.malformed"},
+                                      {es256Token("{}", claims()), "token.member"},
+                                      {es256Token(headerOf("ES256"), ""), "base64.malformed"}})
     {
         SCOPED_TRACE(token);
         JWTHeader* header = &otherHeader;
         JWTPayload* payload = &otherPayload;
         int verified = -1;
-        EXPECT_EQ(validateJWT_Delegated(token.c_str(), keys, 0, &header, &payload, 0, nullptr,
-                                        nullptr, &verified),
-                  0);
+        EXPECT_REFUSED(rule, validateJWT_Delegated(token.c_str(), keys, 0, &header, &payload, 0,
+                                                   nullptr, nullptr, &verified));
         EXPECT_EQ(header, &otherHeader);
         EXPECT_EQ(payload, &otherPayload);
         EXPECT_EQ(verified, -1);
@@ -318,7 +327,7 @@ TEST_F(ValidateJwtDelegated, HandsTheRecordsOfAForgedTokenOver)
     {
         SCOPED_TRACE(token);
         const Judgement judgement = judge(token, {.keys = {pem()}});
-        EXPECT_EQ(judgement.verdict, 0);
+        EXPECT_EQ(judgement.rule, token == forged ? "token.signature" : "base64.malformed");
         EXPECT_EQ(judgement.verified, -1);
         EXPECT_TRUE(judgement.hasRecords());
     }
@@ -334,8 +343,8 @@ TEST_F(ValidateJwtDelegated, CoversHeaderAndPayloadByTheSignature)
     const std::string otherPayload =
         issuer::signingInput(headerOf("ES256"), claims(R"("sub":"root",)"));
     EXPECT_EQ(judge(token, {.keys = {pem()}}).verdict, 1);
-    EXPECT_EQ(judge(otherHeader + "." + signature, {.keys = {pem()}}).verdict, 0);
-    EXPECT_EQ(judge(otherPayload + "." + signature, {.keys = {pem()}}).verdict, 0);
+    EXPECT_EQ(judge(otherHeader + "." + signature, {.keys = {pem()}}).rule, "token.signature");
+    EXPECT_EQ(judge(otherPayload + "." + signature, {.keys = {pem()}}).rule, "token.signature");
 }
 
 TEST_F(ValidateJwtDelegated, NeverAcceptsAMac)
@@ -353,11 +362,12 @@ TEST_F(ValidateJwtDelegated, NeverAcceptsAMac)
              reinterpret_cast<unsigned char*>(mac.data()), &length);
         const std::string jwk = jwkOf(issuer::p256Key(), {{"alg", name}, {"kid", "k"}});
         const Judgement judgement = judge(issuer::token(input, mac), {.keys = {secret, jwk}});
-        EXPECT_EQ(judgement.verdict, 0);
+        EXPECT_EQ(judgement.rule, "token.algorithm");
         EXPECT_EQ(judgement.verified, -1);
         EXPECT_TRUE(judgement.hasRecords());
         // Nor a genuine signature under such a name.
-        EXPECT_EQ(judge(es256Token(headerOf(name), claims()), {.keys = {secret, jwk}}).verdict, 0);
+        EXPECT_EQ(judge(es256Token(headerOf(name), claims()), {.keys = {secret, jwk}}).rule,
+                  "token.algorithm");
     }
 }
 
@@ -372,7 +382,7 @@ TEST_F(ValidateJwtDelegated, NeverAcceptsTokensThatAreNotSigned)
         {
             const Judgement judgement =
                 judge(issuer::token(input, signature), {.keys = {jwk, pem()}});
-            EXPECT_EQ(judgement.verdict, 0);
+            EXPECT_EQ(judgement.rule, signature.empty() ? "base64.malformed" : "token.algorithm");
             EXPECT_EQ(judgement.verified, -1);
         }
     }
@@ -381,9 +391,10 @@ TEST_F(ValidateJwtDelegated, NeverAcceptsTokensThatAreNotSigned)
 TEST_F(ValidateJwtDelegated, NeverTakesSecretsForKeys)
 {
     const std::string token = es256Token(headerOf("ES256", R"(,"kid":"k")"), claims());
-    EXPECT_EQ(judge(token, {.keys = {issuer::p256Key().privatePem()}}).verdict, 0);
-    EXPECT_EQ(
-        judge(token, {.keys = {R"({"kty":"oct","k":"AAAA","kid":"k","alg":"ES256"})"}}).verdict, 0);
+    EXPECT_EQ(judge(token, {.keys = {issuer::p256Key().privatePem()}}).rule,
+              "token.key-not-imported");
+    EXPECT_EQ(judge(token, {.keys = {R"({"kty":"oct","k":"AAAA","kid":"k","alg":"ES256"})"}}).rule,
+              "token.key-not-imported");
     EXPECT_EQ(judge(token, {.keys = {pem()}}).verdict, 1);
 }
 
@@ -392,7 +403,7 @@ bool selects(const Members& members, const std::string& token,
              const issuer::Key& key = issuer::p256Key())
 {
     const Judgement judgement = judge(token, {.keys = {jwkOf(key, members)}});
-    EXPECT_EQ(judgement.verdict, judgement.verified == 1 ? 1 : 0);
+    EXPECT_EQ(judgement.rule, judgement.verified == 1 ? "accepted" : "token.key-not-selected");
     return judgement.verified == 1;
 }
 
@@ -478,7 +489,8 @@ TEST_F(ValidateJwtDelegated, PairsKnownCurvesWithTheOneNameOnly)
     EXPECT_FALSE(selects(p256, lower));
     EXPECT_FALSE(selects(unnamed, lower));
     EXPECT_TRUE(selects({{"alg", "es256"}}, lower));
-    EXPECT_FALSE(selects(unnamed, es256Token(headerOf("E"), claims())));
+    EXPECT_EQ(judge(es256Token(headerOf("E"), claims()), {.keys = {pem()}}).rule,
+              "token.algorithm");
 }
 
 TEST_F(ValidateJwtDelegated, SelectsRsaKeysByTheirType)
@@ -510,18 +522,22 @@ TEST_F(ValidateJwtDelegated, DoesNotMixUpTheFamilies)
 {
     // Selected by its id, a key of the other family verifies nothing.
     const std::string token = es256Token(headerOf("RS256", R"(,"kid":"k")"), claims());
-    EXPECT_FALSE(selects({{"kid", "k"}}, token));
+    const std::string ecKey = jwkOf(issuer::p256Key(), {{"kid", "k"}});
+    EXPECT_EQ(judge(token, {.keys = {ecKey}}).rule, "token.key-not-imported");
     const std::string input = issuer::signingInput(headerOf("ES256", R"(,"kid":"k")"), claims());
     const std::string rsaSigned = issuer::token(input, issuer::rsaKey().sign(input, "SHA256"));
-    EXPECT_FALSE(selects({{"kid", "k"}}, rsaSigned, issuer::rsaKey()));
+    const std::string rsaKey = jwkOf(issuer::rsaKey(), {{"kid", "k"}});
+    EXPECT_EQ(judge(rsaSigned, {.keys = {rsaKey}}).rule, "token.key-not-imported");
 }
 
 TEST_F(ValidateJwtDelegated, TakesASelectedJwkWithoutAKeyForUnselected)
 {
     const std::string token = es256Token();
-    EXPECT_EQ(judge(token, {.keys = {R"({"alg":"ES256"})"}}).verdict, 0);
-    EXPECT_EQ(judge(token, {.keys = {R"({"alg":"ES256","kest_decoded_key":5})"}}).verdict, 0);
-    EXPECT_EQ(judge(token, {.keys = {R"({"alg":"ES256","kest_decoded_key":"x"})"}}).verdict, 0);
+    EXPECT_EQ(judge(token, {.keys = {R"({"alg":"ES256"})"}}).rule, "token.key-not-imported");
+    EXPECT_EQ(judge(token, {.keys = {R"({"alg":"ES256","kest_decoded_key":5})"}}).rule,
+              "token.key-not-imported");
+    EXPECT_EQ(judge(token, {.keys = {R"({"alg":"ES256","kest_decoded_key":"x"})"}}).rule,
+              "token.key-not-imported");
     EXPECT_EQ(judge(token, {.keys = {R"({"alg":["ES256"]})", pem()}}).verdict, 1);
     // It ends a search that a PEM key has won, as an unselected one does.
     EXPECT_EQ(judge(token, {.keys = {pem(), R"({"alg":"ES256"})", "no key"}}).verdict, 1);
@@ -534,38 +550,101 @@ TEST_F(ValidateJwtDelegated, SearchesTheKeysInTheirOrder)
     const std::string badPem = issuer::otherP256Key().pem();
     const std::string goodJwk = jwkOf(issuer::p256Key(), {{"kty", "EC"}});
     const std::string badJwk = jwkOf(issuer::otherP256Key(), {{"kty", "EC"}});
-    const auto verdict = [&](const std::vector<std::string>& keys) {
+    const auto outcome = [&](const std::vector<std::string>& keys) {
         const Judgement judgement = judge(token, {.keys = keys});
         EXPECT_EQ(judgement.verified, judgement.verdict == 1 ? 1 : -1);
-        return judgement.verdict;
+        return judgement.rule;
     };
-    EXPECT_EQ(verdict({badPem}), 0);
-    EXPECT_EQ(verdict({badJwk}), 0);
-    EXPECT_EQ(verdict({unselected}), 0);
+    EXPECT_EQ(outcome({badPem}), "token.signature");
+    EXPECT_EQ(outcome({badJwk}), "token.signature");
+    EXPECT_EQ(outcome({unselected}), "token.key-not-selected");
     // A JWK that verifies ends the search.
-    EXPECT_EQ(verdict({goodJwk, badPem}), 1);
-    EXPECT_EQ(verdict({goodJwk, badJwk}), 1);
-    EXPECT_EQ(verdict({badJwk, goodJwk}), 1);
-    EXPECT_EQ(verdict({unselected, goodJwk}), 1);
-    EXPECT_EQ(verdict({badPem, goodJwk, badPem}), 1);
+    EXPECT_EQ(outcome({goodJwk, badPem}), "accepted");
+    EXPECT_EQ(outcome({goodJwk, badJwk}), "accepted");
+    EXPECT_EQ(outcome({badJwk, goodJwk}), "accepted");
+    EXPECT_EQ(outcome({unselected, goodJwk}), "accepted");
+    EXPECT_EQ(outcome({badPem, goodJwk, badPem}), "accepted");
     // A PEM key does not: the next key that is tried has the say.
-    EXPECT_EQ(verdict({goodPem, badPem}), 0);
-    EXPECT_EQ(verdict({badPem, goodPem}), 1);
-    EXPECT_EQ(verdict({goodPem, "no key"}), 0);
-    EXPECT_EQ(verdict({goodPem, ""}), 0);
+    EXPECT_EQ(outcome({goodPem, badPem}), "token.signature");
+    EXPECT_EQ(outcome({badPem, goodPem}), "accepted");
+    EXPECT_EQ(outcome({goodPem, "no key"}), "token.key-not-imported");
+    EXPECT_EQ(outcome({goodPem, ""}), "token.key-not-imported");
     // Neither is an object without members a JWK, nor one whose members are all objects.
-    EXPECT_EQ(verdict({goodPem, "{}"}), 0);
-    EXPECT_EQ(verdict({goodPem, R"({"a":{"b":1}})"}), 0);
-    EXPECT_EQ(verdict({goodPem, R"({"a":1})"}), 1);
-    EXPECT_EQ(verdict({goodPem, badJwk}), 0);
-    EXPECT_EQ(verdict({badJwk, goodPem}), 1);
+    EXPECT_EQ(outcome({goodPem, "{}"}), "token.key-not-imported");
+    EXPECT_EQ(outcome({goodPem, R"({"a":{"b":1}})"}), "token.key-not-imported");
+    EXPECT_EQ(outcome({goodPem, R"({"a":1})"}), "accepted");
+    EXPECT_EQ(outcome({goodPem, badJwk}), "token.signature");
+    EXPECT_EQ(outcome({badJwk, goodPem}), "accepted");
     // A JWK that is not tried ends the search where a PEM key has verified.
-    EXPECT_EQ(verdict({goodPem, unselected}), 1);
-    EXPECT_EQ(verdict({goodPem, unselected, badPem}), 1);
-    EXPECT_EQ(verdict({badPem, unselected, goodPem}), 1);
-    EXPECT_EQ(verdict({badPem, unselected}), 0);
-    EXPECT_EQ(verdict({goodPem, badPem, unselected}), 0);
-    EXPECT_EQ(verdict({goodPem, badPem, unselected, goodPem}), 1);
+    EXPECT_EQ(outcome({goodPem, unselected}), "accepted");
+    EXPECT_EQ(outcome({goodPem, unselected, badPem}), "accepted");
+    EXPECT_EQ(outcome({badPem, unselected, goodPem}), "accepted");
+    EXPECT_EQ(outcome({badPem, unselected}), "token.signature");
+    EXPECT_EQ(outcome({goodPem, badPem, unselected}), "token.signature");
+    EXPECT_EQ(outcome({goodPem, badPem, unselected, goodPem}), "accepted");
+}
+
+TEST_F(ValidateJwtDelegated, TellsWhatBecameOfEachKey)
+{
+    const std::string unimported = R"({"alg":"ES256"})";
+    const std::string badPem = issuer::otherP256Key().pem();
+    struct Search
+    {
+        std::vector<std::string> keys;
+        const char* rule;
+        int index;
+        const char* saw;
+    };
+    const std::vector<Search> searches = {
+        {{unselected, unimported, badPem, "no key", unselected},
+         "token.signature",
+         2,
+         "2 not selected, 2 not imported, 1 not verified"},
+        // Of several that came as far, the first.
+        {{unselected, unimported, "no key"},
+         "token.key-not-imported",
+         1,
+         "1 not selected, 2 not imported, 0 not verified"},
+        {{unselected, unselected},
+         "token.key-not-selected",
+         -1,
+         "2 not selected, 0 not imported, 0 not verified"},
+        // A PEM key that verified has its place in the list, and no say before another one.
+        {{pem(), badPem}, "token.signature", 1, "0 not selected, 0 not imported, 1 not verified"},
+    };
+    const std::string token = es256Token();
+    for (const Search& search : searches)
+    {
+        SCOPED_TRACE(search.saw);
+        EXPECT_EQ(judge(token, {.keys = search.keys}).rule, search.rule);
+        EXPECT_EQ(lastRefusal().index, search.index);
+        EXPECT_STREQ(lastRefusal().saw, search.saw);
+    }
+}
+
+TEST_F(ValidateJwtDelegated, TellsWhatItSawAndWanted)
+{
+    EXPECT_EQ(judge(es256Token(R"({"exp":1600000000})"), {.keys = {pem()}}).rule, "token.expired");
+    EXPECT_STREQ(lastRefusal().subject, "exp");
+    EXPECT_STREQ(lastRefusal().saw, "1600000000");
+    EXPECT_STREQ(lastRefusal().wanted, "above 1700000000");
+    EXPECT_EQ(judge(es256Token(headerOf("none"), claims()), {.keys = {pem()}}).rule,
+              "token.algorithm");
+    EXPECT_STREQ(lastRefusal().subject, "alg");
+    EXPECT_STREQ(lastRefusal().saw, "none");
+}
+
+TEST_F(ValidateJwtDelegated, LeavesTheLastRefusalAloneWhereItAccepts)
+{
+    const std::string token = es256Token();
+    // A PEM key is looked at as a JWK first; the last of three keys comes after two that are refused.
+    const std::string jwk = jwkOf(issuer::p256Key(), {{"kty", "EC"}});
+    for (const std::vector<std::string>& keys :
+         {std::vector{pem()}, {unselected, issuer::otherP256Key().pem(), jwk}})
+    {
+        EXPECT_EQ(judge(token, {.keys = keys}).verdict, 1);
+        EXPECT_TRUE(isPlantedRefusal());
+    }
 }
 
 TEST_F(ValidateJwtDelegated, FindsTheLastOfAHundredKeys)
@@ -577,12 +656,12 @@ TEST_F(ValidateJwtDelegated, FindsTheLastOfAHundredKeys)
     {
         keys.push_back(jwkOf(issuer::otherP256Key(), {{"kid", "k" + std::to_string(i)}}));
     }
-    EXPECT_EQ(judge(token, {.keys = keys}).verdict, 0);
+    EXPECT_EQ(judge(token, {.keys = keys}).rule, "token.key-not-selected");
     keys.push_back(jwkOf(issuer::p256Key(), {{"kid", "k99"}}));
     EXPECT_EQ(judge(token, {.keys = keys}).verdict, 1);
     // All of them selected and tried.
     std::vector<std::string> pems(99, issuer::otherP256Key().pem());
-    EXPECT_EQ(judge(token, {.keys = pems}).verdict, 0);
+    EXPECT_EQ(judge(token, {.keys = pems}).rule, "token.signature");
     pems.push_back(pem());
     EXPECT_EQ(judge(token, {.keys = pems}).verdict, 1);
 }
@@ -600,14 +679,16 @@ TEST_F(ValidateJwtDelegated, IsNotConfusedByHostileKeys)
     for (const auto& [name, text] : hostileTexts())
     {
         SCOPED_TRACE(name);
-        EXPECT_EQ(judge(token, {.keys = {text}}).verdict, 0);
+        EXPECT_EQ(judge(token, {.keys = {text}}).rule, "token.key-not-imported");
         EXPECT_EQ(judge(token, {.keys = {text, pem()}}).verdict, 1);
     }
     for (const std::string& value : jsonValuesOfEveryType())
     {
         SCOPED_TRACE(value);
         const std::string key = jwkOfOneValue(value);
-        EXPECT_EQ(judge(token, {.keys = {key}}).verdict, 0);
+        // Without a member that is not an object it is not a JWK.
+        EXPECT_EQ(judge(token, {.keys = {key}}).rule,
+                  value.starts_with('{') ? "token.key-not-imported" : "token.key-not-selected");
         EXPECT_EQ(judge(token, {.keys = {key, pem()}}).verdict, 1);
     }
 }
@@ -619,11 +700,11 @@ TEST_F(ValidateJwtDelegated, TellsAnExpiredTokenFromAForgedOne)
     EXPECT_EQ(judge(token, {.keys = {pem()}}).verdict, 1);
     clock.set(1700003600);
     const Judgement expired = judge(token, {.keys = {pem()}});
-    EXPECT_EQ(expired.verdict, 2);
+    EXPECT_EQ(expired.rule, "token.expired");
     EXPECT_EQ(expired.verified, 1);
     EXPECT_TRUE(expired.hasRecords());
     const Judgement forged = judge(token, {.keys = {issuer::otherP256Key().pem()}});
-    EXPECT_EQ(forged.verdict, 0);
+    EXPECT_EQ(forged.rule, "token.signature");
     EXPECT_EQ(forged.verified, -1);
     EXPECT_TRUE(forged.hasRecords());
 }
@@ -633,12 +714,12 @@ TEST_F(ValidateJwtDelegated, AllowsTheSkewAfterTheExpiry)
     const std::string token = es256Token();
     clock.set(1700003600 + 299);
     EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = 300}).verdict, 1);
-    EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = 299}).verdict, 2);
+    EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = 299}).rule, "token.expired");
     clock.advance(1);
-    EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = 300}).verdict, 2);
+    EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = 300}).rule, "token.expired");
     EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = ~0U}).verdict, 1);
     clock.set(1700003600 + 1000000);
-    EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = 1000000}).verdict, 2);
+    EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = 1000000}).rule, "token.expired");
     EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = 1000001}).verdict, 1);
     // The sum goes beyond 32 bits.
     EXPECT_EQ(judge(es256Token(R"({"exp":4294967295})"), {.keys = {pem()}, .skew = 300}).verdict,
@@ -653,10 +734,10 @@ TEST_F(ValidateJwtDelegated, AllowsTheSkewBeforeTheBeginning)
     EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = 300}).verdict, 1);
     clock.set(now - 301);
     const Judgement early = judge(token, {.keys = {pem()}, .skew = 300});
-    EXPECT_EQ(early.verdict, 0);
+    EXPECT_EQ(early.rule, "token.not-yet-valid");
     EXPECT_EQ(early.verified, 1);
     EXPECT_TRUE(early.hasRecords());
-    EXPECT_EQ(judge(token, {.keys = {pem()}}).verdict, 0);
+    EXPECT_EQ(judge(token, {.keys = {pem()}}).rule, "token.not-yet-valid");
     // The sum goes beyond 32 bits.
     EXPECT_EQ(judge(token, {.keys = {pem()}, .skew = 4000000000U}).verdict, 1);
 }
@@ -665,33 +746,36 @@ TEST_F(ValidateJwtDelegated, CallsATokenThatIsNeitherYetNorStillValidExpired)
 {
     // Unlike for a token of the service's own, the expiry is looked at first.
     const Trust trust{.keys = {pem()}};
-    EXPECT_EQ(judge(es256Token(R"({"exp":1700003600,"nbf":1800000000})"), trust).verdict, 0);
-    EXPECT_EQ(judge(es256Token(R"({"exp":1600000000,"nbf":1600000000})"), trust).verdict, 2);
+    EXPECT_EQ(judge(es256Token(R"({"exp":1700003600,"nbf":1800000000})"), trust).rule,
+              "token.not-yet-valid");
+    EXPECT_EQ(judge(es256Token(R"({"exp":1600000000,"nbf":1600000000})"), trust).rule,
+              "token.expired");
     const Judgement both = judge(es256Token(R"({"exp":1600000000,"nbf":1800000000})"), trust);
-    EXPECT_EQ(both.verdict, 2);
+    EXPECT_EQ(both.rule, "token.expired");
     EXPECT_EQ(both.verified, 1);
 }
 
 TEST_F(ValidateJwtDelegated, NeedsAnExpiryButNoBeginning)
 {
     const Judgement endless = judge(es256Token(R"({"nbf":1700000000})"), {.keys = {pem()}});
-    EXPECT_EQ(endless.verdict, 0);
+    EXPECT_EQ(endless.rule, "token.member");
     EXPECT_EQ(endless.verified, 1);
     EXPECT_EQ(judge(es256Token(R"({"exp":1700003600})"), {.keys = {pem()}}).verdict, 1);
-    EXPECT_EQ(judge(es256Token("{}"), {.keys = {pem()}}).verdict, 0);
-    EXPECT_EQ(judge(es256Token(R"({"exp":true})"), {.keys = {pem()}}).verdict, 0);
+    EXPECT_EQ(judge(es256Token("{}"), {.keys = {pem()}}).rule, "token.member");
+    EXPECT_EQ(judge(es256Token(R"({"exp":true})"), {.keys = {pem()}}).rule, "token.member");
 }
 
 TEST_F(ValidateJwtDelegated, TakesTimesThatItDoesNotReadAsMissing)
 {
     const Trust trust{.keys = {pem()}};
     EXPECT_EQ(judge(es256Token(R"({"exp":4294967295})"), trust).verdict, 1);
-    EXPECT_EQ(judge(es256Token(R"({"exp":1700003600,"nbf":4294967295})"), trust).verdict, 0);
+    EXPECT_EQ(judge(es256Token(R"({"exp":1700003600,"nbf":4294967295})"), trust).rule,
+              "token.not-yet-valid");
     for (const char* time : {"4294967296", "1800000000.0", "-1", "null", "[1800000000]"})
     {
         SCOPED_TRACE(time);
         const Judgement endless = judge(es256Token(std::string{R"({"exp":)"} + time + "}"), trust);
-        EXPECT_EQ(endless.verdict, 0);
+        EXPECT_EQ(endless.rule, "token.member");
         EXPECT_EQ(endless.verified, 1);
         EXPECT_EQ(judge(es256Token(std::string{R"({"exp":1700003600,"nbf":)"} + time + "}"), trust)
                       .verdict,
@@ -701,38 +785,38 @@ TEST_F(ValidateJwtDelegated, TakesTimesThatItDoesNotReadAsMissing)
 
 TEST_F(ValidateJwtDelegated, ReadsTimesAsTextsToo)
 {
-    const auto verdict = [](const std::string& exp, unsigned int skew = 0) {
+    const auto outcome = [](const std::string& exp, unsigned int skew = 0) {
         return judge(es256Token(R"({"exp":")" + exp + R"("})"), {.keys = {pem()}, .skew = skew})
-            .verdict;
+            .rule;
     };
-    EXPECT_EQ(verdict("1700000001"), 1);
-    EXPECT_EQ(verdict("1700000000"), 2);
+    EXPECT_EQ(outcome("1700000001"), "accepted");
+    EXPECT_EQ(outcome("1700000000"), "token.expired");
     // 1700000001 again, in hexadecimal and in octal.
-    EXPECT_EQ(verdict("0x6553f101"), 1);
-    EXPECT_EQ(verdict("0x6553f100"), 2);
-    EXPECT_EQ(verdict("014524770401"), 1);
-    EXPECT_EQ(verdict("014524770400"), 2);
-    EXPECT_EQ(verdict("soon"), 2);
-    EXPECT_EQ(verdict(""), 2);
+    EXPECT_EQ(outcome("0x6553f101"), "accepted");
+    EXPECT_EQ(outcome("0x6553f100"), "token.expired");
+    EXPECT_EQ(outcome("014524770401"), "accepted");
+    EXPECT_EQ(outcome("014524770400"), "token.expired");
+    EXPECT_EQ(outcome("soon"), "token.expired");
+    EXPECT_EQ(outcome(""), "token.expired");
     // The largest time there is; adding the skew to it wraps.
-    EXPECT_EQ(verdict("18446744073709551615"), 1);
-    EXPECT_EQ(verdict("99999999999999999999"), 1);
-    EXPECT_EQ(verdict("-1"), 1);
-    EXPECT_EQ(verdict("-1", 300), 2);
-    const auto verdictBefore = [](const std::string& nbf) {
+    EXPECT_EQ(outcome("18446744073709551615"), "accepted");
+    EXPECT_EQ(outcome("99999999999999999999"), "accepted");
+    EXPECT_EQ(outcome("-1"), "accepted");
+    EXPECT_EQ(outcome("-1", 300), "token.expired");
+    const auto outcomeBefore = [](const std::string& nbf) {
         std::string payload = R"({"exp":1700003600,"nbf":")";
         payload.append(nbf).append(R"("})");
-        return judge(es256Token(payload), {.keys = {pem()}}).verdict;
+        return judge(es256Token(payload), {.keys = {pem()}}).rule;
     };
-    EXPECT_EQ(verdictBefore("1700000000"), 1);
-    EXPECT_EQ(verdictBefore("1700000001"), 0);
-    EXPECT_EQ(verdictBefore("0x6553f100"), 1);
-    EXPECT_EQ(verdictBefore("0x6553f101"), 0);
-    EXPECT_EQ(verdictBefore("014524770400"), 1);
-    EXPECT_EQ(verdictBefore("014524770401"), 0);
-    EXPECT_EQ(verdictBefore("soon"), 1);
-    EXPECT_EQ(verdictBefore(""), 1);
-    EXPECT_EQ(verdictBefore("-1"), 0);
+    EXPECT_EQ(outcomeBefore("1700000000"), "accepted");
+    EXPECT_EQ(outcomeBefore("1700000001"), "token.not-yet-valid");
+    EXPECT_EQ(outcomeBefore("0x6553f100"), "accepted");
+    EXPECT_EQ(outcomeBefore("0x6553f101"), "token.not-yet-valid");
+    EXPECT_EQ(outcomeBefore("014524770400"), "accepted");
+    EXPECT_EQ(outcomeBefore("014524770401"), "token.not-yet-valid");
+    EXPECT_EQ(outcomeBefore("soon"), "accepted");
+    EXPECT_EQ(outcomeBefore(""), "accepted");
+    EXPECT_EQ(outcomeBefore("-1"), "token.not-yet-valid");
 }
 
 TEST_F(ValidateJwtDelegated, TakesAClockThatFailsForExpiry)
@@ -741,11 +825,12 @@ TEST_F(ValidateJwtDelegated, TakesAClockThatFailsForExpiry)
     EXPECT_EQ(judge(token, {.keys = {pem()}}).verdict, 1);
     clock.failBreakingDown();
     const Judgement judgement = judge(token, {.keys = {pem()}});
-    EXPECT_EQ(judgement.verdict, 2);
+    EXPECT_EQ(judgement.rule, "clock.unreadable");
     EXPECT_EQ(judgement.verified, 1);
-    EXPECT_EQ(judge(es256Token(R"({"exp":1700003600})"), {.keys = {pem()}}).verdict, 2);
+    EXPECT_EQ(judge(es256Token(R"({"exp":1700003600})"), {.keys = {pem()}}).rule,
+              "clock.unreadable");
     // What never expires is not valid, whatever the time is.
-    EXPECT_EQ(judge(es256Token("{}"), {.keys = {pem()}}).verdict, 0);
+    EXPECT_EQ(judge(es256Token("{}"), {.keys = {pem()}}).rule, "token.member");
 }
 
 TEST_F(ValidateJwtDelegated, SpellsTheRightsOutAsThreeEntries)
@@ -860,7 +945,7 @@ TEST_F(ValidateJwtDelegated, GivesForgedTokensTheirClaimedRightsButNoVerdict)
     // The records are there for the caller to look at; the result tells that they mean nothing.
     const Judgement judgement = judge(es256Token(claims(R"("sub":"eve","scope":"ravok_login",)")),
                                       {.keys = {issuer::otherP256Key().pem()}});
-    EXPECT_EQ(judgement.verdict, 0);
+    EXPECT_EQ(judgement.rule, "token.signature");
     EXPECT_EQ(judgement.verified, -1);
     EXPECT_EQ(entriesOf(judgement), rightsOf("eve", "1"));
 }
@@ -957,7 +1042,7 @@ TEST_F(ValidateJwtDelegated, KeepsErrnoAndTheErrorQueue)
     EXPECT_EQ(errno, EDOM);
     EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), 42);
     EXPECT_EQ(ERR_get_error(), 0U);
-    EXPECT_EQ(judgement.verdict, 0);
+    EXPECT_EQ(judgement.rule, "token.key-not-imported");
 }
 
 } // namespace

@@ -147,6 +147,14 @@ std::string handmade(std::string_view header, std::string_view payload, const Pr
     return signingInput + "." + base64Url(sign(signingInput, key));
 }
 
+std::string hostilePartRule(const support::HostileText& text)
+{
+    constexpr std::size_t longestPart = 98304;
+    return text.text.empty()                           ? "base64.malformed"
+           : base64Url(text.text).size() > longestPart ? "base64.length"
+                                                       : support::hostileRule(text.name);
+}
+
 std::vector<std::string> partsOf(std::string_view token)
 {
     std::vector<std::string> parts{""};

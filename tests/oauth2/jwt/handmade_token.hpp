@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "support/hostile.hpp"
 #include "support/owners.hpp"
 
 #include <bmcoauth.h>
@@ -53,6 +54,9 @@ using Members = std::map<std::string, std::string>;
 /** The compact token of two JSON texts, signed with @p key. */
 [[nodiscard]] std::string handmade(std::string_view header, std::string_view payload,
                                    const PrivateKey& key = serviceKey());
+
+/** The rule that refuses a part of a token which encodes @p text. */
+[[nodiscard]] std::string hostilePartRule(const support::HostileText& text);
 
 /** The parts of @p token between its dots. */
 [[nodiscard]] std::vector<std::string> partsOf(std::string_view token);

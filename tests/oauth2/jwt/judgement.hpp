@@ -2,6 +2,7 @@
 #pragma once
 
 #include "handmade_token.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth/jwt.h>
 
@@ -12,6 +13,8 @@
 struct Judgement
 {
     int verdict = -1;
+    /** The rule that refused it; "accepted" if none did. */
+    std::string rule;
     /** Stays -1 unless it is set. */
     int verified = -1;
     tokens::Header header;
@@ -43,9 +46,13 @@ struct Trust
     Judgement judgement;
     JWTHeader* header = nullptr;
     JWTPayload* payload = nullptr;
-    judgement.verdict =
-        validateJWT_Delegated(token.c_str(), keys.data(), 0, &header, &payload, trust.skew,
-                              trust.roles, trust.providers, &judgement.verified);
+    judgement.rule = support::ruleOf([&] {
+        return judgement.verdict = validateJWT_Delegated(token.c_str(), keys.data(), 0, &header,
+                                                         &payload, trust.skew, trust.roles,
+                                                         trust.providers, &judgement.verified);
+    });
+    const bool over = judgement.rule == "token.expired" || judgement.rule == "clock.unreadable";
+    EXPECT_EQ(judgement.verdict, judgement.rule == "accepted" ? 1 : over ? 2 : 0);
     judgement.header.reset(header);
     judgement.payload.reset(payload);
     return judgement;

@@ -4,6 +4,7 @@
 #include "support/hostile.hpp"
 #include "support/machine.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <gtest/gtest.h>
 #include <openssl/err.h>
@@ -63,6 +64,16 @@ struct Records
         return orNull(text.get());
     }
 
+    /** The rule by which no token is made, and the text that it concerns. */
+    [[nodiscard]] std::string refusal()
+    {
+        const std::string rule = ruleOf([this] {
+            return HeapText{
+                generateJWT(&header, &payload, serviceKey().data(), serviceKey().length())};
+        });
+        return rule + " " + lastRefusal().subject;
+    }
+
     /** The text of one part of the token, decoded. */
     [[nodiscard]] std::string part(std::size_t index)
     {
@@ -90,16 +101,34 @@ char* text(const char* literal)
 struct Validation
 {
     int result = -1;
+    /** The rule that refused it; "accepted" if none did. */
+    std::string rule;
     tokens::Header header;
     tokens::Payload payload;
 };
 
-Validation validate(const std::string& token, const tokens::PrivateKey& key = serviceKey())
+/** What @p check makes of its two records. */
+template <typename Check>
+Validation validation(const Check& check)
 {
+    Validation made;
     JWTHeader* header = nullptr;
     JWTPayload* payload = nullptr;
-    const int result = validateJWT(token.c_str(), key.data(), key.length(), &header, &payload);
-    return {result, tokens::Header{header}, tokens::Payload{payload}};
+    made.rule = ruleOf([&] { return made.result = check(&header, &payload); });
+    made.header.reset(header);
+    made.payload.reset(payload);
+    EXPECT_EQ(made.result, made.rule == "accepted"           ? 1
+                           : made.rule == "token.expired"    ? 2
+                           : made.rule == "clock.unreadable" ? 3
+                                                             : 0);
+    return made;
+}
+
+Validation validate(const std::string& token, const tokens::PrivateKey& key = serviceKey())
+{
+    return validation([&](JWTHeader** header, JWTPayload** payload) {
+        return validateJWT(token.c_str(), key.data(), key.length(), header, payload);
+    });
 }
 
 tokens::Members plainClaims()
@@ -131,6 +160,12 @@ Validation validateClaims(const std::string& payload)
 Validation validateHeader(const std::string& header)
 {
     return validate(handmade(header, json(plainClaims())));
+}
+
+/** The rule behind a result that the times of a token decide. */
+const char* timeRule(int result)
+{
+    return result == 1 ? "accepted" : result == 2 ? "token.expired" : "token.not-yet-valid";
 }
 
 /** @p token with another digit at @p position. */
@@ -279,16 +314,23 @@ TEST(GenerateJwt, NeedsEveryTextButKid)
     const JournalEntries journal;
     Records records;
     EXPECT_NE(records.token(), "(null)");
-    for (char** field :
-         {&records.header.typ, &records.header.alg, &records.payload.sub, &records.payload.iss,
-          &records.payload.jti, &records.payload.iat, &records.payload.nbf, &records.payload.exp})
+    for (const auto& [field, name] : {std::pair{&records.header.typ, "typ"},
+                                      {&records.header.alg, "alg"},
+                                      {&records.payload.sub, "sub"},
+                                      {&records.payload.iss, "iss"},
+                                      {&records.payload.jti, "jti"},
+                                      {&records.payload.iat, "iat"},
+                                      {&records.payload.nbf, "nbf"},
+                                      {&records.payload.exp, "exp"}})
     {
         char* const kept = std::exchange(*field, nullptr);
-        EXPECT_EQ(records.token(), "(null)");
+        EXPECT_EQ(records.refusal(), std::string{"token.incomplete "} + name);
         *field = kept;
     }
-    EXPECT_EQ(generateJWT(nullptr, &records.payload, nullptr, 0), nullptr);
-    EXPECT_EQ(generateJWT(&records.header, nullptr, nullptr, 0), nullptr);
+    EXPECT_REFUSED("argument.null", generateJWT(nullptr, &records.payload, nullptr, 0));
+    EXPECT_STREQ(lastRefusal().subject, "header");
+    EXPECT_REFUSED("argument.null", generateJWT(&records.header, nullptr, nullptr, 0));
+    EXPECT_STREQ(lastRefusal().subject, "payload");
     EXPECT_TRUE(journal.all().empty());
 }
 
@@ -302,16 +344,16 @@ TEST(GenerateJwt, NeedsEveryTextOfItsScopes)
     records.payload.scopes_count = 1;
     EXPECT_NE(records.token(), "(null)");
     scope.name = nullptr;
-    EXPECT_EQ(records.token(), "(null)");
+    EXPECT_EQ(records.refusal(), "token.incomplete scope");
     scope.name = text("name");
     values[1] = nullptr;
-    EXPECT_EQ(records.token(), "(null)");
+    EXPECT_EQ(records.refusal(), "token.incomplete scope");
     scope.count = 1;
     EXPECT_NE(records.token(), "(null)");
     scope.values = nullptr;
-    EXPECT_EQ(records.token(), "(null)");
+    EXPECT_EQ(records.refusal(), "token.incomplete scope");
     records.payload.scopes = nullptr;
-    EXPECT_EQ(records.token(), "(null)");
+    EXPECT_EQ(records.refusal(), "token.incomplete scope");
     EXPECT_TRUE(journal.all().empty());
 }
 
@@ -320,13 +362,12 @@ TEST(GenerateJwt, FailsWithAKeyThatDoesNotDecode)
     const JournalEntries journal;
     Records records;
     const auto generated = [&](const unsigned char* der, int length) {
-        const HeapText token{generateJWT(&records.header, &records.payload, der, length)};
-        return token != nullptr;
+        return HeapText{generateJWT(&records.header, &records.payload, der, length)};
     };
-    EXPECT_TRUE(generated(serviceKey().data(), serviceKey().length()));
-    EXPECT_FALSE(generated(serviceKey().data(), serviceKey().length() - 1));
-    EXPECT_FALSE(generated(serviceKey().data(), 0));
-    EXPECT_FALSE(generated(serviceKey().data(), -1));
+    EXPECT_NE(generated(serviceKey().data(), serviceKey().length()), nullptr);
+    EXPECT_REFUSED("key.encoding", generated(serviceKey().data(), serviceKey().length() - 1));
+    EXPECT_REFUSED("argument.length", generated(serviceKey().data(), 0));
+    EXPECT_REFUSED("argument.length", generated(serviceKey().data(), -1));
     EXPECT_TRUE(journal.all().empty());
 }
 
@@ -386,7 +427,6 @@ TEST(GenerateJwt, TellsTheJournalWhichPartFailed)
             }
         }
     }
-    // The other two are of a step that fails for null alone.
     EXPECT_EQ(told, (std::vector<std::string>{"JWT header serialization failed",
                                               "JWT payload serialization failed",
                                               "Base64 encoding the header failed",
@@ -497,7 +537,7 @@ TEST(ValidateJwt, HoldsATokenValidUpToItsExpiry)
     {
         clock.set(late);
         const Validation checked = validate(token);
-        EXPECT_EQ(checked.result, 2) << late;
+        EXPECT_EQ(checked.rule, "token.expired") << late;
         EXPECT_NE(checked.header, nullptr);
         EXPECT_EQ(checked.payload, nullptr);
     }
@@ -506,7 +546,8 @@ TEST(ValidateJwt, HoldsATokenValidUpToItsExpiry)
 TEST(ValidateJwt, CallsAForgedTokenExpiredToo)
 {
     const FakeClock clock{1700003600};
-    EXPECT_EQ(validate(handmade(plainHeader, json(plainClaims())), otherKey()).result, 2);
+    EXPECT_EQ(validate(handmade(plainHeader, json(plainClaims())), otherKey()).rule,
+              "token.expired");
 }
 
 TEST(ValidateJwt, CallsAnExpiredTokenExpiredWhateverItsScope)
@@ -517,10 +558,10 @@ TEST(ValidateJwt, CallsAnExpiredTokenExpiredWhateverItsScope)
         tokens::Members claims = plainClaims();
         claims["scope"] = scope;
         claims["exp"] = R"("1700000000")";
-        EXPECT_EQ(validateClaims(json(claims)).result, 2) << scope;
+        EXPECT_EQ(validateClaims(json(claims)).rule, "token.expired") << scope;
         // But not one that lacks a claim.
         claims.erase("iat");
-        EXPECT_EQ(validateClaims(json(claims)).result, 0) << scope;
+        EXPECT_EQ(validateClaims(json(claims)).rule, "token.member") << scope;
     }
 }
 
@@ -531,7 +572,7 @@ TEST(ValidateJwt, HoldsATokenInvalidBeforeItsTime)
     EXPECT_EQ(validate(token).result, 1);
     clock.set(1699999998);
     const Validation checked = validate(token);
-    EXPECT_EQ(checked.result, 0);
+    EXPECT_EQ(checked.rule, "token.not-yet-valid");
     EXPECT_NE(checked.header, nullptr);
     EXPECT_EQ(checked.payload, nullptr);
 }
@@ -541,9 +582,9 @@ TEST(ValidateJwt, HoldsATokenThatIsNeitherYetNorStillValidInvalid)
     const FakeClock clock{now};
     tokens::Members claims = plainClaims();
     claims["exp"] = R"("1600000000")";
-    EXPECT_EQ(validateClaims(json(claims)).result, 2);
+    EXPECT_EQ(validateClaims(json(claims)).rule, "token.expired");
     claims["nbf"] = R"("1800000000")";
-    EXPECT_EQ(validateClaims(json(claims)).result, 0);
+    EXPECT_EQ(validateClaims(json(claims)).rule, "token.not-yet-valid");
 }
 
 TEST(ValidateJwt, NeverComparesTheTimeOfIssue)
@@ -594,8 +635,8 @@ TEST(ValidateJwt, ReadsTimesInThreeBases)
     {
         SCOPED_TRACE(text);
         const std::string value = std::string{"\""} + text + "\"";
-        EXPECT_EQ(validateClaims(with("exp", value)).result, asExpiry);
-        EXPECT_EQ(validateClaims(with("nbf", value)).result, asNotBefore);
+        EXPECT_EQ(validateClaims(with("exp", value)).rule, timeRule(asExpiry));
+        EXPECT_EQ(validateClaims(with("nbf", value)).rule, timeRule(asNotBefore));
     }
 }
 
@@ -608,7 +649,7 @@ TEST(ValidateJwt, FailsWhenTheClockCannotBeRead)
     for (const std::string& any : {token, std::string{}, std::string{"a.b"}})
     {
         const Validation checked = validate(any);
-        EXPECT_EQ(checked.result, 3);
+        EXPECT_EQ(checked.rule, "clock.unreadable");
         EXPECT_EQ(checked.header, nullptr);
         EXPECT_EQ(checked.payload, nullptr);
     }
@@ -624,7 +665,7 @@ TEST(ValidateJwt, RefusesAnAlteredSignatureAndHandsTheRecordsBack)
     {
         SCOPED_TRACE(position);
         const Validation checked = validate(altered(token, position));
-        EXPECT_EQ(checked.result, 0);
+        EXPECT_EQ(checked.rule, "token.signature");
         ASSERT_NE(checked.header, nullptr);
         EXPECT_STREQ(checked.header->alg, "ES256");
         ASSERT_NE(checked.payload, nullptr);
@@ -643,7 +684,7 @@ TEST(ValidateJwt, HandsTheRecordsBackWhereTheSignatureDoesNotDecode)
     {
         SCOPED_TRACE(bad);
         const Validation checked = validate(bad);
-        EXPECT_EQ(checked.result, 0);
+        EXPECT_EQ(checked.rule, "base64.malformed");
         EXPECT_NE(checked.header, nullptr);
         EXPECT_NE(checked.payload, nullptr);
     }
@@ -656,17 +697,18 @@ TEST(ValidateJwt, RefusesWhatTheSignatureDoesNotCover)
     const std::vector<std::string> parts = partsOf(handmade(plainHeader, json(plainClaims())));
     const auto joined = [](const std::string& header, const std::string& payload,
                            const std::string& signature) {
-        return validate(header + "." + payload + "." + signature).result;
+        return validate(header + "." + payload + "." + signature).rule;
     };
-    EXPECT_EQ(joined(parts.at(0), parts.at(1), parts.at(2)), 1);
+    EXPECT_EQ(joined(parts.at(0), parts.at(1), parts.at(2)), "accepted");
     const std::string more = base64Url(with("sub", R"("admin")"));
     const std::string unsignedHeader = base64Url(R"({"alg":"none","typ":"JWT"})");
-    EXPECT_EQ(joined(parts.at(0), more, parts.at(2)), 0);
-    EXPECT_EQ(joined(unsignedHeader, parts.at(1), parts.at(2)), 0);
-    EXPECT_EQ(joined(unsignedHeader, parts.at(1), ""), 0);
-    EXPECT_EQ(joined(parts.at(0), parts.at(1), ""), 0);
+    EXPECT_EQ(joined(parts.at(0), more, parts.at(2)), "token.signature");
+    EXPECT_EQ(joined(unsignedHeader, parts.at(1), parts.at(2)), "token.signature");
+    EXPECT_EQ(joined(unsignedHeader, parts.at(1), ""), "base64.malformed");
+    EXPECT_EQ(joined(parts.at(0), parts.at(1), ""), "base64.malformed");
     // The same claims, written differently.
-    EXPECT_EQ(joined(parts.at(0), base64Url(json(plainClaims()) + " "), parts.at(2)), 0);
+    EXPECT_EQ(joined(parts.at(0), base64Url(json(plainClaims()) + " "), parts.at(2)),
+              "token.signature");
 }
 
 TEST(ValidateJwt, RefusesOtherFormsOfSignature)
@@ -680,7 +722,7 @@ TEST(ValidateJwt, RefusesOtherFormsOfSignature)
          {der + '\0', der.substr(0, der.size() - 1), std::string(64, '\x01'), std::string(1, '0'),
           std::string(70, '\0'), std::string{"\x30\x06\x02\x01\x00\x02\x01\x00", 8}})
     {
-        EXPECT_EQ(validate(signingInput + "." + base64Url(signature)).result, 0);
+        EXPECT_EQ(validate(signingInput + "." + base64Url(signature)).rule, "token.signature");
     }
 }
 
@@ -692,7 +734,7 @@ TEST(ValidateJwt, DoesNotLetAlgChooseTheAlgorithm)
         const std::string header = std::string{R"({"alg":")"} + alg + R"(","typ":"JWT"})";
         EXPECT_EQ(validateHeader(header).result, 1) << alg;
         const std::string token = handmade(header, json(plainClaims()), otherKey());
-        EXPECT_EQ(validate(token).result, 0) << alg;
+        EXPECT_EQ(validate(token).rule, "token.signature") << alg;
     }
 }
 
@@ -709,12 +751,12 @@ TEST(ValidateJwt, NeedsItsOwnKey)
         return code;
     };
     EXPECT_EQ(result(serviceKey().data(), serviceKey().length()), 1);
-    EXPECT_EQ(result(otherKey().data(), otherKey().length()), 0);
-    EXPECT_EQ(result(serviceKey().data(), serviceKey().length() - 1), 0);
-    EXPECT_EQ(result(serviceKey().data(), 0), 0);
-    EXPECT_EQ(result(serviceKey().data(), -1), 0);
-    EXPECT_EQ(result(nullptr, 0), 0);
-    EXPECT_EQ(result(nullptr, serviceKey().length()), 0);
+    EXPECT_REFUSED("token.signature", result(otherKey().data(), otherKey().length()));
+    EXPECT_REFUSED("key.encoding", result(serviceKey().data(), serviceKey().length() - 1));
+    EXPECT_REFUSED("argument.length", result(serviceKey().data(), 0));
+    EXPECT_REFUSED("argument.length", result(serviceKey().data(), -1));
+    EXPECT_REFUSED("argument.null", result(nullptr, 0));
+    EXPECT_REFUSED("argument.null", result(nullptr, serviceKey().length()));
 }
 
 TEST(ValidateJwt, NeedsATokenAndBothAddresses)
@@ -725,9 +767,12 @@ TEST(ValidateJwt, NeedsATokenAndBothAddresses)
     JWTPayload* payload = nullptr;
     const auto* der = serviceKey().data();
     const int length = serviceKey().length();
-    EXPECT_EQ(validateJWT(nullptr, der, length, &header, &payload), 0);
-    EXPECT_EQ(validateJWT(token.c_str(), der, length, nullptr, &payload), 0);
-    EXPECT_EQ(validateJWT(token.c_str(), der, length, &header, nullptr), 0);
+    EXPECT_REFUSED("argument.null", validateJWT(nullptr, der, length, &header, &payload));
+    EXPECT_STREQ(lastRefusal().subject, "token");
+    EXPECT_REFUSED("argument.null", validateJWT(token.c_str(), der, length, nullptr, &payload));
+    EXPECT_STREQ(lastRefusal().subject, "header");
+    EXPECT_REFUSED("argument.null", validateJWT(token.c_str(), der, length, &header, nullptr));
+    EXPECT_STREQ(lastRefusal().subject, "payload");
     EXPECT_EQ(header, nullptr);
     EXPECT_EQ(payload, nullptr);
 }
@@ -742,28 +787,28 @@ TEST(ValidateJwt, LeavesAloneWhatItDoesNotBuild)
     const auto result = [&](const char* token) {
         return validateJWT(token, serviceKey().data(), serviceKey().length(), &header, &payload);
     };
-    EXPECT_EQ(result(nullptr), 0);
-    EXPECT_EQ(result(""), 0);
-    EXPECT_EQ(result("a.b.c"), 0);
-    EXPECT_EQ(result(handmade("{}", json(plainClaims())).c_str()), 0);
+    EXPECT_REFUSED("argument.null", result(nullptr));
+    EXPECT_REFUSED("token.parts", result(""));
+    EXPECT_REFUSED("base64.malformed", result("a.b.c"));
+    EXPECT_REFUSED("token.member", result(handmade("{}", json(plainClaims())).c_str()));
     EXPECT_EQ(header, &otherHeader);
     EXPECT_EQ(payload, &otherPayload);
 
     // The header stands by itself.
-    EXPECT_EQ(result(handmade(plainHeader, "{}").c_str()), 0);
+    EXPECT_REFUSED("token.member", result(handmade(plainHeader, "{}").c_str()));
     const tokens::Header ofAnInvalidToken{header};
     EXPECT_NE(header, &otherHeader);
     EXPECT_EQ(payload, &otherPayload);
     header = &otherHeader;
     clock.set(1700003600);
-    EXPECT_EQ(result(handmade(plainHeader, json(plainClaims())).c_str()), 2);
+    EXPECT_REFUSED("token.expired", result(handmade(plainHeader, json(plainClaims())).c_str()));
     const tokens::Header ofAnExpiredToken{header};
     EXPECT_NE(header, &otherHeader);
     EXPECT_EQ(payload, &otherPayload);
 
     header = &otherHeader;
     clock.failBreakingDown();
-    EXPECT_EQ(result(handmade(plainHeader, json(plainClaims())).c_str()), 3);
+    EXPECT_REFUSED("clock.unreadable", result(handmade(plainHeader, json(plainClaims())).c_str()));
     EXPECT_EQ(header, &otherHeader);
     EXPECT_EQ(payload, &otherPayload);
 }
@@ -777,7 +822,7 @@ TEST(ValidateJwt, NeedsTypAndAlg)
                                R"("JWT")", R"([{"alg":"ES256","typ":"JWT"}])"})
     {
         const Validation checked = validateHeader(header);
-        EXPECT_EQ(checked.result, 0) << header;
+        EXPECT_EQ(checked.rule, *header == '{' ? "token.member" : "json.root") << header;
         EXPECT_EQ(checked.header, nullptr);
         EXPECT_EQ(checked.payload, nullptr);
     }
@@ -789,13 +834,13 @@ TEST(ValidateJwt, TakesOnlyStringsInTheHeader)
     for (const std::string& value : jsonValuesOfEveryType())
     {
         SCOPED_TRACE(value);
-        const int expected = value.starts_with('"') ? 1 : 0;
-        EXPECT_EQ(validateHeader(R"({"alg":"ES256","typ":)" + value + "}").result, expected);
-        EXPECT_EQ(validateHeader(R"({"typ":"JWT","alg":)" + value + "}").result, expected);
+        const char* const expected = value.starts_with('"') ? "accepted" : "token.member";
+        EXPECT_EQ(validateHeader(R"({"alg":"ES256","typ":)" + value + "}").rule, expected);
+        EXPECT_EQ(validateHeader(R"({"typ":"JWT","alg":)" + value + "}").rule, expected);
         const Validation withKid =
             validateHeader(R"({"alg":"ES256","typ":"JWT","kid":)" + value + "}");
-        EXPECT_EQ(withKid.result, expected);
-        EXPECT_EQ(withKid.header != nullptr, expected == 1);
+        EXPECT_EQ(withKid.rule, expected);
+        EXPECT_EQ(withKid.header != nullptr, withKid.result == 1);
     }
 }
 
@@ -806,15 +851,72 @@ TEST(ValidateJwt, NeedsSixClaims)
     {
         SCOPED_TRACE(name);
         const Validation checked = validateClaims(without(name));
-        EXPECT_EQ(checked.result, 0);
+        EXPECT_EQ(checked.rule, "token.member");
         EXPECT_NE(checked.header, nullptr);
         EXPECT_EQ(checked.payload, nullptr);
     }
     for (const char* payload : {"{}", "[]", "null", "5", R"("user")"})
     {
-        EXPECT_EQ(validateClaims(payload).result, 0) << payload;
+        EXPECT_EQ(validateClaims(payload).rule, *payload == '{' ? "token.member" : "json.root")
+            << payload;
     }
-    EXPECT_EQ(validateClaims("[" + json(plainClaims()) + "]").result, 0);
+    EXPECT_EQ(validateClaims("[" + json(plainClaims()) + "]").rule, "json.root");
+}
+
+TEST(ValidateJwt, TellsWhichClaimItRefuses)
+{
+    const FakeClock clock{now};
+    for (const char* name : {"sub", "jti", "iss", "iat", "nbf", "exp"})
+    {
+        EXPECT_EQ(validateClaims(without(name)).rule, "token.member");
+        EXPECT_STREQ(lastRefusal().subject, name);
+    }
+    // The first of several, in the order in which they are looked at.
+    tokens::Members claims = plainClaims();
+    claims.erase("iss");
+    claims.erase("jti");
+    EXPECT_EQ(validateClaims(json(claims)).rule, "token.member");
+    EXPECT_STREQ(lastRefusal().subject, "jti");
+    for (const auto& [header, name] : {std::pair{R"({"alg":"ES256"})", "typ"},
+                                       {R"({"typ":"JWT"})", "alg"},
+                                       {R"({"typ":"JWT","alg":"ES256","kid":5})", "kid"}})
+    {
+        EXPECT_EQ(validateHeader(header).rule, "token.member");
+        EXPECT_STREQ(lastRefusal().subject, name);
+    }
+}
+
+TEST(ValidateJwt, TellsWhichPartDoesNotDecode)
+{
+    const FakeClock clock{now};
+    const std::vector<std::string> parts = partsOf(handmade(plainHeader, json(plainClaims())));
+    for (const auto& [token, part] : {std::pair{"%." + parts.at(1) + "." + parts.at(2), "header"},
+                                      {parts.at(0) + ".%." + parts.at(2), "payload"},
+                                      {parts.at(0) + "." + parts.at(1) + ".%", "signature"}})
+    {
+        EXPECT_EQ(validate(token).rule, "base64.malformed");
+        EXPECT_STREQ(lastRefusal().subject, part);
+    }
+}
+
+TEST(ValidateJwt, TellsTheTimesThatItCompared)
+{
+    const FakeClock clock{now};
+    EXPECT_EQ(validateClaims(with("exp", R"("0x6553F100")")).rule, "token.expired");
+    EXPECT_STREQ(lastRefusal().subject, "exp");
+    EXPECT_STREQ(lastRefusal().saw, "0x6553F100");
+    EXPECT_STREQ(lastRefusal().wanted, "above 1700000000");
+    EXPECT_EQ(validateClaims(with("nbf", R"("1700000001")")).rule, "token.not-yet-valid");
+    EXPECT_STREQ(lastRefusal().subject, "nbf");
+    EXPECT_STREQ(lastRefusal().saw, "1700000001");
+    EXPECT_STREQ(lastRefusal().wanted, "at most 1700000000");
+}
+
+TEST(ValidateJwt, LeavesTheLastRefusalAloneWhereItAccepts)
+{
+    const FakeClock clock{now};
+    EXPECT_EQ(validateClaims(json(plainClaims())).result, 1);
+    EXPECT_TRUE(isPlantedRefusal());
 }
 
 TEST(ValidateJwt, TakesOnlyStringsAsClaims)
@@ -822,16 +924,16 @@ TEST(ValidateJwt, TakesOnlyStringsAsClaims)
     const FakeClock clock{now};
     for (const char* name : {"sub", "iss", "jti", "iat", "nbf", "exp"})
     {
-        EXPECT_EQ(validateClaims(with(name, R"("1700000001")")).result,
-                  std::string_view{name} == "nbf" ? 0 : 1);
+        EXPECT_EQ(validateClaims(with(name, R"("1700000001")")).rule,
+                  std::string_view{name} == "nbf" ? "token.not-yet-valid" : "accepted");
         for (const std::string& value : jsonValuesOfEveryType())
         {
             if (!value.starts_with('"'))
             {
-                EXPECT_EQ(validateClaims(with(name, value)).result, 0) << name << value;
+                EXPECT_EQ(validateClaims(with(name, value)).rule, "token.member") << name << value;
             }
         }
-        EXPECT_EQ(validateClaims(with(name, "1700000001")).result, 0) << name;
+        EXPECT_EQ(validateClaims(with(name, "1700000001")).rule, "token.member") << name;
     }
 }
 
@@ -876,7 +978,7 @@ TEST(ValidateJwt, PassesOverScopeNamesWithAZeroByte)
     ASSERT_EQ(checked.payload->scopes_count, 1);
     EXPECT_STREQ(checked.payload->scopes[0].name, "web");
     // No scope is left, as in an empty object.
-    EXPECT_EQ(validateClaims(with("scope", R"({"admin\u0000":["all"]})")).result, 0);
+    EXPECT_EQ(validateClaims(with("scope", R"({"admin\u0000":["all"]})")).rule, "token.scope");
 }
 
 TEST(ValidateJwt, ReadsThousandsOfScopes)
@@ -903,7 +1005,7 @@ TEST(ValidateJwt, RefusesAScopeThatIsNoObjectOfStringArrays)
           R"({"web":["r",["w"]]})", R"({"web":["r",{}]})", R"({"a":["r"],"web":"w"})"})
     {
         const Validation checked = validateClaims(with("scope", scope));
-        EXPECT_EQ(checked.result, 0) << scope;
+        EXPECT_EQ(checked.rule, "token.scope") << scope;
         EXPECT_NE(checked.header, nullptr);
         EXPECT_EQ(checked.payload, nullptr);
     }
@@ -922,7 +1024,9 @@ TEST(ValidateJwt, RefusesWhatIsNoToken)
           "." + parts.at(1) + "." + parts.at(2), parts.at(0) + ".." + parts.at(2),
           parts.at(0) + "." + parts.at(1) + ".", " " + token, std::string(1000, '.')})
     {
-        EXPECT_EQ(validate(other).result, 0) << other;
+        EXPECT_EQ(validate(other).rule,
+                  std::ranges::count(other, '.') < 2 ? "token.parts" : "base64.malformed")
+            << other;
     }
 }
 
@@ -932,19 +1036,21 @@ TEST(ValidateJwt, RefusesHostileTexts)
     for (const HostileText& hostile : hostileTexts())
     {
         SCOPED_TRACE(hostile.name);
-        EXPECT_EQ(validate(hostile.text).result, 0);
-        EXPECT_EQ(validateHeader(hostile.text).result, 0);
-        EXPECT_EQ(validateClaims(hostile.text).result, 0);
+        EXPECT_EQ(validate(hostile.text).rule, "token.parts");
+        EXPECT_EQ(validateHeader(hostile.text).rule, tokens::hostilePartRule(hostile));
+        EXPECT_EQ(validateClaims(hostile.text).rule, tokens::hostilePartRule(hostile));
     }
     for (const HostileText& odd : oddObjects())
     {
         SCOPED_TRACE(odd.name);
-        EXPECT_EQ(validateHeader(odd.text).result, 0);
-        EXPECT_EQ(validateClaims(odd.text).result, 0);
+        const char* const rule =
+            base64Url(odd.text).size() > 98304 ? "base64.length" : "token.member";
+        EXPECT_EQ(validateHeader(odd.text).rule, rule);
+        EXPECT_EQ(validateClaims(odd.text).rule, rule);
     }
     for (const char* name : {"sub", "nbf", "exp", "scope"})
     {
-        EXPECT_EQ(validateClaims(nestedMember(name, 2000)).result, 0) << name;
+        EXPECT_EQ(validateClaims(nestedMember(name, 2000)).rule, "json.nesting") << name;
     }
 }
 
@@ -956,17 +1062,19 @@ TEST(ValidateJwt, LimitsTheLengthOfEachPart)
     header.append(73728 - header.size(), ' ');
     ASSERT_EQ(base64Url(header).size(), 98304U);
     EXPECT_EQ(validateHeader(header).result, 1);
-    EXPECT_EQ(validateHeader(header + " ").result, 0);
+    EXPECT_EQ(validateHeader(header + " ").rule, "base64.length");
     std::string payload = json(plainClaims());
     payload.append(73728 - payload.size(), ' ');
     EXPECT_EQ(validateClaims(payload).result, 1);
-    EXPECT_EQ(validateClaims(payload + " ").result, 0);
+    EXPECT_EQ(validateClaims(payload + " ").rule, "base64.length");
 
     const std::string signingInput = base64Url(plainHeader) + "." + base64Url(payload);
     for (const std::size_t digits : {98304U, 98305U})
     {
-        EXPECT_EQ(validate(signingInput + "." + std::string(digits, 'A')).result, 0);
-        EXPECT_EQ(validate(std::string(digits, 'A') + ".e30.AA").result, 0);
+        EXPECT_EQ(validate(signingInput + "." + std::string(digits, 'A')).rule,
+                  digits == 98304 ? "token.signature" : "base64.length");
+        EXPECT_EQ(validate(std::string(digits, 'A') + ".e30.AA").rule,
+                  digits == 98304 ? "json.syntax" : "base64.length");
     }
 }
 
@@ -976,14 +1084,14 @@ TEST(ValidateJwt, LeavesErrnoAndTheErrorQueueAlone)
     const std::string token = handmade(plainHeader, with("exp", R"("99999999999999999999")"));
     ERR_clear_error();
     errno = EDOM;
-    const int good = validate(token).result;
-    const int forged = validate(altered(token, token.size() - 20)).result;
-    const int garbage = validate("!!!.!!!.!!!").result;
+    const std::string good = validate(token).rule;
+    const std::string forged = validate(altered(token, token.size() - 20)).rule;
+    const std::string garbage = validate("!!!.!!!.!!!").rule;
     EXPECT_EQ(errno, EDOM);
     EXPECT_EQ(ERR_peek_error(), 0UL);
-    EXPECT_EQ(good, 1);
-    EXPECT_EQ(forged, 0);
-    EXPECT_EQ(garbage, 0);
+    EXPECT_EQ(good, "accepted");
+    EXPECT_EQ(forged, "token.signature");
+    EXPECT_EQ(garbage, "base64.malformed");
 }
 
 TEST(ValidateJwt, LogsNothing)
@@ -1061,14 +1169,9 @@ TEST(ParseJwt, IsValidateJwtForAString)
 {
     FakeClock clock{now};
     const auto parse = [](const std::string& token) {
-        Validation checked;
-        JWTHeader* header = nullptr;
-        JWTPayload* payload = nullptr;
-        checked.result =
-            parseJWT(token, serviceKey().data(), serviceKey().length(), &header, &payload);
-        checked.header.reset(header);
-        checked.payload.reset(payload);
-        return checked;
+        return validation([&](JWTHeader** header, JWTPayload** payload) {
+            return parseJWT(token, serviceKey().data(), serviceKey().length(), header, payload);
+        });
     };
     const std::string token = handmade(plainHeader, json(plainClaims()));
     const Validation checked = parse(token);
@@ -1077,14 +1180,15 @@ TEST(ParseJwt, IsValidateJwtForAString)
     EXPECT_STREQ(checked.header->typ, "JWT");
     ASSERT_NE(checked.payload, nullptr);
     EXPECT_STREQ(checked.payload->sub, "user");
-    EXPECT_EQ(parse("").result, 0);
-    EXPECT_EQ(parse(altered(token, token.size() - 20)).result, 0);
+    EXPECT_EQ(parse("").rule, "token.parts");
+    EXPECT_EQ(parse(altered(token, token.size() - 20)).rule, "token.signature");
     // All bytes of the string count, unlike for a text.
-    EXPECT_EQ(parse(token + std::string(1, '\0')).result, 0);
-    EXPECT_EQ(parse(token + std::string("\0x", 2)).result, 0);
-    EXPECT_EQ(parseJWT(token, serviceKey().data(), serviceKey().length(), nullptr, nullptr), 0);
+    EXPECT_EQ(parse(token + std::string(1, '\0')).rule, "base64.malformed");
+    EXPECT_EQ(parse(token + std::string("\0x", 2)).rule, "base64.malformed");
+    EXPECT_REFUSED("argument.null",
+                   parseJWT(token, serviceKey().data(), serviceKey().length(), nullptr, nullptr));
     clock.set(1700003600);
-    EXPECT_EQ(parse(token).result, 2);
+    EXPECT_EQ(parse(token).rule, "token.expired");
     clock.failBreakingDown();
-    EXPECT_EQ(parse("").result, 3);
+    EXPECT_EQ(parse("").rule, "clock.unreadable");
 }

@@ -32,15 +32,24 @@ std::string inputFor(const std::string& algorithm)
     return issuer::signingInput(R"({"alg":")" + algorithm + R"("})", noClaims);
 }
 
-/** Whether `signature` is taken for one of the signing input by the key in `pem`. */
-bool accepts(const std::string& input, std::string_view signature, const std::string& pem)
+/** The rule by which `signature` is refused as one of the signing input by the key in `pem`;
+ *  "accepted" if it is taken for one. */
+std::string outcome(const std::string& input, std::string_view signature, const std::string& pem)
 {
     const Judgement judgement = judge(issuer::token(input, signature), {.keys = {pem}});
     EXPECT_EQ(judgement.verdict, 0);
     EXPECT_TRUE(judgement.hasRecords());
     EXPECT_TRUE(judgement.verified == 1 || judgement.verified == -1);
-    return judgement.verified == 1;
+    if (judgement.verified == 1)
+    {
+        EXPECT_EQ(judgement.rule, "token.member");
+        return "accepted";
+    }
+    return judgement.rule;
 }
+
+constexpr const char* wrong = "token.signature";
+constexpr const char* noKey = "token.key-not-imported";
 
 struct Algorithm
 {
@@ -80,9 +89,9 @@ TEST(PemVerifier, AcceptsEachAlgorithmOfJsonWebSignature)
         const std::string input = inputFor(algorithm.name);
         const std::string signature = signatureOf(algorithm, input);
         const std::string pem = algorithm.key().pem();
-        EXPECT_TRUE(accepts(input, signature, pem));
+        EXPECT_EQ(outcome(input, signature, pem), "accepted");
         // An "A" would be a zero byte behind the payload, which no reader takes.
-        EXPECT_FALSE(accepts(input + "B", signature, pem));
+        EXPECT_EQ(outcome(input + "B", signature, pem), wrong);
     }
 }
 
@@ -94,8 +103,11 @@ TEST(PemVerifier, RefusesTheSignaturesOfEachOtherAlgorithm)
         for (const Algorithm& used : algorithms)
         {
             SCOPED_TRACE(std::string{claimed.name} + " claimed, " + used.name + " used");
-            const bool same = &claimed == &used;
-            EXPECT_EQ(accepts(input, signatureOf(used, input), used.key().pem()), same);
+            const bool sameFamily = (claimed.half == 0) == (used.half == 0);
+            const char* const expected = &claimed == &used ? "accepted"
+                                         : sameFamily      ? wrong
+                                                           : noKey;
+            EXPECT_EQ(outcome(input, signatureOf(used, input), used.key().pem()), expected);
         }
     }
 }
@@ -104,16 +116,16 @@ TEST(PemVerifier, RefusesAnotherKey)
 {
     const std::string rsaInput = inputFor("RS256");
     const std::string rsaSignature = issuer::rsaKey().sign(rsaInput, "SHA256");
-    EXPECT_TRUE(accepts(rsaInput, rsaSignature, issuer::rsaKey().pem()));
-    EXPECT_FALSE(accepts(rsaInput, rsaSignature, issuer::otherRsaKey().pem()));
-    EXPECT_FALSE(accepts(rsaInput, rsaSignature, issuer::p256Key().pem()));
+    EXPECT_EQ(outcome(rsaInput, rsaSignature, issuer::rsaKey().pem()), "accepted");
+    EXPECT_EQ(outcome(rsaInput, rsaSignature, issuer::otherRsaKey().pem()), wrong);
+    EXPECT_EQ(outcome(rsaInput, rsaSignature, issuer::p256Key().pem()), noKey);
 
     const std::string ecInput = inputFor("ES256");
     const std::string ecSignature = issuer::p256Key().sign(ecInput, "SHA256");
-    EXPECT_TRUE(accepts(ecInput, ecSignature, issuer::p256Key().pem()));
-    EXPECT_FALSE(accepts(ecInput, ecSignature, issuer::otherP256Key().pem()));
-    EXPECT_FALSE(accepts(ecInput, ecSignature, issuer::p384Key().pem()));
-    EXPECT_FALSE(accepts(ecInput, ecSignature, issuer::rsaKey().pem()));
+    EXPECT_EQ(outcome(ecInput, ecSignature, issuer::p256Key().pem()), "accepted");
+    EXPECT_EQ(outcome(ecInput, ecSignature, issuer::otherP256Key().pem()), wrong);
+    EXPECT_EQ(outcome(ecInput, ecSignature, issuer::p384Key().pem()), wrong);
+    EXPECT_EQ(outcome(ecInput, ecSignature, issuer::rsaKey().pem()), noKey);
 }
 
 TEST(PemVerifier, AcceptsEcdsaSideBySideAndInDer)
@@ -129,19 +141,19 @@ TEST(PemVerifier, AcceptsEcdsaSideBySideAndInDer)
         const std::string der = algorithm.key().sign(input, algorithm.digest);
         const std::string raw = issuer::sideBySide(der, algorithm.half);
         const std::string pem = algorithm.key().pem();
-        EXPECT_TRUE(accepts(input, der, pem));
-        EXPECT_TRUE(accepts(input, raw, pem));
+        EXPECT_EQ(outcome(input, der, pem), "accepted");
+        EXPECT_EQ(outcome(input, raw, pem), "accepted");
         // r and s exchanged, shortened and lengthened.
-        EXPECT_FALSE(
-            accepts(input, raw.substr(algorithm.half) + raw.substr(0, algorithm.half), pem));
-        EXPECT_FALSE(accepts(input, raw.substr(0, raw.size() - 1), pem));
-        EXPECT_FALSE(accepts(input, raw.substr(1), pem));
-        EXPECT_FALSE(accepts(input, raw + '\0', pem));
-        EXPECT_FALSE(accepts(input, '\0' + raw, pem));
-        EXPECT_FALSE(accepts(input, raw.substr(0, algorithm.half), pem));
-        EXPECT_FALSE(accepts(input, der.substr(0, der.size() - 1), pem));
-        EXPECT_FALSE(accepts(input, der + '\0', pem));
-        EXPECT_FALSE(accepts(input, der + der, pem));
+        EXPECT_EQ(outcome(input, raw.substr(algorithm.half) + raw.substr(0, algorithm.half), pem),
+                  wrong);
+        EXPECT_EQ(outcome(input, raw.substr(0, raw.size() - 1), pem), wrong);
+        EXPECT_EQ(outcome(input, raw.substr(1), pem), wrong);
+        EXPECT_EQ(outcome(input, raw + '\0', pem), wrong);
+        EXPECT_EQ(outcome(input, '\0' + raw, pem), wrong);
+        EXPECT_EQ(outcome(input, raw.substr(0, algorithm.half), pem), wrong);
+        EXPECT_EQ(outcome(input, der.substr(0, der.size() - 1), pem), wrong);
+        EXPECT_EQ(outcome(input, der + '\0', pem), wrong);
+        EXPECT_EQ(outcome(input, der + der, pem), wrong);
     }
 }
 
@@ -150,17 +162,18 @@ TEST(PemVerifier, TakesTheSideBySideLengthFromTheName)
     // The digest and the length follow the name, not the key: a P-384 key under "ES256".
     const std::string input = inputFor("ES256");
     const std::string der = issuer::p384Key().sign(input, "SHA256");
-    EXPECT_TRUE(accepts(input, der, issuer::p384Key().pem()));
-    EXPECT_FALSE(accepts(input, issuer::sideBySide(der, 48), issuer::p384Key().pem()));
+    EXPECT_EQ(outcome(input, der, issuer::p384Key().pem()), "accepted");
+    EXPECT_EQ(outcome(input, issuer::sideBySide(der, 48), issuer::p384Key().pem()), wrong);
     // P-521's 132 bytes are expected under "ES512" only.
     const std::string input384 = inputFor("ES384");
     const std::string der521 = issuer::p521Key().sign(input384, "SHA384");
-    EXPECT_TRUE(accepts(input384, der521, issuer::p521Key().pem()));
-    EXPECT_FALSE(accepts(input384, issuer::sideBySide(der521, 66), issuer::p521Key().pem()));
+    EXPECT_EQ(outcome(input384, der521, issuer::p521Key().pem()), "accepted");
+    EXPECT_EQ(outcome(input384, issuer::sideBySide(der521, 66), issuer::p521Key().pem()), wrong);
     // A P-256 signature in 132 bytes is one under "ES512".
     const std::string input512 = inputFor("ES512");
     const std::string der256 = issuer::p256Key().sign(input512, "SHA512");
-    EXPECT_TRUE(accepts(input512, issuer::sideBySide(der256, 66), issuer::p256Key().pem()));
+    EXPECT_EQ(outcome(input512, issuer::sideBySide(der256, 66), issuer::p256Key().pem()),
+              "accepted");
 }
 
 /** An integer of 32 bytes. */
@@ -182,13 +195,13 @@ TEST(PemVerifier, RefusesIntegersOutOfRange)
     {
         for (const Integer& s : {zero, one, order, largest})
         {
-            EXPECT_FALSE(accepts(input, r + s, pem));
+            EXPECT_EQ(outcome(input, r + s, pem), wrong);
         }
     }
     const std::string good = issuer::sideBySide(issuer::p256Key().sign(input, "SHA256"), 32);
-    EXPECT_TRUE(accepts(input, good, pem));
-    EXPECT_FALSE(accepts(input, good.substr(0, 32) + zero, pem));
-    EXPECT_FALSE(accepts(input, zero + good.substr(32), pem));
+    EXPECT_EQ(outcome(input, good, pem), "accepted");
+    EXPECT_EQ(outcome(input, good.substr(0, 32) + zero, pem), wrong);
+    EXPECT_EQ(outcome(input, zero + good.substr(32), pem), wrong);
 }
 
 TEST(PemVerifier, RefusesDerThatIsNotTheOneEncoding)
@@ -202,35 +215,35 @@ TEST(PemVerifier, RefusesDerThatIsNotTheOneEncoding)
     {
         der = issuer::p256Key().sign(input, "SHA256");
     } while (der.size() != 72);
-    EXPECT_TRUE(accepts(input, der, pem));
+    EXPECT_EQ(outcome(input, der, pem), "accepted");
 
     std::string longLength = der;
     longLength.insert(1, 1, '\x81');
-    EXPECT_FALSE(accepts(input, longLength, pem));
+    EXPECT_EQ(outcome(input, longLength, pem), wrong);
 
     std::string indefinite = der + std::string(2, '\0');
     indefinite[1] = '\x80';
-    EXPECT_FALSE(accepts(input, indefinite, pem));
+    EXPECT_EQ(outcome(input, indefinite, pem), wrong);
 
     std::string padded = der;
     padded.insert(4, 1, '\0');
     padded[1] = '\x47';
     padded[3] = '\x22';
-    EXPECT_FALSE(accepts(input, padded, pem));
+    EXPECT_EQ(outcome(input, padded, pem), wrong);
 
     std::string negative = der;
     negative.erase(4, 1);
     negative[1] = '\x45';
     negative[3] = '\x20';
-    EXPECT_FALSE(accepts(input, negative, pem));
+    EXPECT_EQ(outcome(input, negative, pem), wrong);
 
     std::string third = der + std::string{"\x02\x01\x01"};
     third[1] = '\x49';
-    EXPECT_FALSE(accepts(input, third, pem));
+    EXPECT_EQ(outcome(input, third, pem), wrong);
 
-    EXPECT_FALSE(accepts(input, std::string{"\x30\x06\x02\x01\x00\x02\x01\x00", 8}, pem));
-    EXPECT_FALSE(accepts(input, std::string{"\x30\x06\x02\x01\x01\x02\x01\x01", 8}, pem));
-    EXPECT_FALSE(accepts(input, std::string{"\x30\x00", 2}, pem));
+    EXPECT_EQ(outcome(input, std::string{"\x30\x06\x02\x01\x00\x02\x01\x00", 8}, pem), wrong);
+    EXPECT_EQ(outcome(input, std::string{"\x30\x06\x02\x01\x01\x02\x01\x01", 8}, pem), wrong);
+    EXPECT_EQ(outcome(input, std::string{"\x30\x00", 2}, pem), wrong);
 }
 
 TEST(PemVerifier, AcceptsPssSaltsOfAnyLength)
@@ -250,8 +263,8 @@ TEST(PemVerifier, AcceptsPssSaltsOfAnyLength)
             SCOPED_TRACE(std::string{algorithm.name} + " " + std::to_string(saltLength));
             const std::string signature = issuer::rsaKey().sign(
                 input, algorithm.digest, {.pss = true, .saltLength = saltLength});
-            EXPECT_TRUE(accepts(input, signature, pem));
-            EXPECT_FALSE(accepts(input + "B", signature, pem));
+            EXPECT_EQ(outcome(input, signature, pem), "accepted");
+            EXPECT_EQ(outcome(input + "B", signature, pem), wrong);
         }
     }
 }
@@ -288,7 +301,8 @@ TEST(PemVerifier, DecidesTheFamilyByTheFirstCharacterInEitherCase)
         SCOPED_TRACE(name.name);
         const Key& key = name.rsa ? issuer::rsaKey() : issuer::p256Key();
         const std::string input = inputFor(name.name);
-        EXPECT_EQ(accepts(input, key.sign(input, "SHA256"), key.pem()), name.accepted);
+        EXPECT_EQ(outcome(input, key.sign(input, "SHA256"), key.pem()),
+                  name.accepted ? "accepted" : "token.algorithm");
     }
 }
 
@@ -309,8 +323,8 @@ TEST(PemVerifier, DecidesTheDigestByTheLastThreeCharacters)
         for (const char* digest : {"SHA256", "SHA384", "SHA512"})
         {
             SCOPED_TRACE(std::string{name.name} + " " + digest);
-            EXPECT_EQ(accepts(input, issuer::rsaKey().sign(input, digest), issuer::rsaKey().pem()),
-                      std::string_view{digest} == name.digest);
+            EXPECT_EQ(outcome(input, issuer::rsaKey().sign(input, digest), issuer::rsaKey().pem()),
+                      std::string_view{digest} == name.digest ? "accepted" : wrong);
         }
     }
 }
@@ -322,15 +336,17 @@ TEST(PemVerifier, TakesOnlyTheUpperCaseLetterForPss)
     {
         SCOPED_TRACE(name);
         const std::string input = inputFor(name);
-        EXPECT_TRUE(accepts(input, issuer::rsaKey().sign(input, "SHA256", {.pss = true}), pem));
-        EXPECT_FALSE(accepts(input, issuer::rsaKey().sign(input, "SHA256"), pem));
+        EXPECT_EQ(outcome(input, issuer::rsaKey().sign(input, "SHA256", {.pss = true}), pem),
+                  "accepted");
+        EXPECT_EQ(outcome(input, issuer::rsaKey().sign(input, "SHA256"), pem), wrong);
     }
     for (const char* name : {"ps256", "pS256", "p_"})
     {
         SCOPED_TRACE(name);
         const std::string input = inputFor(name);
-        EXPECT_FALSE(accepts(input, issuer::rsaKey().sign(input, "SHA256", {.pss = true}), pem));
-        EXPECT_TRUE(accepts(input, issuer::rsaKey().sign(input, "SHA256"), pem));
+        EXPECT_EQ(outcome(input, issuer::rsaKey().sign(input, "SHA256", {.pss = true}), pem),
+                  wrong);
+        EXPECT_EQ(outcome(input, issuer::rsaKey().sign(input, "SHA256"), pem), "accepted");
     }
 }
 
@@ -354,16 +370,16 @@ TEST(PemVerifier, RefusesRsaSignaturesOfAnotherLength)
         const std::string input = inputFor(name);
         const std::string good =
             name[0] == 'P' ? pssSignature(input, false) : issuer::rsaKey().sign(input, "SHA256");
-        EXPECT_TRUE(accepts(input, good, pem));
-        EXPECT_FALSE(accepts(input, good.substr(0, 255), pem));
-        EXPECT_FALSE(accepts(input, good.substr(1), pem));
-        EXPECT_FALSE(accepts(input, good + '\0', pem));
-        EXPECT_FALSE(accepts(input, '\0' + good, pem));
-        EXPECT_FALSE(accepts(input, good + good, pem));
-        EXPECT_FALSE(accepts(input, std::string(256, '\0'), pem));
-        EXPECT_FALSE(accepts(input, std::string(256, '\xff'), pem));
-        EXPECT_FALSE(accepts(input, std::string(1, '\1'), pem));
-        EXPECT_FALSE(accepts(input, std::string(60000, '\1'), pem));
+        EXPECT_EQ(outcome(input, good, pem), "accepted");
+        EXPECT_EQ(outcome(input, good.substr(0, 255), pem), wrong);
+        EXPECT_EQ(outcome(input, good.substr(1), pem), wrong);
+        EXPECT_EQ(outcome(input, good + '\0', pem), wrong);
+        EXPECT_EQ(outcome(input, '\0' + good, pem), wrong);
+        EXPECT_EQ(outcome(input, good + good, pem), wrong);
+        EXPECT_EQ(outcome(input, std::string(256, '\0'), pem), wrong);
+        EXPECT_EQ(outcome(input, std::string(256, '\xff'), pem), wrong);
+        EXPECT_EQ(outcome(input, std::string(1, '\1'), pem), wrong);
+        EXPECT_EQ(outcome(input, std::string(60000, '\1'), pem), wrong);
     }
 }
 
@@ -372,8 +388,8 @@ TEST(PemVerifier, TakesAPssSignatureWithoutItsLeadingZero)
     // A number all the same; RFC 8017, 8.1.2, would have it refused for its length.
     const std::string input = inputFor("PS256");
     const std::string good = pssSignature(input, true);
-    EXPECT_TRUE(accepts(input, good, issuer::rsaKey().pem()));
-    EXPECT_TRUE(accepts(input, good.substr(1), issuer::rsaKey().pem()));
+    EXPECT_EQ(outcome(input, good, issuer::rsaKey().pem()), "accepted");
+    EXPECT_EQ(outcome(input, good.substr(1), issuer::rsaKey().pem()), "accepted");
 }
 
 TEST(PemVerifier, RefusesEachChangedByte)
@@ -389,9 +405,9 @@ TEST(PemVerifier, RefusesEachChangedByte)
         {
             std::string bad = good;
             bad[i] = static_cast<char>(bad[i] ^ 1);
-            EXPECT_FALSE(accepts(input, bad, pem)) << i;
+            EXPECT_EQ(outcome(input, bad, pem), wrong) << i;
         }
-        EXPECT_TRUE(accepts(input, good, pem));
+        EXPECT_EQ(outcome(input, good, pem), "accepted");
     }
 }
 
@@ -403,18 +419,19 @@ TEST(PemVerifier, ReadsBothFormsOfRsaKeys)
     const std::string pkcs1 = issuer::rsaKey().pkcs1Pem();
     ASSERT_EQ(info.find("-----BEGIN PUBLIC KEY-----"), 0U);
     ASSERT_EQ(pkcs1.find("-----BEGIN RSA PUBLIC KEY-----"), 0U);
-    EXPECT_TRUE(accepts(input, signature, info));
-    EXPECT_TRUE(accepts(input, signature, pkcs1));
-    EXPECT_FALSE(accepts(input, signature, issuer::otherRsaKey().pkcs1Pem()));
+    EXPECT_EQ(outcome(input, signature, info), "accepted");
+    EXPECT_EQ(outcome(input, signature, pkcs1), "accepted");
+    EXPECT_EQ(outcome(input, signature, issuer::otherRsaKey().pkcs1Pem()), wrong);
     // What stands before, and between other things, is passed over.
-    EXPECT_TRUE(accepts(input, signature, "a comment\n" + info));
-    EXPECT_TRUE(accepts(input, signature, "a comment\n" + pkcs1 + "and more"));
+    EXPECT_EQ(outcome(input, signature, "a comment\n" + info), "accepted");
+    EXPECT_EQ(outcome(input, signature, "a comment\n" + pkcs1 + "and more"), "accepted");
     // Of the two the SubjectPublicKeyInfo counts, wherever it stands.
-    EXPECT_TRUE(accepts(input, signature, issuer::otherRsaKey().pkcs1Pem() + info));
-    EXPECT_FALSE(accepts(input, signature, pkcs1 + issuer::otherRsaKey().pem()));
+    EXPECT_EQ(outcome(input, signature, issuer::otherRsaKey().pkcs1Pem() + info), "accepted");
+    EXPECT_EQ(outcome(input, signature, pkcs1 + issuer::otherRsaKey().pem()), wrong);
     // One that does not decode does not hide the other one.
-    EXPECT_TRUE(accepts(input, signature,
-                        "-----BEGIN PUBLIC KEY-----\nAAAA\n-----END PUBLIC KEY-----\n" + pkcs1));
+    EXPECT_EQ(outcome(input, signature,
+                      "-----BEGIN PUBLIC KEY-----\nAAAA\n-----END PUBLIC KEY-----\n" + pkcs1),
+              "accepted");
 }
 
 TEST(PemVerifier, RefusesTextsThatHoldNoPublicKey)
@@ -422,7 +439,7 @@ TEST(PemVerifier, RefusesTextsThatHoldNoPublicKey)
     const std::string input = inputFor("RS256");
     const std::string signature = issuer::rsaKey().sign(input, "SHA256");
     const std::string good = issuer::rsaKey().pem();
-    EXPECT_TRUE(accepts(input, signature, good));
+    EXPECT_EQ(outcome(input, signature, good), "accepted");
     const std::string body = good.substr(good.find('\n') + 1);
     const std::vector<std::string> bad = {
         "",
@@ -437,17 +454,17 @@ TEST(PemVerifier, RefusesTextsThatHoldNoPublicKey)
     for (const std::string& pem : bad)
     {
         SCOPED_TRACE(pem.substr(0, 60));
-        EXPECT_FALSE(accepts(input, signature, pem));
+        EXPECT_EQ(outcome(input, signature, pem), noKey);
     }
     for (const auto& [name, text] : support::hostileTexts())
     {
         SCOPED_TRACE(name);
-        EXPECT_FALSE(accepts(input, signature, text));
+        EXPECT_EQ(outcome(input, signature, text), noKey);
     }
     const std::string ecInput = inputFor("ES256");
     const std::string ecSignature = issuer::p256Key().sign(ecInput, "SHA256");
-    EXPECT_FALSE(accepts(ecInput, ecSignature, issuer::p256Key().privatePem()));
-    EXPECT_FALSE(accepts(ecInput, ecSignature, ""));
+    EXPECT_EQ(outcome(ecInput, ecSignature, issuer::p256Key().privatePem()), noKey);
+    EXPECT_EQ(outcome(ecInput, ecSignature, ""), noKey);
 }
 
 TEST(PemVerifier, DoesNotAskForAPassPhrase)
@@ -461,7 +478,7 @@ TEST(PemVerifier, DoesNotAskForAPassPhrase)
         pem.insert(pem.find('\n') + 1, "Proc-Type: 4,ENCRYPTED\n"
                                        "DEK-Info: AES-128-CBC,00112233445566778899AABBCCDDEEFF\n"
                                        "\n");
-        EXPECT_FALSE(accepts(input, signature, pem));
+        EXPECT_EQ(outcome(input, signature, pem), noKey);
     }
     const std::string ecInput = inputFor("ES256");
     const std::string ecSignature = issuer::p256Key().sign(ecInput, "SHA256");
@@ -469,7 +486,7 @@ TEST(PemVerifier, DoesNotAskForAPassPhrase)
     ecPem.insert(ecPem.find('\n') + 1, "Proc-Type: 4,ENCRYPTED\n"
                                        "DEK-Info: AES-128-CBC,00112233445566778899AABBCCDDEEFF\n"
                                        "\n");
-    EXPECT_FALSE(accepts(ecInput, ecSignature, ecPem));
+    EXPECT_EQ(outcome(ecInput, ecSignature, ecPem), noKey);
     EXPECT_TRUE(files.openings().empty()) << "the terminal is opened, if there is one";
 }
 
@@ -507,17 +524,21 @@ TEST(PemVerifier, RefusesRsaKeysOfAbsurdSizes)
         SCOPED_TRACE(name);
         const std::string input = inputFor(name);
         // Moduli of 20000 bits, of one byte, one and zero; exponents that are even larger.
-        EXPECT_FALSE(accepts(input, std::string(2500, '\1'),
-                             rsaPem('\0' + std::string(2500, '\xff'), three)));
-        EXPECT_FALSE(accepts(input, std::string(1, '\1'), rsaPem("\x7f", three)));
-        EXPECT_FALSE(accepts(input, std::string(1, '\1'), rsaPem("\1", three)));
-        EXPECT_FALSE(accepts(input, std::string(1, '\1'), rsaPem(std::string(1, '\0'), three)));
-        EXPECT_FALSE(
-            accepts(input, std::string(256, '\1'),
-                    rsaPem("\x7f" + std::string(255, '\xff'), "\x7f" + std::string(256, '\xff'))));
-        EXPECT_FALSE(
-            accepts(input, std::string(512, '\1'),
-                    rsaPem("\x7f" + std::string(511, '\xff'), "\x7f" + std::string(100, '\xff'))));
+        EXPECT_EQ(outcome(input, std::string(2500, '\1'),
+                          rsaPem('\0' + std::string(2500, '\xff'), three)),
+                  wrong);
+        EXPECT_EQ(outcome(input, std::string(1, '\1'), rsaPem("\x7f", three)), wrong);
+        EXPECT_EQ(outcome(input, std::string(1, '\1'), rsaPem("\1", three)), wrong);
+        EXPECT_EQ(outcome(input, std::string(1, '\1'), rsaPem(std::string(1, '\0'), three)),
+                  name[0] == 'P' ? noKey : wrong);
+        EXPECT_EQ(
+            outcome(input, std::string(256, '\1'),
+                    rsaPem("\x7f" + std::string(255, '\xff'), "\x7f" + std::string(256, '\xff'))),
+            wrong);
+        EXPECT_EQ(
+            outcome(input, std::string(512, '\1'),
+                    rsaPem("\x7f" + std::string(511, '\xff'), "\x7f" + std::string(100, '\xff'))),
+            wrong);
     }
 }
 
@@ -532,8 +553,8 @@ TEST(PemVerifier, AcceptsRsaKeysOfOtherSizes)
             SCOPED_TRACE(name);
             const std::string input = inputFor(name);
             const std::string signature = key.sign(input, "SHA256", {.pss = name[0] == 'P'});
-            EXPECT_TRUE(accepts(input, signature, key.pem()));
-            EXPECT_FALSE(accepts(input + "B", signature, key.pem()));
+            EXPECT_EQ(outcome(input, signature, key.pem()), "accepted");
+            EXPECT_EQ(outcome(input + "B", signature, key.pem()), wrong);
         }
     }
 }
@@ -568,33 +589,33 @@ TEST(PemVerifier, ReadsEachEncodingOfAPoint)
     const std::string signature = signedByOne(input);
     const std::string x{generatorX};
     const std::string y{generatorY};
-    const auto acceptsInfo = [&](const std::string& info) {
-        return accepts(input, signature, pemOf("PUBLIC KEY", info));
+    const auto outcomeOf = [&](const std::string& info) {
+        return outcome(input, signature, pemOf("PUBLIC KEY", info));
     };
     const std::string usual = p256Info("59", "42", "04" + x + y);
-    EXPECT_TRUE(acceptsInfo(usual));
+    EXPECT_EQ(outcomeOf(usual), "accepted");
     // Compressed, and of both forms at once; y is odd.
-    EXPECT_TRUE(acceptsInfo(p256Info("39", "22", "03" + x)));
-    EXPECT_TRUE(acceptsInfo(p256Info("59", "42", "07" + x + y)));
+    EXPECT_EQ(outcomeOf(p256Info("39", "22", "03" + x)), "accepted");
+    EXPECT_EQ(outcomeOf(p256Info("59", "42", "07" + x + y)), "accepted");
     // What follows the structure is not looked at.
-    EXPECT_TRUE(acceptsInfo(usual + "x"));
+    EXPECT_EQ(outcomeOf(usual + "x"), "accepted");
     // The other point with this x, and the same in its wrong mark.
-    EXPECT_FALSE(acceptsInfo(p256Info("39", "22", "02" + x)));
-    EXPECT_FALSE(acceptsInfo(p256Info("59", "42", "06" + x + y)));
-    EXPECT_FALSE(acceptsInfo(p256Info("59", "42", "05" + x + y)));
+    EXPECT_EQ(outcomeOf(p256Info("39", "22", "02" + x)), wrong);
+    EXPECT_EQ(outcomeOf(p256Info("59", "42", "06" + x + y)), noKey);
+    EXPECT_EQ(outcomeOf(p256Info("59", "42", "05" + x + y)), noKey);
     // Off the curve, beyond the field, and at infinity.
-    EXPECT_FALSE(acceptsInfo(p256Info("59", "42", "04" + x + x)));
-    EXPECT_FALSE(acceptsInfo(p256Info("59", "42", "04" + std::string(128, '0'))));
-    EXPECT_FALSE(acceptsInfo(p256Info("59", "42", "04" + std::string(128, 'f'))));
-    EXPECT_FALSE(acceptsInfo(p256Info("18", "02", "00")));
+    EXPECT_EQ(outcomeOf(p256Info("59", "42", "04" + x + x)), "key.point");
+    EXPECT_EQ(outcomeOf(p256Info("59", "42", "04" + std::string(128, '0'))), "key.point");
+    EXPECT_EQ(outcomeOf(p256Info("59", "42", "04" + std::string(128, 'f'))), "key.point");
+    EXPECT_EQ(outcomeOf(p256Info("18", "02", "00")), noKey);
     // One byte short.
-    EXPECT_FALSE(acceptsInfo(usual.substr(0, usual.size() - 1)));
+    EXPECT_EQ(outcomeOf(usual.substr(0, usual.size() - 1)), noKey);
     for (std::size_t i = 0; i < 27; ++i)
     {
         SCOPED_TRACE(i);
         std::string changed = usual;
         changed[i] = static_cast<char>(changed[i] ^ 1);
-        EXPECT_FALSE(acceptsInfo(changed));
+        EXPECT_EQ(outcomeOf(changed), noKey);
     }
 }
 
@@ -622,13 +643,13 @@ TEST(PemVerifier, RefusesPointsOffEachCurve)
         const std::string input = inputFor(algorithm.name);
         const std::string signature = signatureOf(algorithm, input);
         const std::string usual = derOf(algorithm.key().pem());
-        EXPECT_TRUE(accepts(input, signature, pemOf("PUBLIC KEY", usual)));
-        EXPECT_TRUE(accepts(input, signature, pemOf("PUBLIC KEY", usual + "x")));
-        EXPECT_FALSE(
-            accepts(input, signature, pemOf("PUBLIC KEY", usual.substr(0, usual.size() - 1))));
+        EXPECT_EQ(outcome(input, signature, pemOf("PUBLIC KEY", usual)), "accepted");
+        EXPECT_EQ(outcome(input, signature, pemOf("PUBLIC KEY", usual + "x")), "accepted");
+        EXPECT_EQ(outcome(input, signature, pemOf("PUBLIC KEY", usual.substr(0, usual.size() - 1))),
+                  noKey);
         std::string off = usual;
         off.back() = static_cast<char>(off.back() ^ 1);
-        EXPECT_FALSE(accepts(input, signature, pemOf("PUBLIC KEY", off)));
+        EXPECT_EQ(outcome(input, signature, pemOf("PUBLIC KEY", off)), "key.point");
         // In each byte before the coordinates but the number of bits that do not count at the end:
         // without a last bit that is zero a point stays the same.
         const std::size_t mark = usual.size() - 2 * algorithm.half - 1;
@@ -640,7 +661,7 @@ TEST(PemVerifier, RefusesPointsOffEachCurve)
             }
             std::string changed = usual;
             changed[i] = static_cast<char>(changed[i] ^ 1);
-            EXPECT_FALSE(accepts(input, signature, pemOf("PUBLIC KEY", changed))) << i;
+            EXPECT_EQ(outcome(input, signature, pemOf("PUBLIC KEY", changed)), noKey) << i;
         }
     }
 }
@@ -652,9 +673,9 @@ TEST(PemVerifier, ReadsACurveThatIsSpeltOut)
     const std::string signature = key.sign(input, "SHA256");
     const std::string spelt = key.explicitPem();
     EXPECT_GT(spelt.size(), 2 * key.pem().size());
-    EXPECT_TRUE(accepts(input, signature, key.pem()));
-    EXPECT_TRUE(accepts(input, signature, spelt));
-    EXPECT_FALSE(accepts(input, signature, Key::ec("P-256").explicitPem()));
+    EXPECT_EQ(outcome(input, signature, key.pem()), "accepted");
+    EXPECT_EQ(outcome(input, signature, spelt), "accepted");
+    EXPECT_EQ(outcome(input, signature, Key::ec("P-256").explicitPem()), wrong);
 }
 
 TEST(PemVerifier, AcceptsOtherCurves)
@@ -666,9 +687,9 @@ TEST(PemVerifier, AcceptsOtherCurves)
         const Key key = Key::ec(curve);
         const std::string input = inputFor("ES256");
         const std::string der = key.sign(input, "SHA256");
-        EXPECT_TRUE(accepts(input, der, key.pem()));
-        EXPECT_TRUE(accepts(input, issuer::sideBySide(der, 32), key.pem()));
-        EXPECT_FALSE(accepts(input, der, Key::ec(curve).pem()));
+        EXPECT_EQ(outcome(input, der, key.pem()), "accepted");
+        EXPECT_EQ(outcome(input, issuer::sideBySide(der, 32), key.pem()), "accepted");
+        EXPECT_EQ(outcome(input, der, Key::ec(curve).pem()), wrong);
     }
 }
 
@@ -685,7 +706,7 @@ TEST(PemVerifier, KeepsErrnoAndTheErrorQueue)
     EXPECT_EQ(errno, EDOM);
     EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), 42);
     EXPECT_EQ(ERR_get_error(), 0U);
-    EXPECT_EQ(judgement.verdict, 0);
+    EXPECT_EQ(judgement.rule, noKey);
 }
 
 } // namespace

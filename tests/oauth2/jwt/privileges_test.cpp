@@ -2,6 +2,7 @@
 #include "support/fake_device.hpp"
 #include "support/hostile.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <gtest/gtest.h>
 
@@ -53,6 +54,15 @@ unsigned int ofXidp(std::string claim, const char** providers = nullptr)
     JWTPayload payload{};
     payload.xidp = claim.data();
     return get_xidp_privileges(&payload, providers);
+}
+
+/** A claim that is judged leaves the last refusal alone, also where it grants nothing. */
+unsigned int ofSoundXidp(std::string claim, const char** providers = nullptr)
+{
+    plantRefusal();
+    const unsigned int mask = ofXidp(std::move(claim), providers);
+    EXPECT_TRUE(isPlantedRefusal());
+    return mask;
 }
 
 std::array<const char*, 3> corpAndLab()
@@ -123,9 +133,9 @@ TEST(GetScopePrivileges, GivesNothingForOtherNames)
 
 TEST(GetScopePrivileges, GivesNothingWithoutNames)
 {
-    EXPECT_EQ(get_scope_privileges(nullptr), 0U);
+    EXPECT_REFUSED("argument.null", get_scope_privileges(nullptr));
     JWTPayload payload{};
-    EXPECT_EQ(get_scope_privileges(&payload), 0U);
+    EXPECT_REFUSED("nothing noted", get_scope_privileges(&payload));
 }
 
 TEST(GetScopePrivileges, DoesNotLookAtScopeEntries)
@@ -173,19 +183,22 @@ TEST(GetRolesPrivileges, EndsAtTheFirstNamelessRole)
 TEST(GetRolesPrivileges, GivesNothingWithoutRolesOrTable)
 {
     std::array<userRole_s, 2> roles{{{"admin", 0x1FF}, {nullptr, 0}}};
-    EXPECT_EQ(ofRoles({"admin"}, nullptr), 0U);
-    EXPECT_EQ(ofRoles({}, roles.data()), 0U);
-    EXPECT_EQ(get_roles_privileges(nullptr, roles.data()), 0U);
+    EXPECT_REFUSED("argument.null", ofRoles({"admin"}, nullptr));
+    EXPECT_STREQ(lastRefusal().subject, "roles");
+    EXPECT_REFUSED("nothing noted", ofRoles({}, roles.data()));
+    EXPECT_REFUSED("argument.null", get_roles_privileges(nullptr, roles.data()));
+    EXPECT_STREQ(lastRefusal().subject, "payload");
     JWTPayload payload{};
-    EXPECT_EQ(get_roles_privileges(&payload, roles.data()), 0U);
-    EXPECT_EQ(get_roles_privileges(&payload, nullptr), 0U);
+    EXPECT_REFUSED("nothing noted", get_roles_privileges(&payload, roles.data()));
+    EXPECT_REFUSED("argument.null", get_roles_privileges(&payload, nullptr));
 }
 
 TEST(GetXidpPrivileges, GivesTheBitOfEachCode)
 {
     for (const Privilege& privilege : privileges)
     {
-        EXPECT_EQ(ofXidp(std::string{R"({"*":[")"} + privilege.code + R"("]})"), privilege.mask)
+        EXPECT_EQ(ofSoundXidp(std::string{R"({"*":[")"} + privilege.code + R"("]})"),
+                  privilege.mask)
             << privilege.code;
     }
 }
@@ -193,8 +206,8 @@ TEST(GetXidpPrivileges, GivesTheBitOfEachCode)
 TEST(GetXidpPrivileges, TakesTheAsteriskWhateverIsAccepted)
 {
     std::array<const char*, 3> accepted = corpAndLab();
-    EXPECT_EQ(ofXidp(R"({"*": ["L", "VM"]})"), 0x041U);
-    EXPECT_EQ(ofXidp(R"({"*": ["L", "VM"]})", accepted.data()), 0x041U);
+    EXPECT_EQ(ofSoundXidp(R"({"*": ["L", "VM"]})"), 0x041U);
+    EXPECT_EQ(ofSoundXidp(R"({"*": ["L", "VM"]})", accepted.data()), 0x041U);
 }
 
 TEST(GetXidpPrivileges, TakesOtherProvidersOnlyWhenAccepted)
@@ -202,44 +215,45 @@ TEST(GetXidpPrivileges, TakesOtherProvidersOnlyWhenAccepted)
     std::array<const char*, 3> accepted = corpAndLab();
     std::array<const char*, 2> others{"lab", nullptr};
     std::array<const char*, 1> none{nullptr};
-    EXPECT_EQ(ofXidp(R"({"corp":["CU"]})", accepted.data()), 0x004U);
-    EXPECT_EQ(ofXidp(R"({"corp":["CU"]})", others.data()), 0U);
-    EXPECT_EQ(ofXidp(R"({"corp":["CU"]})", none.data()), 0U);
-    EXPECT_EQ(ofXidp(R"({"corp":["CU"]})"), 0U);
+    EXPECT_EQ(ofSoundXidp(R"({"corp":["CU"]})", accepted.data()), 0x004U);
+    EXPECT_EQ(ofSoundXidp(R"({"corp":["CU"]})", others.data()), 0U);
+    EXPECT_EQ(ofSoundXidp(R"({"corp":["CU"]})", none.data()), 0U);
+    EXPECT_EQ(ofSoundXidp(R"({"corp":["CU"]})"), 0U);
 }
 
 TEST(GetXidpPrivileges, JoinsTheBitsOfAllProvidersTaken)
 {
     std::array<const char*, 3> accepted = corpAndLab();
-    EXPECT_EQ(ofXidp(R"({"*":["L"],"corp":["CU","unknown"],"evil":["DC"],"lab":["TA","TA"]})",
-                     accepted.data()),
+    EXPECT_EQ(ofSoundXidp(R"({"*":["L"],"corp":["CU","unknown"],"evil":["DC"],"lab":["TA","TA"]})",
+                          accepted.data()),
               0x085U);
 }
 
 TEST(GetXidpPrivileges, ComparesTheWholeNameOfTheProvider)
 {
     std::array<const char*, 3> accepted = corpAndLab();
-    EXPECT_EQ(ofXidp(R"({"corp":["DC"]})", accepted.data()), 0x100U);
+    EXPECT_EQ(ofSoundXidp(R"({"corp":["DC"]})", accepted.data()), 0x100U);
     for (const char* name :
          {"Corp", "cor", "corp ", "", "**", "corp\\u0000evil", "*\\u0000", "\\u0000"})
     {
-        EXPECT_EQ(ofXidp(std::string{"{\""} + name + R"(":["DC"]})", accepted.data()), 0U) << name;
+        EXPECT_EQ(ofSoundXidp(std::string{"{\""} + name + R"(":["DC"]})", accepted.data()), 0U)
+            << name;
     }
 }
 
 TEST(GetXidpPrivileges, TakesAnEmptyNameOnlyWhenAccepted)
 {
     std::array<const char*, 2> accepted{"", nullptr};
-    EXPECT_EQ(ofXidp(R"({"":["DC"]})", accepted.data()), 0x100U);
-    EXPECT_EQ(ofXidp(R"({"":["DC"]})"), 0U);
+    EXPECT_EQ(ofSoundXidp(R"({"":["DC"]})", accepted.data()), 0x100U);
+    EXPECT_EQ(ofSoundXidp(R"({"":["DC"]})"), 0U);
 }
 
 TEST(GetXidpPrivileges, ComparesTheWholeCodeAndItsCase)
 {
-    EXPECT_EQ(ofXidp(R"({"*":["CD"]})"), 0x002U);
+    EXPECT_EQ(ofSoundXidp(R"({"*":["CD"]})"), 0x002U);
     for (const char* code : {"cd", "C", "CD ", "", "CD\\u0000", "CD\\u0000evil", "ravok_login"})
     {
-        EXPECT_EQ(ofXidp(std::string{R"({"*":[")"} + code + R"("]})"), 0U) << code;
+        EXPECT_EQ(ofSoundXidp(std::string{R"({"*":[")"} + code + R"("]})"), 0U) << code;
     }
 }
 
@@ -247,30 +261,32 @@ TEST(GetXidpPrivileges, TakesOnlyStringsInArrays)
 {
     for (const std::string& value : jsonValuesOfEveryType())
     {
-        EXPECT_EQ(ofXidp(R"({"*":)" + value + "}"), 0U) << value;
-        EXPECT_EQ(ofXidp(R"({"*":[)" + value + R"(,"L"]})"), 0x001U) << value;
+        EXPECT_EQ(ofSoundXidp(R"({"*":)" + value + "}"), 0U) << value;
+        EXPECT_EQ(ofSoundXidp(R"({"*":[)" + value + R"(,"L"]})"), 0x001U) << value;
     }
-    EXPECT_EQ(ofXidp(R"({"*":"L"})"), 0U);
-    EXPECT_EQ(ofXidp(R"({"*":{"L":"L"}})"), 0U);
-    EXPECT_EQ(ofXidp(R"({"*":[["L"],{"L":"L"}]})"), 0U);
+    EXPECT_EQ(ofSoundXidp(R"({"*":"L"})"), 0U);
+    EXPECT_EQ(ofSoundXidp(R"({"*":{"L":"L"}})"), 0U);
+    EXPECT_EQ(ofSoundXidp(R"({"*":[["L"],{"L":"L"}]})"), 0U);
 }
 
-TEST(GetXidpPrivileges, GivesNothingForWhatIsNoObject)
+TEST(GetXidpPrivileges, RefusesWhatIsNoObject)
 {
-    EXPECT_EQ(get_xidp_privileges(nullptr, nullptr), 0U);
+    EXPECT_REFUSED("argument.null", get_xidp_privileges(nullptr, nullptr));
     JWTPayload payload{};
-    EXPECT_EQ(get_xidp_privileges(&payload, nullptr), 0U);
-    EXPECT_EQ(ofXidp(""), 0U);
-    EXPECT_EQ(ofXidp("{}"), 0U);
-    EXPECT_EQ(ofXidp(R"(["L"])"), 0U);
-    EXPECT_EQ(ofXidp(R"({"*":["L"])"), 0U);
+    EXPECT_REFUSED("nothing noted", get_xidp_privileges(&payload, nullptr));
+    EXPECT_REFUSED("nothing noted", ofXidp("{}"));
+    for (const char* claim : {"", R"(["L"])", R"({"*":["L"])"})
+    {
+        EXPECT_REFUSED("privileges.claim", ofXidp(claim)) << claim;
+        EXPECT_STREQ(lastRefusal().subject, "xidp");
+    }
     for (const HostileText& hostile : hostileTexts())
     {
-        EXPECT_EQ(ofXidp(hostile.text), 0U) << hostile.name;
+        EXPECT_REFUSED("privileges.claim", ofXidp(hostile.text)) << hostile.name;
     }
     for (const HostileText& odd : oddObjects())
     {
-        EXPECT_EQ(ofXidp(odd.text), 0U) << odd.name;
+        EXPECT_REFUSED("nothing noted", ofXidp(odd.text)) << odd.name;
     }
 }
 
@@ -281,8 +297,13 @@ TEST(GetXidpPrivileges, GivesNothingWhenMemoryRunsOut)
     payload.xidp = claim.data();
     std::array<const char*, 2> accepted{"an identity provider with a long name", nullptr};
     EXPECT_EQ(get_xidp_privileges(&payload, accepted.data()), 0x101U);
+    plantRefusal();
     withEachAllocationFailing([&](FailAllocation& failure) {
         const unsigned int mask = get_xidp_privileges(&payload, accepted.data());
-        EXPECT_EQ(mask, failure.reached() ? 0U : 0x101U);
+        const bool failed = failure.reached();
+        failure.stop();
+        EXPECT_EQ(mask, failed ? 0U : 0x101U);
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
+        plantRefusal();
     });
 }
