@@ -233,43 +233,54 @@ bool isObjectRoot(const Json::Value& root)
     return root.isObject() || refuse(BMCOAUTH_RULE_JSON_ROOT);
 }
 
-/** Refuses a text for what jsoncpp threw: only deep nesting and exhausted memory make it throw. */
-Refused refuseThrown(const Json::Exception& error)
+/** Runs @p parse. jsoncpp throws for deep nesting, which refuses the text, and where it cannot allocate
+ *  a string: exhausted memory must not be taken for a text that says nothing. */
+template <typename Parse>
+bool guardedParse(const Parse& parse)
 {
-    const bool deep = std::string_view{error.what()}.find("stackLimit") != std::string_view::npos;
-    return refuse(deep ? BMCOAUTH_RULE_JSON_NESTING : BMCOAUTH_RULE_MEMORY_EXHAUSTED);
+    try
+    {
+        return parse();
+    }
+    catch (const Json::Exception& error)
+    {
+        if (std::string_view{error.what()}.find("stackLimit") == std::string_view::npos)
+        {
+            throw std::bad_alloc();
+        }
+        return refuse(BMCOAUTH_RULE_JSON_NESTING);
+    }
 }
 
 } // namespace
 
 bool parseJson(std::string_view text, Json::Value& tree)
 {
-    try
-    {
-        return readPlainJson(text, tree) || parseThroughJsoncpp(text, tree);
-    }
-    catch (const Json::Exception& error)
-    {
-        return refuseThrown(error);
-    }
+    return guardedParse(
+        [&] { return readPlainJson(text, tree) || parseThroughJsoncpp(text, tree); });
 }
 
 bool parseJsonObject(std::string_view text, Json::Value& tree)
 {
-    try
-    {
-        return parseKnownObject(text, tree);
-    }
-    catch (const Json::Exception& error)
-    {
-        return refuseThrown(error);
-    }
+    return guardedParse([&]() -> bool {
+        if (beginsAsPem(text))
+        {
+            return refuse(BMCOAUTH_RULE_JSON_SYNTAX);
+        }
+        Json::Value parsed;
+        if (!(readPlainJson(text, parsed) || parseThroughJsoncpp(text, parsed)) ||
+            !isObjectRoot(parsed))
+        {
+            return false;
+        }
+        tree = std::move(parsed);
+        return true;
+    });
 }
 
 bool parseSecretObject(std::string_view text, SecretTree& tree)
 {
-    try
-    {
+    return guardedParse([&]() -> bool {
         if (beginsAsPem(text))
         {
             return refuse(BMCOAUTH_RULE_JSON_SYNTAX);
@@ -282,27 +293,7 @@ bool parseSecretObject(std::string_view text, SecretTree& tree)
         }
         tree.root.swap(parsed.root);
         return true;
-    }
-    catch (const Json::Exception& error)
-    {
-        return refuseThrown(error);
-    }
-}
-
-bool parseKnownObject(std::string_view text, Json::Value& tree)
-{
-    if (beginsAsPem(text))
-    {
-        return refuse(BMCOAUTH_RULE_JSON_SYNTAX);
-    }
-    Json::Value parsed;
-    if (!(readPlainJson(text, parsed) || parseThroughJsoncpp(text, parsed)) ||
-        !isObjectRoot(parsed))
-    {
-        return false;
-    }
-    tree = std::move(parsed);
-    return true;
+    });
 }
 
 namespace

@@ -16,8 +16,9 @@
 namespace bmcoauth
 {
 
-/** Reads @p text into @p tree with jsoncpp's default settings; false, with @p tree as it was, when
- *  it does not parse or is nested deeper than 256 levels, of which the root is the first.
+/** Reads @p text into @p tree with jsoncpp's default settings; false, with @p tree as it was and the
+ *  rule noted, when it does not parse or is nested deeper than 256 levels, of which the root is the
+ *  first. Throws std::bad_alloc.
  *
  *  The one place where a text is parsed: jsoncpp throws for deep nesting instead of reporting a
  *  failure, and that is a failure to parse here. */
@@ -29,11 +30,6 @@ namespace bmcoauth
 /** As parseJsonObject, for a text with secrets: leaves no copy of its strings behind but those in
  *  @p tree. What its comments say is not taken for a secret. */
 [[nodiscard]] bool parseSecretObject(std::string_view text, SecretTree& tree);
-
-/** As parseJsonObject, but lets pass what jsoncpp throws. For a part of a document that has been
- *  read already nesting cannot be the reason, and a caller must not take exhausted memory for a
- *  text that says nothing. */
-[[nodiscard]] bool parseKnownObject(std::string_view text, Json::Value& tree);
 
 /** The compact text form of @p tree: no whitespace, members in ascending byte order of their
  *  names. Throws std::bad_alloc. */

@@ -3,6 +3,7 @@
 #include "support/hostile.hpp"
 #include "support/machine.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -122,25 +123,26 @@ const std::vector<Editor>& editors()
 char untouchedText[] = "untouched";
 char* untouchedElements[] = {untouchedText, nullptr};
 
-/** Reads @p text with every getter and checks that each fails and leaves its out parameter. */
-void expectNoGetterReads(const char* text, const char* key)
+/** Reads @p text with every getter and checks that each refuses by @p rule and leaves its out
+ *  parameter. */
+void expectNoGetterReads(const std::string& rule, const char* text, const char* key)
 {
     char* character = untouchedText;
-    EXPECT_EQ(get_value_char(text, key, &character), 0);
+    EXPECT_REFUSED(rule, get_value_char(text, key, &character));
     EXPECT_EQ(character, untouchedText);
     char** array = untouchedElements;
-    EXPECT_EQ(get_value_chararray(text, key, &array), 0);
+    EXPECT_REFUSED(rule, get_value_chararray(text, key, &array));
     EXPECT_EQ(array, untouchedElements);
-    EXPECT_EQ(get_value_objarray(text, key, &array), 0);
+    EXPECT_REFUSED(rule, get_value_objarray(text, key, &array));
     EXPECT_EQ(array, untouchedElements);
     for (const bool before : {false, true})
     {
         bool flag = before;
-        EXPECT_EQ(get_value_bool(text, key, &flag), 0);
+        EXPECT_REFUSED(rule, get_value_bool(text, key, &flag));
         EXPECT_EQ(flag, before);
     }
     unsigned int number = 77;
-    EXPECT_EQ(get_value_uint(text, key, &number), 0);
+    EXPECT_REFUSED(rule, get_value_uint(text, key, &number));
     EXPECT_EQ(number, 77U);
 }
 
@@ -189,7 +191,7 @@ TEST(GetValue, GivesNullForAnEmptyArray)
 TEST(GetValue, ReleasesThePreviousText)
 {
     char* text = strdup("old");
-    EXPECT_EQ(get_value_char(R"({"a":5})", "a", &text), 0);
+    EXPECT_REFUSED("json.member-type", get_value_char(R"({"a":5})", "a", &text));
     EXPECT_STREQ(text, "old");
     EXPECT_EQ(get_value_char(R"({"a":"new"})", "a", &text), 1);
     EXPECT_STREQ(text, "new");
@@ -198,50 +200,61 @@ TEST(GetValue, ReleasesThePreviousText)
 
 TEST(GetValue, RefusesAMemberThatIsMissingOrNull)
 {
-    expectNoGetterReads(R"({"a":"x"})", "b");
-    expectNoGetterReads(R"({"a":null})", "a");
-    expectNoGetterReads("{}", "");
+    expectNoGetterReads("json.member-missing", R"({"a":"x"})", "b");
+    expectNoGetterReads("json.member-missing", R"({"a":null})", "a");
+    expectNoGetterReads("json.member-missing", "{}", "");
 }
 
 TEST(GetValue, RefusesAMemberOfAnotherType)
 {
-    expectNoGetterReads(R"({"a":{"k":"v"}})", "a");
-    expectNoGetterReads(R"({"a":1.5})", "a");
-    expectNoGetterReads(R"({"a":-1})", "a");
-    expectNoGetterReads(R"({"a":4294967296})", "a");
+    expectNoGetterReads("json.member-type", R"({"a":{"k":"v"}})", "a");
+    expectNoGetterReads("json.member-type", R"({"a":1.5})", "a");
+    expectNoGetterReads("json.member-type", R"({"a":-1})", "a");
+    expectNoGetterReads("json.member-type", R"({"a":4294967296})", "a");
     bool flag = true;
-    EXPECT_EQ(get_value_bool(R"({"a":0})", "a", &flag), 0);
-    EXPECT_EQ(get_value_bool(R"({"a":"false"})", "a", &flag), 0);
+    EXPECT_REFUSED("json.member-type", get_value_bool(R"({"a":0})", "a", &flag));
+    EXPECT_REFUSED("json.member-type", get_value_bool(R"({"a":"false"})", "a", &flag));
     EXPECT_TRUE(flag);
     unsigned int number = 77;
-    EXPECT_EQ(get_value_uint(R"({"a":true})", "a", &number), 0);
-    EXPECT_EQ(get_value_uint(R"({"a":5.0})", "a", &number), 0);
-    EXPECT_EQ(get_value_uint(R"({"a":"5"})", "a", &number), 0);
+    EXPECT_REFUSED("json.member-type", get_value_uint(R"({"a":true})", "a", &number));
+    EXPECT_REFUSED("json.member-type", get_value_uint(R"({"a":5.0})", "a", &number));
+    EXPECT_REFUSED("json.member-type", get_value_uint(R"({"a":"5"})", "a", &number));
     EXPECT_EQ(number, 77U);
     char** array = untouchedElements;
-    EXPECT_EQ(get_value_chararray(R"({"a":"x"})", "a", &array), 0);
-    EXPECT_EQ(get_value_objarray(R"({"a":{}})", "a", &array), 0);
+    EXPECT_REFUSED("json.member-type", get_value_chararray(R"({"a":"x"})", "a", &array));
+    EXPECT_REFUSED("json.member-type", get_value_objarray(R"({"a":{}})", "a", &array));
     EXPECT_EQ(array, untouchedElements);
 }
 
 TEST(GetValue, RefusesWhatIsNoDocument)
 {
-    expectNoGetterReads(nullptr, "a");
+    expectNoGetterReads("argument.null", nullptr, "a");
     for (const auto& [name, text] : hostileTexts())
     {
         SCOPED_TRACE(name);
-        expectNoGetterReads(text.c_str(), "a");
+        expectNoGetterReads(hostileRule(name), text.c_str(), "a");
     }
 }
 
 TEST(GetValue, RefusesNullArguments)
 {
-    expectNoGetterReads(everyType, nullptr);
-    EXPECT_EQ(get_value_char(everyType, "string", nullptr), 0);
-    EXPECT_EQ(get_value_chararray(everyType, "array", nullptr), 0);
-    EXPECT_EQ(get_value_objarray(everyType, "objects", nullptr), 0);
-    EXPECT_EQ(get_value_bool(everyType, "bool", nullptr), 0);
-    EXPECT_EQ(get_value_uint(everyType, "number", nullptr), 0);
+    expectNoGetterReads("argument.null", everyType, nullptr);
+    EXPECT_REFUSED("argument.null", get_value_char(everyType, "string", nullptr));
+    EXPECT_REFUSED("argument.null", get_value_chararray(everyType, "array", nullptr));
+    EXPECT_REFUSED("argument.null", get_value_objarray(everyType, "objects", nullptr));
+    EXPECT_REFUSED("argument.null", get_value_bool(everyType, "bool", nullptr));
+    EXPECT_REFUSED("argument.null", get_value_uint(everyType, "number", nullptr));
+}
+
+TEST(GetValue, SaysWhichArgumentIsNull)
+{
+    char* out = nullptr;
+    EXPECT_REFUSED("argument.null", get_value_char(nullptr, nullptr, nullptr));
+    EXPECT_STREQ(lastRefusal().subject, "text");
+    EXPECT_REFUSED("argument.null", get_value_char("no document", nullptr, &out));
+    EXPECT_STREQ(lastRefusal().subject, "key");
+    EXPECT_REFUSED("argument.null", get_value_char("no document", "a", nullptr));
+    EXPECT_STREQ(lastRefusal().subject, "out");
 }
 
 TEST(GetValue, FailsWhicheverAllocationFails)
@@ -252,6 +265,7 @@ TEST(GetValue, FailsWhicheverAllocationFails)
         const int result = get_value_char(everyType, "string", &text);
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         const HeapText owned{text};
         EXPECT_EQ(left, 77);
         EXPECT_EQ(result, failed ? 0 : 1);
@@ -261,6 +275,7 @@ TEST(GetValue, FailsWhicheverAllocationFails)
         char** array = untouchedElements;
         const int result = get_value_objarray(everyType, "objects", &array);
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         const StringArray owned{failed ? nullptr : array};
         EXPECT_EQ(result, failed ? 0 : 1);
         EXPECT_EQ(failed, array == untouchedElements);
@@ -374,12 +389,12 @@ TEST(MergeDoc, KeepsNamesWithAZeroByteApart)
 TEST(MergeDoc, RefusesASecondTextThatIsNoDocument)
 {
     Document document{R"({ "a" : 1 })"};
-    EXPECT_EQ(merge_doc(&document, nullptr), 0);
+    EXPECT_REFUSED("argument.null", merge_doc(&document, nullptr));
     EXPECT_EQ(document.text(), R"({ "a" : 1 })");
     for (const auto& [name, text] : hostileTexts())
     {
         SCOPED_TRACE(name);
-        EXPECT_EQ(merge_doc(&document, text.c_str()), 0);
+        EXPECT_REFUSED(hostileRule(name), merge_doc(&document, text.c_str()));
         EXPECT_EQ(document.text(), R"({ "a" : 1 })");
     }
 }
@@ -402,16 +417,16 @@ TEST(Editors, RefuseWhatIsNoDocumentAndLeaveIt)
     for (const auto& [name, edit] : editors())
     {
         SCOPED_TRACE(name);
-        EXPECT_EQ(edit(nullptr), 0);
+        EXPECT_REFUSED("argument.null", edit(nullptr));
         char* nothing = nullptr;
-        EXPECT_EQ(edit(&nothing), 0);
+        EXPECT_REFUSED("argument.null", edit(&nothing));
         EXPECT_EQ(nothing, nullptr);
         for (const auto& [kind, text] : hostileTexts())
         {
             SCOPED_TRACE(kind);
             Document document{text};
             const char* const before = document.address();
-            EXPECT_EQ(edit(&document), 0);
+            EXPECT_REFUSED(hostileRule(kind), edit(&document));
             EXPECT_EQ(document.address(), before);
             EXPECT_EQ(document.text(), text);
         }
@@ -422,9 +437,9 @@ TEST(Editors, RefuseANullKey)
 {
     Document document{R"({ "a" : 1 })"};
     TextList values{"x"};
-    EXPECT_EQ(set_value_char(&document, nullptr, "x"), 0);
-    EXPECT_EQ(set_value_char(&document, nullptr, nullptr), 0);
-    EXPECT_EQ(set_value_chararray(&document, nullptr, values), 0);
+    EXPECT_REFUSED("argument.null", set_value_char(&document, nullptr, "x"));
+    EXPECT_REFUSED("argument.null", set_value_char(&document, nullptr, nullptr));
+    EXPECT_REFUSED("argument.null", set_value_chararray(&document, nullptr, values));
     EXPECT_EQ(document.text(), R"({ "a" : 1 })");
 }
 
@@ -485,7 +500,7 @@ TEST(ReplaceDoc, TakesANullTextAndAnyTree)
 
 TEST(ReplaceDoc, RefusesANullAddress)
 {
-    EXPECT_EQ(replaceDoc(nullptr, Json::Value{Json::objectValue}), 0);
+    EXPECT_REFUSED("argument.null", replaceDoc(nullptr, Json::Value{Json::objectValue}));
 }
 
 TEST(ReplaceDoc, EndsTheProcessWhenThereIsNoMemoryForTheText)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/fake_device.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -133,6 +134,7 @@ TEST(WriteOauthError, GivesNullWhicheverAllocationFails)
         const HeapText text{write_oauth_error(OAUTH_INVALID_GRANT, "d", "r", "u")};
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(left, 77);
         EXPECT_EQ(orNull(text.get()), failed
                                           ? "(null)"

@@ -2,6 +2,7 @@
 #include "support/fake_device.hpp"
 #include "support/hostile.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -65,19 +66,21 @@ HandshakePayload repeated[] = {
 std::string value(HandshakePayload* payload, const char* name)
 {
     std::string text = "untouched";
-    const bool found = get_handshake_payload_paramValue(payload, name, text);
-    return found ? text : "not found, " + text;
+    const std::string rule =
+        ruleOf([&] { return get_handshake_payload_paramValue(payload, name, text); });
+    return rule == "accepted" ? text : rule + ", " + text;
 }
 
 std::string buffered(HandshakePayload* payload, const char* name, unsigned int size)
 {
     std::string buffer(64, '#');
+    plantRefusal();
     const bool found = getChallengeValue(payload, name, buffer.data(), size);
     const std::string_view written = std::string_view{buffer}.substr(0, buffer.find('#'));
     // Nothing is written beyond the terminator.
     EXPECT_EQ(buffer.find_first_not_of('#', written.size()), std::string::npos);
     EXPECT_EQ(found, !written.empty() && written.back() == '\0');
-    return found ? std::string{written.substr(0, written.size() - 1)} : "not found";
+    return found ? std::string{written.substr(0, written.size() - 1)} : lastRule();
 }
 
 } // namespace
@@ -126,17 +129,17 @@ TEST(SetHandshakePayload, CopiesUpToTheFirstIncompleteParameter)
 
 TEST(SetHandshakePayload, RefusesAListWithoutParameters)
 {
-    EXPECT_EQ(set_handshake_payload(nullptr), nullptr);
-    EXPECT_EQ(set_handshake_payload(nothing), nullptr);
+    EXPECT_REFUSED("argument.null", set_handshake_payload(nullptr));
+    EXPECT_REFUSED("document.empty", set_handshake_payload(nothing));
     HandshakePayload list[] = {{nameC, nullptr}, {nameV, oneToken}, {nullptr, nullptr}};
-    EXPECT_EQ(set_handshake_payload(list), nullptr);
+    EXPECT_REFUSED("document.empty", set_handshake_payload(list));
 }
 
 TEST(SetHandshakePayload, RefusesAParameterWithoutValues)
 {
     HandshakePayload list[] = {
         {nameC, oneNumber}, {nameV, none}, {nameT, twoTypes}, {nullptr, nullptr}};
-    EXPECT_EQ(set_handshake_payload(list), nullptr);
+    EXPECT_REFUSED("document.parameter-missing", set_handshake_payload(list));
     list[1].values = oneToken;
     const PayloadPtr copy{set_handshake_payload(list)};
     EXPECT_NE(copy, nullptr);
@@ -149,6 +152,7 @@ TEST(SetHandshakePayload, GivesNullWhicheverAllocationFails)
         const PayloadPtr copy{set_handshake_payload(challenge)};
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(left, 77);
         EXPECT_EQ(copy == nullptr, failed);
     });
@@ -165,16 +169,26 @@ TEST(GetHandshakePayloadParamValue, FindsANameWithoutRegardToCase)
 
 TEST(GetHandshakePayloadParamValue, ComparesTheWholeName)
 {
-    EXPECT_EQ(value(challenge, "V2"), "not found, untouched");
-    EXPECT_EQ(value(challenge, "TT"), "not found, untouched");
-    EXPECT_EQ(value(challenge, ""), "not found, untouched");
+    EXPECT_EQ(value(challenge, "V2"), "document.parameter-missing, untouched");
+    EXPECT_EQ(value(challenge, "TT"), "document.parameter-missing, untouched");
+    EXPECT_EQ(value(challenge, ""), "document.parameter-missing, untouched");
     HandshakePayload list[] = {{nameV2, oneToken}, {nullptr, nullptr}};
-    EXPECT_EQ(value(list, "V"), "not found, untouched");
+    EXPECT_EQ(value(list, "V"), "document.parameter-missing, untouched");
     EXPECT_EQ(value(list, "V2"), "token");
     // Only letters have a case: these differ by the same bit.
     char name[] = "a@";
     HandshakePayload signs[] = {{name, oneToken}, {nullptr, nullptr}};
-    EXPECT_EQ(value(signs, "A`"), "not found, untouched");
+    EXPECT_EQ(value(signs, "A`"), "document.parameter-missing, untouched");
+}
+
+TEST(GetHandshakePayloadParamValue, SaysWhichParameterOrArgumentIsMissing)
+{
+    EXPECT_EQ(value(challenge, "V2"), "document.parameter-missing, untouched");
+    EXPECT_STREQ(lastRefusal().subject, "V2");
+    EXPECT_EQ(value(nullptr, nullptr), "argument.null, untouched");
+    EXPECT_STREQ(lastRefusal().subject, "payload");
+    EXPECT_EQ(value(challenge, nullptr), "argument.null, untouched");
+    EXPECT_STREQ(lastRefusal().subject, "name");
 }
 
 TEST(GetHandshakePayloadParamValue, GivesTheFirstValueOfTheFirstMatch)
@@ -185,8 +199,8 @@ TEST(GetHandshakePayloadParamValue, GivesTheFirstValueOfTheFirstMatch)
 
 TEST(GetHandshakePayloadParamValue, FailsForAMatchWithoutValues)
 {
-    EXPECT_EQ(value(repeated, "V"), "not found, untouched");
-    EXPECT_EQ(value(broken, "T"), "not found, untouched");
+    EXPECT_EQ(value(repeated, "V"), "document.parameter-missing, untouched");
+    EXPECT_EQ(value(broken, "T"), "document.parameter-missing, untouched");
 }
 
 // Unlike a copy, a lookup walks on behind a parameter without a value array.
@@ -197,9 +211,9 @@ TEST(GetHandshakePayloadParamValue, WalksToTheNullName)
 
 TEST(GetHandshakePayloadParamValue, FailsForNothing)
 {
-    EXPECT_EQ(value(nullptr, "V"), "not found, untouched");
-    EXPECT_EQ(value(nothing, "V"), "not found, untouched");
-    EXPECT_EQ(value(challenge, nullptr), "not found, untouched");
+    EXPECT_EQ(value(nullptr, "V"), "argument.null, untouched");
+    EXPECT_EQ(value(nothing, "V"), "document.parameter-missing, untouched");
+    EXPECT_EQ(value(challenge, nullptr), "argument.null, untouched");
 }
 
 TEST(GetHandshakePayloadParamValue, FailsWhicheverAllocationFails)
@@ -211,6 +225,7 @@ TEST(GetHandshakePayloadParamValue, FailsWhicheverAllocationFails)
         std::string text = "untouched";
         const bool found = get_handshake_payload_paramValue(list, "V", text);
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(found, !failed);
         EXPECT_EQ(text, failed ? "untouched" : longValue);
     });
@@ -232,18 +247,18 @@ TEST(GetChallengeValue, CutsAValueToTheBuffer)
 
 TEST(GetChallengeValue, FailsForABufferWithoutRoom)
 {
-    EXPECT_EQ(buffered(challenge, "C", 0), "not found");
-    EXPECT_FALSE(getChallengeValue(challenge, "C", nullptr, 25));
+    EXPECT_EQ(buffered(challenge, "C", 0), "argument.length");
+    EXPECT_REFUSED("argument.null", getChallengeValue(challenge, "C", nullptr, 25));
 }
 
 TEST(GetChallengeValue, FailsWhenThereIsNoValue)
 {
-    EXPECT_EQ(buffered(nullptr, "C", 25), "not found");
-    EXPECT_EQ(buffered(nothing, "C", 25), "not found");
-    EXPECT_EQ(buffered(challenge, "C2", 25), "not found");
-    EXPECT_EQ(buffered(challenge, nullptr, 25), "not found");
-    EXPECT_EQ(buffered(repeated, "V", 25), "not found");
-    EXPECT_EQ(buffered(broken, "T", 25), "not found");
+    EXPECT_EQ(buffered(nullptr, "C", 25), "argument.null");
+    EXPECT_EQ(buffered(nothing, "C", 25), "document.parameter-missing");
+    EXPECT_EQ(buffered(challenge, "C2", 25), "document.parameter-missing");
+    EXPECT_EQ(buffered(challenge, nullptr, 25), "argument.null");
+    EXPECT_EQ(buffered(repeated, "V", 25), "document.parameter-missing");
+    EXPECT_EQ(buffered(broken, "T", 25), "document.parameter-missing");
 }
 
 TEST(GetChallengeValueArray, CopiesAllValues)
@@ -259,22 +274,22 @@ TEST(GetChallengeValueArray, CopiesAllValues)
 TEST(GetChallengeValueArray, StoresNullForAMatchWithoutValues)
 {
     char** values = twoTypes;
-    EXPECT_FALSE(getChallengeValueArray(repeated, "V", &values));
+    EXPECT_REFUSED("document.parameter-missing", getChallengeValueArray(repeated, "V", &values));
     EXPECT_EQ(values, nullptr);
     values = twoTypes;
-    EXPECT_FALSE(getChallengeValueArray(broken, "T", &values));
+    EXPECT_REFUSED("document.parameter-missing", getChallengeValueArray(broken, "T", &values));
     EXPECT_EQ(values, nullptr);
 }
 
 TEST(GetChallengeValueArray, LeavesTheOutParameterWithoutAMatch)
 {
     char** values = twoTypes;
-    EXPECT_FALSE(getChallengeValueArray(challenge, "TT", &values));
-    EXPECT_FALSE(getChallengeValueArray(nullptr, "T", &values));
-    EXPECT_FALSE(getChallengeValueArray(nothing, "T", &values));
-    EXPECT_FALSE(getChallengeValueArray(challenge, nullptr, &values));
+    EXPECT_REFUSED("document.parameter-missing", getChallengeValueArray(challenge, "TT", &values));
+    EXPECT_REFUSED("argument.null", getChallengeValueArray(nullptr, "T", &values));
+    EXPECT_REFUSED("document.parameter-missing", getChallengeValueArray(nothing, "T", &values));
+    EXPECT_REFUSED("argument.null", getChallengeValueArray(challenge, nullptr, &values));
     EXPECT_EQ(values, twoTypes);
-    EXPECT_FALSE(getChallengeValueArray(challenge, "T", nullptr));
+    EXPECT_REFUSED("argument.null", getChallengeValueArray(challenge, "T", nullptr));
 }
 
 TEST(GetChallengeValueArray, StoresNullWhicheverAllocationFails)
@@ -283,6 +298,7 @@ TEST(GetChallengeValueArray, StoresNullWhicheverAllocationFails)
         char** values = twoTypes;
         const bool found = getChallengeValueArray(challenge, "T", &values);
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         const StringArray owned{values};
         EXPECT_EQ(found, !failed);
         EXPECT_EQ(texts(values), failed ? Texts{} : (Texts{"first", "second"}));
@@ -302,10 +318,10 @@ TEST(CreateHandshakeTypesCopy, CopiesAndCounts)
 TEST(CreateHandshakeTypesCopy, GivesNullForNothing)
 {
     unsigned int count = 77;
-    EXPECT_EQ(create_handshake_types_copy(nullptr, &count), nullptr);
-    EXPECT_EQ(create_handshake_types_copy(none, &count), nullptr);
+    EXPECT_REFUSED("argument.null", create_handshake_types_copy(nullptr, &count));
+    EXPECT_REFUSED("document.empty", create_handshake_types_copy(none, &count));
     EXPECT_EQ(count, 77U);
-    EXPECT_EQ(create_handshake_types_copy(twoTypes, nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", create_handshake_types_copy(twoTypes, nullptr));
 }
 
 TEST(CreateHandshakeTypesCopy, GivesNullWhicheverAllocationFails)
@@ -316,6 +332,7 @@ TEST(CreateHandshakeTypesCopy, GivesNullWhicheverAllocationFails)
         const TypesPtr copy{create_handshake_types_copy(twoTypes, &count)};
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(left, 77);
         EXPECT_EQ(copy == nullptr, failed);
         EXPECT_EQ(count, failed ? 77U : 2U);
@@ -367,7 +384,7 @@ TEST(GetKeyNames, GivesAnArrayWithoutNamesForARootWithoutNames)
 TEST(GetKeyNames, RefusesANullRoot)
 {
     char** names = twoTypes;
-    EXPECT_EQ(getKeyNames("null", 4, &names), 0);
+    EXPECT_REFUSED("json.root", getKeyNames("null", 4, &names));
     EXPECT_EQ(names, twoTypes);
 }
 
@@ -375,11 +392,11 @@ TEST(GetKeyNames, AsksForTheExactLength)
 {
     char** names = twoTypes;
     const char text[] = R"({"a":1})";
-    EXPECT_EQ(getKeyNames(text, 6, &names), 0);
-    EXPECT_EQ(getKeyNames(text, 8, &names), 0);
-    EXPECT_EQ(getKeyNames(text, 0, &names), 0);
+    EXPECT_REFUSED("argument.length", getKeyNames(text, 6, &names));
+    EXPECT_REFUSED("argument.length", getKeyNames(text, 8, &names));
+    EXPECT_REFUSED("argument.length", getKeyNames(text, 0, &names));
     // Never read there.
-    EXPECT_EQ(getKeyNames(text, 4294967295U, &names), 0);
+    EXPECT_REFUSED("argument.length", getKeyNames(text, 4294967295U, &names));
     EXPECT_EQ(names, twoTypes);
     EXPECT_EQ(getKeyNames(text, 7, &names), 1);
     const StringArray owned{names};
@@ -389,10 +406,10 @@ TEST(GetKeyNames, AsksForTheExactLength)
 TEST(GetKeyNames, RefusesNothing)
 {
     char** names = twoTypes;
-    EXPECT_EQ(getKeyNames(nullptr, 0, &names), 0);
-    EXPECT_EQ(getKeyNames("", 0, &names), 0);
+    EXPECT_REFUSED("argument.null", getKeyNames(nullptr, 0, &names));
+    EXPECT_REFUSED("json.syntax", getKeyNames("", 0, &names));
     EXPECT_EQ(names, twoTypes);
-    EXPECT_EQ(getKeyNames("{}", 2, nullptr), 0);
+    EXPECT_REFUSED("argument.null", getKeyNames("{}", 2, nullptr));
 }
 
 TEST(GetKeyNames, FindsNoNameInAHostileText)
@@ -401,10 +418,14 @@ TEST(GetKeyNames, FindsNoNameInAHostileText)
     {
         SCOPED_TRACE(name);
         char** names = nullptr;
-        const int result =
-            getKeyNames(text.c_str(), static_cast<unsigned int>(text.size()), &names);
+        const std::string rule = ruleOf([&] {
+            return getKeyNames(text.c_str(), static_cast<unsigned int>(text.size()), &names);
+        });
         const StringArray owned{names};
-        EXPECT_EQ(names != nullptr, result == 1);
+        EXPECT_EQ(names != nullptr, rule == "accepted");
+        // Roots that are not objects have no names; null alone is refused.
+        const std::string expected = hostileRule(name);
+        EXPECT_EQ(rule, expected == "json.root" && text != "null" ? "accepted" : expected);
         EXPECT_EQ(texts(names), Texts{});
     }
 }
@@ -414,7 +435,8 @@ TEST(GetKeyNames, BoundsTheDepth)
     EXPECT_EQ(keyNames(nestedMember("a", 255)), Texts{"a"});
     const std::string deep = nestedMember("a", 256);
     char** names = nullptr;
-    EXPECT_EQ(getKeyNames(deep.c_str(), static_cast<unsigned int>(deep.size()), &names), 0);
+    EXPECT_REFUSED("json.nesting",
+                   getKeyNames(deep.c_str(), static_cast<unsigned int>(deep.size()), &names));
 }
 
 TEST(GetKeyNames, FailsWhicheverAllocationFails)
@@ -427,6 +449,7 @@ TEST(GetKeyNames, FailsWhicheverAllocationFails)
             getKeyNames(text.c_str(), static_cast<unsigned int>(text.size()), &names);
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         const StringArray owned{result == 1 ? names : nullptr};
         EXPECT_EQ(left, 77);
         EXPECT_EQ(result, failed ? 0 : 1);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/fake_device.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -34,6 +35,7 @@ int errnoAfterFailure(unsigned int nth)
     const int left = errno;
     EXPECT_TRUE(failure.reached());
     EXPECT_EQ(token, nullptr);
+    EXPECT_EQ(lastRule(), "memory.exhausted");
     return left;
 }
 

@@ -2,6 +2,7 @@
 #include "support/fake_device.hpp"
 #include "support/hostile.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -155,34 +156,34 @@ Texts readArray(int (*reader)(Json::Value&, const char*, char***), const std::st
 struct Number
 {
     const char* written;
-    int accepted;
-    unsigned int value;
+    const char* rule;   /**< "accepted" for none */
+    unsigned int value; /**< what the out parameter holds then: 7, if refused */
 };
 
 constexpr Number numbers[] = {
-    {"0", 1, 0},
-    {"5", 1, 5},
-    {"-0", 1, 0},
-    {"2147483647", 1, 2147483647U},
-    {"2147483648", 1, 2147483648U},
-    {"4294967295", 1, 4294967295U},
-    {"4294967296", 0, 0},
-    {"9223372036854775807", 0, 0},
-    {"9223372036854775808", 0, 0},
-    {"18446744073709551615", 0, 0},
-    {"18446744073709551616", 0, 0},
-    {"-1", 0, 0},
-    {"-9223372036854775808", 0, 0},
-    {"5.0", 0, 0},
-    {"0.0", 0, 0},
-    {"1e3", 0, 0},
-    {"1E0", 0, 0},
-    {"true", 0, 0},
-    {"false", 0, 0},
-    {"null", 0, 0},
-    {"\"5\"", 0, 0},
-    {"[5]", 0, 0},
-    {"{\"a\":5}", 0, 0},
+    {"0", "accepted", 0},
+    {"5", "accepted", 5},
+    {"-0", "accepted", 0},
+    {"2147483647", "accepted", 2147483647U},
+    {"2147483648", "accepted", 2147483648U},
+    {"4294967295", "accepted", 4294967295U},
+    {"4294967296", "json.member-type", 7},
+    {"9223372036854775807", "json.member-type", 7},
+    {"9223372036854775808", "json.member-type", 7},
+    {"18446744073709551615", "json.member-type", 7},
+    {"18446744073709551616", "json.member-type", 7},
+    {"-1", "json.member-type", 7},
+    {"-9223372036854775808", "json.member-type", 7},
+    {"5.0", "json.member-type", 7},
+    {"0.0", "json.member-type", 7},
+    {"1e3", "json.member-type", 7},
+    {"1E0", "json.member-type", 7},
+    {"true", "json.member-type", 7},
+    {"false", "json.member-type", 7},
+    {"null", "json.member-missing", 7},
+    {"\"5\"", "json.member-type", 7},
+    {"[5]", "json.member-type", 7},
+    {"{\"a\":5}", "json.member-type", 7},
 };
 
 } // namespace
@@ -195,7 +196,10 @@ TEST(JsonReaders, TakeOnlyTheirOwnType)
         {
             SCOPED_TRACE(std::string{name} + " of " + value);
             Json::Value doc = tree("{\"a\":" + value + "}");
-            EXPECT_EQ(read(doc, "a"), contains(accepted, value) ? 1 : 0);
+            EXPECT_EQ(ruleOf([&] { return read(doc, "a"); }), contains(accepted, value) ? "accepted"
+                                                              : value == "null"
+                                                                  ? "json.member-missing"
+                                                                  : "json.member-type");
             EXPECT_EQ(json_fastWriter(doc), json_fastWriter(tree("{\"a\":" + value + "}")));
         }
     }
@@ -207,9 +211,9 @@ TEST(JsonReaders, AddAMissingMemberAsNull)
     {
         SCOPED_TRACE(name);
         Json::Value doc{Json::objectValue};
-        EXPECT_EQ(read(doc, "scope"), 0);
+        EXPECT_REFUSED("json.member-missing", read(doc, "scope"));
         EXPECT_EQ(json_fastWriter(doc), R"({"scope":null})");
-        EXPECT_EQ(read(doc, ""), 0);
+        EXPECT_REFUSED("json.member-missing", read(doc, ""));
         EXPECT_EQ(json_fastWriter(doc), R"({"":null,"scope":null})");
     }
 }
@@ -220,7 +224,7 @@ TEST(JsonReaders, MakeANullDocumentAnObject)
     {
         SCOPED_TRACE(name);
         Json::Value doc;
-        EXPECT_EQ(read(doc, "a"), 0);
+        EXPECT_REFUSED("json.member-missing", read(doc, "a"));
         EXPECT_EQ(json_fastWriter(doc), R"({"a":null})");
     }
 }
@@ -245,26 +249,38 @@ TEST(JsonReaders, RefuseANullKeyAtOnce)
     {
         SCOPED_TRACE(name);
         Json::Value object = tree(R"({"a":1})");
-        EXPECT_EQ(read(object, nullptr), 0);
+        EXPECT_REFUSED("argument.null", read(object, nullptr));
         EXPECT_EQ(json_fastWriter(object), R"({"a":1})");
         Json::Value nothing;
-        EXPECT_EQ(read(nothing, nullptr), 0);
+        EXPECT_REFUSED("argument.null", read(nothing, nullptr));
         EXPECT_TRUE(nothing.isNull());
         Json::Value array = tree("[1]");
-        EXPECT_EQ(read(array, nullptr), 0);
+        EXPECT_REFUSED("argument.null", read(array, nullptr));
     }
+}
+
+TEST(JsonReaders, SayWhichArgumentOrMemberIsAtFault)
+{
+    Json::Value doc = tree(R"({"a":5})");
+    char* out = nullptr;
+    EXPECT_REFUSED("json.member-type", json_to_char(doc, "a", &out));
+    EXPECT_STREQ(lastRefusal().subject, "a");
+    EXPECT_REFUSED("argument.null", json_to_char(doc, nullptr, nullptr));
+    EXPECT_STREQ(lastRefusal().subject, "key");
+    EXPECT_REFUSED("argument.null", json_to_char(doc, "a", nullptr));
+    EXPECT_STREQ(lastRefusal().subject, "out");
 }
 
 TEST(JsonReaders, RefuseANullOutParameter)
 {
     Json::Value doc = tree(R"({"a":"x","b":["x"],"c":true,"d":5,"e":{},"f":[{}]})");
-    EXPECT_EQ(json_to_char(doc, "a", nullptr), 0);
-    EXPECT_EQ(json_to_char_array(doc, "b", nullptr), 0);
-    EXPECT_EQ(json_to_bool(doc, "c", nullptr), 0);
-    EXPECT_EQ(json_to_uint(doc, "d", nullptr), 0);
-    EXPECT_EQ(json_to_uint64(doc, "d", nullptr), 0);
-    EXPECT_EQ(json_to_obj(doc, "e", nullptr), 0);
-    EXPECT_EQ(json_to_obj_array(doc, "f", nullptr), 0);
+    EXPECT_REFUSED("argument.null", json_to_char(doc, "a", nullptr));
+    EXPECT_REFUSED("argument.null", json_to_char_array(doc, "b", nullptr));
+    EXPECT_REFUSED("argument.null", json_to_bool(doc, "c", nullptr));
+    EXPECT_REFUSED("argument.null", json_to_uint(doc, "d", nullptr));
+    EXPECT_REFUSED("argument.null", json_to_uint64(doc, "d", nullptr));
+    EXPECT_REFUSED("argument.null", json_to_obj(doc, "e", nullptr));
+    EXPECT_REFUSED("argument.null", json_to_obj_array(doc, "f", nullptr));
 }
 
 // A member name ends at its zero byte for a caller, who has no way to write one.
@@ -274,7 +290,7 @@ TEST(JsonReaders, FindNamesByteForByte)
     char* out = nullptr;
     EXPECT_EQ(json_to_char(doc, "Key", &out), 1);
     EXPECT_STREQ(out, "right");
-    EXPECT_EQ(json_to_char(doc, "KEY", &out), 0);
+    EXPECT_REFUSED("json.member-missing", json_to_char(doc, "KEY", &out));
     EXPECT_STREQ(out, "right");
     const HeapText owned{out};
 }
@@ -315,11 +331,13 @@ TEST(JsonReaders, GiveFailureWhicheverAllocationFails)
             SCOPED_TRACE(std::string{name} + ", allocation " + std::to_string(nth));
             Json::Value doc = source;
             const std::string before = text;
+            plantRefusal();
             errno = 77;
             FailAllocation failure{nth};
             const int result = read(doc);
             const int left = errno;
             failed = failure.reached();
+            EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
             EXPECT_EQ(left, 77);
             EXPECT_EQ(result, failed ? 0 : 1);
             if (failed)
@@ -380,7 +398,7 @@ TEST(JsonToChar, ReplacesAndReleasesThePreviousText)
 {
     Json::Value doc = tree(R"({"a":"new","b":5})");
     char* out = strdup("old");
-    EXPECT_EQ(json_to_char(doc, "b", &out), 0);
+    EXPECT_REFUSED("json.member-type", json_to_char(doc, "b", &out));
     EXPECT_STREQ(out, "old");
     EXPECT_EQ(json_to_char(doc, "a", &out), 1);
     EXPECT_STREQ(out, "new");
@@ -445,25 +463,25 @@ TEST(JsonToBool, GivesTheValue)
 
 TEST(JsonToUint, TakesIntegersOf32BitsAlone)
 {
-    for (const auto& [written, accepted, value] : numbers)
+    for (const auto& [written, rule, value] : numbers)
     {
         SCOPED_TRACE(written);
         Json::Value doc = tree("{\"a\":" + std::string{written} + "}");
         unsigned int out = 7;
-        EXPECT_EQ(json_to_uint(doc, "a", &out), accepted);
-        EXPECT_EQ(out, accepted == 1 ? value : 7);
+        EXPECT_EQ(ruleOf([&] { return json_to_uint(doc, "a", &out); }), rule);
+        EXPECT_EQ(out, value);
     }
 }
 
 TEST(JsonToUint64, TakesIntegersOf32BitsAloneToo)
 {
-    for (const auto& [written, accepted, value] : numbers)
+    for (const auto& [written, rule, value] : numbers)
     {
         SCOPED_TRACE(written);
         Json::Value doc = tree("{\"a\":" + std::string{written} + "}");
         unsigned long long out = 7;
-        EXPECT_EQ(json_to_uint64(doc, "a", &out), accepted);
-        EXPECT_EQ(out, accepted == 1 ? value : 7);
+        EXPECT_EQ(ruleOf([&] { return json_to_uint64(doc, "a", &out); }), rule);
+        EXPECT_EQ(out, value);
     }
 }
 
@@ -477,9 +495,9 @@ TEST(JsonToUint, TakesANumberThatAProgramStored)
     unsigned int out = 7;
     EXPECT_EQ(json_to_uint(doc, "unsigned", &out), 1);
     EXPECT_EQ(out, 4294967295U);
-    EXPECT_EQ(json_to_uint(doc, "wide", &out), 0);
+    EXPECT_REFUSED("json.member-type", json_to_uint(doc, "wide", &out));
     unsigned long long wide = 7;
-    EXPECT_EQ(json_to_uint64(doc, "wide", &wide), 0);
+    EXPECT_REFUSED("json.member-type", json_to_uint64(doc, "wide", &wide));
     EXPECT_EQ(wide, 7U);
     EXPECT_EQ(json_to_uint64(doc, "signed", &wide), 1);
     EXPECT_EQ(wide, 4294967295U);
@@ -493,7 +511,7 @@ TEST(JsonToObj, GivesTheCompactText)
     EXPECT_STREQ(out, R"({"b":1,"k":"v"})");
     EXPECT_EQ(json_to_obj(doc, "c", &out), 1);
     EXPECT_STREQ(out, "{}");
-    EXPECT_EQ(json_to_obj(doc, "missing", &out), 0);
+    EXPECT_REFUSED("json.member-missing", json_to_obj(doc, "missing", &out));
     EXPECT_STREQ(out, "{}");
     const HeapText owned{out};
 }
@@ -575,6 +593,7 @@ TEST(JsonFastWriter, GivesNothingWhicheverAllocationFails)
     withEachAllocationFailing([&](FailAllocation& failure) {
         const std::string written = json_fastWriter(doc);
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(written, failed ? "" : text);
     });
 }
@@ -612,12 +631,12 @@ TEST(LoadJsonDoc, RefusesAnythingElseAndLeavesTheDocument)
 {
     const Json::Value before = tree(R"({"kept":1})");
     Json::Value doc = before;
-    EXPECT_FALSE(loadJsonDoc(nullptr, doc));
+    EXPECT_REFUSED("argument.null", loadJsonDoc(nullptr, doc));
     EXPECT_EQ(doc, before);
     for (const auto& [name, text] : hostileTexts())
     {
         SCOPED_TRACE(name);
-        EXPECT_FALSE(loadJsonDoc(text.c_str(), doc));
+        EXPECT_REFUSED(hostileRule(name), loadJsonDoc(text.c_str(), doc));
         EXPECT_EQ(doc, before);
     }
 }
@@ -641,7 +660,7 @@ TEST(LoadJsonDoc, BoundsTheDepth)
     EXPECT_TRUE(loadJsonDoc(nestedMember("a", 255).c_str(), doc));
     for (const int depth : {256, 257, 999, 1000, 100000})
     {
-        EXPECT_FALSE(loadJsonDoc(nestedMember("a", depth).c_str(), doc)) << depth;
+        EXPECT_REFUSED("json.nesting", loadJsonDoc(nestedMember("a", depth).c_str(), doc)) << depth;
     }
     // So is a value that is neither object nor array.
     const auto around = [](int depth, const std::string& value) {
@@ -649,7 +668,7 @@ TEST(LoadJsonDoc, BoundsTheDepth)
         return std::string{text}.insert(text.find(']'), value);
     };
     EXPECT_TRUE(loadJsonDoc(around(254, "1").c_str(), doc));
-    EXPECT_FALSE(loadJsonDoc(around(255, "1").c_str(), doc));
+    EXPECT_REFUSED("json.nesting", loadJsonDoc(around(255, "1").c_str(), doc));
 }
 
 TEST(LoadJsonDoc, ReadsUpToTheTerminator)
@@ -658,7 +677,7 @@ TEST(LoadJsonDoc, ReadsUpToTheTerminator)
     const char text[] = "{\"a\":1}\0}";
     EXPECT_TRUE(loadJsonDoc(text, doc));
     const char cut[] = "{\"a\":\0 1}";
-    EXPECT_FALSE(loadJsonDoc(cut, doc));
+    EXPECT_REFUSED("json.syntax", loadJsonDoc(cut, doc));
 }
 
 TEST(LoadJsonDoc, FailsWhicheverAllocationFails)
@@ -669,11 +688,17 @@ TEST(LoadJsonDoc, FailsWhicheverAllocationFails)
     {
         SCOPED_TRACE(nth);
         Json::Value doc = tree(R"({"kept":1})");
+        plantRefusal();
         errno = 77;
         FailAllocation failure{nth};
         const bool loaded = loadJsonDoc(text.c_str(), doc);
         const int left = errno;
         failed = failure.reached();
+        // Where its stream has no memory for a real number, jsoncpp calls the number malformed.
+        const std::string rule = lastRule();
+        EXPECT_TRUE(failed ? rule == "memory.exhausted" || rule == "json.syntax"
+                           : rule == "nothing noted")
+            << rule;
         EXPECT_EQ(left, 77);
         EXPECT_EQ(loaded, !failed);
         EXPECT_EQ(json_fastWriter(doc),

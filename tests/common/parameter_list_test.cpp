@@ -2,6 +2,7 @@
 #include "support/fake_device.hpp"
 #include "support/hostile.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -52,14 +53,15 @@ std::string written(std::vector<Parameter> parameters)
     return orNull(HeapText{write_handshake_payload(list.data())}.get());
 }
 
-/** What parse_handshake_payload makes of @p text: "name=value,value;" for each parameter. A
- *  parameter whose value array is null would show as "name=(null);". */
+/** What parse_handshake_payload makes of @p text: "name=value,value;" for each parameter, or the rule
+ *  that refuses the text. A parameter whose value array is null would show as "name=(null);". */
 std::string parsed(const std::string& text)
 {
+    plantRefusal();
     const PayloadPtr list{parse_handshake_payload(text.c_str())};
     if (!list)
     {
-        return "(null)";
+        return lastRule();
     }
     std::string shown;
     for (const HandshakePayload* parameter = list.get(); parameter->name != nullptr; ++parameter)
@@ -139,7 +141,7 @@ TEST(WriteHandshakePayload, GivesAnEmptyObjectForAListWithoutParameters)
 
 TEST(WriteHandshakePayload, GivesNullForNull)
 {
-    EXPECT_EQ(write_handshake_payload(nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", write_handshake_payload(nullptr));
 }
 
 TEST(WriteHandshakePayload, GivesNullWhicheverAllocationFails)
@@ -151,6 +153,7 @@ TEST(WriteHandshakePayload, GivesNullWhicheverAllocationFails)
         const HeapText text{write_handshake_payload(list.get())};
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(left, 77);
         EXPECT_EQ(orNull(text.get()),
                   failed ? "(null)" : R"({"C":"123456","T":["first","second"],"V":"token"})");
@@ -180,18 +183,24 @@ TEST(ParseHandshakePayload, SkipsNullMembers)
 
 TEST(ParseHandshakePayload, GivesNullWhenNoParameterIsLeft)
 {
-    EXPECT_EQ(parsed("{}"), "(null)");
-    EXPECT_EQ(parsed(R"({"A":null})"), "(null)");
-    EXPECT_EQ(parsed(R"({"A":null,"B":null})"), "(null)");
+    EXPECT_EQ(parsed("{}"), "document.empty");
+    EXPECT_EQ(parsed(R"({"A":null})"), "document.empty");
+    EXPECT_EQ(parsed(R"({"A":null,"B":null})"), "document.empty");
 }
 
 TEST(ParseHandshakePayload, RefusesANestedObject)
 {
     EXPECT_EQ(parsed(R"({"A":"x","B":"y"})"), "A=x;B=y;");
-    EXPECT_EQ(parsed(R"({"A":"x","B":{}})"), "(null)");
-    EXPECT_EQ(parsed(R"({"A":"x","B":{"k":"v"}})"), "(null)");
-    EXPECT_EQ(parsed(R"({"A":"x","Z":{}})"), "(null)");
-    EXPECT_EQ(parsed(R"({"A":["x",{}]})"), "(null)");
+    EXPECT_EQ(parsed(R"({"A":"x","B":{}})"), "document.parameter");
+    EXPECT_EQ(parsed(R"({"A":"x","B":{"k":"v"}})"), "document.parameter");
+    EXPECT_EQ(parsed(R"({"A":"x","Z":{}})"), "document.parameter");
+    EXPECT_EQ(parsed(R"({"A":["x",{}]})"), "document.parameter");
+}
+
+TEST(ParseHandshakePayload, SaysWhichMemberCannotBeAParameter)
+{
+    EXPECT_EQ(parsed(R"({"A":"x","B":[1],"C":{}})"), "document.parameter");
+    EXPECT_STREQ(lastRefusal().subject, "B");
 }
 
 TEST(ParseHandshakePayload, RefusesAnArrayThatHoldsAnythingButStrings)
@@ -200,8 +209,9 @@ TEST(ParseHandshakePayload, RefusesAnArrayThatHoldsAnythingButStrings)
     for (const char* element : {"1", "null", "true", "1.5", "[]", "[\"B\"]", "{}"})
     {
         SCOPED_TRACE(element);
-        EXPECT_EQ(parsed(R"({"A":"x","T":["A",)" + std::string{element} + R"(,"C"]})"), "(null)");
-        EXPECT_EQ(parsed(R"({"A":"x","T":[)" + std::string{element} + "]}"), "(null)");
+        EXPECT_EQ(parsed(R"({"A":"x","T":["A",)" + std::string{element} + R"(,"C"]})"),
+                  "document.parameter");
+        EXPECT_EQ(parsed(R"({"A":"x","T":[)" + std::string{element} + "]}"), "document.parameter");
     }
 }
 
@@ -218,7 +228,7 @@ TEST(ParseHandshakePayload, ReadsNumbersBooleansAndEmptyArraysAsParametersWithou
         EXPECT_EQ(list->values[0], nullptr);
         EXPECT_EQ(list.get()[1].name, nullptr);
         // It can be written, but not copied.
-        EXPECT_EQ(set_handshake_payload(list.get()), nullptr);
+        EXPECT_REFUSED("document.parameter-missing", set_handshake_payload(list.get()));
         EXPECT_STREQ(HeapText{write_handshake_payload(list.get())}.get(), "{}");
     }
 }
@@ -240,7 +250,8 @@ TEST(ParseHandshakePayload, PassesOverNamesWithAZeroByte)
     EXPECT_EQ(parsed(R"({"A":[],"A\u0000":["x"],"B":"y"})"), "A=;B=y;");
     // Whatever such a member holds: an object would be refused under any other name.
     EXPECT_EQ(parsed(R"({"A\u0000B":{"C":"x"},"B":"y"})"), "B=y;");
-    EXPECT_EQ(PayloadPtr{parse_handshake_payload(R"({"A\u0000":"x","\u0000":"y"})")}, nullptr);
+    EXPECT_REFUSED("document.empty",
+                   PayloadPtr{parse_handshake_payload(R"({"A\u0000":"x","\u0000":"y"})")}.get());
 }
 
 TEST(ParseHandshakePayload, TakesWhatTheDefaultReaderTakes)
@@ -252,11 +263,11 @@ TEST(ParseHandshakePayload, TakesWhatTheDefaultReaderTakes)
 
 TEST(ParseHandshakePayload, RefusesWhatIsNoObject)
 {
-    EXPECT_EQ(parse_handshake_payload(nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", parse_handshake_payload(nullptr));
     for (const auto& [name, text] : hostileTexts())
     {
         SCOPED_TRACE(name);
-        EXPECT_EQ(parse_handshake_payload(text.c_str()), nullptr);
+        EXPECT_REFUSED(hostileRule(name), parse_handshake_payload(text.c_str()));
     }
 }
 
@@ -297,6 +308,7 @@ TEST(ParseHandshakePayload, GivesNullWhicheverAllocationFails)
         const PayloadPtr list{parse_handshake_payload(text)};
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(left, 77);
         EXPECT_EQ(list == nullptr, failed);
     });

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/fake_device.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -33,9 +34,9 @@ TEST(SetCharArray, SharesNothingWithItsSource)
 
 TEST(SetCharArray, GivesNullForNothing)
 {
-    EXPECT_EQ(set_char_array(nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", set_char_array(nullptr));
     TextList empty{};
-    EXPECT_EQ(set_char_array(empty), nullptr);
+    EXPECT_REFUSED("document.empty", set_char_array(empty));
 }
 
 TEST(SetCharArray, StopsAtTheFirstEnd)
@@ -55,6 +56,7 @@ TEST(SetCharArray, GivesNullWhicheverAllocationFails)
         const StringArray copy{set_char_array(source)};
         const int left = errno;
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(left, 77);
         EXPECT_EQ(texts(copy.get()), failed ? Texts{} : (Texts{"one", "two"}));
     });

@@ -5,6 +5,7 @@
 #include "support/lists.hpp"
 #include "support/machine.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -175,6 +176,10 @@ struct TextReader
     const char* name;
     bool (*reads)(const std::string& text);
     std::string accepted;
+    /** The rule by which it refuses every text that is not a document; null: that of JSON. */
+    const char* rule = nullptr;
+    /** The rule by which it refuses the empty text; null: as any other. */
+    const char* ruleOfEmpty = nullptr;
 };
 
 const std::vector<TextReader>& readers()
@@ -200,12 +205,14 @@ const std::vector<TextReader>& readers()
         {"getKeyNames", readsNames, R"({"R":"94287082"})"},
         {"oauth2_parse_jwk", readsKey, key},
         {"appendPublicKey", readsKeyForImport, key},
-        {"generateHandshakeResponse", readsSecrets, R"({"type":["secret"]})"},
-        {"get_jwt_header", readsHeader, R"({"alg":"ES256"})"},
-        {"get_jwt_payload", readsPayload, R"({"sub":"s"})"},
+        {"generateHandshakeResponse", readsSecrets, R"({"type":["secret"]})", nullptr,
+         "handshake.keys"},
+        {"get_jwt_header", readsHeader, R"({"alg":"ES256"})", nullptr, "base64.malformed"},
+        {"get_jwt_payload", readsPayload, R"({"sub":"s"})", nullptr, "base64.malformed"},
         {"validateJWT", isValidToken,
-         R"({"exp":"0xffffffffff","iat":"0","iss":"i","jti":"j","nbf":"0","sub":"s"})"},
-        {"get_xidp_privileges", grantsRights, R"({"*":["L"]})"},
+         R"({"exp":"0xffffffffff","iat":"0","iss":"i","jti":"j","nbf":"0","sub":"s"})", nullptr,
+         "base64.malformed"},
+        {"get_xidp_privileges", grantsRights, R"({"*":["L"]})", "privileges.claim"},
     };
     return list;
 }
@@ -214,6 +221,20 @@ const std::vector<TextReader>& readers()
 std::string with(const std::string& accepted, const std::string& value)
 {
     return R"({"!":)" + value + "," + accepted.substr(1);
+}
+
+/** Expects that @p reader refuses @p text by @p rule of JSON, or by its own. */
+void expectRefused(const char* rule, const TextReader& reader, const std::string& text)
+{
+    if (reader.rule != nullptr)
+    {
+        rule = reader.rule;
+    }
+    if (text.empty() && reader.ruleOfEmpty != nullptr)
+    {
+        rule = reader.ruleOfEmpty;
+    }
+    EXPECT_REFUSED(rule, reader.reads(text));
 }
 
 /** Whether this reader has rules for members that it does not know: a handshake message is a flat
@@ -236,12 +257,14 @@ TEST(Documents, AreReadOrRefusedByEveryReader)
             // none.
             if (hostile.text.size() <= longest && reader.reads != readsNames)
             {
-                EXPECT_FALSE(reader.reads(hostile.text)) << hostile.name;
+                SCOPED_TRACE(hostile.name);
+                expectRefused(support::hostileRule(hostile.name).c_str(), reader, hostile.text);
             }
         }
         for (std::size_t length = 0; length < reader.accepted.size(); ++length)
         {
-            EXPECT_FALSE(reader.reads(reader.accepted.substr(0, length))) << length;
+            SCOPED_TRACE(length);
+            expectRefused("json.syntax", reader, reader.accepted.substr(0, length));
         }
         EXPECT_TRUE(reader.reads(reader.accepted));
     }
@@ -270,9 +293,9 @@ TEST(Documents, AreNestedAsDeepAsReadersGo)
         }
         for (const std::size_t depth : {256U, 1001U, 5000U})
         {
-            EXPECT_FALSE(reader.reads(with(reader.accepted, nested(depth))));
-            EXPECT_FALSE(reader.reads(with(reader.accepted, nestedObjects(depth))));
-            EXPECT_FALSE(reader.reads(std::string(depth, '[') + reader.accepted));
+            expectRefused("json.nesting", reader, with(reader.accepted, nested(depth)));
+            expectRefused("json.nesting", reader, with(reader.accepted, nestedObjects(depth)));
+            expectRefused("json.nesting", reader, std::string(depth, '[') + reader.accepted);
         }
     }
 }
@@ -297,7 +320,8 @@ TEST(Documents, HoldNumbersOfAnySize)
         for (const char* none :
              {"1e", "1.e5.", "--1", "0x10", "1_000", "NaN", "Infinity", "1,,", "e5"})
         {
-            EXPECT_FALSE(reader.reads(with(reader.accepted, none))) << none;
+            SCOPED_TRACE(none);
+            expectRefused("json.syntax", reader, with(reader.accepted, none));
         }
         // More than the largest double: what becomes of it is the JSON library's to say, as long as
         // it is the same for all.
@@ -323,7 +347,15 @@ TEST(Documents, AreUtf8AsFarAsAnybodyLooks)
         SCOPED_TRACE(reader.name);
         for (const auto& [value, read] : texts)
         {
-            EXPECT_EQ(reader.reads(with(reader.accepted, value)), read) << value;
+            SCOPED_TRACE(value);
+            if (read)
+            {
+                EXPECT_TRUE(reader.reads(with(reader.accepted, value)));
+            }
+            else
+            {
+                expectRefused("json.syntax", reader, with(reader.accepted, value));
+            }
         }
     }
 }
@@ -338,17 +370,21 @@ TEST(Documents, HaveNoOtherEncoding)
         {
             utf16 += {c, '\0'};
         }
-        EXPECT_FALSE(reader.reads(utf16));
-        EXPECT_FALSE(reader.reads("\xff\xfe" + utf16));
-        EXPECT_FALSE(reader.reads("\xfe\xff" + reader.accepted));
-        EXPECT_FALSE(reader.reads("\xef\xbb" + reader.accepted));
-        EXPECT_FALSE(reader.reads("+ADw-" + reader.accepted));
-        EXPECT_FALSE(reader.reads("\xef\xbb\xbf\xef\xbb\xbf" + reader.accepted));
+        // A C text ends at its first zero byte, before the length that is told with it.
+        const char* const rule = reader.reads == readsNames || reader.reads == readsSecrets
+                                     ? "argument.length"
+                                     : "json.syntax";
+        expectRefused(rule, reader, utf16);
+        expectRefused(rule, reader, "\xff\xfe" + utf16);
+        expectRefused("json.syntax", reader, "\xfe\xff" + reader.accepted);
+        expectRefused("json.syntax", reader, "\xef\xbb" + reader.accepted);
+        expectRefused("json.syntax", reader, "+ADw-" + reader.accepted);
+        expectRefused("json.syntax", reader, "\xef\xbb\xbf\xef\xbb\xbf" + reader.accepted);
         // The mark of UTF-8 itself is the JSON library's to pass over or to refuse: everywhere alike.
         EXPECT_EQ(reader.reads("\xef\xbb\xbf" + reader.accepted), readsDocument("\xef\xbb\xbf{}"));
         // What is no document stays none with something in front.
-        EXPECT_FALSE(reader.reads(")]}'\n" + reader.accepted));
-        EXPECT_FALSE(reader.reads("callback(" + reader.accepted + ")"));
+        expectRefused("json.syntax", reader, ")]}'\n" + reader.accepted);
+        expectRefused("json.syntax", reader, "callback(" + reader.accepted + ")");
         EXPECT_TRUE(reader.reads(" \t\r\n" + reader.accepted + " \t\r\n"));
     }
 }
@@ -364,8 +400,10 @@ TEST(Documents, TakeTheLastOfMembersWithOneName)
     EXPECT_STREQ(request->client_id, "two");
     EXPECT_EQ(support::parameters(request->handshake), (support::Parameters{{"R", {"2"}}}));
     EXPECT_EQ(support::pairs(request->policy), (support::Pairs{{"p", "2"}}));
-    EXPECT_FALSE(readsAuthorizeRequest(
-        R"({"client_id":"c","client_id":5,"client_secret":"s","state":"x","refresh_token":"r"})"));
+    EXPECT_REFUSED(
+        "document.member",
+        readsAuthorizeRequest(
+            R"({"client_id":"c","client_id":5,"client_secret":"s","state":"x","refresh_token":"r"})"));
 
     const Answer answer{parse_authorize_response(
         R"({"access_token":"a","access_token":"b","expires_in":"1","refresh_token":"r",)"
@@ -382,7 +420,8 @@ TEST(Documents, TakeTheLastOfMembersWithOneName)
     EXPECT_EQ(support::parameters(registration->handshake_challenge),
               (support::Parameters{{"T", {"b"}}}));
     // Names that differ in case are two members.
-    EXPECT_FALSE(
+    EXPECT_REFUSED(
+        "registration.challenge",
         readsRegisterRequest(R"({"redirect_uri":["u"],"client_name":"n","software_id":"i",)"
                              R"("handshake_challenge":{"T":["a"],"t":["b"]}})"));
 
@@ -414,16 +453,20 @@ TEST(Documents, KeepNamesWithZeroBytesApart)
         EXPECT_TRUE(reader.reads(R"({")" + name + R"(\u0000":"x",)" + reader.accepted.substr(1)));
     }
     // Nor does it stand in for the one that is asked for.
-    EXPECT_FALSE(readsOidcAnswer(R"({"client_id\u0000":"c"})"));
-    EXPECT_FALSE(readsHeader(R"({"alg\u0000":"ES256"})"));
-    EXPECT_FALSE(readsMember(R"({"client_id\u0000":"c"})"));
-    EXPECT_FALSE(readsSecrets(R"({"type\u0000":["secret"]})"));
-    EXPECT_FALSE(grantsRights(R"({"*\u0000":["L"]})"));
-    EXPECT_FALSE(grantsRights(R"({"*":["L\u0000"]})"));
-    EXPECT_FALSE(readsAuthorizeRequest(
-        R"({"client_id\u0000":"c","client_secret":"s","state":"x","refresh_token":"r"})"));
-    EXPECT_FALSE(readsRegisterRequest(
-        R"({"redirect_uri\u0000":["u"],"client_name":"n","software_id":"i"})"));
+    EXPECT_REFUSED("document.member", readsOidcAnswer(R"({"client_id\u0000":"c"})"));
+    EXPECT_REFUSED("token.member", readsHeader(R"({"alg\u0000":"ES256"})"));
+    EXPECT_REFUSED("json.member-missing", readsMember(R"({"client_id\u0000":"c"})"));
+    EXPECT_REFUSED("handshake.secret", readsSecrets(R"({"type\u0000":["secret"]})"));
+    // No right is not a failure.
+    EXPECT_REFUSED("nothing noted", grantsRights(R"({"*\u0000":["L"]})"));
+    EXPECT_REFUSED("nothing noted", grantsRights(R"({"*":["L\u0000"]})"));
+    EXPECT_REFUSED(
+        "document.member",
+        readsAuthorizeRequest(
+            R"({"client_id\u0000":"c","client_secret":"s","state":"x","refresh_token":"r"})"));
+    EXPECT_REFUSED("registration.redirect-uri",
+                   readsRegisterRequest(
+                       R"({"redirect_uri\u0000":["u"],"client_name":"n","software_id":"i"})"));
 }
 
 } // namespace

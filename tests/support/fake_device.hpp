@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "refusals.hpp"
+
 #include <sys/types.h>
 
 #include <cstddef>
@@ -207,7 +209,7 @@ private:
 
 /** Runs `body(failure)` with no allocation failing, then with the first one, the second, and so on,
  *  until a run reaches no failure any more; `body` asks `failure.reached()` and checks what holds
- *  in each case.
+ *  in each case. A planted refusal is the last one when a run begins.
  *
  *  The run ahead of the others is for what OpenSSL sets up at its first use: if that fails once, it
  *  is never tried again, and nothing works in this process any more. */
@@ -218,6 +220,7 @@ void withEachAllocationFailing(const Body& body,
     bool more = true;
     for (unsigned int nth = 0; more; ++nth)
     {
+        plantRefusal();
         FailAllocation failure{nth, extent};
         body(failure);
         more = failure.reached() || nth == 0;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/hostile.hpp"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 
 namespace support
@@ -79,6 +81,22 @@ const std::vector<HostileText>& hostileTexts()
         {"array of a million bytes", "[" + repeated("0,", mebibyte / 2) + "0]"},
     };
     return list;
+}
+
+std::string hostileRule(std::string_view name)
+{
+    constexpr std::array otherRoots = {"null",
+                                       "Boolean",
+                                       "number",
+                                       "string",
+                                       "array",
+                                       "array of objects",
+                                       "array of a million bytes"};
+    if (std::ranges::find(otherRoots, name) != otherRoots.end())
+    {
+        return "json.root";
+    }
+    return name.find("nested") == std::string_view::npos ? "json.syntax" : "json.nesting";
 }
 
 const std::vector<HostileText>& oddObjects()

@@ -21,6 +21,9 @@ struct HostileText
  *  answer to each. */
 [[nodiscard]] const std::vector<HostileText>& hostileTexts();
 
+/** The rule by which a reader of JSON objects refuses the hostile text called @p name. */
+[[nodiscard]] std::string hostileRule(std::string_view name);
+
 /** Texts that are objects, but hardly those that a function expects: what they make of them is
  *  theirs to say, as long as they come back. */
 [[nodiscard]] const std::vector<HostileText>& oddObjects();

@@ -33,7 +33,8 @@ template <typename Call>
     const auto result = call();
     using Result = std::remove_const_t<decltype(result)>;
     bool failed = false;
-    if constexpr (std::is_pointer_v<Result>)
+    // Pointers and their owners.
+    if constexpr (requires { result == nullptr; })
     {
         failed = result == nullptr;
     }

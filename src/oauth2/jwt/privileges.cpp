@@ -80,7 +80,7 @@ bool isAccepted(std::string_view provider, const char* const* providers)
 unsigned int jwt::xidpPrivileges(const JWTPayload& payload, const char* const* providers)
 {
     Json::Value claim;
-    if (payload.xidp == nullptr || !parseKnownObject(payload.xidp, claim))
+    if (payload.xidp == nullptr || !parseJsonObject(payload.xidp, claim))
     {
         return 0;
     }

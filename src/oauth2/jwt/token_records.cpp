@@ -319,7 +319,7 @@ PayloadPtr readPayload(std::string_view part)
 ScopesPtr structuredScopes(std::string_view text)
 {
     Json::Value object;
-    return parseKnownObject(text, object) ? scopesOf(object) : nullptr;
+    return parseJsonObject(text, object) ? scopesOf(object) : nullptr;
 }
 
 } // namespace bmcoauth::jwt

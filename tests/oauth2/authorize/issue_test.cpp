@@ -3,6 +3,7 @@
 #include "support/hostile.hpp"
 #include "support/lists.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -230,18 +231,18 @@ TEST(ClientAuthorize, IssuesFreshTokensEachTime)
 
 TEST(ClientAuthorize, RefusesWhatTheReaderRefuses)
 {
-    EXPECT_EQ(client_authorize(nullptr), nullptr);
-    EXPECT_EQ(client_authorize(R"({"client_id":"id","client_secret":"secret","state":"st"})"),
-              nullptr);
+    EXPECT_REFUSED("argument.null", client_authorize(nullptr));
+    EXPECT_REFUSED("authorize.grant",
+                   client_authorize(R"({"client_id":"id","client_secret":"secret","state":"st"})"));
     for (const auto& [name, text] : hostileTexts())
     {
         SCOPED_TRACE(name);
-        EXPECT_EQ(HeapText{client_authorize(text.c_str())}, nullptr);
+        EXPECT_REFUSED(hostileRule(name), HeapText{client_authorize(text.c_str())});
     }
     for (const auto& [name, text] : oddObjects())
     {
         SCOPED_TRACE(name);
-        EXPECT_EQ(HeapText{client_authorize(text.c_str())}, nullptr);
+        EXPECT_REFUSED("authorize.grant", HeapText{client_authorize(text.c_str())});
     }
 }
 
@@ -294,17 +295,20 @@ TEST(AuthorizeClient, RefusesAKeyThatDoesNotSign)
     std::vector<unsigned char> der = signingKey().der();
     const auto size = static_cast<unsigned int>(der.size());
     EXPECT_NE(ResponsePtr{authorize_client("state", der.data(), size, nullptr, nullptr)}, nullptr);
-    EXPECT_EQ(authorize_client("state", der.data(), size - 1, nullptr, nullptr), nullptr);
-    EXPECT_EQ(authorize_client("state", der.data(), 0, nullptr, nullptr), nullptr);
-    EXPECT_EQ(authorize_client("state", der.data(), UINT_MAX, nullptr, nullptr), nullptr);
-    EXPECT_EQ(authorize_client("state", der.data(), INT_MAX + 1U, nullptr, nullptr), nullptr);
+    EXPECT_REFUSED("key.encoding",
+                   authorize_client("state", der.data(), size - 1, nullptr, nullptr));
+    EXPECT_REFUSED("argument.length", authorize_client("state", der.data(), 0, nullptr, nullptr));
+    EXPECT_REFUSED("argument.length",
+                   authorize_client("state", der.data(), UINT_MAX, nullptr, nullptr));
+    EXPECT_REFUSED("argument.length",
+                   authorize_client("state", der.data(), INT_MAX + 1U, nullptr, nullptr));
     der[0] ^= 1;
-    EXPECT_EQ(authorize_client("state", der.data(), size, nullptr, nullptr), nullptr);
+    EXPECT_REFUSED("key.encoding", authorize_client("state", der.data(), size, nullptr, nullptr));
 }
 
 TEST(AuthorizeClient, RefusesAMissingState)
 {
-    EXPECT_EQ(signingKey().issue(nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", signingKey().issue(nullptr));
     EXPECT_NE(signingKey().issue(""), nullptr);
 }
 
@@ -360,7 +364,7 @@ TEST(AuthorizeClient, RefusesATemplateWithoutLifetimeOrType)
         const ResponsePtr settings{configure_auth_response("600", "bearer")};
         EXPECT_NE(signingKey().issue("state", settings.get()), nullptr);
         const HeapText kept{std::exchange(settings.get()->*field, nullptr)};
-        EXPECT_EQ(signingKey().issue("state", settings.get()), nullptr);
+        EXPECT_REFUSED("document.incomplete", signingKey().issue("state", settings.get()));
     }
 }
 
@@ -434,12 +438,15 @@ TEST(AuthorizeClient, RefusesAnIncompleteScopeEntry)
         return signingKey().issue("state", nullptr, &claims.claims) != nullptr;
     };
     EXPECT_TRUE(issued([](JWTscopes&) {}));
-    EXPECT_FALSE(issued([](JWTscopes& entry) { entry.count = 0; }));
-    EXPECT_FALSE(issued([](JWTscopes& entry) { entry.count = -1; }));
-    EXPECT_FALSE(issued([](JWTscopes& entry) { entry.count = INT_MIN; }));
-    EXPECT_FALSE(issued([](JWTscopes& entry) { entry.values = nullptr; }));
-    EXPECT_FALSE(issued([](JWTscopes& entry) { entry.values[1] = nullptr; }));
-    EXPECT_FALSE(issued([](JWTscopes& entry) { entry.name = nullptr; }));
+    EXPECT_REFUSED("authorize.scope", issued([](JWTscopes& entry) { entry.count = 0; }));
+    EXPECT_REFUSED("authorize.scope", issued([](JWTscopes& entry) { entry.count = -1; }));
+    EXPECT_REFUSED("authorize.scope", issued([](JWTscopes& entry) { entry.count = INT_MIN; }));
+    EXPECT_REFUSED("authorize.scope", issued([](JWTscopes& entry) { entry.values = nullptr; }));
+    EXPECT_REFUSED("authorize.scope", issued([](JWTscopes& entry) { entry.values[1] = nullptr; }));
+    EXPECT_STREQ(lastRefusal().subject, "values");
+    EXPECT_EQ(lastRefusal().index, 1);
+    EXPECT_REFUSED("authorize.scope", issued([](JWTscopes& entry) { entry.name = nullptr; }));
+    EXPECT_STREQ(lastRefusal().subject, "name");
 }
 
 TEST(AuthorizeClient, GivesNullWithoutRandomBytes)
@@ -455,17 +462,17 @@ TEST(AuthorizeClient, GivesNullWithoutRandomBytes)
         {
             FakeRandom random;
             random.failReading(EIO, {whichToken, 1});
-            EXPECT_EQ(signingKey().issue("state"), nullptr);
+            EXPECT_REFUSED("random.device", signingKey().issue("state"));
         }
         {
             FakeRandom random;
             random.shortenReading(1, {whichToken, 1});
-            EXPECT_EQ(signingKey().issue("state"), nullptr);
+            EXPECT_REFUSED("random.device", signingKey().issue("state"));
         }
         {
             FakeRandom random;
             random.failOpening(EMFILE, {whichToken, 1});
-            EXPECT_EQ(signingKey().issue("state"), nullptr);
+            EXPECT_REFUSED("random.device", signingKey().issue("state"));
         }
     }
 }
@@ -475,8 +482,8 @@ TEST(AuthorizeClient, GivesNullWhereTheClockCannotBeBrokenDown)
     FakeClock clock{now};
     EXPECT_NE(signingKey().issue("state"), nullptr);
     clock.failBreakingDown();
-    EXPECT_EQ(signingKey().issue("state"), nullptr);
-    EXPECT_EQ(HeapText{client_authorize(request)}, nullptr);
+    EXPECT_REFUSED("clock.unreadable", signingKey().issue("state"));
+    EXPECT_REFUSED("clock.unreadable", HeapText{client_authorize(request)});
 }
 
 TEST(AuthorizeClient, LogsNothing)
@@ -484,8 +491,8 @@ TEST(AuthorizeClient, LogsNothing)
     const JournalEntries journal;
     FakeRandom random;
     random.failReading(EIO);
-    EXPECT_EQ(signingKey().issue("state"), nullptr);
-    EXPECT_EQ(HeapText{client_authorize("{}")}, nullptr);
+    EXPECT_REFUSED("random.device", signingKey().issue("state"));
+    EXPECT_REFUSED("authorize.grant", HeapText{client_authorize("{}")});
     EXPECT_TRUE(journal.all().empty());
 }
 
@@ -494,7 +501,7 @@ TEST(AuthorizeClient, LeavesErrnoAndTheErrorQueueAlone)
     const std::array<unsigned char, 3> noKey = {1, 2, 3};
     ERR_clear_error();
     errno = EXDEV;
-    EXPECT_EQ(authorize_client("state", noKey.data(), 3, nullptr, nullptr), nullptr);
+    EXPECT_REFUSED("key.encoding", authorize_client("state", noKey.data(), 3, nullptr, nullptr));
     EXPECT_NE(signingKey().issue("state"), nullptr);
     EXPECT_EQ(errno, EXDEV);
     EXPECT_EQ(ERR_peek_error(), 0U);

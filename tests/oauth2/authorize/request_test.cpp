@@ -3,6 +3,7 @@
 #include "support/hostile.hpp"
 #include "support/lists.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -85,9 +86,9 @@ TEST(CreateAuthorizeRequest, RefusesAMissingMandatoryText)
             create_authorize_request(secret, id, state, nullptr, nullptr, nullptr, "refresh")};
     };
     EXPECT_NE(create("secret", "id", "state"), nullptr);
-    EXPECT_EQ(create(nullptr, "id", "state"), nullptr);
-    EXPECT_EQ(create("secret", nullptr, "state"), nullptr);
-    EXPECT_EQ(create("secret", "id", nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", create(nullptr, "id", "state"));
+    EXPECT_REFUSED("argument.null", create("secret", nullptr, "state"));
+    EXPECT_REFUSED("argument.null", create("secret", "id", nullptr));
 }
 
 TEST(CreateAuthorizeRequest, RefusesAHandshakeThatHasNoCopy)
@@ -99,9 +100,9 @@ TEST(CreateAuthorizeRequest, RefusesAHandshakeThatHasNoCopy)
     ParameterList handshake{{"T", {"a"}}, {"R", {"b"}}};
     EXPECT_NE(create(handshake), nullptr);
     ParameterList withoutValues{{"T", {"a"}}, {"R", {}}};
-    EXPECT_EQ(create(withoutValues), nullptr);
+    EXPECT_REFUSED("document.parameter-missing", create(withoutValues));
     ParameterList empty{};
-    EXPECT_EQ(create(empty), nullptr);
+    EXPECT_REFUSED("document.empty", create(empty));
 }
 
 TEST(CreateAuthorizeRequest, KeepsAnEmptyPolicyList)
@@ -150,6 +151,26 @@ TEST(CreateAuthorizeRequest, LosesAtMostPolicyAndRefreshTokenWithoutMemory)
     EXPECT_EQ(withoutToken, 1U);
 }
 
+TEST(CreateAuthorizeRequest, RefusesNothingWhereItGoesOnWithoutMemory)
+{
+    PolicyList policy{{"p", "1"}};
+    unsigned int wentOn = 0;
+    bool failed = true;
+    for (unsigned int nth = 1; failed; ++nth)
+    {
+        SCOPED_TRACE(nth);
+        plantRefusal();
+        FailAllocation failure{nth};
+        const RequestPtr request{
+            create_authorize_request("secret", "id", "state", nullptr, policy, nullptr, "refresh")};
+        failed = failure.reached();
+        EXPECT_EQ(lastRule(), request ? "nothing noted" : "memory.exhausted");
+        wentOn += request && failed ? 1U : 0U;
+    }
+    // The policy's list, name and value; the refresh token.
+    EXPECT_EQ(wentOn, 4U);
+}
+
 TEST(FreeAuthorizeRequest, ReleasesAReservedTextThatACallerHasSet)
 {
     RequestPtr request{
@@ -168,7 +189,7 @@ TEST(FreeAuthorizeRequest, AcceptsNullAndAnEmptyRecord)
 
 TEST(SetKestPolicyResponse, GivesNullForNull)
 {
-    EXPECT_EQ(set_kest_policy_response(nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", set_kest_policy_response(nullptr));
 }
 
 TEST(SetKestPolicyResponse, CopiesEachPair)
@@ -213,6 +234,7 @@ TEST(SetKestPolicyResponse, GivesNullWhicheverAllocationFails)
     withEachAllocationFailing([&](auto& failure) {
         const PolicyPtr copy{set_kest_policy_response(policy)};
         EXPECT_EQ(copy == nullptr, failure.reached());
+        EXPECT_EQ(lastRule(), copy ? "nothing noted" : "memory.exhausted");
     });
 }
 
@@ -258,10 +280,10 @@ RequestPtr parsed(const std::string& more)
 
 TEST(ParseAuthorizeRequest, WantsARefreshTokenOrAHandshake)
 {
-    EXPECT_EQ(parsed(""), nullptr);
+    EXPECT_REFUSED("authorize.grant", parsed(""));
     EXPECT_NE(parsed(R"(,"refresh_token":"r")"), nullptr);
     EXPECT_NE(parsed(R"(,"handshake_response":{"R":["x"]})"), nullptr);
-    EXPECT_EQ(parsed(R"(,"kest_policy_auth":{"a":"1"})"), nullptr);
+    EXPECT_REFUSED("authorize.grant", parsed(R"(,"kest_policy_auth":{"a":"1"})"));
 }
 
 TEST(ParseAuthorizeRequest, WantsTheThreeMandatoryMembersAsStrings)
@@ -272,14 +294,16 @@ TEST(ParseAuthorizeRequest, WantsTheThreeMandatoryMembersAsStrings)
         {
             SCOPED_TRACE(nextMember(name, value));
             // The last of two members with the same name is the one that counts.
-            const RequestPtr request = parsed(R"(,"refresh_token":"r")" + nextMember(name, value));
-            EXPECT_EQ(request != nullptr, value.starts_with('"'));
+            const std::string rule =
+                ruleOf([&] { return parsed(R"(,"refresh_token":"r")" + nextMember(name, value)); });
+            EXPECT_EQ(rule, value.starts_with('"') ? "accepted" : "document.member");
+            EXPECT_TRUE(rule == "accepted" || lastRefusal().subject == name);
         }
         SCOPED_TRACE(name);
         std::string missing = document(R"(,"refresh_token":"r")");
         EXPECT_NE(RequestPtr{parse_authorize_request(missing.c_str())}, nullptr);
         missing.replace(missing.find(name), name.size(), "something");
-        EXPECT_EQ(RequestPtr{parse_authorize_request(missing.c_str())}, nullptr);
+        EXPECT_REFUSED("document.member", RequestPtr{parse_authorize_request(missing.c_str())});
     }
 }
 
@@ -288,7 +312,8 @@ TEST(ParseAuthorizeRequest, TakesARefreshTokenThatIsNoStringAsAbsent)
     for (const std::string& value : jsonValuesOfEveryType())
     {
         SCOPED_TRACE(value);
-        EXPECT_EQ(parsed(R"(,"refresh_token":)" + value) != nullptr, value.starts_with('"'));
+        EXPECT_EQ(ruleOf([&] { return parsed(R"(,"refresh_token":)" + value); }),
+                  value.starts_with('"') ? "accepted" : "authorize.grant");
         const RequestPtr request =
             parsed(R"(,"handshake_response":{"R":"x"},"refresh_token":)" + value);
         ASSERT_NE(request, nullptr);
@@ -305,7 +330,7 @@ TEST(ParseAuthorizeRequest, TakesAHandshakeThatIsNoObjectAsAbsent)
             continue;
         }
         SCOPED_TRACE(value);
-        EXPECT_EQ(parsed(R"(,"handshake_response":)" + value), nullptr);
+        EXPECT_REFUSED("authorize.grant", parsed(R"(,"handshake_response":)" + value));
         const RequestPtr request = parsed(R"(,"refresh_token":"r","handshake_response":)" + value);
         ASSERT_NE(request, nullptr);
         EXPECT_EQ(request->handshake, nullptr);
@@ -319,8 +344,9 @@ TEST(ParseAuthorizeRequest, RefusesAHandshakeWithoutParametersEvenBesideARefresh
                                   R"({"a":7,"b":true,"c":[],"d":null,"e":1.5,"f":false})"})
     {
         SCOPED_TRACE(handshake);
-        EXPECT_EQ(parsed(std::string{R"(,"refresh_token":"r","handshake_response":)"} + handshake),
-                  nullptr);
+        EXPECT_REFUSED(
+            "authorize.handshake",
+            parsed(std::string{R"(,"refresh_token":"r","handshake_response":)"} + handshake));
     }
 }
 
@@ -340,7 +366,8 @@ TEST(ParseAuthorizeRequest, RefusesAHandshakeThatIsNotFlat)
         SCOPED_TRACE(odd);
         const std::string before = R"(,"refresh_token":"r","handshake_response":{"R":"x","a":)";
         EXPECT_NE(parsed(before + R"(["x"]})"), nullptr);
-        EXPECT_EQ(parsed(before + odd + "}"), nullptr);
+        EXPECT_REFUSED("authorize.handshake", parsed(before + odd + "}"));
+        EXPECT_STREQ(lastRefusal().subject, "a");
     }
 }
 
@@ -350,10 +377,11 @@ TEST(ParseAuthorizeRequest, WantsStringsInThePolicy)
     for (const std::string& value : jsonValuesOfEveryType())
     {
         SCOPED_TRACE(value);
-        EXPECT_EQ(parsed(before + value + "}") != nullptr, value.starts_with('"'));
-        EXPECT_EQ(parsed(R"(,"handshake_response":{"R":"x"},"kest_policy_auth":{"b":)" + value +
-                         "}") != nullptr,
-                  value.starts_with('"'));
+        const std::string expected = value.starts_with('"') ? "accepted" : "authorize.policy";
+        EXPECT_EQ(ruleOf([&] { return parsed(before + value + "}"); }), expected);
+        EXPECT_TRUE(expected == "accepted" || lastRefusal().subject == std::string{"b"});
+        const std::string proven = R"(,"handshake_response":{"R":"x"},"kest_policy_auth":{"b":)";
+        EXPECT_EQ(ruleOf([&] { return parsed(proven + value + "}"); }), expected);
     }
 }
 
@@ -380,10 +408,10 @@ TEST(ParseAuthorizeRequest, EndsTextsAtAZeroByteButNotTheNamesItLooksFor)
     EXPECT_EQ(parameters(request->handshake), (Parameters{{"V", {""}}, {"W", {"c"}}}));
     EXPECT_EQ(pairs(request->policy), (Pairs{{"p", "1"}}));
     // No "state" but one with a zero byte behind.
-    EXPECT_EQ(
-        RequestPtr{parse_authorize_request(
-            R"({"client_id":"i","client_secret":"s","state\u0000":"x","refresh_token":"r"})")},
-        nullptr);
+    EXPECT_REFUSED(
+        "document.member",
+        parse_authorize_request(
+            R"({"client_id":"i","client_secret":"s","state\u0000":"x","refresh_token":"r"})"));
 }
 
 TEST(ParseAuthorizeRequest, PassesOverNamesWithAZeroByteInItsLists)
@@ -397,7 +425,8 @@ TEST(ParseAuthorizeRequest, PassesOverNamesWithAZeroByteInItsLists)
     const RequestPtr none = parsed(R"(,"refresh_token":"r","kest_policy_auth":{"p\u0000":"1"})");
     ASSERT_NE(none, nullptr);
     EXPECT_EQ(none->policy, nullptr);
-    EXPECT_EQ(parsed(R"(,"refresh_token":"r","handshake_response":{"R\u0000":"1"})"), nullptr);
+    EXPECT_REFUSED("authorize.handshake",
+                   parsed(R"(,"refresh_token":"r","handshake_response":{"R\u0000":"1"})"));
 }
 
 TEST(ParseAuthorizeRequest, KeepsCharactersOutsideAscii)
@@ -413,11 +442,11 @@ TEST(ParseAuthorizeRequest, KeepsCharactersOutsideAscii)
 
 TEST(ParseAuthorizeRequest, RefusesWhatIsNoObject)
 {
-    EXPECT_EQ(parse_authorize_request(nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", parse_authorize_request(nullptr));
     for (const auto& [name, text] : hostileTexts())
     {
         SCOPED_TRACE(name);
-        EXPECT_EQ(RequestPtr{parse_authorize_request(text.c_str())}, nullptr);
+        EXPECT_REFUSED(hostileRule(name), RequestPtr{parse_authorize_request(text.c_str())});
     }
 }
 
@@ -426,10 +455,11 @@ TEST(ParseAuthorizeRequest, ComesBackFromOddObjects)
     for (const auto& [name, text] : oddObjects())
     {
         SCOPED_TRACE(name);
-        EXPECT_EQ(RequestPtr{parse_authorize_request(text.c_str())}, nullptr);
+        EXPECT_REFUSED("authorize.grant", RequestPtr{parse_authorize_request(text.c_str())});
     }
     EXPECT_NE(parsed(R"(,"refresh_token":"r","deep":)" + nestedMember("a", 254)), nullptr);
-    EXPECT_EQ(parsed(R"(,"refresh_token":"r","deep":)" + nestedMember("a", 255)), nullptr);
+    EXPECT_REFUSED("json.nesting",
+                   parsed(R"(,"refresh_token":"r","deep":)" + nestedMember("a", 255)));
 }
 
 TEST(ParseAuthorizeRequest, ReadsHugeDocuments)
@@ -476,7 +506,7 @@ TEST(ParseAuthorizeRequest, NeverGivesAPartOfTheMandatoryTextsWithoutMemory)
 TEST(ParseAuthorizeRequest, LeavesErrnoAlone)
 {
     errno = EXDEV;
-    EXPECT_EQ(parse_authorize_request("{"), nullptr);
+    EXPECT_REFUSED("json.syntax", parse_authorize_request("{"));
     EXPECT_NE(parsed(R"(,"refresh_token":"r")"), nullptr);
     EXPECT_EQ(errno, EXDEV);
 }
@@ -574,8 +604,8 @@ TEST(WriteAuthorizeRequest, GivesNullWithoutRefreshTokenAndHandshake)
 {
     TextList texts{"id", "secret", "state"};
     AuthorizeRequest request = requestOf(texts);
-    EXPECT_EQ(write_authorize_request(&request), nullptr);
-    EXPECT_EQ(write_authorize_request(nullptr), nullptr);
+    EXPECT_REFUSED("authorize.grant", write_authorize_request(&request));
+    EXPECT_REFUSED("argument.null", write_authorize_request(nullptr));
 }
 
 TEST(WriteAuthorizeRequest, RaisesALogicErrorForEachMissingMandatoryText)
@@ -650,6 +680,7 @@ TEST(WriteAuthorizeRequest, GivesNullWhicheverAllocationFails)
     withEachAllocationFailing([&](auto& failure) {
         const HeapText text{write_authorize_request(&request)};
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(orNull(text.get()), failed ? "(null)" : expected);
     });
 }

@@ -3,6 +3,7 @@
 #include "support/hostile.hpp"
 #include "support/lists.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -62,11 +63,12 @@ TEST(CreateAuthorizeResponse, RefusesEachMissingText)
             create_authorize_response(texts[0], texts[1], texts[2], texts[3], texts[4])};
     };
     EXPECT_NE(create(), nullptr);
-    for (const char*& text : texts)
+    for (std::size_t i = 0; i < texts.size(); ++i)
     {
-        const char* const kept = std::exchange(text, nullptr);
-        EXPECT_EQ(create(), nullptr);
-        text = kept;
+        const char* const kept = std::exchange(texts.at(i), nullptr);
+        EXPECT_REFUSED("argument.null", create());
+        EXPECT_STREQ(lastRefusal().subject, memberNames.at(i));
+        texts.at(i) = kept;
     }
 }
 
@@ -88,9 +90,9 @@ TEST(CreateAuthorizeResponse, GivesNullWhereTheClockCannotBeBrokenDown)
     EXPECT_NE(ResponsePtr{create_authorize_response("", "", "", "", "")}, nullptr);
     EXPECT_NE(parsed(accepted), nullptr);
     clock.failBreakingDown();
-    EXPECT_EQ(create_authorize_response("", "", "", "", ""), nullptr);
-    EXPECT_EQ(parsed(accepted), nullptr);
-    EXPECT_EQ(configure_auth_response(nullptr, nullptr), nullptr);
+    EXPECT_REFUSED("clock.unreadable", create_authorize_response("", "", "", "", ""));
+    EXPECT_REFUSED("clock.unreadable", parsed(accepted));
+    EXPECT_REFUSED("clock.unreadable", configure_auth_response(nullptr, nullptr));
 }
 
 TEST(CreateAuthorizeResponse, GivesNullWhicheverAllocationFails)
@@ -101,6 +103,7 @@ TEST(CreateAuthorizeResponse, GivesNullWhicheverAllocationFails)
         const ResponsePtr response{
             create_authorize_response("state", "access", "refresh", "60", "bearer")};
         EXPECT_EQ(response == nullptr, failure.reached());
+        EXPECT_EQ(lastRule(), response ? "nothing noted" : "memory.exhausted");
     });
 }
 
@@ -115,7 +118,7 @@ TEST(WriteAuthorizeResponse, WritesFiveStrings)
     const ResponsePtr response{create_authorize_response("st", "at", "rt", "3600", "bearer")};
     const HeapText text{write_authorize_response(response.get())};
     EXPECT_EQ(orNull(text.get()), accepted);
-    EXPECT_EQ(write_authorize_response(nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", write_authorize_response(nullptr));
 }
 
 TEST(WriteAuthorizeResponse, RaisesALogicErrorForEachMissingText)
@@ -146,6 +149,7 @@ TEST(WriteAuthorizeResponse, GivesNullWhicheverAllocationFails)
     withEachAllocationFailing([&](auto& failure) {
         const HeapText text{write_authorize_response(response.get())};
         const bool failed = failure.reached();
+        EXPECT_EQ(lastRule(), failed ? "memory.exhausted" : "nothing noted");
         EXPECT_EQ(orNull(text.get()), failed ? "(null)" : accepted);
     });
 }
@@ -188,14 +192,16 @@ TEST(ParseAuthorizeResponse, WantsEachMemberAsAString)
         std::string text = accepted;
         text.replace(text.find(name), name.size(), "something");
         SCOPED_TRACE(text);
-        EXPECT_EQ(parsed(text), nullptr);
+        EXPECT_REFUSED("document.member", parsed(text));
+        EXPECT_EQ(lastRefusal().subject, name);
         for (const std::string& value : jsonValuesOfEveryType())
         {
             SCOPED_TRACE(value);
             // The last of two members with the same name is the one that counts.
             text = accepted;
             text.insert(text.size() - 1, nextMember(name, value));
-            EXPECT_EQ(parsed(text) != nullptr, value.starts_with('"'));
+            EXPECT_EQ(ruleOf([&] { return parsed(text); }),
+                      value.starts_with('"') ? "accepted" : "document.member");
         }
     }
 }
@@ -204,7 +210,7 @@ TEST(ParseAuthorizeResponse, RefusesALifetimeThatIsANumber)
 {
     std::string text = accepted;
     text.replace(text.find("\"3600\""), 6, "3600");
-    EXPECT_EQ(parsed(text), nullptr);
+    EXPECT_REFUSED("document.member", parsed(text));
 }
 
 TEST(ParseAuthorizeResponse, HandlesZeroBytesAndForeignCharacters)
@@ -232,34 +238,36 @@ TEST(ParseAuthorizeResponse, HandlesZeroBytesAndForeignCharacters)
         SCOPED_TRACE(json);
         std::string text = accepted;
         text.replace(text.find(R"("st")"), 4, json);
-        const ResponsePtr response = parsed(text);
-        ASSERT_EQ(response != nullptr, state != nullptr);
-        if (response)
+        if (state == nullptr)
         {
-            EXPECT_STREQ(response->state, state);
-            const HeapText written{write_authorize_response(response.get())};
-            EXPECT_NE(orNull(written.get()).find(std::string{"\"state\":"} + again + ","),
-                      std::string::npos)
-                << orNull(written.get());
+            EXPECT_REFUSED("json.syntax", parsed(text));
+            continue;
         }
+        const ResponsePtr response = parsed(text);
+        ASSERT_NE(response, nullptr);
+        EXPECT_STREQ(response->state, state);
+        const HeapText written{write_authorize_response(response.get())};
+        EXPECT_NE(orNull(written.get()).find(std::string{"\"state\":"} + again + ","),
+                  std::string::npos)
+            << orNull(written.get());
     }
     std::string text = accepted;
     text.replace(text.find("state"), 5, R"(state\u0000)");
-    EXPECT_EQ(parsed(text), nullptr);
+    EXPECT_REFUSED("document.member", parsed(text));
 }
 
 TEST(ParseAuthorizeResponse, RefusesHostileTexts)
 {
-    EXPECT_EQ(parse_authorize_response(nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", parse_authorize_response(nullptr));
     for (const auto& [name, text] : hostileTexts())
     {
         SCOPED_TRACE(name);
-        EXPECT_EQ(parsed(text), nullptr);
+        EXPECT_REFUSED(hostileRule(name), parsed(text));
     }
     for (const auto& [name, text] : oddObjects())
     {
         SCOPED_TRACE(name);
-        EXPECT_EQ(parsed(text), nullptr);
+        EXPECT_REFUSED("document.member", parsed(text));
     }
 }
 
@@ -269,6 +277,7 @@ TEST(ParseAuthorizeResponse, GivesNullWhicheverAllocationFails)
     withEachAllocationFailing([&](auto& failure) {
         const ResponsePtr response{parse_authorize_response(accepted)};
         EXPECT_EQ(response == nullptr, failure.reached());
+        EXPECT_EQ(lastRule(), response ? "nothing noted" : "memory.exhausted");
     });
 }
 
