@@ -277,16 +277,16 @@ TEST(HandshakeCertificate, IsNamedWhereAnotherNameBeginsLikeThatOfTheChain)
         return validate_x509_jwk(listOf(text).get(), name);
     };
     EXPECT_EQ(named(R"("x5c":["CERT"])", "client-1"), 1);
-    EXPECT_EQ(named(R"("x5c":["CERT"])", "client-2"), 0);
+    EXPECT_REFUSED("certificate.name", named(R"("x5c":["CERT"])", "client-2"));
     for (const char* members :
          {R"("x5c":[],"x5c\u0000":["CERT"])", R"("x5c":7,"x5c\u0000":["CERT"])",
           R"("x5c":null,"x5c\u0000":["CERT"])", R"("x5c\u0000":["CERT"])",
           R"("x5c\u0000":[],"x5c\u0000\u0000":["CERT"])"})
     {
         SCOPED_TRACE(members);
-        EXPECT_EQ(named(members, "client-1"), 0);
-        EXPECT_EQ(named(members, "client-2"), 0);
-        EXPECT_EQ(named(members, nullptr), 0);
+        EXPECT_REFUSED("certificate.missing", named(members, "client-1"));
+        EXPECT_REFUSED("certificate.missing", named(members, "client-2"));
+        EXPECT_REFUSED("certificate.missing", named(members, nullptr));
     }
 }
 
@@ -305,8 +305,9 @@ TEST(HandshakeCertificate, IsCheckedForItsFactoryByItself)
         EXPECT_TRUE(accepts(certificateChallenge, responseOf(proof), &one->client));
         const PayloadPtr chain = support::certificateRecord(
             {one->client.body(), one->authority.body(), one->client.body()});
-        EXPECT_EQ(validate_x509_jwk(chain.get(), "client-1"), one == &made ? 1 : 0);
-        EXPECT_EQ(validate_x509_jwk(chain.get(), "client-2"), 0);
+        EXPECT_REFUSED(one == &made ? "accepted" : "chain.untrusted",
+                       validate_x509_jwk(chain.get(), "client-1"));
+        EXPECT_REFUSED("certificate.name", validate_x509_jwk(chain.get(), "client-2"));
     }
     // The first value is named and the last one is verified: who shows a chain whose two ends are
     // different certificates proves the one and hides behind the other.
