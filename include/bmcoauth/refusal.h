@@ -140,9 +140,8 @@ enum bmcoauth_rule
     BMCOAUTH_RULE_HANDSHAKE_KEYS = 1805,   /**< the key document is absent or not a JSON object */
     BMCOAUTH_RULE_HANDSHAKE_SECRET = 1806, /**< the key document holds no secret for the type */
     BMCOAUTH_RULE_HANDSHAKE_PROOF_MISSING = 1807, /**< there are fewer proofs than types, or none */
-    BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG = 1808,  /**< the proof is not the one that was asked for */
-    BMCOAUTH_RULE_HANDSHAKE_PROOF_LENGTH = 1809, /**< the proof is too long to be sent */
-    BMCOAUTH_RULE_HANDSHAKE_IV = 1810,           /**< the IV of the sealed certificate is absent */
+    BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG = 1808, /**< the proof is not the one that was asked for */
+    BMCOAUTH_RULE_HANDSHAKE_IV = 1810,          /**< the IV of the sealed certificate is absent */
 };
 
 /** bmcoauth_refusal tells what a call refused. It may grow at its end; `bmcoauth_last_refusal` takes

@@ -323,8 +323,6 @@ extern "C" const char* bmcoauth_rule_name(int rule)
             return "handshake.proof-missing";
         case BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG:
             return "handshake.proof-wrong";
-        case BMCOAUTH_RULE_HANDSHAKE_PROOF_LENGTH:
-            return "handshake.proof-length";
         case BMCOAUTH_RULE_HANDSHAKE_IV:
             return "handshake.iv";
     }

@@ -3,6 +3,7 @@
 #include "oauth2/oauth-register/handshake_support.hpp"
 #include "support/certificates.hpp"
 #include "support/fake_device.hpp"
+#include "support/refusals.hpp"
 
 #include <gtest/gtest.h>
 
@@ -84,7 +85,8 @@ TEST(HandshakeReplay, IsOfUseForTheSameChallengeAlone)
 {
     EXPECT_TRUE(accepts(passwordChallenge, responseOf(passwordOf1)));
     EXPECT_TRUE(accepts(passwordChallenge, responseOf(passwordOf1)));
-    EXPECT_FALSE(accepts(R"({"T":"hotp1.0","M":"7","C":"2"})", responseOf(passwordOf1)));
+    EXPECT_REFUSED("handshake.proof-wrong",
+                   accepts(R"({"T":"hotp1.0","M":"7","C":"2"})", responseOf(passwordOf1)));
     EXPECT_TRUE(accepts(R"({"T":"hotp1.0","M":"7","C":"2"})", responseOf(passwordOf2)));
 
     const Identity& client = factory().client;
@@ -93,8 +95,9 @@ TEST(HandshakeReplay, IsOfUseForTheSameChallengeAlone)
     EXPECT_TRUE(accepts(certificateChallenge, proof, &client));
     for (const char* token : {"dG9rZW5=", "dG9rZW4", "", "DG9rZW4=", "dG9rZW4=:", "dG9rZW4= "})
     {
-        EXPECT_FALSE(accepts(R"({"T":"software_id_cert-1.0","V":")" + std::string{token} + "\"}",
-                             proof, &client))
+        EXPECT_REFUSED("handshake.proof-wrong",
+                       accepts(R"({"T":"software_id_cert-1.0","V":")" + std::string{token} + "\"}",
+                               proof, &client))
             << token;
     }
 }
@@ -109,25 +112,33 @@ TEST(HandshakeReplay, IsOfNoUseForAnotherType)
         return R"({"R":[")" + first + R"(",")" + second + R"("]})";
     };
     EXPECT_TRUE(accepts(both, proofs(passwordOf1, signature), &client));
-    EXPECT_FALSE(accepts(both, proofs(signature, passwordOf1), &client));
-    EXPECT_FALSE(accepts(both, proofs(signature, signature), &client));
-    EXPECT_FALSE(accepts(both, proofs(passwordOf1, passwordOf1), &client));
-    EXPECT_FALSE(accepts(certificateChallenge, responseOf(passwordOf1), &client));
-    EXPECT_FALSE(accepts(passwordChallenge, responseOf(signature)));
+    const auto refusesProof = [&](int index, const std::string& challenge,
+                                  const std::string& response) {
+        EXPECT_REFUSED("handshake.proof-wrong", accepts(challenge, response, &client));
+        EXPECT_EQ(support::lastRefusal().index, index);
+    };
+    refusesProof(0, both, proofs(signature, passwordOf1));
+    refusesProof(0, both, proofs(signature, signature));
+    refusesProof(1, both, proofs(passwordOf1, passwordOf1));
+    refusesProof(0, certificateChallenge, responseOf(passwordOf1));
+    refusesProof(0, passwordChallenge, responseOf(signature));
     // Another type has another secret.
-    EXPECT_FALSE(accepts(R"({"T":"other","M":"7","C":"1"})", responseOf(passwordOf1)));
-    EXPECT_FALSE(accepts(R"({"T":"HOTP1.0","M":"7","C":"1"})", responseOf(passwordOf1)));
+    refusesProof(0, R"({"T":"other","M":"7","C":"1"})", responseOf(passwordOf1));
+    EXPECT_REFUSED("handshake.secret",
+                   accepts(R"({"T":"HOTP1.0","M":"7","C":"1"})", responseOf(passwordOf1)));
 }
 
 TEST(HandshakeRoles, CannotBeExchanged)
 {
     // What the server said is no answer, and what the client said is no question.
     EXPECT_TRUE(accepts(passwordChallenge, responseOf(passwordOf1)));
-    EXPECT_FALSE(accepts(responseOf(passwordOf1), passwordChallenge));
-    EXPECT_FALSE(accepts(passwordChallenge, passwordChallenge));
-    EXPECT_FALSE(accepts(certificateChallenge, certificateChallenge, &factory().client));
+    EXPECT_REFUSED("handshake.types", accepts(responseOf(passwordOf1), passwordChallenge));
+    EXPECT_REFUSED("handshake.proof-missing", accepts(passwordChallenge, passwordChallenge));
+    EXPECT_REFUSED("handshake.proof-missing",
+                   accepts(certificateChallenge, certificateChallenge, &factory().client));
     // M chooses the secret and C counts: of one secret the M is of no account, the C is.
-    EXPECT_FALSE(accepts(R"({"T":"hotp1.0","M":"1","C":"7"})", responseOf(passwordOf1)));
+    EXPECT_REFUSED("handshake.proof-wrong",
+                   accepts(R"({"T":"hotp1.0","M":"1","C":"7"})", responseOf(passwordOf1)));
     EXPECT_TRUE(accepts(R"({"T":"hotp1.0","M":"8","C":"1"})", responseOf(passwordOf1)));
 }
 
@@ -143,7 +154,8 @@ TEST(HandshakePasswords, AreThoseOfTheCounterAlone)
             R"({"T":"hotp1.0","M":"7","C":")" + std::to_string(counter) + "\"}";
         for (const auto& [other, password] : passwords)
         {
-            EXPECT_EQ(accepts(challenge, responseOf(password)), other == counter)
+            EXPECT_REFUSED(other == counter ? "accepted" : "handshake.proof-wrong",
+                           accepts(challenge, responseOf(password)))
                 << counter << " " << other;
         }
     }
@@ -155,8 +167,10 @@ TEST(HandshakePasswords, AreEightDigitsAndNothingElse)
     EXPECT_TRUE(accepts(passwordChallenge, responseOf(right)));
     for (std::size_t length = 0; length < right.size(); ++length)
     {
-        EXPECT_FALSE(accepts(passwordChallenge, responseOf(right.substr(0, length))));
-        EXPECT_FALSE(accepts(passwordChallenge, responseOf(right.substr(right.size() - length))));
+        EXPECT_REFUSED("handshake.proof-wrong",
+                       accepts(passwordChallenge, responseOf(right.substr(0, length))));
+        EXPECT_REFUSED("handshake.proof-wrong",
+                       accepts(passwordChallenge, responseOf(right.substr(right.size() - length))));
     }
     for (const char* other : {"+94287082",
                               "-94287082",
@@ -192,9 +206,12 @@ TEST(HandshakePasswords, AreEightDigitsAndNothingElse)
         // A text ends at its first zero byte for everybody, so that one behind the end is not there.
         const bool same =
             std::string{other} == R"(94287082\u0000)" || std::string{other} == R"(94287082\u00001)";
-        EXPECT_EQ(accepts(passwordChallenge, responseOf(other)), same) << other;
+        EXPECT_REFUSED(same ? "accepted" : "handshake.proof-wrong",
+                       accepts(passwordChallenge, responseOf(other)))
+            << other;
     }
-    EXPECT_FALSE(accepts(passwordChallenge, responseOf(std::string(100000, '9'))));
+    EXPECT_REFUSED("handshake.proof-wrong",
+                   accepts(passwordChallenge, responseOf(std::string(100000, '9'))));
 }
 
 TEST(HandshakeCertificate, IsThatOfTheSigner)
@@ -207,16 +224,16 @@ TEST(HandshakeCertificate, IsThatOfTheSigner)
     };
     EXPECT_TRUE(acceptsFrom(made.client, made.client, made.client));
     // Others of the same chain: who issued the certificate, his issuer, and another client.
-    EXPECT_FALSE(acceptsFrom(made.authority, made.client, made.client));
-    EXPECT_FALSE(acceptsFrom(made.root, made.client, made.client));
-    EXPECT_FALSE(acceptsFrom(made.other, made.client, made.client));
+    EXPECT_REFUSED("handshake.proof-wrong", acceptsFrom(made.authority, made.client, made.client));
+    EXPECT_REFUSED("handshake.proof-wrong", acceptsFrom(made.root, made.client, made.client));
+    EXPECT_REFUSED("handshake.proof-wrong", acceptsFrom(made.other, made.client, made.client));
     // The same name from another factory.
     const Factory foreign;
-    EXPECT_FALSE(acceptsFrom(foreign.client, made.client, made.client));
-    EXPECT_FALSE(acceptsFrom(made.client, made.client, foreign.client));
+    EXPECT_REFUSED("handshake.proof-wrong", acceptsFrom(foreign.client, made.client, made.client));
+    EXPECT_REFUSED("handshake.proof-wrong", acceptsFrom(made.client, made.client, foreign.client));
     // One client's proof with another one's certificate.
-    EXPECT_FALSE(acceptsFrom(made.client, made.client, made.other));
-    EXPECT_FALSE(acceptsFrom(made.client, made.client, made.authority));
+    EXPECT_REFUSED("handshake.proof-wrong", acceptsFrom(made.client, made.client, made.other));
+    EXPECT_REFUSED("handshake.proof-wrong", acceptsFrom(made.client, made.client, made.authority));
 }
 
 // The name is part of what is signed: a proof under one name is none under another, whoever has the
@@ -240,7 +257,7 @@ TEST(HandshakeCertificate, IsSignedWithItsName)
           std::string{"client-1:dG9rZW4="}, std::string{"dG9rZW4=::client-1"},
           std::string{":client-1"}, std::string{"dG9rZW4=:client-1\0", 18}, std::string{}})
     {
-        EXPECT_FALSE(acceptsSigned(text)) << text;
+        EXPECT_REFUSED("handshake.proof-wrong", acceptsSigned(text)) << text;
     }
 }
 
@@ -260,16 +277,16 @@ TEST(HandshakeCertificate, IsNamedWhereAnotherNameBeginsLikeThatOfTheChain)
         return validate_x509_jwk(listOf(text).get(), name);
     };
     EXPECT_EQ(named(R"("x5c":["CERT"])", "client-1"), 1);
-    EXPECT_EQ(named(R"("x5c":["CERT"])", "client-2"), 0);
+    EXPECT_REFUSED("certificate.name", named(R"("x5c":["CERT"])", "client-2"));
     for (const char* members :
          {R"("x5c":[],"x5c\u0000":["CERT"])", R"("x5c":7,"x5c\u0000":["CERT"])",
           R"("x5c":null,"x5c\u0000":["CERT"])", R"("x5c\u0000":["CERT"])",
           R"("x5c\u0000":[],"x5c\u0000\u0000":["CERT"])"})
     {
         SCOPED_TRACE(members);
-        EXPECT_EQ(named(members, "client-1"), 0);
-        EXPECT_EQ(named(members, "client-2"), 0);
-        EXPECT_EQ(named(members, nullptr), 0);
+        EXPECT_REFUSED("certificate.missing", named(members, "client-1"));
+        EXPECT_REFUSED("certificate.missing", named(members, "client-2"));
+        EXPECT_REFUSED("certificate.missing", named(members, nullptr));
     }
 }
 
@@ -288,8 +305,9 @@ TEST(HandshakeCertificate, IsCheckedForItsFactoryByItself)
         EXPECT_TRUE(accepts(certificateChallenge, responseOf(proof), &one->client));
         const PayloadPtr chain = support::certificateRecord(
             {one->client.body(), one->authority.body(), one->client.body()});
-        EXPECT_EQ(validate_x509_jwk(chain.get(), "client-1"), one == &made ? 1 : 0);
-        EXPECT_EQ(validate_x509_jwk(chain.get(), "client-2"), 0);
+        EXPECT_REFUSED(one == &made ? "accepted" : "chain.untrusted",
+                       validate_x509_jwk(chain.get(), "client-1"));
+        EXPECT_REFUSED("certificate.name", validate_x509_jwk(chain.get(), "client-2"));
     }
     // The first value is named and the last one is verified: who shows a chain whose two ends are
     // different certificates proves the one and hides behind the other.
@@ -314,22 +332,28 @@ TEST(HandshakeResponse, MayHoldMoreButNotLess)
     {
         SCOPED_TRACE(more);
         EXPECT_TRUE(accepts(passwordChallenge, R"({"R":")" + right + "\"," + more + "}"));
-        EXPECT_FALSE(accepts(passwordChallenge, R"({"R":"00000000",)" + std::string{more} + "}"));
+        EXPECT_REFUSED("handshake.proof-wrong",
+                       accepts(passwordChallenge, R"({"R":"00000000",)" + std::string{more} + "}"));
     }
     // Nor is the type: what was not asked for is no proof of it.
-    EXPECT_FALSE(accepts(R"({"T":"other","M":"7","C":"1"})",
-                         R"({"T":"hotp1.0","M":"7","C":"1","R":")" + right + "\"}"));
+    EXPECT_REFUSED("handshake.proof-wrong",
+                   accepts(R"({"T":"other","M":"7","C":"1"})",
+                           R"({"T":"hotp1.0","M":"7","C":"1","R":")" + right + "\"}"));
     // Without an answer there is none.
-    for (const char* less : {R"({"R":[]})", R"({"R":5})", R"({"R":true})", R"({"R":""})",
-                             R"({"R":[""]})", R"({"S":"94287082"})", R"({"RR":"94287082"})",
-                             R"({"R ":"94287082"})", R"({"T":"hotp1.0"})", R"({"M":"7","C":"1"})",
-                             R"({"R":["","94287082"]})", R"({"R":["00000000","94287082"]})"})
+    for (const char* less : {R"({"R":[]})", R"({"R":5})", R"({"R":true})", R"({"S":"94287082"})",
+                             R"({"RR":"94287082"})", R"({"R ":"94287082"})", R"({"T":"hotp1.0"})",
+                             R"({"M":"7","C":"1"})"})
     {
-        EXPECT_FALSE(accepts(passwordChallenge, less)) << less;
+        EXPECT_REFUSED("handshake.proof-missing", accepts(passwordChallenge, less)) << less;
     }
-    EXPECT_FALSE(accepted(listOf(passwordChallenge).get(), nullptr));
-    EXPECT_FALSE(accepted(nullptr, listOf(responseOf(right)).get()));
-    EXPECT_FALSE(accepted(nullptr, nullptr));
+    for (const char* wrong : {R"({"R":""})", R"({"R":[""]})", R"({"R":["","94287082"]})",
+                              R"({"R":["00000000","94287082"]})"})
+    {
+        EXPECT_REFUSED("handshake.proof-wrong", accepts(passwordChallenge, wrong)) << wrong;
+    }
+    EXPECT_REFUSED("argument.null", accepted(listOf(passwordChallenge).get(), nullptr));
+    EXPECT_REFUSED("argument.null", accepted(nullptr, listOf(responseOf(right)).get()));
+    EXPECT_REFUSED("argument.null", accepted(nullptr, nullptr));
 }
 
 // In a document the last of two members counts; of two names that differ in case, which are one to
@@ -337,22 +361,25 @@ TEST(HandshakeResponse, MayHoldMoreButNotLess)
 TEST(HandshakeResponse, HasOneAnswerOfTwo)
 {
     EXPECT_TRUE(accepts(passwordChallenge, R"({"R":"00000000","R":"94287082"})"));
-    EXPECT_FALSE(accepts(passwordChallenge, R"({"R":"94287082","R":"00000000"})"));
+    EXPECT_REFUSED("handshake.proof-wrong",
+                   accepts(passwordChallenge, R"({"R":"94287082","R":"00000000"})"));
     EXPECT_TRUE(accepts(passwordChallenge, R"({"r":"94287082"})"));
     EXPECT_TRUE(accepts(passwordChallenge, R"({"r":"00000000","R":"94287082"})"));
-    EXPECT_FALSE(accepts(passwordChallenge, R"({"r":"94287082","R":"00000000"})"));
+    EXPECT_REFUSED("handshake.proof-wrong",
+                   accepts(passwordChallenge, R"({"r":"94287082","R":"00000000"})"));
     EXPECT_TRUE(accepts(R"({"T":"hotp1.0","M":"7","C":"2","C":"1"})", responseOf(passwordOf1)));
-    EXPECT_FALSE(accepts(R"({"T":"hotp1.0","M":"7","C":"1","C":"2"})", responseOf(passwordOf1)));
+    EXPECT_REFUSED("handshake.proof-wrong",
+                   accepts(R"({"T":"hotp1.0","M":"7","C":"1","C":"2"})", responseOf(passwordOf1)));
     // So it is with the secrets.
     const PayloadPtr challenge = listOf(passwordChallenge);
     const PayloadPtr response = listOf(responseOf(passwordOf1));
     const std::string secret = R"("hotp1.0":["12345678901234567890"])";
     EXPECT_TRUE(
         accepted(challenge.get(), response.get(), nullptr, R"({"hotp1.0":["x"],)" + secret + "}"));
-    EXPECT_FALSE(
-        accepted(challenge.get(), response.get(), nullptr, "{" + secret + R"(,"hotp1.0":["x"]})"));
-    EXPECT_FALSE(accepted(challenge.get(), response.get(), nullptr,
-                          R"({"hotp1.0\u0000":["12345678901234567890"]})"));
+    EXPECT_REFUSED("handshake.proof-wrong", accepted(challenge.get(), response.get(), nullptr,
+                                                     "{" + secret + R"(,"hotp1.0":["x"]})"));
+    EXPECT_REFUSED("handshake.secret", accepted(challenge.get(), response.get(), nullptr,
+                                                R"({"hotp1.0\u0000":["12345678901234567890"]})"));
 }
 
 // Without counters of its own a challenge lets the client choose them: an answer that was heard
@@ -363,18 +390,22 @@ TEST(HandshakeResponse, BringsItsCountersOnlyWhereNoneWereAsked)
     const std::string heard = R"({"M":"7","C":"1","R":"94287082"})";
     EXPECT_TRUE(accepts(open, heard));
     EXPECT_TRUE(accepts(open, heard));
-    EXPECT_FALSE(accepts(R"({"T":"hotp1.0","M":"7","C":"2"})", heard));
-    EXPECT_FALSE(accepts(open, R"({"M":"7","C":"2","R":"94287082"})"));
-    EXPECT_FALSE(accepts(open, R"({"M":"7","R":"94287082"})"));
-    EXPECT_FALSE(accepts(open, R"({"C":"1","R":"94287082"})"));
-    EXPECT_FALSE(accepts(open, responseOf("94287082")));
+    EXPECT_REFUSED("handshake.proof-wrong", accepts(R"({"T":"hotp1.0","M":"7","C":"2"})", heard));
+    EXPECT_REFUSED("handshake.proof-wrong", accepts(open, R"({"M":"7","C":"2","R":"94287082"})"));
+    EXPECT_REFUSED("handshake.counters", accepts(open, R"({"M":"7","R":"94287082"})"));
+    EXPECT_REFUSED("handshake.counters", accepts(open, R"({"C":"1","R":"94287082"})"));
+    EXPECT_REFUSED("handshake.counters", accepts(open, responseOf("94287082")));
     for (const char* number :
          {"0", "00", "-1", "+1", " 1", "1 ", "0x1", "1.0", "1e0", "", "18446744073709551615",
           "18446744073709551616", "18446744073709551617", "\\u00001"})
     {
         const std::string text{number};
-        EXPECT_FALSE(accepts(open, R"({"M":"7","C":")" + text + R"(","R":"94287082"})")) << text;
-        EXPECT_FALSE(accepts(open, R"({"M":")" + text + R"(","C":"1","R":"94287082"})")) << text;
+        EXPECT_REFUSED("handshake.counters",
+                       accepts(open, R"({"M":"7","C":")" + text + R"(","R":"94287082"})"))
+            << text;
+        EXPECT_REFUSED("handshake.counters",
+                       accepts(open, R"({"M":")" + text + R"(","C":"1","R":"94287082"})"))
+            << text;
     }
 }
 

@@ -6,9 +6,8 @@
 #include "common/string_array.hpp"
 #include "crypto/base64.hpp"
 #include "crypto/random.hpp"
-#include "oauth2/oauth-register/HandshakeProofs.hpp"
+#include "oauth2/oauth-register/handshake_proofs.hpp"
 
-#include <bmcoauth/encoding.h>
 #include <bmcoauth/handshake.h>
 
 #include <climits>
@@ -45,9 +44,13 @@ bool isCertificateType(const char* type)
 std::optional<SupportedTypes> partition(const char* const* types)
 {
     const std::size_t count = countStrings(types);
+    if (count == 0)
+    {
+        return refuse(BMCOAUTH_RULE_HANDSHAKE_TYPES).about("types");
+    }
     SupportedTypes result;
     result.owner = copyStringArray(types);
-    if (!result.owner || count == 0)
+    if (!result.owner)
     {
         return std::nullopt;
     }
@@ -72,14 +75,15 @@ std::optional<SupportedTypes> partition(const char* const* types)
     return result;
 }
 
-/** A random number of the size of @p Number, its first byte the most significant; 0 on failure. */
+/** A random number of the size of @p Number, its first byte the most significant; nothing on
+ *  failure. */
 template <typename Number>
-Number randomNumber()
+std::optional<Number> randomNumber()
 {
     std::array<unsigned char, sizeof(Number)> bytes{};
     if (!crypto::fillRandom(bytes))
     {
-        return 0;
+        return std::nullopt;
     }
     Number number = 0;
     for (const unsigned char byte : bytes)
@@ -89,17 +93,40 @@ Number randomNumber()
     return number;
 }
 
+/** A random number below 2^63, so that its decimal text has at most 19 digits; nothing on
+ *  failure. */
+std::optional<std::uint64_t> randomCounter()
+{
+    std::optional<std::uint64_t> number = randomNumber<std::uint64_t>();
+    if (number)
+    {
+        *number &= UINT64_MAX >> 1U;
+    }
+    return number;
+}
+
+/** The counter @p name; a drawn 0 is none. */
+std::optional<std::uint64_t> drawCounter(const char* name)
+{
+    const std::optional<std::uint64_t> number = randomCounter();
+    if (number == 0)
+    {
+        return refuse(BMCOAUTH_RULE_HANDSHAKE_COUNTERS).about(name).saw("0");
+    }
+    return number;
+}
+
 } // namespace
 
 std::optional<Counters> drawCounters()
 {
-    const std::uint64_t selector = genRandHexValue();
-    const std::uint64_t movingFactor = genRandHexValue();
-    if (selector == 0 || movingFactor == 0)
+    const std::optional<std::uint64_t> selector = drawCounter("M");
+    const std::optional<std::uint64_t> movingFactor = drawCounter("C");
+    if (!selector || !movingFactor)
     {
         return std::nullopt;
     }
-    return Counters{selector, movingFactor};
+    return Counters{*selector, *movingFactor};
 }
 
 void putCounters(ParameterListWriter& writer, const Counters& counters)
@@ -118,77 +145,113 @@ enum Mode : unsigned int
     passwordAndCertificate = 3,
 };
 
-ParameterList serverChallenge(const char* const* types, unsigned int mode)
+/** The types that a draw picks one of; empty, and refused, where there is none. */
+std::span<char* const> passwordTypes(const SupportedTypes& supported)
+{
+    if (supported.oneTimePassword.empty())
+    {
+        refuse(BMCOAUTH_RULE_HANDSHAKE_TYPES).about("types").wanted("a type for passwords");
+    }
+    return supported.oneTimePassword;
+}
+
+/** What a server asks for. */
+struct Questions
+{
+    const char* passwordType = nullptr;
+    std::optional<Counters> counters;
+    SecretText token; /**< for the certificate proof */
+};
+
+bool askPassword(const SupportedTypes& supported, std::uint32_t pick, Questions& asked)
+{
+    const std::span<char* const> types = passwordTypes(supported);
+    if (types.empty())
+    {
+        return false;
+    }
+    asked.passwordType = types[pick % types.size()];
+    asked.counters = drawCounters();
+    return asked.counters.has_value();
+}
+
+bool askCertificate(const SupportedTypes& supported, Questions& asked)
 {
     constexpr unsigned int tokenBytes = 16;
-    const std::optional<SupportedTypes> supported = partition(types);
-    if (!supported || mode < certificateOnly || mode > passwordAndCertificate)
+    if (!supported.hasCertificate)
     {
-        return nullptr;
+        return refuse(BMCOAUTH_RULE_HANDSHAKE_TYPES).about("types").wanted(certificateType);
     }
-    const bool asksPassword = mode != certificateOnly;
-    const bool asksCertificate = mode != passwordOnly;
-    // Drawn whether a type is picked with it or not, so that the draws stand in one order.
-    const std::uint32_t pick = _do_random();
-    std::string_view passwordType;
-    std::optional<Counters> counters;
-    if (asksPassword)
-    {
-        if (supported->oneTimePassword.empty())
-        {
-            return nullptr;
-        }
-        passwordType = supported->oneTimePassword[pick % supported->oneTimePassword.size()];
-        counters = drawCounters();
-        if (!counters)
-        {
-            return nullptr;
-        }
-    }
-    SecretText token;
-    if (asksCertificate)
-    {
-        token = supported->hasCertificate ? crypto::randomToken(tokenBytes) : nullptr;
-        if (!token)
-        {
-            return nullptr;
-        }
-    }
+    asked.token = crypto::randomToken(tokenBytes);
+    return asked.token != nullptr;
+}
 
+ParameterList listOf(const Questions& asked)
+{
     ParameterListWriter writer{4};
-    if (asksPassword && asksCertificate)
+    if (asked.passwordType != nullptr && asked.token)
     {
-        writer.put("T", stringArrayOf({passwordType, certificateType}));
+        writer.put("T", stringArrayOf({asked.passwordType, certificateType}));
     }
     else
     {
-        writer.put("T", asksPassword ? passwordType : certificateType);
+        writer.put("T", asked.token ? certificateType : asked.passwordType);
     }
-    if (counters)
+    if (asked.counters)
     {
-        putCounters(writer, *counters);
+        putCounters(writer, *asked.counters);
     }
-    if (token)
+    if (asked.token)
     {
-        writer.put("V", token.get());
+        writer.put("V", asked.token.get());
     }
     return writer.take();
+}
+
+ParameterList serverChallenge(const char* const* types, unsigned int mode)
+{
+    const std::optional<SupportedTypes> supported = partition(types);
+    if (!supported)
+    {
+        return nullptr;
+    }
+    if (mode < certificateOnly || mode > passwordAndCertificate)
+    {
+        return refuse(BMCOAUTH_RULE_ARGUMENT_RANGE).about("mode").wanted("1, 2 or 3");
+    }
+    // Drawn whether a type is picked with it or not, so that the draws stand in one order.
+    const std::uint32_t pick = randomNumber<std::uint32_t>().value_or(0);
+    Questions asked;
+    if ((mode != certificateOnly && !askPassword(*supported, pick, asked)) ||
+        (mode != passwordOnly && !askCertificate(*supported, asked)))
+    {
+        return nullptr;
+    }
+    return listOf(asked);
 }
 
 ParameterList clientChallenge(const char* const* types, unsigned int count)
 {
     const std::optional<SupportedTypes> supported = partition(types);
-    // A client offers two types at least, or there is nothing to choose from.
-    if (!supported || countStrings(types) < 2 || supported->oneTimePassword.empty())
+    if (!supported)
     {
         return nullptr;
     }
-    const char* picked =
-        supported->oneTimePassword[_do_random() % supported->oneTimePassword.size()];
+    // A client offers two types at least, or there is nothing to choose from.
+    if (countStrings(types) < 2)
+    {
+        return refuse(BMCOAUTH_RULE_HANDSHAKE_TYPES).about("types").wanted("two types or more");
+    }
+    const std::span<char* const> choice = passwordTypes(*supported);
+    if (choice.empty())
+    {
+        return nullptr;
+    }
+    const char* const picked = choice[randomNumber<std::uint32_t>().value_or(0) % choice.size()];
     StringArray values = emptyStringArray(count);
     if (!values)
     {
-        return nullptr;
+        return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
     std::generate_n(values.get(), count, [&] { return requireHeapText(picked).release(); });
     ParameterListWriter writer{1};
@@ -198,17 +261,32 @@ ParameterList clientChallenge(const char* const* types, unsigned int count)
 
 /** Stores what @p make gives through @p out; 0 when that is nothing. */
 template <typename Make>
-int handOver(HandshakePayload** out, const Make& make)
+int handOver(char** types, HandshakePayload** out, const Make& make)
 {
+    if (types == nullptr || out == nullptr)
+    {
+        return refuseNull({{"types", types}, {"challenge", out}});
+    }
     return guarded(0, [&] {
         ParameterList list = make();
-        if (!list || out == nullptr)
+        if (!list)
         {
             return 0;
         }
         *out = list.release();
         return 1;
     });
+}
+
+/** What the exported draws give, which have no other sign of failure than 0. */
+template <typename Number>
+Number drawn(const std::optional<Number>& number) noexcept
+{
+    if (!number)
+    {
+        publishRefusal();
+    }
+    return number.value_or(0);
 }
 
 HeapText keyDocument(std::string_view prefix, unsigned int keys, unsigned int tokens,
@@ -222,16 +300,17 @@ HeapText keyDocument(std::string_view prefix, unsigned int keys, unsigned int to
         const std::string name = std::string{prefix} + std::to_string(number) + ".0";
         if (name.size() > longestName)
         {
-            return nullptr;
+            return refuse(BMCOAUTH_RULE_ARGUMENT_LENGTH).about("prefix").saw(name);
         }
         Json::Value& secrets = document[name] = Json::Value{Json::arrayValue};
         for (unsigned int i = 0; i < tokens; ++i)
         {
             const SecretText& token = kept.emplace_back(crypto::randomToken(tokenLength));
-            if (!token || base64URIencode(token.get()) != 1)
+            if (!token)
             {
                 return nullptr;
             }
+            crypto::toUrlAlphabet(token.get());
             secrets.append(borrowed(token.get()));
         }
     }
@@ -252,34 +331,37 @@ extern "C" bool compareSoftwareCertTag(const char* type)
 extern "C" std::uint64_t genRandHexValue(void)
 {
     const ErrnoKeeper keeper;
-    // Below 2^63, so that the decimal text has at most 19 digits.
-    return randomNumber<std::uint64_t>() & (UINT64_MAX >> 1U);
+    return drawn(randomCounter());
 }
 
 extern "C" std::uint32_t _do_random(void)
 {
     const ErrnoKeeper keeper;
-    return randomNumber<std::uint32_t>();
+    return drawn(randomNumber<std::uint32_t>());
 }
 
 extern "C" int generateServerHandshakeChallenge(char** types, unsigned int mode,
                                                 HandshakePayload** challenge)
 {
-    return handOver(challenge, [&] { return serverChallenge(types, mode); });
+    return handOver(types, challenge, [&] { return serverChallenge(types, mode); });
 }
 
 extern "C" int generateClientHandshakeChallenge(char** types, unsigned int count,
                                                 HandshakePayload** challenge)
 {
-    return handOver(challenge, [&] { return clientChallenge(types, count); });
+    return handOver(types, challenge, [&] { return clientChallenge(types, count); });
 }
 
 extern "C" int generateKeyTool(const char* prefix, unsigned int keys, unsigned int tokens,
                                int tokenLength, char** text)
 {
-    if (prefix == nullptr || tokenLength < 0 || text == nullptr)
+    if (prefix == nullptr || text == nullptr)
     {
-        return 0;
+        return refuseNull({{"prefix", prefix}, {"text", text}});
+    }
+    if (tokenLength < 0)
+    {
+        return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "tokenLength");
     }
     return guarded(0, [&] {
         HeapText document =

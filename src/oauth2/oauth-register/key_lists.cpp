@@ -33,17 +33,14 @@ bool readList(const Json::Value& object, const char* name, List& list, ReadOne r
     {
         throw std::bad_alloc();
     }
-    auto* next = read.get();
-    for (const Json::Value& element : *array)
+    for (Json::ArrayIndex i = 0; i < array->size(); ++i)
     {
-        if (!element.isObject())
+        const Json::Value& element = (*array)[i];
+        auto*& next = read.get()[i];
+        next = element.isObject() ? readOne(element).release() : nullptr;
+        if (next == nullptr)
         {
-            return false;
-        }
-        *next = readOne(element).release();
-        if (*next++ == nullptr)
-        {
-            return false;
+            return refuse(BMCOAUTH_RULE_REGISTRATION_KEYS).about(name).at(i);
         }
     }
     list = std::move(read);

@@ -10,15 +10,6 @@
 namespace bmcoauth::registration
 {
 
-/** The lists of a registration request. Readers expect the values of one parameter as an array. */
-inline constexpr ListForm requestChallenge{.alwaysArray = "T"};
-inline constexpr ListForm requestCertificate{.alwaysArray = "x5c"};
-
-/** The lists of a registration response: the first parameter without a value ends each of them. */
-inline constexpr ListForm responseChallenge{.alwaysArray = "T", .noValue = NoValue::stop};
-inline constexpr ListForm responseProofs{.alwaysArray = "R", .noValue = NoValue::stop};
-inline constexpr ListForm responseCertificate{.alwaysArray = "x5c", .noValue = NoValue::stop};
-
 /** An array with an object for each key of @p list, which is not null. */
 [[nodiscard]] Json::Value arrayOfKeys(const jwk* const* list);
 [[nodiscard]] Json::Value arrayOfCertificates(const HandshakePayload* const* list,

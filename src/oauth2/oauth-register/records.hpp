@@ -24,9 +24,15 @@ struct ResponseSettings
     HandshakePayload** certificates = nullptr;
 };
 
+/** See parse_register_request. */
+[[nodiscard]] Request readRequest(const char* text);
+
 /** create_register_response with the secret and the identifier handed over, so that no copy of a
- *  secret is left in the heap. */
+ *  secret is left in the heap; null where one of them is. */
 [[nodiscard]] Response makeResponse(SecretText secret, HeapText id,
                                     const ResponseSettings& settings);
+
+/** See write_register_response. */
+[[nodiscard]] HeapText writtenResponse(const RegisterResponse& response);
 
 } // namespace bmcoauth::registration

@@ -3,8 +3,8 @@
 #include "crypto/random.hpp"
 #include "oauth2/oauth-register/records.hpp"
 
-using namespace bmcoauth;
-using namespace bmcoauth::registration;
+namespace bmcoauth::registration
+{
 
 namespace
 {
@@ -27,39 +27,40 @@ ResponseSettings settingsOf(const RegisterResponse* settings)
             .certificates = settings->software_id_cert};
 }
 
+/** Issues an identifier and a secret; @p settings may be null. */
+Response registerClient(const RegisterResponse* settings)
+{
+    SecretText id = crypto::randomToken(tokenBytes);
+    SecretText secret = id ? crypto::randomToken(tokenBytes) : nullptr;
+    return makeResponse(std::move(secret), HeapText{id.release()}, settingsOf(settings));
+}
+
 } // namespace
+
+} // namespace bmcoauth::registration
+
+using namespace bmcoauth;
+using namespace bmcoauth::registration;
 
 extern "C" RegisterResponse* register_client(RegisterRequest* request,
                                              RegisterResponse* response_template)
 {
     if (request == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"request", request}});
     }
-    return guarded(nullptr, [&]() -> RegisterResponse* {
-        SecretText id = crypto::randomToken(tokenBytes);
-        SecretText secret = id ? crypto::randomToken(tokenBytes) : nullptr;
-        return makeResponse(std::move(secret), HeapText{id.release()},
-                            settingsOf(response_template))
-            .release();
-    });
-}
-
-extern "C" RegisterResponse*
-configure_reg_response(const char* client_secret_expires_in, char** grant_types, const char* unused,
-                       char** kest_policy_auth_types, char** kest_policy_auth_req,
-                       HandshakePayload* handshake_challenge, HandshakePayload* handshake_response,
-                       const char* ssl_cert_cryptex, HandshakePayload** software_id_cert)
-{
-    return create_register_response("", "", client_secret_expires_in, grant_types, unused,
-                                    kest_policy_auth_types, kest_policy_auth_req,
-                                    handshake_challenge, handshake_response, ssl_cert_cryptex,
-                                    software_id_cert);
+    return guarded(nullptr, [&] { return registerClient(response_template).release(); });
 }
 
 extern "C" char* client_register(const char* text)
 {
-    const Request request{parse_register_request(text)};
-    const Response response{register_client(request.get(), nullptr)};
-    return write_register_response(response.get());
+    if (text == nullptr)
+    {
+        return refuseNull({{"text", text}});
+    }
+    return guarded(nullptr, [&]() -> char* {
+        const Request request = readRequest(text);
+        const Response response = request ? registerClient(nullptr) : nullptr;
+        return response ? writtenResponse(*response).release() : nullptr;
+    });
 }

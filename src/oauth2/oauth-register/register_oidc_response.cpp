@@ -2,7 +2,6 @@
 #include "common/guard.hpp"
 #include "common/json.hpp"
 
-#include <bmcoauth/json.h>
 #include <bmcoauth/register.h>
 
 #include <optional>
@@ -24,8 +23,8 @@ char* optionalText(const Json::Value& document, const char* name)
 HeapText numberText(Json::Value& document, const char* name)
 {
     unsigned int number = 0;
-    return json_to_uint(document, name, &number) == 1 ? requireHeapText(std::to_string(number))
-                                                      : nullptr;
+    return readUintMember(document, name, number) ? requireHeapText(std::to_string(number))
+                                                  : nullptr;
 }
 
 OidcResponse readAnswer(const char* text)
@@ -41,11 +40,12 @@ OidcResponse readAnswer(const char* text)
     {
         return nullptr;
     }
-    answer->client_id = optionalText(document, "client_id");
-    if (answer->client_id == nullptr)
+    const auto id = stringMembers<1>(document, {"client_id"});
+    if (!id)
     {
         return nullptr;
     }
+    answer->client_id = requireHeapText(id->front()).release();
     answer->client_secret = optionalText(document, "client_secret");
     // The expiry is the secret's: without one it is neither asked for nor looked at.
     HeapText expiry = answer->client_secret == nullptr
@@ -53,7 +53,7 @@ OidcResponse readAnswer(const char* text)
                           : numberText(document, "client_secret_expires_at");
     if (!expiry)
     {
-        return nullptr;
+        return refuse(BMCOAUTH_RULE_REGISTRATION_LIFETIME).about("client_secret_expires_at");
     }
     answer->client_secret_expires_at = expiry.release();
     answer->registration_client_uri = optionalText(document, "registration_client_uri");
@@ -68,7 +68,7 @@ extern "C" OidcRegisterResponse* parse_oidc_register_response(const char* text)
 {
     if (text == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"text", text}});
     }
     return guarded(nullptr, [&] { return readAnswer(text).release(); });
 }

@@ -4,13 +4,15 @@
 #include "oauth2/oauth-register/key_lists.hpp"
 #include "oauth2/oauth-register/records.hpp"
 
-#include <bmcoauth/support.h>
-
-using namespace bmcoauth;
-using namespace bmcoauth::registration;
+namespace bmcoauth::registration
+{
 
 namespace
 {
+
+/** Readers expect the values of one parameter as an array. */
+constexpr ListForm challengeForm{.alwaysArray = "T"};
+constexpr ListForm certificateForm{.alwaysArray = "x5c"};
 
 /** The member @p name of @p document, or null where it is missing or JSON's null. */
 const Json::Value* presentMember(const Json::Value& document, const char* name)
@@ -34,58 +36,54 @@ bool readStrings(const Json::Value* value, StringArray& strings)
     return true;
 }
 
-/** Reads @p value, which may be null, as a client's challenge: the types that it asks for and
- *  nothing else. */
+/** Whether @p value is a client's challenge: the types that it asks for and nothing else. */
+bool isChallenge(const Json::Value& value)
+{
+    if (!value.isObject() || value.size() != 1)
+    {
+        return false;
+    }
+    const auto types = value.begin();
+    return equalIgnoringCase(types.name(), "T") && types->isArray() && !types->empty();
+}
+
+/** Reads @p value, which may be null, as a client's challenge. */
 bool readChallenge(const Json::Value* value, ParameterList& challenge)
 {
     if (value == nullptr)
     {
         return true;
     }
-    if (!value->isObject() || value->size() != 1)
+    if (isChallenge(*value))
     {
-        return false;
+        challenge = parameterListOf(*value, {});
     }
-    const auto types = value->begin();
-    if (!equalIgnoringCase(types.name(), "T") || !types->isArray() || types->empty())
-    {
-        return false;
-    }
-    challenge = parameterListOf(*value, {});
-    return challenge != nullptr;
+    return challenge || refuse(BMCOAUTH_RULE_REGISTRATION_CHALLENGE).about("handshake_challenge");
 }
 
-Request readRequest(const char* text)
+/** create_register_request behind its guard. */
+Request makeRequest(const char* const* redirectUri, const char* name, const char* software,
+                    const jwk* const* dfs, const HandshakePayload* const* certificates,
+                    const char* const* handshakeTypes, const HandshakePayload* challenge)
 {
-    SecretTree tree;
-    if (!parseSecretObject(text, tree))
+    Request request{zeroedBlock<RegisterRequest>(1).release()};
+    if (!request)
     {
         return nullptr;
     }
-    const Json::Value& document = tree.root;
-    StringArray redirectUri;
-    ParameterList challenge;
-    StringArray handshakeTypes;
-    keys::KeyList dfs;
-    keys::CertificateKeyList certificates;
-    if (!readStrings(member(document, "redirect_uri"), redirectUri) ||
-        countStrings(redirectUri.get()) == 0 ||
-        !readChallenge(presentMember(document, "handshake_challenge"), challenge) ||
-        !readStrings(presentMember(document, "handshake_types"), handshakeTypes))
+    request->client_name = copyText(name).release();
+    request->software_id = copyText(software).release();
+    if (request->client_name == nullptr || request->software_id == nullptr)
     {
         return nullptr;
     }
-    const Json::Value* jwks = member(document, "jwks");
-    if (jwks != nullptr && jwks->isObject() &&
-        (!readKeys(*jwks, "dfs", dfs) ||
-         !readCertificates(*jwks, "software_id_cert", certificates)))
-    {
-        return nullptr;
-    }
-    return Request{create_register_request(redirectUri.get(), stringMember(document, "client_name"),
-                                           stringMember(document, "software_id"), dfs.get(),
-                                           certificates.get(), handshakeTypes.get(),
-                                           challenge.get())};
+    // A list that cannot be copied is absent, as one that was not given.
+    request->redirect_uri = copyFilledArray(redirectUri).release();
+    request->handshake_types = copyFilledArray(handshakeTypes).release();
+    request->dfs = keys::copyKeys(dfs).release();
+    request->software_id_cert = keys::copyCertificateKeys(certificates).release();
+    request->handshake_challenge = copyParameters(challenge).release();
+    return request;
 }
 
 void setText(Json::Value& document, const char* name, const char* text)
@@ -120,16 +118,60 @@ HeapText writtenRequest(const RegisterRequest& request)
     if (request.software_id_cert != nullptr)
     {
         document["jwks"]["software_id_cert"] =
-            arrayOfCertificates(request.software_id_cert, requestCertificate);
+            arrayOfCertificates(request.software_id_cert, certificateForm);
     }
     if (request.handshake_challenge != nullptr)
     {
-        document["handshake_challenge"] = objectOf(request.handshake_challenge, requestChallenge);
+        document["handshake_challenge"] = objectOf(request.handshake_challenge, challengeForm);
     }
     return heapJsonText(document);
 }
 
 } // namespace
+
+Request readRequest(const char* text)
+{
+    SecretTree tree;
+    if (!parseSecretObject(text, tree))
+    {
+        return nullptr;
+    }
+    const Json::Value& document = tree.root;
+    StringArray redirectUri;
+    ParameterList challenge;
+    StringArray handshakeTypes;
+    keys::KeyList dfs;
+    keys::CertificateKeyList certificates;
+    if (!readStrings(member(document, "redirect_uri"), redirectUri) ||
+        countStrings(redirectUri.get()) == 0)
+    {
+        return refuse(BMCOAUTH_RULE_REGISTRATION_REDIRECT_URI).about("redirect_uri");
+    }
+    if (!readChallenge(presentMember(document, "handshake_challenge"), challenge))
+    {
+        return nullptr;
+    }
+    if (!readStrings(presentMember(document, "handshake_types"), handshakeTypes))
+    {
+        return refuse(BMCOAUTH_RULE_REGISTRATION_HANDSHAKE_TYPES).about("handshake_types");
+    }
+    const Json::Value* jwks = member(document, "jwks");
+    if (jwks != nullptr && jwks->isObject() &&
+        (!readKeys(*jwks, "dfs", dfs) ||
+         !readCertificates(*jwks, "software_id_cert", certificates)))
+    {
+        return nullptr;
+    }
+    const auto texts = stringMembers<2>(document, {"client_name", "software_id"});
+    return texts ? makeRequest(redirectUri.get(), (*texts)[0], (*texts)[1], dfs.get(),
+                               certificates.get(), handshakeTypes.get(), challenge.get())
+                 : nullptr;
+}
+
+} // namespace bmcoauth::registration
+
+using namespace bmcoauth;
+using namespace bmcoauth::registration;
 
 extern "C" RegisterRequest* create_register_request(char** redirect_uri, const char* client_name,
                                                     const char* software_id, jwk** dfs,
@@ -137,25 +179,15 @@ extern "C" RegisterRequest* create_register_request(char** redirect_uri, const c
                                                     char** handshake_types,
                                                     HandshakePayload* handshake_challenge)
 {
-    const ErrnoKeeper keeper;
-    Request request{zeroedBlock<RegisterRequest>(1).release()};
-    if (!request)
+    if (client_name == nullptr || software_id == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"client_name", client_name}, {"software_id", software_id}});
     }
-    request->client_name = copyText(client_name).release();
-    request->software_id = copyText(software_id).release();
-    if (request->client_name == nullptr || request->software_id == nullptr)
-    {
-        return nullptr;
-    }
-    // A list that cannot be copied is absent, as one that was not given.
-    request->redirect_uri = set_char_array(redirect_uri);
-    request->handshake_types = set_char_array(handshake_types);
-    request->dfs = set_jwk_list(dfs);
-    request->software_id_cert = set_jwk_certs(software_id_cert);
-    request->handshake_challenge = set_handshake_payload(handshake_challenge);
-    return request.release();
+    return guarded(nullptr, [&] {
+        return makeRequest(redirect_uri, client_name, software_id, dfs, software_id_cert,
+                           handshake_types, handshake_challenge)
+            .release();
+    });
 }
 
 extern "C" void free_register_request(RegisterRequest* request)
@@ -164,14 +196,14 @@ extern "C" void free_register_request(RegisterRequest* request)
     {
         return;
     }
-    free_char_array(request->redirect_uri);
+    releaseStringArray(request->redirect_uri);
     std::free(request->client_name);
     std::free(request->software_id);
-    free_char_array(request->handshake_types);
+    releaseStringArray(request->handshake_types);
     free_jwk_list(request->dfs);
     free_jwk_certs(request->software_id_cert);
     free_handshake_payload(request->handshake_challenge);
-    free_char_array(request->redirect_uris);
+    releaseStringArray(request->redirect_uris);
     std::free(request->scope);
     std::free(request);
 }
@@ -180,7 +212,7 @@ extern "C" RegisterRequest* parse_register_request(const char* text)
 {
     if (text == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"text", text}});
     }
     return guarded(nullptr, [&] { return readRequest(text).release(); });
 }
@@ -189,7 +221,7 @@ extern "C" char* write_register_request(RegisterRequest* request)
 {
     if (request == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"request", request}});
     }
     return guarded(nullptr, [&] { return writtenRequest(*request).release(); });
 }

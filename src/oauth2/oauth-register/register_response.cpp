@@ -4,8 +4,6 @@
 #include "oauth2/oauth-register/key_lists.hpp"
 #include "oauth2/oauth-register/records.hpp"
 
-#include <bmcoauth/support.h>
-
 #include <cerrno>
 
 namespace bmcoauth::registration
@@ -14,14 +12,15 @@ namespace bmcoauth::registration
 namespace
 {
 
+/** The lists of a response: the first parameter without a value ends each of them. */
+constexpr ListForm challengeForm{.alwaysArray = "T", .noValue = NoValue::stop};
+constexpr ListForm proofsForm{.alwaysArray = "R", .noValue = NoValue::stop};
+constexpr ListForm certificateForm{.alwaysArray = "x5c", .noValue = NoValue::stop};
+
 /** Whether @p text begins with a number that a `long` holds and that is not negative. The width of
  *  `long` is the platform's: 32 bits on a controller. */
 bool isLifetime(const char* text) noexcept
 {
-    if (text == nullptr)
-    {
-        return false;
-    }
     char* end = nullptr;
     errno = 0;
     const long seconds = std::strtol(text, &end, 10);
@@ -32,15 +31,26 @@ bool isLifetime(const char* text) noexcept
 
 Response makeResponse(SecretText secret, HeapText id, const ResponseSettings& settings)
 {
+    if (!secret || !id)
+    {
+        return nullptr;
+    }
+    const char* const lifetime = settings.secretExpiresIn;
+    if (lifetime == nullptr || !isLifetime(lifetime))
+    {
+        return refuse(BMCOAUTH_RULE_REGISTRATION_LIFETIME)
+            .about("client_secret_expires_in")
+            .saw(lifetime == nullptr ? "" : lifetime);
+    }
     const std::optional<std::uint64_t> now = currentSeconds();
-    Response response{zeroedBlock<RegisterResponse>(1).release()};
-    if (!now || !response || !secret || !id || !isLifetime(settings.secretExpiresIn))
+    Response response{now ? zeroedBlock<RegisterResponse>(1).release() : nullptr};
+    if (!response)
     {
         return nullptr;
     }
     response->client_secret = secret.release();
     response->client_id = id.release();
-    response->client_secret_expires_in = copyText(settings.secretExpiresIn).release();
+    response->client_secret_expires_in = copyText(lifetime).release();
     response->issued_at = heapText(decimal(*now)).release();
     response->ssl_cert_cryptex = copyText(settings.sslCertCryptex).release();
     if (response->client_secret_expires_in == nullptr || response->issued_at == nullptr ||
@@ -49,24 +59,16 @@ Response makeResponse(SecretText secret, HeapText id, const ResponseSettings& se
         return nullptr;
     }
     // A list that cannot be copied is absent, as one that was not given.
-    response->handshake_challenge = set_handshake_payload(settings.challenge);
-    response->handshake_response = set_handshake_payload(settings.handshakeResponse);
-    response->grant_types = set_char_array(settings.grantTypes);
-    response->kest_policy_auth_types = set_char_array(settings.policyTypes);
-    response->kest_policy_auth_req = set_char_array(settings.policyRequired);
-    response->software_id_cert = set_jwk_certs(settings.certificates);
+    response->handshake_challenge = copyParameters(settings.challenge).release();
+    response->handshake_response = copyParameters(settings.handshakeResponse).release();
+    response->grant_types = copyFilledArray(settings.grantTypes).release();
+    response->kest_policy_auth_types = copyFilledArray(settings.policyTypes).release();
+    response->kest_policy_auth_req = copyFilledArray(settings.policyRequired).release();
+    response->software_id_cert = keys::copyCertificateKeys(settings.certificates).release();
     return response;
 }
 
-} // namespace bmcoauth::registration
-
-using namespace bmcoauth;
-using namespace bmcoauth::registration;
-
-namespace
-{
-
-HeapText writtenDocument(const RegisterResponse& response)
+HeapText writtenResponse(const RegisterResponse& response)
 {
     Json::Value document{Json::objectValue};
     document["client_secret"] = borrowed(mandatory(response.client_secret));
@@ -89,27 +91,30 @@ HeapText writtenDocument(const RegisterResponse& response)
 
     std::size_t challengeParameters = 0;
     document["handshake_challenge"] =
-        objectOf(response.handshake_challenge, responseChallenge, &challengeParameters);
+        objectOf(response.handshake_challenge, challengeForm, &challengeParameters);
     // The types alone challenge nobody.
     if (challengeParameters < 2)
     {
-        return nullptr;
+        return refuse(BMCOAUTH_RULE_REGISTRATION_CHALLENGE).about("handshake_challenge");
     }
     if (response.handshake_response != nullptr)
     {
         if (response.handshake_response->name == nullptr)
         {
-            return nullptr;
+            return refuse(BMCOAUTH_RULE_DOCUMENT_EMPTY).about("handshake_response");
         }
-        document["handshake_response"] = objectOf(response.handshake_response, responseProofs);
+        document["handshake_response"] = objectOf(response.handshake_response, proofsForm);
     }
     if (response.software_id_cert != nullptr)
     {
         document["software_id_cert"] =
-            arrayOfCertificates(response.software_id_cert, responseCertificate);
+            arrayOfCertificates(response.software_id_cert, certificateForm);
     }
     return heapJsonText(document);
 }
+
+namespace
+{
 
 /** The strings of the array @p name, or null where it is none. */
 StringArray optionalStrings(const Json::Value& document, const char* name)
@@ -142,16 +147,41 @@ Response readResponse(const char* text)
     {
         return nullptr;
     }
-    return makeResponse(secretText(copyText(stringMember(document, "client_secret"))),
-                        copyText(stringMember(document, "client_id")),
-                        {.secretExpiresIn = stringMember(document, "client_secret_expires_in"),
-                         .grantTypes = grantTypes.get(),
-                         .policyTypes = policyTypes.get(),
-                         .policyRequired = policyRequired.get(),
-                         .challenge = challenge.get(),
-                         .handshakeResponse = handshakeResponse.get(),
-                         .sslCertCryptex = nullptr,
-                         .certificates = certificates.get()});
+    const auto texts =
+        stringMembers<3>(document, {"client_secret", "client_id", "client_secret_expires_in"});
+    return texts ? makeResponse(secretText(copyText((*texts)[0])), copyText((*texts)[1]),
+                                {.secretExpiresIn = (*texts)[2],
+                                 .grantTypes = grantTypes.get(),
+                                 .policyTypes = policyTypes.get(),
+                                 .policyRequired = policyRequired.get(),
+                                 .challenge = challenge.get(),
+                                 .handshakeResponse = handshakeResponse.get(),
+                                 .sslCertCryptex = nullptr,
+                                 .certificates = certificates.get()})
+                 : nullptr;
+}
+
+} // namespace
+
+} // namespace bmcoauth::registration
+
+using namespace bmcoauth;
+using namespace bmcoauth::registration;
+
+namespace
+{
+
+RegisterResponse* created(const char* secret, const char* id, const ResponseSettings& settings)
+{
+    if (secret == nullptr || id == nullptr || settings.secretExpiresIn == nullptr)
+    {
+        return refuseNull({{"client_secret", secret},
+                           {"client_id", id},
+                           {"client_secret_expires_in", settings.secretExpiresIn}});
+    }
+    return guarded(nullptr, [&] {
+        return makeResponse(secretText(copyText(secret)), copyText(id), settings).release();
+    });
 }
 
 } // namespace
@@ -164,18 +194,33 @@ create_register_response(const char* client_secret, const char* client_id,
                          HandshakePayload* handshake_response, const char* ssl_cert_cryptex,
                          HandshakePayload** software_id_cert)
 {
-    return guarded(nullptr, [&] {
-        return makeResponse(secretText(copyText(client_secret)), copyText(client_id),
-                            {.secretExpiresIn = client_secret_expires_in,
-                             .grantTypes = grant_types,
-                             .policyTypes = kest_policy_auth_types,
-                             .policyRequired = kest_policy_auth_req,
-                             .challenge = handshake_challenge,
-                             .handshakeResponse = handshake_response,
-                             .sslCertCryptex = ssl_cert_cryptex,
-                             .certificates = software_id_cert})
-            .release();
-    });
+    return created(client_secret, client_id,
+                   {.secretExpiresIn = client_secret_expires_in,
+                    .grantTypes = grant_types,
+                    .policyTypes = kest_policy_auth_types,
+                    .policyRequired = kest_policy_auth_req,
+                    .challenge = handshake_challenge,
+                    .handshakeResponse = handshake_response,
+                    .sslCertCryptex = ssl_cert_cryptex,
+                    .certificates = software_id_cert});
+}
+
+extern "C" RegisterResponse*
+configure_reg_response(const char* client_secret_expires_in, char** grant_types,
+                       const char* /*unused*/, char** kest_policy_auth_types,
+                       char** kest_policy_auth_req, HandshakePayload* handshake_challenge,
+                       HandshakePayload* handshake_response, const char* ssl_cert_cryptex,
+                       HandshakePayload** software_id_cert)
+{
+    return created("", "",
+                   {.secretExpiresIn = client_secret_expires_in,
+                    .grantTypes = grant_types,
+                    .policyTypes = kest_policy_auth_types,
+                    .policyRequired = kest_policy_auth_req,
+                    .challenge = handshake_challenge,
+                    .handshakeResponse = handshake_response,
+                    .sslCertCryptex = ssl_cert_cryptex,
+                    .certificates = software_id_cert});
 }
 
 extern "C" void free_register_response(RegisterResponse* response)
@@ -190,9 +235,9 @@ extern "C" void free_register_response(RegisterResponse* response)
     std::free(response->ssl_cert_cryptex);
     std::free(response->client_secret_expires_in);
     std::free(response->issued_at);
-    free_char_array(response->grant_types);
-    free_char_array(response->kest_policy_auth_req);
-    free_char_array(response->kest_policy_auth_types);
+    releaseStringArray(response->grant_types);
+    releaseStringArray(response->kest_policy_auth_req);
+    releaseStringArray(response->kest_policy_auth_types);
     free_handshake_payload(response->handshake_challenge);
     free_handshake_payload(response->handshake_response);
     free_jwk_certs(response->software_id_cert);
@@ -203,20 +248,23 @@ extern "C" char* write_register_response(RegisterResponse* response)
 {
     if (response == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"response", response}});
     }
-    return guarded(nullptr, [&] { return writtenDocument(*response).release(); });
+    return guarded(nullptr, [&] { return writtenResponse(*response).release(); });
 }
 
 extern "C" RegisterResponse* parse_register_response(const char* text)
 {
     if (text == nullptr)
     {
-        return nullptr;
+        return refuseNull({{"text", text}});
     }
     return guarded(nullptr, [&]() -> RegisterResponse* {
         // The record is made and released: callers count on null for every text.
-        const Response response = readResponse(text);
+        if (readResponse(text))
+        {
+            return refuse(BMCOAUTH_RULE_REGISTRATION_UNSUPPORTED);
+        }
         return nullptr;
     });
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "handshake_support.hpp"
 #include "support/fake_device.hpp"
+#include "support/refusals.hpp"
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -79,7 +80,14 @@ TEST(GenRandHexValue, GivesZeroWhenTheDeviceFails)
 {
     FakeRandom random{oneToEight};
     random.failOpening(ENOENT);
-    EXPECT_EQ(genRandHexValue(), 0U);
+    EXPECT_REFUSED("random.device", genRandHexValue());
+}
+
+TEST(GenRandHexValue, DrawsAZeroWithoutARefusal)
+{
+    const FakeRandom random{std::string(1, '\0')};
+    EXPECT_REFUSED("nothing noted", genRandHexValue());
+    EXPECT_REFUSED("nothing noted", _do_random());
 }
 
 TEST(GenRandHexValue, DiffersBetweenCalls)
@@ -98,7 +106,7 @@ TEST(DoRandom, GivesZeroWhenTheDeviceFails)
 {
     FakeRandom random{oneToEight};
     random.shortenReading(1);
-    EXPECT_EQ(_do_random(), 0U);
+    EXPECT_REFUSED("random.device", _do_random());
 }
 
 TEST(GenerateServerHandshakeChallenge, AsksForTheCertificateInMode1)
@@ -189,16 +197,19 @@ TEST(GenerateServerHandshakeChallenge, LeavesTheCallersListAsItIs)
 TEST(GenerateServerHandshakeChallenge, FailsWithoutATypeThatTheModeNeeds)
 {
     TextList ordinary{"A"};
-    EXPECT_EQ(serverChallenge(ordinary, 1), nullptr);
+    EXPECT_REFUSED("handshake.types", serverChallenge(ordinary, 1));
+    EXPECT_STREQ(lastRefusal().wanted, certificateType);
     EXPECT_NE(serverChallenge(ordinary, 2), nullptr);
-    EXPECT_EQ(serverChallenge(ordinary, 3), nullptr);
+    EXPECT_REFUSED("handshake.types", serverChallenge(ordinary, 3));
+    EXPECT_STREQ(lastRefusal().wanted, certificateType);
     TextList certificate{certificateType};
     TextList certificates{certificateType, certificateType};
     for (TextList* types : {&certificate, &certificates})
     {
         EXPECT_NE(serverChallenge(*types, 1), nullptr);
-        EXPECT_EQ(serverChallenge(*types, 2), nullptr);
-        EXPECT_EQ(serverChallenge(*types, 3), nullptr);
+        EXPECT_REFUSED("handshake.types", serverChallenge(*types, 2));
+        EXPECT_REFUSED("handshake.types", serverChallenge(*types, 3));
+        EXPECT_STREQ(lastRefusal().wanted, "a type for passwords");
     }
 }
 
@@ -207,13 +218,13 @@ TEST(GenerateServerHandshakeChallenge, FailsForOtherModesAndWithoutTypes)
     TextList both{"A", certificateType};
     for (const unsigned int mode : {0U, 4U, 0xFFFFFFFFU})
     {
-        EXPECT_EQ(serverChallenge(both, mode), nullptr) << mode;
+        EXPECT_REFUSED("argument.range", serverChallenge(both, mode)) << mode;
     }
     TextList none{};
     for (const unsigned int mode : {1U, 2U, 3U})
     {
-        EXPECT_EQ(serverChallenge(none, mode), nullptr) << mode;
-        EXPECT_EQ(serverChallenge(nullptr, mode), nullptr) << mode;
+        EXPECT_REFUSED("handshake.types", serverChallenge(none, mode)) << mode;
+        EXPECT_REFUSED("argument.null", serverChallenge(nullptr, mode)) << mode;
     }
 }
 
@@ -221,10 +232,13 @@ TEST(GenerateServerHandshakeChallenge, FailsForADrawnZero)
 {
     TextList types{"A"};
     const std::string zero(8, '\0');
-    for (const std::string& numbers : {zero + oneToEight, oneToEight + zero})
+    const std::map<std::string, std::string> draws = {{"M", zero + oneToEight},
+                                                      {"C", oneToEight + zero}};
+    for (const auto& [name, numbers] : draws)
     {
         FakeRandom random{pickZero + numbers};
-        EXPECT_EQ(serverChallenge(types, 2), nullptr);
+        EXPECT_REFUSED("handshake.counters", serverChallenge(types, 2));
+        EXPECT_EQ(lastRefusal().subject, name);
     }
 }
 
@@ -238,7 +252,7 @@ TEST(GenerateServerHandshakeChallenge, FailsWhenADrawBehindThePickFails)
         random.failReading(EIO, {draw, 1});
         // The pick is zero then, and the fifth draw is never made.
         const bool matters = draw >= 1 && draw <= 3;
-        EXPECT_EQ(serverChallenge(types, 3) == nullptr, matters);
+        EXPECT_REFUSED(matters ? "random.device" : "accepted", serverChallenge(types, 3));
     }
 }
 
@@ -285,6 +299,7 @@ TEST(GenerateClientHandshakeChallenge, FailsForACountThatNoArrayHolds)
     EXPECT_EQ(failure.reached(), array != none);
     const PayloadPtr owned{challenge};
     EXPECT_EQ(result, 0);
+    EXPECT_EQ(lastRule(), "memory.exhausted");
     EXPECT_EQ(challenge, nullptr);
 }
 
@@ -293,16 +308,18 @@ TEST(GenerateClientHandshakeChallenge, FailsForFewerThanTwoTypes)
     TextList ordinary{"A"};
     TextList certificate{certificateType};
     TextList none{};
-    EXPECT_EQ(clientChallenge(ordinary, 1), nullptr);
-    EXPECT_EQ(clientChallenge(certificate, 1), nullptr);
-    EXPECT_EQ(clientChallenge(none, 1), nullptr);
-    EXPECT_EQ(clientChallenge(nullptr, 1), nullptr);
+    EXPECT_REFUSED("handshake.types", clientChallenge(ordinary, 1));
+    EXPECT_STREQ(lastRefusal().wanted, "two types or more");
+    EXPECT_REFUSED("handshake.types", clientChallenge(certificate, 1));
+    EXPECT_REFUSED("handshake.types", clientChallenge(none, 1));
+    EXPECT_REFUSED("argument.null", clientChallenge(nullptr, 1));
 }
 
 TEST(GenerateClientHandshakeChallenge, FailsForCertificateTypesAlone)
 {
     TextList types{certificateType, certificateType};
-    EXPECT_EQ(clientChallenge(types, 1), nullptr);
+    EXPECT_REFUSED("handshake.types", clientChallenge(types, 1));
+    EXPECT_STREQ(lastRefusal().wanted, "a type for passwords");
 }
 
 TEST(GenerateClientHandshakeChallenge, PicksAmongTheOrdinaryTypes)
@@ -367,22 +384,28 @@ TEST(GenerateKeyTool, WritesEmptyObjectsArraysAndSecrets)
 TEST(GenerateKeyTool, RefusesNamesBeyond49Characters)
 {
     EXPECT_NE(keyDocument(std::string(46, 'p').c_str(), 9, 0, 1), nullptr);
-    EXPECT_EQ(keyDocument(std::string(46, 'p').c_str(), 10, 0, 1), nullptr);
-    EXPECT_EQ(keyDocument(std::string(47, 'p').c_str(), 1, 0, 1), nullptr);
+    EXPECT_REFUSED("argument.length", keyDocument(std::string(46, 'p').c_str(), 10, 0, 1));
+    EXPECT_STREQ(lastRefusal().subject, "prefix");
+    EXPECT_REFUSED("argument.length", keyDocument(std::string(47, 'p').c_str(), 1, 0, 1));
 }
 
 TEST(GenerateKeyTool, RefusesANegativeLengthAndANullPrefix)
 {
-    EXPECT_EQ(keyDocument("k", 1, 1, -1), nullptr);
-    EXPECT_EQ(keyDocument(nullptr, 1, 1, 16), nullptr);
+    EXPECT_REFUSED("argument.length", keyDocument("k", 1, 1, -1));
+    EXPECT_STREQ(lastRefusal().subject, "tokenLength");
+    EXPECT_REFUSED("argument.null", keyDocument(nullptr, 1, 1, 16));
+    EXPECT_STREQ(lastRefusal().subject, "prefix");
 }
 
 TEST(GenerateKeyTool, AndBothChallengesNeedSomewhereToPutThem)
 {
     TextList types{"A", certificateType};
-    EXPECT_EQ(generateKeyTool("k", 1, 1, 16, nullptr), 0);
-    EXPECT_EQ(generateServerHandshakeChallenge(types, 3, nullptr), 0);
-    EXPECT_EQ(generateClientHandshakeChallenge(types, 1, nullptr), 0);
+    EXPECT_REFUSED("argument.null", generateKeyTool("k", 1, 1, 16, nullptr));
+    EXPECT_STREQ(lastRefusal().subject, "text");
+    EXPECT_REFUSED("argument.null", generateServerHandshakeChallenge(types, 3, nullptr));
+    EXPECT_STREQ(lastRefusal().subject, "challenge");
+    EXPECT_REFUSED("argument.null", generateClientHandshakeChallenge(types, 1, nullptr));
+    EXPECT_STREQ(lastRefusal().subject, "challenge");
 }
 
 TEST(GenerateKeyTool, FailsWhicheverDrawFails)
@@ -391,7 +414,7 @@ TEST(GenerateKeyTool, FailsWhicheverDrawFails)
     {
         FakeRandom random{oneToEight};
         random.shortenReading(1, {draw, 1});
-        EXPECT_EQ(keyDocument("k", 3, 1, 16), nullptr) << draw;
+        EXPECT_REFUSED("random.device", keyDocument("k", 3, 1, 16)) << draw;
     }
 }
 

@@ -2,6 +2,7 @@
 #include "support/fake_device.hpp"
 #include "support/lists.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -119,9 +120,12 @@ TEST(CreateRegisterResponse, CopiesEverySetting)
 TEST(CreateRegisterResponse, RefusesEachMissingText)
 {
     EXPECT_NE(created("", "", "0"), nullptr);
-    EXPECT_EQ(created(nullptr, "id", "0"), nullptr);
-    EXPECT_EQ(created("secret", nullptr, "0"), nullptr);
-    EXPECT_EQ(created("secret", "id", nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", created(nullptr, "id", "0"));
+    EXPECT_STREQ(lastRefusal().subject, "client_secret");
+    EXPECT_REFUSED("argument.null", created("secret", nullptr, "0"));
+    EXPECT_STREQ(lastRefusal().subject, "client_id");
+    EXPECT_REFUSED("argument.null", created("secret", "id", nullptr));
+    EXPECT_STREQ(lastRefusal().subject, "client_secret_expires_in");
 }
 
 TEST(CreateRegisterResponse, WantsALifetimeThatBeginsWithANumber)
@@ -138,7 +142,9 @@ TEST(CreateRegisterResponse, WantsALifetimeThatBeginsWithANumber)
                                  "-60abc", "99999999999999999999", "-99999999999999999999"})
     {
         SCOPED_TRACE(lifetime);
-        EXPECT_EQ(created("secret", "id", lifetime), nullptr);
+        EXPECT_REFUSED("registration.lifetime", created("secret", "id", lifetime));
+        EXPECT_STREQ(lastRefusal().subject, "client_secret_expires_in");
+        EXPECT_STREQ(lastRefusal().saw, lifetime);
     }
 }
 
@@ -149,8 +155,8 @@ TEST(CreateRegisterResponse, WantsALifetimeThatALongHolds)
     const std::string beyond =
         std::to_string(static_cast<unsigned long>(std::numeric_limits<long>::max()) + 1U);
     EXPECT_NE(created("secret", "id", largest.c_str()), nullptr);
-    EXPECT_EQ(created("secret", "id", beyond.c_str()), nullptr);
-    EXPECT_EQ(created("secret", "id", (largest + "0").c_str()), nullptr);
+    EXPECT_REFUSED("registration.lifetime", created("secret", "id", beyond.c_str()));
+    EXPECT_REFUSED("registration.lifetime", created("secret", "id", (largest + "0").c_str()));
 }
 
 TEST(CreateRegisterResponse, LeavesOutListsThatHaveNoCopy)
@@ -159,10 +165,12 @@ TEST(CreateRegisterResponse, LeavesOutListsThatHaveNoCopy)
     ParameterList empty{};
     ParameterList valueless{{"T", {}}};
     std::array<HandshakePayload*, 2> software = {valueless, nullptr};
+    plantRefusal();
     const ResponsePtr response{create_register_response("secret", "id", "0", none, nullptr, none,
                                                         none, valueless, empty, nullptr,
                                                         software.data())};
     ASSERT_NE(response, nullptr);
+    EXPECT_TRUE(isPlantedRefusal());
     EXPECT_EQ(response->grant_types, nullptr);
     EXPECT_EQ(response->kest_policy_auth_types, nullptr);
     EXPECT_EQ(response->kest_policy_auth_req, nullptr);
@@ -176,9 +184,9 @@ TEST(CreateRegisterResponse, GivesNullWhereTheClockCannotBeBrokenDown)
     FakeClock clock{now};
     EXPECT_NE(created("secret", "id", "0"), nullptr);
     clock.failBreakingDown();
-    EXPECT_EQ(created("secret", "id", "0"), nullptr);
-    EXPECT_EQ(configured("0"), nullptr);
-    EXPECT_EQ(registered(nullptr), nullptr);
+    EXPECT_REFUSED("clock.unreadable", created("secret", "id", "0"));
+    EXPECT_REFUSED("clock.unreadable", configured("0"));
+    EXPECT_REFUSED("clock.unreadable", registered(nullptr));
 }
 
 TEST(CreateRegisterResponse, LosesAtMostItsListsWithoutMemory)
@@ -242,7 +250,7 @@ TEST(RegisterClient, IssuesIdentifierAndSecret)
     EXPECT_EQ(response->reserved_value, nullptr);
     EXPECT_EQ(random.bytesAskedFor(), 32U);
     // Without a challenge there is no document.
-    EXPECT_EQ(write_register_response(response.get()), nullptr);
+    EXPECT_REFUSED("registration.challenge", write_register_response(response.get()));
 }
 
 TEST(RegisterClient, IssuesFreshOnesEachTime)
@@ -302,7 +310,7 @@ TEST(RegisterClient, RefusesATemplateWithoutAUsableLifetime)
         SCOPED_TRACE(lifetime);
         HeapText text = heapText(lifetime);
         settings->client_secret_expires_in = text.get();
-        EXPECT_EQ(registered(settings.get()), nullptr);
+        EXPECT_REFUSED("registration.lifetime", registered(settings.get()));
     }
     HeapText letters = heapText("60abc");
     settings->client_secret_expires_in = letters.get();
@@ -310,14 +318,15 @@ TEST(RegisterClient, RefusesATemplateWithoutAUsableLifetime)
     ASSERT_NE(response, nullptr);
     EXPECT_STREQ(response->client_secret_expires_in, "60abc");
     settings->client_secret_expires_in = nullptr;
-    EXPECT_EQ(registered(settings.get()), nullptr);
+    EXPECT_REFUSED("registration.lifetime", registered(settings.get()));
 }
 
 TEST(RegisterClient, WantsARequestButLooksAtNothingInIt)
 {
-    EXPECT_EQ(register_client(nullptr, nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", register_client(nullptr, nullptr));
+    EXPECT_STREQ(lastRefusal().subject, "request");
     const ResponsePtr settings = configured("60");
-    EXPECT_EQ(register_client(nullptr, settings.get()), nullptr);
+    EXPECT_REFUSED("argument.null", register_client(nullptr, settings.get()));
     EXPECT_NE(registered(settings.get()), nullptr);
 }
 
@@ -329,13 +338,13 @@ TEST(RegisterClient, GivesNullWithoutRandomBytes)
         FakeRandom random;
         EXPECT_NE(registered(nullptr), nullptr);
         random.failReading(EIO, {whichToken, 1});
-        EXPECT_EQ(registered(nullptr), nullptr);
+        EXPECT_REFUSED("random.device", registered(nullptr));
     }
     FakeRandom random;
     random.shortenReading(1, {1, 1});
-    EXPECT_EQ(registered(nullptr), nullptr);
+    EXPECT_REFUSED("random.device", registered(nullptr));
     random.failOpening(EACCES, {1, 1});
-    EXPECT_EQ(registered(nullptr), nullptr);
+    EXPECT_REFUSED("random.device", registered(nullptr));
     EXPECT_NE(registered(nullptr), nullptr);
 }
 
@@ -366,7 +375,7 @@ TEST(RegisterClient, LeavesErrnoAlone)
 {
     errno = EXDEV;
     EXPECT_NE(registered(nullptr), nullptr);
-    EXPECT_EQ(created("secret", "id", "99999999999999999999"), nullptr);
+    EXPECT_REFUSED("registration.lifetime", created("secret", "id", "99999999999999999999"));
     EXPECT_EQ(errno, EXDEV);
     errno = 0;
     EXPECT_NE(created("secret", "id", "0"), nullptr);
@@ -380,9 +389,9 @@ TEST(RegisterClient, LeavesErrnoAlone)
 TEST(ConfigureRegResponse, WantsALifetime)
 {
     EXPECT_NE(configured("0"), nullptr);
-    EXPECT_EQ(configured(nullptr), nullptr);
-    EXPECT_EQ(configured("-1"), nullptr);
-    EXPECT_EQ(configured("never"), nullptr);
+    EXPECT_REFUSED("argument.null", configured(nullptr));
+    EXPECT_REFUSED("registration.lifetime", configured("-1"));
+    EXPECT_REFUSED("registration.lifetime", configured("never"));
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "support/fake_device.hpp"
 #include "support/hostile.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -46,18 +47,21 @@ TEST(ParseOidcRegisterResponse, NeedsOnlyTheIdentifier)
     EXPECT_EQ(answer->registration_client_uri, nullptr);
     EXPECT_EQ(answer->client_id_issued_at, nullptr);
     EXPECT_STREQ(answer->client_secret_expires_at, "0");
-    EXPECT_EQ(parsed("{}"), nullptr);
-    EXPECT_EQ(parsed(R"({"client_id\u0000":"a"})"), nullptr);
+    EXPECT_REFUSED("document.member", parsed("{}"));
+    EXPECT_STREQ(lastRefusal().subject, "client_id");
+    EXPECT_REFUSED("document.member", parsed(R"({"client_id\u0000":"a"})"));
     for (const std::string& value : jsonValuesOfEveryType())
     {
         SCOPED_TRACE(value);
-        EXPECT_EQ(parsed(R"({"client_id":)" + value + "}") != nullptr, value.starts_with('"'));
+        EXPECT_REFUSED(value.starts_with('"') ? "accepted" : "document.member",
+                       parsed(R"({"client_id":)" + value + "}"));
     }
 }
 
 TEST(ParseOidcRegisterResponse, WantsTheExpiryOfASecret)
 {
-    EXPECT_EQ(parsed(R"({"client_id":"a","client_secret":"s"})"), nullptr);
+    EXPECT_REFUSED("registration.lifetime", parsed(R"({"client_id":"a","client_secret":"s"})"));
+    EXPECT_STREQ(lastRefusal().subject, "client_secret_expires_at");
     const AnswerPtr answer =
         parsed(R"({"client_id":"a","client_secret":"s","client_secret_expires_at":60})");
     ASSERT_NE(answer, nullptr);
@@ -67,11 +71,11 @@ TEST(ParseOidcRegisterResponse, WantsTheExpiryOfASecret)
          {"null", "\"60\"", "-1", "1.0", "6e1", "true", "4294967296", "[60]", "{}"})
     {
         SCOPED_TRACE(expiry);
-        EXPECT_EQ(
+        EXPECT_REFUSED(
+            "registration.lifetime",
             parsed(
                 std::string{R"({"client_id":"a","client_secret":"s","client_secret_expires_at":)"} +
-                expiry + "}"),
-            nullptr);
+                expiry + "}"));
     }
     for (const char* expiry : {"0", "4294967295"})
     {
@@ -137,14 +141,14 @@ TEST(ParseOidcRegisterResponse, EndsTextsAtAZeroByte)
 
 TEST(ParseOidcRegisterResponse, RefusesHostileTexts)
 {
-    EXPECT_EQ(parse_oidc_register_response(nullptr), nullptr);
-    for (const auto* list : {&hostileTexts(), &oddObjects()})
+    EXPECT_REFUSED("argument.null", parse_oidc_register_response(nullptr));
+    for (const HostileText& hostile : hostileTexts())
     {
-        for (const auto& [name, text] : *list)
-        {
-            SCOPED_TRACE(name);
-            EXPECT_EQ(parsed(text), nullptr);
-        }
+        EXPECT_REFUSED(hostileRule(hostile.name), parsed(hostile.text)) << hostile.name;
+    }
+    for (const HostileText& odd : oddObjects())
+    {
+        EXPECT_REFUSED("document.member", parsed(odd.text)) << odd.name;
     }
 }
 

@@ -3,6 +3,7 @@
 #include "support/hostile.hpp"
 #include "support/lists.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -107,8 +108,10 @@ TEST(CreateRegisterRequest, WantsNameAndSoftwareAlone)
     EXPECT_EQ(request->dfs, nullptr);
     EXPECT_EQ(request->software_id_cert, nullptr);
     EXPECT_EQ(request->handshake_challenge, nullptr);
-    EXPECT_EQ(create(nullptr, ""), nullptr);
-    EXPECT_EQ(create("", nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", create(nullptr, ""));
+    EXPECT_STREQ(lastRefusal().subject, "client_name");
+    EXPECT_REFUSED("argument.null", create("", nullptr));
+    EXPECT_STREQ(lastRefusal().subject, "software_id");
 }
 
 TEST(CreateRegisterRequest, LeavesOutListsThatHaveNoCopy)
@@ -120,9 +123,12 @@ TEST(CreateRegisterRequest, LeavesOutListsThatHaveNoCopy)
     ParameterList certificate{{"kty", {"EC"}}, {"x5c", {}}};
     std::array<HandshakePayload*, 2> software = {certificate, nullptr};
     ParameterList challenge{{"T", {}}};
+    plantRefusal();
     const RequestPtr request{create_register_request(noTexts, "name", "software", dfs.data(),
                                                      software.data(), noTexts, challenge)};
     ASSERT_NE(request, nullptr);
+    // Their absence is not a failure of the call.
+    EXPECT_TRUE(isPlantedRefusal());
     EXPECT_EQ(request->redirect_uri, nullptr);
     EXPECT_EQ(request->handshake_types, nullptr);
     EXPECT_EQ(request->dfs, nullptr);
@@ -213,9 +219,12 @@ TEST(ParseRegisterRequest, WantsOneUriOrMore)
                             R"(["u",1])", R"([["u"]])", R"([{"u":"u"}])"})
     {
         SCOPED_TRACE(uri);
-        EXPECT_EQ(parsed(std::string{R"(,"redirect_uri":)"} + uri), nullptr);
+        EXPECT_REFUSED("registration.redirect-uri",
+                       parsed(std::string{R"(,"redirect_uri":)"} + uri));
+        EXPECT_STREQ(lastRefusal().subject, "redirect_uri");
     }
-    EXPECT_EQ(parse_register_request(R"({"client_name":"n","software_id":"s"})"), nullptr);
+    EXPECT_REFUSED("registration.redirect-uri",
+                   parse_register_request(R"({"client_name":"n","software_id":"s"})"));
     const RequestPtr request = parsed(R"(,"redirect_uri":["","u","u"])");
     ASSERT_NE(request, nullptr);
     EXPECT_EQ(texts(request->redirect_uri), (std::vector<std::string>{"", "u", "u"}));
@@ -228,11 +237,18 @@ TEST(ParseRegisterRequest, WantsNameAndSoftwareAsStrings)
         for (const std::string& value : jsonValuesOfEveryType())
         {
             SCOPED_TRACE(nextMember(name, value));
-            EXPECT_EQ(parsed(nextMember(name, value)) != nullptr, value.starts_with('"'));
+            const bool accepted = value.starts_with('"');
+            EXPECT_REFUSED(accepted ? "accepted" : "document.member",
+                           parsed(nextMember(name, value)));
+            EXPECT_TRUE(accepted || lastRefusal().subject == name);
         }
     }
-    EXPECT_EQ(parse_register_request(R"({"redirect_uri":["u"],"software_id":"s"})"), nullptr);
-    EXPECT_EQ(parse_register_request(R"({"redirect_uri":["u"],"client_name":"n"})"), nullptr);
+    EXPECT_REFUSED("document.member",
+                   parse_register_request(R"({"redirect_uri":["u"],"software_id":"s"})"));
+    EXPECT_STREQ(lastRefusal().subject, "client_name");
+    EXPECT_REFUSED("document.member",
+                   parse_register_request(R"({"redirect_uri":["u"],"client_name":"n"})"));
+    EXPECT_STREQ(lastRefusal().subject, "software_id");
 }
 
 TEST(WriteRegisterRequest, WritesALowerCaseChallengeOfOneTypeAsAString)
@@ -243,7 +259,7 @@ TEST(WriteRegisterRequest, WritesALowerCaseChallengeOfOneTypeAsAString)
     ASSERT_NE(lower, nullptr);
     EXPECT_NE(written(*upper).find(R"("handshake_challenge":{"T":["A"]})"), std::string::npos);
     EXPECT_NE(written(*lower).find(R"("handshake_challenge":{"t":"A"})"), std::string::npos);
-    EXPECT_EQ(parse_register_request(written(*lower).c_str()), nullptr);
+    EXPECT_REFUSED("registration.challenge", parse_register_request(written(*lower).c_str()));
 }
 
 TEST(ParseRegisterRequest, TakesAChallengeOfTypesAlone)
@@ -275,7 +291,9 @@ TEST(ParseRegisterRequest, TakesAChallengeOfTypesAlone)
     {
         SCOPED_TRACE(challenge);
         EXPECT_NE(parsed(R"(,"handshake_challenge":{"T":["A"]})"), nullptr);
-        EXPECT_EQ(parsed(std::string{R"(,"handshake_challenge":)"} + challenge), nullptr);
+        EXPECT_REFUSED("registration.challenge",
+                       parsed(std::string{R"(,"handshake_challenge":)"} + challenge));
+        EXPECT_STREQ(lastRefusal().subject, "handshake_challenge");
     }
     const RequestPtr without = parsed(R"(,"handshake_challenge":null)");
     ASSERT_NE(without, nullptr);
@@ -288,7 +306,9 @@ TEST(ParseRegisterRequest, TakesHandshakeTypesAsStrings)
     {
         SCOPED_TRACE(types);
         EXPECT_NE(parsed(R"(,"handshake_types":["A"])"), nullptr);
-        EXPECT_EQ(parsed(std::string{R"(,"handshake_types":)"} + types), nullptr);
+        EXPECT_REFUSED("registration.handshake-types",
+                       parsed(std::string{R"(,"handshake_types":)"} + types));
+        EXPECT_STREQ(lastRefusal().subject, "handshake_types");
     }
     for (const char* types : {"null", "[]"})
     {
@@ -324,7 +344,9 @@ TEST(ParseRegisterRequest, RefusesKeysThatAreNoObjects)
         for (const char* element : {"1", "null", "\"x\"", "[]", "true", R"(["x"])"})
         {
             SCOPED_TRACE(element);
-            EXPECT_EQ(parsed(before + element + "]}"), nullptr);
+            EXPECT_REFUSED("registration.keys", parsed(before + element + "]}"));
+            EXPECT_STREQ(lastRefusal().subject, name);
+            EXPECT_EQ(lastRefusal().index, 1);
         }
     }
 }
@@ -334,13 +356,12 @@ TEST(ParseRegisterRequest, RefusesKeysWithMembersOfOtherTypes)
     for (const std::string& value : jsonValuesOfEveryType())
     {
         SCOPED_TRACE(value);
-        EXPECT_EQ(parsed(R"(,"jwks":{"dfs":[{"kty":"DFS","a":)" + value + "}]}") != nullptr,
-                  value.starts_with('"'));
+        const char* const rule = value.starts_with('"') ? "accepted" : "registration.keys";
+        EXPECT_REFUSED(rule, parsed(R"(,"jwks":{"dfs":[{"kty":"DFS","a":)" + value + "}]}"));
         if (!value.starts_with('['))
         {
-            EXPECT_EQ(parsed(R"(,"jwks":{"software_id_cert":[{"kty":"EC","a":)" + value + "}]}") !=
-                          nullptr,
-                      value.starts_with('"'));
+            EXPECT_REFUSED(
+                rule, parsed(R"(,"jwks":{"software_id_cert":[{"kty":"EC","a":)" + value + "}]}"));
         }
     }
     for (const char* array : {"[1]", "[null]", R"(["x",1])", R"([["x"]])", R"([{"x":"y"}])"})
@@ -348,7 +369,7 @@ TEST(ParseRegisterRequest, RefusesKeysWithMembersOfOtherTypes)
         SCOPED_TRACE(array);
         const std::string before = R"(,"jwks":{"software_id_cert":[{"a":)";
         EXPECT_NE(parsed(before + R"(["x"]}]})"), nullptr);
-        EXPECT_EQ(parsed(before + array + "}]}"), nullptr);
+        EXPECT_REFUSED("registration.keys", parsed(before + array + "}]}"));
     }
 }
 
@@ -385,21 +406,25 @@ TEST(ParseRegisterRequest, EndsTextsAtAZeroByteButNotTheNamesItLooksFor)
 
 TEST(ParseRegisterRequest, RefusesHostileTexts)
 {
-    EXPECT_EQ(parse_register_request(nullptr), nullptr);
-    EXPECT_EQ(client_register(nullptr), nullptr);
-    EXPECT_EQ(parse_register_response(nullptr), nullptr);
-    EXPECT_EQ(parse_oidc_register_response(nullptr), nullptr);
-    for (const auto* list : {&hostileTexts(), &oddObjects()})
+    EXPECT_REFUSED("argument.null", parse_register_request(nullptr));
+    EXPECT_REFUSED("argument.null", client_register(nullptr));
+    EXPECT_REFUSED("argument.null", parse_register_response(nullptr));
+    EXPECT_REFUSED("argument.null", parse_oidc_register_response(nullptr));
+    const auto refuses = [](const HostileText& hostile, const std::string& rule) {
+        SCOPED_TRACE(hostile.name);
+        EXPECT_REFUSED(rule, RequestPtr{parse_register_request(hostile.text.c_str())});
+        EXPECT_REFUSED(rule, HeapText{client_register(hostile.text.c_str())});
+    };
+    for (const HostileText& hostile : hostileTexts())
     {
-        for (const auto& [name, text] : *list)
-        {
-            SCOPED_TRACE(name);
-            EXPECT_EQ(RequestPtr{parse_register_request(text.c_str())}, nullptr);
-            EXPECT_EQ(HeapText{client_register(text.c_str())}, nullptr);
-        }
+        refuses(hostile, hostileRule(hostile.name));
+    }
+    for (const HostileText& odd : oddObjects())
+    {
+        refuses(odd, "registration.redirect-uri");
     }
     EXPECT_NE(parsed(",\"deep\":" + nestedMember("a", 254)), nullptr);
-    EXPECT_EQ(parsed(",\"deep\":" + nestedMember("a", 255)), nullptr);
+    EXPECT_REFUSED("json.nesting", parsed(",\"deep\":" + nestedMember("a", 255)));
 }
 
 TEST(ParseRegisterRequest, ReadsLongLists)
@@ -469,7 +494,7 @@ TEST(WriteRegisterRequest, LeavesOutWhatIsAbsentOrAnEmptyArray)
     request.scope = static_cast<char**>(texts)[0];
     request.redirect_uri = texts;
     EXPECT_EQ(written(request), R"({"redirect_uri":["","x"],"scope":""})");
-    EXPECT_EQ(write_register_request(nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", write_register_request(nullptr));
 }
 
 TEST(WriteRegisterRequest, WritesEitherListOfKeysAlone)
@@ -512,9 +537,11 @@ TEST(WriteRegisterRequest, WritesOnlyAnExactTAsAnArray)
 
 TEST(WriteRegisterRequest, IsReadBack)
 {
+    plantRefusal();
     const RequestPtr request{parse_register_request(fullText)};
     ASSERT_NE(request, nullptr);
     EXPECT_EQ(written(*request), fullText);
+    EXPECT_TRUE(isPlantedRefusal());
 }
 
 TEST(WriteRegisterRequest, GivesNullWhicheverAllocationFails)
@@ -531,8 +558,9 @@ TEST(WriteRegisterRequest, GivesNullWhicheverAllocationFails)
 TEST(ClientRegister, GivesNullForEveryRequest)
 {
     ASSERT_NE(RequestPtr{parse_register_request(fullText)}, nullptr);
-    EXPECT_EQ(client_register(fullText), nullptr);
-    EXPECT_EQ(client_register("{}"), nullptr);
+    EXPECT_REFUSED("registration.challenge", client_register(fullText));
+    EXPECT_STREQ(lastRefusal().subject, "handshake_challenge");
+    EXPECT_REFUSED("registration.redirect-uri", client_register("{}"));
     withEachAllocationFailing([](auto& failure) {
         const HeapText text{client_register(fullText)};
         (void)failure.reached();
@@ -543,8 +571,8 @@ TEST(ClientRegister, GivesNullForEveryRequest)
 TEST(ClientRegister, LeavesErrnoAlone)
 {
     errno = EXDEV;
-    EXPECT_EQ(client_register(fullText), nullptr);
-    EXPECT_EQ(parse_register_request("{"), nullptr);
+    EXPECT_REFUSED("registration.challenge", client_register(fullText));
+    EXPECT_REFUSED("json.syntax", parse_register_request("{"));
     EXPECT_EQ(errno, EXDEV);
 }
 

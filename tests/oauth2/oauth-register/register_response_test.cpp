@@ -3,6 +3,7 @@
 #include "support/hostile.hpp"
 #include "support/lists.hpp"
 #include "support/owners.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth.h>
 
@@ -28,9 +29,12 @@ struct Response
         record.handshake_challenge = challenge;
     }
 
+    /** The document, or the rule that refuses it and the member that it concerns. */
     [[nodiscard]] std::string written()
     {
-        return orNull(HeapText{write_register_response(&record)}.get());
+        plantRefusal();
+        const HeapText text{write_register_response(&record)};
+        return text ? text.get() : lastRule() + ": " + lastRefusal().subject;
     }
 
     TextList fixed{"secret", "id", "60"};
@@ -46,7 +50,7 @@ TEST(WriteRegisterResponse, WritesWhatIsMandatory)
 {
     Response response;
     EXPECT_EQ(response.written(), leastText);
-    EXPECT_EQ(write_register_response(nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", write_register_response(nullptr));
 }
 
 TEST(WriteRegisterResponse, WritesEveryField)
@@ -106,7 +110,7 @@ TEST(WriteRegisterResponse, RaisesALogicErrorForEachMissingMandatoryText)
     }
 }
 
-/** The written challenge, or null where nothing is written. */
+/** The written challenge, or why nothing is written. */
 std::string challengeText(HandshakePayload* challenge)
 {
     Response response;
@@ -121,11 +125,12 @@ std::string challengeText(HandshakePayload* challenge)
 
 TEST(WriteRegisterResponse, WantsAChallengeOfTwoParameters)
 {
-    EXPECT_EQ(challengeText(nullptr), "(null)");
+    constexpr const char* refused = "registration.challenge: handshake_challenge";
+    EXPECT_EQ(challengeText(nullptr), refused);
     ParameterList empty{};
-    EXPECT_EQ(challengeText(empty), "(null)");
+    EXPECT_EQ(challengeText(empty), refused);
     ParameterList one{{"T", {"a"}}};
-    EXPECT_EQ(challengeText(one), "(null)");
+    EXPECT_EQ(challengeText(one), refused);
     ParameterList two{{"T", {"a"}}, {"V", {"x"}}};
     EXPECT_EQ(challengeText(two), R"({"T":["a"],"V":"x"})");
     // Two parameters of one name make one member, but are two.
@@ -138,11 +143,12 @@ TEST(WriteRegisterResponse, WritesTheChallengeUpToItsFirstParameterWithoutAValue
     ParameterList list{{"A", {"1"}}, {"B", {"2"}}, {"C", {}}, {"D", {"4"}}};
     EXPECT_EQ(challengeText(list), R"({"A":"1","B":"2"})");
     static_cast<HandshakePayload*>(list)[1].values = nullptr;
-    EXPECT_EQ(challengeText(list), "(null)");
+    constexpr const char* refused = "registration.challenge: handshake_challenge";
+    EXPECT_EQ(challengeText(list), refused);
     ParameterList early{{"A", {"1"}}, {"B", {}}, {"C", {"3"}}, {"D", {"4"}}};
-    EXPECT_EQ(challengeText(early), "(null)");
+    EXPECT_EQ(challengeText(early), refused);
     ParameterList none{{"A", {}}, {"B", {"2"}}, {"C", {"3"}}};
-    EXPECT_EQ(challengeText(none), "(null)");
+    EXPECT_EQ(challengeText(none), refused);
 }
 
 TEST(WriteRegisterResponse, WritesOnlyAnExactTOfTheChallengeAsAnArray)
@@ -175,7 +181,7 @@ TEST(WriteRegisterResponse, WritesAHandshakeResponseOfAnyLength)
     ParameterList valueless{{"T", {}}};
     EXPECT_EQ(responseText(valueless), "{}");
     ParameterList empty{};
-    EXPECT_EQ(responseText(empty), "(null)");
+    EXPECT_EQ(responseText(empty), "document.empty: handshake_response");
     EXPECT_EQ(responseText(nullptr), leastText);
 }
 
@@ -220,13 +226,14 @@ TEST(ParseRegisterResponse, GivesNullForWhatTheWriterWrites)
 {
     Response response;
     EXPECT_EQ(response.written(), leastText);
-    EXPECT_EQ(parse_register_response(leastText), nullptr);
-    EXPECT_EQ(parse_register_response(
-                  R"({"client_id":"id","client_secret":"secret","client_secret_expires_in":"60",)"
-                  R"("grant_types":["a"],"handshake_challenge":{"T":["type-1.0"],"V":"token"},)"
-                  R"("handshake_response":{"R":["proof"]},"kest_policy_auth_req":["a"],)"
-                  R"("kest_policy_auth_types":["a"],"software_id_cert":[{"x5c":["MIIB"]}]})"),
-              nullptr);
+    EXPECT_REFUSED("registration.unsupported", parse_register_response(leastText));
+    EXPECT_REFUSED(
+        "registration.unsupported",
+        parse_register_response(
+            R"({"client_id":"id","client_secret":"secret","client_secret_expires_in":"60",)"
+            R"("grant_types":["a"],"handshake_challenge":{"T":["type-1.0"],"V":"token"},)"
+            R"("handshake_response":{"R":["proof"]},"kest_policy_auth_req":["a"],)"
+            R"("kest_policy_auth_types":["a"],"software_id_cert":[{"x5c":["MIIB"]}]})"));
     withEachAllocationFailing([](auto& failure) {
         const ResponsePtr parsed{parse_register_response(leastText)};
         (void)failure.reached();
@@ -236,27 +243,59 @@ TEST(ParseRegisterResponse, GivesNullForWhatTheWriterWrites)
 
 TEST(ParseRegisterResponse, GivesNullForEveryOtherText)
 {
-    EXPECT_EQ(parse_register_response(nullptr), nullptr);
-    for (const auto* list : {&hostileTexts(), &oddObjects()})
+    EXPECT_REFUSED("argument.null", parse_register_response(nullptr));
+    for (const HostileText& hostile : hostileTexts())
     {
-        for (const auto& [name, text] : *list)
-        {
-            SCOPED_TRACE(name);
-            EXPECT_EQ(ResponsePtr{parse_register_response(text.c_str())}, nullptr);
-        }
+        EXPECT_REFUSED(hostileRule(hostile.name),
+                       ResponsePtr{parse_register_response(hostile.text.c_str())})
+            << hostile.name;
     }
-    for (const char* name : {"client_id", "client_secret", "client_secret_expires_in",
-                             "grant_types", "handshake_challenge", "handshake_response",
-                             "kest_policy_auth_req", "kest_policy_auth_types", "software_id_cert"})
+    for (const HostileText& odd : oddObjects())
     {
-        for (const std::string& value : jsonValuesOfEveryType())
-        {
-            std::string text = leastText;
-            text.insert(text.size() - 1, nextMember(name, value));
-            SCOPED_TRACE(text);
-            EXPECT_EQ(ResponsePtr{parse_register_response(text.c_str())}, nullptr);
-        }
+        EXPECT_REFUSED("document.member", ResponsePtr{parse_register_response(odd.text.c_str())})
+            << odd.name;
     }
+}
+
+/** @p leastText with another value of the member @p name. */
+std::string textWith(const char* name, const std::string& value)
+{
+    std::string text = leastText;
+    return text.insert(text.size() - 1, nextMember(name, value));
+}
+
+TEST(ParseRegisterResponse, TellsWhichMemberIsAtFault)
+{
+    for (const std::string& value : jsonValuesOfEveryType())
+    {
+        SCOPED_TRACE(value);
+        for (const char* name : {"client_id", "client_secret", "client_secret_expires_in"})
+        {
+            const ResponsePtr parsed{parse_register_response(textWith(name, value).c_str())};
+            EXPECT_EQ(parsed, nullptr);
+            EXPECT_EQ(lastRule(), !value.starts_with('"') ? "document.member"
+                                  : std::string_view{name} == "client_secret_expires_in"
+                                      ? "registration.lifetime"
+                                      : "registration.unsupported");
+        }
+        // Of the others only keys that are not keys matter.
+        for (const char* name : {"grant_types", "handshake_challenge", "handshake_response",
+                                 "kest_policy_auth_req", "kest_policy_auth_types"})
+        {
+            EXPECT_REFUSED("registration.unsupported",
+                           ResponsePtr{parse_register_response(textWith(name, value).c_str())})
+                << name;
+        }
+        EXPECT_REFUSED(
+            value.starts_with("[") && value != "[]" ? "registration.keys"
+                                                    : "registration.unsupported",
+            ResponsePtr{parse_register_response(textWith("software_id_cert", value).c_str())});
+    }
+    EXPECT_REFUSED("registration.keys",
+                   parse_register_response(
+                       textWith("software_id_cert", R"([{"x5c":["A"]},{"x5c":{}}])").c_str()));
+    EXPECT_STREQ(lastRefusal().subject, "software_id_cert");
+    EXPECT_EQ(lastRefusal().index, 1);
 }
 
 } // namespace

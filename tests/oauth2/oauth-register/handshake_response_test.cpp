@@ -3,6 +3,7 @@
 #include "support/certificates.hpp"
 #include "support/fake_device.hpp"
 #include "support/hostile.hpp"
+#include "support/refusals.hpp"
 
 #include <gtest/gtest.h>
 #include <liboath/oath.h>
@@ -10,6 +11,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <map>
 
 using namespace handshake;
@@ -204,11 +206,11 @@ TEST(GenerateHandshakeResponse, FailsWhenADrawnCounterIsZeroOrTheDeviceFails)
                                      std::string("\0\0\0\0\0\0\0\5\0\0\0\0\0\0\0\0", 16)})
     {
         FakeRandom random{drawn};
-        EXPECT_EQ(answer(challenge.get(), rfcKeys).result, 0);
+        EXPECT_REFUSED("handshake.counters", answer(challenge.get(), rfcKeys).result);
     }
     FakeRandom random{"12345678"};
     random.failReading(EIO, {1, 1});
-    EXPECT_EQ(answer(challenge.get(), rfcKeys).result, 0);
+    EXPECT_REFUSED("random.device", answer(challenge.get(), rfcKeys).result);
 }
 
 TEST(GenerateHandshakeResponse, TakesNothingFromWhatStandsInTheOutParameter)
@@ -218,7 +220,8 @@ TEST(GenerateHandshakeResponse, TakesNothingFromWhatStandsInTheOutParameter)
     const FakeRandom random{std::string("\0\0\0\0\0\0\0\5\0\0\0\0\0\0\0\3", 16)};
     HandshakePayload* none = nullptr;
     HandshakePayload* response = before.get();
-    EXPECT_FALSE(generateHandshakeResponse(challenge.get(), "{}", 2, &none, &response, nullptr, 0));
+    EXPECT_REFUSED("handshake.secret", generateHandshakeResponse(challenge.get(), "{}", 2, &none,
+                                                                 &response, nullptr, 0));
     EXPECT_EQ(response, before.get());
     EXPECT_TRUE(generateHandshakeResponse(challenge.get(), rfcKeys.c_str(),
                                           static_cast<unsigned int>(rfcKeys.size()), &none,
@@ -230,16 +233,20 @@ TEST(GenerateHandshakeResponse, TakesNothingFromWhatStandsInTheOutParameter)
 
 TEST(GenerateHandshakeResponse, FailsWithoutTypes)
 {
-    EXPECT_EQ(answers(R"({"M":"1","C":"1"})"), 0);
-    EXPECT_EQ(answers(R"({"T":[],"M":"1","C":"1"})"), 0);
-    EXPECT_EQ(answer(nullptr, rfcKeys).result, 0);
+    EXPECT_REFUSED("handshake.types", answers(R"({"M":"1","C":"1"})"));
+    EXPECT_STREQ(lastRefusal().subject, "T");
+    EXPECT_REFUSED("handshake.types", answers(R"({"T":[],"M":"1","C":"1"})"));
+    EXPECT_REFUSED("argument.null", answer(nullptr, rfcKeys).result);
+    EXPECT_STREQ(lastRefusal().subject, "challenge");
 }
 
 TEST(GenerateHandshakeResponse, FailsForOneCounterAlone)
 {
     EXPECT_EQ(answers(R"({"T":"hotp1.0","M":"1","C":"1"})"), 1);
-    EXPECT_EQ(answers(R"({"T":"hotp1.0","M":"1"})"), 0);
-    EXPECT_EQ(answers(R"({"T":"hotp1.0","C":"1"})"), 0);
+    EXPECT_REFUSED("handshake.counters", answers(R"({"T":"hotp1.0","M":"1"})"));
+    EXPECT_STREQ(lastRefusal().subject, "C");
+    EXPECT_REFUSED("handshake.counters", answers(R"({"T":"hotp1.0","C":"1"})"));
+    EXPECT_STREQ(lastRefusal().subject, "M");
 }
 
 TEST(GenerateHandshakeResponse, TakesCountersThatAreDecimalNumbersOfOneToTheLargestButOne)
@@ -256,10 +263,16 @@ TEST(GenerateHandshakeResponse, TakesCountersThatAreDecimalNumbersOfOneToTheLarg
           "1000000000000000000000000000000000000001", "12a", "a", "", " 1", "1 ", "+1", "-1", "0x1",
           "1.0", "1e3"})
     {
-        EXPECT_EQ(answers(std::string{R"({"T":"hotp1.0","M":"1","C":")"} + number + "\"}"), 0)
+        EXPECT_REFUSED("handshake.counters",
+                       answers(std::string{R"({"T":"hotp1.0","M":"1","C":")"} + number + "\"}"))
             << number;
-        EXPECT_EQ(answers(std::string{R"({"T":"hotp1.0","C":"1","M":")"} + number + "\"}"), 0)
+        EXPECT_STREQ(lastRefusal().subject, "C");
+        EXPECT_EQ(std::string{lastRefusal().saw}, number);
+        EXPECT_REFUSED("handshake.counters",
+                       answers(std::string{R"({"T":"hotp1.0","C":"1","M":")"} + number + "\"}"))
             << number;
+        EXPECT_STREQ(lastRefusal().subject, "M");
+        EXPECT_EQ(std::string{lastRefusal().saw}, number);
     }
 }
 
@@ -271,7 +284,9 @@ TEST(GenerateHandshakeResponse, FailsWithoutASecretOfTheType)
                              R"({"hotp1.0":"s"})", R"({"hotp1.0":{"a":"s"}})", R"({"hotp1.0":[5]})",
                              R"({"hotp1.0":[null]})", R"({"hotp1.0":null})", "{}"})
     {
-        EXPECT_EQ(answers(challenge, keys), 0) << keys;
+        EXPECT_REFUSED("handshake.secret", answers(challenge, keys)) << keys;
+        EXPECT_STREQ(lastRefusal().subject, "hotp1.0");
+        EXPECT_EQ(lastRefusal().index, 0);
     }
 }
 
@@ -283,21 +298,26 @@ TEST(GenerateHandshakeResponse, NeedsAKeyDocumentOfExactlyTheGivenLength)
     {
         HandshakePayload* response = nullptr;
         const auto length = static_cast<unsigned int>(static_cast<int>(rfcKeys.size()) + off);
-        EXPECT_EQ(generateHandshakeResponse(challenge.get(), rfcKeys.c_str(), length, &none,
-                                            &response, nullptr, 0),
-                  off == 0);
+        EXPECT_REFUSED(off == 0 ? "accepted" : "argument.length",
+                       generateHandshakeResponse(challenge.get(), rfcKeys.c_str(), length, &none,
+                                                 &response, nullptr, 0));
         EXPECT_EQ(response != nullptr, off == 0);
         const PayloadPtr owned{response};
     }
     // Not even where a document ends there.
     const std::string more = rfcKeys + " ";
     HandshakePayload* response = nullptr;
-    EXPECT_FALSE(generateHandshakeResponse(challenge.get(), more.c_str(),
-                                           static_cast<unsigned int>(rfcKeys.size()), &none,
-                                           &response, nullptr, 0));
-    EXPECT_FALSE(
-        generateHandshakeResponse(challenge.get(), nullptr, 0, &none, &response, nullptr, 0));
-    EXPECT_FALSE(generateHandshakeResponse(challenge.get(), "", 0, &none, &response, nullptr, 0));
+    EXPECT_REFUSED("argument.length",
+                   generateHandshakeResponse(challenge.get(), more.c_str(),
+                                             static_cast<unsigned int>(rfcKeys.size()), &none,
+                                             &response, nullptr, 0));
+    EXPECT_STREQ(lastRefusal().subject, "keysLength");
+    for (const char* absent : {static_cast<const char*>(nullptr), ""})
+    {
+        EXPECT_REFUSED("handshake.keys", generateHandshakeResponse(challenge.get(), absent, 0,
+                                                                   &none, &response, nullptr, 0));
+        EXPECT_STREQ(lastRefusal().subject, "keys");
+    }
     EXPECT_EQ(response, nullptr);
 }
 
@@ -306,11 +326,14 @@ TEST(GenerateHandshakeResponse, RefusesHostileKeyDocuments)
     const PayloadPtr challenge = listOf(R"({"T":"hotp1.0","M":"1","C":"1"})");
     for (const HostileText& hostile : hostileTexts())
     {
-        EXPECT_EQ(answer(challenge.get(), hostile.text).result, 0) << hostile.name;
+        EXPECT_REFUSED(hostile.text.empty() ? "handshake.keys" : hostileRule(hostile.name),
+                       answer(challenge.get(), hostile.text).result)
+            << hostile.name;
+        EXPECT_STREQ(lastRefusal().subject, "keys");
     }
     for (const HostileText& odd : oddObjects())
     {
-        EXPECT_EQ(answer(challenge.get(), odd.text).result, 0) << odd.name;
+        EXPECT_REFUSED("handshake.secret", answer(challenge.get(), odd.text).result) << odd.name;
     }
 }
 
@@ -335,8 +358,9 @@ TEST(ValidateHandshakeResponse, TakesTheOneTimePasswordOfTheMovingFactorAlone)
     const std::string challenge = R"({"T":"hotp1.0","M":"5","C":"4"})";
     for (std::size_t c = 1; c <= rfcPasswords.size(); ++c)
     {
-        EXPECT_EQ(accepts(challenge, std::string{R"({"R":")"} + rfcPasswords.at(c - 1) + "\"}"),
-                  c == 4);
+        EXPECT_REFUSED(
+            c == 4 ? "accepted" : "handshake.proof-wrong",
+            accepts(challenge, std::string{R"({"R":")"} + rfcPasswords.at(c - 1) + "\"}"));
     }
 }
 
@@ -347,7 +371,10 @@ TEST(ValidateHandshakeResponse, TakesExactlyEightDigits)
     for (const char* proof : {"287082", "4287082", "094287082", "942870820", "94287082 ",
                               " 94287082", "9428708", "94287083", "00287082", ""})
     {
-        EXPECT_FALSE(accepts(challenge, std::string{R"({"R":")"} + proof + "\"}")) << proof;
+        EXPECT_REFUSED("handshake.proof-wrong",
+                       accepts(challenge, std::string{R"({"R":")"} + proof + "\"}"))
+            << proof;
+        EXPECT_STREQ(lastRefusal().wanted, std::strlen(proof) == 8 ? "" : "8 digits");
     }
 }
 
@@ -355,18 +382,22 @@ TEST(ValidateHandshakeResponse, TakesCountersFromTheResponseWhereTheChallengeHas
 {
     const std::string challenge = R"({"T":"hotp1.0"})";
     EXPECT_TRUE(accepts(challenge, R"({"C":"1","M":"1","R":"94287082"})"));
-    EXPECT_FALSE(accepts(challenge, R"({"C":"2","M":"1","R":"94287082"})"));
-    EXPECT_FALSE(accepts(challenge, R"({"M":"1","R":"94287082"})"));
-    EXPECT_FALSE(accepts(challenge, R"({"C":"1","R":"94287082"})"));
-    EXPECT_FALSE(accepts(challenge, R"({"R":"94287082"})"));
+    EXPECT_REFUSED("handshake.proof-wrong",
+                   accepts(challenge, R"({"C":"2","M":"1","R":"94287082"})"));
+    for (const char* more : {R"("M":"1",)", R"("C":"1",)", ""})
+    {
+        EXPECT_REFUSED("handshake.counters",
+                       accepts(challenge, std::string{"{"} + more + R"("R":"94287082"})"))
+            << more;
+    }
     // The challenge's counters are the ones that count.
-    EXPECT_FALSE(
-        accepts(R"({"T":"hotp1.0","M":"1","C":"2"})", R"({"C":"1","M":"1","R":"94287082"})"));
+    EXPECT_REFUSED("handshake.proof-wrong", accepts(R"({"T":"hotp1.0","M":"1","C":"2"})",
+                                                    R"({"C":"1","M":"1","R":"94287082"})"));
     // Nor is one of them alone made whole by the response.
     for (const char* one : {R"("M":"1")", R"("C":"1")"})
     {
-        EXPECT_FALSE(accepts(std::string{R"({"T":"hotp1.0",)"} + one + "}",
-                             R"({"C":"1","M":"1","R":"94287082"})"))
+        EXPECT_REFUSED("handshake.counters", accepts(std::string{R"({"T":"hotp1.0",)"} + one + "}",
+                                                     R"({"C":"1","M":"1","R":"94287082"})"))
             << one;
     }
 }
@@ -376,8 +407,9 @@ TEST(ValidateHandshakeResponse, DrawsNoCounters)
     // Those that would make the answer right.
     const FakeRandom random{std::string("\0\0\0\0\0\0\0\5\0\0\0\0\0\0\0\3", 16)};
     EXPECT_TRUE(accepts(R"({"T":"hotp1.0"})", R"({"C":"3","M":"5","R":"26969429"})"));
-    EXPECT_FALSE(accepts(R"({"T":"hotp1.0"})", R"({"R":"26969429"})"));
-    EXPECT_FALSE(accepted(listOf(R"({"T":"hotp1.0"})").get(), rfcKeys, nullptr, nullptr));
+    EXPECT_REFUSED("handshake.counters", accepts(R"({"T":"hotp1.0"})", R"({"R":"26969429"})"));
+    EXPECT_REFUSED("argument.null",
+                   accepted(listOf(R"({"T":"hotp1.0"})").get(), rfcKeys, nullptr, nullptr));
     EXPECT_EQ(random.bytesAskedFor(), 0U);
 }
 
@@ -385,19 +417,35 @@ TEST(ValidateHandshakeResponse, EndsAtTheFirstWrongPassword)
 {
     const std::string challenge = R"({"T":["hotp1.0","hotp1.0"],"M":"1","C":"1"})";
     EXPECT_TRUE(accepts(challenge, R"({"R":["94287082","94287082"]})"));
-    EXPECT_FALSE(accepts(challenge, R"({"R":["00000000","94287082"]})"));
-    EXPECT_FALSE(accepts(challenge, R"({"R":["94287082","00000000"]})"));
+    EXPECT_REFUSED("handshake.proof-wrong", accepts(challenge, R"({"R":["00000000","94287082"]})"));
+    EXPECT_EQ(lastRefusal().index, 0);
+    EXPECT_REFUSED("handshake.proof-wrong", accepts(challenge, R"({"R":["94287082","00000000"]})"));
+    EXPECT_EQ(lastRefusal().index, 1);
+}
+
+TEST(ValidateHandshakeResponse, NamesTheProofThatItRefusesButNeverShowsIt)
+{
+    const std::string keys = R"({"a":["12345678901234567890"],"b":["12345678901234567890"]})";
+    EXPECT_REFUSED("handshake.proof-wrong", accepts(R"({"T":["a","b"],"M":"1","C":"1"})",
+                                                    R"({"R":["94287082","94287083"]})", keys));
+    const bmcoauth_refusal refusal = lastRefusal();
+    EXPECT_EQ(refusal.index, 1);
+    EXPECT_STREQ(refusal.subject, "b");
+    EXPECT_STREQ(refusal.saw, "");
+    EXPECT_STREQ(refusal.wanted, "");
 }
 
 TEST(ValidateHandshakeResponse, StopsAtTheFirstMissingProof)
 {
     const std::string challenge = R"({"T":["hotp1.0","hotp1.0"],"M":"1","C":"1"})";
     EXPECT_TRUE(accepts(challenge, R"({"R":"94287082"})"));
-    EXPECT_FALSE(accepts(challenge, R"({"R":"00000000"})"));
-    EXPECT_FALSE(accepts(challenge, R"({"R":[]})"));
-    EXPECT_FALSE(accepts(challenge, R"({"X":"94287082"})"));
+    EXPECT_REFUSED("handshake.proof-wrong", accepts(challenge, R"({"R":"00000000"})"));
+    EXPECT_REFUSED("handshake.proof-missing", accepts(challenge, R"({"R":[]})"));
+    EXPECT_REFUSED("handshake.proof-missing", accepts(challenge, R"({"X":"94287082"})"));
+    EXPECT_STREQ(lastRefusal().subject, "R");
     EXPECT_TRUE(accepts(challenge, R"({"R":["94287082","94287082","more"]})"));
-    EXPECT_FALSE(accepted(listOf(challenge).get(), rfcKeys, nullptr));
+    EXPECT_REFUSED("argument.null", accepted(listOf(challenge).get(), rfcKeys, nullptr));
+    EXPECT_STREQ(lastRefusal().subject, "response");
 }
 
 TEST(ValidateHandshakeResponse, LeavesTheResponseAsItIs)
@@ -461,7 +509,7 @@ TEST(GenerateHandshakeResponse, NeedsNoKeyDocumentForACertificateProofAlone)
     // Two types are no certificate proof alone, whatever they are.
     const std::string twice =
         R"({"T":["software_id_cert-1.0","software_id_cert-1.0"],"V":"dG9rZW4="})";
-    EXPECT_EQ(answers(twice, "", record.get(), der), 0);
+    EXPECT_REFUSED("handshake.keys", answers(twice, "", record.get(), der));
     EXPECT_EQ(answers(twice, "{}", record.get(), der), 1);
 }
 
@@ -475,8 +523,8 @@ TEST(GenerateHandshakeResponse, LooksAtNoNumbersForACertificateProofAlone)
     };
     EXPECT_EQ(answersWith(R"(,"M":"x","C":"0")"), 1);
     // But for whether they are both there.
-    EXPECT_EQ(answersWith(R"(,"M":"1")"), 0);
-    EXPECT_EQ(answersWith(R"(,"C":"1")"), 0);
+    EXPECT_REFUSED("handshake.counters", answersWith(R"(,"M":"1")"));
+    EXPECT_REFUSED("handshake.counters", answersWith(R"(,"C":"1")"));
 }
 
 TEST(GenerateHandshakeResponse, NeedsCertificateTokenAndKeyForACertificateProof)
@@ -488,31 +536,58 @@ TEST(GenerateHandshakeResponse, NeedsCertificateTokenAndKeyForACertificateProof)
     const PayloadPtr other = listOf(R"({"kty":"EC"})");
     const std::string der = client().privateKeyDer();
     EXPECT_EQ(answers(certificateChallenge, "", record.get(), der), 1);
-    EXPECT_EQ(answers(R"({"T":"software_id_cert-1.0"})", "", record.get(), der), 0);
-    EXPECT_EQ(answers(R"({"T":["hotp1.0","software_id_cert-1.0"],"M":"1","C":"1"})", rfcKeys,
-                      record.get(), der),
-              0);
-    EXPECT_EQ(answers(certificateChallenge, "", nullptr, der), 0);
-    EXPECT_EQ(answers(certificateChallenge, "", empty.get(), der), 0);
-    EXPECT_EQ(answers(certificateChallenge, "", nameless.get(), der), 0);
-    EXPECT_EQ(answers(certificateChallenge, "", other.get(), der), 0);
-    EXPECT_EQ(answers(certificateChallenge, "", record.get(), ""), 0);
-    EXPECT_EQ(answers(certificateChallenge, "", record.get(), "garbage"), 0);
-    EXPECT_EQ(answers(certificateChallenge, "", record.get(), der.substr(0, der.size() / 2)), 0);
+    EXPECT_REFUSED("handshake.token",
+                   answers(R"({"T":"software_id_cert-1.0"})", "", record.get(), der));
+    EXPECT_STREQ(lastRefusal().subject, "V");
+    EXPECT_REFUSED("handshake.token",
+                   answers(R"({"T":["hotp1.0","software_id_cert-1.0"],"M":"1","C":"1"})", rfcKeys,
+                           record.get(), der));
+    EXPECT_EQ(lastRefusal().index, 1);
+    EXPECT_REFUSED("handshake.certificate", answers(certificateChallenge, "", nullptr, der));
+    EXPECT_STREQ(lastRefusal().subject, "certificate");
+    EXPECT_REFUSED("certificate.encoding", answers(certificateChallenge, "", empty.get(), der));
+    EXPECT_STREQ(lastRefusal().subject, "x5c");
+    EXPECT_REFUSED("certificate.name", answers(certificateChallenge, "", nameless.get(), der));
+    EXPECT_STREQ(lastRefusal().subject, "x5c");
+    EXPECT_REFUSED("handshake.certificate", answers(certificateChallenge, "", other.get(), der));
+    EXPECT_STREQ(lastRefusal().subject, "x5c");
+    EXPECT_REFUSED("argument.null", answers(certificateChallenge, "", record.get(), ""));
+    EXPECT_STREQ(lastRefusal().subject, "der");
+    for (const std::string& wrong : {std::string{"garbage"}, der.substr(0, der.size() / 2)})
+    {
+        EXPECT_REFUSED("key.encoding", answers(certificateChallenge, "", record.get(), wrong));
+        EXPECT_STREQ(lastRefusal().subject, "der");
+        EXPECT_EQ(lastRefusal().index, 0);
+    }
+}
+
+TEST(GenerateHandshakeResponse, RefusesAKeyLongerThanAnIntCounts)
+{
+    const PayloadPtr record = clientRecord();
+    const PayloadPtr challenge = listOf(certificateChallenge);
+    HandshakePayload* certificate = record.get();
+    HandshakePayload* response = nullptr;
+    const unsigned char byte = 0;
+    EXPECT_REFUSED("argument.length",
+                   generateHandshakeResponse(challenge.get(), nullptr, 0, &certificate, &response,
+                                             &byte, 0x80000000U));
+    EXPECT_STREQ(lastRefusal().subject, "derLength");
 }
 
 TEST(GenerateHandshakeResponse, WantsTheCertificateAddressWhereThereIsAToken)
 {
     const PayloadPtr challenge = listOf(R"({"T":"hotp1.0","M":"1","C":"1","V":"dG9rZW4="})");
     HandshakePayload* response = nullptr;
-    EXPECT_FALSE(generateHandshakeResponse(challenge.get(), rfcKeys.c_str(),
-                                           static_cast<unsigned int>(rfcKeys.size()), nullptr,
-                                           &response, nullptr, 0));
+    EXPECT_REFUSED("handshake.certificate",
+                   generateHandshakeResponse(challenge.get(), rfcKeys.c_str(),
+                                             static_cast<unsigned int>(rfcKeys.size()), nullptr,
+                                             &response, nullptr, 0));
     EXPECT_EQ(response, nullptr);
     const PayloadPtr nameless =
         certificateRecord({Identity::selfSigned({.commonName = std::nullopt}).body()});
-    EXPECT_EQ(answer(challenge.get(), rfcKeys, nameless.get()).result, 0);
-    EXPECT_EQ(answer(challenge.get(), rfcKeys, certificateRecord({""}).get()).result, 0);
+    EXPECT_REFUSED("certificate.name", answer(challenge.get(), rfcKeys, nameless.get()).result);
+    EXPECT_REFUSED("certificate.encoding",
+                   answer(challenge.get(), rfcKeys, certificateRecord({""}).get()).result);
     const PayloadPtr record = clientRecord();
     EXPECT_EQ(shown(answer(challenge.get(), rfcKeys, record.get()).response.get()),
               (Lines{"R=94287082"}));
@@ -522,7 +597,8 @@ TEST(GenerateHandshakeResponse, DrawsNoCountersWhereThereIsAToken)
 {
     const PayloadPtr record = clientRecord();
     const std::string der = client().privateKeyDer();
-    EXPECT_EQ(answers(R"({"T":"hotp1.0","V":"dG9rZW4="})", rfcKeys, record.get(), der), 0);
+    EXPECT_REFUSED("handshake.counters",
+                   answers(R"({"T":"hotp1.0","V":"dG9rZW4="})", rfcKeys, record.get(), der));
     EXPECT_EQ(answers(bothChallenge, rfcKeys, record.get(), der), 1);
 }
 
@@ -565,14 +641,23 @@ TEST(ValidateHandshakeResponse, TakesSignaturesMadeElsewhere)
     const std::string right = signatureOf("dG9rZW4=:client-1", client());
     EXPECT_TRUE(accepts(certificateChallenge, R"({"R":")" + right + "\"}", "", record.get()));
     const Identity stranger = Identity::selfSigned({.commonName = std::string{"client-1"}});
+    const auto refusesBy = [&](const char* rule, const std::string& wrong) {
+        EXPECT_REFUSED(rule,
+                       accepts(certificateChallenge, R"({"R":")" + wrong + "\"}", "", record.get()))
+            << wrong;
+        EXPECT_STREQ(lastRefusal().subject, certificateType);
+        EXPECT_EQ(lastRefusal().index, 0);
+        EXPECT_STREQ(lastRefusal().saw, "");
+    };
     for (const std::string& wrong :
          {signatureOf("dG9rZW4=:client-2", client()), signatureOf("other:client-1", client()),
           signatureOf("dG9rZW4=:client-1", stranger), right.substr(0, right.size() / 2),
-          std::string{"AAAA"}, std::string{"!!!!"}, std::string{}})
+          std::string{"AAAA"}})
     {
-        EXPECT_FALSE(accepts(certificateChallenge, R"({"R":")" + wrong + "\"}", "", record.get()))
-            << wrong;
+        refusesBy("handshake.proof-wrong", wrong);
     }
+    refusesBy("base64.malformed", "!!!!");
+    refusesBy("base64.malformed", "");
 }
 
 TEST(ValidateHandshakeResponse, NeedsTokenAndCertificateForACertificateProof)
@@ -580,13 +665,19 @@ TEST(ValidateHandshakeResponse, NeedsTokenAndCertificateForACertificateProof)
     const PayloadPtr record = clientRecord();
     const std::string right = R"({"R":")" + signatureOf("dG9rZW4=:client-1", client()) + "\"}";
     EXPECT_TRUE(accepts(certificateChallenge, right, "", record.get()));
-    EXPECT_FALSE(accepts(certificateChallenge, right, "", nullptr));
-    EXPECT_FALSE(accepts(R"({"T":"software_id_cert-1.0"})", right, "", record.get()));
-    EXPECT_FALSE(accepts(R"({"T":["hotp1.0","software_id_cert-1.0"],"M":"1","C":"1"})",
-                         R"({"R":["94287082","AAAA"]})", rfcKeys, record.get()));
+    EXPECT_REFUSED("handshake.certificate", accepts(certificateChallenge, right, "", nullptr));
+    EXPECT_REFUSED("handshake.token",
+                   accepts(R"({"T":"software_id_cert-1.0"})", right, "", record.get()));
+    EXPECT_REFUSED("handshake.token",
+                   accepts(R"({"T":["hotp1.0","software_id_cert-1.0"],"M":"1","C":"1"})",
+                           R"({"R":["94287082","AAAA"]})", rfcKeys, record.get()));
+    EXPECT_STREQ(lastRefusal().subject, "V");
+    EXPECT_EQ(lastRefusal().index, 1);
     // What was never signed is no wrong signature, which a later proof would replace.
-    EXPECT_FALSE(accepts(R"({"T":["software_id_cert-1.0","hotp1.0"],"M":"1","C":"1"})",
-                         R"({"R":["AAAA","94287082"]})", rfcKeys, record.get()));
+    EXPECT_REFUSED("handshake.token",
+                   accepts(R"({"T":["software_id_cert-1.0","hotp1.0"],"M":"1","C":"1"})",
+                           R"({"R":["AAAA","94287082"]})", rfcKeys, record.get()));
+    EXPECT_EQ(lastRefusal().index, 0);
 }
 
 TEST(ValidateHandshakeResponse, LetsTheLastProofDecide)
@@ -600,14 +691,24 @@ TEST(ValidateHandshakeResponse, LetsTheLastProofDecide)
         return R"({"R":[")" + first + "\",\"" + second + "\"]}";
     };
     EXPECT_TRUE(accepts(bothChallenge, proofs("94287082", right), rfcKeys, record.get()));
-    EXPECT_FALSE(accepts(bothChallenge, proofs("94287082", wrong), rfcKeys, record.get()));
-    EXPECT_FALSE(accepts(bothChallenge, proofs("00000000", right), rfcKeys, record.get()));
+    const auto refusesProof = [&](int index, const char* type, const std::string& challenge,
+                                  const std::string& response) {
+        EXPECT_REFUSED("handshake.proof-wrong",
+                       accepts(challenge, response, rfcKeys, record.get()));
+        EXPECT_EQ(lastRefusal().index, index);
+        EXPECT_STREQ(lastRefusal().subject, type);
+    };
+    refusesProof(1, certificateType, bothChallenge, proofs("94287082", wrong));
+    refusesProof(0, "hotp1.0", bothChallenge, proofs("00000000", right));
     // Only the password, and nothing is asked about the rest.
     EXPECT_TRUE(accepts(bothChallenge, R"({"R":"94287082"})", rfcKeys, record.get()));
     // A wrong signature is carried on and replaced by what comes after it.
+    plantRefusal();
     EXPECT_TRUE(accepts(certificateFirst, proofs(wrong, "94287082"), rfcKeys, record.get()));
-    EXPECT_FALSE(accepts(certificateFirst, proofs(right, "00000000"), rfcKeys, record.get()));
-    EXPECT_FALSE(accepts(certificateFirst, R"({"R":")" + wrong + "\"}", rfcKeys, record.get()));
+    EXPECT_TRUE(isPlantedRefusal());
+    refusesProof(1, "hotp1.0", certificateFirst, proofs(right, "00000000"));
+    refusesProof(1, "hotp1.0", certificateFirst, proofs(wrong, "00000000"));
+    refusesProof(0, certificateType, certificateFirst, R"({"R":")" + wrong + "\"}");
     EXPECT_TRUE(accepts(certificateFirst, R"({"R":")" + right + "\"}", rfcKeys, record.get()));
 }
 
@@ -623,7 +724,8 @@ TEST(ValidateHandshakeResponse, RefusesAResponseToAnotherChallenge)
     const PayloadPtr ownedSecond{second};
     const Answer made = answer(first, rfcKeys, record.get(), client().privateKeyDer());
     EXPECT_TRUE(accepted(first, rfcKeys, made.response.get(), record.get()));
-    EXPECT_FALSE(accepted(second, rfcKeys, made.response.get(), record.get()));
+    EXPECT_REFUSED("handshake.proof-wrong",
+                   accepted(second, rfcKeys, made.response.get(), record.get()));
 }
 
 TEST(ValidateHandshakeResponse, RefusesACertificateWithoutAnEcKey)
@@ -632,7 +734,9 @@ TEST(ValidateHandshakeResponse, RefusesACertificateWithoutAnEcKey)
         Identity::selfSigned({.commonName = std::string{"client-1"}, .group = "RSA"});
     const PayloadPtr record = certificateRecord({rsa.body()});
     const std::string right = signatureOf("dG9rZW4=:client-1", rsa);
-    EXPECT_FALSE(accepts(certificateChallenge, R"({"R":")" + right + "\"}", "", record.get()));
+    EXPECT_REFUSED("key.kind",
+                   accepts(certificateChallenge, R"({"R":")" + right + "\"}", "", record.get()));
+    EXPECT_STREQ(lastRefusal().subject, "x5c");
 }
 
 TEST(GenerateHandshakeResponseForChallenge, RunsBothWays)
@@ -650,8 +754,12 @@ TEST(GenerateHandshakeResponseForChallenge, RunsBothWays)
     EXPECT_NE(run(&response, 1), 0);
     EXPECT_NE(run(&response, -1), 0);
     EXPECT_EQ(response, owned.get());
-    EXPECT_EQ(run(nullptr, 0), 0);
-    EXPECT_EQ(run(nullptr, 1), 0);
+    for (const int validate : {0, 1})
+    {
+        EXPECT_REFUSED("argument.null", run(nullptr, validate));
+        EXPECT_STREQ(lastRefusal().subject, "response");
+    }
+    EXPECT_REFUSED("argument.null", run(&none, 1));
 }
 
 // --------------------------------------------------------------------------- signature primitives
@@ -668,10 +776,10 @@ TEST(GenerateSignedResponseValue, GivesASignatureThatOpenSslVerifies)
 
 TEST(GenerateSignedResponseValue, NeedsAPrivateKey)
 {
-    EXPECT_EQ(generateSignedResponseValue("some text", nullptr), nullptr);
+    EXPECT_REFUSED("argument.null", generateSignedResponseValue("some text", nullptr));
     const EcKeyPtr publicKey{get_EC_pubKey(client().pem().c_str())};
     ASSERT_NE(publicKey, nullptr);
-    EXPECT_EQ(generateSignedResponseValue("some text", publicKey.get()), nullptr);
+    EXPECT_REFUSED("key.unsound", generateSignedResponseValue("some text", publicKey.get()));
 }
 
 TEST(VerifyHrSignature, ConvertsTheTextInPlace)
@@ -695,14 +803,17 @@ TEST(VerifyHrSignature, RefusesWhatDoesNotVerify)
     };
     const std::string right = signatureOf("some text", client());
     EXPECT_EQ(verify("some text", right, key.get()), 1);
-    EXPECT_EQ(verify("some text", right, nullptr), 0);
-    EXPECT_EQ(verify("some texT", right, key.get()), 0);
-    EXPECT_EQ(verify("some text", "", key.get()), 0);
-    EXPECT_EQ(verify("some text", "MAA", key.get()), 0);
-    EXPECT_EQ(verify("some text", right + "AAAA", key.get()), 0);
-    EXPECT_EQ(verifyHRSignature("some text", nullptr, 0, key.get()), 0);
+    EXPECT_REFUSED("argument.null", verify("some text", right, nullptr));
+    EXPECT_REFUSED("handshake.proof-wrong", verify("some texT", right, key.get()));
+    EXPECT_REFUSED("base64.malformed", verify("some text", "", key.get()));
+    EXPECT_STREQ(lastRefusal().subject, "signature");
+    EXPECT_REFUSED("handshake.proof-wrong", verify("some text", "MAA", key.get()));
+    EXPECT_REFUSED("handshake.proof-wrong", verify("some text", right + "AAAA", key.get()));
+    EXPECT_REFUSED("argument.null", verifyHRSignature("some text", nullptr, 0, key.get()));
     std::string shortened = right;
-    EXPECT_EQ(verifyHRSignature("some text", shortened.data(), 5, key.get()), 0);
+    EXPECT_REFUSED("argument.length",
+                   verifyHRSignature("some text", shortened.data(), 5, key.get()));
+    EXPECT_STREQ(lastRefusal().subject, "signatureLength");
 }
 
 // ------------------------------------------------------------------------------------ common name
@@ -725,14 +836,15 @@ TEST(GetX509Cn, GivesTheCommonNameCutTo24Characters)
 
 TEST(GetX509Cn, GivesNullWithoutACertificateOrName)
 {
-    EXPECT_EQ(get_x509_CN(nullptr), nullptr);
-    EXPECT_EQ(get_x509_CN(""), nullptr);
-    EXPECT_EQ(get_x509_CN("-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n"),
-              nullptr);
+    EXPECT_REFUSED("argument.null", get_x509_CN(nullptr));
+    for (const char* text : {"", "-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n"})
+    {
+        EXPECT_REFUSED("certificate.encoding", get_x509_CN(text)) << text;
+    }
     const Identity nameless = Identity::selfSigned({.commonName = std::nullopt});
-    EXPECT_EQ(get_x509_CN(nameless.pem().c_str()), nullptr);
+    EXPECT_REFUSED("certificate.name", get_x509_CN(nameless.pem().c_str()));
     const Identity zero = Identity::selfSigned({.commonName = std::string(1, '\0')});
-    EXPECT_EQ(get_x509_CN(zero.pem().c_str()), nullptr);
+    EXPECT_REFUSED("certificate.name-empty", get_x509_CN(zero.pem().c_str()));
 }
 
 // --------------------------------------------------------------------------------- SSL certificate
@@ -761,12 +873,13 @@ TEST(AppendSslCertToResponse, KeepsTheFirstTwoParametersWhenTheIvIsRefused)
     for (const std::string& wrong : {iv.substr(1), iv + "0", std::string{}})
     {
         HandshakePayload* response = listOf(R"({"R":"a"})").release();
-        EXPECT_EQ(appendSSLCertToResponse(&response, "sealed", "mac", wrong.c_str()), 0);
+        EXPECT_REFUSED("handshake.iv",
+                       appendSSLCertToResponse(&response, "sealed", "mac", wrong.c_str()));
         const PayloadPtr owned{response};
         EXPECT_EQ(shown(response), (Lines{"R=a", "encrypted_sslcert=sealed", "HMAC=mac"}));
     }
     HandshakePayload* response = listOf(R"({"R":"a"})").release();
-    EXPECT_EQ(appendSSLCertToResponse(&response, "sealed", "mac", nullptr), 0);
+    EXPECT_REFUSED("handshake.iv", appendSSLCertToResponse(&response, "sealed", "mac", nullptr));
     const PayloadPtr owned{response};
     EXPECT_EQ(shown(response), (Lines{"R=a", "encrypted_sslcert=sealed", "HMAC=mac"}));
 }
@@ -774,18 +887,23 @@ TEST(AppendSslCertToResponse, KeepsTheFirstTwoParametersWhenTheIvIsRefused)
 TEST(AppendSslCertToResponse, LeavesNoNewResponseWhenTheIvIsRefused)
 {
     HandshakePayload* response = nullptr;
-    EXPECT_EQ(appendSSLCertToResponse(&response, "sealed", "mac", iv.substr(1).c_str()), 0);
+    EXPECT_REFUSED("handshake.iv",
+                   appendSSLCertToResponse(&response, "sealed", "mac", iv.substr(1).c_str()));
     EXPECT_EQ(response, nullptr);
-    EXPECT_EQ(appendSSLCertToResponse(&response, "sealed", "mac", nullptr), 0);
+    EXPECT_REFUSED("handshake.iv", appendSSLCertToResponse(&response, "sealed", "mac", nullptr));
     EXPECT_EQ(response, nullptr);
 }
 
 TEST(AppendSslCertToResponse, NeedsResponseCertificateAndMac)
 {
     HandshakePayload* response = listOf(R"({"R":"a"})").release();
-    EXPECT_EQ(appendSSLCertToResponse(nullptr, "sealed", "mac", iv.c_str()), 0);
-    EXPECT_EQ(appendSSLCertToResponse(&response, nullptr, "mac", iv.c_str()), 0);
-    EXPECT_EQ(appendSSLCertToResponse(&response, "sealed", nullptr, iv.c_str()), 0);
+    EXPECT_REFUSED("argument.null", appendSSLCertToResponse(nullptr, "sealed", "mac", iv.c_str()));
+    EXPECT_STREQ(lastRefusal().subject, "response");
+    EXPECT_REFUSED("argument.null", appendSSLCertToResponse(&response, nullptr, "mac", iv.c_str()));
+    EXPECT_STREQ(lastRefusal().subject, "certificate");
+    EXPECT_REFUSED("argument.null",
+                   appendSSLCertToResponse(&response, "sealed", nullptr, iv.c_str()));
+    EXPECT_STREQ(lastRefusal().subject, "hmac");
     const PayloadPtr owned{response};
     EXPECT_EQ(shown(response), (Lines{"R=a"}));
 }

@@ -2,9 +2,11 @@
 #pragma once
 
 #include "common/secret.hpp"
+#include "keys/certificate.hpp"
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace bmcoauth::registration
@@ -37,5 +39,29 @@ private:
 /** Whether @p proof is the one-time password for exactly @p movingFactor; constant in time. */
 [[nodiscard]] bool isOneTimePassword(std::string_view proof, std::string_view secret,
                                      std::uint64_t movingFactor);
+
+/** What the certificate proof signs, and with the key of which certificate. */
+struct CertificateClaim
+{
+    keys::Certificate certificate;
+    std::string signedText; /**< the challenge's token, ":" and the common name */
+};
+
+/** The certificate of @p record and the text that its key signs for @p token. */
+[[nodiscard]] std::optional<CertificateClaim> claimOf(const HandshakePayload* record,
+                                                      std::string_view token);
+
+/** The private key of the one who answers. */
+struct SigningKey
+{
+    const unsigned char* der;
+    unsigned int derLength;
+};
+
+/** The signature of @p claim; null when there is no usable key. At most 96 characters long. */
+[[nodiscard]] HeapText certificateProof(const CertificateClaim& claim, const SigningKey& signer);
+
+/** Whether @p proof is the signature of @p claim by the key of its certificate. */
+[[nodiscard]] bool isCertificateProof(const char* proof, const CertificateClaim& claim);
 
 } // namespace bmcoauth::registration
