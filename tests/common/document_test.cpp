@@ -36,7 +36,7 @@ public:
         std::free(current);
     }
 
-    char** operator&() // NOLINT(google-runtime-operator): what the editors take
+    char** operator&() // what the editors take
     {
         return &current;
     }

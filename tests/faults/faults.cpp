@@ -544,11 +544,7 @@ Thoroughness thoroughness()
         return {.fromThereOn = true};
     }
     constexpr unsigned int largeCall = 300;
-    const char* const step = std::getenv("FAULTS_STEP");
-    const unsigned long wanted = step == nullptr ? 1 : std::strtoul(step, nullptr, 10);
-    return {.fromThereOn = false,
-            .step = static_cast<unsigned int>(std::clamp(wanted, 1UL, 1000000UL)),
-            .everyOneUpTo = largeCall};
+    return {.fromThereOn = false, .step = support::faultStep(), .everyOneUpTo = largeCall};
 }
 
 Report report(const Row& row, const Thoroughness& how)

@@ -53,7 +53,7 @@ public:
     LiteralKey& operator=(const LiteralKey&) = delete;
     ~LiteralKey() = default;
 
-    operator jwk*() // NOLINT(google-explicit-constructor): it stands for the array
+    operator jwk*() // not explicit: it stands for the array
     {
         return pairs.data();
     }

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 namespace support
@@ -264,6 +265,13 @@ MarkerFile::MarkerFile()
 MarkerFile::~MarkerFile()
 {
     --markers;
+}
+
+unsigned int faultStep()
+{
+    const char* const step = std::getenv("FAULTS_STEP");
+    const unsigned long wanted = step == nullptr ? 1 : std::strtoul(step, nullptr, 10);
+    return static_cast<unsigned int>(std::clamp(wanted, 1UL, 1000000UL));
 }
 
 FailAllocation::FailAllocation(unsigned int nth, Extent extent)

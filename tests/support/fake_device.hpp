@@ -175,6 +175,10 @@ public:
     ~MarkerFile();
 };
 
+/** What FAULTS_STEP in the environment asks for, 1 without it: slow runs fail every nth allocation of
+ *  a loop that says so. */
+[[nodiscard]] unsigned int faultStep();
+
 /** FailAllocation makes the `nth` allocation of this thread fail, counted from 1 from its making on
  *  (0: none): malloc, calloc, realloc, aligned_alloc, posix_memalign, strdup, strndup, asprintf and
  *  new, by whomever. Other threads are not touched. `onceOnly` lets later ones succeed; `fromThenOn`

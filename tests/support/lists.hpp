@@ -45,7 +45,7 @@ public:
     ParameterList& operator=(const ParameterList&) = delete;
     ~ParameterList() = default;
 
-    operator HandshakePayload*() // NOLINT(google-explicit-constructor): it stands for the list
+    operator HandshakePayload*() // not explicit: it stands for the list
     {
         return parameters.data();
     }
@@ -73,7 +73,7 @@ public:
     PairList& operator=(const PairList&) = delete;
     ~PairList() = default;
 
-    operator Pair*() // NOLINT(google-explicit-constructor): it stands for the list
+    operator Pair*() // not explicit: it stands for the list
     {
         return pairs.data();
     }

@@ -75,7 +75,7 @@ public:
     TextList& operator=(const TextList&) = delete;
     ~TextList() = default;
 
-    operator char**() // NOLINT(google-explicit-constructor): it stands for the array
+    operator char**() // not explicit: it stands for the array
     {
         return pointers.data();
     }

@@ -58,7 +58,8 @@ const unsigned char* bytesOf(std::string_view text) noexcept
     return reinterpret_cast<const unsigned char*>(text.data());
 }
 
-/** A block that the process does not survive the lack of. */
+/** A block that the process does not survive the lack of; `line` is the number of its tag, see
+ *  common/fail_fast.cpp. */
 HeapBlock<unsigned char> essentialBlock(std::size_t size, unsigned int line)
 {
     return HeapBlock<unsigned char>{

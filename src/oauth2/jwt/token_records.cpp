@@ -36,7 +36,8 @@ bool copyInto(char*& field, const char* text, const char* name) noexcept
     return field != nullptr;
 }
 
-/** A zeroed block, or the end of the process: the readers allocate their records fail-fast. */
+/** A zeroed block, or the end of the process: the readers allocate their records fail-fast, under
+ *  the tags that common/fail_fast.cpp explains. */
 template <typename T>
 HeapBlock<T> recordBlock(std::size_t bytes, const char* caller, unsigned int line)
 {
