@@ -60,6 +60,7 @@
 #include <bmcoauth/cpp/owners.hpp>
 #include <bmcoauth/cpp/parameters.hpp>
 #include <bmcoauth/cpp/privileges.hpp>
+#include <bmcoauth/cpp/refusal.hpp>
 #include <bmcoauth/cpp/registration.hpp>
 #include <bmcoauth/cpp/signing.hpp>
 #include <bmcoauth/cpp/text.hpp>
