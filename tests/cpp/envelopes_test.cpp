@@ -84,12 +84,12 @@ TEST_F(Envelopes, HoldUpTo73710Bytes)
 {
     const std::string most(73710, 'x');
     EXPECT_EQ(returned(most), most);
-    EXPECT_REFUSED("argument.length", sealed(most + "x"));
+    EXPECT_REFUSED("envelope.length", sealed(most + "x"));
     // The line feed that follows such data counts.
     const std::string line = std::string(73708, 'x') + "\n";
     EXPECT_EQ(returned(line), line);
-    EXPECT_REFUSED("argument.length", sealed("x" + line));
-    EXPECT_REFUSED("?refused", sealed(""));
+    EXPECT_REFUSED("envelope.length", sealed("x" + line));
+    EXPECT_REFUSED("argument.length", sealed(""));
     EXPECT_EQ(mostSealedBytes, 73710U);
 }
 
@@ -101,8 +101,8 @@ TEST_F(Envelopes, HoldAnyBytesInBase64)
     }
     const std::string most(55281, '\0');
     EXPECT_EQ(returnedBytes(most), most);
-    EXPECT_REFUSED("argument.length", sealBytes(bytesOf(most + "x"), rightCertificate, leftKey));
-    EXPECT_REFUSED("?refused", sealBytes({}, rightCertificate, leftKey));
+    EXPECT_REFUSED("envelope.length", sealBytes(bytesOf(most + "x"), rightCertificate, leftKey));
+    EXPECT_REFUSED("argument.length", sealBytes({}, rightCertificate, leftKey));
     // What the receiver finds who has no openBytes.
     const Envelope envelope = sealBytes(bytesOf("\0\xff"s), rightCertificate, leftKey).value();
     const Opened text = opened(envelope).value();
@@ -113,8 +113,8 @@ TEST_F(Envelopes, OfTextsHoldNoBytes)
 {
     const Envelope envelope = sealed("not Base64!").value();
     ASSERT_TRUE(opened(envelope));
-    EXPECT_REFUSED("?refused", openBytes(envelope, leftCertificate, rightKey));
-    EXPECT_REFUSED("?refused", openBytes(envelope, rightCertificate, rightKey));
+    EXPECT_REFUSED("base64.malformed", openBytes(envelope, leftCertificate, rightKey));
+    EXPECT_REFUSED("envelope.mac-wrong", openBytes(envelope, rightCertificate, rightKey));
     EXPECT_REFUSED("argument.zero-byte", openBytes({envelope.ciphertext, envelope.mac, "\0"s},
                                                    leftCertificate, rightKey));
 }
