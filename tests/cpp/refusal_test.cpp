@@ -56,12 +56,12 @@ std::string lineOf(const Error& error)
     return std::string{error.describe()};
 }
 
-struct Errors : ::testing::Test
+struct CallErrors : ::testing::Test
 {
     PrivateKey key = keyOf(support::Identity::root("device"));
 };
 
-TEST_F(Errors, CarryWhatTheLibraryRefused)
+TEST_F(CallErrors, CarryWhatTheLibraryRefused)
 {
     const Expected<bool> member = Document::parse("{}").value().boolean("gone");
     ASSERT_FALSE(member);
@@ -74,7 +74,7 @@ TEST_F(Errors, CarryWhatTheLibraryRefused)
     EXPECT_EQ(lineOf(member.error()), "json.member-missing: gone");
 }
 
-TEST_F(Errors, StayWhatTheyAreWhenLaterCallsFail)
+TEST_F(CallErrors, StayWhatTheyAreWhenLaterCallsFail)
 {
     const Document document = Document::parse("{}").value();
     const Expected<bool> first = document.boolean("first");
@@ -84,7 +84,7 @@ TEST_F(Errors, StayWhatTheyAreWhenLaterCallsFail)
     EXPECT_EQ(lineOf(Error::last()), "json.member-missing: second");
 }
 
-TEST_F(Errors, AreNotThoseOfEarlierCallsWhereTheLibraryIsNotAsked)
+TEST_F(CallErrors, AreNotThoseOfEarlierCallsWhereTheLibraryIsNotAsked)
 {
     TokenPlan plan{.subject = "s", .id = "i", .issuer = withZero, .expiresAt = 1};
     // Each plants a refusal of the library first.
@@ -97,7 +97,7 @@ TEST_F(Errors, AreNotThoseOfEarlierCallsWhereTheLibraryIsNotAsked)
     EXPECT_TRUE(support::isPlantedRefusal());
 }
 
-TEST_F(Errors, NameTheArgument)
+TEST_F(CallErrors, NameTheArgument)
 {
     TokenPlan plan{.subject = "s", .id = "i", .issuer = withZero, .expiresAt = 1};
     EXPECT_EQ(lineOf(issueToken(plan, key).error()), "argument.zero-byte: issuer");
@@ -109,7 +109,7 @@ TEST_F(Errors, NameTheArgument)
     EXPECT_EQ(lineOf(TokenResponse{}.write().error()), "document.incomplete: access_token");
 }
 
-TEST_F(Errors, AreWrittenInOneLine)
+TEST_F(CallErrors, AreWrittenInOneLine)
 {
     const Rule rule = BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG;
     EXPECT_EQ(lineOf(Error{rule}), "handshake.proof-wrong");
@@ -121,7 +121,7 @@ TEST_F(Errors, AreWrittenInOneLine)
     EXPECT_EQ(line.view(), "handshake.proof-wrong: R");
 }
 
-TEST_F(Errors, AreUnknownWhereNothingWasRefused)
+TEST_F(CallErrors, AreUnknownWhereNothingWasRefused)
 {
     std::thread([] {
         EXPECT_EQ(Error::last().rule(), 0);
@@ -129,7 +129,7 @@ TEST_F(Errors, AreUnknownWhereNothingWasRefused)
     }).join();
 }
 
-TEST_F(Errors, ArePrintableAndCutToFit)
+TEST_F(CallErrors, ArePrintableAndCutToFit)
 {
     const Rule rule = BMCOAUTH_RULE_FILE_UNREADABLE;
     EXPECT_EQ(lineOf(Error{rule, "a\x01\n\x7f\xc3z"}), "file.unreadable: "s + "a????z");
@@ -140,7 +140,7 @@ TEST_F(Errors, ArePrintableAndCutToFit)
     EXPECT_EQ(lineOf(Error{rule, name}), "file.unreadable: "s + std::string(31, 'x'));
 }
 
-TEST_F(Errors, TellWhatTheSystemSays)
+TEST_F(CallErrors, TellWhatTheSystemSays)
 {
     const support::TemporaryDirectory directory;
     const std::string path = directory / "none/key.pem";
@@ -152,7 +152,7 @@ TEST_F(Errors, TellWhatTheSystemSays)
         made.error().describe().view().ends_with("none/key.pem: saw No such file or directory"));
 }
 
-TEST_F(Errors, AreDescribedWithoutMemory)
+TEST_F(CallErrors, AreDescribedWithoutMemory)
 {
     const std::string text = "text";
     support::FailAllocation failure{1};
@@ -164,7 +164,7 @@ TEST_F(Errors, AreDescribedWithoutMemory)
     EXPECT_STREQ(line.c_str(), "memory.exhausted");
 }
 
-struct Refusals : Errors
+struct Refusals : CallErrors
 {
     support::FakeClock clock{1700000000};
     TokenPlan plan{.subject = "s", .id = "i", .issuer = "c", .expiresAt = 1700000600};
