@@ -1261,7 +1261,7 @@ TEST(OidcRegistration, IsRead)
     EXPECT_EQ(answer.clientUri(), "u");
     EXPECT_EQ(answer.issuedAt(), "8");
     EXPECT_EQ(answer.secretExpiresAt(), "9");
-    EXPECT_REFUSED("json.member-missing", OidcRegistration::parse("{}"));
+    EXPECT_REFUSED("document.member", OidcRegistration::parse("{}"));
     EXPECT_EQ(OidcRegistration{}.clientId(), std::nullopt);
 }
 
