@@ -207,6 +207,19 @@ TEST_F(Refusals, TellOfPrivilegesThatAreGivenTwice)
     EXPECT_EQ(lineOf(issueToken(plan, key).error()), "argument.conflict: scopes[1]");
 }
 
+TEST_F(Refusals, TellWhyAListIsNotKept)
+{
+    // A parameter without values is read and written, but never copied.
+    const ParameterList empty = ParameterList::parse(R"({"T":[]})").value();
+    EXPECT_EQ(lineOf(empty.copy().error()), "document.parameter-missing: T");
+    EXPECT_EQ(lineOf(RegistrationResponse::of("s", "i", {.challenge = &empty}).error()),
+              "document.parameter-missing: T");
+    EXPECT_EQ(lineOf(RegistrationResponse::of("s", "i", {.response = &empty}).error()),
+              "document.parameter-missing: T");
+    EXPECT_EQ(lineOf(RegistrationRequest::of({.challenge = &empty}).error()),
+              "document.parameter-missing: T");
+}
+
 /** What isProven says of an answer with these proofs to a challenge for one password. */
 std::string proofError(std::string_view proofs)
 {

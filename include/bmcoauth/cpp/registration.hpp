@@ -64,10 +64,15 @@ template <typename Owner>
     return given != nullptr && kept == nullptr;
 }
 
-/** Why `list` was not copied: the library does not tell, since its call succeeds all the same. */
-[[nodiscard]] inline Error whyLost(const ParameterList& list)
+/** Refuses where `kept` should be a copy of `list`, but is null. The library does not say why, since its call succeeds
+ *  all the same: copying the list again does. */
+[[nodiscard]] inline Expected<void> requireKept(const ParameterList* list, const void* kept)
 {
-    const Expected<ParameterList> again = list.copy();
+    if (!isLost(recordOf(list), kept))
+    {
+        return {};
+    }
+    const Expected<ParameterList> again = list->copy();
     return again ? Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED} : again.error();
 }
 
@@ -102,9 +107,9 @@ public:
         }
         jwk** const keys = detail::recordOf(parts.keys);
         HandshakePayload** const certificates = detail::recordOf(parts.certificates);
-        HandshakePayload* const challenge = detail::recordOf(parts.challenge);
-        RegistrationRequest request{::create_register_request(
-            redirectUri, clientName, softwareId, keys, certificates, types, challenge)};
+        RegistrationRequest request{::create_register_request(redirectUri, clientName, softwareId,
+                                                              keys, certificates, types,
+                                                              detail::recordOf(parts.challenge))};
         if (!request)
         {
             return Error::last();
@@ -112,9 +117,11 @@ public:
         RegisterRequest& record = *request.get();
         record.redirect_uris = ::set_char_array(redirectUris);
         record.scope = scope == nullptr ? nullptr : ::strdup(scope);
-        if (detail::isLost(challenge, record.handshake_challenge))
+        if (const Expected<void> kept =
+                detail::requireKept(parts.challenge, record.handshake_challenge);
+            !kept)
         {
-            return detail::whyLost(*parts.challenge);
+            return kept.error();
         }
         if (detail::isLost(redirectUri, record.redirect_uri) ||
             detail::isLost(types, record.handshake_types) || detail::isLost(keys, record.dfs) ||
@@ -208,24 +215,24 @@ public:
         {
             return in.failure();
         }
-        HandshakePayload* const challenge = detail::recordOf(parts.challenge);
-        HandshakePayload* const answer = detail::recordOf(parts.response);
         HandshakePayload** const certificates = detail::recordOf(parts.certificates);
         RegistrationResponse response{
             ::create_register_response(secret, id, lifetime, grants, nullptr, offered, required,
-                                       challenge, answer, sealed, certificates)};
+                                       detail::recordOf(parts.challenge),
+                                       detail::recordOf(parts.response), sealed, certificates)};
         if (!response)
         {
             return Error::last();
         }
         const RegisterResponse& record = *response.get();
-        if (detail::isLost(challenge, record.handshake_challenge))
+        for (const Expected<void>& kept :
+             {detail::requireKept(parts.challenge, record.handshake_challenge),
+              detail::requireKept(parts.response, record.handshake_response)})
         {
-            return detail::whyLost(*parts.challenge);
-        }
-        if (detail::isLost(answer, record.handshake_response))
-        {
-            return detail::whyLost(*parts.response);
+            if (!kept)
+            {
+                return kept.error();
+            }
         }
         if (detail::isLost(grants, record.grant_types) ||
             detail::isLost(offered, record.kest_policy_auth_types) ||
