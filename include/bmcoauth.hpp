@@ -10,7 +10,7 @@
  *   One that has been moved from is empty: what is asked of it is absent or refused.
  * - What goes in is std::string_view and std::span, borrowed for the call. The library wants texts
  *   that end with a zero byte, so each is copied and the copy wiped. A text that holds a zero byte
- *   would be cut there, and might then pass for another: it is refused (Error::zeroByte). A default
+ *   would be cut there, and might then pass for another: it is refused. A default
  *   std::string_view is the empty text; what may be absent is a std::optional.
  * - A token is refused if its header or payload holds a zero byte in a string or a name. Strings of
  *   other documents that are read end at their first zero byte, as in C.
@@ -18,8 +18,10 @@
  *   from. Taking one from a temporary does not compile, or clang warns of it; keep the object in a
  *   variable, or copy the text: `const std::string copy{*call()}`. Objects of parameters, such as
  *   TokenPlan and DelegationRules, borrow what is put into them, and take no temporary arrays.
- * - A failure is an Expected, made as std::expected is, without a value. The library does not tell
- *   why it refuses something, and neither does Error::refused.
+ * - A failure is an Expected, made as std::expected is, without a value. Its `error` says by which
+ *   rule the library, or a function here, refused, what it saw and what it wanted; `describe` is
+ *   all of it in one line. It is for logs, never for the peer. Functions that answer yes or no
+ *   (isProven, CertificateKey::isValid) give an Expected<void>: a condition that says why not.
  * - What a token says can be read from a VerifiedToken, and such an object comes out of a
  *   validation that succeeded, from nowhere else. See Verdict.
  *
@@ -60,6 +62,7 @@
 #include <bmcoauth/cpp/owners.hpp>
 #include <bmcoauth/cpp/parameters.hpp>
 #include <bmcoauth/cpp/privileges.hpp>
+#include <bmcoauth/cpp/refusal.hpp>
 #include <bmcoauth/cpp/registration.hpp>
 #include <bmcoauth/cpp/signing.hpp>
 #include <bmcoauth/cpp/text.hpp>

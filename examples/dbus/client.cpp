@@ -155,7 +155,8 @@ bool workWithTokens(const Bus& bus, const std::string& secrets)
     }
     const std::optional<Document> description = call(bus, "Introspect", access->view());
     const Expected<bmcoauth::Texts> privileges =
-        description ? description->strings("privileges") : bmcoauth::Error::refused;
+        description ? description->strings("privileges")
+                    : bmcoauth::Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "description"};
     good =
         step("the access token allows to log in and to configure",
              privileges && privileges->size() == 2 && privileges->range().contains("ravok_login") &&

@@ -4,6 +4,8 @@
 // there, and judges what a client presents.
 #include <bmcoauth.hpp>
 
+#include <syslog.h>
+
 #include <cstdlib>
 #include <iostream>
 #include <string>
@@ -49,6 +51,8 @@ std::string holderOf(std::string_view token, const PrivateKey& key)
     const bmcoauth::VerifiedToken* const valid = verdict.verified();
     if (valid == nullptr)
     {
+        // For the log, never for the client.
+        syslog(LOG_NOTICE, "token refused: %s", verdict.refusal()->describe().c_str());
         return "nobody";
     }
     std::string holder{valid->claims().subject().value_or("")};

@@ -29,6 +29,10 @@ enum bmcoauth_rule
     BMCOAUTH_RULE_ARGUMENT_NULL = 101,   /**< a pointer that must not be null is null */
     BMCOAUTH_RULE_ARGUMENT_LENGTH = 102, /**< a length is negative, too large, or not the text's */
     BMCOAUTH_RULE_ARGUMENT_RANGE = 103,  /**< a number is not one of those that have a meaning */
+    BMCOAUTH_RULE_ARGUMENT_ZERO_BYTE =
+        104,                            /**< C++: a text holds a zero byte, where C would cut it */
+    BMCOAUTH_RULE_ARGUMENT_EMPTY = 105, /**< C++: the argument, or the object, holds nothing */
+    BMCOAUTH_RULE_ARGUMENT_CONFLICT = 106, /**< C++: two arguments say the same thing */
 
     /* memory, random, clock: what the machine lacks */
     BMCOAUTH_RULE_MEMORY_EXHAUSTED = 201, /**< memory ran out */
@@ -78,6 +82,7 @@ enum bmcoauth_rule
     BMCOAUTH_RULE_CHAIN_UNTRUSTED = 1102, /**< no chain leads to a trusted root; `saw` is why */
     BMCOAUTH_RULE_CHAIN_UNSUPPORTED =
         1103, /**< the entry point is kept for old services and accepts nothing */
+    BMCOAUTH_RULE_CHAIN_ENDS = 1104, /**< C++: the first certificate is not the last one */
 
     /* envelope: ECIES */
     BMCOAUTH_RULE_ENVELOPE_IV = 1201,          /**< the IV is absent or not 32 hexadecimal digits */

@@ -181,6 +181,12 @@ extern "C" const char* bmcoauth_rule_name(int rule)
             return "argument.length";
         case BMCOAUTH_RULE_ARGUMENT_RANGE:
             return "argument.range";
+        case BMCOAUTH_RULE_ARGUMENT_ZERO_BYTE:
+            return "argument.zero-byte";
+        case BMCOAUTH_RULE_ARGUMENT_EMPTY:
+            return "argument.empty";
+        case BMCOAUTH_RULE_ARGUMENT_CONFLICT:
+            return "argument.conflict";
         case BMCOAUTH_RULE_MEMORY_EXHAUSTED:
             return "memory.exhausted";
         case BMCOAUTH_RULE_RANDOM_DEVICE:
@@ -241,6 +247,8 @@ extern "C" const char* bmcoauth_rule_name(int rule)
             return "chain.untrusted";
         case BMCOAUTH_RULE_CHAIN_UNSUPPORTED:
             return "chain.unsupported";
+        case BMCOAUTH_RULE_CHAIN_ENDS:
+            return "chain.ends";
         case BMCOAUTH_RULE_ENVELOPE_IV:
             return "envelope.iv";
         case BMCOAUTH_RULE_ENVELOPE_MAC_MISSING:

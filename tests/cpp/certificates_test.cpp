@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cpp/identities.hpp"
 #include "support/fake_device.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth/cpp/certificates.hpp>
 
@@ -57,8 +58,8 @@ TEST_F(FactoryChain, IsValidForTheDeviceWhoseCertificateIsFirstAndLast)
     EXPECT_TRUE(key.isValid("fwclient"));
     EXPECT_TRUE(key.isValid("FWCLIENT"));
     EXPECT_TRUE(key.isValid());
-    EXPECT_FALSE(key.isValid("fwclien"));
-    EXPECT_FALSE(key.isValid(std::string_view{"fwclient\0", 9}));
+    EXPECT_REFUSED("certificate.name", key.isValid("fwclien"));
+    EXPECT_REFUSED("argument.zero-byte", key.isValid(std::string_view{"fwclient\0", 9}));
     const CertificateKey alone = certificateOf(root.issue({.commonName = "fwclient"}));
     EXPECT_TRUE(alone.isValid("fwclient"));
 }
@@ -69,9 +70,9 @@ TEST_F(FactoryChain, IsNotValidBehindAStrangersCertificate)
         CertificateKey::fromPem(stranger.pem() + intermediate.pem() + client.pem()).value();
     // What the C function says of it: it asks each question of another certificate.
     EXPECT_TRUE(key.isValidRaw("fwclient"));
-    EXPECT_EQ(key.verifyChain(), Chain::verified);
-    EXPECT_FALSE(key.isValid("fwclient"));
-    EXPECT_FALSE(key.isValid());
+    EXPECT_TRUE(key.verifyChain());
+    EXPECT_REFUSED("chain.ends", key.isValid("fwclient"));
+    EXPECT_REFUSED("chain.ends", key.isValid());
 }
 
 TEST_F(FactoryChain, IsNotValidInTheOrderOfTls)
@@ -79,7 +80,7 @@ TEST_F(FactoryChain, IsNotValidInTheOrderOfTls)
     // The intermediate is what is verified here.
     const CertificateKey key = CertificateKey::fromPem(client.pem() + intermediate.pem()).value();
     EXPECT_TRUE(key.isValidRaw("fwclient"));
-    EXPECT_FALSE(key.isValid("fwclient"));
+    EXPECT_REFUSED("chain.ends", key.isValid("fwclient"));
 }
 
 TEST_F(FactoryChain, IsJudgedByTheMemberThatTheLibraryReads)
@@ -91,19 +92,19 @@ TEST_F(FactoryChain, IsJudgedByTheMemberThatTheLibraryReads)
         genuine + "," + member("x5c", {stranger.body(), intermediate.body(), client.body()}));
     EXPECT_EQ(key.parameters().value("x5c").value(), client.body());
     EXPECT_TRUE(key.isValidRaw("fwclient"));
-    EXPECT_FALSE(key.isValid("fwclient"));
+    EXPECT_REFUSED("chain.ends", key.isValid("fwclient"));
 }
 
 TEST_F(FactoryChain, IsNotValidWithoutACertificate)
 {
-    EXPECT_FALSE(parsed(R"("kty":"EC")").isValid());
-    EXPECT_FALSE(parsed(R"("kty":"EC","x5c":[])").isValid());
-    EXPECT_FALSE(parsed(R"("x5c":[])").firstIsLast());
-    EXPECT_FALSE(parsed(R"("kty":"EC")").firstIsLast());
+    EXPECT_REFUSED("certificate.missing", parsed(R"("kty":"EC")").isValid());
+    EXPECT_REFUSED("certificate.missing", parsed(R"("kty":"EC","x5c":[])").isValid());
+    EXPECT_REFUSED("certificate.missing", parsed(R"("x5c":[])").firstIsLast());
+    EXPECT_REFUSED("certificate.missing", parsed(R"("kty":"EC")").firstIsLast());
     // One text twice, but no certificate; two texts, and no certificate.
     EXPECT_TRUE(parsed(member("x5c", {"AAAA", "AAAA"})).firstIsLast());
-    EXPECT_FALSE(parsed(member("x5c", {"AAAA", "AAAA"})).isValid());
-    EXPECT_FALSE(parsed(member("x5c", {"AAAA", "AAAB"})).firstIsLast());
+    EXPECT_REFUSED("certificate.encoding", parsed(member("x5c", {"AAAA", "AAAA"})).isValid());
+    EXPECT_REFUSED("certificate.encoding", parsed(member("x5c", {"AAAA", "AAAB"})).firstIsLast());
 }
 
 TEST_F(FactoryChain, ComparesCertificatesNotTheirTexts)
@@ -122,7 +123,7 @@ TEST_F(FactoryChain, TellsApartTwoCertificatesOfOneNameAndIssuer)
     const CertificateKey key =
         CertificateKey::fromPem(renewed.pem() + intermediate.pem() + client.pem()).value();
     ASSERT_TRUE(key.isValidRaw("fwclient"));
-    EXPECT_FALSE(key.isValid("fwclient"));
+    EXPECT_REFUSED("chain.ends", key.isValid("fwclient"));
 }
 
 TEST_F(FactoryChain, IsNotValidOnceMovedFrom)
@@ -133,7 +134,7 @@ TEST_F(FactoryChain, IsNotValidOnceMovedFrom)
     const CertificateKey other{std::move(key)};
     EXPECT_TRUE(other.isValid("fwclient"));
     // NOLINTNEXTLINE(bugprone-use-after-move): what is left is what this is about.
-    EXPECT_FALSE(key.isValid("fwclient"));
+    EXPECT_REFUSED("certificate.missing", key.isValid("fwclient"));
 }
 
 } // namespace

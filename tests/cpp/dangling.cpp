@@ -29,6 +29,18 @@ const Text& referenceToALocal()
     return *text; // expected-warning {{stack memory}}
 }
 
+const Error& errorOfALocal()
+{
+    const Expected<Text> text = Text::copy("text");
+    return text.error(); // expected-warning {{stack memory}}
+}
+
+std::string_view lineOfALocal(const Error& error)
+{
+    const Description line = error.describe();
+    return line.view(); // expected-warning {{stack memory}}
+}
+
 ByteSpan keyOfALocal(const PrivateKey& given)
 {
     const Expected<PrivateKey> key = PrivateKey::fromDer(given.der());
@@ -49,6 +61,10 @@ int main()
     const auto client = TokenRequest{}.clientId(); // expected-warning {{temporary}}
     const auto type = TokenHeader{}.type();        // expected-warning {{temporary}}
     const auto text = Texts{}.begin();             // expected-warning {{temporary}}
+    const std::string_view line =
+        errorOfALocal().describe().view(); // expected-warning {{temporary}}
+    static_cast<void>(lineOfALocal(errorOfALocal()));
+    static_cast<void>(line);
     static_cast<void>(record);
     static_cast<void>(client);
     static_cast<void>(type);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cpp/identities.hpp"
 #include "support/certificates.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth/cpp/ecies.hpp>
 
@@ -75,7 +76,7 @@ TEST_F(Envelopes, HoldNoTextWithAZeroByte)
 {
     for (const std::string& text : {"\0"s, "a\0"s, "\0a"s, "a\0b"s, "a\n\0"s, "a\0\n"s})
     {
-        EXPECT_EQ(sealed(text).error(), Error::zeroByte);
+        EXPECT_REFUSED("argument.zero-byte", sealed(text));
     }
 }
 
@@ -83,12 +84,12 @@ TEST_F(Envelopes, HoldUpTo73710Bytes)
 {
     const std::string most(73710, 'x');
     EXPECT_EQ(returned(most), most);
-    EXPECT_EQ(sealed(most + "x").error(), Error::tooLong);
+    EXPECT_REFUSED("envelope.length", sealed(most + "x"));
     // The line feed that follows such data counts.
     const std::string line = std::string(73708, 'x') + "\n";
     EXPECT_EQ(returned(line), line);
-    EXPECT_EQ(sealed("x" + line).error(), Error::tooLong);
-    EXPECT_EQ(sealed("").error(), Error::refused);
+    EXPECT_REFUSED("envelope.length", sealed("x" + line));
+    EXPECT_REFUSED("argument.length", sealed(""));
     EXPECT_EQ(mostSealedBytes, 73710U);
 }
 
@@ -100,8 +101,8 @@ TEST_F(Envelopes, HoldAnyBytesInBase64)
     }
     const std::string most(55281, '\0');
     EXPECT_EQ(returnedBytes(most), most);
-    EXPECT_EQ(sealBytes(bytesOf(most + "x"), rightCertificate, leftKey).error(), Error::tooLong);
-    EXPECT_EQ(sealBytes({}, rightCertificate, leftKey).error(), Error::refused);
+    EXPECT_REFUSED("envelope.length", sealBytes(bytesOf(most + "x"), rightCertificate, leftKey));
+    EXPECT_REFUSED("argument.length", sealBytes({}, rightCertificate, leftKey));
     // What the receiver finds who has no openBytes.
     const Envelope envelope = sealBytes(bytesOf("\0\xff"s), rightCertificate, leftKey).value();
     const Opened text = opened(envelope).value();
@@ -112,11 +113,10 @@ TEST_F(Envelopes, OfTextsHoldNoBytes)
 {
     const Envelope envelope = sealed("not Base64!").value();
     ASSERT_TRUE(opened(envelope));
-    EXPECT_EQ(openBytes(envelope, leftCertificate, rightKey).error(), Error::refused);
-    EXPECT_EQ(openBytes(envelope, rightCertificate, rightKey).error(), Error::refused);
-    EXPECT_EQ(
-        openBytes({envelope.ciphertext, envelope.mac, "\0"s}, leftCertificate, rightKey).error(),
-        Error::zeroByte);
+    EXPECT_REFUSED("base64.malformed", openBytes(envelope, leftCertificate, rightKey));
+    EXPECT_REFUSED("envelope.mac-wrong", openBytes(envelope, rightCertificate, rightKey));
+    EXPECT_REFUSED("argument.zero-byte", openBytes({envelope.ciphertext, envelope.mac, "\0"s},
+                                                   leftCertificate, rightKey));
 }
 
 TEST_F(Envelopes, EndWithALineFeedOfTheirOwnAnd16Characters)

@@ -2,6 +2,7 @@
 #include "support/certificates.hpp"
 #include "support/fake_device.hpp"
 #include "support/machine.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth/cpp/keys.hpp>
 
@@ -137,19 +138,19 @@ struct LoadOrCreate : ::testing::Test
     support::TemporaryDirectory directory;
     std::string path = directory / "key.pem";
 
-    /** Whether the file with these contents is refused, and stays what it is. */
-    void refuses(const std::string& contents) const
+    /** Whether the file with these contents is refused by @p rule, and stays what it is. */
+    void refuses(const std::string& rule, const std::string& contents) const
     {
         SCOPED_TRACE(contents);
         support::writeFile(path, contents);
-        EXPECT_EQ(PrivateKey::loadOrCreate(path).error(), Error::refused);
+        EXPECT_REFUSED(rule, PrivateKey::loadOrCreate(path));
         EXPECT_EQ(support::contentsOf(path), contents);
         EXPECT_EQ(namesIn(directory), Names{"key.pem"});
     }
     /** Whether nothing comes of it where no file is. */
     void makesNothing() const
     {
-        EXPECT_EQ(PrivateKey::loadOrCreate(path).error(), Error::refused);
+        EXPECT_REFUSED("file.unwritable", PrivateKey::loadOrCreate(path));
         EXPECT_EQ(namesIn(directory), Names{});
     }
 };
@@ -184,13 +185,13 @@ TEST_F(LoadOrCreate, ReadsTheKeyThatIsThere)
 
 TEST_F(LoadOrCreate, NeverWritesToAFileThatHoldsNoKey)
 {
-    refuses("");
-    refuses("no key");
-    refuses(pemOf(*support::makeKey("RSA"), nullptr));
+    refuses("key.encoding", "");
+    refuses("key.encoding", "no key");
+    refuses("key.kind", pemOf(*support::makeKey("RSA"), nullptr));
     const support::PkeyPtr key = support::makeKey("prime256v1");
     const std::string pem = pemOf(*key, nullptr);
-    refuses(pemOf(*key, EVP_aes_128_cbc()));
-    refuses(pem.substr(0, pem.size() / 2));
+    refuses("key.encoding", pemOf(*key, EVP_aes_128_cbc()));
+    refuses("key.encoding", pem.substr(0, pem.size() / 2));
     // As it is, it is read.
     support::writeFile(path, pem);
     EXPECT_TRUE(PrivateKey::loadOrCreate(path));
@@ -204,11 +205,11 @@ TEST_F(LoadOrCreate, NeverWritesToAFileThatCannotBeReadForTheMoment)
     {
         support::FakeFiles device;
         device.fail(path, error);
-        EXPECT_EQ(PrivateKey::loadOrCreate(path).error(), Error::refused) << error;
+        EXPECT_REFUSED("file.unreadable", PrivateKey::loadOrCreate(path)) << error;
     }
     {
         FailCall failure{FailCall::opening, EMFILE, 1};
-        EXPECT_EQ(PrivateKey::loadOrCreate(path).error(), Error::refused);
+        EXPECT_REFUSED("file.unreadable", PrivateKey::loadOrCreate(path));
     }
     EXPECT_EQ(support::contentsOf(path), contents);
     EXPECT_EQ(namesIn(directory), Names{"key.pem"});
@@ -218,12 +219,12 @@ TEST_F(LoadOrCreate, NeverWritesToAFileThatCannotBeReadForTheMoment)
 TEST_F(LoadOrCreate, LeavesWhatIsNoFile)
 {
     std::filesystem::create_directory(path);
-    EXPECT_EQ(PrivateKey::loadOrCreate(path).error(), Error::refused);
+    EXPECT_REFUSED("key.encoding", PrivateKey::loadOrCreate(path));
     EXPECT_EQ(namesIn(directory), Names{"key.pem"});
     // Nor does it make what a link misses: a medium may not be mounted.
     const std::string link = directory / "link.pem";
     std::filesystem::create_symlink(directory / "elsewhere.pem", link);
-    EXPECT_EQ(PrivateKey::loadOrCreate(link).error(), Error::refused);
+    EXPECT_REFUSED("file.unreadable", PrivateKey::loadOrCreate(link));
     EXPECT_EQ(namesIn(directory), (Names{"key.pem", "link.pem"}));
 }
 
@@ -284,17 +285,18 @@ TEST_F(LoadOrCreate, MakesNothingThatMayNotLast)
     // The file is there, whole: the next start may find it, or make another one.
     Recorder recorder;
     recorder.failing = "fsync of the folder";
-    EXPECT_EQ(PrivateKey::loadOrCreate(path).error(), Error::refused);
+    EXPECT_REFUSED("file.unwritable", PrivateKey::loadOrCreate(path));
     EXPECT_TRUE(keyFileIsSound(path));
     EXPECT_EQ(namesIn(directory), Names{"key.pem"});
 }
 
 TEST_F(LoadOrCreate, MakesNothingWhereNoKeyCanBeMade)
 {
-    EXPECT_EQ(PrivateKey::loadOrCreate(directory / "none/key.pem").error(), Error::refused);
-    EXPECT_EQ(PrivateKey::loadOrCreate("/proc/key.pem").error(), Error::refused);
-    EXPECT_EQ(PrivateKey::loadOrCreate("").error(), Error::refused);
-    EXPECT_EQ(PrivateKey::loadOrCreate(std::string_view{"key\0.pem", 8}).error(), Error::zeroByte);
+    EXPECT_REFUSED("file.unwritable", PrivateKey::loadOrCreate(directory / "none/key.pem"));
+    EXPECT_REFUSED("file.unwritable", PrivateKey::loadOrCreate("/proc/key.pem"));
+    EXPECT_REFUSED("file.unwritable", PrivateKey::loadOrCreate(""));
+    EXPECT_REFUSED("argument.zero-byte",
+                   PrivateKey::loadOrCreate(std::string_view{"key\0.pem", 8}));
     // The library's own opening of the new file: the folder is opened before it.
     FailCall failure{FailCall::opening, EMFILE, 2};
     makesNothing();

@@ -63,6 +63,18 @@ int main()
     const DelegationRules rules{.roles = {{Role{"admin", Privilege::login}}}};
     static_cast<void>(rules);
 #endif
+#ifdef REFUSAL_OF_A_VERDICT_THAT_IS_GONE // deleted
+    static_cast<void>(validateToken("a.b.c", pair->privateKey).refusal());
+#endif
+#ifdef SUBJECT_OF_AN_ERROR_THAT_IS_GONE // deleted
+    static_cast<void>(randomToken(16).error().subject());
+#endif
+#ifdef RULE_FOR_AN_ERROR // conversion from 'bmcoauth_rule'
+    const Expected<Text> text = BMCOAUTH_RULE_TOKEN_EXPIRED;
+#endif
+#ifdef IGNORED_REASON // nodiscard
+    keyFileIsSound("key.pem");
+#endif
 #ifdef IGNORED_RESULT // nodiscard
     validateToken("a.b.c", pair->privateKey);
 #endif

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/fake_device.hpp"
+#include "support/refusals.hpp"
 
 #include <bmcoauth/cpp/authorize.hpp>
 #include <bmcoauth/cpp/issuing.hpp>
@@ -144,13 +145,13 @@ TEST_F(Granted, AreCarriedBySingleTokensToo)
     EXPECT_EQ(userPrivileges(verified(all)), Privileges{511});
     const Text none = token({}, own).value();
     EXPECT_EQ(userPrivileges(verified(none)), std::nullopt);
-    EXPECT_EQ(token(Privileges{}, own).error(), Error::refused);
+    EXPECT_REFUSED("argument.conflict", token(Privileges{}, own));
 }
 
 TEST_F(Granted, AreNotSaidTwice)
 {
     EXPECT_TRUE(issued({.scopes = own}));
-    EXPECT_EQ(issued({.scopes = own, .privileges = Privileges{}}).error(), Error::refused);
+    EXPECT_REFUSED("argument.conflict", issued({.scopes = own, .privileges = Privileges{}}));
 }
 
 TEST_F(Granted, LeaveNothingWhenMemoryRunsOut)

@@ -24,9 +24,14 @@ void plantRefusal()
     }
 }
 
+bool isPlanted(std::string_view subject)
+{
+    return subject == planted;
+}
+
 bool isPlantedRefusal()
 {
-    return std::string{lastRefusal().subject} == planted;
+    return isPlanted(lastRefusal().subject);
 }
 
 bmcoauth_refusal lastRefusal()

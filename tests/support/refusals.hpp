@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 namespace support
@@ -14,6 +15,9 @@ namespace support
 /** Makes a refusal of the test's own the last one of this thread, so that one which a call leaves
  *  behind can be told from an earlier one. */
 void plantRefusal();
+
+/** Whether @p subject is that of the planted one. */
+[[nodiscard]] bool isPlanted(std::string_view subject);
 
 /** Whether the last refusal of this thread is still the planted one. */
 [[nodiscard]] bool isPlantedRefusal();
@@ -24,8 +28,15 @@ void plantRefusal();
 /** The name of its rule; "nothing noted" where it is the planted one. */
 [[nodiscard]] std::string lastRule();
 
-/** The rule by which @p call refuses; "accepted" where it does not. A failure is null, false, or a
- *  number other than 1. */
+/** The name of the rule that @p error of the C++ layer carries, as lastRule gives it. */
+template <typename Error>
+[[nodiscard]] std::string ruleIn(const Error& error)
+{
+    return std::string{isPlanted(error.subject()) ? "nothing noted" : error.name()};
+}
+
+/** The rule by which @p call refuses; "accepted" where it does not. A failure is null, false, a
+ *  number other than 1, or an error of the C++ layer. */
 template <typename Call>
 [[nodiscard]] std::string ruleOf(const Call& call)
 {
@@ -33,8 +44,16 @@ template <typename Call>
     const auto result = call();
     using Result = std::remove_const_t<decltype(result)>;
     bool failed = false;
+    if constexpr (requires { result.error(); })
+    {
+        return result ? "accepted" : ruleIn(result.error());
+    }
+    else if constexpr (requires { result.refusal(); })
+    {
+        return result.refusal() == nullptr ? "accepted" : ruleIn(*result.refusal());
+    }
     // Pointers and their owners.
-    if constexpr (requires { result == nullptr; })
+    else if constexpr (requires { result == nullptr; })
     {
         failed = result == nullptr;
     }

@@ -4,7 +4,7 @@
 /* What goes into a call: borrowed texts and bytes, and the copies of them that the library is
  * given. */
 
-#include <bmcoauth/cpp/expected.hpp>
+#include <bmcoauth/cpp/refusal.hpp>
 
 #include <climits>
 
@@ -83,8 +83,8 @@ inline void wipe(void* data, std::size_t size) noexcept
 }
 
 /** Arguments holds the copies that a call passes on, with a zero byte behind each text, and wipes
- *  them afterwards. The first thing that goes wrong is kept: ask for `failure` once, before the
- *  call, since everything that is made after a failure is null. */
+ *  them afterwards. The first thing that goes wrong is kept, with the name of the argument: ask
+ *  `failed` once, before the call, since everything that is made after a failure is null. */
 class Arguments
 {
 public:
@@ -105,14 +105,18 @@ public:
         wipe(first.data(), firstUsed);
     }
 
-    /** A copy of `text`. */
-    [[nodiscard]] char* text(std::string_view text) noexcept
+    /** A copy of `text`, the argument `name` or one of its texts. */
+    [[nodiscard]] char* text(const char* name, std::string_view text, int index = -1) noexcept
     {
         if (text.find('\0') != std::string_view::npos)
         {
-            return fail(Error::zeroByte);
+            return fail(BMCOAUTH_RULE_ARGUMENT_ZERO_BYTE, name, index);
         }
-        auto* const copy = static_cast<char*>(take(text.size(), 1, 1));
+        if (text.size() >= static_cast<std::size_t>(INT_MAX))
+        {
+            return fail(BMCOAUTH_RULE_ARGUMENT_LENGTH, name, index);
+        }
+        auto* const copy = static_cast<char*>(take(text.size() + 1, 1));
         if (copy != nullptr)
         {
             if (!text.empty())
@@ -124,9 +128,10 @@ public:
         return copy;
     }
     /** Null for an absent text. */
-    [[nodiscard]] char* maybe(const std::optional<std::string_view>& given) noexcept
+    [[nodiscard]] char* maybe(const char* name,
+                              const std::optional<std::string_view>& given) noexcept
     {
-        return given ? text(*given) : nullptr;
+        return given ? text(name, *given) : nullptr;
     }
 
     /** The decimal text of `number`. */
@@ -135,23 +140,22 @@ public:
         std::array<char, 20> digits{};
         const std::to_chars_result end =
             std::to_chars(digits.data(), digits.data() + digits.size(), number);
-        return text(
-            std::string_view{digits.data(), static_cast<std::size_t>(end.ptr - digits.data())});
+        return text("", {digits.data(), static_cast<std::size_t>(end.ptr - digits.data())});
     }
 
-    /** `count` zeroed objects and one more, which ends the array. */
+    /** `count` zeroed objects for the argument `name` and one more, which ends the array. */
     template <typename T>
-    [[nodiscard]] T* array(std::size_t count) noexcept
+    [[nodiscard]] T* array(const char* name, std::size_t count) noexcept
     {
         static_assert(std::is_trivially_default_constructible_v<T> &&
                       std::is_trivially_destructible_v<T>);
         // NOLINTNEXTLINE(bugprone-sizeof-expression): some are arrays of pointers.
         constexpr std::size_t one = sizeof(T);
-        if (count > PTRDIFF_MAX / one - 1)
+        if (count > static_cast<std::size_t>(INT_MAX) / one - 1)
         {
-            return fail(Error::tooLong);
+            return fail(BMCOAUTH_RULE_ARGUMENT_LENGTH, name);
         }
-        void* const objects = take(count * one, one, alignof(T));
+        void* const objects = take((count + 1) * one, alignof(T));
         if (objects == nullptr)
         {
             return nullptr;
@@ -162,49 +166,55 @@ public:
 
     /** A null-ended array of these texts, of `char*` or `const char*`. */
     template <typename Pointer = char*>
-    [[nodiscard]] Pointer* texts(TextSpan texts) noexcept
+    [[nodiscard]] Pointer* texts(const char* name, TextSpan texts) noexcept
     {
-        Pointer* const copies = array<Pointer>(texts.size());
+        Pointer* const copies = array<Pointer>(name, texts.size());
         for (std::size_t i = 0; copies != nullptr && i < texts.size(); ++i)
         {
-            copies[i] = text(texts[i]);
+            copies[i] = text(name, texts[i], static_cast<int>(i));
         }
         return copies;
     }
     /** The same, and null for none, where the library takes a null pointer for that. */
     template <typename Pointer = char*>
-    [[nodiscard]] Pointer* textsOrNull(TextSpan list) noexcept
+    [[nodiscard]] Pointer* textsOrNull(const char* name, TextSpan list) noexcept
     {
-        return list.empty() ? nullptr : texts<Pointer>(list);
+        return list.empty() ? nullptr : texts<Pointer>(name, list);
     }
 
-    /** A length as the library counts it. */
+    /** The length of the argument `name`, as the library counts it. */
     template <typename Count>
-    [[nodiscard]] Count length(std::size_t size) noexcept
+    [[nodiscard]] Count length(const char* name, std::size_t size) noexcept
     {
         if (size > static_cast<std::size_t>(INT_MAX))
         {
-            fail(Error::tooLong);
+            fail(BMCOAUTH_RULE_ARGUMENT_LENGTH, name);
             return 0;
         }
         return static_cast<Count>(size);
     }
 
     /** Null, for the callers here that give back a pointer. */
-    std::nullptr_t fail(Error error) noexcept
+    std::nullptr_t fail(Rule rule, const char* name = "", int index = -1) noexcept
     {
-        if (!failed)
+        if (!failed())
         {
-            failed = true;
-            problem = error;
+            problem = rule;
+            subject = name;
+            place = index;
         }
         return nullptr;
     }
 
-    /** What has gone wrong, if anything has. */
-    [[nodiscard]] std::optional<Error> failure() const noexcept
+    /** Whether something has gone wrong. */
+    [[nodiscard]] bool failed() const noexcept
     {
-        return failed ? std::optional{problem} : std::nullopt;
+        return problem != Rule{};
+    }
+    /** What has gone wrong. */
+    [[nodiscard]] Error failure() const noexcept
+    {
+        return Error{problem, subject, place};
     }
 
 private:
@@ -214,18 +224,13 @@ private:
         std::size_t size;
     };
 
-    /** Room for `size` bytes and `more`, which does not count as too long by itself. */
-    [[nodiscard]] void* take(std::size_t size, std::size_t more, std::size_t alignment) noexcept
+    /** Room for `wanted` bytes. */
+    [[nodiscard]] void* take(std::size_t wanted, std::size_t alignment) noexcept
     {
-        if (failed)
+        if (failed())
         {
             return nullptr;
         }
-        if (size > static_cast<std::size_t>(INT_MAX) - more)
-        {
-            return fail(Error::tooLong);
-        }
-        const std::size_t wanted = size + more;
         std::size_t start = (used + alignment - 1) & ~(alignment - 1);
         if (start > room || wanted > room - start)
         {
@@ -253,7 +258,7 @@ private:
         void* const block = std::malloc(header + size);
         if (block == nullptr)
         {
-            fail(Error::noMemory);
+            fail(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
             return false;
         }
         chunks = new (block) Chunk{chunks, header + size};
@@ -270,9 +275,10 @@ private:
     std::size_t room = first.size();
     std::size_t used = 0;
     Chunk* chunks = nullptr;
-    // Kept as an optional, GCC 12 warns of its value where the sanitizers are on.
-    bool failed = false;
-    Error problem = Error::refused;
+    // What an Error is made of, which would be much to put on the stack of every call.
+    Rule problem{};
+    const char* subject = "";
+    int place = -1;
 };
 
 } // namespace detail

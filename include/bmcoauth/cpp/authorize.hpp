@@ -60,7 +60,7 @@ public:
     /** The request that the JSON text `text` holds: parse_authorize_request. */
     [[nodiscard]] static Expected<TokenRequest> parse(std::string_view text)
     {
-        return detail::made<TokenRequest>(::parse_authorize_request, text);
+        return detail::made<TokenRequest>(::parse_authorize_request, {{"text", text}});
     }
 
     /** A request of these parts: create_authorize_request, which fails here where a part of
@@ -68,36 +68,47 @@ public:
     [[nodiscard]] static Expected<TokenRequest> of(const TokenRequestParts& parts)
     {
         detail::Arguments in;
-        const char* const secret = in.text(parts.clientSecret);
-        const char* const id = in.text(parts.clientId);
-        const char* const state = in.text(parts.state);
-        const char* const refresh = in.maybe(parts.refreshToken);
-        auto* const policy = in.array<KestPolicyAuth>(parts.policy.size());
+        const char* const secret = in.text("clientSecret", parts.clientSecret);
+        const char* const id = in.text("clientId", parts.clientId);
+        const char* const state = in.text("state", parts.state);
+        const char* const refresh = in.maybe("refreshToken", parts.refreshToken);
+        auto* const policy = in.array<KestPolicyAuth>("policy", parts.policy.size());
         for (std::size_t i = 0; policy != nullptr && i < parts.policy.size(); ++i)
         {
-            policy[i] = {in.text(parts.policy[i].name), in.text(parts.policy[i].value)};
+            policy[i] = {in.text("policy", parts.policy[i].name, static_cast<int>(i)),
+                         in.text("policy", parts.policy[i].value, static_cast<int>(i))};
         }
-        if (in.failure())
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
         TokenRequest request{::create_authorize_request(
             secret, id, state, nullptr, parts.policy.empty() ? nullptr : policy,
             parts.handshake == nullptr ? nullptr : parts.handshake->get(), refresh)};
-        if (!request || (refresh != nullptr && !request.refreshToken()) ||
+        if (!request)
+        {
+            return Error::last();
+        }
+        if ((refresh != nullptr && !request.refreshToken()) ||
             (!parts.policy.empty() && request.get()->policy == nullptr))
         {
-            return Error::refused;
+            return Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED};
         }
         return request;
     }
 
-    /** Its JSON text: write_authorize_request; Error::missing where that would throw. */
+    /** Its JSON text: write_authorize_request; refused where that would throw. */
     [[nodiscard]] Expected<Text> write() const
     {
-        if (!clientId() || !clientSecret() || !state() || hasEmptyParameter())
+        if (const Expected<void> whole = detail::requireAll(
+                {{"client_id", clientId()}, {"client_secret", clientSecret()}, {"state", state()}});
+            !whole)
         {
-            return Error::missing;
+            return whole.error();
+        }
+        if (hasEmptyParameter())
+        {
+            return Error{BMCOAUTH_RULE_DOCUMENT_EMPTY, "handshake"};
         }
         return detail::ownedOrRefused<Text>(::write_authorize_request(get()));
     }
@@ -171,22 +182,30 @@ public:
     /** The response that the JSON text `text` holds: parse_authorize_response. */
     [[nodiscard]] static Expected<TokenResponse> parse(std::string_view text)
     {
-        return detail::made<TokenResponse>(::parse_authorize_response, text);
+        return detail::made<TokenResponse>(::parse_authorize_response, {{"text", text}});
     }
     /** A response of these parts: create_authorize_response. */
     [[nodiscard]] static Expected<TokenResponse> of(const TokenResponseParts& parts)
     {
-        return detail::made<TokenResponse>(::create_authorize_response, parts.state,
-                                           parts.accessToken, parts.refreshToken, parts.expiresIn,
-                                           parts.tokenType);
+        return detail::made<TokenResponse>(::create_authorize_response,
+                                           {{"state", parts.state},
+                                            {"accessToken", parts.accessToken},
+                                            {"refreshToken", parts.refreshToken},
+                                            {"expiresIn", parts.expiresIn},
+                                            {"tokenType", parts.tokenType}});
     }
 
-    /** Its JSON text: write_authorize_response; Error::missing where that would throw. */
+    /** Its JSON text: write_authorize_response; refused where that would throw. */
     [[nodiscard]] Expected<Text> write() const
     {
-        if (!accessToken() || !state() || !refreshToken() || !expiresIn() || !tokenType())
+        if (const Expected<void> whole = detail::requireAll({{"access_token", accessToken()},
+                                                             {"state", state()},
+                                                             {"refresh_token", refreshToken()},
+                                                             {"expires_in", expiresIn()},
+                                                             {"token_type", tokenType()}});
+            !whole)
         {
-            return Error::missing;
+            return whole.error();
         }
         return detail::ownedOrRefused<Text>(::write_authorize_response(get()));
     }
@@ -241,7 +260,7 @@ struct TokenGrant
     /** The claim "scope". */
     Borrowed<ScopeEntry> scopes = {};
     /** What the subject may do: the scope entry "USER_PRIV", which userPrivileges reads. `scopes`
-     *  must not have one of its own then (Error::refused). */
+     *  must not have one of its own then. */
     std::optional<Privileges> privileges = {};
 };
 
@@ -250,29 +269,33 @@ struct TokenGrant
 [[nodiscard]] inline Expected<TokenResponse> issueTokens(const TokenGrant& grant,
                                                          const PrivateKey& key)
 {
-    if (key.der().empty() || grant.lifetimeSeconds == 0)
+    if (key.der().empty())
     {
-        return Error::missing;
+        return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "key"};
+    }
+    if (grant.lifetimeSeconds == 0)
+    {
+        return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "lifetimeSeconds"};
     }
     detail::Arguments in;
-    const char* const state = in.text(grant.state);
-    char* const subject = in.maybe(grant.subject);
-    char* const issuer = in.maybe(grant.issuer);
+    const char* const state = in.text("state", grant.state);
+    char* const subject = in.maybe("subject", grant.subject);
+    char* const issuer = in.maybe("issuer", grant.issuer);
     const char* const lifetime = in.decimal(grant.lifetimeSeconds);
-    const char* const tokenType = in.text(grant.tokenType);
+    const char* const tokenType = in.text("tokenType", grant.tokenType);
     const detail::ScopeEntries scopes{in, grant.scopes, grant.privileges};
     AuthorizeClaims claims{.subject = subject,
                            .issuer = issuer,
                            .scopes = scopes.entries,
                            .scope_count = scopes.count};
-    if (in.failure())
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     const TokenResponse settings{::configure_auth_response(lifetime, tokenType)};
     if (!settings)
     {
-        return Error::refused;
+        return Error::last();
     }
     return detail::ownedOrRefused<TokenResponse>(
         ::authorize_client(state, key.der().data(), static_cast<unsigned int>(key.der().size()),
@@ -283,7 +306,7 @@ struct TokenGrant
  *  signed with a key that is thrown away: client_authorize. */
 [[nodiscard]] inline Expected<Text> issueUnverifiableTokens(std::string_view request)
 {
-    return detail::made<Text>(::client_authorize, request);
+    return detail::made<Text>(::client_authorize, {{"request", request}});
 }
 
 } // namespace v1

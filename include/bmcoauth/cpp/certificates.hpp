@@ -45,49 +45,49 @@ using Certificate = std::unique_ptr<X509, CertificateReleaser>;
 /** The PEM text of a certificate's bare Base64: recreate_x509_cert. */
 [[nodiscard]] inline Expected<Text> certificatePem(std::string_view body)
 {
-    return detail::made<Text>(::recreate_x509_cert, body);
+    return detail::made<Text>(::recreate_x509_cert, {{"body", body}});
 }
 
 /** The first certificate of a PEM text: getX509Cert. */
 [[nodiscard]] inline Expected<Certificate> readCertificate(std::string_view pem)
 {
-    return detail::made<Certificate>(::getX509Cert, pem);
+    return detail::made<Certificate>(::getX509Cert, {{"pem", pem}});
 }
 
 namespace detail
 {
 
+/** The certificate of this bare Base64. */
+[[nodiscard]] inline Expected<Certificate> certificateOf(std::string_view body)
+{
+    return certificatePem(body).and_then([](const Text& pem) { return readCertificate(pem); });
+}
+
 /** Whether both texts are the same, or else the bare Base64 of the same certificate. */
-[[nodiscard]] inline bool isSameCertificate(std::string_view left, std::string_view right)
+[[nodiscard]] inline Expected<void> requireSame(std::string_view left, std::string_view right)
 {
     if (left == right)
     {
-        return true;
+        return {};
     }
-    const Expected<Text> leftPem = certificatePem(left);
-    const Expected<Text> rightPem = certificatePem(right);
-    if (!leftPem || !rightPem)
+    const Expected<Certificate> first = certificateOf(left);
+    const Expected<Certificate> second = certificateOf(right);
+    if (!first || !second)
     {
-        return false;
+        return first ? second.error() : first.error();
     }
-    const Expected<Certificate> first = readCertificate(*leftPem);
-    const Expected<Certificate> second = readCertificate(*rightPem);
     // The comparison may leave errors that the next user of OpenSSL would take for its own.
     ERR_set_mark();
-    const bool same = first && second && X509_cmp(first->get(), second->get()) == 0;
+    const bool same = X509_cmp(first->get(), second->get()) == 0;
     ERR_pop_to_mark();
-    return same;
+    if (!same)
+    {
+        return Error{BMCOAUTH_RULE_CHAIN_ENDS, "x5c"};
+    }
+    return {};
 }
 
 } // namespace detail
-
-/** What verifying a chain has shown. */
-enum class Chain
-{
-    verified,   /**< it leads to a factory root */
-    refused,    /**< it does not, or a root's file is not there */
-    unreadable, /**< there is no chain, or a certificate that takes part cannot be read */
-};
 
 /** CertificateKey owns a certificate key, a parameter list whose "x5c" values are a chain.
  *
@@ -101,11 +101,11 @@ public:
     [[nodiscard]] static Expected<CertificateKey> fromPem(std::string_view chain)
     {
         detail::Arguments in;
-        const char* const pem = in.text(chain);
-        const auto length = in.length<unsigned int>(chain.size());
-        if (in.failure())
+        const char* const pem = in.text("chain", chain);
+        const auto length = in.length<unsigned int>("chain", chain.size());
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
         return detail::ownedOrRefused<ParameterList>(::encode_x509_jwk(pem, length)).and_then(made);
     }
@@ -129,22 +129,26 @@ public:
     }
     /** Whether the key is that of a device which the factory made, and which has the common name;
      *  without a `commonName` every name will do: firstIsLast, and isValidRaw. */
-    [[nodiscard]] bool isValid(std::optional<std::string_view> commonName = {}) const
+    [[nodiscard]] Expected<void> isValid(std::optional<std::string_view> commonName = {}) const
     {
-        return firstIsLast() && isValidRaw(commonName);
+        return firstIsLast().and_then([&] { return isValidRaw(commonName); });
     }
     /** validate_x509_jwk as it is: whether the first certificate has the common name, and the chain
      *  of the last one verifies. NOTE: the two may belong to different parties; use isValid to
      *  decide about anybody. */
-    [[nodiscard]] bool isValidRaw(std::optional<std::string_view> commonName = {}) const
+    [[nodiscard]] Expected<void> isValidRaw(std::optional<std::string_view> commonName = {}) const
     {
         detail::Arguments in;
-        const char* const name = in.maybe(commonName);
-        return !in.failure() && ::validate_x509_jwk(list.get(), name) == 1;
+        const char* const name = in.maybe("commonName", commonName);
+        if (in.failed())
+        {
+            return in.failure();
+        }
+        return detail::doneOrRefused(::validate_x509_jwk(list.get(), name));
     }
     /** Whether the first certificate and the last one are the same, so that names, public keys and
-     *  chain speak of one party. Texts that differ are read; false if one of them cannot be. */
-    [[nodiscard]] bool firstIsLast() const
+     *  chain speak of one party. Texts that differ are read; refused if one of them cannot be. */
+    [[nodiscard]] Expected<void> firstIsLast() const
     {
         const TextRange certificates{chain()};
         std::string_view last;
@@ -152,18 +156,17 @@ public:
         {
             last = certificate;
         }
-        return !certificates.empty() && detail::isSameCertificate(*certificates.begin(), last);
-    }
-    /** Where the last certificate of the chain leads: chainVerify. It says nothing of the first,
-     *  whose name and public key count. */
-    [[nodiscard]] Chain verifyChain() const
-    {
-        const int result = ::chainVerify(list.get());
-        if (result < 0)
+        if (certificates.empty())
         {
-            return Chain::unreadable;
+            return Error{BMCOAUTH_RULE_CERTIFICATE_MISSING, "x5c"};
         }
-        return result == 1 ? Chain::verified : Chain::refused;
+        return detail::requireSame(*certificates.begin(), last);
+    }
+    /** Whether the last certificate of the chain leads to a factory root: chainVerify. It says
+     *  nothing of the first, whose name and public key count. */
+    [[nodiscard]] Expected<void> verifyChain() const
+    {
+        return detail::doneOrRefused(::chainVerify(list.get()));
     }
 
 private:
@@ -203,10 +206,10 @@ public:
     [[nodiscard]] static Expected<CertificateKeyList> of(std::span<const CertificateKey> keys)
     {
         detail::Arguments in;
-        HandshakePayload** const list = in.array<HandshakePayload*>(keys.size());
-        if (in.failure())
+        HandshakePayload** const list = in.array<HandshakePayload*>("keys", keys.size());
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
         for (std::size_t i = 0; i < keys.size(); ++i)
         {
@@ -219,24 +222,28 @@ public:
 /** The certificate's common name, cut to 24 bytes: get_x509_CN. */
 [[nodiscard]] inline Expected<Text> commonName(std::string_view pem)
 {
-    return detail::made<Text>(::get_x509_CN, pem);
+    return detail::made<Text>(::get_x509_CN, {{"pem", pem}});
 }
 
 /** Whether the certificate is readable and, where one is given, bears the common name:
  *  validateX509. */
-[[nodiscard]] inline bool isCertificate(std::string_view pem,
-                                        std::optional<std::string_view> commonName = {})
+[[nodiscard]] inline Expected<void> isCertificate(std::string_view pem,
+                                                  std::optional<std::string_view> commonName = {})
 {
     detail::Arguments in;
-    const char* const pemText = in.text(pem);
-    const char* const name = in.maybe(commonName);
-    return !in.failure() && ::validateX509(pemText, name) == 1;
+    const char* const pemText = in.text("pem", pem);
+    const char* const name = in.maybe("commonName", commonName);
+    if (in.failed())
+    {
+        return in.failure();
+    }
+    return detail::doneOrRefused(::validateX509(pemText, name));
 }
 
 /** The EC public key of a certificate, which is not verified: get_EC_pubKey. */
 [[nodiscard]] inline Expected<EcKey> ecKeyOfCertificate(std::string_view pem)
 {
-    return detail::made<EcKey>(::get_EC_pubKey, pem);
+    return detail::made<EcKey>(::get_EC_pubKey, {{"pem", pem}});
 }
 
 /** Whether the device bears the marker under which development roots are trusted: isDeviceVorn. */

@@ -78,16 +78,16 @@ public:
     Expected<void> setString(std::string_view key, std::string_view value)
     {
         detail::Arguments in;
-        const char* const name = in.text(key);
-        const char* const valueText = in.text(value);
+        const char* const name = in.text("key", key);
+        const char* const valueText = in.text("value", value);
         return change(in, [&](char** raw) { return ::set_value_char(raw, name, valueText); });
     }
     /** Sets the member `key` to an array of these strings: set_value_chararray. */
     Expected<void> setStrings(std::string_view key, TextSpan values)
     {
         detail::Arguments in;
-        const char* const name = in.text(key);
-        char** const array = in.texts(values);
+        const char* const name = in.text("key", key);
+        char** const array = in.texts("values", values);
         return change(
             in, [&](char** document) { return ::set_value_chararray(document, name, array); });
     }
@@ -95,14 +95,14 @@ public:
     Expected<void> remove(std::string_view key)
     {
         detail::Arguments in;
-        const char* const name = in.text(key);
+        const char* const name = in.text("key", key);
         return change(in, [&](char** raw) { return ::set_value_char(raw, name, nullptr); });
     }
     /** Merges the members of the JSON object `other` into this one: merge_doc. */
     Expected<void> merge(std::string_view other)
     {
         detail::Arguments in;
-        const char* const otherText = in.text(other);
+        const char* const otherText = in.text("other", other);
         return change(in, [&](char** raw) { return ::merge_doc(raw, otherText); });
     }
     /** Where this is an EC or RSA JSON Web Key, adds its public key in PEM form, by which delegated
@@ -123,15 +123,15 @@ private:
                                        std::string_view key) const
     {
         detail::Arguments in;
-        const char* const name = in.text(key);
-        if (in.failure())
+        const char* const name = in.text("key", key);
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
         Raw value{};
         if (reader(text.c_str(), name, &value) != 1)
         {
-            return Error::refused;
+            return Error::last();
         }
         return Owner{value};
     }
@@ -139,9 +139,9 @@ private:
     template <typename Call>
     [[nodiscard]] Expected<void> change(const detail::Arguments& in, const Call& call)
     {
-        if (in.failure())
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
         char* raw = text.release();
         const int result = call(&raw);

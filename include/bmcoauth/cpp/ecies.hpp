@@ -64,7 +64,7 @@ struct EnvelopeView
     char* iv = nullptr;
     if (::generateRandomIV(&iv) != 1)
     {
-        return Error::refused;
+        return Error::last();
     }
     return Text{iv};
 }
@@ -76,9 +76,8 @@ inline constexpr std::size_t mostSealedBytes = 73710;
 /** Seals a text for a peer under a fresh IV, so that `open` gives back exactly this text:
  *  ecies_encrypt.
  *
- *  The text is one byte long at least, holds no zero byte (Error::zeroByte) and at most
- *  mostSealedBytes bytes (Error::tooLong), one less if it ends with a line feed: sealBytes takes any
- *  bytes. */
+ *  The text is one byte long at least, holds no zero byte and at most mostSealedBytes bytes, one
+ *  less if it ends with a line feed: sealBytes takes any bytes. */
 [[nodiscard]] inline Expected<Envelope> seal(std::string_view data, const CertificateKey& peer,
                                              const PrivateKey& key)
 {
@@ -88,14 +87,14 @@ inline constexpr std::size_t mostSealedBytes = 73710;
     const std::size_t size = data.size() + (line ? 1 : 0);
     if (size > mostSealedBytes)
     {
-        return Error::tooLong;
+        return Error{BMCOAUTH_RULE_ENVELOPE_LENGTH, "data"};
     }
     detail::Arguments in;
-    char* const text = in.text(data);
+    char* const text = in.text("data", data);
     Expected<Text> iv = randomIv();
-    if (in.failure() || !iv)
+    if (in.failed() || !iv)
     {
-        return in.failure() ? *in.failure() : iv.error();
+        return in.failed() ? in.failure() : iv.error();
     }
     if (line)
     {
@@ -109,7 +108,7 @@ inline constexpr std::size_t mostSealedBytes = 73710;
                                     iv->c_str())};
     if (ciphertext.view().empty())
     {
-        return Error::refused;
+        return Error::last();
     }
     return Envelope{std::move(ciphertext), Text{mac}, std::move(*iv)};
 }
@@ -158,12 +157,12 @@ private:
                                            const PrivateKey& key)
 {
     detail::Arguments in;
-    const char* const ciphertext = in.text(envelope.ciphertext);
-    const char* const mac = in.text(envelope.mac);
-    const char* const iv = in.text(envelope.iv);
-    if (in.failure())
+    const char* const ciphertext = in.text("ciphertext", envelope.ciphertext);
+    const char* const mac = in.text("mac", envelope.mac);
+    const char* const iv = in.text("iv", envelope.iv);
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     HandshakePayload* peerRecord = peer.parameters().get();
     unsigned int length = 0;
@@ -172,12 +171,12 @@ private:
                         mac, &peerRecord, iv);
     if (plaintext == nullptr)
     {
-        return Error::refused;
+        return Error::last();
     }
     return Opened{Bytes{plaintext, length}};
 }
 
-/** Opens an envelope of sealBytes; Error::refused also if it holds no Base64. */
+/** Opens an envelope of sealBytes; refused also if it does not hold Base64. */
 [[nodiscard]] inline Expected<Bytes> openBytes(const EnvelopeView& envelope,
                                                const CertificateKey& peer, const PrivateKey& key)
 {
@@ -190,12 +189,12 @@ private:
 inline Expected<void> attach(ParameterList& response, const EnvelopeView& envelope)
 {
     detail::Arguments in;
-    const char* const ciphertext = in.text(envelope.ciphertext);
-    const char* const mac = in.text(envelope.mac);
-    const char* const iv = in.text(envelope.iv);
-    if (in.failure())
+    const char* const ciphertext = in.text("ciphertext", envelope.ciphertext);
+    const char* const mac = in.text("mac", envelope.mac);
+    const char* const iv = in.text("iv", envelope.iv);
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     HandshakePayload* list = response.release();
     const int result = ::appendSSLCertToResponse(&list, ciphertext, mac, iv);

@@ -32,9 +32,12 @@ inline namespace v1
 [[nodiscard]] inline Expected<Text> randomHex(unsigned int count)
 {
     std::array<char, 36> digits{};
-    const bool made =
-        count <= 16 && ::issueRandomBytesInHex(digits.data(), static_cast<int>(count)) == 1;
-    Expected<Text> result = made ? Text::copy(digits.data()) : Expected<Text>{Error::refused};
+    if (count > 16)
+    {
+        return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "count"};
+    }
+    const bool made = ::issueRandomBytesInHex(digits.data(), static_cast<int>(count)) == 1;
+    Expected<Text> result = made ? Text::copy(digits.data()) : Error::last();
     detail::wipe(digits.data(), digits.size());
     return result;
 }
@@ -44,14 +47,14 @@ inline namespace v1
 {
     if (bytes.size() > static_cast<std::size_t>(INT_MAX))
     {
-        return Error::tooLong;
+        return Error{BMCOAUTH_RULE_ARGUMENT_LENGTH, "bytes"};
     }
     char* text = nullptr;
     // No bytes may well have no address.
     const void* const data = bytes.empty() ? static_cast<const void*>("") : bytes.data();
     if (::base64encode(data, &text, static_cast<int>(bytes.size())) != 1)
     {
-        return Error::refused;
+        return Error::last();
     }
     return Text{text};
 }
@@ -70,16 +73,16 @@ inline namespace v1
 [[nodiscard]] inline Expected<Bytes> decodeBase64Url(std::string_view text)
 {
     detail::Arguments in;
-    const char* const encoded = in.text(text);
-    if (in.failure())
+    const char* const encoded = in.text("text", text);
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     char* bytes = nullptr;
     int length = 0;
     if (::base64URIdecode(encoded, &bytes, &length) != 1)
     {
-        return Error::refused;
+        return Error::last();
     }
     return Bytes{bytes, static_cast<std::size_t>(length)};
 }

@@ -24,12 +24,12 @@ inline namespace v1
                                                   std::optional<std::string_view> uri = {})
 {
     detail::Arguments in;
-    const char* const descriptionText = in.maybe(description);
-    const char* const resolutionText = in.maybe(resolution);
-    const char* const uriText = in.maybe(uri);
-    if (in.failure())
+    const char* const descriptionText = in.maybe("description", description);
+    const char* const resolutionText = in.maybe("resolution", resolution);
+    const char* const uriText = in.maybe("uri", uri);
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     return detail::ownedOrRefused<Text>(
         ::write_oauth_error(code, descriptionText, resolutionText, uriText));

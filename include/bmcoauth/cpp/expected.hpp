@@ -4,6 +4,7 @@
 /* What a call that can fail gives. */
 
 #include <bmcoauth/cpp/language.hpp>
+#include <bmcoauth/cpp/refusal.hpp>
 
 #include <cstdlib>
 #include <functional>
@@ -17,16 +18,6 @@ namespace bmcoauth
 inline namespace v1
 {
 
-/** Why a call gave nothing. */
-enum class Error
-{
-    refused,  /**< the library's failure: whatever its comment names */
-    zeroByte, /**< a text holds a zero byte */
-    tooLong,  /**< a length is beyond what the library counts */
-    missing,  /**< what must be there is not: an empty key, a record's mandatory text */
-    noMemory, /**< there was no memory for the copies of the arguments */
-};
-
 // The names are those of the standard library, so that a template takes std::expected as well.
 // NOLINTBEGIN(readability-identifier-naming)
 
@@ -37,11 +28,11 @@ class Unexpected
 {
 public:
     /** Holds `error`. */
-    explicit Unexpected(E error) noexcept : held{error}
+    explicit Unexpected(const E& error) noexcept : held{error}
     {
     }
     /** The error. */
-    [[nodiscard]] E error() const noexcept
+    [[nodiscard]] const E& error() const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return held;
     }
@@ -137,11 +128,11 @@ public:
     {
     }
     /** Holds the error. */
-    Expected(E error) noexcept : content{std::in_place_index<1>, error}
+    Expected(const E& error) noexcept : content{std::in_place_index<1>, error}
     {
     }
     /** Holds the error. */
-    Expected(Unexpected<E> unexpected) noexcept : Expected{unexpected.error()}
+    Expected(const Unexpected<E>& unexpected) noexcept : Expected{unexpected.error()}
     {
     }
 
@@ -200,7 +191,12 @@ public:
     const T* operator->() const&& = delete;
 
     /** The error. Ends the program if there is a value. */
-    [[nodiscard]] E error() const noexcept
+    [[nodiscard]] const E& error() const& noexcept BMCOAUTH_LIFETIMEBOUND
+    {
+        return *there(std::get_if<1>(&content));
+    }
+    /** The error itself. */
+    [[nodiscard]] E error() && noexcept
     {
         return *there(std::get_if<1>(&content));
     }
@@ -258,23 +254,24 @@ public:
 
     /** Returns a copy of the value, or `next(error)`, which is an Expected of the same value type. */
     template <typename Next>
-    [[nodiscard]] std::remove_cvref_t<std::invoke_result_t<Next, E>> or_else(Next&& next) const&
+    [[nodiscard]] std::remove_cvref_t<std::invoke_result_t<Next, const E&>>
+    or_else(Next&& next) const&
     {
         if (has_value())
         {
             return value();
         }
-        return std::invoke(std::forward<Next>(next), error());
+        return std::invoke(std::forward<Next>(next), std::as_const(*this).error());
     }
     /** Moves the value into the result. */
     template <typename Next>
-    [[nodiscard]] std::remove_cvref_t<std::invoke_result_t<Next, E>> or_else(Next&& next) &&
+    [[nodiscard]] std::remove_cvref_t<std::invoke_result_t<Next, const E&>> or_else(Next&& next) &&
     {
         if (has_value())
         {
             return std::move(*this).value();
         }
-        return std::invoke(std::forward<Next>(next), error());
+        return std::invoke(std::forward<Next>(next), std::as_const(*this).error());
     }
 
 private:
@@ -305,11 +302,11 @@ public:
 
     Expected() noexcept = default;
     /** Holds the error. */
-    Expected(E error) noexcept : failure{error}
+    Expected(const E& error) noexcept : failure{error}
     {
     }
     /** Holds the error. */
-    Expected(Unexpected<E> unexpected) noexcept : Expected{unexpected.error()}
+    Expected(const Unexpected<E>& unexpected) noexcept : Expected{unexpected.error()}
     {
     }
 
@@ -337,13 +334,18 @@ public:
         value();
     }
     /** The error. Ends the program if there is none. */
-    [[nodiscard]] E error() const noexcept
+    [[nodiscard]] const E& error() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         if (!failure)
         {
             std::abort();
         }
         return *failure;
+    }
+    /** The error itself. */
+    [[nodiscard]] E error() && noexcept
+    {
+        return std::as_const(*this).error();
     }
 
     /** Returns `next()`, which is an Expected with the same type of error, or the error. */
@@ -360,13 +362,14 @@ public:
     }
     /** Returns success, or `next(error)`, which is an Expected<void>. */
     template <typename Next>
-    [[nodiscard]] std::remove_cvref_t<std::invoke_result_t<Next, E>> or_else(Next&& next) const
+    [[nodiscard]] std::remove_cvref_t<std::invoke_result_t<Next, const E&>>
+    or_else(Next&& next) const
     {
         if (has_value())
         {
             return {};
         }
-        return std::invoke(std::forward<Next>(next), error());
+        return std::invoke(std::forward<Next>(next), std::as_const(*this).error());
     }
 
 private:

@@ -33,8 +33,8 @@ enum class Proofs : unsigned int
 [[nodiscard]] inline bool isCertificateType(std::string_view type)
 {
     detail::Arguments in;
-    const char* const typeText = in.text(type);
-    return !in.failure() && ::compareSoftwareCertTag(typeText);
+    const char* const typeText = in.text("type", type);
+    return !in.failed() && ::compareSoftwareCertTag(typeText);
 }
 
 namespace detail
@@ -47,7 +47,7 @@ namespace detail
     if (::generateServerHandshakeChallenge(types, static_cast<unsigned int>(proofs), &challenge) !=
         1)
     {
-        return Error::refused;
+        return Error::last();
     }
     return ParameterList{challenge};
 }
@@ -59,10 +59,10 @@ namespace detail
 [[nodiscard]] inline Expected<ParameterList> serverChallenge(TextSpan types, Proofs proofs)
 {
     detail::Arguments in;
-    char** const list = in.texts(types);
-    if (in.failure())
+    char** const list = in.texts("types", types);
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     return detail::madeServerChallenge(list, proofs);
 }
@@ -79,15 +79,15 @@ namespace detail
 [[nodiscard]] inline Expected<ParameterList> clientChallenge(TextSpan types, unsigned int count)
 {
     detail::Arguments in;
-    char** const list = in.texts(types);
-    if (in.failure())
+    char** const list = in.texts("types", types);
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     HandshakePayload* challenge = nullptr;
     if (::generateClientHandshakeChallenge(list, count, &challenge) != 1)
     {
-        return Error::refused;
+        return Error::last();
     }
     return ParameterList{challenge};
 }
@@ -97,16 +97,16 @@ namespace detail
                                                     unsigned int tokens, unsigned int tokenLength)
 {
     detail::Arguments in;
-    const char* const prefixText = in.text(prefix);
-    const int length = in.length<int>(tokenLength);
-    if (in.failure())
+    const char* const prefixText = in.text("prefix", prefix);
+    const int length = in.length<int>("tokenLength", tokenLength);
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     char* text = nullptr;
     if (::generateKeyTool(prefixText, keys, tokens, length, &text) != 1)
     {
-        return Error::refused;
+        return Error::last();
     }
     return Text{text};
 }
@@ -127,11 +127,11 @@ struct Credentials
                                                      const Credentials& credentials)
 {
     detail::Arguments in;
-    const char* const secrets = in.text(credentials.secrets);
-    const auto length = in.length<unsigned int>(credentials.secrets.size());
-    if (in.failure())
+    const char* const secrets = in.text("secrets", credentials.secrets);
+    const auto length = in.length<unsigned int>("secrets", credentials.secrets.size());
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     const ByteSpan der = credentials.key == nullptr ? ByteSpan{} : credentials.key->der();
     HandshakePayload* certificate =
@@ -140,39 +140,72 @@ struct Credentials
     if (!::generateHandshakeResponse(challenge.get(), secrets, length, &certificate, &response,
                                      der.data(), static_cast<unsigned int>(der.size())))
     {
-        return Error::refused;
+        return Error::last();
     }
     return ParameterList{response};
 }
+
+namespace detail
+{
+
+/** Refuses unless there is one proof for each type, and the certificate's type is the last. */
+[[nodiscard]] inline Expected<void> requirePairs(const ParameterList& challenge,
+                                                 const ParameterList& response)
+{
+    const Expected<Texts> types = challenge.values("T");
+    if (!types)
+    {
+        return types.error();
+    }
+    const Expected<Texts> proofs = response.values("R");
+    if (!proofs)
+    {
+        return proofs.error();
+    }
+    const auto count = static_cast<int>(types->size());
+    const auto given = static_cast<int>(proofs->size());
+    if (given != count)
+    {
+        return given < count ? Error{BMCOAUTH_RULE_HANDSHAKE_PROOF_MISSING, "R", given}
+                             : Error{BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG, "R", count};
+    }
+    int place = 0;
+    for (const std::string_view type : *types)
+    {
+        if (isCertificateType(type) && place + 1 != count)
+        {
+            return Error{BMCOAUTH_RULE_HANDSHAKE_TYPES, "T", place};
+        }
+        ++place;
+    }
+    return {};
+}
+
+} // namespace detail
 
 /** Whether `response` proves all that `challenge` asks for: validateHandshakeResponse, and that
  *  there is one proof for each type, and that no type follows the certificate's, whose proof would
  *  not count then. Nothing remembers a used "C", and the chain of the certificate, which is the
  *  client's, is not verified here. */
-[[nodiscard]] inline bool isProven(const ParameterList& challenge, const ParameterList& response,
-                                   std::string_view secrets, const CertificateKey* certificate)
+[[nodiscard]] inline Expected<void> isProven(const ParameterList& challenge,
+                                             const ParameterList& response,
+                                             std::string_view secrets,
+                                             const CertificateKey* certificate)
 {
     detail::Arguments in;
-    const char* const secretsText = in.text(secrets);
-    const auto length = in.length<unsigned int>(secrets.size());
-    const Expected<Texts> types = challenge.values("T");
-    const Expected<Texts> proofs = response.values("R");
-    if (in.failure() || !types || !proofs || types->size() != proofs->size())
+    const char* const secretsText = in.text("secrets", secrets);
+    const auto length = in.length<unsigned int>("secrets", secrets.size());
+    if (in.failed())
     {
-        return false;
+        return in.failure();
     }
-    std::size_t place = 0;
-    for (const std::string_view type : *types)
+    if (const Expected<void> paired = detail::requirePairs(challenge, response); !paired)
     {
-        ++place;
-        if (isCertificateType(type) && place != types->size())
-        {
-            return false;
-        }
+        return paired;
     }
     HandshakePayload* record = certificate == nullptr ? nullptr : certificate->parameters().get();
-    return ::validateHandshakeResponse(challenge.get(), secretsText, length, &record,
-                                       response.get());
+    return detail::doneOrRefused(
+        ::validateHandshakeResponse(challenge.get(), secretsText, length, &record, response.get()));
 }
 
 } // namespace v1

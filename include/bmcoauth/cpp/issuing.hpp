@@ -44,7 +44,7 @@ struct TokenPlan
     std::string_view id = {};
     /** The claim "iss". */
     std::string_view issuer = {};
-    /** The claim "exp". Must be set: issueToken refuses 0 (Error::missing). */
+    /** The claim "exp". Must be set: issueToken refuses 0. */
     std::uint64_t expiresAt = 0;
     /** The claim "iat". */
     std::optional<std::uint64_t> issuedAt = {};
@@ -53,7 +53,7 @@ struct TokenPlan
     /** The claim "scope". */
     Borrowed<ScopeEntry> scopes = {};
     /** What the subject may do: the scope entry "USER_PRIV", which userPrivileges reads. `scopes`
-     *  must not have one of its own then (Error::refused). */
+     *  must not have one of its own then. */
     std::optional<Privileges> privileges = {};
     /** The header's "kid". */
     std::optional<std::string_view> keyId = {};
@@ -77,8 +77,8 @@ struct ScopeEntries
     /** Copies `scopes` and, where they are given, the privileges. */
     ScopeEntries(Arguments& in, std::span<const ScopeEntry> scopes,
                  const std::optional<Privileges>& privileges) noexcept
-        : entries{in.array<JWTscopes>(scopes.size() + 1)},
-          count{in.length<int>(scopes.size() + (privileges ? 1 : 0))}
+        : entries{in.array<JWTscopes>("scopes", scopes.size() + 1)},
+          count{in.length<int>("scopes", scopes.size() + (privileges ? 1 : 0))}
     {
         for (std::size_t i = 0; entries != nullptr && i < scopes.size(); ++i)
         {
@@ -87,16 +87,17 @@ struct ScopeEntries
             {
                 // Written after one another, the two would be one, and which of them counts is no
                 // question to leave to a reader.
-                in.fail(Error::refused);
+                in.fail(BMCOAUTH_RULE_ARGUMENT_CONFLICT, "scopes", static_cast<int>(i));
             }
-            entries[i] = {in.text(entry.name), in.texts(entry.values),
-                          in.length<int>(entry.values.size())};
+            entries[i] = {in.text("scopes", entry.name, static_cast<int>(i)),
+                          in.texts("values", entry.values),
+                          in.length<int>("values", entry.values.size())};
         }
-        char** const mask = privileges ? in.array<char*>(1) : nullptr;
+        char** const mask = privileges ? in.array<char*>("privileges", 1) : nullptr;
         if (mask != nullptr && entries != nullptr)
         {
             *mask = in.decimal(privileges->bits());
-            entries[scopes.size()] = {in.text(privilegesEntry), mask, 1};
+            entries[scopes.size()] = {in.text("privileges", privilegesEntry), mask, 1};
         }
     }
 };
@@ -107,31 +108,39 @@ struct ScopeEntries
 [[nodiscard]] inline Expected<Text> issueToken(const TokenPlan& plan, const PrivateKey& key)
 {
     // A null key stands for one that nobody keeps.
-    if (key.der().empty() || plan.expiresAt == 0)
+    if (key.der().empty())
     {
-        return Error::missing;
+        return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "key"};
+    }
+    if (plan.expiresAt == 0)
+    {
+        return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "expiresAt"};
     }
     detail::Arguments in;
-    const char* const type = in.text(plan.type);
-    const char* const algorithm = in.text(plan.algorithm);
-    const char* const keyId = in.maybe(plan.keyId);
-    const char* const subject = in.text(plan.subject);
-    const char* const id = in.text(plan.id);
-    const char* const issuer = in.text(plan.issuer);
+    const char* const type = in.text("type", plan.type);
+    const char* const algorithm = in.text("algorithm", plan.algorithm);
+    const char* const keyId = in.maybe("keyId", plan.keyId);
+    const char* const subject = in.text("subject", plan.subject);
+    const char* const id = in.text("id", plan.id);
+    const char* const issuer = in.text("issuer", plan.issuer);
     const char* const issuedAt = plan.issuedAt ? in.decimal(*plan.issuedAt) : nullptr;
     const char* const notBefore = plan.notBefore ? in.decimal(*plan.notBefore) : nullptr;
     const char* const expiresAt = in.decimal(plan.expiresAt);
     const detail::ScopeEntries scopes{in, plan.scopes, plan.privileges};
-    if (in.failure())
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     const TokenHeader header{::create_jwt_header(type, algorithm, keyId)};
+    if (!header)
+    {
+        return Error::last();
+    }
     const detail::PayloadRecord payload{
         ::create_jwt_payload(subject, id, issuer, issuedAt, notBefore, expiresAt, nullptr, 0)};
-    if (!header || !payload)
+    if (!payload)
     {
-        return Error::refused;
+        return Error::last();
     }
     // Lent for the call: the record would release what it keeps.
     payload.get()->scopes = scopes.entries;

@@ -25,15 +25,15 @@ inline namespace v1
 [[nodiscard]] inline Expected<Json::Value> parseJson(std::string_view text)
 {
     detail::Arguments in;
-    const char* const source = in.text(text);
-    if (in.failure())
+    const char* const source = in.text("text", text);
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     Json::Value document;
     if (!::loadJsonDoc(source, document))
     {
-        return Error::refused;
+        return Error::last();
     }
     return document;
 }
@@ -44,7 +44,7 @@ inline namespace v1
     std::string text = ::json_fastWriter(tree);
     if (text.empty())
     {
-        return Error::noMemory;
+        return Error::last();
     }
     return text;
 }
@@ -57,19 +57,19 @@ template <auto Reader, typename Raw, typename Owner>
 [[nodiscard]] Expected<Owner> readMember(Json::Value& document, std::string_view key)
 {
     Arguments in;
-    const char* const name = in.text(key);
-    if (in.failure())
+    const char* const name = in.text("key", key);
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     if (!document.isObject() && !document.isNull())
     {
-        return Error::refused;
+        return Error{BMCOAUTH_RULE_JSON_ROOT, key};
     }
     Raw value{};
     if (Reader(document, name, &value) != 1)
     {
-        return Error::refused;
+        return Error::last();
     }
     return Owner{value};
 }
@@ -118,7 +118,7 @@ inline Expected<void> merge(Json::Value& destination, Json::Value& source)
 {
     if (!destination.isObject() || !source.isObject())
     {
-        return Error::refused;
+        return Error{BMCOAUTH_RULE_JSON_ROOT, destination.isObject() ? "source" : "destination"};
     }
     ::update(destination, source);
     return {};

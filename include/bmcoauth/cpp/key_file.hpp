@@ -52,7 +52,7 @@ public:
     /** Waits until the file survives a power cut; false if it may not. */
     [[nodiscard]] bool sync() const noexcept
     {
-        return isOpen() && ::fsync(number) == 0;
+        return ::fsync(number) == 0;
     }
 
 private:
@@ -63,13 +63,29 @@ private:
 [[nodiscard]] inline char* nameBeside(Arguments& in, std::string_view path) noexcept
 {
     constexpr std::string_view pattern = ".XXXXXX";
-    char* const name = in.array<char>(path.size() + pattern.size());
+    char* const name = in.array<char>("path", path.size() + pattern.size());
     if (name != nullptr)
     {
         std::memcpy(name, path.data(), path.size());
         std::memcpy(name + path.size(), pattern.data(), pattern.size());
     }
     return name;
+}
+
+/** Writes a key to the open file `temporary`, and gives it the name `path` unless that is taken. */
+[[nodiscard]] inline Expected<void> fillAndName(const Descriptor& file, const char* temporary,
+                                                const char* path) noexcept
+{
+    if (::generateECPrivateKey(temporary) != 1)
+    {
+        return Error::last();
+    }
+    // A link never replaces a file, as renaming does: of two processes, the first one wins.
+    if (!file.sync() || (::link(temporary, path) != 0 && errno != EEXIST))
+    {
+        return Error::ofFile(BMCOAUTH_RULE_FILE_UNWRITABLE, path);
+    }
+    return {};
 }
 
 /** Makes the key file `path`, unless there is a file by the time that the key is ready, which is
@@ -80,23 +96,30 @@ private:
     const std::string_view name{path};
     // With the slash, which alone names the root; a path without one begins in ".".
     const std::size_t folderLength = name.rfind('/') + 1;
-    const char* const folderName = in.text(folderLength == 0 ? "." : name.substr(0, folderLength));
+    const char* const folderName =
+        in.text("path", folderLength == 0 ? "." : name.substr(0, folderLength));
     char* const temporary = nameBeside(in, name);
-    if (in.failure())
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     const Descriptor folder{::open(folderName, O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    if (!folder.isOpen())
+    {
+        return Error::ofFile(BMCOAUTH_RULE_FILE_UNWRITABLE, path);
+    }
     const Descriptor file{::mkostemp(temporary, O_CLOEXEC)};
     if (!file.isOpen())
     {
-        return Error::refused;
+        return Error::ofFile(BMCOAUTH_RULE_FILE_UNWRITABLE, path);
     }
-    // A link never replaces a file, as renaming does: of two processes, the first one wins.
-    const bool done = ::generateECPrivateKey(temporary) == 1 && file.sync() &&
-                      (::link(temporary, path) == 0 || errno == EEXIST);
+    const Expected<void> done = fillAndName(file, temporary, path);
     ::unlink(temporary);
-    return done && folder.sync() ? Expected<void>{} : Expected<void>{Error::refused};
+    if (done && !folder.sync())
+    {
+        return Error::ofFile(BMCOAUTH_RULE_FILE_UNWRITABLE, path);
+    }
+    return done;
 }
 
 } // namespace detail

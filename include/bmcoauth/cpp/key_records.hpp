@@ -32,16 +32,16 @@ public:
     /** The key that the JSON text `text` holds: oauth2_parse_jwk. */
     [[nodiscard]] static Expected<KeyRecord> parse(std::string_view text)
     {
-        return detail::made<KeyRecord>(::oauth2_parse_jwk, text);
+        return detail::made<KeyRecord>(::oauth2_parse_jwk, {{"text", text}});
     }
     /** A key of the type "DFS" that holds a shared secret: encode_dfs_jwk. */
     [[nodiscard]] static Expected<KeyRecord> sharedSecret(ByteSpan secret)
     {
         detail::Arguments in;
-        const int length = in.length<int>(secret.size());
-        if (in.failure())
+        const int length = in.length<int>("secret", secret.size());
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
         return detail::ownedOrRefused<KeyRecord>(::encode_dfs_jwk(addressOf(secret), length));
     }
@@ -51,13 +51,13 @@ public:
                                                 std::string_view member, ByteSpan data)
     {
         detail::Arguments in;
-        const char* const typeText = in.text(type);
-        const char* const keyIdText = in.maybe(keyId);
-        const char* const memberText = in.text(member);
-        const int length = in.length<int>(data.size());
-        if (in.failure())
+        const char* const typeText = in.text("type", type);
+        const char* const keyIdText = in.maybe("keyId", keyId);
+        const char* const memberText = in.text("member", member);
+        const int length = in.length<int>("data", data.size());
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
         return detail::ownedOrRefused<KeyRecord>(
             ::encode_cert_jwk(typeText, keyIdText, memberText, addressOf(data), length));
@@ -68,9 +68,9 @@ public:
     member(std::string_view name) const noexcept BMCOAUTH_LIFETIMEBOUND
     {
         detail::Arguments in;
-        const char* const nameText = in.text(name);
-        return in.failure() ? std::nullopt
-                            : detail::textOrNone(::jwk_key_value(owned.get(), nameText));
+        const char* const nameText = in.text("name", name);
+        return in.failed() ? std::nullopt
+                           : detail::textOrNone(::jwk_key_value(owned.get(), nameText));
     }
     /** The bytes of a shared secret: decode_dfs_jwk. */
     [[nodiscard]] Expected<Bytes> secret() const
@@ -79,7 +79,7 @@ public:
         unsigned char* const bytes = ::decode_dfs_jwk(owned.get(), &length);
         if (bytes == nullptr)
         {
-            return Error::refused;
+            return Error::last();
         }
         return Bytes{bytes, static_cast<std::size_t>(length)};
     }
@@ -119,10 +119,10 @@ public:
     [[nodiscard]] static Expected<KeyList> of(std::span<const KeyRecord> keys)
     {
         detail::Arguments in;
-        jwk** const list = in.array<jwk*>(keys.size());
-        if (in.failure())
+        jwk** const list = in.array<jwk*>("keys", keys.size());
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
         for (std::size_t i = 0; i < keys.size(); ++i)
         {

@@ -58,11 +58,11 @@ public:
     {
         if (der.empty())
         {
-            return Error::missing;
+            return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "der"};
         }
         if (der.size() > static_cast<std::size_t>(INT_MAX))
         {
-            return Error::tooLong;
+            return Error{BMCOAUTH_RULE_ARGUMENT_LENGTH, "der"};
         }
         return Bytes::copy(der).and_then(signing);
     }
@@ -71,26 +71,30 @@ public:
     [[nodiscard]] static Expected<PrivateKey> fromFile(std::string_view path)
     {
         detail::Arguments in;
-        const char* const pathText = in.text(path);
-        if (in.failure())
+        const char* const pathText = in.text("path", path);
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
         const EcKey key{::getECKeyFromFile(pathText)};
-        const int size = key ? i2d_ECPrivateKey(key.get(), nullptr) : 0;
+        if (!key)
+        {
+            return Error::last();
+        }
+        const int size = i2d_ECPrivateKey(key.get(), nullptr);
         if (size <= 0)
         {
-            return Error::refused;
+            return Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED};
         }
         Bytes der{std::malloc(static_cast<std::size_t>(size)), static_cast<std::size_t>(size)};
         if (der.span().empty())
         {
-            return Error::noMemory;
+            return Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED};
         }
         unsigned char* behind = der.data();
         if (i2d_ECPrivateKey(key.get(), &behind) != size)
         {
-            return Error::refused;
+            return Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED};
         }
         return signing(std::move(der));
     }
@@ -98,7 +102,7 @@ public:
     /** Reads the key file `path`. If, and only if, no file is there, makes one first, of mode 0600.
      *
      *  Never writes to a file that exists. A file that is empty, encrypted, unreadable for the
-     *  moment or no EC key gives Error::refused and stays as it is: with a new key, all tokens out
+     *  moment or not an EC key is refused and stays as it is: with a new key, all tokens out
      *  there would be worthless. Where several processes start for the first time, all of them end
      *  with one key. The new key is on the medium before this returns.
      *
@@ -107,16 +111,16 @@ public:
     [[nodiscard]] static Expected<PrivateKey> loadOrCreate(std::string_view path)
     {
         detail::Arguments in;
-        const char* const pathText = in.text(path);
-        if (in.failure())
+        const char* const pathText = in.text("path", path);
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
         if (::access(pathText, F_OK) != 0)
         {
             if (errno != ENOENT)
             {
-                return Error::refused;
+                return Error::ofFile(BMCOAUTH_RULE_FILE_UNREADABLE, path);
             }
             if (const Expected<void> made = detail::createKeyFile(pathText); !made)
             {
@@ -146,7 +150,7 @@ private:
         const Text signature{::signToken("", der.data(), static_cast<int>(der.span().size()))};
         if (signature.view().empty())
         {
-            return Error::refused;
+            return Error::last();
         }
         return PrivateKey{std::move(der)};
     }
@@ -171,7 +175,7 @@ struct KeyPair
         int derLength = 0;
         if (::generateECKey(&point, &der, &pointLength, &derLength) != 1)
         {
-            return Error::refused;
+            return Error::last();
         }
         return KeyPair{PrivateKey{Bytes{der, static_cast<std::size_t>(derLength)}},
                        Bytes{point, static_cast<std::size_t>(pointLength)}};
@@ -183,36 +187,40 @@ struct KeyPair
 inline Expected<void> generateKeyFile(std::string_view path)
 {
     detail::Arguments in;
-    const char* const pathText = in.text(path);
-    if (in.failure())
+    const char* const pathText = in.text("path", path);
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     return detail::doneOrRefused(::generateECPrivateKey(pathText));
 }
 
 /** Whether the file `path` holds a sound EC private key: validateECPrivateKey. */
-[[nodiscard]] inline bool keyFileIsSound(std::string_view path)
+[[nodiscard]] inline Expected<void> keyFileIsSound(std::string_view path)
 {
     detail::Arguments in;
-    const char* const pathText = in.text(path);
-    return !in.failure() && ::validateECPrivateKey(pathText) == 1;
+    const char* const pathText = in.text("path", path);
+    if (in.failed())
+    {
+        return in.failure();
+    }
+    return detail::doneOrRefused(::validateECPrivateKey(pathText));
 }
 
 /** The public point of the key file `path`: getECPublicKey. */
 [[nodiscard]] inline Expected<Bytes> publicPointOfFile(std::string_view path)
 {
     detail::Arguments in;
-    const char* const pathText = in.text(path);
-    if (in.failure())
+    const char* const pathText = in.text("path", path);
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     unsigned char* point = nullptr;
     int length = 0;
     if (::getECPublicKey(pathText, &point, &length) != 1)
     {
-        return Error::refused;
+        return Error::last();
     }
     return Bytes{point, static_cast<std::size_t>(length)};
 }
@@ -221,12 +229,12 @@ inline Expected<void> generateKeyFile(std::string_view path)
 [[nodiscard]] inline Expected<Text> ecPublicKeyPem(std::string_view x, std::string_view y,
                                                    std::string_view curve)
 {
-    return detail::made<Text>(::createEcPublicKey, x, y, curve);
+    return detail::made<Text>(::createEcPublicKey, {{"x", x}, {"y", y}, {"curve", curve}});
 }
 /** The same for an RSA key: createRsaPublicKey. */
 [[nodiscard]] inline Expected<Text> rsaPublicKeyPem(std::string_view n, std::string_view e)
 {
-    return detail::made<Text>(::createRsaPublicKey, n, e);
+    return detail::made<Text>(::createRsaPublicKey, {{"n", n}, {"e", e}});
 }
 
 /** The private key as OpenSSL's object: get_EC_privKey. */

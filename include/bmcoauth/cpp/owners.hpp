@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdlib>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -111,23 +112,50 @@ template <typename Owner, typename Record>
 {
     if (record == nullptr)
     {
-        return Error::refused;
+        return Error::last();
     }
     return Owner{record};
 }
 
-/** What a function of the library makes of these texts, each given or absent. */
-template <typename Owner, typename Function, typename... Given>
-[[nodiscard]] Expected<Owner> made(Function function, const Given&... texts)
+/** An argument or a member by its name: a text, or none. */
+struct Given
+{
+    /** For refusals. */
+    const char* name;
+    /** The text itself. */
+    std::optional<std::string_view> text;
+};
+
+/** What a function of the library makes of these texts:
+ *  `made<Text>(::createRsaPublicKey, {{"n", n}, {"e", e}})`. */
+template <typename Owner, typename Function, std::size_t count>
+[[nodiscard]] Expected<Owner> made(Function function, const Given (&texts)[count])
 {
     Arguments in;
-    const std::array<const char*, sizeof...(texts)> copies{in.maybe(texts)...};
-    if (in.failure())
+    std::array<const char*, count> copies{};
+    for (std::size_t i = 0; i < count; ++i)
     {
-        return *in.failure();
+        copies[i] = in.maybe(texts[i].name, texts[i].text);
+    }
+    if (in.failed())
+    {
+        return in.failure();
     }
     return std::apply([&](auto... copy) { return ownedOrRefused<Owner>(function(copy...)); },
                       copies);
+}
+
+/** Refuses the first of a record's mandatory texts that is absent. */
+[[nodiscard]] inline Expected<void> requireAll(std::initializer_list<Given> texts) noexcept
+{
+    for (const Given& member : texts)
+    {
+        if (!member.text)
+        {
+            return Error{BMCOAUTH_RULE_DOCUMENT_INCOMPLETE, member.name};
+        }
+    }
+    return {};
 }
 
 /** The success or failure that the library tells by an int. */
@@ -135,7 +163,7 @@ template <typename Owner, typename Function, typename... Given>
 {
     if (result != 1)
     {
-        return Error::refused;
+        return Error::last();
     }
     return {};
 }

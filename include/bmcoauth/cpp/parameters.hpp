@@ -38,21 +38,22 @@ public:
     [[nodiscard]] static Expected<ParameterList> of(std::span<const Parameter> parameters)
     {
         detail::Arguments in;
-        auto* const list = in.array<HandshakePayload>(parameters.size());
+        auto* const list = in.array<HandshakePayload>("parameters", parameters.size());
         for (std::size_t i = 0; list != nullptr && i < parameters.size(); ++i)
         {
-            list[i] = {in.text(parameters[i].name), in.texts(parameters[i].values)};
+            list[i] = {in.text("parameters", parameters[i].name, static_cast<int>(i)),
+                       in.texts("values", parameters[i].values)};
         }
-        if (in.failure())
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
         return detail::ownedOrRefused<ParameterList>(::set_handshake_payload(list));
     }
     /** The list that the JSON text `text` holds: parse_handshake_payload. */
     [[nodiscard]] static Expected<ParameterList> parse(std::string_view text)
     {
-        return detail::made<ParameterList>(::parse_handshake_payload, text);
+        return detail::made<ParameterList>(::parse_handshake_payload, {{"text", text}});
     }
     /** A deep copy. */
     [[nodiscard]] Expected<ParameterList> copy() const
@@ -69,15 +70,15 @@ public:
     [[nodiscard]] Expected<std::string> value(std::string_view name) const
     {
         detail::Arguments in;
-        const char* const nameText = in.text(name);
-        if (in.failure())
+        const char* const nameText = in.text("name", name);
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
         std::string found;
         if (!::get_handshake_payload_paramValue(get(), nameText, found))
         {
-            return Error::refused;
+            return Error::last();
         }
         return found;
     }
@@ -85,15 +86,15 @@ public:
     [[nodiscard]] Expected<Texts> values(std::string_view name) const
     {
         detail::Arguments in;
-        const char* const nameText = in.text(name);
-        if (in.failure())
+        const char* const nameText = in.text("name", name);
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
         char** found = nullptr;
         if (!::getChallengeValueArray(get(), nameText, &found) || found == nullptr)
         {
-            return Error::refused;
+            return Error::last();
         }
         return Texts{found};
     }
@@ -103,16 +104,16 @@ public:
 [[nodiscard]] inline Expected<Texts> memberNames(std::string_view text)
 {
     detail::Arguments in;
-    const char* const source = in.text(text);
-    const auto length = in.length<unsigned int>(text.size());
-    if (in.failure())
+    const char* const source = in.text("text", text);
+    const auto length = in.length<unsigned int>("text", text.size());
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     char** names = nullptr;
     if (::getKeyNames(source, length, &names) != 1)
     {
-        return Error::refused;
+        return Error::last();
     }
     return Texts{names};
 }

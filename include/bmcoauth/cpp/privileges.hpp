@@ -179,10 +179,11 @@ inline constexpr std::string_view privilegesEntry = "USER_PRIV";
 /** The roles as the library takes them, with a null name behind the last. */
 [[nodiscard]] inline userRole_s* roleTable(Arguments& in, std::span<const Role> roles)
 {
-    auto* const table = in.array<userRole_s>(roles.size());
+    auto* const table = in.array<userRole_s>("roles", roles.size());
     for (std::size_t i = 0; table != nullptr && i < roles.size(); ++i)
     {
-        table[i] = {in.text(roles[i].name), roles[i].privileges.bits()};
+        table[i] = {in.text("roles", roles[i].name, static_cast<int>(i)),
+                    roles[i].privileges.bits()};
     }
     return table;
 }
@@ -201,9 +202,9 @@ inline constexpr std::string_view privilegesEntry = "USER_PRIV";
 {
     detail::Arguments in;
     userRole_s* const table = detail::roleTable(in, roles);
-    if (in.failure())
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     return Privileges{::get_roles_privileges(token.payloadRecord(), table)};
 }
@@ -213,10 +214,10 @@ inline constexpr std::string_view privilegesEntry = "USER_PRIV";
                                                              TextSpan providers)
 {
     detail::Arguments in;
-    const char** const names = in.texts<const char*>(providers);
-    if (in.failure())
+    const char** const names = in.texts<const char*>("providers", providers);
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     return Privileges{::get_xidp_privileges(token.payloadRecord(), names)};
 }

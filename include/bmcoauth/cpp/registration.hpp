@@ -16,6 +16,7 @@
 #include <bmcoauth/support.h>
 
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string_view>
 
@@ -63,6 +64,18 @@ template <typename Owner>
     return given != nullptr && kept == nullptr;
 }
 
+/** Refuses where `kept` should be a copy of `list`, but is null. The library does not say why, since its call succeeds
+ *  all the same: copying the list again does. */
+[[nodiscard]] inline Expected<void> requireKept(const ParameterList* list, const void* kept)
+{
+    if (!isLost(recordOf(list), kept))
+    {
+        return {};
+    }
+    const Expected<ParameterList> again = list->copy();
+    return again ? Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED} : again.error();
+}
+
 } // namespace detail
 
 /** RegistrationRequest owns what a client sends to register itself: RegisterRequest. */
@@ -74,7 +87,7 @@ public:
     /** The request that the JSON text `text` holds: parse_register_request. */
     [[nodiscard]] static Expected<RegistrationRequest> parse(std::string_view text)
     {
-        return detail::made<RegistrationRequest>(::parse_register_request, text);
+        return detail::made<RegistrationRequest>(::parse_register_request, {{"text", text}});
     }
 
     /** A request of these parts: create_register_request, which fails here where a list
@@ -82,42 +95,41 @@ public:
     [[nodiscard]] static Expected<RegistrationRequest> of(const RegistrationRequestParts& parts)
     {
         detail::Arguments in;
-        char** const redirectUri = in.textsOrNull(parts.redirectUri);
-        const char* const clientName = in.text(parts.clientName);
-        const char* const softwareId = in.text(parts.softwareId);
-        char** const types = in.textsOrNull(parts.handshakeTypes);
-        char** const redirectUris = in.textsOrNull(parts.redirectUris);
-        if (in.failure())
+        char** const redirectUri = in.textsOrNull("redirectUri", parts.redirectUri);
+        const char* const clientName = in.text("clientName", parts.clientName);
+        const char* const softwareId = in.text("softwareId", parts.softwareId);
+        char** const types = in.textsOrNull("handshakeTypes", parts.handshakeTypes);
+        char** const redirectUris = in.textsOrNull("redirectUris", parts.redirectUris);
+        const char* const scope = in.maybe("scope", parts.scope);
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
         jwk** const keys = detail::recordOf(parts.keys);
         HandshakePayload** const certificates = detail::recordOf(parts.certificates);
-        HandshakePayload* const challenge = detail::recordOf(parts.challenge);
-        RegistrationRequest request{::create_register_request(
-            redirectUri, clientName, softwareId, keys, certificates, types, challenge)};
+        RegistrationRequest request{::create_register_request(redirectUri, clientName, softwareId,
+                                                              keys, certificates, types,
+                                                              detail::recordOf(parts.challenge))};
         if (!request)
         {
-            return Error::refused;
+            return Error::last();
         }
         RegisterRequest& record = *request.get();
         record.redirect_uris = ::set_char_array(redirectUris);
-        if (parts.scope)
+        record.scope = scope == nullptr ? nullptr : ::strdup(scope);
+        if (const Expected<void> kept =
+                detail::requireKept(parts.challenge, record.handshake_challenge);
+            !kept)
         {
-            Expected<Text> scope = Text::copy(*parts.scope);
-            if (!scope)
-            {
-                return scope.error();
-            }
-            record.scope = scope->release();
+            return kept.error();
         }
         if (detail::isLost(redirectUri, record.redirect_uri) ||
             detail::isLost(types, record.handshake_types) || detail::isLost(keys, record.dfs) ||
             detail::isLost(certificates, record.software_id_cert) ||
-            detail::isLost(challenge, record.handshake_challenge) ||
-            detail::isLost(redirectUris, record.redirect_uris))
+            detail::isLost(redirectUris, record.redirect_uris) ||
+            detail::isLost(scope, record.scope))
         {
-            return Error::refused;
+            return Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED};
         }
         return request;
     }
@@ -192,37 +204,43 @@ public:
                                                            const RegistrationResponseParts& parts)
     {
         detail::Arguments in;
-        const char* const secret = in.text(clientSecret);
-        const char* const id = in.text(clientId);
+        const char* const secret = in.text("clientSecret", clientSecret);
+        const char* const id = in.text("clientId", clientId);
         const char* const lifetime = in.decimal(parts.secretLifetimeSeconds);
-        char** const grants = in.textsOrNull(parts.grantTypes);
-        char** const offered = in.textsOrNull(parts.policiesOffered);
-        char** const required = in.textsOrNull(parts.policiesRequired);
-        const char* const sealed = in.maybe(parts.sealedCertificate);
-        if (in.failure())
+        char** const grants = in.textsOrNull("grantTypes", parts.grantTypes);
+        char** const offered = in.textsOrNull("policiesOffered", parts.policiesOffered);
+        char** const required = in.textsOrNull("policiesRequired", parts.policiesRequired);
+        const char* const sealed = in.maybe("sealedCertificate", parts.sealedCertificate);
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
-        HandshakePayload* const challenge = detail::recordOf(parts.challenge);
-        HandshakePayload* const answer = detail::recordOf(parts.response);
         HandshakePayload** const certificates = detail::recordOf(parts.certificates);
         RegistrationResponse response{
             ::create_register_response(secret, id, lifetime, grants, nullptr, offered, required,
-                                       challenge, answer, sealed, certificates)};
+                                       detail::recordOf(parts.challenge),
+                                       detail::recordOf(parts.response), sealed, certificates)};
         if (!response)
         {
-            return Error::refused;
+            return Error::last();
         }
         const RegisterResponse& record = *response.get();
+        for (const Expected<void>& kept :
+             {detail::requireKept(parts.challenge, record.handshake_challenge),
+              detail::requireKept(parts.response, record.handshake_response)})
+        {
+            if (!kept)
+            {
+                return kept.error();
+            }
+        }
         if (detail::isLost(grants, record.grant_types) ||
             detail::isLost(offered, record.kest_policy_auth_types) ||
             detail::isLost(required, record.kest_policy_auth_req) ||
-            detail::isLost(challenge, record.handshake_challenge) ||
-            detail::isLost(answer, record.handshake_response) ||
             detail::isLost(sealed, record.ssl_cert_cryptex) ||
             detail::isLost(certificates, record.software_id_cert))
         {
-            return Error::refused;
+            return Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED};
         }
         return response;
     }
@@ -238,12 +256,16 @@ public:
     }
 
     /** Its JSON text: write_register_response, which wants a challenge of two parameters at least;
-     *  Error::missing where it would throw. */
+     *  refused where it would throw. */
     [[nodiscard]] Expected<Text> write() const
     {
-        if (!clientSecret() || !clientId() || !secretLifetimeSeconds())
+        if (const Expected<void> whole =
+                detail::requireAll({{"client_secret", clientSecret()},
+                                    {"client_id", clientId()},
+                                    {"client_secret_expires_in", secretLifetimeSeconds()}});
+            !whole)
         {
-            return Error::missing;
+            return whole.error();
         }
         return detail::ownedOrRefused<Text>(::write_register_response(get()));
     }
@@ -281,7 +303,7 @@ public:
     /** The response that the JSON text `text` holds: parse_oidc_register_response. */
     [[nodiscard]] static Expected<OidcRegistration> parse(std::string_view text)
     {
-        return detail::made<OidcRegistration>(::parse_oidc_register_response, text);
+        return detail::made<OidcRegistration>(::parse_oidc_register_response, {{"text", text}});
     }
 
     /** The member "client_id", if it is there. */

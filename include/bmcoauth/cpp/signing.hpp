@@ -29,19 +29,23 @@ inline namespace v1
     if (key.der().empty())
     {
         // A null key stands for one that nobody keeps.
-        return Error::missing;
+        return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "key"};
     }
     return detail::ownedOrRefused<Text>(
         ::signToken(text, key.der().data(), static_cast<int>(key.der().size())));
 }
 
 /** Whether the DER `signature` signs `text` by this key: verifySignature. */
-[[nodiscard]] inline bool isSignature(const std::string& text, ByteSpan signature,
-                                      const PrivateKey& key)
+[[nodiscard]] inline Expected<void> isSignature(const std::string& text, ByteSpan signature,
+                                                const PrivateKey& key)
 {
-    return signature.size() <= static_cast<std::size_t>(INT_MAX) &&
-           ::verifySignature(text, signature.data(), static_cast<int>(signature.size()),
-                             key.der().data(), static_cast<int>(key.der().size())) == 1;
+    if (signature.size() > static_cast<std::size_t>(INT_MAX))
+    {
+        return Error{BMCOAUTH_RULE_ARGUMENT_LENGTH, "signature"};
+    }
+    return detail::doneOrRefused(
+        ::verifySignature(text, signature.data(), static_cast<int>(signature.size()),
+                          key.der().data(), static_cast<int>(key.der().size())));
 }
 
 /** The signature of a certificate proof: generateSignedResponseValue. */
@@ -51,13 +55,17 @@ inline namespace v1
 }
 
 /** Whether `signature`, in either Base64, signs `text` by the public key: verifyHRSignature. */
-[[nodiscard]] inline bool isProof(const std::string& text, std::string_view signature,
-                                  const EcKey& key)
+[[nodiscard]] inline Expected<void> isProof(const std::string& text, std::string_view signature,
+                                            const EcKey& key)
 {
     detail::Arguments in;
-    char* const signatureText = in.text(signature);
-    const auto length = in.length<unsigned int>(signature.size());
-    return !in.failure() && ::verifyHRSignature(text, signatureText, length, key.get()) == 1;
+    char* const signatureText = in.text("signature", signature);
+    const auto length = in.length<unsigned int>("signature", signature.size());
+    if (in.failed())
+    {
+        return in.failure();
+    }
+    return detail::doneOrRefused(::verifyHRSignature(text, signatureText, length, key.get()));
 }
 
 } // namespace v1

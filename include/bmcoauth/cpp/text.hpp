@@ -37,16 +37,16 @@ public:
     {
         if (text.find('\0') != std::string_view::npos)
         {
-            return Error::zeroByte;
+            return Error{BMCOAUTH_RULE_ARGUMENT_ZERO_BYTE, "text"};
         }
         if (text.size() >= static_cast<std::size_t>(INT_MAX))
         {
-            return Error::tooLong;
+            return Error{BMCOAUTH_RULE_ARGUMENT_LENGTH, "text"};
         }
         auto* const made = static_cast<char*>(std::malloc(text.size() + 1));
         if (made == nullptr)
         {
-            return Error::noMemory;
+            return Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED};
         }
         if (!text.empty())
         {
@@ -103,7 +103,7 @@ public:
         void* const made = std::malloc(bytes.empty() ? 1 : bytes.size());
         if (made == nullptr)
         {
-            return Error::noMemory;
+            return Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED};
         }
         if (!bytes.empty())
         {

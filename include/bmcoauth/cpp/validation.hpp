@@ -16,6 +16,7 @@
 #include <bmcoauth/token.h>
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -52,19 +53,19 @@ namespace detail
     return found;
 }
 
-/** Fails with Error::zeroByte if `part` of a token, which the library has read into a record, holds
- *  a text with a zero byte: the record has cut it there. */
-[[nodiscard]] inline Expected<void> requireUncut(std::string_view part)
+/** Refuses the part `name` of a token, which the library has read into a record, if `part` holds a
+ *  text with a zero byte: the record has cut it there. */
+[[nodiscard]] inline Expected<void> requireUncut(const char* name, std::string_view part)
 {
     const Expected<Bytes> json = decodeBase64Url(part);
     if (!json)
     {
         // The library has decoded it before.
-        return Error::noMemory;
+        return Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED};
     }
     if (holdsZeroByte(json->view()))
     {
-        return Error::zeroByte;
+        return Error{BMCOAUTH_RULE_ARGUMENT_ZERO_BYTE, name};
     }
     return {};
 }
@@ -76,10 +77,10 @@ namespace detail
     const std::size_t first = token.find('.');
     const std::size_t second = token.find('.', first + 1);
     Expected<void> uncut =
-        header == nullptr ? Expected<void>{} : requireUncut(token.substr(0, first));
+        header == nullptr ? Expected<void>{} : requireUncut("header", token.substr(0, first));
     if (uncut && payload != nullptr)
     {
-        uncut = requireUncut(token.substr(first + 1, second - first - 1));
+        uncut = requireUncut("payload", token.substr(first + 1, second - first - 1));
     }
     return uncut;
 }
@@ -96,17 +97,18 @@ public:
     [[nodiscard]] static Expected<TrustedKeys> of(TextSpan keys)
     {
         detail::Arguments in;
-        char** const texts = in.texts(keys);
-        if (in.failure())
+        char** const texts = in.texts("keys", keys);
+        if (in.failed())
         {
-            return *in.failure();
+            return in.failure();
         }
-        Texts copies{::set_char_array(texts)};
-        if (!copies)
+        if (keys.empty())
         {
-            return keys.empty() ? Error::missing : Error::noMemory;
+            return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "keys"};
         }
-        return TrustedKeys{std::move(copies)};
+        return detail::ownedOrRefused<Texts>(::set_char_array(texts)).transform([](Texts owned) {
+            return TrustedKeys{std::move(owned)};
+        });
     }
 
     /** The keys, as long as this object lives. */
@@ -150,7 +152,7 @@ class [[nodiscard]] Verdict
 public:
     Verdict(const Verdict&) = delete;
     /** Leaves `other` as a failed one without a token. */
-    Verdict(Verdict&& other) noexcept : Verdict{Error::noMemory}
+    Verdict(Verdict&& other) noexcept : Verdict{movedFrom()}
     {
         *this = std::move(other);
     }
@@ -162,6 +164,7 @@ public:
         trusted = std::exchange(other.trusted, false);
         token = std::exchange(other.token,
                               tokenOf(other.found, TokenHeader{}, detail::PayloadRecord{}));
+        reason = std::exchange(other.reason, movedFrom());
         return *this;
     }
     ~Verdict() = default;
@@ -187,7 +190,7 @@ public:
     }
     [[nodiscard]] const VerifiedToken* verified() const&& = delete;
 
-    /** Moves the valid token out; Error::refused if the token is not valid. The verdict is left as
+    /** Moves the valid token out; the `refusal` if the token is not valid. The verdict is left as
      *  one that has been moved from. */
     [[nodiscard]] Expected<VerifiedToken> takeVerified() && noexcept
     {
@@ -195,7 +198,7 @@ public:
         VerifiedToken* const valid = std::get_if<VerifiedToken>(&moved.token);
         if (valid == nullptr)
         {
-            return Error::refused;
+            return *moved.reason;
         }
         return std::move(*valid);
     }
@@ -206,6 +209,13 @@ public:
         return std::get_if<UnverifiedToken>(&token);
     }
     [[nodiscard]] const UnverifiedToken* refused() const&& = delete;
+
+    /** Why the token is not valid; null if it is. For logs, never for the peer. */
+    [[nodiscard]] const Error* refusal() const& noexcept BMCOAUTH_LIFETIMEBOUND
+    {
+        return reason ? &*reason : nullptr;
+    }
+    [[nodiscard]] const Error* refusal() const&& = delete;
 
 private:
     friend Verdict validateToken(std::string_view token, const PrivateKey& key);
@@ -218,15 +228,24 @@ private:
     Verdict(int result, bool hasTrustedKey, JWTHeader* header, JWTPayload* payload) noexcept
         : found{judgementOf(result, header, payload)},
           trusted{hasTrustedKey},
-          token{tokenOf(found, TokenHeader{header}, detail::PayloadRecord{payload})}
+          token{tokenOf(found, TokenHeader{header}, detail::PayloadRecord{payload})},
+          reason{reasonOf(result, found)}
     {
     }
 
     /** What a failure of the arguments says about the token. */
-    explicit Verdict(Error error) noexcept
-        : Verdict{error == Error::noMemory ? static_cast<int>(Judgement::failed) : 0, false,
-                  nullptr, nullptr}
+    explicit Verdict(const Error& error) noexcept
+        : found{error.rule() == BMCOAUTH_RULE_MEMORY_EXHAUSTED ? Judgement::failed
+                                                               : Judgement::invalid},
+          trusted{false},
+          token{tokenOf(found, TokenHeader{}, detail::PayloadRecord{})},
+          reason{error}
     {
+    }
+
+    [[nodiscard]] static Error movedFrom() noexcept
+    {
+        return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "verdict"};
     }
 
     /** The verdict on `text`, of which the library has made the rest. */
@@ -268,9 +287,21 @@ private:
         return UnverifiedToken{std::move(header), std::move(payload)};
     }
 
+    /** Called directly after the library's call. */
+    [[nodiscard]] static std::optional<Error> reasonOf(int result, Judgement found) noexcept
+    {
+        if (found == Judgement::valid)
+        {
+            return std::nullopt;
+        }
+        // Without its records, a valid token is of no use.
+        return result == 1 ? Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED} : Error::last();
+    }
+
     Judgement found;
     bool trusted;
     Token token;
+    std::optional<Error> reason;
 };
 
 /** Judges a token that was issued with this key: validateJWT. Unlike there, a token is invalid if it
@@ -278,10 +309,10 @@ private:
 [[nodiscard]] inline Verdict validateToken(std::string_view token, const PrivateKey& key)
 {
     detail::Arguments in;
-    const char* const tokenText = in.text(token);
-    if (in.failure())
+    const char* const tokenText = in.text("token", token);
+    if (in.failed())
     {
-        return Verdict{*in.failure()};
+        return Verdict{in.failure()};
     }
     JWTHeader* header = nullptr;
     JWTPayload* payload = nullptr;
@@ -296,13 +327,13 @@ private:
                                                     const DelegationRules& rules = {})
 {
     detail::Arguments in;
-    const char* const tokenText = in.text(token);
+    const char* const tokenText = in.text("token", token);
     userRole_s* const roles = detail::roleTable(in, rules.roles);
-    const char** const providers = in.texts<const char*>(rules.providers);
-    const auto** const trusted = in.array<const char*>(keys.range().size());
-    if (in.failure())
+    const char** const providers = in.texts<const char*>("providers", rules.providers);
+    const auto** const trusted = in.array<const char*>("keys", keys.range().size());
+    if (in.failed())
     {
-        return Verdict{*in.failure()};
+        return Verdict{in.failure()};
     }
     const char** next = trusted;
     for (const std::string_view key : keys.range())
@@ -318,24 +349,28 @@ private:
 }
 
 /** Reads a token that nobody verifies: get_jwt_header and get_jwt_payload. Zero bytes are refused as
- *  in validateToken: Error::zeroByte. */
+ *  in validateToken. */
 [[nodiscard]] inline Expected<UnverifiedToken> readUnverified(std::string_view token)
 {
     detail::Arguments in;
-    const char* const tokenText = in.text(token);
-    if (in.failure())
+    const char* const tokenText = in.text("token", token);
+    if (in.failed())
     {
-        return *in.failure();
+        return in.failure();
     }
     JWTHeader* header = nullptr;
     JWTPayload* payload = nullptr;
     static_cast<void>(::get_jwt_header(tokenText, &header));
     TokenHeader ownedHeader{header};
+    if (!ownedHeader)
+    {
+        return Error::last();
+    }
     static_cast<void>(::get_jwt_payload(tokenText, &payload));
     detail::PayloadRecord ownedPayload{payload};
-    if (!ownedHeader || !ownedPayload)
+    if (!ownedPayload)
     {
-        return Error::refused;
+        return Error::last();
     }
     if (const Expected<void> uncut = detail::requireUncut(token, header, payload); !uncut)
     {
