@@ -2,6 +2,7 @@
 #include "command.hpp"
 #include "documents.hpp"
 #include "payloads.hpp"
+#include "refusal.hpp"
 
 namespace bmcoauth::tool
 {
@@ -29,19 +30,13 @@ struct CheckOptions
 void check(const CheckOptions& options)
 {
     const CertificateKey key = readCertificateKey(options.path);
-    if (const std::string reason = otherEnds(key, options.path); !reason.empty())
-    {
-        refuse(options.json, "valid", reason);
-    }
-    const Text pem = orStop(key.pem(), "memory is exhausted");
+    requireSameEnds(key, options.path, "valid");
+    const Text pem = orStop(key.pem(), nameOf(options.path) + " is refused", Exit::invalid);
     const std::string which =
         "the first of " + std::to_string(sizeOf(key)) + " certificates in " + nameOf(options.path);
     if (!isCertificate(pem, options.name))
     {
-        refuse(options.json, "valid",
-               which + " is refused: it cannot be read or " +
-                   (options.name ? "its common name is not " + *options.name
-                                 : "its common name is empty"));
+        refuse(which + " is refused", lastReason());
     }
     const Expected<Text> name = commonName(pem);
     if (options.json)
@@ -69,23 +64,12 @@ struct ChainOptions
 void checkChain(const ChainOptions& options)
 {
     const CertificateKey key = readCertificateKey(options.path);
-    if (const std::string reason = otherEnds(key, options.path); !reason.empty())
-    {
-        refuse(options.json, "verified", reason);
-    }
-    requireFactoryRoots();
+    requireSameEnds(key, options.path, "verified");
     const std::string chain =
         "the last of " + std::to_string(sizeOf(key)) + " certificates in " + nameOf(options.path);
-    const Chain verdict = key.verifyChain();
-    if (verdict == Chain::unreadable)
+    if (key.verifyChain() != Chain::verified)
     {
-        refuse(options.json, "verified", chain + " is refused: a certificate cannot be read");
-    }
-    if (verdict == Chain::refused)
-    {
-        refuse(options.json, "verified",
-               chain + " is refused: no chain leads from it to a factory root" +
-                   (deviceIsMarked() ? "" : " of production"));
+        refuse(chain + " is refused", lastReason(), "verified");
     }
     if (!options.json)
     {
@@ -132,8 +116,6 @@ void addCertCommands(const Command& root)
     ChainOptions& chainOptions = chainVerb.runs(checkChain);
     chainVerb.required("FILE", chainOptions.path, "PEM chain or certificate key");
     chainVerb.json(chainOptions.json);
-
-    addCertExplanation(group);
 }
 
 } // namespace bmcoauth::tool

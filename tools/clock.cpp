@@ -4,7 +4,6 @@
 #include <bmcoauth.h>
 
 #include <array>
-#include <cstdlib>
 
 namespace bmcoauth::tool
 {
@@ -20,11 +19,6 @@ std::optional<std::uint64_t> librarySeconds(std::time_t time)
     return get_seconds_from_epoch(std::mktime(&utc));
 }
 
-std::uint64_t claimSeconds(std::string_view text)
-{
-    return std::strtoull(std::string{text}.c_str(), nullptr, 0);
-}
-
 std::string dateOf(std::uint64_t seconds)
 {
     const auto time = static_cast<std::time_t>(seconds);
@@ -37,27 +31,6 @@ std::string dateOf(std::uint64_t seconds)
         return beyondCalendar;
     }
     return date.data();
-}
-
-std::string durationOf(std::uint64_t seconds)
-{
-    constexpr std::uint64_t hour = 3600;
-    constexpr std::uint64_t day = 24 * hour;
-    std::string text = std::to_string(seconds) + " s";
-    if (seconds >= 2 * day)
-    {
-        text += " (" + std::to_string(seconds / day) + " days)";
-    }
-    else if (seconds >= 2 * hour)
-    {
-        text += " (" + std::to_string(seconds / hour) + " hours)";
-    }
-    return text;
-}
-
-std::string clockText(std::uint64_t now)
-{
-    return std::to_string(now) + ", " + dateOf(now);
 }
 
 } // namespace bmcoauth::tool

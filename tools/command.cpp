@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "command.hpp"
 
+#include "documents.hpp"
 #include "manual.hpp"
+#include "refusal.hpp"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <iostream>
 #include <string_view>
 #include <utility>
 
@@ -56,8 +59,7 @@ void fill(CLI::App& app)
                "\"-\".\nResults go to standard output, problems to standard error.\n\n"
                "Exit status: 0 success, 1 failure of a file, the random device or memory, 2 wrong "
                "usage,\n3 a token, key, certificate, handshake or document is refused, 4 a token "
-               "has expired,\n5 an explanation is not what the library says, 6 doctor found "
-               "something doubtful.");
+               "has expired,\n6 doctor found something doubtful.");
     addCommands(Command{app});
 }
 
@@ -139,6 +141,12 @@ std::string wordsOf(const CLI::App& command)
         words.insert(0, above->get_name() + ' ');
     }
     return words;
+}
+
+bool asksForJson(const CLI::App& command)
+{
+    const CLI::Option* const flag = command.get_option_no_throw(jsonFlag);
+    return flag != nullptr && flag->count() > 0;
 }
 
 /** What is wrong with the command line that @p app refuses with @p error. */
@@ -252,6 +260,15 @@ int runCommandLine(int argc, char** argv)
     {
         app.parse(argc, argv);
         return static_cast<int>(Exit::success);
+    }
+    catch (const Refused& refused)
+    {
+        if (asksForJson(commandRead(app)))
+        {
+            printJson(refused.document);
+            std::cout.flush();
+        }
+        throw;
     }
     catch (const CLI::Success& asked)
     {

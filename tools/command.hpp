@@ -24,12 +24,11 @@ namespace bmcoauth::tool
 enum class Exit : int
 {
     success = 0,
-    failure = 1,      /**< a file, the random device or memory failed */
-    usage = 2,        /**< the command line is wrong, or lacks something that is needed */
-    invalid = 3,      /**< a token, key, certificate, handshake or document is refused */
-    expired = 4,      /**< a token's time is over */
-    disagreement = 5, /**< an explanation and the library do not agree: a mistake of the tool */
-    doubtful = 6,     /**< nothing is wrong, but something is not as it should be */
+    failure = 1,  /**< a file, the random device or memory failed */
+    usage = 2,    /**< the command line is wrong, or lacks something that is needed */
+    invalid = 3,  /**< a token, key, certificate, handshake or document is refused */
+    expired = 4,  /**< a token's time is over */
+    doubtful = 6, /**< nothing is wrong, but something is not as it should be */
 };
 
 /** Ends the command: the message goes to stderr in one line, the status to the shell. */
@@ -131,14 +130,11 @@ int runCommandLine(int argc, char** argv);
 void addCommands(const Command& root);
 
 void addCertCommands(const Command& root);
-void addCertExplanation(const Command& certs);
 void addDelegatedCommand(const Command& tokens);
 void addDoctorCommand(const Command& root);
 void addEciesCommands(const Command& root);
-void addEciesExplanation(const Command& envelopes);
 void addErrorCommand(const Command& root);
 void addHandshakeCommands(const Command& root);
-void addHandshakeExplanation(const Command& handshakes);
 void addJsonCommands(const Command& root);
 void addJwkCommands(const Command& root);
 void addKeyCommands(const Command& root);
@@ -149,6 +145,5 @@ void addPrivilegesCommand(const Command& root);
 void addRegisterCommands(const Command& root);
 void addTokenCommands(const Command& root);
 void addTokenConversion(const Command& tokens);
-void addTokenExplanation(const Command& tokens);
 
 } // namespace bmcoauth::tool

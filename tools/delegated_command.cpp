@@ -2,6 +2,7 @@
 #include "command.hpp"
 #include "documents.hpp"
 #include "privileges.hpp"
+#include "refusal.hpp"
 #include "tokens.hpp"
 #include "trust.hpp"
 
@@ -71,9 +72,27 @@ void describe(const VerifiedToken& valid, const std::string& token, Json::Value&
     }
 }
 
+/** Directly after the validation. What a refused token claims is nobody's rights: it is not shown. */
+[[noreturn]] void refuseToken(const Verdict& verdict)
+{
+    const Reason reason = lastReason();
+    const bool expired = verdict.judgement() == Judgement::expired && !reason.machine;
+    const std::string message = (expired ? "the token is signed by a trusted key, but has expired: "
+                                         : "the token is refused: ") +
+                                lineOf(reason);
+    Json::Value report;
+    report["verdict"] = expired ? "expired" : "invalid";
+    report["verified"] = verdict.hasTrustedSignature();
+    describe(reason, report);
+    report["reason"] = message;
+    printJson(report);
+    const Exit refused = expired ? Exit::expired : Exit::invalid;
+    throw Stop{reason.machine ? Exit::failure : refused, message};
+}
+
 void judgeToken(const Options& options)
 {
-    const std::vector<TrustedKey> keys = usableKeys(options.trust);
+    const std::vector<std::string> keys = trustedKeys(options.trust);
     const Json::Value granted =
         options.roles.empty() ? Json::Value{Json::objectValue} : readObject(options.roles);
     const std::vector<std::string> names = granted.getMemberNames();
@@ -92,27 +111,16 @@ void judgeToken(const Options& options)
     const Verdict verdict = judgeByAll(
         token, keys, {.skewSeconds = options.skewSeconds, .roles = roles, .providers = providers});
 
+    const VerifiedToken* const valid = verdict.verified();
+    if (valid == nullptr)
+    {
+        refuseToken(verdict);
+    }
     Json::Value report;
-    report["verified"] = verdict.hasTrustedSignature();
-    if (const VerifiedToken* valid = verdict.verified())
-    {
-        report["verdict"] = "valid";
-        describe(*valid, token, report);
-        printJson(report);
-        return;
-    }
-    // What a refused token claims is nobody's rights: it is not shown.
-    const bool expired = verdict.judgement() == Judgement::expired;
-    report["verdict"] = expired ? "expired" : "invalid";
+    report["verdict"] = "valid";
+    report["verified"] = true;
+    describe(*valid, token, report);
     printJson(report);
-    if (expired)
-    {
-        throw Stop{Exit::expired, "the token is signed by a trusted key, but has expired"};
-    }
-    throw Stop{Exit::invalid, verdict.hasTrustedSignature()
-                                  ? "the token is signed by a trusted key, but not valid yet, or "
-                                    "has no expiry"
-                                  : "the token is not signed by a trusted key, or is malformed"};
 }
 
 } // namespace
@@ -123,9 +131,9 @@ void addDelegatedCommand(const Command& tokens)
         "delegated", "Judge a token of another issuer by trusted keys",
         "token delegated --trust issuer.jwks --provider corp --roles roles.json token.txt",
         "Prints the verdict (valid, invalid or expired), whether a trusted key verified the "
-        "signature and, of a\nvalid token, its user and privileges. Exit status 3 when the token "
-        "is refused, 4 when it has expired.\nA file of roles looks like {\"operator\": 3, "
-        "\"auditor\": [\"ravok_login\"]}.");
+        "signature and, of a\nvalid token, its user and privileges, of another one the rule that "
+        "refuses it. Exit status 3 when\nthe token is refused, 4 when it has expired. A file of "
+        "roles looks like {\"operator\": 3,\n\"auditor\": [\"ravok_login\"]}.");
     Options& options = verb.runs(judgeToken);
     verb.option("FILE", options.path, "Token, or response document with access_token");
     verb.required("--trust", options.trust,

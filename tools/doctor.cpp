@@ -3,6 +3,7 @@
 
 #include "clock.hpp"
 #include "documents.hpp"
+#include "refusal.hpp"
 #include "roots.hpp"
 
 #include <json/version.h>
@@ -157,14 +158,9 @@ Finding keyFinding(const std::string& path)
     {
         return bad(subject, path + ": " + messageOf(errno));
     }
-    if (!keyFileIsSound(path))
+    if (!keyFileIsSound(path) || !PrivateKey::fromFile(path))
     {
-        return bad(subject, path + " holds no sound, unencrypted elliptic-curve private key in "
-                                   "PEM form");
-    }
-    if (!PrivateKey::fromFile(path))
-    {
-        return bad(subject, path + " holds a key that is not on P-256");
+        return bad(subject, path + " is refused: " + lineOf(lastReason()));
     }
     const std::string risk = openTo(path, 0077);
     return risk.empty() ? fine(subject, path + ", a sound P-256 key")

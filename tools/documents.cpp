@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "documents.hpp"
 
+#include "refusal.hpp"
+
 #include <json/reader.h>
 
 #include <sys/stat.h>
@@ -12,17 +14,24 @@
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
+#include <new>
 #include <system_error>
 
 namespace bmcoauth::tool
 {
 
-namespace
+void stopFor(Error error, const std::string& message, Exit status)
 {
-
-constexpr const char* outOfMemory = "memory is exhausted";
-
-} // namespace
+    switch (error)
+    {
+        case Error::noMemory:
+            throw std::bad_alloc{};
+        case Error::refused:
+            refuse(message, lastReason(), "valid", status);
+        default:
+            throw Stop{status, message};
+    }
+}
 
 std::string nameOf(const std::string& path)
 {
@@ -180,14 +189,21 @@ std::vector<std::string_view> viewsOf(const std::vector<std::string>& texts)
     return {texts.begin(), texts.end()};
 }
 
+namespace
+{
+
+constexpr const char* notEncoded = "the data could not be encoded";
+
+} // namespace
+
 std::string encodedBase64(std::string_view bytes)
 {
-    return std::string{orStop(base64(bytesOf(bytes)), outOfMemory)};
+    return std::string{orStop(base64(bytesOf(bytes)), notEncoded)};
 }
 
 std::string encodedBase64Url(std::string_view bytes)
 {
-    return std::string{orStop(base64Url(bytesOf(bytes)), outOfMemory)};
+    return std::string{orStop(base64Url(bytesOf(bytes)), notEncoded)};
 }
 
 std::optional<Json::Value> parsedObject(std::string_view text)
@@ -235,25 +251,12 @@ void print(const Text& text)
 
 std::string textOf(const Json::Value& tree)
 {
-    return orStop(jsonText(tree), outOfMemory);
+    return orStop(jsonText(tree), "the document could not be written");
 }
 
 void printJson(const Json::Value& tree)
 {
     print(textOf(tree));
-}
-
-void refuse(bool json, const char* verdict, const std::string& reason)
-{
-    if (json)
-    {
-        Json::Value document;
-        document[verdict] = false;
-        document["reason"] = reason;
-        printJson(document);
-        std::cout.flush();
-    }
-    throw Stop{Exit::invalid, reason};
 }
 
 void warn(const std::string& message)

@@ -9,7 +9,6 @@
 
 #include <cstdio>
 #include <memory>
-#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,17 +34,17 @@ void closeFile(std::FILE* file);
 
 using FilePtr = std::unique_ptr<std::FILE, Releaser<closeFile>>;
 
-/** The value of @p result, or a stop with @p message and @p status where it has none. */
+/** Ends the command with @p message because a call failed with @p error: by the rule that refused, if
+ *  the library did. */
+[[noreturn]] void stopFor(Error error, const std::string& message, Exit status);
+
+/** The value of @p result; if there is none, stopFor. */
 template <typename T>
 [[nodiscard]] T orStop(Expected<T> result, const std::string& message, Exit status = Exit::failure)
 {
     if (!result)
     {
-        if (result.error() == Error::noMemory)
-        {
-            throw std::bad_alloc{};
-        }
-        throw Stop{status, message};
+        stopFor(result.error(), message, status);
     }
     return std::move(*result);
 }
@@ -108,10 +107,6 @@ void print(const Text& text);
 
 /** Prints the text form of @p tree. */
 void printJson(const Json::Value& tree);
-
-/** Ends the command: what it checked is refused for @p reason. If @p json, prints a document, too, in
- *  which @p verdict, such as "valid", is false. */
-[[noreturn]] void refuse(bool json, const char* verdict, const std::string& reason);
 
 /** Says on stderr, in one line, what must not be overlooked. */
 void warn(const std::string& message);

@@ -15,7 +15,7 @@ namespace
 
 Text freshIv()
 {
-    return orStop(randomIv(), "the random device failed");
+    return orStop(randomIv(), "no IV could be drawn");
 }
 
 struct IvOptions
@@ -88,10 +88,8 @@ void seal(const SealOptions& options)
                                       " bytes: an envelope takes from 1 to " +
                                       std::to_string(mostSealedBytes)};
     }
-    const Envelope envelope = orStop(sealed(data, iv, peer, key),
-                                     "the data could not be sealed: the first certificate of " +
-                                         nameOf(options.peer) + " has no key on P-256",
-                                     Exit::invalid);
+    const Envelope envelope =
+        orStop(sealed(data, iv, peer, key), "the data could not be sealed", Exit::invalid);
     Json::Value document;
     document["ciphertext"] = envelope.ciphertext.c_str();
     document["mac"] = envelope.mac.c_str();
@@ -130,10 +128,8 @@ void open(const OpenOptions& options)
     const PrivateKey key = readPrivateKey(options.key);
     const CertificateKey peer = readCertificateKey(options.peer);
     const SealedDocument sealed{options.path};
-    const Opened opened = orStop(bmcoauth::open(sealed.view(), peer, key),
-                                 "the envelope is refused: it was altered, or sealed with other "
-                                 "keys, or holds no text",
-                                 Exit::invalid);
+    const Opened opened =
+        orStop(bmcoauth::open(sealed.view(), peer, key), "the envelope is refused", Exit::invalid);
     printText(options.dataOnly ? dataOf(opened.whole()) : opened.whole(), "text", options.json);
 }
 
@@ -174,8 +170,6 @@ void addEciesCommands(const Command& root)
     openVerb.flag("--data-only", openOptions.dataOnly,
                   "Leave out the line feed and the random characters");
     openVerb.json(openOptions.json);
-
-    addEciesExplanation(group);
 }
 
 } // namespace bmcoauth::tool

@@ -34,16 +34,4 @@ template <typename Material>
     return material ? &*material : nullptr;
 }
 
-/** The text of the key document @p path; empty without one. */
-[[nodiscard]] std::string readSecrets(const std::string& path);
-
-/** What @p response does not prove of what @p challenge asks for, although validateHandshakeResponse
- *  may accept it; empty if nothing. */
-[[nodiscard]] std::string missingProof(const ParameterList& challenge,
-                                       const ParameterList& response);
-
-/** The verdict of validateHandshakeResponse, which accepts responses with a missing proof. */
-[[nodiscard]] bool isAccepted(const ParameterList& challenge, const ParameterList& response,
-                              const std::string& secrets, const CertificateKey* certificate);
-
 } // namespace bmcoauth::tool

@@ -2,6 +2,7 @@
 #include "command.hpp"
 #include "documents.hpp"
 #include "handshake.hpp"
+#include "refusal.hpp"
 
 #include <algorithm>
 
@@ -24,12 +25,15 @@ struct ChallengeOptions
 void challenge(const ChallengeOptions& options)
 {
     const std::vector<std::string_view> types = viewsOf(options.types);
-    printParameters(options.client
-                        ? orStop(clientChallenge(types, options.count),
-                                 "a client's challenge needs two types or more, one of them for "
-                                 "one-time passwords",
-                                 Exit::usage)
-                        : challengeFor(types, options.mode));
+    printParameters(options.client ? orStop(clientChallenge(types, options.count),
+                                            "no client's challenge can be made", Exit::usage)
+                                   : challengeFor(types, options.mode));
+}
+
+/** The text of the key document @p path; empty without one. */
+std::string readSecrets(const std::string& path)
+{
+    return path.empty() ? "" : textOf(readObject(path));
 }
 
 // -------------------------------------------------------------------------------------- respond
@@ -50,9 +54,7 @@ void respond(const RespondOptions& options)
     const auto key = ifGiven(options.key, readPrivateKey);
     printParameters(
         orStop(bmcoauth::respond(asked, {secrets, pointerTo(certificate), pointerTo(key)}),
-               "the challenge cannot be answered: it is malformed, or asks for a type that --keys "
-               "does not hold, or for a certificate (--certificate and its --key)",
-               Exit::invalid));
+               "the challenge cannot be answered", Exit::invalid));
 }
 
 // ---------------------------------------------------------------------------------------- check
@@ -78,38 +80,60 @@ void checkCertificate(const CertificateKey* certificate, const CheckOptions& opt
     {
         throw Stop{Exit::usage, "--chain needs --certificate"};
     }
-    if (const std::string reason = otherEnds(*certificate, options.certificate); !reason.empty())
-    {
-        refuse(options.json, accepted, reason);
-    }
-    requireFactoryRoots();
+    requireSameEnds(*certificate, options.certificate, accepted);
     if (!certificate->isValid(options.name))
     {
-        refuse(options.json, accepted,
-               "the certificate is refused: no chain leads from the last one in " +
-                   nameOf(options.certificate) +
-                   " to a factory root, or the name of the first is wrong");
+        refuse("the certificate in " + nameOf(options.certificate) + " is refused", lastReason(),
+               accepted);
     }
+}
+
+/** What @p response does not prove of what @p challenge asks for, although validateHandshakeResponse
+ *  may accept it. */
+std::optional<Reason> missingProof(const ParameterList& challenge, const ParameterList& response)
+{
+    const std::vector<std::string> types = valuesOf(challenge, "T");
+    const std::size_t proofs = valuesOf(response, "R").size();
+    if (proofs != types.size())
+    {
+        return Reason{.rule = "tool.proof-count",
+                      .sentence = "the challenge asks for " + std::to_string(types.size()) +
+                                  " proofs, and the response holds " + std::to_string(proofs)};
+    }
+    const auto place = std::ranges::find_if(types, isCertificateType);
+    if (place != types.end() && place + 1 != types.end())
+    {
+        return Reason{.rule = "tool.proof-order",
+                      .sentence = "the challenge asks for another proof after the certificate "
+                                  "proof, which then does not count"};
+    }
+    return std::nullopt;
+}
+
+/** The verdict of validateHandshakeResponse, which accepts responses with a missing proof. */
+bool isAccepted(const ParameterList& challenge, const ParameterList& response,
+                const std::string& secrets, const CertificateKey* certificate)
+{
+    HandshakePayload* record = certificate == nullptr ? nullptr : certificate->parameters().get();
+    return validateHandshakeResponse(challenge.get(), secrets.c_str(),
+                                     static_cast<unsigned int>(secrets.size()), &record,
+                                     response.get());
 }
 
 void checkProofs(const ParameterList& asked, const ParameterList& response,
                  const CertificateKey* certificate, const CheckOptions& options)
 {
     const std::string secrets = readSecrets(options.keys);
-    const std::string missing = missingProof(asked, response);
+    const std::optional<Reason> missing = missingProof(asked, response);
     if (!(options.asTheLibrary ? isAccepted(asked, response, secrets, certificate)
                                : isProven(asked, response, secrets, certificate)))
     {
-        refuse(options.json, accepted,
-               "the response is refused: " +
-                   (missing.empty() || options.asTheLibrary
-                        ? "a proof is wrong or missing, or --keys or --certificate lacks what the "
-                          "challenge asks for"
-                        : missing));
+        refuse("the response is refused",
+               missing && !options.asTheLibrary ? *missing : lastReason(), accepted);
     }
-    if (!missing.empty())
+    if (missing)
     {
-        warn(missing);
+        warn(missing->sentence);
     }
 }
 
@@ -161,7 +185,7 @@ void makeKeys(const KeysOptions& options)
                                     std::to_string(longestName) + " at most"};
     }
     print(orStop(generateSecrets(options.prefix, options.keys, options.tokens, options.length),
-                 "no keys could be made: the random device failed"));
+                 "no keys could be made"));
 }
 
 // --------------------------------------------------------------------------------------- attach
@@ -176,10 +200,10 @@ void attach(const AttachOptions& options)
 {
     const SealedDocument sealed{options.sealed};
     ParameterList response = readParameters(options.path, responseMember);
-    if (!bmcoauth::attach(response, sealed.view()))
+    if (const Expected<void> attached = bmcoauth::attach(response, sealed.view()); !attached)
     {
-        throw Stop{Exit::invalid,
-                   "the iv of " + nameOf(options.sealed) + " is not 32 characters long"};
+        stopFor(attached.error(), "the envelope in " + nameOf(options.sealed) + " is refused",
+                Exit::invalid);
     }
     printParameters(response);
 }
@@ -189,40 +213,7 @@ void attach(const AttachOptions& options)
 ParameterList challengeFor(TextSpan types, std::uint32_t mode)
 {
     return orStop(serverChallenge(types, static_cast<Proofs>(mode)),
-                  "no challenge: mode 1 needs the type software_id_cert-1.0, mode 2 another one, "
-                  "mode 3 both",
-                  Exit::invalid);
-}
-
-std::string readSecrets(const std::string& path)
-{
-    return path.empty() ? "" : textOf(readObject(path));
-}
-
-std::string missingProof(const ParameterList& challenge, const ParameterList& response)
-{
-    const std::vector<std::string> types = valuesOf(challenge, "T");
-    const std::size_t proofs = valuesOf(response, "R").size();
-    if (proofs != types.size())
-    {
-        return "the challenge asks for " + std::to_string(types.size()) +
-               " proofs, and the response holds " + std::to_string(proofs);
-    }
-    const auto place = std::ranges::find_if(types, isCertificateType);
-    return place != types.end() && place + 1 != types.end()
-               ? "the challenge asks for another proof after the certificate proof, which then "
-                 "does "
-                 "not count"
-               : "";
-}
-
-bool isAccepted(const ParameterList& challenge, const ParameterList& response,
-                const std::string& secrets, const CertificateKey* certificate)
-{
-    HandshakePayload* record = certificate == nullptr ? nullptr : certificate->parameters().get();
-    return validateHandshakeResponse(challenge.get(), secrets.c_str(),
-                                     static_cast<unsigned int>(secrets.size()), &record,
-                                     response.get());
+                  "no challenge can be made by mode " + std::to_string(mode), Exit::invalid);
 }
 
 void addHandshakeCommands(const Command& root)
@@ -292,8 +283,6 @@ void addHandshakeCommands(const Command& root)
     AttachOptions& attachOptions = attachVerb.runs(attach);
     attachVerb.option("FILE", attachOptions.path, "Handshake response");
     attachVerb.required("--sealed", attachOptions.sealed, "What ecies seal printed");
-
-    addHandshakeExplanation(group);
 }
 
 } // namespace bmcoauth::tool

@@ -20,7 +20,7 @@ void printChanged(const Document& document, const Expected<void>& change)
 {
     if (!change)
     {
-        throw Stop{Exit::failure, "the document could not be changed"};
+        stopFor(change.error(), "the document could not be changed", Exit::failure);
     }
     print(document.view());
 }

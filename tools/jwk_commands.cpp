@@ -2,6 +2,7 @@
 #include "command.hpp"
 #include "documents.hpp"
 #include "jwks.hpp"
+#include "refusal.hpp"
 
 namespace bmcoauth::tool
 {
@@ -20,9 +21,7 @@ void importKey(const Options& options)
     const std::optional<std::string> imported = importedKey(readObject(options.path));
     if (!imported)
     {
-        throw Stop{Exit::invalid, nameOf(options.path) +
-                                      " is not a JSON Web Key of type EC or RSA with a sound "
-                                      "public key"};
+        refuse(nameOf(options.path) + " cannot be imported", lastReason());
     }
     print(*imported);
 }

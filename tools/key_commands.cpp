@@ -3,6 +3,7 @@
 #include "documents.hpp"
 #include "keys.hpp"
 #include "new_file.hpp"
+#include "refusal.hpp"
 
 namespace bmcoauth::tool
 {
@@ -37,8 +38,7 @@ void check(const Options& options)
     requireKeyFile(options.path);
     if (!keyFileIsSound(options.path))
     {
-        throw Stop{Exit::invalid,
-                   options.path + " does not hold a valid elliptic-curve private key"};
+        refuse(options.path + " does not hold a valid elliptic-curve private key", lastReason());
     }
     if (!options.json)
     {

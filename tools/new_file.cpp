@@ -149,13 +149,12 @@ void writeFile(const std::string& path, std::string_view bytes, Readers readers,
 void writeNewKey(const std::string& path, const Existing& existing)
 {
     const NewFile file{path, existing};
-    // The library does not say why it cannot write. Whether there is room is found out before it
-    // empties the file and writes less.
+    // Whether there is room is found out before the library empties the file and writes less.
     constexpr std::size_t room = 4096;
     file.write(std::string(room, '\n'));
-    if (!generateKeyFile(file.temporary()))
+    if (const Expected<void> made = generateKeyFile(file.temporary()); !made)
     {
-        throw Stop{Exit::failure, "cannot make a key for " + path};
+        stopFor(made.error(), "cannot make a key for " + path, Exit::failure);
     }
     file.finish(Readers::owner);
 }

@@ -2,7 +2,7 @@
 #include "payloads.hpp"
 
 #include "command.hpp"
-#include "roots.hpp"
+#include "refusal.hpp"
 
 #include <utility>
 
@@ -48,10 +48,9 @@ std::string chainIn(const std::string& text, const std::string& path)
     {
         if (!isCertificate(certificates[i]))
         {
-            throw Stop{Exit::invalid,
-                       "certificate " + std::to_string(i + 1) + " of " +
-                           std::to_string(certificates.size()) + " in " + nameOf(path) +
-                           " is refused: it cannot be read or its common name is empty"};
+            refuse("certificate " + std::to_string(i + 1) + " of " +
+                       std::to_string(certificates.size()) + " in " + nameOf(path) + " is refused",
+                   lastReason());
         }
         chain.append(certificates[i]).append("\n");
     }
@@ -80,11 +79,14 @@ Expected<CertificateKey> certificateKeyOf(const std::string& text, const std::st
 
 CertificateKey readCertificateKey(const std::string& path)
 {
-    Expected<CertificateKey> key = certificateKeyOf(readText(path), path);
-    return orStop(key && sizeOf(*key) != 0 ? std::move(key) : Error::refused,
-                  nameOf(path) + " holds neither certificates in PEM form nor a certificate key "
-                                 "(JSON) with \"x5c\"",
-                  Exit::invalid);
+    const std::string none = nameOf(path) + " holds neither certificates in PEM form nor a "
+                                            "certificate key (JSON) with \"x5c\"";
+    CertificateKey key = orStop(certificateKeyOf(readText(path), path), none, Exit::invalid);
+    if (sizeOf(key) == 0)
+    {
+        throw Stop{Exit::invalid, none};
+    }
+    return key;
 }
 
 std::size_t sizeOf(const CertificateKey& key)
@@ -92,16 +94,18 @@ std::size_t sizeOf(const CertificateKey& key)
     return valuesOf(key.parameters(), x5c).size();
 }
 
-std::string otherEnds(const CertificateKey& key, const std::string& path)
+void requireSameEnds(const CertificateKey& key, const std::string& path, const char* verdict)
 {
-    if (key.firstIsLast())
+    if (!key.firstIsLast())
     {
-        return "";
+        refuse("the chain in " + nameOf(path) + " is refused",
+               {.rule = "tool.first-certificate",
+                .sentence = "the first of its " + std::to_string(sizeOf(key)) +
+                            " certificates, whose name and key count, is not the last one, which "
+                            "is verified",
+                .hint = "expected: device, intermediates, device"},
+               verdict);
     }
-    return "the chain in " + nameOf(path) + " is refused: the first of its " +
-           std::to_string(sizeOf(key)) +
-           " certificates, whose name and key count, is not the last one, which is verified "
-           "(expected: device, intermediates, device)";
 }
 
 Json::Value documentOf(const CertificateKey& key)
@@ -117,21 +121,13 @@ Json::Value documentOf(const CertificateKey& key)
     return tree;
 }
 
-void requireFactoryRoots()
-{
-    requireReadable(productionRootPath);
-    requireReadable(developmentRootPath);
-}
-
 ParameterList readParameters(const std::string& path, const std::string& member)
 {
     const Json::Value document = readObject(path);
     const Json::Value& list = document[member].isObject() ? document[member] : document;
     return orStop(ParameterList::parse(textOf(list)),
-                  nameOf(path) +
-                      " holds no list of parameters, each a string or an array of "
-                      "strings, nor a \"" +
-                      member + "\" that is one",
+                  nameOf(path) + " holds no list of parameters, nor a \"" + member +
+                      "\" that is one",
                   Exit::invalid);
 }
 

@@ -17,18 +17,14 @@ namespace bmcoauth::tool
 /** The number of the certificates of @p key. */
 [[nodiscard]] std::size_t sizeOf(const CertificateKey& key);
 
-/** Why the chain in @p path, @p key, says nothing about the device that it names; empty if its first
- *  certificate is its last one. Names and keys are those of the first certificate and the chain is
- *  verified from the last one, so anybody could put a certificate of their own before the chain of a
- *  genuine device. */
-[[nodiscard]] std::string otherEnds(const CertificateKey& key, const std::string& path);
+/** Stops the command unless the first certificate of the chain in @p path, @p key, is its last one.
+ *  Names and keys are those of the first certificate and the chain is verified from the last one, so
+ *  anybody could put a certificate of their own before the chain of a genuine device. @p verdict is
+ *  that of `refuse`. */
+void requireSameEnds(const CertificateKey& key, const std::string& path, const char* verdict);
 
 /** The document of @p key. "x5c" is an array even of a single certificate (RFC 7517). */
 [[nodiscard]] Json::Value documentOf(const CertificateKey& key);
-
-/** Stops the command unless both factory root files can be read: without them every chain is
- *  refused, and nothing says why. */
-void requireFactoryRoots();
 
 /** Reads a parameter list: the document @p path, or the object @p member of a document that holds
  *  one, such as a register response with its "handshake_challenge". */

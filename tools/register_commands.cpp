@@ -25,8 +25,7 @@ std::optional<CertificateKeyList> readCertificateKeys(const std::vector<std::str
     {
         keys.push_back(readCertificateKey(path));
     }
-    return orStop(CertificateKeyList::of(keys), "a certificate key holds a member without a value",
-                  Exit::invalid);
+    return orStop(CertificateKeyList::of(keys), "the certificate keys are refused", Exit::invalid);
 }
 
 /** The shared secrets in the files @p paths. */
@@ -42,7 +41,7 @@ std::optional<KeyList> readSharedSecrets(const std::vector<std::string>& paths)
     {
         const std::string bytes = readBytes(path);
         keys.push_back(
-            orStop(bytes.empty() ? Error::refused : KeyRecord::sharedSecret(bytesOf(bytes)),
+            orStop(bytes.empty() ? Error::missing : KeyRecord::sharedSecret(bytesOf(bytes)),
                    nameOf(path) + " holds no secret", Exit::invalid));
     }
     return orStop(KeyList::of(keys), "the secrets could not be copied");
@@ -57,7 +56,7 @@ std::optional<ParameterList> readIfGiven(const std::string& path, const char* me
         return std::nullopt;
     }
     return orStop(readParameters(path, member).copy(),
-                  nameOf(path) + " holds a parameter without a value", Exit::invalid);
+                  "the parameters in " + nameOf(path) + " are refused", Exit::invalid);
 }
 
 // -------------------------------------------------------------------------------------- request
@@ -111,9 +110,7 @@ struct ResponseOptions
 RegistrationRequest readRequest(const std::string& path)
 {
     return orStop(RegistrationRequest::parse(readText(path)),
-                  nameOf(path) + " is not a register request: it needs an array redirect_uri and "
-                                 "the strings client_name and software_id",
-                  Exit::invalid);
+                  nameOf(path) + " is not a register request", Exit::invalid);
 }
 
 void answerRequest(const ResponseOptions& options)
@@ -154,12 +151,9 @@ struct AnswerOptions
 
 void readAnswer(const AnswerOptions& options)
 {
-    const OidcRegistration answer =
-        orStop(OidcRegistration::parse(readText(options.path)),
-               nameOf(options.path) + " is not the answer of a registration endpoint: it needs "
-                                      "the string client_id and, beside a client_secret, the "
-                                      "number client_secret_expires_at",
-               Exit::invalid);
+    const OidcRegistration answer = orStop(
+        OidcRegistration::parse(readText(options.path)),
+        nameOf(options.path) + " is not the answer of a registration endpoint", Exit::invalid);
     Json::Value fields{Json::objectValue};
     const auto add = [&](const char* name, std::optional<std::string_view> text) {
         if (text)

@@ -3,6 +3,7 @@
 #include "command.hpp"
 #include "documents.hpp"
 #include "keys.hpp"
+#include "refusal.hpp"
 #include "tokens.hpp"
 
 #include <algorithm>
@@ -79,10 +80,7 @@ void issue(const IssueOptions& options)
     const PrivateKey key = readPrivateKey(options.key);
     const TokenRequest request =
         orStop(TokenRequest::parse(readText(options.path)),
-               nameOf(options.path) +
-                   " is not an authorize request: it needs the strings client_id, client_secret "
-                   "and state, and a refresh_token or a handshake_response",
-               Exit::invalid);
+               nameOf(options.path) + " is not an authorize request", Exit::invalid);
     TokenGrant grant{
         .state = request.state().value(),
         .lifetimeSeconds = options.lifetimeSeconds,
@@ -206,12 +204,10 @@ void verify(const VerifyOptions& options)
             return;
         case Judgement::expired:
             // The library looks at the time before it looks at the signature.
-            throw Stop{Exit::expired, "the token has expired (its signature was not looked at)"};
-        case Judgement::invalid:
-            throw Stop{Exit::invalid, "the token is not valid: it is malformed, not valid yet, or "
-                                      "not signed with this key"};
+            refuse("the token has expired, its signature was not looked at", lastReason(), "valid",
+                   Exit::expired);
         default:
-            throw Stop{Exit::failure, "the token could not be judged: the clock or memory failed"};
+            refuse("the token is refused", lastReason());
     }
 }
 
@@ -243,15 +239,15 @@ void addTokenCommands(const Command& root)
                        "Token, or response document with access_token");
     inspectVerb.json(inspectOptions.json);
 
-    const Command verifyVerb =
-        group.verb("verify", "Verify a token of ours, print its claims",
-                   "token verify --key signing.pem response.json",
-                   "Exit status 3 when the token is refused, 4 when it has expired.");
+    const Command verifyVerb = group.verb(
+        "verify", "Verify a token of ours, print its claims",
+        "token verify --key signing.pem response.json",
+        "Exit status 3 when the token is refused, 4 when it has expired. The message names the "
+        "rule.");
     VerifyOptions& verifyOptions = verifyVerb.runs(verify);
     verifyVerb.option("FILE", verifyOptions.path, "Token, or response document with access_token");
     verifyVerb.option("--key", verifyOptions.key, "Key file that signed the token");
 
-    addTokenExplanation(group);
     addTokenConversion(group);
     addDelegatedCommand(group);
 }

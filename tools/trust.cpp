@@ -3,6 +3,7 @@
 
 #include "command.hpp"
 #include "jwks.hpp"
+#include "refusal.hpp"
 
 #include <algorithm>
 #include <iterator>
@@ -14,25 +15,10 @@ namespace bmcoauth::tool
 namespace
 {
 
-TrustedKey trusted(std::string name, const Json::Value& key, bool import)
+/** The keys in the file @p path that can be used. */
+std::vector<std::string> keysIn(const std::string& path)
 {
-    if (key["kid"].isString())
-    {
-        name += " (kid " + shown(key["kid"].asString()) + ")";
-    }
-    if (!import)
-    {
-        return {std::move(name), textOf(key), true};
-    }
-    const std::optional<std::string> imported = importedKey(key);
-    return {std::move(name), imported ? *imported : textOf(key), imported.has_value()};
-}
-
-} // namespace
-
-std::vector<TrustedKey> keysIn(const std::string& path, bool import)
-{
-    const std::string text = readText(path);
+    std::string text = readText(path);
     const std::optional<Json::Value> document = parsedObject(text);
     if (!document)
     {
@@ -41,50 +27,61 @@ std::vector<TrustedKey> keysIn(const std::string& path, bool import)
             throw Stop{Exit::invalid, nameOf(path) + " holds neither a public key in PEM form nor "
                                                      "JSON Web Keys"};
         }
-        return {{nameOf(path), text, true}};
+        return {std::move(text)};
     }
-    std::vector<TrustedKey> keys;
-    const bool set = (*document)["keys"].isArray();
-    for (const Json::Value& key : keysOf(*document))
+    const std::vector<Json::Value> given = keysOf(*document);
+    std::vector<std::string> usable;
+    for (const Json::Value& key : given)
     {
-        const std::string number = set ? ", key " + std::to_string(keys.size() + 1) : "";
-        keys.push_back(trusted(nameOf(path) + number, key, import));
-    }
-    return keys;
-}
-
-std::vector<TrustedKey> usableKeys(const std::vector<std::string>& paths)
-{
-    std::vector<TrustedKey> usable;
-    for (const std::string& path : paths)
-    {
-        std::vector<TrustedKey> keys = keysIn(path, true);
-        std::erase_if(keys, [](const TrustedKey& key) { return !key.usable; });
-        if (keys.empty())
+        if (std::optional<std::string> imported = importedKey(key))
         {
-            throw Stop{Exit::invalid, nameOf(path) + " holds no JSON Web Key that can be imported"};
+            usable.push_back(std::move(*imported));
         }
-        std::ranges::move(keys, std::back_inserter(usable));
+    }
+    const std::string none = nameOf(path) + " holds no JSON Web Key that can be imported";
+    if (given.empty())
+    {
+        throw Stop{Exit::invalid, none};
+    }
+    if (usable.empty())
+    {
+        refuse(none, lastReason());
     }
     return usable;
 }
 
-Verdict judge(const std::string& token, std::string_view key, const DelegationRules& rules)
+Verdict judge(const std::string& token, TextSpan keys, const DelegationRules& rules)
 {
-    return validateDelegatedToken(token, orStop(TrustedKeys::of({&key, 1}), "memory is exhausted"),
+    return validateDelegatedToken(token, orStop(TrustedKeys::of(keys), "the keys are refused"),
                                   rules);
 }
 
-Verdict judgeByAll(const std::string& token, const std::vector<TrustedKey>& keys,
+} // namespace
+
+std::vector<std::string> trustedKeys(const std::vector<std::string>& paths)
+{
+    std::vector<std::string> keys;
+    for (const std::string& path : paths)
+    {
+        std::ranges::move(keysIn(path), std::back_inserter(keys));
+    }
+    return keys;
+}
+
+Verdict judgeByAll(const std::string& token, const std::vector<std::string>& keys,
                    const DelegationRules& rules)
 {
-    auto key = keys.begin();
-    Verdict verdict = judge(token, key->text, rules);
-    while (!verdict.hasTrustedSignature() && ++key != keys.end())
+    const std::vector<std::string_view> all = viewsOf(keys);
+    for (const std::string_view& key : all)
     {
-        verdict = judge(token, key->text, rules);
+        Verdict verdict = judge(token, {&key, 1}, rules);
+        if (verdict.hasTrustedSignature())
+        {
+            return verdict;
+        }
     }
-    return verdict;
+    // No key verifies: what the library says of all of them together tells more.
+    return judge(token, all, rules);
 }
 
 } // namespace bmcoauth::tool
