@@ -102,7 +102,8 @@ void addCertCommands(const Command& root)
         "then be another device's.");
     CheckOptions& checkOptions = checkVerb.runs(check);
     checkVerb.required("FILE", checkOptions.path, "PEM file or certificate key");
-    checkVerb.option("--name", checkOptions.name, "Common name that it must have, in any case");
+    checkVerb.option("--name", checkOptions.name,
+                     "Common name that it must have, regardless of case");
     checkVerb.json(checkOptions.json);
 
     const Command chainVerb = group.verb(

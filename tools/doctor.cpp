@@ -134,7 +134,7 @@ Finding rootFinding(const std::string& subject, const char* path, bool counts)
     std::time_t instant = judgedInstant();
     if (X509_cmp_time(end, &instant) <= 0 || X509_cmp_time(begin, &instant) > 0)
     {
-        const std::string note = text + ": not at the begin of 2035, as of which chains are judged";
+        const std::string note = text + ": not on 1 January 2035, as of which chains are judged";
         return counts ? bad(subject, note) : doubtful(subject, note);
     }
     const std::string risk = openTo(path, 0022);

@@ -30,7 +30,7 @@ struct FactoryRoot
 /** Reads the root file @p path as the library does. */
 [[nodiscard]] FactoryRoot readRoot(const std::string& path);
 
-/** The instant as of which chains are judged: the begin of 2035, local time. */
+/** The instant as of which chains are judged: 1 January 2035, local time. */
 [[nodiscard]] std::time_t judgedInstant();
 
 /** The subject of @p certificate in one line. */

@@ -122,7 +122,7 @@ class Doctor(ToolTest):
         level, text = self.findings()["production root"]
         self.assertEqual(level, "bad")
         self.assertIn("CN = short", text)
-        self.assertIn("not at the begin of 2035", text)
+        self.assertIn("not on 1 January 2035", text)
 
     def test_tells_a_root_that_others_may_write(self):
         self.pki()
