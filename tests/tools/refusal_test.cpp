@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/refusal.hpp"
+#include "tools/cli/refusal.hpp"
 
 #include <gtest/gtest.h>
 
