@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "command.hpp"
+#include "cli/command.hpp"
 
 namespace bmcoauth::tool
 {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "command.hpp"
-#include "documents.hpp"
+#include "cli/command.hpp"
+#include "cli/documents.hpp"
 
 #include <exception>
 #include <iostream>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/certificates.hpp"
 #include "support/fake_device.hpp"
-#include "tools/doctor.hpp"
+#include "tools/device/doctor.hpp"
 
 #include <gtest/gtest.h>
 

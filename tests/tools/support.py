@@ -5,6 +5,7 @@ import base64
 import json
 import os
 import pathlib
+import re
 import subprocess
 import tempfile
 import time
@@ -87,14 +88,18 @@ class ToolTest(unittest.TestCase):
         self.assertRegex(outcome.err.decode(errors="replace"), pattern)
         self.assertFalse(any(byte < 0x20 for byte in outcome.err[:-1]), outcome.err)
 
-    def refused_in_json(self, verdict, pattern, *arguments, text=b""):
-        """Expects the exit status of a refusal and its reason on both stdout, in a document, and
-        stderr."""
+    def refused_by(self, rule, *arguments, text=b"", status=INVALID, verdict="valid", **members):
+        """Expects that the rule refuses: by its name on stderr and, with --json, in a document on
+        stdout, whose other members match the patterns given."""
+        self.refused(status, f": {re.escape(rule)}: ", *arguments, text=text)
         outcome = self.tool(*arguments, "--json", text=text)
-        self.assertEqual(outcome.status, INVALID, (outcome.out, outcome.err))
+        self.assertEqual(outcome.status, status, (outcome.out, outcome.err))
+        document = json.loads(outcome.out)
         reason = outcome.err.decode().removeprefix("bmcoauth: ").removesuffix("\n")
-        self.assertRegex(reason, pattern)
-        self.assertEqual(json.loads(outcome.out), {verdict: False, "reason": reason})
+        for name, value in ((verdict, False), ("rule", rule), ("reason", reason)):
+            self.assertEqual(document.pop(name), value)
+        for name, pattern in members.items():
+            self.assertRegex(str(document[name]), f"^({pattern})$")
 
     def write(self, name, content):
         """A file of the test's directory; text, bytes or a JSON document."""

@@ -7,9 +7,6 @@ import stat
 
 from support import FAILURE, INVALID, USAGE, PKI_WARNING, ToolTest
 
-# What follows the number of certificates.
-NOT_THE_LAST = ", whose name and key count, is not the last one, which is verified"
-
 
 class PkiMake(ToolTest):
     def make(self, *arguments):
@@ -120,10 +117,10 @@ class Encode(ToolTest):
         for name, text, reason in (
             ("cut.pem", chain[:-10], "cut.pem is cut off in certificate 3"),
             ("begun.pem", "-----BEGIN CERTIFICATE-----\nAA\n", "begun.pem is cut off in certificate 1"),
-            ("bad.pem", end.join((first, second.replace("M", "*"), third, "")), "certificate 2 of 3 in bad.pem is refused"),
+            ("bad.pem", end.join((first, second.replace("M", "*"), third, "")), "certificate 2 of 3 in bad.pem is refused: certificate.encoding"),
         ):
             self.write(name, text)
-            for verb in ("encode", "check", "chain", "explain"):
+            for verb in ("encode", "check", "chain"):
                 self.refused(INVALID, reason, "cert", verb, name)
 
     def test_refuses_what_is_no_text(self):
@@ -146,20 +143,15 @@ class Check(ToolTest):
         self.assertIn("common name b", self.good("cert", "check", "-", text=key))
 
     def test_refuses_another_name(self):
-        self.refused(INVALID, "is not b", "cert", "check", "--name", "b", "pki/a.pem")
+        self.refused_by("certificate.name", "cert", "check", "--name", "b", "pki/a.pem", saw="a", wanted="b")
 
     def test_refuses_a_strangers_certificate_before_a_chain(self):
         # The name is right, and so would the chain be: they are those of two devices.
-        check = ["cert", "check", "--name", "a", self.stranger()]
-        reason = f"attack.pem is refused: the first of its 3 certificates{NOT_THE_LAST}"
-        self.refused(INVALID, reason, *check)
-        self.refused_in_json("valid", reason, *check)
-
-    def test_tells_a_refusal_in_json(self):
-        self.refused_in_json("valid", "is not b$", "cert", "check", "--name", "b", "pki/a.pem")
+        self.refused_by("tool.first-certificate", "cert", "check", "--name", "a", self.stranger())
 
     def test_refuses_a_certificate_that_cannot_be_read(self):
-        self.refused(INVALID, "cannot be read", "cert", "check", "-", text='{"x5c":["AAAA"]}')
+        text = '{"x5c":["AAAA"]}'
+        self.refused_by("certificate.encoding", "cert", "check", "-", text=text)
 
     def test_keeps_a_hostile_name_from_the_terminal(self):
         subject = "/CN=a\x1b[2J"
@@ -186,49 +178,50 @@ class Chain(ToolTest):
         self.good("pki", "make", "flat", "--intermediates", "0", warning=PKI_WARNING)
         self.install_roots("flat")
         self.good("cert", "chain", "flat/dev-device.pem")
-        self.refused(INVALID, "is refused", "cert", "chain", "pki/a-chain.pem")
+        self.refuses("chain.untrusted", "pki/a-chain.pem")
+
+    def refuses(self, rule, path, text=b"", **members):
+        self.refused_by(rule, "cert", "chain", path, text=text, verdict="verified", **members)
 
     def test_refuses_a_strangers_certificate_before_a_chain(self):
-        chain = ["cert", "chain", self.stranger()]
+        attack = self.stranger()
         self.install_roots()
-        reason = f"attack.pem is refused: the first of its 4 certificates{NOT_THE_LAST}"
-        self.refused(INVALID, reason, *chain)
-        self.refused_in_json("verified", reason, *chain)
+        self.refuses("tool.first-certificate", attack)
         key = self.good("cert", "encode", "attack.pem")
-        self.refused(INVALID, "standard input is refused: the first", "cert", "chain", "-", text=key)
+        self.refuses("tool.first-certificate", "-", text=key)
         # A parameter that is found by "x5c" regardless of case, and whose certificates nobody reads.
         key = json.loads(key)
         key = json.dumps({**key, "X5C": key["x5c"][-1]})
-        self.refused(INVALID, "standard input is refused: the first", "cert", "chain", "-", text=key)
+        self.refuses("tool.first-certificate", "-", text=key)
 
     def test_refuses_a_chain_that_does_not_end_with_the_device(self):
         end = "-----END CERTIFICATE-----\n"
         chain = (self.directory / "pki/a-chain.pem").read_text().split(end)
         self.write("tls.pem", end.join([*chain[:3], ""]))
         self.install_roots()
-        self.refused(INVALID, f"first of its 3 certificates{NOT_THE_LAST}", "cert", "chain", "tls.pem")
+        self.refuses("tool.first-certificate", "tls.pem")
 
     def test_refuses_a_chain_without_its_intermediates(self):
         self.install_roots()
-        self.refused(INVALID, "no chain leads from it", "cert", "chain", "pki/a.pem")
-        self.refused_in_json("verified", "no chain leads from it", "cert", "chain", "pki/a.pem")
+        self.refuses("chain.untrusted", "pki/a.pem", saw=".*issuer certificate.*")
 
     def test_refuses_the_development_root_on_an_unmarked_device(self):
         self.good("pki", "make", "dev", "--development-root", warning=PKI_WARNING)
         self.install_roots("dev")
-        self.refused(INVALID, "of production", "cert", "chain", "dev/dev-device-chain.pem")
+        self.refuses("chain.untrusted", "dev/dev-device-chain.pem")
 
     def test_refuses_a_chain_that_cannot_be_read(self):
         self.install_roots()
-        text = '{"x5c":["AAAA"]}'
-        self.refused(INVALID, "cannot be read", "cert", "chain", "-", text=text)
-        self.refused_in_json("verified", "cannot be read", "cert", "chain", "-", text=text)
+        self.refuses("certificate.encoding", "-", text='{"x5c":["AAAA"]}')
 
     def test_names_the_root_file_that_is_missing(self):
         for name in ("Dev", "Prod"):
             (self.directory / f"pki/Factorycert{name}Root.pem").unlink()
             self.install_roots()
-            self.refused(FAILURE, f"Factorycert{name}Root.pem: No such", "cert", "chain", "pki/a.pem")
+            missing = f'chain.root-missing: .*Factorycert{name}Root.*, saw No such file'
+            self.refused(FAILURE, missing, "cert", "chain", "pki/a.pem")
+            # Nothing was judged, so that no document tells of a verdict.
+            self.refused(FAILURE, missing, "cert", "chain", "pki/a.pem", "--json")
 
 
 class CertificateKeyOfARegisterRequest(ToolTest):

@@ -16,6 +16,15 @@ from support import (
 )
 
 
+# A key on P-521 (RFC 7520, section 3.1).
+RFC_P521 = {
+    "kty": "EC",
+    "crv": "P-521",
+    "x": "AHKZLLOsCOzz5cY97ewNUajB957y-C-U88c3v13nmGZx6sYl_oJXu9A5RkTKqjqvjyekWF-7ytDyRXYgCF5cj0Kt",
+    "y": "AdymlHvOiLxXkEhayXQnNCvDX4h9htZaCJN34kfmC6pV5OhQHiraVySsUdaQkAgDPrwQrJmbnX9cwlGfP-HqHZR1",
+}
+
+
 class Delegated(ToolTest):
     def setUp(self):
         super().setUp()
@@ -47,6 +56,22 @@ class Delegated(ToolTest):
         self.assertEqual(outcome.status, status, outcome.err)
         self.assertEqual(outcome.err.count(b"\n"), 0 if status == SUCCESS else 1, outcome.err)
         return json.loads(outcome.out)
+
+    def refuses(self, rule, token, *options, status=INVALID, verified=False, **judged):
+        """Expects the rule on stderr and in the report, which is returned."""
+        trust = [option for name in judged.get("trust", ["issuer.jwks"]) for option in ("--trust", name)]
+        outcome = self.tool("token", "delegated", *trust, *options, text=token)
+        self.assertEqual(outcome.status, status, outcome.err)
+        report = json.loads(outcome.out)
+        expected = {
+            "verdict": "expired" if status == EXPIRED else "invalid",
+            "verified": verified,
+            "rule": rule,
+            "reason": outcome.err.decode().removeprefix("bmcoauth: ").removesuffix("\n"),
+        }
+        self.assertEqual({**report, **expected}, report)
+        self.assertIn(f": {rule}: ", report["reason"])
+        return report
 
     def test_accepts_a_token_by_every_form_of_key(self):
         token = self.token(scope="ravok_login ravok_clearlogs unknown")
@@ -92,41 +117,46 @@ class Delegated(ToolTest):
         )
 
     def test_refuses_an_untrusted_key(self):
-        refusal = {"verdict": "invalid", "verified": False}
         for name in ("other.jwk", "other-public.pem"):
-            self.assertEqual(self.judge(self.token(), status=INVALID, trust=[name]), refusal)
+            self.refuses("token.signature", self.token(), trust=[name])
+
+    def test_tells_what_became_of_every_key(self):
+        # A key on another curve is not meant for ES256.
+        self.write("large.jwk", RFC_P521)
+        report = self.refuses("token.signature", self.token(), trust=["large.jwk", "other.jwk"])
+        self.assertEqual(report["index"], 1)
+        self.assertEqual(report["saw"], "1 not selected, 0 not imported, 1 not verified")
+        self.refuses("token.key-not-selected", self.token(), trust=["large.jwk"])
 
     def test_refuses_an_altered_token(self):
         token = self.token()
-        for number in (1, 2):
-            report = self.judge(altered(token, number), status=INVALID)
-            self.assertEqual(report, {"verdict": "invalid", "verified": False})
+        report = self.judge(altered(token, 1), status=INVALID)
+        self.assertRegex(report["rule"], "^(json|token)")
+        self.refuses("token.signature", altered(token, 2))
 
     def test_tells_an_expired_token_from_a_forged_one(self):
-        report = self.judge(self.token(end=-30), status=EXPIRED)
-        self.assertEqual(report, {"verdict": "expired", "verified": True})
+        report = self.refuses("token.expired", self.token(end=-30), status=EXPIRED, verified=True)
+        self.assertEqual(report["subject"], "exp")
 
     def test_allows_the_skew(self):
         token = self.token(begin=60, end=-30)
-        report = self.judge(token, status=EXPIRED)
-        self.assertTrue(report["verified"])
+        self.refuses("token.expired", token, status=EXPIRED, verified=True)
         self.assertEqual(self.judge(token, "--skew", "300")["verdict"], "valid")
 
     def test_refuses_a_token_that_is_not_valid_yet(self):
-        report = self.judge(self.token(begin=300), status=INVALID)
-        self.assertEqual(report, {"verdict": "invalid", "verified": True})
+        self.refuses("token.not-yet-valid", self.token(begin=300), verified=True)
 
     def test_refuses_hmac(self):
-        token = signed_token(self, "issuer.pem", claims(), "HS256")
-        self.assertFalse(self.judge(token, status=INVALID)["verified"])
+        self.refuses("token.algorithm", signed_token(self, "issuer.pem", claims(), "HS256"))
 
     def test_refuses_a_zero_byte_in_a_text(self):
-        token = self.token(sub="admin\0.example")
-        self.assertEqual(self.judge(token, status=INVALID), {"verdict": "invalid", "verified": False})
+        self.refuses("json.syntax", self.token(sub="admin\0.example"))
 
     def test_refuses_what_is_no_token(self):
-        for text in ("x", "a.b.c", "..", "{}"):
-            self.assertFalse(self.judge(text, status=INVALID)["verified"])
+        for text in ("x", "{}"):
+            self.refuses("token.parts", text)
+        for text in ("a.b.c", ".."):
+            self.refuses("base64.malformed", text)
 
     def test_refuses_trust_that_is_none(self):
         judge = ["token", "delegated", "--trust"]

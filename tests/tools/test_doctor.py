@@ -90,7 +90,7 @@ class Doctor(ToolTest):
         os.chmod(self.directory / "key.pem", 0o620)
         self.assertEqual(finding("key.pem")[0], "doubtful")
         self.openssl("ecparam", "-name", "secp384r1", "-genkey", "-noout", "-out", "384.pem")
-        self.assertEqual(finding("384.pem"), ("bad", "384.pem holds a key that is not on P-256"))
+        self.assertEqual(finding("384.pem"), ("bad", "384.pem is refused: key.curve: the key is on another curve (wanted P-256)"))
         self.write("nonsense.pem", "nonsense")
         self.assertEqual(finding("nonsense.pem")[0], "bad")
         self.assertEqual(finding("."), ("bad", finding(".")[1]))
@@ -122,7 +122,7 @@ class Doctor(ToolTest):
         level, text = self.findings()["production root"]
         self.assertEqual(level, "bad")
         self.assertIn("CN = short", text)
-        self.assertIn("not at the begin of 2035", text)
+        self.assertIn("not on 1 January 2035", text)
 
     def test_tells_a_root_that_others_may_write(self):
         self.pki()

@@ -11,7 +11,7 @@ class Json(ToolTest):
         self.assertEqual(self.good_json("key", "generate", "--json", "key.pem"), {"file": "key.pem"})
         self.assertEqual(self.good_json("key", "check", "--json", "key.pem"), {"valid": True})
         self.write("none.pem", "")
-        self.refused(INVALID, "does not hold a valid", "key", "check", "--json", "none.pem")
+        self.refused_by("key.encoding", "key", "check", "none.pem")
 
     def test_of_a_token(self):
         header, payload = {"alg": "none", "typ": "\x1b[2J"}, {"exp": 1, "sub": "x"}

@@ -3,7 +3,7 @@
 
 import json
 
-from support import INVALID, ToolTest
+from support import ToolTest
 
 # RFC 7517, appendix A.1: an EC and an RSA key.
 EC = {
@@ -38,8 +38,13 @@ class Import(ToolTest):
             self.assertIn(b"prime256v1" if key is EC else b"Public-Key: (2048 bit)", text)
 
     def test_refuses_a_key_that_is_none(self):
-        for key in ({**EC, "kty": "oct"}, {**EC, "y": EC["x"]}, {**RSA, "n": None}, {}):
-            self.refused(INVALID, "not a JSON Web Key", "jwk", "import", text=json.dumps(key))
+        for key, rule in (
+            ({**EC, "kty": "oct"}, "jwk.kind"),
+            ({**EC, "y": EC["x"]}, "jwk.point"),
+            ({**RSA, "n": None}, "jwk.number"),
+            ({}, "jwk.kind"),
+        ):
+            self.refused_by(rule, "jwk", "import", text=json.dumps(key))
 
     def test_refuses_what_is_no_text(self):
         self.refuses_what_is_no_text("jwk", "import", "@")

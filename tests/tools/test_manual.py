@@ -108,8 +108,8 @@ class Completion(Verbs):
 
     def test_narrows_down(self):
         self.assertEqual(self.complete("tok"), ["token"])
-        self.assertEqual(self.complete("token", "ex"), ["explain"])
-        self.assertEqual(self.complete("token", "explain", "--k"), ["--key"])
+        self.assertEqual(self.complete("token", "ver"), ["verify"])
+        self.assertEqual(self.complete("token", "verify", "--k"), ["--key"])
         self.assertEqual(self.complete("nonsense", "--"), [])
         self.assertEqual(self.complete("token", "nonsense", ""), [])
 

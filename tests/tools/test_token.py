@@ -207,27 +207,52 @@ class Verify(ToolTest):
         token = signed_token(self, "key.pem", claims())
         self.assertNotIn("\n", self.good("token", "verify", "--key", "key.pem", text=token + "\n"))
 
+    def refuses(self, rule, token, **members):
+        self.refused_by(rule, "token", "verify", "--key", "key.pem", text=token, **members)
+
     def test_refuses_an_altered_token(self):
         token = signed_token(self, "key.pem", claims())
         self.verify(token)
-        self.verify(altered(token, 1), INVALID, "is not valid")
-        self.verify(altered(token, 2), INVALID, "is not valid")
+        self.verify(altered(token, 1), INVALID, ": (json|token)")
+        self.refuses("token.signature", altered(token, 2))
 
     def test_refuses_the_token_of_another_key(self):
         self.key("other.pem")
-        token = signed_token(self, "other.pem", claims())
-        self.verify(token, INVALID, "not signed with this key")
+        self.refuses("token.signature", signed_token(self, "other.pem", claims()))
 
     def test_refuses_an_expired_token_with_a_status_of_its_own(self):
-        self.verify(signed_token(self, "key.pem", claims(-600, -1)), EXPIRED, "has expired")
+        payload = claims(-600, -1)
+        token = signed_token(self, "key.pem", payload)
+        seen = {"subject": "exp", "saw": payload["exp"], "wanted": r"above \d+"}
+        self.refuses("token.expired", token, status=EXPIRED, **seen)
 
     def test_refuses_a_token_that_is_not_valid_yet(self):
-        token = signed_token(self, "key.pem", claims(300, 600))
-        self.verify(token, INVALID, "not valid yet")
+        payload = claims(300, 600)
+        token = signed_token(self, "key.pem", payload)
+        self.refuses("token.not-yet-valid", token, subject="nbf", saw=payload["nbf"])
+
+    def test_names_the_member_that_is_none(self):
+        for payload, subject in (
+            ({"sub": "s"}, "jti"),
+            (claims(exp=4000000000), "exp"),
+            (claims(sub=None), "sub"),
+        ):
+            self.refuses("token.member", signed_token(self, "key.pem", payload), subject=subject)
+        self.refuses("token.scope", signed_token(self, "key.pem", claims(scope="read")))
+
+    def test_keeps_a_stranger_from_the_terminal(self):
+        payload = claims(exp="\x1b[2J" + "5" * 5000)
+        outcome = self.tool("token", "verify", "--key", "key.pem", text=signed_token(self, "key.pem", payload))
+        self.assertEqual(outcome.status, EXPIRED)
+        self.assertNotIn(b"\x1b", outcome.err)
+        self.assertLess(len(outcome.err), 500)
 
     def test_refuses_what_is_no_token(self):
-        for text in ("x", "a.b.c", "{}", "..", "." * 100000):
-            self.verify(text, INVALID, "is not valid")
+        for text in ("x", "{}", "a.b"):
+            self.refuses("token.parts", text)
+        for text in ("..", "." * 100000):
+            self.refuses("base64.malformed", text, subject="header")
+        self.refuses("json.syntax", base64url(b"nonsense") + ".b.c", subject="header")
 
     def test_needs_a_key_and_says_so(self):
         self.refused(USAGE, "--key FILE", "token", "verify", text="a.b.c")

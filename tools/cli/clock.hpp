@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <string>
+
+namespace bmcoauth::tool
+{
+
+/** The seconds since the epoch by which the library judges, at the instant @p time: its clock goes
+ *  by way of local time, so that it may be off if the zone has changed since 1970. Nothing when there is no such date. */
+[[nodiscard]] std::optional<std::uint64_t> librarySeconds(std::time_t time);
+
+/** The date of seconds that make none. */
+inline constexpr const char* beyondCalendar = "beyond the calendar";
+
+/** @p seconds as date and time in UTC. */
+[[nodiscard]] std::string dateOf(std::uint64_t seconds);
+
+} // namespace bmcoauth::tool

@@ -1,0 +1,299 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/manual.hpp"
+
+#include <algorithm>
+#include <iterator>
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+std::string joined(const std::vector<std::string>& words, const std::string& separator)
+{
+    std::string text;
+    for (const std::string& word : words)
+    {
+        text += (text.empty() ? "" : separator) + word;
+    }
+    return text;
+}
+
+/** @p text so that roff prints it as it is. */
+std::string roff(const std::string& text)
+{
+    std::string result;
+    bool lineBegins = true;
+    for (const char c : text)
+    {
+        if (lineBegins && (c == '.' || c == '\''))
+        {
+            // A line that begins so would be a request.
+            result += "\\&";
+        }
+        lineBegins = c == '\n';
+        if (c == '\\')
+        {
+            result += "\\e";
+        }
+        else if (c == '-')
+        {
+            // A hyphen would be broken at, and copied as another character.
+            result += "\\-";
+        }
+        else
+        {
+            result += c;
+        }
+    }
+    return result;
+}
+
+std::string bold(const std::string& text)
+{
+    return "\\fB" + roff(text) + "\\fR";
+}
+
+std::string italic(const std::string& text)
+{
+    return "\\fI" + roff(text) + "\\fR";
+}
+
+std::string valueOf(const OptionDescription& option)
+{
+    return option.choices.empty() ? italic("VALUE") : roff(joined(option.choices, "|"));
+}
+
+/** An option as a synopsis shows it. */
+std::string synopsis(const OptionDescription& option)
+{
+    std::string text = option.argument ? italic(option.name) : bold(option.name);
+    if (!option.argument && option.takesValue)
+    {
+        text += ' ';
+        text += valueOf(option);
+    }
+    if (!option.required)
+    {
+        text.insert(0, 1, '[');
+        text += ']';
+    }
+    return option.repeatable ? text + "..." : text;
+}
+
+std::string section(const std::string& name)
+{
+    return ".SH " + name + "\n";
+}
+
+std::string header(const std::string& name, const std::string& summary)
+{
+    return ".TH " + name + " 1 \"\" \"bmcoauth " BMCOAUTH_VERSION "\" \"User Commands\"\n" +
+           section("NAME") + roff(name) + " \\- " + roff(summary) + "\n";
+}
+
+std::string options(const std::vector<OptionDescription>& described)
+{
+    std::string text = section("OPTIONS");
+    for (const OptionDescription& option : described)
+    {
+        text += ".TP\n" + (option.argument ? italic(option.name) : bold(option.name));
+        if (!option.argument && option.takesValue)
+        {
+            text += ' ';
+            text += valueOf(option);
+        }
+        text += '\n';
+        text += roff(option.help);
+        text += '\n';
+    }
+    return text;
+}
+
+std::string example(const std::string& text)
+{
+    return text.empty() ? "" : section("EXAMPLE") + ".nf\n" + roff(text) + "\n.fi\n";
+}
+
+std::string verbPage(const CommandDescription& verb)
+{
+    std::string text = header(pageName(verb), verb.summary) + section("SYNOPSIS") +
+                       bold("bmcoauth " + joined(verb.path, " ")) + "\n";
+    for (const bool argument : {false, true})
+    {
+        for (const OptionDescription& option : verb.options)
+        {
+            if (option.argument == argument)
+            {
+                text += synopsis(option) + "\n";
+            }
+        }
+    }
+    text += section("DESCRIPTION") + roff(verb.summary) + ".\n";
+    if (!verb.notes.empty())
+    {
+        text += ".PP\n" + roff(verb.notes) + "\n";
+    }
+    text += options(verb.options);
+    return text + example(verb.example) + section("SEE ALSO") + bold("bmcoauth") +
+           "(1), which tells what the exit status means.\n";
+}
+
+std::string toolPage(const CommandDescription& tool)
+{
+    std::string text = header("bmcoauth", tool.summary) + section("SYNOPSIS") + bold("bmcoauth") +
+                       " " + italic("COMMAND") + " [" + italic("VERB") + "] [" + italic("OPTIONS") +
+                       "]\n" + section("DESCRIPTION");
+    std::string notes = tool.notes;
+    for (std::size_t at = notes.find("\n\n"); at != std::string::npos; at = notes.find("\n\n", at))
+    {
+        notes.replace(at, 2, "\n.PP\n");
+    }
+    // The paragraphs' requests are to stay requests.
+    std::string shown = roff(notes);
+    for (std::size_t at = shown.find("\\&.PP"); at != std::string::npos; at = shown.find("\\&.PP"))
+    {
+        shown.erase(at, 2);
+    }
+    text += shown + "\n" + options(tool.options) + section("COMMANDS");
+    for (const CommandDescription* verb : verbsOf(tool))
+    {
+        text += ".TP\n" + bold(pageName(*verb)) + "(1)\n" + roff(verb->summary) + "\n";
+    }
+    return text;
+}
+
+// ------------------------------------------------------------------------------ completion
+
+std::string quoted(const std::string& text)
+{
+    return "'" + text + "'";
+}
+
+/** The words that may stand behind the words of @p command. */
+std::string wordsOf(const CommandDescription& command)
+{
+    std::vector<std::string> words;
+    for (const CommandDescription& below : command.commands)
+    {
+        words.push_back(below.path.back());
+    }
+    for (const OptionDescription& option : command.options)
+    {
+        if (!option.argument)
+        {
+            words.push_back(option.name);
+        }
+    }
+    return joined(words, " ");
+}
+
+// As deep as the commands: the tool, a group, a verb.
+// NOLINTNEXTLINE(misc-no-recursion)
+void addCases(const CommandDescription& command, std::string& words, std::string& values)
+{
+    const std::string path = joined(command.path, " ");
+    words += "        " + quoted(path) + ") words=" + quoted(wordsOf(command)) + " ;;\n";
+    for (const OptionDescription& option : command.options)
+    {
+        if (option.takesValue && !option.argument)
+        {
+            values += "        " + quoted(path + " " + option.name) +
+                      ") takes=value; choices=" + quoted(joined(option.choices, " ")) + " ;;\n";
+        }
+    }
+    for (const CommandDescription& below : command.commands)
+    {
+        addCases(below, words, values);
+    }
+}
+
+} // namespace
+
+// NOLINTNEXTLINE(misc-no-recursion)
+std::vector<const CommandDescription*> verbsOf(const CommandDescription& command)
+{
+    std::vector<const CommandDescription*> verbs;
+    for (const CommandDescription& below : command.commands)
+    {
+        if (below.commands.empty())
+        {
+            verbs.push_back(&below);
+        }
+        else
+        {
+            std::ranges::move(verbsOf(below), std::back_inserter(verbs));
+        }
+    }
+    return verbs;
+}
+
+std::string pageName(const CommandDescription& command)
+{
+    return command.path.empty() ? "bmcoauth" : "bmcoauth-" + joined(command.path, "-");
+}
+
+std::string manualPage(const CommandDescription& command, const CommandDescription& tool)
+{
+    return command.path.empty() ? toolPage(tool) : verbPage(command);
+}
+
+std::string bashCompletion(const CommandDescription& tool)
+{
+    std::string words;
+    std::string values;
+    addCases(tool, words, values);
+    return R"(# bash completion for bmcoauth; made by the tool from its own verbs and options
+
+_bmcoauth_words()
+{
+    words= takes= choices=
+    case $1 in
+)" + words +
+           R"(    esac
+    case "$1 $2" in
+)" + values +
+           R"(    esac
+}
+
+_bmcoauth()
+{
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}
+    local words takes choices verb='' longer word other=''
+    COMPREPLY=()
+
+    # The verb: as many of the words as make one.
+    for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+        longer=${verb:+$verb }$word
+        _bmcoauth_words "$longer" ''
+        if [[ -z $words ]]; then
+            other=$word
+            break
+        fi
+        verb=$longer
+    done
+
+    _bmcoauth_words "$verb" "$previous"
+    if [[ -n $takes ]]; then
+        if [[ -n $choices ]]; then
+            mapfile -t COMPREPLY < <(compgen -W "$choices" -- "$current")
+        else
+            mapfile -t COMPREPLY < <(compgen -f -- "$current")
+        fi
+    elif [[ $words != --* && -n $other ]]; then
+        : # Behind what is no command there is nothing to offer.
+    elif [[ $current == -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+    elif [[ $words != --* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$words" -X '-*' -- "$current")
+    else
+        mapfile -t COMPREPLY < <(compgen -f -- "$current")
+    fi
+}
+
+complete -o filenames -F _bmcoauth bmcoauth
+)";
+}
+
+} // namespace bmcoauth::tool

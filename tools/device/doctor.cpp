@@ -1,0 +1,295 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "device/doctor.hpp"
+
+#include "cli/clock.hpp"
+#include "cli/documents.hpp"
+#include "cli/refusal.hpp"
+#include "device/roots.hpp"
+
+#include <json/version.h>
+#include <openssl/crypto.h>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <fstream>
+#include <iterator>
+#include <string_view>
+#include <system_error>
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+std::string messageOf(int error)
+{
+    return std::generic_category().message(error);
+}
+
+Finding fine(std::string subject, std::string text)
+{
+    return {Exit::success, std::move(subject), std::move(text)};
+}
+
+Finding doubtful(std::string subject, std::string text)
+{
+    return {Exit::doubtful, std::move(subject), std::move(text)};
+}
+
+Finding bad(std::string subject, std::string text)
+{
+    return {Exit::invalid, std::move(subject), std::move(text)};
+}
+
+// --------------------------------------------------------------------------------------- clock
+
+/** The begin of 2020: a clock before that was never set. */
+constexpr std::time_t plausible = 1577836800;
+
+Finding clockFinding(std::time_t now)
+{
+    const std::string date = dateOf(static_cast<std::uint64_t>(now));
+    return now >= plausible ? fine("clock", date) : doubtful("clock", date + ": it was never set");
+}
+
+/** The library's clock goes by way of local time. */
+Finding libraryClockFinding(std::time_t now)
+{
+    const std::optional<std::uint64_t> seconds = librarySeconds(now);
+    if (!seconds)
+    {
+        return bad("library clock", "cannot be read: no token can be judged");
+    }
+    const std::int64_t away = static_cast<std::int64_t>(*seconds) - std::int64_t{now};
+    if (away == 0)
+    {
+        return fine("library clock", "the same");
+    }
+    return doubtful("library clock",
+                    std::to_string(away) +
+                        " s from the clock: tokens of others are judged by it, and others judge "
+                        "ours by theirs; it is exact where the local zone is UTC");
+}
+
+Finding zoneFinding(std::time_t now)
+{
+    std::tm local{};
+    std::array<char, 64> text{};
+    if (localtime_r(&now, &local) == nullptr ||
+        std::strftime(text.data(), text.size(), "%Z, UTC%z", &local) == 0)
+    {
+        return bad("time zone", "cannot be read");
+    }
+    // There is one thread.
+    const char* variable = std::getenv("TZ"); // NOLINT(concurrency-mt-unsafe)
+    const std::string zone =
+        std::string{text.data()} +
+        (variable != nullptr ? " by TZ=" + shown(variable) : " by /etc/localtime");
+    // By name, too: zones that share the offset of UTC today may have had another in 1970, from
+    // which the library counts.
+    const bool isUtc = local.tm_gmtoff == 0 && std::string_view{local.tm_zone} == "UTC";
+    return isUtc ? fine("time zone", zone) : doubtful("time zone", zone + ": the zone must be UTC");
+}
+
+// --------------------------------------------------------------------------------------- files
+
+/** What the mode of a file lets others do; empty for what is as it should be. */
+std::string openTo(const std::string& path, mode_t forbidden)
+{
+    struct stat status
+    {
+    };
+    if (stat(path.c_str(), &status) != 0 || (status.st_mode & forbidden) == 0)
+    {
+        return "";
+    }
+    std::array<char, 16> mode{};
+    static_cast<void>(
+        std::snprintf(mode.data(), mode.size(), "%04o", unsigned{status.st_mode & 07777U}));
+    return std::string{"; its mode "} + mode.data() + " lets others " +
+           ((status.st_mode & 0022U) != 0 ? "write" : "read") + " it";
+}
+
+Finding rootFinding(const std::string& subject, const char* path, bool counts)
+{
+    const FactoryRoot root = readRoot(path);
+    if (!root.certificate)
+    {
+        return bad(subject, root.path + ": " + root.problem +
+                                "; no chain verifies unless both roots are there");
+    }
+    const ASN1_TIME* end = X509_get0_notAfter(root.certificate.get());
+    const ASN1_TIME* begin = X509_get0_notBefore(root.certificate.get());
+    const std::string text =
+        subjectOf(*root.certificate) + ", valid from " + timeText(begin) + " to " + timeText(end);
+    std::time_t instant = judgedInstant();
+    if (X509_cmp_time(end, &instant) <= 0 || X509_cmp_time(begin, &instant) > 0)
+    {
+        const std::string note = text + ": not on 1 January 2035, as of which chains are judged";
+        return counts ? bad(subject, note) : doubtful(subject, note);
+    }
+    const std::string risk = openTo(path, 0022);
+    return risk.empty() ? fine(subject, text) : doubtful(subject, text + risk);
+}
+
+Finding markerFinding()
+{
+    return deviceIsMarked()
+               ? doubtful("marker file",
+                          std::string{markerPath} +
+                              " is there: the development root counts, and the library opens "
+                              "envelopes without IV or MAC; not for production")
+               : fine("marker file", std::string{markerPath} + " is not there");
+}
+
+Finding keyFinding(const std::string& path)
+{
+    const std::string subject = "key file";
+    if (access(path.c_str(), R_OK) != 0)
+    {
+        return bad(subject, path + ": " + messageOf(errno));
+    }
+    if (!keyFileIsSound(path) || !PrivateKey::fromFile(path))
+    {
+        return bad(subject, path + " is refused: " + lineOf(lastReason()));
+    }
+    const std::string risk = openTo(path, 0077);
+    return risk.empty() ? fine(subject, path + ", a sound P-256 key")
+                        : doubtful(subject, path + risk);
+}
+
+// ------------------------------------------------------------------------------------- devices
+
+Finding randomFinding()
+{
+    const std::string subject = "random device";
+    const std::string path = "/dev/urandom";
+    const Expected<Text> first = randomIv();
+    const Expected<Text> second = randomIv();
+    if (!first || !second)
+    {
+        return bad(subject, path + " gives no bytes");
+    }
+    if (first->view() == second->view())
+    {
+        return bad(subject, path + " gives the same bytes again");
+    }
+    struct stat status
+    {
+    };
+    if (stat(path.c_str(), &status) != 0 || !S_ISCHR(status.st_mode))
+    {
+        return bad(subject, path + " is no device");
+    }
+    return fine(subject, path + " gives bytes");
+}
+
+Finding journalFinding()
+{
+    const std::string subject = "journal";
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string path = "/run/systemd/journal/socket";
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const int connection = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int result =
+        connection < 0
+            ? -1
+            : connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    const int error = errno;
+    if (connection >= 0)
+    {
+        close(connection);
+    }
+    return result == 0 ? fine(subject, path + " listens")
+                       : doubtful(subject, path + ": " + messageOf(error) +
+                                               "; the library's error messages are lost");
+}
+
+// ------------------------------------------------------------------------------------ libraries
+
+/** The file that the library @p name was loaded from. */
+std::string loadedFrom(const std::string& name)
+{
+    std::ifstream maps{"/proc/self/maps"};
+    for (std::string line; std::getline(maps, line);)
+    {
+        const std::size_t begin = line.find('/');
+        if (begin != std::string::npos && line.find("/" + name + ".so", begin) != std::string::npos)
+        {
+            return line.substr(begin);
+        }
+    }
+    return "linked in";
+}
+
+Finding cryptoFinding()
+{
+    const std::string text = std::string{OpenSSL_version(OPENSSL_FULL_VERSION_STRING)} +
+                             ", built with " + OPENSSL_FULL_VERSION_STR + ", " +
+                             loadedFrom("libcrypto");
+    return OPENSSL_version_major() == OPENSSL_VERSION_MAJOR
+               ? fine("OpenSSL", text)
+               : bad("OpenSSL", text + ": another major version");
+}
+
+std::vector<Finding> libraryFindings()
+{
+    return {
+        fine("bmcoauth",
+             "built with " + std::string{BMCOAUTH_VERSION} + ", " + loadedFrom("libbmcoauth")),
+        cryptoFinding(),
+        fine("jsoncpp",
+             "built with " + std::string{JSONCPP_VERSION_STRING} + ", " + loadedFrom("libjsoncpp")),
+        fine("liboath",
+             "built with " + std::string{BMCOAUTH_OATH_VERSION} + ", " + loadedFrom("liboath")),
+        fine("libsystemd", "built with " + std::string{BMCOAUTH_JOURNAL_VERSIONS} + ", " +
+                               loadedFrom("libsystemd")),
+        fine("libstrutil", loadedFrom("libstrutil")),
+    };
+}
+
+} // namespace
+
+std::vector<Finding> examineDevice(const std::vector<std::string>& keys)
+{
+    const std::time_t now = std::time(nullptr);
+    const bool marked = deviceIsMarked();
+    std::vector<Finding> findings{
+        clockFinding(now),
+        libraryClockFinding(now),
+        zoneFinding(now),
+        rootFinding("production root", productionRootPath, true),
+        rootFinding("development root", developmentRootPath, marked),
+        markerFinding(),
+    };
+    std::ranges::transform(keys, std::back_inserter(findings), keyFinding);
+    findings.push_back(randomFinding());
+    findings.push_back(journalFinding());
+    std::ranges::move(libraryFindings(), std::back_inserter(findings));
+    return findings;
+}
+
+Exit worstOf(const std::vector<Finding>& findings)
+{
+    const auto has = [&](Exit level) {
+        return std::ranges::any_of(findings,
+                                   [&](const Finding& finding) { return finding.level == level; });
+    };
+    if (has(Exit::invalid))
+    {
+        return Exit::invalid;
+    }
+    return has(Exit::doubtful) ? Exit::doubtful : Exit::success;
+}
+
+} // namespace bmcoauth::tool

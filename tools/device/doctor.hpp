@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "cli/command.hpp"
+
+#include <string>
+#include <vector>
+
+namespace bmcoauth::tool
+{
+
+/** What was found out about one thing that the library depends on: Exit::success for nothing to
+ *  worry about, Exit::doubtful, or Exit::invalid for what will not work. */
+struct Finding
+{
+    Exit level = Exit::success;
+    std::string subject;
+    std::string text;
+};
+
+/** Looks at everything on this device that the library's verdicts depend on, and at the private
+ *  key files @p keys. */
+[[nodiscard]] std::vector<Finding> examineDevice(const std::vector<std::string>& keys);
+
+/** The worst of @p findings. */
+[[nodiscard]] Exit worstOf(const std::vector<Finding>& findings);
+
+} // namespace bmcoauth::tool

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/command.hpp"
+#include "cli/documents.hpp"
+#include "device/doctor.hpp"
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+struct Options
+{
+    std::vector<std::string> keys;
+    bool json = false;
+};
+
+std::string levelName(Exit level)
+{
+    switch (level)
+    {
+        case Exit::success:
+            return "ok";
+        case Exit::doubtful:
+            return "doubtful";
+        default:
+            return "bad";
+    }
+}
+
+std::string padded(std::string text, std::size_t width)
+{
+    text.resize(std::max(text.size(), width), ' ');
+    return text;
+}
+
+void examine(const Options& options)
+{
+    const std::vector<Finding> findings = examineDevice(options.keys);
+    const Exit worst = worstOf(findings);
+    Json::Value document;
+    for (const Finding& finding : findings)
+    {
+        Json::Value entry;
+        entry["level"] = levelName(finding.level);
+        entry["subject"] = finding.subject;
+        entry["text"] = harmless(finding.text);
+        document["findings"].append(entry);
+        if (!options.json)
+        {
+            print(padded(levelName(finding.level), 10) + padded(finding.subject, 18) +
+                  harmless(finding.text));
+        }
+    }
+    document["worst"] = levelName(worst);
+    if (options.json)
+    {
+        printJson(document);
+    }
+    if (worst != Exit::success)
+    {
+        throw Quiet{worst};
+    }
+}
+
+} // namespace
+
+void addDoctorCommand(const Command& root)
+{
+    const Command verb = root.verb(
+        "doctor", "Look at everything on this device that the library depends on",
+        "doctor --key signing.pem",
+        "One line each for the clock, the library's clock, the time zone, the factory roots, the "
+        "marker file,\nthe key files given, the random device, the journal and the libraries: ok, "
+        "doubtful or bad.\nExit status by the worst of them: 0, 6 or 3.");
+    Options& options = verb.runs(examine);
+    verb.option("--key", options.keys, "Private key file to look at; may be given again");
+    verb.json(options.json);
+}
+
+} // namespace bmcoauth::tool

@@ -1,0 +1,286 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "certificate/certificate_key.hpp"
+#include "cli/command.hpp"
+#include "cli/documents.hpp"
+#include "cli/refusal.hpp"
+#include "document/parameters.hpp"
+#include "envelope/sealed_document.hpp"
+#include "handshake/challenge.hpp"
+#include "key/keys.hpp"
+
+#include <algorithm>
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+// ------------------------------------------------------------------------------------ challenge
+
+struct ChallengeOptions
+{
+    std::vector<std::string> types;
+    std::uint32_t mode = 3;
+    bool client = false;
+    std::uint32_t count = 1;
+};
+
+void challenge(const ChallengeOptions& options)
+{
+    const std::vector<std::string_view> types = viewsOf(options.types);
+    printParameters(options.client ? orStop(clientChallenge(types, options.count),
+                                            "no client's challenge can be made", Exit::usage)
+                                   : challengeFor(types, options.mode));
+}
+
+/** The text of the key document @p path; empty without one. */
+std::string readSecrets(const std::string& path)
+{
+    return path.empty() ? "" : textOf(readObject(path));
+}
+
+// -------------------------------------------------------------------------------------- respond
+
+struct RespondOptions
+{
+    std::string challenge;
+    std::string keys;
+    std::string certificate;
+    std::string key;
+};
+
+void respond(const RespondOptions& options)
+{
+    const ParameterList asked = readParameters(options.challenge, challengeMember);
+    const std::string secrets = readSecrets(options.keys);
+    const auto certificate = ifGiven(options.certificate, readCertificateKey);
+    const auto key = ifGiven(options.key, readPrivateKey);
+    printParameters(
+        orStop(bmcoauth::respond(asked, {secrets, pointerTo(certificate), pointerTo(key)}),
+               "the challenge cannot be answered", Exit::invalid));
+}
+
+// ---------------------------------------------------------------------------------------- check
+
+struct CheckOptions
+{
+    std::string path = "-";
+    std::string challenge;
+    std::string keys;
+    std::string certificate;
+    std::optional<std::string> name;
+    bool chain = false;
+    bool asTheLibrary = false;
+    bool json = false;
+};
+
+/** The member of the result that is the verdict. */
+constexpr const char* accepted = "accepted";
+
+void checkCertificate(const CertificateKey* certificate, const CheckOptions& options)
+{
+    if (certificate == nullptr)
+    {
+        throw Stop{Exit::usage, "--chain needs --certificate"};
+    }
+    requireSameEnds(*certificate, options.certificate, accepted);
+    if (!certificate->isValid(options.name))
+    {
+        refuse("the certificate in " + nameOf(options.certificate) + " is refused", lastReason(),
+               accepted);
+    }
+}
+
+/** What @p response does not prove of what @p challenge asks for, although validateHandshakeResponse
+ *  may accept it. */
+std::optional<Reason> missingProof(const ParameterList& challenge, const ParameterList& response)
+{
+    const std::vector<std::string> types = valuesOf(challenge, "T");
+    const std::size_t proofs = valuesOf(response, "R").size();
+    if (proofs != types.size())
+    {
+        return Reason{.rule = "tool.proof-count",
+                      .sentence = "the challenge asks for " + std::to_string(types.size()) +
+                                  " proofs, and the response holds " + std::to_string(proofs)};
+    }
+    const auto place = std::ranges::find_if(types, isCertificateType);
+    if (place != types.end() && place + 1 != types.end())
+    {
+        return Reason{.rule = "tool.proof-order",
+                      .sentence = "the challenge asks for another proof after the certificate "
+                                  "proof, which then does not count"};
+    }
+    return std::nullopt;
+}
+
+/** The verdict of validateHandshakeResponse, which accepts responses with a missing proof. */
+bool isAccepted(const ParameterList& challenge, const ParameterList& response,
+                const std::string& secrets, const CertificateKey* certificate)
+{
+    HandshakePayload* record = certificate == nullptr ? nullptr : certificate->parameters().get();
+    return validateHandshakeResponse(challenge.get(), secrets.c_str(),
+                                     static_cast<unsigned int>(secrets.size()), &record,
+                                     response.get());
+}
+
+void checkProofs(const ParameterList& asked, const ParameterList& response,
+                 const CertificateKey* certificate, const CheckOptions& options)
+{
+    const std::string secrets = readSecrets(options.keys);
+    const std::optional<Reason> missing = missingProof(asked, response);
+    if (!(options.asTheLibrary ? isAccepted(asked, response, secrets, certificate)
+                               : isProven(asked, response, secrets, certificate)))
+    {
+        refuse("the response is refused",
+               missing && !options.asTheLibrary ? *missing : lastReason(), accepted);
+    }
+    if (missing)
+    {
+        warn(missing->sentence);
+    }
+}
+
+void check(const CheckOptions& options)
+{
+    if (options.name && !options.chain)
+    {
+        throw Stop{Exit::usage, "--name needs --chain: without it no name is checked"};
+    }
+    const ParameterList asked = readParameters(options.challenge, challengeMember);
+    const ParameterList response = readParameters(options.path, responseMember);
+    const auto certificate = ifGiven(options.certificate, readCertificateKey);
+    if (options.chain)
+    {
+        checkCertificate(pointerTo(certificate), options);
+    }
+    checkProofs(asked, response, pointerTo(certificate), options);
+    if (!options.json)
+    {
+        print(options.chain ? "accepted, chain verified" : "accepted");
+        return;
+    }
+    Json::Value document;
+    document[accepted] = true;
+    document["chain_verified"] = options.chain;
+    document["proofs"] = static_cast<Json::UInt64>(valuesOf(response, "R").size());
+    document["types"] = static_cast<Json::UInt64>(valuesOf(asked, "T").size());
+    printJson(document);
+}
+
+// ----------------------------------------------------------------------------------------- keys
+
+struct KeysOptions
+{
+    std::string prefix;
+    std::uint32_t keys = 1;
+    std::uint32_t tokens = 1;
+    std::uint32_t length = 16;
+};
+
+void makeKeys(const KeysOptions& options)
+{
+    constexpr std::size_t longestName = 49;
+    const std::string lastName = options.prefix + std::to_string(options.keys) + ".0";
+    if (options.keys != 0 && lastName.size() > longestName)
+    {
+        throw Stop{Exit::usage, "the prefix is too long: " + std::to_string(lastName.size()) +
+                                    " characters in the name of a type, which has " +
+                                    std::to_string(longestName) + " at most"};
+    }
+    print(orStop(generateSecrets(options.prefix, options.keys, options.tokens, options.length),
+                 "no keys could be made"));
+}
+
+// --------------------------------------------------------------------------------------- attach
+
+struct AttachOptions
+{
+    std::string path = "-";
+    std::string sealed;
+};
+
+void attach(const AttachOptions& options)
+{
+    const SealedDocument sealed{options.sealed};
+    ParameterList response = readParameters(options.path, responseMember);
+    if (const Expected<void> attached = bmcoauth::attach(response, sealed.view()); !attached)
+    {
+        stopFor(attached.error(), "the envelope in " + nameOf(options.sealed) + " is refused",
+                Exit::invalid);
+    }
+    printParameters(response);
+}
+
+} // namespace
+
+void addHandshakeCommands(const Command& root)
+{
+    const Command group = root.group("handshake", "Challenge clients, answer and check");
+
+    const Command challengeVerb =
+        group.verb("challenge", "Make the challenge of a server, or of a client",
+                   "handshake challenge --type otp1.0 --type software_id_cert-1.0 --mode 3",
+                   "Mode 1 asks for the certificate proof, 2 for a one-time password, 3 for both.");
+    ChallengeOptions& challengeOptions = challengeVerb.runs(challenge);
+    challengeVerb.required("--type", challengeOptions.types,
+                           "Type that the client supports; may be given again");
+    challengeVerb.number("--mode", challengeOptions.mode, "1, 2 or 3 (default 3)", 1, 3);
+    challengeVerb.flag("--client", challengeOptions.client, "Make a client's challenge");
+    challengeVerb.number("--count", challengeOptions.count,
+                         "How often a client's challenge names its type (default 1)", 1, 10000);
+
+    const Command respondVerb = group.verb(
+        "respond", "Answer a challenge",
+        "handshake respond --challenge challenge.json --keys keys.json --certificate device.pem "
+        "--key device.key");
+    RespondOptions& respondOptions = respondVerb.runs(respond);
+    respondVerb.required("--challenge", respondOptions.challenge,
+                         "Challenge, or register response that holds one");
+    respondVerb.option("--keys", respondOptions.keys, "Key document with the shared secrets");
+    respondVerb.option("--certificate", respondOptions.certificate,
+                       "Own certificate: PEM chain or certificate key, the first counts");
+    respondVerb.option("--key", respondOptions.key, "The certificate's private key file");
+
+    const Command checkVerb = group.verb(
+        "check", "Check the response to a challenge",
+        "handshake check --challenge challenge.json --keys keys.json --certificate device.pem "
+        "response.json",
+        "Exit status 3 when the response is refused: a proof is wrong or missing, or with --chain "
+        "the certificate\nis refused, also because the first one in the file, whose name and key "
+        "count, is not the last one, which\nis verified. A used challenge must not be accepted "
+        "again: nothing here remembers it.");
+    CheckOptions& checkOptions = checkVerb.runs(check);
+    checkVerb.option("FILE", checkOptions.path,
+                     "Response, or authorize request that holds a handshake_response");
+    checkVerb.required("--challenge", checkOptions.challenge,
+                       "Challenge, or register response that holds one");
+    checkVerb.option("--keys", checkOptions.keys, "Key document with the shared secrets");
+    checkVerb.option("--certificate", checkOptions.certificate,
+                     "The client's certificate: PEM chain or certificate key, the first counts");
+    checkVerb.flag("--chain", checkOptions.chain,
+                   "Verify the certificate chain against the factory roots, too");
+    checkVerb.option("--name", checkOptions.name, "With --chain: common name of the certificate");
+    checkVerb.flag("--as-the-library", checkOptions.asTheLibrary,
+                   "Accept a missing proof with a warning, as validateHandshakeResponse does");
+    checkVerb.json(checkOptions.json);
+
+    const Command keysVerb =
+        group.verb("keys", "Make a key document with random secrets",
+                   "handshake keys --prefix otp --keys 2 --tokens 8",
+                   "The types are the prefix, the number of the key and \".0\": otp1.0, otp2.0.");
+    KeysOptions& keysOptions = keysVerb.runs(makeKeys);
+    keysVerb.required("--prefix", keysOptions.prefix, "Begin of the types' names");
+    keysVerb.number("--keys", keysOptions.keys, "Number of types (default 1)", 0, 10000);
+    keysVerb.number("--tokens", keysOptions.tokens, "Secrets of each type (default 1)", 1, 10000);
+    keysVerb.number("--length", keysOptions.length, "Random bytes of a secret (default 16)", 1,
+                    1000);
+
+    const Command attachVerb = group.verb("attach", "Attach a sealed SSL certificate to a response",
+                                          "handshake attach --sealed sealed.json response.json");
+    AttachOptions& attachOptions = attachVerb.runs(attach);
+    attachVerb.option("FILE", attachOptions.path, "Handshake response");
+    attachVerb.required("--sealed", attachOptions.sealed, "What ecies seal printed");
+}
+
+} // namespace bmcoauth::tool

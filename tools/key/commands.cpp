@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/command.hpp"
+#include "cli/documents.hpp"
+#include "cli/new_file.hpp"
+#include "cli/refusal.hpp"
+#include "key/keys.hpp"
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+struct Options
+{
+    std::string path;
+    bool force = false;
+    bool json = false;
+};
+
+void generate(const Options& options)
+{
+    if (options.path == "-")
+    {
+        throw Stop{Exit::usage, "a private key is written to a file, not to standard output"};
+    }
+    writeNewKey(options.path, {.replaced = options.force});
+    if (options.json)
+    {
+        Json::Value document;
+        document["file"] = options.path;
+        printJson(document);
+    }
+}
+
+void check(const Options& options)
+{
+    requireKeyFile(options.path);
+    if (!keyFileIsSound(options.path))
+    {
+        refuse(options.path + " does not hold a valid elliptic-curve private key", lastReason());
+    }
+    if (!options.json)
+    {
+        print("valid");
+        return;
+    }
+    Json::Value document;
+    document["valid"] = true;
+    printJson(document);
+}
+
+} // namespace
+
+void addKeyCommands(const Command& root)
+{
+    const Command group = root.group("key", "Make, check and convert keys");
+
+    const Command generateVerb = group.verb(
+        "generate", "Make a P-256 private key file (PEM, mode 0600)", "key generate signing.pem",
+        "The old file is replaced when the new one is complete. A symbolic link is replaced, not "
+        "followed.");
+    Options& generateOptions = generateVerb.runs(generate);
+    generateVerb.required("FILE", generateOptions.path, "Where to write the key");
+    generateVerb.flag("--force", generateOptions.force, "Replace a file that is there already");
+    generateVerb.json(generateOptions.json);
+
+    const Command checkVerb =
+        group.verb("check", "Check a private key file", "key check signing.pem");
+    Options& checkOptions = checkVerb.runs(check);
+    checkVerb.required("FILE", checkOptions.path, "Key file");
+    checkVerb.json(checkOptions.json);
+
+    addKeyFormCommands(group);
+}
+
+} // namespace bmcoauth::tool

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/command.hpp"
+#include "cli/documents.hpp"
+#include "cli/new_file.hpp"
+#include "key/forms.hpp"
+
+#include <openssl/crypto.h>
+
+#include <unistd.h>
+
+#include <iostream>
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+struct ConvertOptions
+{
+    std::string path;
+    std::string form;
+    std::string out;
+    std::string kid;
+    bool publicOnly = false;
+    bool force = false;
+    bool json = false;
+};
+
+/** The key as it goes out. */
+std::string converted(const AnyKey& key, const ConvertOptions& options)
+{
+    if (options.form == "pem")
+    {
+        return pemOf(key);
+    }
+    if (options.form == "der")
+    {
+        return derOf(key);
+    }
+    Json::Value jwk = jwkOf(key);
+    if (!options.kid.empty())
+    {
+        jwk["kid"] = options.kid;
+    }
+    return textOf(jwk) + "\n";
+}
+
+void put(const std::string& bytes, const AnyKey& key, const ConvertOptions& options)
+{
+    if (!options.out.empty())
+    {
+        writeFile(options.out, bytes, key.isPrivate ? Readers::owner : Readers::everybody,
+                  {.replaced = options.force});
+        if (options.json)
+        {
+            Json::Value document;
+            document["file"] = options.out;
+            document["private"] = key.isPrivate;
+            printJson(document);
+        }
+        return;
+    }
+    if (options.json && options.form != "jwk")
+    {
+        Json::Value document;
+        document[options.form] = options.form == "der" ? encodedBase64(bytes) : bytes;
+        document["private"] = key.isPrivate;
+        printJson(document);
+        return;
+    }
+    if (options.form == "der" && isatty(STDOUT_FILENO) == 1)
+    {
+        throw Stop{Exit::usage, "DER bytes are not for a terminal: give --out FILE"};
+    }
+    std::cout << bytes;
+}
+
+void convert(const ConvertOptions& options)
+{
+    if (!options.kid.empty() && options.form != "jwk")
+    {
+        throw Stop{Exit::usage, "--kid needs --to jwk: other forms have no key id"};
+    }
+    if (options.out == "-")
+    {
+        throw Stop{Exit::usage, "--out takes a file: without it the key goes to standard output"};
+    }
+    AnyKey key = readAnyKey(options.path);
+    key.isPrivate = key.isPrivate && !options.publicOnly;
+    std::string bytes = converted(key, options);
+    put(bytes, key, options);
+    OPENSSL_cleanse(bytes.data(), bytes.size());
+}
+
+struct ThumbprintOptions
+{
+    std::string path;
+    bool json = false;
+};
+
+void thumbprint(const ThumbprintOptions& options)
+{
+    const std::string text = thumbprintOf(readAnyKey(options.path));
+    if (!options.json)
+    {
+        print(text);
+        return;
+    }
+    Json::Value document;
+    document["thumbprint"] = text;
+    printJson(document);
+}
+
+} // namespace
+
+void addKeyFormCommands(const Command& keys)
+{
+    const Command convertVerb = keys.verb(
+        "convert", "Turn a key into PEM, DER or JWK form",
+        "key convert --to jwk --public --kid bmc-1 signing.pem",
+        "Reads EC (P-256, P-384, P-521) and RSA keys, private and public, in any of these forms, "
+        "and the public\nkey of a certificate. Writes PKCS #8 or SubjectPublicKeyInfo as PEM; as "
+        "DER, private keys are\nECPrivateKey, as the library's functions take them, or "
+        "RSAPrivateKey.");
+    ConvertOptions& options = convertVerb.runs(convert);
+    convertVerb.required("FILE", options.path, "Key file");
+    convertVerb.choice("--to", options.form, "Form to write", {"pem", "der", "jwk"});
+    convertVerb.flag("--public", options.publicOnly, "Write the public key of a private one");
+    convertVerb.option("--kid", options.kid, "Key id of a JSON Web Key");
+    convertVerb.option("--out", options.out,
+                       "File to write, mode 0600 if the key is private; else standard output");
+    convertVerb.flag("--force", options.force, "Replace a file that is there already");
+    convertVerb.json(options.json);
+
+    const Command thumbprintVerb = keys.verb(
+        "thumbprint", "Print the thumbprint of a key (RFC 7638, SHA-256)",
+        "key thumbprint signing.pem", "The same for the private and the public key, in any form.");
+    ThumbprintOptions& thumbprintOptions = thumbprintVerb.runs(thumbprint);
+    thumbprintVerb.required("FILE", thumbprintOptions.path, "Key file, as for key convert");
+    thumbprintVerb.json(thumbprintOptions.json);
+}
+
+} // namespace bmcoauth::tool

@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/command.hpp"
+#include "cli/documents.hpp"
+#include "cli/refusal.hpp"
+#include "key/jwks.hpp"
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+struct Options
+{
+    std::string path = "-";
+    bool json = false;
+};
+
+void importKey(const Options& options)
+{
+    const std::optional<std::string> imported = importedKey(readObject(options.path));
+    if (!imported)
+    {
+        refuse(nameOf(options.path) + " cannot be imported", lastReason());
+    }
+    print(*imported);
+}
+
+void listKeys(const Options& options)
+{
+    if (options.json)
+    {
+        Json::Value list{Json::arrayValue};
+        for (const Json::Value& key : keysOf(readObject(options.path)))
+        {
+            Json::Value entry;
+            for (const char* name : {"kty", "kid", "alg", "crv"})
+            {
+                if (key[name].isString())
+                {
+                    entry[name] = key[name].asString();
+                }
+            }
+            entry["importable"] = importedKey(key).has_value();
+            list.append(entry);
+        }
+        printJson(list);
+        return;
+    }
+    for (const Json::Value& key : keysOf(readObject(options.path)))
+    {
+        std::string line;
+        for (const char* name : {"kty", "kid", "alg", "crv"})
+        {
+            line += (key[name].isString() ? shown(key[name].asString()) : "-") + "\t";
+        }
+        print(line + (importedKey(key) ? "can be imported" : "cannot be imported"));
+    }
+}
+
+} // namespace
+
+void addJwkCommands(const Command& root)
+{
+    const Command group = root.group("jwk", "Import and list JSON Web Keys");
+
+    const Command importVerb = group.verb(
+        "import", "Add the public key in PEM form to a JSON Web Key, print it",
+        "jwk import key.json",
+        "The member that is added is kest_decoded_key: tokens of another issuer are verified by "
+        "it.");
+    Options& importOptions = importVerb.runs(importKey);
+    importVerb.option("FILE", importOptions.path, "JSON Web Key");
+
+    const Command listVerb = group.verb(
+        "list", "List a JSON Web Key, or those of a set, one in a line", "jwk list keys.json",
+        "A line holds kty, kid, alg and crv (\"-\" where there is none) and whether the key can be "
+        "imported,\nwith tabulators between them.");
+    Options& listOptions = listVerb.runs(listKeys);
+    listVerb.option("FILE", listOptions.path, "JSON Web Key, or {\"keys\": [...]}");
+    listVerb.json(listOptions.json);
+}
+
+} // namespace bmcoauth::tool

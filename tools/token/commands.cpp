@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/clock.hpp"
+#include "cli/command.hpp"
+#include "cli/documents.hpp"
+#include "cli/refusal.hpp"
+#include "key/keys.hpp"
+#include "token/tokens.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <ctime>
+#include <iterator>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace bmcoauth::tool
+{
+
+namespace
+{
+
+/** Where `issue` and `verify` explain why they want a key. */
+constexpr const char* withoutKey =
+    "a key is needed: give --key FILE (bmcoauth key generate makes one). Without a key the library "
+    "would sign with a throwaway key, and nobody could ever verify the token";
+
+// ---------------------------------------------------------------------------------------- issue
+
+/** A scope entry given on the command line. */
+struct Scope
+{
+    std::string_view name;
+    std::vector<std::string_view> values;
+};
+
+/** Takes a text such as "files=read,write". */
+Scope scopeOf(std::string_view text)
+{
+    const std::size_t equals = text.find('=');
+    if (equals == std::string_view::npos || equals == 0 || equals + 1 == text.size())
+    {
+        throw Stop{Exit::usage, "--scope takes NAME=VALUE[,VALUE...], not " + std::string{text}};
+    }
+    Scope scope{text.substr(0, equals), {}};
+    for (std::size_t begin = equals + 1; begin < text.size();)
+    {
+        const std::size_t end = std::min(text.find(',', begin), text.size());
+        scope.values.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return scope;
+}
+
+struct IssueOptions
+{
+    std::string path = "-";
+    std::string key;
+    std::string subject;
+    std::string issuer;
+    std::vector<std::string> scopes;
+    std::uint32_t lifetimeSeconds = 3600;
+};
+
+void issue(const IssueOptions& options)
+{
+    if (options.key.empty())
+    {
+        throw Stop{Exit::usage, withoutKey};
+    }
+    std::vector<Scope> scopes;
+    std::ranges::transform(options.scopes, std::back_inserter(scopes), scopeOf);
+    std::vector<ScopeEntry> entries;
+    entries.reserve(scopes.size());
+    for (const Scope& scope : scopes)
+    {
+        entries.push_back({scope.name, scope.values});
+    }
+    const PrivateKey key = readPrivateKey(options.key);
+    const TokenRequest request =
+        orStop(TokenRequest::parse(readText(options.path)),
+               nameOf(options.path) + " is not an authorize request", Exit::invalid);
+    TokenGrant grant{
+        .state = request.state().value(),
+        .lifetimeSeconds = options.lifetimeSeconds,
+        .scopes = entries,
+    };
+    if (!options.subject.empty())
+    {
+        grant.subject = options.subject;
+    }
+    if (!options.issuer.empty())
+    {
+        grant.issuer = options.issuer;
+    }
+    const TokenResponse response = orStop(issueTokens(grant, key), "the token could not be issued");
+    print(orStop(response.write(), "the response could not be written"));
+}
+
+// -------------------------------------------------------------------------------------- inspect
+
+/** The seconds that a claim holds, as a number or as a decimal text. */
+std::optional<std::uint64_t> secondsOf(const Json::Value& claim)
+{
+    if (claim.isUInt64())
+    {
+        return claim.asUInt64();
+    }
+    if (!claim.isString() || claim.asString().empty())
+    {
+        return std::nullopt;
+    }
+    const std::string text = claim.asString();
+    char* end = nullptr;
+    errno = 0;
+    const std::uint64_t seconds = std::strtoull(text.c_str(), &end, 0);
+    return *end == '\0' && errno == 0 ? std::optional{seconds} : std::nullopt;
+}
+
+/** @p seconds as date and time in UTC, and how far they are from now. */
+std::string readableTime(std::uint64_t seconds)
+{
+    std::string date = dateOf(seconds);
+    if (date == beyondCalendar)
+    {
+        return date;
+    }
+    const double away = std::difftime(static_cast<std::time_t>(seconds), std::time(nullptr));
+    const auto whole = static_cast<unsigned long long>(away < 0 ? -away : away);
+    return date + (away < 0 ? ", " : ", in ") + std::to_string(whole) + " s" +
+           (away < 0 ? " ago" : "");
+}
+
+void printMembers(const std::string& title, const Json::Value& object)
+{
+    print(title);
+    for (const std::string& name : object.getMemberNames())
+    {
+        const Json::Value& value = object[name];
+        std::string line = "  " + shown(name) + "  " +
+                           (value.isString() ? shown(value.asString()) : harmless(textOf(value)));
+        if (name == "iat" || name == "nbf" || name == "exp")
+        {
+            const std::optional<std::uint64_t> seconds = secondsOf(value);
+            line += "  (" + (seconds ? readableTime(*seconds) : "no time") + ")";
+        }
+        print(line);
+    }
+}
+
+struct InspectOptions
+{
+    std::string path = "-";
+    bool json = false;
+};
+
+void inspect(const InspectOptions& options)
+{
+    const std::string token = readToken(options.path);
+    const std::optional<TokenParts> parts = partsOf(token);
+    if (!parts)
+    {
+        throw Stop{Exit::invalid, nameOf(options.path) + " holds no token: two dots are expected"};
+    }
+    const Json::Value header = decodePart(parts->header, "header");
+    const Json::Value claims = decodePart(parts->payload, "payload");
+    if (options.json)
+    {
+        Json::Value document;
+        document["header"] = header;
+        document["claims"] = claims;
+        printJson(document);
+    }
+    else
+    {
+        printMembers("header", header);
+        printMembers("claims", claims);
+    }
+    warn("nothing was verified; anybody can write such a token");
+}
+
+// --------------------------------------------------------------------------------------- verify
+
+struct VerifyOptions
+{
+    std::string path = "-";
+    std::string key;
+};
+
+void verify(const VerifyOptions& options)
+{
+    if (options.key.empty())
+    {
+        throw Stop{Exit::usage, "a key is needed: give --key FILE, the key that signed the token"};
+    }
+    const PrivateKey key = readPrivateKey(options.key);
+    const std::string token = readToken(options.path);
+    switch (validateToken(token, key).judgement())
+    {
+        case Judgement::valid:
+            // All of them: the records keep those that the library looks at.
+            printJson(claimsOf(token));
+            return;
+        case Judgement::expired:
+            // The library looks at the time before it looks at the signature.
+            refuse("the token has expired, its signature was not looked at", lastReason(), "valid",
+                   Exit::expired);
+        default:
+            refuse("the token is refused", lastReason());
+    }
+}
+
+} // namespace
+
+void addTokenCommands(const Command& root)
+{
+    const Command group = root.group("token", "Issue, inspect and verify access tokens");
+
+    const Command issueVerb =
+        group.verb("issue", "Answer an authorize request with fresh tokens",
+                   "token issue --key signing.pem --subject admin --scope files=read,write "
+                   "request.json");
+    IssueOptions& issueOptions = issueVerb.runs(issue);
+    issueVerb.option("FILE", issueOptions.path, "Authorize request document");
+    issueVerb.option("--key", issueOptions.key, "Key file that signs the token");
+    issueVerb.option("--subject", issueOptions.subject, "Claim sub");
+    issueVerb.option("--issuer", issueOptions.issuer, "Claim iss");
+    issueVerb.option("--scope", issueOptions.scopes,
+                     "Scope entry NAME=VALUE[,VALUE...]; may be given again");
+    issueVerb.number("--lifetime", issueOptions.lifetimeSeconds,
+                     "Seconds until the token expires (default 3600)", 1);
+
+    const Command inspectVerb =
+        group.verb("inspect", "Show header, claims and times; verifies nothing",
+                   "token inspect response.json");
+    InspectOptions& inspectOptions = inspectVerb.runs(inspect);
+    inspectVerb.option("FILE", inspectOptions.path,
+                       "Token, or response document with access_token");
+    inspectVerb.json(inspectOptions.json);
+
+    const Command verifyVerb = group.verb(
+        "verify", "Verify a token of ours, print its claims",
+        "token verify --key signing.pem response.json",
+        "Exit status 3 when the token is refused, 4 when it has expired. The message names the "
+        "rule.");
+    VerifyOptions& verifyOptions = verifyVerb.runs(verify);
+    verifyVerb.option("FILE", verifyOptions.path, "Token, or response document with access_token");
+    verifyVerb.option("--key", verifyOptions.key, "Key file that signed the token");
+
+    addTokenConversion(group);
+    addDelegatedCommand(group);
+}
+
+} // namespace bmcoauth::tool
