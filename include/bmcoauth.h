@@ -12,7 +12,7 @@
  * - A result of type `int` is 1 for success and 0 for failure; a null pointer is failure.
  * - On failure out parameters stay as they were, and nothing is left allocated.
  * - No exception leaves a function but the errors that its comment names.
- * - Some functions say why they failed: `bmcoauth_last_refusal`.
+ * - A call that fails says why: `bmcoauth_last_refusal`.
  * - No other state is kept between calls, and no argument. Any thread may call any function at any time,
  *   as long as no other one changes the same argument. A process that forks while other threads
  *   work must call nothing here in the child before it calls exec: locks of OpenSSL may be held.

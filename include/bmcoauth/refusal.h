@@ -10,9 +10,8 @@
  * after a call that failed, on the thread that made it: a call that succeeds neither reads nor
  * changes it, and a thread never sees another thread's.
  *
- * Not every function names its rule yet: the readers of JSON members do, and exhausted memory is
- * named in most places. After the failure of a function that noted nothing, `bmcoauth_last_refusal`
- * returns 0, or what an earlier call has left.
+ * Every function names the rule when it fails. A function whose 0 may be a result like any other,
+ * a privilege mask for instance, names one only where it was given a null argument.
  *
  * A refusal is for logs and for tests, never for the peer: an error document that tells a stranger
  * which rule stopped him helps him past it. */
