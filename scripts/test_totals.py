@@ -1,5 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Adds up single test cases over all tests of a build."""
+"""Adds up single test cases over all tests of a build.
+
+The totals that meson test prints count programs, one for the 244 cases of tests/jwt.
+Its JUnit file counts cases, but as of Meson 1.0 it has no failure for a program that
+fails after its last case (a leak under valgrind), and one passed case for a program
+that ends before its report is written.
+"""
 
 import re
 import xml.etree.ElementTree as ElementTree
