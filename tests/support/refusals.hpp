@@ -28,15 +28,8 @@ void plantRefusal();
 /** The name of its rule; "nothing noted" where it is the planted one. */
 [[nodiscard]] std::string lastRule();
 
-/** The name of the rule that @p error of the C++ layer carries, as lastRule gives it. */
-template <typename Error>
-[[nodiscard]] std::string ruleIn(const Error& error)
-{
-    return std::string{isPlanted(error.subject()) ? "nothing noted" : error.name()};
-}
-
-/** The rule by which @p call refuses; "accepted" where it does not. A failure is null, false, a
- *  number other than 1, or an error of the C++ layer. */
+/** The rule by which @p call refuses; "accepted" where it does not. A failure is null, false, or a
+ *  number other than 1. */
 template <typename Call>
 [[nodiscard]] std::string ruleOf(const Call& call)
 {
@@ -44,16 +37,8 @@ template <typename Call>
     const auto result = call();
     using Result = std::remove_const_t<decltype(result)>;
     bool failed = false;
-    if constexpr (requires { result.error(); })
-    {
-        return result ? "accepted" : ruleIn(result.error());
-    }
-    else if constexpr (requires { result.refusal(); })
-    {
-        return result.refusal() == nullptr ? "accepted" : ruleIn(*result.refusal());
-    }
     // Pointers and their owners.
-    else if constexpr (requires { result == nullptr; })
+    if constexpr (requires { result == nullptr; })
     {
         failed = result == nullptr;
     }
@@ -66,6 +51,39 @@ template <typename Call>
         failed = result != 1;
     }
     return failed ? lastRule() : "accepted";
+}
+
+/** The name of the rule that @p error of the C++ layer carries, as lastRule gives it. */
+template <typename Error>
+[[nodiscard]] std::string ruleIn(const Error& error)
+{
+    return std::string{isPlanted(error.subject()) ? "nothing noted" : error.name()};
+}
+
+/** As above, of a call of the C++ layer that gives an Expected. */
+template <typename Call>
+requires requires(const std::invoke_result_t<Call>& result)
+{
+    result.error();
+}
+[[nodiscard]] std::string ruleOf(const Call& call)
+{
+    plantRefusal();
+    const auto result = call();
+    return result ? "accepted" : ruleIn(result.error());
+}
+
+/** As above, of a call that gives a Verdict. */
+template <typename Call>
+requires requires(const std::invoke_result_t<Call>& result)
+{
+    result.refusal();
+}
+[[nodiscard]] std::string ruleOf(const Call& call)
+{
+    plantRefusal();
+    const auto result = call();
+    return result.refusal() == nullptr ? "accepted" : ruleIn(*result.refusal());
 }
 
 } // namespace support

@@ -67,9 +67,9 @@ void checkChain(const ChainOptions& options)
     requireSameEnds(key, options.path, "verified");
     const std::string chain =
         "the last of " + std::to_string(sizeOf(key)) + " certificates in " + nameOf(options.path);
-    if (key.verifyChain() != Chain::verified)
+    if (const Expected<void> verified = key.verifyChain(); !verified)
     {
-        refuse(chain + " is refused", lastReason(), "verified");
+        refuse(chain + " is refused", reasonOf(verified.error()), "verified");
     }
     if (!options.json)
     {

@@ -20,17 +20,13 @@
 namespace bmcoauth::tool
 {
 
-void stopFor(Error error, const std::string& message, Exit status)
+void stopFor(const Error& error, const std::string& message, Exit status)
 {
-    switch (error)
+    if (error.rule() == BMCOAUTH_RULE_MEMORY_EXHAUSTED)
     {
-        case Error::noMemory:
-            throw std::bad_alloc{};
-        case Error::refused:
-            refuse(message, lastReason(), "valid", status);
-        default:
-            throw Stop{status, message};
+        throw std::bad_alloc{};
     }
+    refuse(message, reasonOf(error), "valid", status);
 }
 
 std::string nameOf(const std::string& path)

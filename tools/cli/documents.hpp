@@ -34,9 +34,8 @@ void closeFile(std::FILE* file);
 
 using FilePtr = std::unique_ptr<std::FILE, Releaser<closeFile>>;
 
-/** Ends the command with @p message because a call failed with @p error: by the rule that refused, if
- *  the library did. */
-[[noreturn]] void stopFor(Error error, const std::string& message, Exit status);
+/** Ends the command with @p message because a call failed with @p error: by the rule that refused. */
+[[noreturn]] void stopFor(const Error& error, const std::string& message, Exit status);
 
 /** The value of @p result; if there is none, stopFor. */
 template <typename T>

@@ -23,6 +23,9 @@ constexpr auto wordings = std::to_array<Wording>({
     {BMCOAUTH_RULE_ARGUMENT_NULL, "an argument is missing"},
     {BMCOAUTH_RULE_ARGUMENT_LENGTH, "the length of an argument is wrong"},
     {BMCOAUTH_RULE_ARGUMENT_RANGE, "a number has no meaning here"},
+    {BMCOAUTH_RULE_ARGUMENT_ZERO_BYTE, "a text holds a zero byte"},
+    {BMCOAUTH_RULE_ARGUMENT_EMPTY, "a text or a list is empty"},
+    {BMCOAUTH_RULE_ARGUMENT_CONFLICT, "two arguments say the same thing"},
 
     {BMCOAUTH_RULE_MEMORY_EXHAUSTED, "memory ran out"},
     {BMCOAUTH_RULE_RANDOM_DEVICE, "the random device cannot be opened or read",
@@ -37,7 +40,6 @@ constexpr auto wordings = std::to_array<Wording>({
     {BMCOAUTH_RULE_JSON_ROOT, "the JSON text is not an object"},
     {BMCOAUTH_RULE_JSON_MEMBER_MISSING, "a member is absent or null"},
     {BMCOAUTH_RULE_JSON_MEMBER_TYPE, "a member has another type"},
-    {BMCOAUTH_RULE_JSON_UNWRITABLE, "the document has no text form"},
 
     {BMCOAUTH_RULE_BASE64_MALFORMED, "the text is not Base64, or empty"},
     {BMCOAUTH_RULE_BASE64_LENGTH, "the text or the data is too long for Base64"},
@@ -67,6 +69,9 @@ constexpr auto wordings = std::to_array<Wording>({
     {BMCOAUTH_RULE_CHAIN_UNTRUSTED, "no chain leads to a trusted factory root",
      "validity is judged as of 1 January 2035; unless /etc/vorn_fw is there, only the root of "
      "production counts"},
+    {BMCOAUTH_RULE_CHAIN_ENDS,
+     "the first certificate, whose name and key count, is not the last one, "
+     "which is verified"},
     {BMCOAUTH_RULE_CHAIN_UNSUPPORTED, "this entry point accepts no chain"},
 
     {BMCOAUTH_RULE_ENVELOPE_IV, "the IV is absent or not 32 hexadecimal digits"},
@@ -134,7 +139,6 @@ constexpr auto wordings = std::to_array<Wording>({
     {BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG, "the proof is not the one that was asked for",
      "the other side has another secret or key, or answers another challenge; there is no window "
      "for counters"},
-    {BMCOAUTH_RULE_HANDSHAKE_PROOF_LENGTH, "the proof is too long to be sent"},
     {BMCOAUTH_RULE_HANDSHAKE_IV, "the IV of the sealed certificate is absent or not 32 characters "
                                  "long"},
 });
@@ -175,6 +179,16 @@ std::string detailsOf(const Reason& reason)
 
 } // namespace
 
+Reason reasonOf(const Error& error)
+{
+    bmcoauth_refusal refusal{
+        .rule = error.rule(), .index = error.index(), .subject = {}, .saw = {}, .wanted = {}};
+    error.subject().copy(refusal.subject, sizeof refusal.subject - 1);
+    error.saw().copy(refusal.saw, sizeof refusal.saw - 1);
+    error.wanted().copy(refusal.wanted, sizeof refusal.wanted - 1);
+    return reasonOf(refusal);
+}
+
 Reason reasonOf(const bmcoauth_refusal& refusal)
 {
     const char* const name = bmcoauth_rule_name(refusal.rule);
@@ -192,10 +206,7 @@ Reason reasonOf(const bmcoauth_refusal& refusal)
 
 Reason lastReason()
 {
-    bmcoauth_refusal refusal{};
-    refusal.index = -1;
-    static_cast<void>(bmcoauth_last_refusal(&refusal, sizeof refusal));
-    return reasonOf(refusal);
+    return reasonOf(Error::last());
 }
 
 std::string lineOf(const Reason& reason)

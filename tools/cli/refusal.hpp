@@ -3,6 +3,7 @@
 
 #include "cli/command.hpp"
 
+#include <bmcoauth/cpp/refusal.hpp>
 #include <bmcoauth/refusal.h>
 
 #include <json/value.h>
@@ -28,6 +29,8 @@ struct Reason
 
 /** Puts @p refusal into words. */
 [[nodiscard]] Reason reasonOf(const bmcoauth_refusal& refusal);
+/** Puts @p error into words. */
+[[nodiscard]] Reason reasonOf(const Error& error);
 
 /** Why the library's last call failed, directly after it. */
 [[nodiscard]] Reason lastReason();

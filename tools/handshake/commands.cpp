@@ -85,10 +85,10 @@ void checkCertificate(const CertificateKey* certificate, const CheckOptions& opt
         throw Stop{Exit::usage, "--chain needs --certificate"};
     }
     requireSameEnds(*certificate, options.certificate, accepted);
-    if (!certificate->isValid(options.name))
+    if (const Expected<void> valid = certificate->isValid(options.name); !valid)
     {
-        refuse("the certificate in " + nameOf(options.certificate) + " is refused", lastReason(),
-               accepted);
+        refuse("the certificate in " + nameOf(options.certificate) + " is refused",
+               reasonOf(valid.error()), accepted);
     }
 }
 
@@ -130,7 +130,7 @@ void checkProofs(const ParameterList& asked, const ParameterList& response,
     const std::string secrets = readSecrets(options.keys);
     const std::optional<Reason> missing = missingProof(asked, response);
     if (!(options.asTheLibrary ? isAccepted(asked, response, secrets, certificate)
-                               : isProven(asked, response, secrets, certificate)))
+                               : isProven(asked, response, secrets, certificate).has_value()))
     {
         refuse("the response is refused",
                missing && !options.asTheLibrary ? *missing : lastReason(), accepted);

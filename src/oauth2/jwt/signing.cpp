@@ -234,7 +234,7 @@ bool readPublicPoint(const char* path, unsigned char*& out, int& length) noexcep
     KeyBytes point = publicBytes(*key);
     if (!point)
     {
-        return false;
+        return false; // GCOVR_EXCL_LINE: one allocation must fail
     }
     handOver(std::move(point), out, length);
     return true;
