@@ -37,7 +37,6 @@ constexpr auto wordings = std::to_array<Wording>({
     {BMCOAUTH_RULE_JSON_ROOT, "the JSON text is not an object"},
     {BMCOAUTH_RULE_JSON_MEMBER_MISSING, "a member is absent or null"},
     {BMCOAUTH_RULE_JSON_MEMBER_TYPE, "a member has another type"},
-    {BMCOAUTH_RULE_JSON_UNWRITABLE, "the document has no text form"},
 
     {BMCOAUTH_RULE_BASE64_MALFORMED, "the text is not Base64, or empty"},
     {BMCOAUTH_RULE_BASE64_LENGTH, "the text or the data is too long for Base64"},
@@ -134,7 +133,6 @@ constexpr auto wordings = std::to_array<Wording>({
     {BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG, "the proof is not the one that was asked for",
      "the other side has another secret or key, or answers another challenge; there is no window "
      "for counters"},
-    {BMCOAUTH_RULE_HANDSHAKE_PROOF_LENGTH, "the proof is too long to be sent"},
     {BMCOAUTH_RULE_HANDSHAKE_IV, "the IV of the sealed certificate is absent or not 32 characters "
                                  "long"},
 });
