@@ -2,6 +2,7 @@
 #include "certificate/certificate_key.hpp"
 #include "cli/command.hpp"
 #include "cli/documents.hpp"
+#include "cli/refusal.hpp"
 #include "envelope/sealed_document.hpp"
 #include "key/keys.hpp"
 
@@ -52,24 +53,21 @@ struct SealOptions
 
 /** The envelope of @p data under the IV @p iv. The C function, since bmcoauth::seal leaves the
  *  choice of an IV to nobody. */
-Expected<Envelope> sealed(const std::string& data, std::string_view iv, const CertificateKey& peer,
-                          const PrivateKey& key)
+Envelope sealed(const std::string& data, std::string_view iv, const CertificateKey& peer,
+                const PrivateKey& key)
 {
-    Expected<Text> ivText = Text::copy(iv);
-    if (!ivText)
-    {
-        return ivText.error();
-    }
+    const char* const failed = "the data could not be sealed";
+    Text ivText = orStop(Text::copy(iv), failed);
     HandshakePayload* peerRecord = peer.parameters().get();
     char* mac = nullptr;
     Text ciphertext{ecies_encrypt(data.data(), static_cast<unsigned int>(data.size()), &peerRecord,
                                   &mac, key.der().data(), static_cast<int>(key.der().size()),
-                                  ivText->c_str())};
+                                  ivText.c_str())};
     if (ciphertext.view().empty())
     {
-        return Error::refused;
+        refuse(failed, lastReason());
     }
-    return Envelope{std::move(ciphertext), Text{mac}, std::move(*ivText)};
+    return Envelope{std::move(ciphertext), Text{mac}, std::move(ivText)};
 }
 
 void seal(const SealOptions& options)
@@ -89,8 +87,7 @@ void seal(const SealOptions& options)
                                       " bytes: an envelope takes from 1 to " +
                                       std::to_string(mostSealedBytes)};
     }
-    const Envelope envelope =
-        orStop(sealed(data, iv, peer, key), "the data could not be sealed", Exit::invalid);
+    const Envelope envelope = sealed(data, iv, peer, key);
     Json::Value document;
     document["ciphertext"] = envelope.ciphertext.c_str();
     document["mac"] = envelope.mac.c_str();

@@ -43,9 +43,12 @@ std::optional<KeyList> readSharedSecrets(const std::vector<std::string>& paths)
     for (const std::string& path : paths)
     {
         const std::string bytes = readBytes(path);
-        keys.push_back(
-            orStop(bytes.empty() ? Error::missing : KeyRecord::sharedSecret(bytesOf(bytes)),
-                   nameOf(path) + " holds no secret", Exit::invalid));
+        const std::string none = nameOf(path) + " holds no secret";
+        if (bytes.empty())
+        {
+            throw Stop{Exit::invalid, none};
+        }
+        keys.push_back(orStop(KeyRecord::sharedSecret(bytesOf(bytes)), none, Exit::invalid));
     }
     return orStop(KeyList::of(keys), "the secrets could not be copied");
 }
