@@ -12,6 +12,7 @@ namespace bmcoauth
 
 std::time_t localNewYear(int year) noexcept
 {
+    const ErrnoKeeper keeper;
     std::tm date{};
     date.tm_year = year - 1900;
     date.tm_mday = 1;

@@ -8,11 +8,11 @@
 
 bool bmcoauth::isMarkedDevice() noexcept
 {
+    const ErrnoKeeper keeper;
     return exists("/etc/vorn_fw");
 }
 
 extern "C" int isDeviceVorn(void)
 {
-    const bmcoauth::ErrnoKeeper keeper;
     return bmcoauth::isMarkedDevice() ? 1 : 0;
 }

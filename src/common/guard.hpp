@@ -13,7 +13,8 @@ namespace bmcoauth
 {
 
 /** Puts errno back to what it was: a caller's next look at it must not see ours, and ours, from 0
- *  on, must not see the caller's. */
+ *  on, must not see the caller's. Inside, for a call that leaves an error in errno where it does not
+ *  matter: refuse looks for exhausted memory there. */
 class ErrnoKeeper
 {
 public:

@@ -64,6 +64,11 @@ void put(char (&field)[size], std::string_view text) noexcept
     return result == 0 ? buffer : "";
 }
 
+void note(bmcoauth_rule rule) noexcept
+{
+    noted = {.rule = rule, .index = -1, .subject = {}, .saw = {}, .wanted = {}};
+}
+
 } // namespace
 
 Refused& Refused::about(std::string_view subject) noexcept
@@ -124,7 +129,9 @@ Refused& Refused::wanted(std::string_view words, std::uint64_t number) noexcept
 
 Refused refuse(bmcoauth_rule rule) noexcept
 {
-    noted = {.rule = rule, .index = -1, .subject = {}, .saw = {}, .wanted = {}};
+    // What fails after an allocation has failed, fails for that. libcrypto tells it apart from data
+    // that it refuses in one place of two; the allocator always does.
+    note(errno == ENOMEM ? BMCOAUTH_RULE_MEMORY_EXHAUSTED : rule);
     return {};
 }
 
@@ -145,7 +152,8 @@ void publishRefusal() noexcept
 
 Refused refuseCall(bmcoauth_rule rule, const char* parameter) noexcept
 {
-    refuse(rule).about(parameter);
+    note(rule);
+    Refused{}.about(parameter);
     publishRefusal();
     return {};
 }

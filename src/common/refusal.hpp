@@ -61,7 +61,8 @@ public:
 };
 
 /** Notes that @p rule refuses, and gives the failure value: `return refuse(...)`, at the place where
- *  the rule is known.
+ *  the rule is known. Where memory has run out since the guard was entered, that is noted instead: it
+ *  says nothing about the data.
  *
  *  A note counts only if the exported call fails, when publishRefusal takes it: code that
  *  tries one thing after another notes as it goes, and the last note before the failure is the
@@ -91,7 +92,7 @@ struct Argument
 /** Refuses the first of @p arguments that is null, at the boundary, before there is a guard. */
 [[gnu::cold]] Refused refuseNull(std::initializer_list<Argument> arguments) noexcept;
 
-/** Refuses at the boundary, before there is a guard. */
+/** Refuses at the boundary, before there is a guard, where errno is the caller's. */
 [[gnu::cold]] Refused refuseCall(bmcoauth_rule rule, const char* parameter) noexcept;
 
 } // namespace bmcoauth

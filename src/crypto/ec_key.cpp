@@ -143,7 +143,7 @@ EcKeyPtr decodeAnyPrivateKey(const unsigned char* der, int derLength) noexcept
         // Fills the key that it is given, and leaves it to its owner when it fails.
         if (!key || d2i_ECPrivateKey(&target, &position, derLength) == nullptr)
         {
-            return refuseCrypto(BMCOAUTH_RULE_KEY_ENCODING);
+            return refuse(BMCOAUTH_RULE_KEY_ENCODING);
         }
     }
     return key;
@@ -179,7 +179,7 @@ EcKeyPtr generateKey() noexcept
     EcKeyPtr key{EC_KEY_new_by_curve_name(NID_X9_62_prime256v1)};
     if (!key || EC_KEY_generate_key(key.get()) != 1)
     {
-        return refuseCrypto(BMCOAUTH_RULE_RANDOM_DEVICE);
+        return refuse(BMCOAUTH_RULE_RANDOM_DEVICE);
     }
     return key;
 }
@@ -283,7 +283,7 @@ EcKeyPtr publicKeyAt(const UsualPoint& point) noexcept
     // Refuses a point that is off the curve.
     if (!key || EC_KEY_oct2key(key.get(), point.bytes.data(), point.bytes.size(), nullptr) != 1)
     {
-        return refuseCrypto(BMCOAUTH_RULE_KEY_POINT);
+        return refuse(BMCOAUTH_RULE_KEY_POINT);
     }
     return key;
 }

@@ -88,7 +88,7 @@ bool agree(const EC_KEY& own, const EC_KEY& peer, EnvelopeKeys& keys) noexcept
     return (point != nullptr &&
             ECDH_compute_key(keys.bytes.data(), keys.bytes.size(), point, &own, deriveKeys) ==
                 static_cast<int>(keys.bytes.size())) ||
-           refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
+           refuse(BMCOAUTH_RULE_KEY_UNSOUND);
 }
 
 bool computeMac(const EnvelopeKeys& keys, std::string_view body,
@@ -111,7 +111,7 @@ std::size_t compressedLength(const EC_KEY& key) noexcept
                                               POINT_CONVERSION_COMPRESSED, nullptr, 0, nullptr);
     if (length == 0)
     {
-        refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
+        refuse(BMCOAUTH_RULE_KEY_UNSOUND);
     }
     return length;
 }
@@ -284,7 +284,7 @@ std::optional<Plaintext> openEnvelope(std::string_view body, std::optional<std::
     }
     if (EVP_DecryptFinal_ex(context.get(), text.bytes.get() + decrypted, &last) != 1)
     {
-        return refuseCrypto(BMCOAUTH_RULE_ENVELOPE_PADDING);
+        return refuse(BMCOAUTH_RULE_ENVELOPE_PADDING);
     }
     text.length = static_cast<std::size_t>(decrypted) + static_cast<std::size_t>(last);
     return text;

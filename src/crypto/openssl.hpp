@@ -61,10 +61,6 @@ public:
     }
 };
 
-/** Refuses by @p rule what libcrypto has refused just now; by `memory.exhausted` where that is the
- *  reason, which says nothing about the data. */
-[[gnu::cold]] Refused refuseCrypto(bmcoauth_rule rule) noexcept;
-
 /** guarded, for an entry that reaches OpenSSL. */
 template <typename Body, typename Result = std::invoke_result_t<const Body&>>
 Result guardedCrypto(std::type_identity_t<Result> failed, const Body& body)

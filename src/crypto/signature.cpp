@@ -40,7 +40,7 @@ HeapText signText(std::string_view text, EC_KEY& key) noexcept
         ECDSA_verify(0, digest.data(), digestLength, der.get(), static_cast<int>(length), &key) !=
             1)
     {
-        return refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
+        return refuse(BMCOAUTH_RULE_KEY_UNSOUND);
     }
     return encodeBase64Url({reinterpret_cast<const char*>(der.get()), length});
 }
@@ -59,7 +59,7 @@ bool verifyText(std::string_view text, std::span<const unsigned char> der, EC_KE
                                           der.data(), static_cast<int>(der.size()), &key);
     if (result < 0)
     {
-        return refuseCrypto(wrong);
+        return refuse(wrong);
     }
     return result == 1 || refuse(wrong);
 }

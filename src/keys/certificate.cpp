@@ -104,14 +104,14 @@ std::optional<Certificate> Certificate::read(std::string_view pem) noexcept
     crypto::DerBytes der = crypto::readPem(pem, PEM_STRING_X509);
     if (!der)
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_CERTIFICATE_ENCODING);
+        return refuse(BMCOAUTH_RULE_CERTIFICATE_ENCODING);
     }
     const unsigned char* position = der.data.get();
     FieldsPtr fields{reinterpret_cast<CertificateFields*>(
         ASN1_item_d2i(nullptr, &position, der.length, ASN1_ITEM_rptr(CertificateFields)))};
     if (!fields)
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_CERTIFICATE_ENCODING);
+        return refuse(BMCOAUTH_RULE_CERTIFICATE_ENCODING);
     }
     return Certificate{std::move(der), std::move(fields)};
 }
@@ -143,15 +143,14 @@ crypto::EcKeyPtr Certificate::ecKey() const noexcept
     const crypto::PkeyPtr key{certificate ? X509_get_pubkey(certificate.get()) : nullptr};
     if (!key)
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_ENCODING);
+        return refuse(BMCOAUTH_RULE_KEY_ENCODING);
     }
     crypto::EcKeyPtr ecKey{EVP_PKEY_get1_EC_KEY(key.get())};
     if (!ecKey)
     {
         // libcrypto reads a key at infinity, but does not hand it out.
-        return crypto::refuseCrypto(EVP_PKEY_get_base_id(key.get()) == EVP_PKEY_EC
-                                        ? BMCOAUTH_RULE_KEY_POINT
-                                        : BMCOAUTH_RULE_KEY_KIND);
+        return refuse(EVP_PKEY_get_base_id(key.get()) == EVP_PKEY_EC ? BMCOAUTH_RULE_KEY_POINT
+                                                                     : BMCOAUTH_RULE_KEY_KIND);
     }
     return ecKey;
 }
@@ -163,7 +162,7 @@ crypto::X509Ptr readX509(std::string_view pem) noexcept
     crypto::X509Ptr certificate{der ? d2i_X509(nullptr, &position, der.length) : nullptr};
     if (!certificate)
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_CERTIFICATE_ENCODING);
+        return refuse(BMCOAUTH_RULE_CERTIFICATE_ENCODING);
     }
     return certificate;
 }

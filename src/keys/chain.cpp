@@ -8,8 +8,6 @@
 
 #include <openssl/pem.h>
 
-#include <cerrno>
-
 namespace bmcoauth::keys
 {
 
@@ -36,17 +34,12 @@ crypto::X509Ptr readRoot(const char* path) noexcept
     const FilePtr file = openForReading(path);
     if (!file)
     {
-        return refuse(errno == ENOMEM ? BMCOAUTH_RULE_MEMORY_EXHAUSTED
-                                      : BMCOAUTH_RULE_CHAIN_ROOT_MISSING)
-            .about(path)
-            .sawErrno();
+        return refuse(BMCOAUTH_RULE_CHAIN_ROOT_MISSING).about(path).sawErrno();
     }
     crypto::X509Ptr root{PEM_read_X509(file.get(), nullptr, crypto::refusePassPhrase, nullptr)};
     if (!root)
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_CHAIN_ROOT_MISSING)
-            .about(path)
-            .wanted("a certificate in PEM");
+        return refuse(BMCOAUTH_RULE_CHAIN_ROOT_MISSING).about(path).wanted("a certificate in PEM");
     }
     return root;
 }
@@ -84,11 +77,8 @@ struct Chain
 bmcoauth_chain_result refuseChain(X509_STORE_CTX& context, const Chain& chain) noexcept
 {
     const int error = X509_STORE_CTX_get_error(&context);
-    // What libcrypto lacked memory for in between shows in its queue alone.
-    Refused reason = error == X509_V_ERR_OUT_OF_MEM ? refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED)
-                     : ERR_peek_last_error() == 0
-                         ? refuse(BMCOAUTH_RULE_CHAIN_UNTRUSTED)
-                         : crypto::refuseCrypto(BMCOAUTH_RULE_CHAIN_UNTRUSTED);
+    Refused reason = refuse(error == X509_V_ERR_OUT_OF_MEM ? BMCOAUTH_RULE_MEMORY_EXHAUSTED
+                                                           : BMCOAUTH_RULE_CHAIN_UNTRUSTED);
     reason.saw(X509_verify_cert_error_string(error));
     X509* const ended = X509_STORE_CTX_get_current_cert(&context);
     const int place = sk_X509_find(chain.intermediates.get(), ended);

@@ -75,7 +75,7 @@ bool isPoint(const EC_GROUP& group, const BIGNUM& x, const BIGNUM& y)
         return refuse(BMCOAUTH_RULE_JWK_POINT);
     }
     return (point && EC_POINT_set_affine_coordinates(&group, point.get(), &x, &y, nullptr) == 1) ||
-           crypto::refuseCrypto(BMCOAUTH_RULE_JWK_POINT);
+           refuse(BMCOAUTH_RULE_JWK_POINT);
 }
 
 /** The fail-fast wrappers, on behalf of the one function here whose callers count on them. */

@@ -102,7 +102,7 @@ const Table rows{
          const MarkerFile marker;
          return opens(attempt, false, true);
      }},
-    {"ecies_decrypt", "a wrong MAC", getsBy,
+    {"ecies_decrypt", "a wrong MAC", getsBy | isRefused,
      [](Attempt& attempt) {
          const Sealed envelope = sealed();
          envelope.mac.get()[3] = envelope.mac.get()[3] == 'A' ? 'B' : 'A';

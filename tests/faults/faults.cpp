@@ -225,6 +225,11 @@ bool explains(std::string_view rule, const Fault& fault)
     {
         return rule == "memory.exhausted";
     }
+    if (fault.source == Fault::asking)
+    {
+        // Where the device's marker is not found, what it allows is refused as on any other device.
+        return !rule.empty();
+    }
     return rule.starts_with("file.") || rule.starts_with("random.") ||
            rule == "chain.root-missing" ||
            // Of a key file that is cut short nothing but this can be said.

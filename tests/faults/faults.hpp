@@ -147,7 +147,7 @@ enum Allowance : unsigned int
     changesErrno = 4,
     /** Its arguments are refused even where nothing fails, and it leaves something all the same. */
     isRefused = 8,
-    /** It never says why it failed, for it is none of the library's. */
+    /** It never says why: it is none of the library's, or its 0 is an answer. */
     givesNoReason = 16,
 };
 

@@ -247,7 +247,7 @@ const Table rows{
      [](Attempt& attempt) {
          return validates(attempt, clientChallenge());
      }},
-    {"validateHandshakeResponse", "a wrong one-time password", getsBy,
+    {"validateHandshakeResponse", "a wrong one-time password", getsBy | isRefused,
      [](Attempt& attempt) {
          return refuses(attempt, passwordChallenge());
      }},

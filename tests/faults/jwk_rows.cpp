@@ -149,7 +149,7 @@ const Table rows{
          static const Coordinates key = coordinatesOn("secp521r1");
          return importsEc(attempt, key, "P-521");
      }},
-    {"createEcPublicKey", "a point that is off the curve", getsBy,
+    {"createEcPublicKey", "a point that is off the curve", getsBy | isRefused,
      [](Attempt& attempt) {
          const Coordinates& key = p256();
          const HeapText pem{attempt.call(

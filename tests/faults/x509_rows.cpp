@@ -94,7 +94,7 @@ const Table rows{
      [](Attempt& attempt) {
          return readsKey(attempt, keyWithoutCurve());
      }},
-    {"validateKestRootCert", "a certificate", failsOnly,
+    {"validateKestRootCert", "a certificate", isRefused,
      [](Attempt& attempt) {
          const PayloadPtr record = certificateRecord({device().body()});
          return gave(attempt.call([&] { return validateKestRootCert(record.get()); }));
@@ -130,7 +130,7 @@ const Table rows{
          const MarkerFile marker;
          return verifies(attempt, {leaf});
      }},
-    {"chainVerify", "a certificate of no root", getsBy,
+    {"chainVerify", "a certificate of no root", getsBy | isRefused,
      [](Attempt& attempt) {
          const DeviceFiles files;
          const PayloadPtr record = certificateRecord({stranger().body()});

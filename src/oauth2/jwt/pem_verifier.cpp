@@ -82,7 +82,7 @@ crypto::RsaPtr readRsaKey(std::string_view pem) noexcept
     crypto::RsaPtr key{numbers ? d2i_RSAPublicKey(nullptr, &position, numbers.length) : nullptr};
     if (!key)
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED).wanted("an RSA key");
+        return refuse(BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED).wanted("an RSA key");
     }
     return key;
 }
@@ -102,7 +102,7 @@ crypto::EcKeyPtr readEcKey(std::string_view pem) noexcept
     const crypto::DerBytes info = crypto::readPem(pem, PEM_STRING_PUBLIC);
     if (!info)
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED).wanted("an EC key");
+        return refuse(BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED).wanted("an EC key");
     }
     if (const std::optional<crypto::UsualPoint> point = crypto::usualPoint(info.bytes()))
     {
@@ -112,7 +112,7 @@ crypto::EcKeyPtr readEcKey(std::string_view pem) noexcept
     crypto::EcKeyPtr key{d2i_EC_PUBKEY(nullptr, &position, info.length)};
     if (!key)
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED).wanted("an EC key");
+        return refuse(BMCOAUTH_RULE_TOKEN_KEY_NOT_IMPORTED).wanted("an EC key");
     }
     return key;
 }
@@ -123,7 +123,7 @@ bool isVerified(int result) noexcept
 {
     if (result < 0)
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_TOKEN_SIGNATURE);
+        return refuse(BMCOAUTH_RULE_TOKEN_SIGNATURE);
     }
     return result == 1 || refuse(BMCOAUTH_RULE_TOKEN_SIGNATURE);
 }
@@ -142,7 +142,7 @@ bool verifyPss(const Digest& digest, const EVP_MD& kind, std::string_view signat
                                message.get(), &key, RSA_NO_PADDING) == size &&
             RSA_verify_PKCS1_PSS(&key, digest.bytes.data(), &kind, message.get(),
                                  RSA_PSS_SALTLEN_AUTO) == 1) ||
-           crypto::refuseCrypto(BMCOAUTH_RULE_TOKEN_SIGNATURE);
+           refuse(BMCOAUTH_RULE_TOKEN_SIGNATURE);
 }
 
 bool verifyRsa(std::string_view signingInput, std::string_view signature, std::string_view pem,
@@ -161,7 +161,7 @@ bool verifyRsa(std::string_view signingInput, std::string_view signature, std::s
     return RSA_verify(EVP_MD_get_type(&kind), digest.bytes.data(), digest.length,
                       bytesOf(signature), static_cast<unsigned int>(signature.size()),
                       key.get()) == 1 ||
-           crypto::refuseCrypto(BMCOAUTH_RULE_TOKEN_SIGNATURE);
+           refuse(BMCOAUTH_RULE_TOKEN_SIGNATURE);
 }
 
 /** An ECDSA signature as DER. */

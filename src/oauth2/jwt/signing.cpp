@@ -59,13 +59,13 @@ KeyBytes publicBytes(const EC_KEY& key) noexcept
     const int length = i2o_ECPublicKey(&key, nullptr);
     if (length <= 0)
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
+        return refuse(BMCOAUTH_RULE_KEY_UNSOUND);
     }
     KeyBytes block = crypto::secretBlock(static_cast<std::size_t>(length));
     unsigned char* position = block.get();
     if (block && i2o_ECPublicKey(&key, &position) != length)
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
+        return refuse(BMCOAUTH_RULE_KEY_UNSOUND);
     }
     return block;
 }
@@ -76,7 +76,7 @@ KeyBytes privateBytes(const EC_KEY& key) noexcept
     if (block && !crypto::encodePrivateKey(key, std::span<unsigned char, crypto::privateKeyBytes>{
                                                     block.get(), crypto::privateKeyBytes}))
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
+        return refuse(BMCOAUTH_RULE_KEY_UNSOUND);
     }
     return block;
 }
@@ -85,13 +85,12 @@ crypto::EcKeyPtr ecKeyOf(const crypto::PkeyPtr& key) noexcept
 {
     if (!key)
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_ENCODING)
-            .wanted("a private key in PEM, not encrypted");
+        return refuse(BMCOAUTH_RULE_KEY_ENCODING).wanted("a private key in PEM, not encrypted");
     }
     crypto::EcKeyPtr ecKey{EVP_PKEY_get1_EC_KEY(key.get())};
     if (!ecKey)
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_KIND).wanted("an EC key");
+        return refuse(BMCOAUTH_RULE_KEY_KIND).wanted("an EC key");
     }
     return ecKey;
 }
@@ -158,7 +157,7 @@ bool writeKey(const EC_KEY& key, std::FILE& file) noexcept
     crypto::SecretBytes<crypto::pkcs8Bytes> der;
     if (!crypto::encodePkcs8(key, der))
     {
-        return crypto::refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND);
+        return refuse(BMCOAUTH_RULE_KEY_UNSOUND);
     }
     const SecretText body =
         secretText(crypto::encodeBase64({reinterpret_cast<const char*>(der.data()), der.size()}));
@@ -220,8 +219,8 @@ bool makeKeyPair(unsigned char*& publicOut, unsigned char*& privateOut, int& pub
 bool isSoundKeyFile(const char* path) noexcept
 {
     const crypto::EcKeyPtr key = readKeyFile(path);
-    return key && (EC_KEY_check_key(key.get()) == 1 ||
-                   crypto::refuseCrypto(BMCOAUTH_RULE_KEY_UNSOUND).about(path));
+    return key &&
+           (EC_KEY_check_key(key.get()) == 1 || refuse(BMCOAUTH_RULE_KEY_UNSOUND).about(path));
 }
 
 bool readPublicPoint(const char* path, unsigned char*& out, int& length) noexcept
