@@ -219,7 +219,7 @@ TEST_F(LoadOrCreate, NeverWritesToAFileThatCannotBeReadForTheMoment)
 TEST_F(LoadOrCreate, LeavesWhatIsNoFile)
 {
     std::filesystem::create_directory(path);
-    EXPECT_REFUSED("key.encoding", PrivateKey::loadOrCreate(path));
+    EXPECT_REFUSED("file.unreadable", PrivateKey::loadOrCreate(path));
     EXPECT_EQ(namesIn(directory), Names{"key.pem"});
     // Nor does it make what a link misses: a medium may not be mounted.
     const std::string link = directory / "link.pem";
