@@ -44,8 +44,8 @@ public:
             ASSERT_GE(secret.size(), 12U);
             EXPECT_FALSE(watch.finds(secret)) << row.function << " (" << row.arguments
                                               << ") leaves " << testing::PrintToString(secret);
-            EXPECT_FALSE(Watch::tells(secret)) << row.function << " (" << row.arguments << ") tells "
-                                              << testing::PrintToString(secret);
+            EXPECT_FALSE(Watch::tells(secret)) << row.function << " (" << row.arguments
+                                               << ") tells " << testing::PrintToString(secret);
         }
     }
 

@@ -25,11 +25,12 @@ using Rule = ::bmcoauth_rule;
 namespace detail
 {
 
-// strerror_r is declared in two ways; which one decides how its answer is read.
+/** What strerror_r has answered, where it gives the text. */
 [[nodiscard]] inline const char* systemText(const char* result, const char* /*buffer*/) noexcept
 {
     return result;
 }
+/** What strerror_r has answered, where it fills the buffer: it is declared in two ways. */
 [[nodiscard]] inline const char* systemText(int result, const char* buffer) noexcept
 {
     return result == 0 ? buffer : "";
