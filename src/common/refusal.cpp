@@ -85,7 +85,10 @@ Refused& Refused::about(std::string_view subject) noexcept
 
 Refused& Refused::as(bmcoauth_rule rule) noexcept
 {
-    noted.rule = rule;
+    if (noted.rule != BMCOAUTH_RULE_MEMORY_EXHAUSTED)
+    {
+        noted.rule = rule;
+    }
     return *this;
 }
 

@@ -45,7 +45,8 @@ public:
 
     /** The member, file or parameter that it concerns; only the end of a path fits. */
     Refused& about(std::string_view subject) noexcept;
-    /** By another rule, which says more of the whole than that of a part. */
+    /** By another rule, which says more of the whole than that of a part; exhausted memory stays
+     *  what it is. */
     Refused& as(bmcoauth_rule rule) noexcept;
     /** As about, unless the place that refused has said it already. */
     Refused& within(std::string_view subject) noexcept;
