@@ -418,9 +418,9 @@ TEST(GetKeyNames, FindsNoNameInAHostileText)
     {
         SCOPED_TRACE(name);
         char** names = nullptr;
-        const std::string rule = ruleOf([&] {
-            return getKeyNames(text.c_str(), static_cast<unsigned int>(text.size()), &names);
-        });
+        support::plantRefusal();
+        const std::string rule = support::ruleBehind(
+            getKeyNames(text.c_str(), static_cast<unsigned int>(text.size()), &names));
         const StringArray owned{names};
         EXPECT_EQ(names != nullptr, rule == "accepted");
         // Roots that are not objects have no names; null alone is refused.

@@ -121,7 +121,7 @@ template <typename Owner, typename Record>
 struct Given
 {
     /** For refusals. */
-    const char* name;
+    const char* name = nullptr;
     /** The text itself. */
     std::optional<std::string_view> text;
 };
