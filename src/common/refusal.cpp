@@ -132,8 +132,8 @@ Refused& Refused::wanted(std::string_view words, std::uint64_t number) noexcept
 
 Refused refuse(bmcoauth_rule rule) noexcept
 {
-    // What fails after an allocation has failed, fails for that. libcrypto tells it apart from data
-    // that it refuses in one place of two; the allocator always does.
+    // After a failed allocation the data may be sound. libcrypto reports it as an error of the data in
+    // one place of two; the allocator always sets errno, which the guards have cleared.
     note(errno == ENOMEM ? BMCOAUTH_RULE_MEMORY_EXHAUSTED : rule);
     return {};
 }

@@ -236,7 +236,7 @@ bool explains(std::string_view rule, const Fault& fault)
            (fault.source == Fault::reading && rule == "key.encoding");
 }
 
-/** What is wrong with the reason that a call gave, or did not; empty for nothing. */
+/** A complaint about the reason that a call gave or left out; empty if it is right. */
 std::string wrongReason(const Row& row, const Outcome& outcome, const std::string& rule,
                         const Fault& fault)
 {

@@ -139,7 +139,7 @@ TEST(EnvelopeText, IsRefusedWhereverItIsCutOff)
     ASSERT_EQ(body.size(), 44U);
     ASSERT_EQ(mac.size(), 44U);
     EXPECT_EQ(opened({body.substr(0, 43), mac.substr(0, 43)}, peer), accepted);
-    // The padding, of one character, is no digit; none and one too many are not Base64.
+    // The last of the 44 is padding. No digit at all, or a single one left over, is not Base64.
     const auto ruleFor = [](std::size_t digits) {
         return digits == 0 || digits > 43 || digits % 4 == 1 ? malformed : wrongMac;
     };

@@ -69,7 +69,7 @@ Outcomes refusedBy(const std::string& rule)
 const Outcomes accepted{"accepted", "accepted"};
 const Outcomes expired = refusedBy("token.expired");
 
-/** Whether both refuse for good, by whichever rule; an expired token is no forgery. */
+/** Whether both refuse the token, by any rule but that of its period: an expired token is not forged. */
 bool areRefused(const Outcomes& outcomes)
 {
     const auto isRefused = [](const std::string& rule) {
