@@ -6,6 +6,7 @@
 
 #include <json/value.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <new>
 #include <utility>
@@ -81,6 +82,12 @@ template <typename Owner>
 [[nodiscard]] Owner pairsOf(const Json::Value& object)
 {
     const std::vector<NamedMember> members = namedMembers(object);
+    const auto odd = std::ranges::find_if(
+        members, [](const NamedMember& member) { return !member.value.isString(); });
+    if (odd != members.end())
+    {
+        return refuse(BMCOAUTH_RULE_JSON_MEMBER_TYPE).about(odd->name);
+    }
     Owner list = emptyPairs<Owner>(members.size());
     if (!list)
     {
@@ -89,10 +96,6 @@ template <typename Owner>
     typename Owner::element_type* next = list.get();
     for (const auto& [name, value] : members)
     {
-        if (!value.isString())
-        {
-            return refuse(BMCOAUTH_RULE_JSON_MEMBER_TYPE).about(name);
-        }
         HeapText nameCopy = requireHeapText(name);
         HeapText valueCopy = requireHeapText(value.asCString());
         *next++ = {nameCopy.release(), valueCopy.release()};

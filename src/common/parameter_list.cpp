@@ -268,9 +268,9 @@ bool copyValues(const HandshakePayload* list, const char* name, char**& values) 
         // As callers expect: null says that there was nothing to copy.
         values = nullptr;
     }
-    if (firstValue(list, name) == nullptr)
+    if (found == nullptr || firstValue(found, name) == nullptr)
     {
-        return false;
+        return refuse(BMCOAUTH_RULE_DOCUMENT_PARAMETER_MISSING).about(name);
     }
     values = copyStringArray(found->values).release();
     return values != nullptr;

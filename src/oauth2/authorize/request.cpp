@@ -127,15 +127,12 @@ Request readRequest(const char* text)
     {
         return refuse(BMCOAUTH_RULE_AUTHORIZE_GRANT);
     }
-    PolicyList policy;
     const Json::Value* pairs = member(document, "kest_policy_auth");
-    if (pairs != nullptr && !namedMembers(*pairs).empty())
+    const bool hasPolicy = pairs != nullptr && !namedMembers(*pairs).empty();
+    const PolicyList policy = hasPolicy ? pairsOf<PolicyList>(*pairs) : nullptr;
+    if (hasPolicy && !policy)
     {
-        policy = pairsOf<PolicyList>(*pairs);
-        if (!policy)
-        {
-            return refused().as(BMCOAUTH_RULE_AUTHORIZE_POLICY);
-        }
+        return refused().as(BMCOAUTH_RULE_AUTHORIZE_POLICY);
     }
     constexpr std::array mandatoryNames{"client_secret", "client_id", "state"};
     const auto texts = stringMembers(document, mandatoryNames);
