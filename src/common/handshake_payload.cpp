@@ -64,6 +64,7 @@ bool getChallengeValue(HandshakePayload* payload, const char* name, char* buffer
     {
         return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "size");
     }
+    const ErrnoKeeper keeper;
     const char* first = firstValue(payload, name);
     if (first == nullptr)
     {

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
 #include <string>
 #include <thread>
 
@@ -52,6 +53,19 @@ TEST(Refusal, StaysWhenALaterCallSucceeds)
     bool value = false;
     ASSERT_EQ(get_value_bool(R"({"a":true})", "a", &value), 1);
     EXPECT_STREQ(lastRefusal().subject, "enabled");
+}
+
+TEST(Refusal, DoesNotTakeAnErrorOfTheCallersForItsOwn)
+{
+    HandshakePayload nothing{};
+    std::array<char, 8> buffer{};
+    errno = ENOMEM;
+    EXPECT_REFUSED("document.parameter-missing",
+                   getChallengeValue(&nothing, "T", buffer.data(), buffer.size()));
+    EXPECT_EQ(errno, ENOMEM);
+    bool value = false;
+    EXPECT_REFUSED("json.member-missing", get_value_bool("{}", "absent", &value));
+    EXPECT_EQ(errno, ENOMEM);
 }
 
 TEST(Refusal, IsReplacedByTheNextFailure)
