@@ -10,8 +10,8 @@
  * after a call that failed, on the thread that made it: a call that succeeds neither reads nor
  * changes it, and a thread never sees another thread's.
  *
- * Every function names the rule when it fails. A function whose 0 may be a result like any other,
- * a privilege mask for instance, names one only where it was given a null argument.
+ * Every function names the rule when it fails. Where 0 may be a result like any other, as of a
+ * privilege mask, only a null argument, an unreadable claim and exhausted memory have one.
  *
  * A refusal is for logs and for tests, never for the peer: an error document that tells a stranger
  * which rule stopped him helps him past it. */
@@ -63,8 +63,8 @@ enum bmcoauth_rule
     BMCOAUTH_RULE_KEY_POINT = 806,   /**< the public point is not on the curve */
 
     /* jwk: JSON Web Keys; `subject` is the member */
-    BMCOAUTH_RULE_JWK_KIND = 901,   /**< "kty" is neither "EC" nor "RSA" */
-    BMCOAUTH_RULE_JWK_NUMBER = 902, /**< a number of the key is absent or malformed */
+    BMCOAUTH_RULE_JWK_KIND = 901,   /**< "kty" is not the kind that is read here */
+    BMCOAUTH_RULE_JWK_NUMBER = 902, /**< a number of the key is absent */
     BMCOAUTH_RULE_JWK_POINT = 903,  /**< the coordinates are not a point of the curve */
     BMCOAUTH_RULE_JWK_EMPTY = 904,  /**< there is no member that a record can hold */
     BMCOAUTH_RULE_JWK_MEMBER = 905, /**< the record lacks the member */
@@ -141,7 +141,7 @@ enum bmcoauth_rule
     BMCOAUTH_RULE_HANDSHAKE_TOKEN = 1802, /**< "V", which a certificate proof signs, is absent */
     BMCOAUTH_RULE_HANDSHAKE_CERTIFICATE = 1803, /**< there is no certificate to prove */
     BMCOAUTH_RULE_HANDSHAKE_COUNTERS = 1804,    /**< "M" or "C" is absent or not a number from 1 */
-    BMCOAUTH_RULE_HANDSHAKE_KEYS = 1805,   /**< the key document is absent or not a JSON object */
+    BMCOAUTH_RULE_HANDSHAKE_KEYS = 1805,        /**< the key document is absent or empty */
     BMCOAUTH_RULE_HANDSHAKE_SECRET = 1806, /**< the key document holds no secret for the type */
     BMCOAUTH_RULE_HANDSHAKE_PROOF_MISSING = 1807, /**< there are fewer proofs than types, or none */
     BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG = 1808, /**< the proof is not the one that was asked for */

@@ -623,8 +623,8 @@ TEST(EciesEncrypt, TakesEveryFormOfALocalKeyOnTheCurve)
 
 using KeyCheck = std::function<void(const std::string& der, const std::string& reason)>;
 
-/** Runs @p check with everything that is no private key on P-256, and with the reason for which it
- *  is refused. */
+/** Runs @p check with each kind of bytes that are not a private key on P-256, and with the reason for
+ *  which it is refused. */
 void withEachUnusableKey(const KeyCheck& check)
 {
     // SEC 2, section 2.4.2: the order of the group.
