@@ -5,6 +5,7 @@
 
 #include <json/value.h>
 
+#include <array>
 #include <cstddef>
 #include <cstring>
 #include <memory>
@@ -55,6 +56,43 @@ struct WipingAllocator
 
 /** A string whose heap blocks are wiped. */
 using SecretString = std::basic_string<char, std::char_traits<char>, WipingAllocator<char>>;
+
+/** Bytes that wipe themselves. */
+template <std::size_t Size>
+struct SecretBytes : std::array<unsigned char, Size>
+{
+    SecretBytes() noexcept : std::array<unsigned char, Size>{}
+    {
+    }
+    SecretBytes(const SecretBytes&) = delete;
+    SecretBytes& operator=(const SecretBytes&) = delete;
+    SecretBytes(SecretBytes&&) = delete;
+    SecretBytes& operator=(SecretBytes&&) = delete;
+    ~SecretBytes()
+    {
+        explicit_bzero(this->data(), Size);
+    }
+};
+
+struct WipingRelease
+{
+    std::size_t size = 0;
+
+    void operator()(unsigned char* block) const noexcept
+    {
+        explicit_bzero(block, size);
+        std::free(block);
+    }
+};
+
+/** Owns a block of the C heap that is wiped before it is freed. */
+using SecretBlock = std::unique_ptr<unsigned char, WipingRelease>;
+
+/** A zeroed block of @p size bytes; null when memory runs out. */
+[[nodiscard]] inline SecretBlock secretBlock(std::size_t size) noexcept
+{
+    return {zeroedBlock<unsigned char>(size).release(), WipingRelease{size}};
+}
 
 /** Wipes every text of @p tree; names of members stay. @p tree must own its texts. */
 void wipeTexts(const Json::Value& tree) noexcept;

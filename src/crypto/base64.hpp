@@ -2,7 +2,7 @@
 #pragma once
 
 #include "common/owners.hpp"
-#include "crypto/secret.hpp"
+#include "common/secret.hpp"
 
 #include <cstddef>
 #include <optional>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "common/secret.hpp"
 #include "crypto/openssl.hpp"
-#include "crypto/secret.hpp"
 
 #include <array>
 #include <cstddef>

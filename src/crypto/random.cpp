@@ -4,7 +4,6 @@
 #include "common/guard.hpp"
 #include "crypto/base64.hpp"
 #include "crypto/hex.hpp"
-#include "crypto/secret.hpp"
 
 #include <bmcoauth/encoding.h>
 
@@ -61,7 +60,7 @@ using namespace bmcoauth;
 
 extern "C" int issueRandomBytesInHex(char* out, int count)
 {
-    crypto::SecretBytes<16> bytes;
+    SecretBytes<16> bytes;
     if (out == nullptr)
     {
         return refuseNull({{"out", out}});

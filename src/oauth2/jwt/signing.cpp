@@ -7,12 +7,10 @@
 #include "crypto/ec_key.hpp"
 #include "crypto/openssl.hpp"
 #include "crypto/pem.hpp"
-#include "crypto/secret.hpp"
 #include "crypto/signature.hpp"
 
 #include <bmcoauth/signing.h>
 
-#include <openssl/crypto.h>
 #include <openssl/pem.h>
 
 #include <algorithm>
@@ -28,7 +26,7 @@ namespace
 
 /** The buffer of a stream that carries a private key; it must outlive @p stream, which has not been
  *  read or written yet. */
-using StreamBuffer = crypto::SecretBytes<1024>;
+using StreamBuffer = SecretBytes<1024>;
 
 void serve(StreamBuffer& buffer, std::FILE& stream) noexcept
 {
@@ -37,12 +35,9 @@ void serve(StreamBuffer& buffer, std::FILE& stream) noexcept
         std::setvbuf(&stream, reinterpret_cast<char*>(buffer.data()), _IOFBF, buffer.size()));
 }
 
-/** An encoded key. */
-using KeyBytes = crypto::SecretBlock;
-
 /** Gives @p key away as the `i2d_` functions do: as a new buffer where the caller has none, else into
  *  the caller's, moving the pointer behind it. */
-void handOver(KeyBytes key, unsigned char*& out, int& length) noexcept
+void handOver(SecretBlock key, unsigned char*& out, int& length) noexcept
 {
     const std::size_t size = key.get_deleter().size;
     length = static_cast<int>(size);
@@ -54,14 +49,14 @@ void handOver(KeyBytes key, unsigned char*& out, int& length) noexcept
     out = std::copy_n(key.get(), size, out);
 }
 
-KeyBytes publicBytes(const EC_KEY& key) noexcept
+SecretBlock publicBytes(const EC_KEY& key) noexcept
 {
     const int length = i2o_ECPublicKey(&key, nullptr);
     if (length <= 0)
     {
         return refuse(BMCOAUTH_RULE_KEY_UNSOUND);
     }
-    KeyBytes block = crypto::secretBlock(static_cast<std::size_t>(length));
+    SecretBlock block = secretBlock(static_cast<std::size_t>(length));
     unsigned char* position = block.get();
     if (block && i2o_ECPublicKey(&key, &position) != length)
     {
@@ -70,9 +65,9 @@ KeyBytes publicBytes(const EC_KEY& key) noexcept
     return block;
 }
 
-KeyBytes privateBytes(const EC_KEY& key) noexcept
+SecretBlock privateBytes(const EC_KEY& key) noexcept
 {
-    KeyBytes block = crypto::secretBlock(crypto::privateKeyBytes);
+    SecretBlock block = secretBlock(crypto::privateKeyBytes);
     if (block && !crypto::encodePrivateKey(key, std::span<unsigned char, crypto::privateKeyBytes>{
                                                     block.get(), crypto::privateKeyBytes}))
     {
@@ -103,7 +98,7 @@ constexpr std::size_t longestKeyFile = 4096;
 crypto::EcKeyPtr readKeyText(std::string_view pem) noexcept
 {
     // The lines' ends count when the room is asked for.
-    crypto::SecretBytes<crypto::pkcs8Bytes + 4> der;
+    SecretBytes<crypto::pkcs8Bytes + 4> der;
     if (const std::optional<std::size_t> length =
             crypto::decodeUsualPem(pem, PEM_STRING_PKCS8INF, der))
     {
@@ -128,7 +123,7 @@ crypto::EcKeyPtr readKeyFile(const char* path) noexcept
         return nullptr;
     }
     serve(buffer, *file);
-    crypto::SecretBytes<longestKeyFile> text;
+    SecretBytes<longestKeyFile> text;
     const std::size_t length = std::fread(text.data(), 1, text.size(), file.get());
     const bool whole = std::feof(file.get()) != 0;
     if (!whole)
@@ -154,7 +149,7 @@ crypto::EcKeyPtr readKeyFile(const char* path) noexcept
  *  shows in the state of @p file. */
 bool writeKey(const EC_KEY& key, std::FILE& file) noexcept
 {
-    crypto::SecretBytes<crypto::pkcs8Bytes> der;
+    SecretBytes<crypto::pkcs8Bytes> der;
     if (!crypto::encodePkcs8(key, der))
     {
         return refuse(BMCOAUTH_RULE_KEY_UNSOUND);
@@ -205,8 +200,8 @@ bool makeKeyPair(unsigned char*& publicOut, unsigned char*& privateOut, int& pub
     {
         return false;
     }
-    KeyBytes publicPart = publicBytes(*key);
-    KeyBytes privatePart = privateBytes(*key);
+    SecretBlock publicPart = publicBytes(*key);
+    SecretBlock privatePart = privateBytes(*key);
     if (!publicPart || !privatePart)
     {
         return false;
@@ -230,7 +225,7 @@ bool readPublicPoint(const char* path, unsigned char*& out, int& length) noexcep
     {
         return false;
     }
-    KeyBytes point = publicBytes(*key);
+    SecretBlock point = publicBytes(*key);
     if (!point)
     {
         return false; // GCOVR_EXCL_LINE: one allocation must fail

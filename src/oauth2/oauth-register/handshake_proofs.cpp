@@ -23,7 +23,7 @@ namespace
 constexpr unsigned int passwordDigits = 8;
 
 /** A password and its terminator. */
-class Password : crypto::SecretBytes<passwordDigits + 1>
+class Password : SecretBytes<passwordDigits + 1>
 {
 public:
     bool compute(std::string_view secret, std::uint64_t movingFactor)
