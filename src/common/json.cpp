@@ -361,6 +361,14 @@ const char* stringMember(const Json::Value& object, const char* name)
     return found != nullptr && found->isString() ? found->asCString() : nullptr;
 }
 
+std::optional<std::string_view> stringBytes(const Json::Value& value)
+{
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    return value.getString(&begin, &end) ? std::optional{std::string_view{begin, end}}
+                                         : std::nullopt;
+}
+
 bool readTextMember(Json::Value& doc, const char* key, char*& out)
 {
     return readMember(

@@ -63,6 +63,10 @@ namespace bmcoauth
 /** The member @p name of the object @p object, or null where it has none. */
 [[nodiscard]] const Json::Value* member(const Json::Value& object, std::string_view name);
 
+/** The bytes of the string @p value where they are, zero bytes included: one in a name must not make
+ *  it equal to a shorter one. Nothing if it is not a string. */
+[[nodiscard]] std::optional<std::string_view> stringBytes(const Json::Value& value);
+
 /** The members @p names of the object @p object, which must be strings; nothing, and
  *  `document.member` is noted, if one is not. */
 template <std::size_t count>

@@ -265,8 +265,7 @@ HeapText encodeBase64(std::string_view bytes) noexcept
     {
         return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
-    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.get()),
-                    reinterpret_cast<const unsigned char*>(bytes.data()),
+    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.get()), bytesOf(bytes).data(),
                     static_cast<int>(bytes.size()));
     return text;
 }

@@ -3,6 +3,7 @@
 
 #include "common/owners.hpp"
 #include "common/secret.hpp"
+#include "common/text.hpp"
 
 #include <cstddef>
 #include <optional>
@@ -26,7 +27,7 @@ struct DecodedBytes
 
     [[nodiscard]] std::string_view text() const noexcept
     {
-        return {reinterpret_cast<const char*>(data.get()), static_cast<std::size_t>(size)};
+        return asText(bytes());
     }
 };
 

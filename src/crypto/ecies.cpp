@@ -48,11 +48,6 @@ SecureHeader headerOf(const void* buffer) noexcept
     return header;
 }
 
-const unsigned char* bytesOf(std::string_view text) noexcept
-{
-    return reinterpret_cast<const unsigned char*>(text.data());
-}
-
 /** What both sides derive from their keys. */
 struct EnvelopeKeys
 {
@@ -96,7 +91,7 @@ bool computeMac(const EnvelopeKeys& keys, std::string_view body,
 {
     unsigned int length = 0;
     return (HMAC(EVP_sha256(), keys.macKey().data(), static_cast<int>(keys.macKey().size()),
-                 bytesOf(body), body.size(), mac.data(), &length) != nullptr &&
+                 bytesOf(body).data(), body.size(), mac.data(), &length) != nullptr &&
             length == mac.size()) ||
            refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
 }
@@ -137,7 +132,7 @@ bool encrypt(std::span<const std::string_view> parts, const EnvelopeKeys& keys, 
     int written = 0;
     for (const std::string_view part : parts)
     {
-        if (EVP_EncryptUpdate(context.get(), end, &written, bytesOf(part),
+        if (EVP_EncryptUpdate(context.get(), end, &written, bytesOf(part).data(),
                               static_cast<int>(part.size())) != 1)
         {
             return refuse(
@@ -250,12 +245,12 @@ std::optional<Envelope> sealEnvelope(std::string_view data, const EC_KEY& own, c
                                                       : std::array{data, "\n"sv, tokenText};
     const std::span<unsigned char> body{bodyOf(buffer.get()), static_cast<std::size_t>(bodyLength)};
     const std::span<unsigned char, macLength> mac{macOf(buffer.get()), macLength};
-    const std::string_view bodyBytes{reinterpret_cast<const char*>(body.data()), body.size()};
+    const std::string_view bodyBytes = asText(body);
     if (!encrypt(parts, keys, iv, body) || !computeMac(keys, bodyBytes, mac))
     {
         return std::nullopt;
     }
-    return envelopeOf(bodyBytes, {reinterpret_cast<const char*>(mac.data()), mac.size()});
+    return envelopeOf(bodyBytes, asText(mac));
 }
 
 std::optional<Plaintext> openEnvelope(std::string_view body, std::optional<std::string_view> mac,
@@ -277,7 +272,7 @@ std::optional<Plaintext> openEnvelope(std::string_view body, std::optional<std::
     if (!context || !text.bytes ||
         EVP_DecryptInit_ex(context.get(), EVP_aes_128_cbc(), nullptr, keys.cipherKey().data(),
                            iv.data()) != 1 ||
-        EVP_DecryptUpdate(context.get(), text.bytes.get(), &decrypted, bytesOf(body),
+        EVP_DecryptUpdate(context.get(), text.bytes.get(), &decrypted, bytesOf(body).data(),
                           static_cast<int>(body.size())) != 1)
     {
         return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);

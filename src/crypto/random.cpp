@@ -51,7 +51,7 @@ SecretText randomToken(unsigned int count) noexcept
     {
         return nullptr;
     }
-    return secretText(encodeBase64({reinterpret_cast<const char*>(bytes.get()), count}));
+    return secretText(encodeBase64(asText({bytes.get(), count})));
 }
 
 } // namespace bmcoauth::crypto

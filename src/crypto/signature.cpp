@@ -42,7 +42,7 @@ HeapText signText(std::string_view text, EC_KEY& key) noexcept
     {
         return refuse(BMCOAUTH_RULE_KEY_UNSOUND);
     }
-    return encodeBase64Url({reinterpret_cast<const char*>(der.get()), length});
+    return encodeBase64Url(asText({der.get(), length}));
 }
 
 bool verifyText(std::string_view text, std::span<const unsigned char> der, EC_KEY& key,

@@ -125,8 +125,8 @@ std::optional<std::string_view> Certificate::commonName() const noexcept
         return std::nullopt;
     }
     const ASN1_STRING* name = X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, index));
-    return std::string_view{reinterpret_cast<const char*>(ASN1_STRING_get0_data(name)),
-                            static_cast<std::size_t>(ASN1_STRING_length(name))};
+    return asText(
+        {ASN1_STRING_get0_data(name), static_cast<std::size_t>(ASN1_STRING_length(name))});
 }
 
 crypto::EcKeyPtr Certificate::ecKey() const noexcept

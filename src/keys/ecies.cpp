@@ -104,7 +104,7 @@ std::optional<crypto::Plaintext> unseal(const char* ciphertext, const unsigned c
  *  makes it none. */
 std::optional<unsigned int> textLength(const crypto::Plaintext& plaintext)
 {
-    std::string_view text{reinterpret_cast<const char*>(plaintext.bytes.get()), plaintext.length};
+    std::string_view text = asText({plaintext.bytes.get(), plaintext.length});
     if (text.ends_with('\0'))
     {
         text.remove_suffix(1);

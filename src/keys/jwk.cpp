@@ -71,8 +71,8 @@ jwk* encodeKey(const char* kty, const char* kid, const char* member, const unsig
     }
     const ErrnoKeeper keeper;
     // What is kept so may be a secret.
-    const SecretText text = secretText(crypto::encodeBase64(
-        {reinterpret_cast<const char*>(data), static_cast<std::size_t>(length)}));
+    const SecretText text =
+        secretText(crypto::encodeBase64(asText({data, static_cast<std::size_t>(length)})));
     if (!text)
     {
         publishRefusal();

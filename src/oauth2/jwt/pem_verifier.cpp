@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "oauth2/jwt/pem_verifier.hpp"
 
+#include "common/text.hpp"
 #include "crypto/ec_key.hpp"
 #include "crypto/openssl.hpp"
 #include "crypto/pem.hpp"
@@ -51,11 +52,6 @@ bool digestOf(std::string_view text, const EVP_MD& kind, Digest& digest) noexcep
     return EVP_Digest(text.data(), text.size(), digest.bytes.data(), &digest.length, &kind,
                       nullptr) == 1 ||
            refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
-}
-
-const unsigned char* bytesOf(std::string_view text) noexcept
-{
-    return reinterpret_cast<const unsigned char*>(text.data());
 }
 
 /** A block that the process does not survive the lack of; `line` is the number of its tag, see
@@ -138,7 +134,7 @@ bool verifyPss(const Digest& digest, const EVP_MD& kind, std::string_view signat
     }
     const HeapBlock<unsigned char> message = essentialBlock(static_cast<std::size_t>(size), 1590);
     // The check below reads a block of the key's size, so that nothing less may come out here.
-    return (RSA_public_decrypt(static_cast<int>(signature.size()), bytesOf(signature),
+    return (RSA_public_decrypt(static_cast<int>(signature.size()), bytesOf(signature).data(),
                                message.get(), &key, RSA_NO_PADDING) == size &&
             RSA_verify_PKCS1_PSS(&key, digest.bytes.data(), &kind, message.get(),
                                  RSA_PSS_SALTLEN_AUTO) == 1) ||
@@ -159,7 +155,7 @@ bool verifyRsa(std::string_view signingInput, std::string_view signature, std::s
         return verifyPss(digest, kind, signature, *key);
     }
     return RSA_verify(EVP_MD_get_type(&kind), digest.bytes.data(), digest.length,
-                      bytesOf(signature), static_cast<unsigned int>(signature.size()),
+                      bytesOf(signature).data(), static_cast<unsigned int>(signature.size()),
                       key.get()) == 1 ||
            refuse(BMCOAUTH_RULE_TOKEN_SIGNATURE);
 }
@@ -176,8 +172,8 @@ struct DerSignature
 DerSignature derOf(std::string_view rawSignature)
 {
     const int half = static_cast<int>(rawSignature.size() / 2);
-    crypto::BignumPtr r{BN_bin2bn(bytesOf(rawSignature), half, nullptr)};
-    crypto::BignumPtr s{BN_bin2bn(bytesOf(rawSignature) + half, half, nullptr)};
+    crypto::BignumPtr r{BN_bin2bn(bytesOf(rawSignature).data(), half, nullptr)};
+    crypto::BignumPtr s{BN_bin2bn(bytesOf(rawSignature).data() + half, half, nullptr)};
     const crypto::EcdsaSignaturePtr signature{ECDSA_SIG_new()};
     if (!r || !s || !signature || ECDSA_SIG_set0(signature.get(), r.get(), s.get()) != 1)
     {
@@ -218,7 +214,7 @@ bool verifyEc(std::string_view signingInput, std::string_view signature, std::st
     };
     if (signature.size() != strength.rawSignatureLength)
     {
-        return verify(bytesOf(signature), static_cast<int>(signature.size()));
+        return verify(bytesOf(signature).data(), static_cast<int>(signature.size()));
     }
     const DerSignature der = derOf(signature);
     return der.bytes && verify(der.bytes.get(), der.length);

@@ -49,17 +49,6 @@ unsigned int bitsOf(const PrivilegeTable& table, std::string_view name)
     return mask;
 }
 
-/** All bytes of the string @p value: a zero byte in a name must not make it equal to a shorter
- *  one. Empty for what is no string. */
-std::string_view bytesOf(const Json::Value& value)
-{
-    const char* begin = nullptr;
-    const char* end = nullptr;
-    return value.isString() && value.getString(&begin, &end)
-               ? std::string_view{begin, static_cast<std::size_t>(end - begin)}
-               : std::string_view{};
-}
-
 bool isAccepted(std::string_view provider, const char* const* providers)
 {
     if (provider == "*")
@@ -126,7 +115,7 @@ std::optional<unsigned int> jwt::xidpPrivileges(const JWTPayload& payload,
         }
         for (const Json::Value& code : *provider)
         {
-            mask |= bitsOf(xidp_claim_privileges, bytesOf(code));
+            mask |= bitsOf(xidp_claim_privileges, stringBytes(code).value_or(""));
         }
     }
     return mask;

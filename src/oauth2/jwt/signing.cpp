@@ -131,7 +131,7 @@ crypto::EcKeyPtr readKeyFile(const char* path) noexcept
         // A long text before the key, or nothing that can be read.
         std::rewind(file.get());
     }
-    crypto::EcKeyPtr key = whole ? readKeyText({reinterpret_cast<const char*>(text.data()), length})
+    crypto::EcKeyPtr key = whole ? readKeyText(asText({text.data(), length}))
                                  : ecKeyOf(crypto::PkeyPtr{PEM_read_PrivateKey(
                                        file.get(), nullptr, crypto::refusePassPhrase, nullptr)});
     if (!key && std::ferror(file.get()) != 0)
@@ -154,8 +154,7 @@ bool writeKey(const EC_KEY& key, std::FILE& file) noexcept
     {
         return refuse(BMCOAUTH_RULE_KEY_UNSOUND);
     }
-    const SecretText body =
-        secretText(crypto::encodeBase64({reinterpret_cast<const char*>(der.data()), der.size()}));
+    const SecretText body = secretText(crypto::encodeBase64(asText(der)));
     if (!body)
     {
         return false;
@@ -249,10 +248,8 @@ bool verifySignature(std::string_view signingInput, std::string_view signature,
                      const unsigned char* der, int derLength)
 {
     const crypto::EcKeyPtr key = crypto::decodePrivateKey(der, derLength);
-    return key && crypto::verifyText(
-                      signingInput,
-                      {reinterpret_cast<const unsigned char*>(signature.data()), signature.size()},
-                      *key, BMCOAUTH_RULE_TOKEN_SIGNATURE);
+    return key && crypto::verifyText(signingInput, bytesOf(signature), *key,
+                                     BMCOAUTH_RULE_TOKEN_SIGNATURE);
 }
 
 } // namespace bmcoauth::jwt
@@ -329,8 +326,7 @@ int verifySignature(const std::string& signingInput, const unsigned char* signat
     {
         return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "signatureLength");
     }
-    const std::string_view bytes{reinterpret_cast<const char*>(signature),
-                                 static_cast<std::size_t>(signatureLength)};
+    const std::string_view bytes = asText({signature, static_cast<std::size_t>(signatureLength)});
     return crypto::guardedCrypto(
         0, [&] { return int{jwt::verifySignature(signingInput, bytes, der, derLength)}; });
 }

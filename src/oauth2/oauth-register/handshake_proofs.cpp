@@ -36,21 +36,9 @@ public:
 
     [[nodiscard]] std::string_view digits() const noexcept
     {
-        return {reinterpret_cast<const char*>(data()), passwordDigits};
+        return asText({data(), passwordDigits});
     }
 };
-
-/** The bytes of @p value where they stand, if it is a string. */
-std::optional<std::string_view> bytesOf(const Json::Value& value)
-{
-    const char* begin = nullptr;
-    const char* end = nullptr;
-    if (!value.getString(&begin, &end))
-    {
-        return std::nullopt;
-    }
-    return std::string_view{begin, static_cast<std::size_t>(end - begin)};
-}
 
 /** The subject's common name as a text: what stands before a zero byte, cut to 24 bytes, at which
  *  both sides cut it; nothing if the certificate has none. */
@@ -93,7 +81,7 @@ std::optional<std::string_view> KeyDocument::secret(std::string_view type,
     if (secrets != nullptr && secrets->isArray() && !secrets->empty())
     {
         if (const std::optional<std::string_view> secret =
-                bytesOf((*secrets)[static_cast<Json::ArrayIndex>(selector % secrets->size())]))
+                stringBytes((*secrets)[static_cast<Json::ArrayIndex>(selector % secrets->size())]))
         {
             return secret;
         }
