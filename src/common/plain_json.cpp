@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/plain_json.hpp"
 
+#include "common/hex.hpp"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -344,11 +346,10 @@ char32_t takeCodePoint(std::string_view& text) noexcept
 
 void appendUnit(char32_t unit, SecretString& out)
 {
-    constexpr std::string_view digits = "0123456789abcdef";
     out += "\\u";
     for (const unsigned int shift : {12U, 8U, 4U, 0U})
     {
-        out += digits[(unit >> shift) & 0x0fU];
+        out += lowerCaseDigits[(unit >> shift) & 0x0fU];
     }
 }
 

@@ -2,8 +2,8 @@
 #include "crypto/ecies.hpp"
 
 #include "common/device.hpp"
+#include "common/hex.hpp"
 #include "crypto/base64.hpp"
-#include "crypto/hex.hpp"
 #include "crypto/random.hpp"
 #include "crypto/signature.hpp"
 
@@ -359,7 +359,7 @@ extern "C" int generateRandomIV(char** iv)
         {
             return 0;
         }
-        crypto::writeHex(bytes, crypto::upperCaseDigits, text.get());
+        writeHex(bytes, upperCaseDigits, text.get());
         *iv = text.release();
         return 1;
     });

@@ -2,8 +2,8 @@
 #include "crypto/random.hpp"
 
 #include "common/guard.hpp"
+#include "common/hex.hpp"
 #include "crypto/base64.hpp"
-#include "crypto/hex.hpp"
 
 #include <bmcoauth/encoding.h>
 
@@ -84,7 +84,7 @@ extern "C" int issueRandomBytesInHex(char* out, int count)
     }
     out[0] = '0';
     out[1] = 'x';
-    *crypto::writeHex(drawn, crypto::lowerCaseDigits, out + 2) = '\0';
+    *writeHex(drawn, lowerCaseDigits, out + 2) = '\0';
     return 1;
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/clock.hpp"
+#include "common/hex.hpp"
 #include "crypto/base64.hpp"
 #include "crypto/openssl.hpp"
 #include "keys/jwk.hpp"
@@ -36,8 +37,8 @@ std::string quoted(std::string_view text)
         const auto code = static_cast<unsigned char>(c);
         if (code < 0x20)
         {
-            constexpr std::string_view digits = "0123456789abcdef";
-            result.append("\\u00").append({digits[code >> 4U], digits[code & 0x0FU]});
+            result.append("\\u00").append(
+                {lowerCaseDigits[code >> 4U], lowerCaseDigits[code & 0x0FU]});
             continue;
         }
         if (c == '"' || c == '\\')
