@@ -107,4 +107,28 @@ DerBytes readPem(std::string_view pem, const char* name) noexcept
     return der;
 }
 
+HeapText pemText(std::string_view name, std::string_view body) noexcept
+{
+    constexpr std::size_t marks = 32;
+    HeapText pem =
+        zeroedBlock<char>(body.size() + body.size() / lineLength + 2 * name.size() + marks + 1);
+    char* end = pem.get();
+    const auto append = [&end](std::initializer_list<std::string_view> parts) {
+        for (const std::string_view part : parts)
+        {
+            end += part.copy(end, part.size());
+        }
+    };
+    if (pem)
+    {
+        append({"-----BEGIN ", name, "-----\n"});
+        for (; body.size() > lineLength; body.remove_prefix(lineLength))
+        {
+            append({body.substr(0, lineLength), "\n"});
+        }
+        append({body, "\n-----END ", name, "-----"});
+    }
+    return pem;
+}
+
 } // namespace bmcoauth::crypto

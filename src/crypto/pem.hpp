@@ -42,4 +42,8 @@ struct DerBytes
  *  bears it, or an older name of the same thing. */
 [[nodiscard]] DerBytes readPem(std::string_view pem, const char* name) noexcept;
 
+/** The PEM block named @p name with the Base64 text @p body, without a line feed at its end; null when
+ *  memory runs out. */
+[[nodiscard]] HeapText pemText(std::string_view name, std::string_view body) noexcept;
+
 } // namespace bmcoauth::crypto

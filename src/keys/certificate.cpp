@@ -19,10 +19,6 @@ namespace
 /** The longest common name that is compared, in bytes. */
 constexpr std::size_t comparedName = 17;
 
-constexpr std::string_view beginMarker = "-----BEGIN CERTIFICATE-----\n";
-constexpr std::string_view endMarker = "\n-----END CERTIFICATE-----";
-constexpr std::size_t lineLength = 64;
-
 /** SubjectPublicKeyInfo, left undecoded. */
 struct KeyInfo
 {
@@ -169,22 +165,12 @@ crypto::X509Ptr readX509(std::string_view pem) noexcept
 
 std::string certificatePem(std::string_view body)
 {
-    std::string pem;
-    // A string that cannot grow so far says so with an error that the guards let pass.
-    if (body.size() > pem.max_size() / 2)
+    const HeapText pem = crypto::pemText(PEM_STRING_X509, body);
+    if (!pem)
     {
-        throw std::bad_alloc(); // GCOVR_EXCL_LINE: no test takes 2 GiB
+        throw std::bad_alloc();
     }
-    pem.reserve(beginMarker.size() + body.size() + body.size() / lineLength + endMarker.size());
-    pem += beginMarker;
-    for (; body.size() > lineLength; body.remove_prefix(lineLength))
-    {
-        pem += body.substr(0, lineLength);
-        pem += '\n';
-    }
-    pem += body;
-    pem += endMarker;
-    return pem;
+    return pem.get();
 }
 
 char** chainValues(const HandshakePayload* certificate)

@@ -5,9 +5,12 @@
 #include "common/string_array.hpp"
 #include "crypto/ec_key.hpp"
 #include "crypto/openssl.hpp"
+#include "crypto/pem.hpp"
 #include "keys/certificate.hpp"
 
 #include <bmcoauth/x509.h>
+
+#include <openssl/pem.h>
 
 #include <algorithm>
 #include <cstring>
@@ -120,7 +123,7 @@ extern "C" char* recreate_x509_cert(const char* body)
     {
         return refuseNull({{"body", body}});
     }
-    return guarded(nullptr, [&] { return heapText(keys::certificatePem(body)).release(); });
+    return guarded(nullptr, [&] { return crypto::pemText(PEM_STRING_X509, body).release(); });
 }
 
 extern "C" char* decode_x509_jwk(HandshakePayload* certificate, unsigned int* length)
