@@ -5,8 +5,6 @@
 #include <bmcoauth/error.h>
 
 #include <array>
-#include <initializer_list>
-#include <utility>
 
 using namespace bmcoauth;
 
@@ -37,20 +35,11 @@ extern "C" char* write_oauth_error(oauthError code, const char* description, con
                                    const char* uri)
 {
     return guarded(nullptr, [&]() -> char* {
-        const std::initializer_list<std::pair<const char*, const char*>> members = {
-            {"error", textOf(code)},
-            {"error_description", description},
-            {"error_uri", uri},
-            {"error_resolution", resolution},
-        };
         Json::Value document{Json::objectValue};
-        for (const auto& [name, value] : members)
-        {
-            if (value != nullptr)
-            {
-                document[name] = borrowed(value);
-            }
-        }
+        setText(document, "error", textOf(code));
+        setText(document, "error_description", description);
+        setText(document, "error_uri", uri);
+        setText(document, "error_resolution", resolution);
         return heapJsonText(document).release();
     });
 }

@@ -340,6 +340,14 @@ StringArray stringsOf(const Json::Value& array)
     return arrayOf(array, &Json::Value::isString, textOf);
 }
 
+void setText(Json::Value& object, const char* name, const char* text)
+{
+    if (text != nullptr)
+    {
+        object[name] = borrowed(text);
+    }
+}
+
 Json::Value jsonArrayOf(const char* const* array)
 {
     Json::Value result{Json::arrayValue};

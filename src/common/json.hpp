@@ -52,6 +52,10 @@ namespace bmcoauth
     return Json::StaticString{text};
 }
 
+/** Writes @p text, borrowed, as the member @p name of @p object; does nothing if it is null. Throws
+ *  std::bad_alloc. */
+void setText(Json::Value& object, const char* name, const char* text);
+
 /** A JSON array of the texts of @p array, in order, borrowed; null gives the empty array. Throws
  *  std::bad_alloc. */
 [[nodiscard]] Json::Value jsonArrayOf(const char* const* array);

@@ -16,9 +16,14 @@ namespace bmcoauth
 namespace
 {
 
-bool isWhole(const HandshakePayload& parameter)
+bool isNamed(const HandshakePayload& parameter) noexcept
 {
-    return parameter.name != nullptr && parameter.values != nullptr;
+    return parameter.name != nullptr;
+}
+
+bool isWhole(const HandshakePayload& parameter) noexcept
+{
+    return isNamed(parameter) && parameter.values != nullptr;
 }
 
 /** Whether @p form writes the values of @p name as an array however many there are. A name may be
@@ -28,10 +33,12 @@ bool isAlwaysArray(const ListForm& form, const char* name)
     return !form.alwaysArray.empty() && form.alwaysArray == name;
 }
 
-std::size_t countParameters(const HandshakePayload* list) noexcept
+/** The number of parameters of @p list, which may be null, before the first that does not count. */
+std::size_t countParameters(const HandshakePayload* list,
+                            bool (*counts)(const HandshakePayload&)) noexcept
 {
     std::size_t count = 0;
-    while (list != nullptr && list[count].name != nullptr)
+    while (list != nullptr && counts(list[count]))
     {
         ++count;
     }
@@ -117,8 +124,8 @@ ParameterList ParameterListWriter::take() noexcept
 
 bool appendParameters(HandshakePayload*& list, ParameterList added) noexcept
 {
-    const std::size_t present = countParameters(list);
-    const std::size_t more = countParameters(added.get());
+    const std::size_t present = countParameters(list, isNamed);
+    const std::size_t more = countParameters(added.get(), isNamed);
     auto* grown = static_cast<HandshakePayload*>(
         std::realloc(list, (present + more + 1) * sizeof(HandshakePayload)));
     if (grown == nullptr)
@@ -134,11 +141,7 @@ bool appendParameters(HandshakePayload*& list, ParameterList added) noexcept
 
 ParameterList copyParameters(const HandshakePayload* list) noexcept
 {
-    std::size_t count = 0;
-    while (list != nullptr && isWhole(list[count]))
-    {
-        ++count;
-    }
+    const std::size_t count = countParameters(list, isWhole);
     if (count == 0)
     {
         return refuse(BMCOAUTH_RULE_DOCUMENT_EMPTY);

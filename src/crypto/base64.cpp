@@ -65,48 +65,24 @@ struct Plan
  *  for three bytes more; nothing when the padding that it has is wrong. */
 std::optional<Plan> toStandardAlphabet(std::string_view text, char* copy) noexcept
 {
-    std::size_t padding = 0;
-    std::size_t lineFeeds = 0;
-    char* end = std::ranges::transform(text, copy, [&](char c) {
-                    switch (c)
-                    {
-                        case '-':
-                            return '+';
-                        case '_':
-                            return '/';
-                        case '=':
-                            ++padding;
-                            return c;
-                        case '\n':
-                            ++lineFeeds;
-                            return c;
-                        default:
-                            return c;
-                    }
-                }).out;
+    std::ranges::transform(text, copy, [](char c) { return c == '-' ? '+' : c == '_' ? '/' : c; });
+    const auto padding = static_cast<std::size_t>(std::ranges::count(text, '='));
+    const auto lineFeeds = static_cast<std::size_t>(std::ranges::count(text, '\n'));
     const std::size_t digits = text.size() - lineFeeds;
     const std::size_t rest = digits % 4;
-    std::size_t decoded = 0;
+    if (padding > (rest == 0 ? 3U : 0U))
+    {
+        return refuse(BMCOAUTH_RULE_BASE64_MALFORMED);
+    }
     if (rest == 0)
     {
-        if (padding > 3)
-        {
-            return refuse(BMCOAUTH_RULE_BASE64_MALFORMED);
-        }
-        decoded = digits / 4 * 3 - padding;
+        return Plan{text.size(), digits / 4 * 3 - padding, lineFeeds != 0};
     }
-    else
-    {
-        if (padding != 0)
-        {
-            return refuse(BMCOAUTH_RULE_BASE64_MALFORMED);
-        }
-        end = std::fill_n(end, 4 - rest, '=');
-        // A single digit left over is less than a byte and is expected to add none. The decoder
-        // makes one of it, so the length refuses such a text.
-        decoded = (digits - rest) / 4 * 3 + rest - 1;
-    }
-    return Plan{static_cast<std::size_t>(end - copy), decoded, lineFeeds != 0};
+    const std::size_t missing = 4 - rest;
+    std::fill_n(copy + text.size(), missing, '=');
+    // A single digit left over is less than a byte and is expected to add none. The decoder makes
+    // one of it, so the length refuses such a text.
+    return Plan{text.size() + missing, digits / 4 * 3 + rest - 1, lineFeeds != 0};
 }
 
 /** Reads a text that says nothing through @p filter, which OpenSSL frees with what its buffers hold:

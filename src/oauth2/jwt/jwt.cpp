@@ -227,26 +227,13 @@ bmcoauth_token_result takePayload(std::string_view part, std::uint64_t now, JWTP
     {
         return refused().within("payload");
     }
-    const PayloadTexts texts{
-        .sub = stringMember(*claims, "sub"),
-        .jti = stringMember(*claims, "jti"),
-        .iss = stringMember(*claims, "iss"),
-        .iat = stringMember(*claims, "iat"),
-        .nbf = stringMember(*claims, "nbf"),
-        .exp = stringMember(*claims, "exp"),
-    };
-    for (const auto& [name, text] : std::array<Field, 6>{{{"sub", texts.sub},
-                                                          {"jti", texts.jti},
-                                                          {"iss", texts.iss},
-                                                          {"iat", texts.iat},
-                                                          {"nbf", texts.nbf},
-                                                          {"exp", texts.exp}}})
+    const auto found = stringMembers<6>(*claims, {"sub", "jti", "iss", "iat", "nbf", "exp"});
+    if (!found)
     {
-        if (text == nullptr)
-        {
-            return refuse(BMCOAUTH_RULE_TOKEN_MEMBER).about(name);
-        }
+        return refused().as(BMCOAUTH_RULE_TOKEN_MEMBER);
     }
+    const auto [sub, jti, iss, iat, nbf, exp] = *found;
+    const PayloadTexts texts{sub, jti, iss, iat, nbf, exp};
     // Not yet valid comes before expired: a token that is both is invalid.
     if (now < secondsOf(texts.nbf))
     {

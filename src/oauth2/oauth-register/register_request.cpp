@@ -86,14 +86,6 @@ Request makeRequest(const char* const* redirectUri, const char* name, const char
     return request;
 }
 
-void setText(Json::Value& document, const char* name, const char* text)
-{
-    if (text != nullptr)
-    {
-        document[name] = borrowed(text);
-    }
-}
-
 void setStrings(Json::Value& document, const char* name, const char* const* strings)
 {
     if (countStrings(strings) != 0)

@@ -74,10 +74,7 @@ HeapText writtenResponse(const RegisterResponse& response)
     document["client_secret"] = borrowed(mandatory(response.client_secret));
     document["client_id"] = borrowed(mandatory(response.client_id));
     document["client_secret_expires_in"] = borrowed(mandatory(response.client_secret_expires_in));
-    if (response.ssl_cert_cryptex != nullptr)
-    {
-        document["ssl_cert_cryptex"] = borrowed(response.ssl_cert_cryptex);
-    }
+    setText(document, "ssl_cert_cryptex", response.ssl_cert_cryptex);
     if (response.grant_types != nullptr)
     {
         document["grant_types"] = jsonArrayOf(response.grant_types);
