@@ -12,8 +12,8 @@ namespace
 
 /** Reads @p text and hands the document to one of the field readers. */
 template <typename Out>
-int readMember(const char* text, const char* key, Out* out,
-               bool (*reader)(Json::Value&, const char*, Out&))
+int read(const char* text, const char* key, Out* out,
+         bool (*reader)(Json::Value&, const char*, Out&))
 {
     if (text == nullptr || key == nullptr || out == nullptr)
     {
@@ -85,27 +85,27 @@ int edit(char** text, const Argument& argument, Change change)
 
 extern "C" int get_value_char(const char* text, const char* key, char** out)
 {
-    return readMember(text, key, out, readTextMember);
+    return read(text, key, out, readTextMember);
 }
 
 extern "C" int get_value_chararray(const char* text, const char* key, char*** out)
 {
-    return readMember(text, key, out, readTextsMember);
+    return read(text, key, out, readTextsMember);
 }
 
 extern "C" int get_value_objarray(const char* text, const char* key, char*** out)
 {
-    return readMember(text, key, out, readObjectsMember);
+    return read(text, key, out, readObjectsMember);
 }
 
 extern "C" int get_value_bool(const char* text, const char* key, bool* out)
 {
-    return readMember(text, key, out, readBoolMember);
+    return read(text, key, out, readBoolMember);
 }
 
 extern "C" int get_value_uint(const char* text, const char* key, unsigned int* out)
 {
-    return readMember(text, key, out, readUintMember);
+    return read(text, key, out, readUintMember);
 }
 
 extern "C" int set_value_char(char** text, const char* key, const char* value)

@@ -44,13 +44,13 @@ public:
  *  both sides cut it; nothing if the certificate has none. */
 std::optional<std::string_view> commonName(const keys::Certificate& certificate)
 {
-    constexpr std::size_t longestName = 24;
+    constexpr std::size_t longestCommonName = 24;
     std::optional<std::string_view> name = certificate.commonName();
     if (!name)
     {
         return refuse(BMCOAUTH_RULE_CERTIFICATE_NAME);
     }
-    name = name->substr(0, longestName);
+    name = name->substr(0, longestCommonName);
     name = name->substr(0, name->find('\0'));
     if (name->empty())
     {
@@ -109,9 +109,9 @@ bool isOneTimePassword(std::string_view proof, std::string_view secret, std::uin
             refuse(BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG));
 }
 
-std::optional<CertificateClaim> claimOf(const HandshakePayload* record, std::string_view token)
+std::optional<CertificateClaim> claimOf(const HandshakePayload* list, std::string_view token)
 {
-    const std::optional<std::string> pem = keys::firstCertificatePem(record);
+    const std::optional<std::string> pem = keys::firstCertificatePem(list);
     if (!pem)
     {
         return refuse(BMCOAUTH_RULE_HANDSHAKE_CERTIFICATE).about("x5c");

@@ -47,8 +47,8 @@ struct CertificateClaim
     std::string signedText; /**< the challenge's token, ":" and the common name */
 };
 
-/** The certificate of @p record and the text that its key signs for @p token. */
-[[nodiscard]] std::optional<CertificateClaim> claimOf(const HandshakePayload* record,
+/** The certificate of @p list and the text that its key signs for @p token. */
+[[nodiscard]] std::optional<CertificateClaim> claimOf(const HandshakePayload* list,
                                                       std::string_view token);
 
 /** The private key of the one who answers. */

@@ -2,7 +2,7 @@
 #include "common/parameter_list.hpp"
 #include "common/string_array.hpp"
 #include "crypto/openssl.hpp"
-#include "oauth2/oauth-register/OAuthHandshakeChallenge.hpp"
+#include "oauth2/oauth-register/handshake_challenge.hpp"
 #include "oauth2/oauth-register/handshake_proofs.hpp"
 
 #include <bmcoauth/handshake.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "oauth2/oauth-register/OAuthHandshakeChallenge.hpp"
+#include "oauth2/oauth-register/handshake_challenge.hpp"
 
 #include "common/guard.hpp"
 #include "common/json.hpp"
@@ -292,13 +292,13 @@ Number drawn(const std::optional<Number>& number) noexcept
 HeapText keyDocument(std::string_view prefix, unsigned int keys, unsigned int tokens,
                      unsigned int tokenLength)
 {
-    constexpr std::size_t longestName = 49;
+    constexpr std::size_t longestType = 49;
     std::vector<SecretText> kept;
     Json::Value document{Json::objectValue};
     for (unsigned int number = 1; number - 1 < keys; ++number)
     {
         const std::string name = std::string{prefix} + std::to_string(number) + ".0";
-        if (name.size() > longestName)
+        if (name.size() > longestType)
         {
             return refuse(BMCOAUTH_RULE_ARGUMENT_LENGTH).about("prefix").saw(name);
         }
