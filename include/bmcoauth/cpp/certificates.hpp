@@ -30,17 +30,8 @@ namespace bmcoauth
 inline namespace v1
 {
 
-/** What releases an X509 of OpenSSL. */
-struct CertificateReleaser
-{
-    /** Releases `certificate`. */
-    void operator()(X509* certificate) const noexcept
-    {
-        X509_free(certificate);
-    }
-};
 /** Owns an X509 of OpenSSL. */
-using Certificate = std::unique_ptr<X509, CertificateReleaser>;
+using Certificate = std::unique_ptr<X509, detail::Releaser<X509_free>>;
 
 /** The PEM text of a certificate's bare Base64: recreate_x509_cert. */
 [[nodiscard]] inline Expected<Text> certificatePem(std::string_view body)

@@ -102,6 +102,21 @@ struct ScopeEntries
     }
 };
 
+/** The token of `header` and `payload`, which has `scopes` for the call: the record would release
+ *  what it keeps. */
+[[nodiscard]] inline Expected<Text> signedToken(const TokenHeader& header,
+                                                const PayloadRecord& payload,
+                                                const ScopeEntries& scopes, ByteSpan key)
+{
+    payload.get()->scopes = scopes.entries;
+    payload.get()->scopes_count = scopes.count;
+    char* const token =
+        ::generateJWT(header.get(), payload.get(), key.data(), static_cast<int>(key.size()));
+    payload.get()->scopes = nullptr;
+    payload.get()->scopes_count = 0;
+    return ownedOrRefused<Text>(token);
+}
+
 } // namespace detail
 
 /** Issues a token: generateJWT. */
@@ -142,14 +157,7 @@ struct ScopeEntries
     {
         return Error::last();
     }
-    // Lent for the call: the record would release what it keeps.
-    payload.get()->scopes = scopes.entries;
-    payload.get()->scopes_count = scopes.count;
-    char* const token = ::generateJWT(header.get(), payload.get(), key.der().data(),
-                                      static_cast<int>(key.der().size()));
-    payload.get()->scopes = nullptr;
-    payload.get()->scopes_count = 0;
-    return detail::ownedOrRefused<Text>(token);
+    return detail::signedToken(header, payload, scopes, key.der());
 }
 
 } // namespace v1
