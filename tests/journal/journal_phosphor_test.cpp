@@ -1,16 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "common/journal.hpp"
+
 #include <gtest/gtest.h>
 #include <phosphor-logging/log.hpp>
 
 #include <cerrno>
-
-namespace bmcoauth
-{
-
-// The library's own; this program contains the body that devices get.
-void logError(const char* message) noexcept;
-
-} // namespace bmcoauth
 
 TEST(LogErrorOnDevices, HandsTheMessageOverAsAnError)
 {
