@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <ctime>
 #include <optional>
-#include <string>
 
 namespace bmcoauth
 {
@@ -20,12 +19,6 @@ namespace bmcoauth
 
 /** Midnight of 1 January of @p year as local time. */
 [[nodiscard]] std::time_t localNewYear(int year) noexcept;
-
-/** @p seconds as the records carry it. */
-[[nodiscard]] inline std::string decimal(std::uint64_t seconds)
-{
-    return std::to_string(seconds);
-}
 
 /** The seconds that @p text, not null, stands for, as strtoull reads it with base 0: hexadecimal
  *  after "0x", octal after "0", 0 where there is no number, and the largest value for what does

@@ -15,11 +15,11 @@ template <typename Out>
 int read(const char* text, const char* key, Out* out,
          bool (*reader)(Json::Value&, const char*, Out&))
 {
-    if (text == nullptr || key == nullptr || out == nullptr)
+    if (refusesNull("text key out", text, key, out))
     {
-        return refuseNull({{"text", text}, {"key", key}, {"out", out}});
+        return refused();
     }
-    return guarded(0, [&] {
+    return guarded([=] {
         SecretTree document;
         return parseSecretObject(text, document) && reader(document.root, key, *out) ? 1 : 0;
     });
@@ -61,16 +61,16 @@ Json::Value& emptyMember(Json::Value& document, const char* key)
 }
 
 /** Reads the document *@p text, has @p change applied to it and writes it back. @p argument must not
- *  be null either. */
+ *  be null either; @p names are those of both. */
 template <typename Change>
-int edit(char** text, const Argument& argument, Change change)
+int edit(char** text, const char* names, const void* argument, Change change)
 {
     const char* const before = text == nullptr ? nullptr : *text;
-    if (before == nullptr || argument.value == nullptr)
+    if (refusesNull(names, before, argument))
     {
-        return refuseNull({{"text", before}, argument});
+        return refused();
     }
-    return guarded(0, [&] {
+    return guarded([&] {
         SecretTree document;
         if (!parseSecretObject(before, document) || !change(document.root))
         {
@@ -110,7 +110,7 @@ extern "C" int get_value_uint(const char* text, const char* key, unsigned int* o
 
 extern "C" int set_value_char(char** text, const char* key, const char* value)
 {
-    return edit(text, {"key", key}, [&](Json::Value& document) {
+    return edit(text, "text key", key, [&](Json::Value& document) {
         if (value != nullptr)
         {
             emptyMember(document, key) = value;
@@ -124,7 +124,7 @@ extern "C" int set_value_char(char** text, const char* key, const char* value)
 
 extern "C" int set_value_chararray(char** text, const char* key, char** values)
 {
-    return edit(text, {"key", key}, [&](Json::Value& document) {
+    return edit(text, "text key", key, [&](Json::Value& document) {
         Json::Value& array = emptyMember(document, key) = Json::Value{Json::arrayValue};
         // Copies: what the document holds is wiped.
         for (; values != nullptr && *values != nullptr; ++values)
@@ -137,7 +137,7 @@ extern "C" int set_value_chararray(char** text, const char* key, char** values)
 
 extern "C" int merge_doc(char** text, const char* other)
 {
-    return edit(text, {"other", other}, [&](Json::Value& document) {
+    return edit(text, "text other", other, [&](Json::Value& document) {
         SecretTree source;
         if (!parseSecretObject(other, source))
         {
@@ -152,11 +152,11 @@ extern "C" int merge_doc(char** text, const char* other)
 
 int replaceDoc(char** text, const Json::Value& tree)
 {
-    if (text == nullptr)
+    if (refusesNull("text", text))
     {
-        return refuseNull({{"text", text}});
+        return refused();
     }
-    return guarded(0, [&] {
+    return guarded([&] {
         rewrite(*text, tree);
         return 1;
     });
@@ -164,7 +164,7 @@ int replaceDoc(char** text, const Json::Value& tree)
 
 void update(Json::Value& destination, Json::Value& source)
 {
-    guarded(false, [&] {
+    guarded([&] {
         merge(destination, source,
               [](Json::Value& current, const Json::Value& replacement) { current = replacement; });
         return true;

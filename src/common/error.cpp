@@ -34,7 +34,7 @@ const char* oauthErro_toStr(oauthError code)
 extern "C" char* write_oauth_error(oauthError code, const char* description, const char* resolution,
                                    const char* uri)
 {
-    return guarded(nullptr, [&]() -> char* {
+    return guarded([=]() -> char* {
         Json::Value document{Json::objectValue};
         setText(document, "error", textOf(code));
         setText(document, "error_description", description);

@@ -3,10 +3,9 @@
 
 #include "common/refusal.hpp"
 
-#include <json/value.h>
-
+#include <bit>
 #include <cerrno>
-#include <new>
+#include <cstdint>
 #include <type_traits>
 
 namespace bmcoauth
@@ -35,54 +34,64 @@ private:
     int saved = errno;
 };
 
-/** Runs @p body. Exhausted memory becomes @p failed, and when the result is @p failed, what was noted
- *  becomes the thread's last refusal. jsoncpp reports its own failed allocations as
- *  Json::RuntimeError. Every other error passes: this is the guard of the field readers, whose
- *  callers are promised jsoncpp's Json::LogicError for a document that is neither object nor
- *  null. */
-template <typename Body, typename Result = std::invoke_result_t<const Body&>>
-Result guardedMemory(std::type_identity_t<Result> failed, const Body& body)
+/** What a body gives, on its way through the one place that catches: a pointer, a number or a truth
+ *  value. Its zero is the failure. */
+using Carried = std::uintptr_t;
+
+/** Runs a body, whose type it knows. */
+using Step = Carried (*)(const void* body);
+
+/** Runs @p step. Exhausted memory becomes 0, and when the result is 0, what was noted becomes the
+ *  thread's last refusal. jsoncpp reports its own failed allocations as Json::RuntimeError. Every
+ *  other error passes. */
+[[nodiscard]] Carried runMemory(Step step, const void* body);
+
+/** runMemory that also turns an error of jsoncpp into 0. What else is thrown passes: the record
+ *  writers' std::logic_error is meant for the caller. */
+[[nodiscard]] Carried runGuarded(Step step, const void* body);
+
+/** Runs @p body by @p run, one of the two above or one of their kind: the handlers of exceptions and
+ *  what belongs to them stand once in the library, not once in each entry. */
+template <Carried (*run)(Step, const void*), typename Body>
+auto guardedBy(const Body& body)
 {
-    const ErrnoKeeper keeper;
-    const auto run = [&]() -> Result {
-        try
+    static_assert(std::is_trivially_copyable_v<Body>, "[=] has copied more than a pointer");
+    using Result = std::invoke_result_t<const Body&>;
+    const auto step = [](const void* context) -> Carried {
+        const Result result = (*static_cast<const Body*>(context))();
+        if constexpr (std::is_pointer_v<Result>)
         {
-            return body();
+            return std::bit_cast<Carried>(result);
         }
-        catch (const std::bad_alloc&)
+        else
         {
-            refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
+            return static_cast<Carried>(result);
         }
-        catch (const Json::RuntimeError&)
-        {
-            refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
-        }
-        return failed;
     };
-    Result result = run();
-    if (result == failed)
+    const Carried carried = run(step, &body);
+    if constexpr (std::is_pointer_v<Result>)
     {
-        publishRefusal();
+        return std::bit_cast<Result>(carried);
     }
-    return result;
+    else
+    {
+        return static_cast<Result>(carried);
+    }
 }
 
-/** guardedMemory that also turns an error of jsoncpp into @p failed. What else is thrown passes: the
- *  record writers' std::logic_error is meant for the caller. */
-template <typename Body, typename Result = std::invoke_result_t<const Body&>>
-Result guarded(std::type_identity_t<Result> failed, const Body& body)
+/** The guard of the field readers, whose callers are promised jsoncpp's Json::LogicError for a
+ *  document that is neither object nor null. */
+template <typename Body>
+auto guardedMemory(const Body& body)
 {
-    return guardedMemory(failed, [&]() -> Result {
-        try
-        {
-            return body();
-        }
-        catch (const Json::LogicError&)
-        {
-            refuse(BMCOAUTH_RULE_JSON_SYNTAX);
-            return failed;
-        }
-    });
+    return guardedBy<runMemory>(body);
+}
+
+/** The guard of all others. */
+template <typename Body>
+auto guarded(const Body& body)
+{
+    return guardedBy<runGuarded>(body);
 }
 
 } // namespace bmcoauth

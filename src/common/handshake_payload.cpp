@@ -29,21 +29,21 @@ extern "C" void free_handshake_payload(HandshakePayload* payload)
 
 extern "C" HandshakePayload* set_handshake_payload(const HandshakePayload* payload)
 {
-    if (payload == nullptr)
+    if (refusesNull("payload", payload))
     {
-        return refuseNull({{"payload", payload}});
+        return refused();
     }
-    return guardedMemory(nullptr, [&] { return copyParameters(payload).release(); });
+    return guardedMemory([=] { return copyParameters(payload).release(); });
 }
 
 extern "C" bool get_handshake_payload_paramValue(HandshakePayload* payload, const char* name,
                                                  std::string& value)
 {
-    if (payload == nullptr || name == nullptr)
+    if (refusesNull("payload name", payload, name))
     {
-        return refuseNull({{"payload", payload}, {"name", name}});
+        return refused();
     }
-    return guarded(false, [&] {
+    return guarded([&] {
         const char* first = firstValue(payload, name);
         if (first == nullptr)
         {
@@ -56,9 +56,9 @@ extern "C" bool get_handshake_payload_paramValue(HandshakePayload* payload, cons
 
 bool getChallengeValue(HandshakePayload* payload, const char* name, char* buffer, unsigned int size)
 {
-    if (payload == nullptr || name == nullptr || buffer == nullptr)
+    if (refusesNull("payload name buffer", payload, name, buffer))
     {
-        return refuseNull({{"payload", payload}, {"name", name}, {"buffer", buffer}});
+        return refused();
     }
     if (size == 0)
     {
@@ -78,20 +78,20 @@ bool getChallengeValue(HandshakePayload* payload, const char* name, char* buffer
 
 bool getChallengeValueArray(HandshakePayload* payload, const char* name, char*** values)
 {
-    if (payload == nullptr || name == nullptr || values == nullptr)
+    if (refusesNull("payload name values", payload, name, values))
     {
-        return refuseNull({{"payload", payload}, {"name", name}, {"values", values}});
+        return refused();
     }
-    return guardedMemory(false, [&] { return copyValues(payload, name, *values); });
+    return guardedMemory([=] { return copyValues(payload, name, *values); });
 }
 
 char** create_handshake_types_copy(char** types, unsigned int* count)
 {
-    if (types == nullptr || count == nullptr)
+    if (refusesNull("types count", types, count))
     {
-        return refuseNull({{"types", types}, {"count", count}});
+        return refused();
     }
-    return guardedMemory(nullptr, [&] {
+    return guardedMemory([=] {
         StringArray copy = copyFilledArray(types);
         if (copy)
         {
@@ -108,16 +108,16 @@ void free_handshake_types_copy(char** types)
 
 extern "C" int getKeyNames(const char* text, unsigned int length, char*** names)
 {
-    if (text == nullptr || names == nullptr)
+    if (refusesNull("text names", text, names))
     {
-        return refuseNull({{"text", text}, {"names", names}});
+        return refused();
     }
     // Never looks beyond the text, whatever length it is given.
     if (std::strlen(text) != length)
     {
         return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "length");
     }
-    return guarded(0, [&]() -> int {
+    return guarded([=]() -> int {
         Json::Value tree;
         if (!parseJson(text, tree))
         {
@@ -143,20 +143,20 @@ extern "C" int getKeyNames(const char* text, unsigned int length, char*** names)
 
 extern "C" char* write_handshake_payload(HandshakePayload* payload)
 {
-    if (payload == nullptr)
+    if (refusesNull("payload", payload))
     {
-        return refuseNull({{"payload", payload}});
+        return refused();
     }
-    return guarded(nullptr, [&] { return heapJsonText(objectOf(payload, {})).release(); });
+    return guarded([=] { return heapJsonText(objectOf(payload, {})).release(); });
 }
 
 extern "C" HandshakePayload* parse_handshake_payload(const char* text)
 {
-    if (text == nullptr)
+    if (refusesNull("text", text))
     {
-        return refuseNull({{"text", text}});
+        return refused();
     }
-    return guarded(nullptr, [&]() -> HandshakePayload* {
+    return guarded([=]() -> HandshakePayload* {
         Json::Value tree;
         return parseJsonObject(text, tree) ? parameterListOf(tree, {}).release() : nullptr;
     });

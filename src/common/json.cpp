@@ -463,11 +463,11 @@ template <typename Out>
 int read(Json::Value& doc, const char* key, Out* out,
          bool (*reader)(Json::Value&, const char*, Out&))
 {
-    if (key == nullptr || out == nullptr)
+    if (refusesNull("key out", key, out))
     {
-        return refuseNull({{"key", key}, {"out", out}});
+        return refused();
     }
-    return guardedMemory(0, [&] { return reader(doc, key, *out) ? 1 : 0; });
+    return guardedMemory([&] { return reader(doc, key, *out) ? 1 : 0; });
 }
 
 bool readObjectMember(Json::Value& doc, const char* key, char*& out)
@@ -516,14 +516,19 @@ int json_to_obj_array(Json::Value& doc, const char* key, char*** out)
 
 std::string json_fastWriter(const Json::Value& tree)
 {
-    return guarded(std::string{}, [&] { return std::string{std::string_view{jsonText(tree)}}; });
+    std::string text;
+    guarded([&] {
+        text = jsonText(tree);
+        return true;
+    });
+    return text;
 }
 
 bool loadJsonDoc(const char* text, Json::Value& doc)
 {
-    if (text == nullptr)
+    if (refusesNull("text", text))
     {
-        return refuseNull({{"text", text}});
+        return refused();
     }
-    return guarded(false, [&] { return parseJsonObject(text, doc); });
+    return guarded([&] { return parseJsonObject(text, doc); });
 }

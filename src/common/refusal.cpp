@@ -71,71 +71,70 @@ void note(bmcoauth_rule rule) noexcept
 
 } // namespace
 
-Refused& Refused::about(std::string_view subject) noexcept
+void Refused::noteSubject(const char* subject) noexcept
 {
     // Of a path the end tells more. What put does not cut is as long as this.
     constexpr std::size_t room = sizeof noted.subject - sizeof "...";
-    if (subject.size() > room && subject.front() == '/')
-    {
-        subject.remove_prefix(subject.size() - room);
-    }
-    put(noted.subject, subject);
-    return *this;
+    const std::size_t length = std::strlen(subject);
+    put(noted.subject, length > room && *subject == '/' ? subject + (length - room) : subject);
 }
 
-Refused& Refused::as(bmcoauth_rule rule) noexcept
+void Refused::noteOtherRule(bmcoauth_rule rule) noexcept
 {
     if (noted.rule != BMCOAUTH_RULE_MEMORY_EXHAUSTED)
     {
         noted.rule = rule;
     }
-    return *this;
 }
 
-Refused& Refused::within(std::string_view subject) noexcept
+void Refused::noteOuterSubject(const char* subject) noexcept
 {
-    return *std::begin(noted.subject) == '\0' ? about(subject) : *this;
+    if (*std::begin(noted.subject) == '\0')
+    {
+        noteSubject(subject);
+    }
 }
 
-Refused& Refused::at(std::size_t index) noexcept
+void Refused::noteIndex(std::size_t index) noexcept
 {
     noted.index = static_cast<int>(index);
-    return *this;
 }
 
-Refused& Refused::saw(std::string_view text) noexcept
+void Refused::noteSeen(const char* text) noexcept
+{
+    put(noted.saw, text == nullptr ? "" : text);
+}
+
+void Refused::noteSeen(std::string_view text) noexcept
 {
     put(noted.saw, text);
-    return *this;
 }
 
-Refused& Refused::sawErrno() noexcept
+void Refused::noteErrno() noexcept
 {
     std::array<char, sizeof noted.saw> buffer{};
-    return saw(errorText(strerror_r(errno, buffer.data(), buffer.size()), buffer.data()));
+    noteSeen(errorText(strerror_r(errno, buffer.data(), buffer.size()), buffer.data()));
 }
 
-Refused& Refused::wanted(std::string_view text) noexcept
+void Refused::noteWanted(const char* text) noexcept
 {
     put(noted.wanted, text);
-    return *this;
 }
 
-Refused& Refused::wanted(std::string_view words, std::uint64_t number) noexcept
+void Refused::noteWanted(const char* words, std::uint64_t number) noexcept
 {
     std::array<char, sizeof noted.wanted> buffer{};
-    char* const end = std::ranges::copy(words, buffer.data()).out;
+    char* const end = std::ranges::copy(std::string_view{words}, buffer.data()).out;
     *end = ' ';
-    char* const last = std::to_chars(end + 1, buffer.data() + buffer.size(), number).ptr;
-    return wanted({buffer.data(), last});
+    *std::to_chars(end + 1, buffer.data() + buffer.size() - 1, number).ptr = '\0';
+    noteWanted(buffer.data());
 }
 
-Refused refuse(bmcoauth_rule rule) noexcept
+void noteRule(bmcoauth_rule rule) noexcept
 {
     // After a failed allocation the data may be sound. libcrypto reports it as an error of the data in
     // one place of two; the allocator always sets errno, which the guards have cleared.
     note(errno == ENOMEM ? BMCOAUTH_RULE_MEMORY_EXHAUSTED : rule);
-    return {};
 }
 
 int notedRule() noexcept
@@ -161,10 +160,26 @@ Refused refuseCall(bmcoauth_rule rule, const char* parameter) noexcept
     return {};
 }
 
-Refused refuseNull(std::initializer_list<Argument> arguments) noexcept
+void noteNull(const char* names, const void* first, const void* second, const void* third) noexcept
 {
-    const auto* const missing = std::ranges::find(arguments, nullptr, &Argument::value);
-    return refuseCall(BMCOAUTH_RULE_ARGUMENT_NULL, missing == arguments.end() ? "" : missing->name);
+    noteNull(names, first, second, third, nullptr);
+}
+
+void noteNull(const char* names, const void* first, const void* second, const void* third,
+              const void* fourth, const void* fifth) noexcept
+{
+    std::string_view rest = names;
+    for (const void* argument : {first, second, third, fourth, fifth})
+    {
+        if (argument == nullptr)
+        {
+            break;
+        }
+        rest.remove_prefix(rest.find(' ') + 1);
+    }
+    note(BMCOAUTH_RULE_ARGUMENT_NULL);
+    put(noted.subject, rest.substr(0, rest.find(' ')));
+    publishRefusal();
 }
 
 } // namespace bmcoauth

@@ -6,7 +6,6 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -44,22 +43,73 @@ public:
     }
 
     /** The member, file or parameter that it concerns; only the end of a path fits. */
-    Refused& about(std::string_view subject) noexcept;
+    Refused about(const char* subject) const noexcept
+    {
+        noteSubject(subject);
+        return *this;
+    }
     /** By another rule, which says more of the whole than that of a part; exhausted memory stays
      *  what it is. */
-    Refused& as(bmcoauth_rule rule) noexcept;
+    Refused as(bmcoauth_rule rule) const noexcept
+    {
+        noteOtherRule(rule);
+        return *this;
+    }
     /** As about, unless the place that refused has said it already. */
-    Refused& within(std::string_view subject) noexcept;
+    Refused within(const char* subject) const noexcept
+    {
+        noteOuterSubject(subject);
+        return *this;
+    }
     /** Which of several keys, certificates or proofs. */
-    Refused& at(std::size_t index) noexcept;
-    /** What was there. Never a secret of ours. */
-    Refused& saw(std::string_view text) noexcept;
+    Refused at(std::size_t index) const noexcept
+    {
+        noteIndex(index);
+        return *this;
+    }
+    /** What was there; null is nothing. Never a secret of ours. */
+    Refused saw(const char* text) const noexcept
+    {
+        noteSeen(text);
+        return *this;
+    }
+    Refused saw(std::string_view text) const noexcept
+    {
+        noteSeen(text);
+        return *this;
+    }
     /** As saw: the system's words for errno. */
-    Refused& sawErrno() noexcept;
+    Refused sawErrno() const noexcept
+    {
+        noteErrno();
+        return *this;
+    }
     /** What should have been there. Never a secret of ours. */
-    Refused& wanted(std::string_view text) noexcept;
-    Refused& wanted(std::string_view words, std::uint64_t number) noexcept;
+    Refused wanted(const char* text) const noexcept
+    {
+        noteWanted(text);
+        return *this;
+    }
+    Refused wanted(const char* words, std::uint64_t number) const noexcept
+    {
+        noteWanted(words, number);
+        return *this;
+    }
+
+private:
+    // What takes no object needs no room on the stack for one, nor a canary beside it.
+    [[gnu::cold]] static void noteSubject(const char* subject) noexcept;
+    [[gnu::cold]] static void noteOtherRule(bmcoauth_rule rule) noexcept;
+    [[gnu::cold]] static void noteOuterSubject(const char* subject) noexcept;
+    [[gnu::cold]] static void noteIndex(std::size_t index) noexcept;
+    [[gnu::cold]] static void noteSeen(const char* text) noexcept;
+    [[gnu::cold]] static void noteSeen(std::string_view text) noexcept;
+    [[gnu::cold]] static void noteErrno() noexcept;
+    [[gnu::cold]] static void noteWanted(const char* text) noexcept;
+    [[gnu::cold]] static void noteWanted(const char* words, std::uint64_t number) noexcept;
 };
+
+[[gnu::cold]] void noteRule(bmcoauth_rule rule) noexcept;
 
 /** Notes that @p rule refuses, and gives the failure value: `return refuse(...)`, at the place where
  *  the rule is known. Where memory has run out since the guard was entered, that is noted instead: it
@@ -68,7 +118,11 @@ public:
  *  A note counts only if the exported call fails, when publishRefusal takes it: code that
  *  tries one thing after another notes as it goes, and the last note before the failure is the
  *  reason. */
-[[gnu::cold]] Refused refuse(bmcoauth_rule rule) noexcept;
+inline Refused refuse(bmcoauth_rule rule) noexcept
+{
+    noteRule(rule);
+    return {};
+}
 
 /** The rule of the last note; 0 before the first one. Where several keys are tried, what became of one
  *  is found here. */
@@ -83,15 +137,25 @@ public:
 /** Makes the last note the thread's last refusal. For the boundary alone, when a call fails. */
 [[gnu::cold]] void publishRefusal() noexcept;
 
-/** An argument by its name. */
-struct Argument
-{
-    const char* name;
-    const void* value;
-};
+/** Refuses the first null of the arguments @p names, which stand between spaces. */
+[[gnu::cold]] void noteNull(const char* names, const void* first, const void* second = nullptr,
+                            const void* third = nullptr) noexcept;
+[[gnu::cold]] void noteNull(const char* names, const void* first, const void* second,
+                            const void* third, const void* fourth,
+                            const void* fifth = nullptr) noexcept;
 
-/** Refuses the first of @p arguments that is null, at the boundary, before there is a guard. */
-[[gnu::cold]] Refused refuseNull(std::initializer_list<Argument> arguments) noexcept;
+/** Whether one of @p arguments is null. Refuses the first one that is, by its name in @p names, a list
+ *  with spaces. For the boundary, before there is a guard. */
+template <typename... Pointers>
+[[nodiscard]] bool refusesNull(const char* names, const Pointers*... arguments) noexcept
+{
+    if (((arguments != nullptr) && ...))
+    {
+        return false;
+    }
+    noteNull(names, arguments...);
+    return true;
+}
 
 /** Refuses at the boundary, before there is a guard, where errno is the caller's. */
 [[gnu::cold]] Refused refuseCall(bmcoauth_rule rule, const char* parameter) noexcept;

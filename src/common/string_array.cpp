@@ -75,12 +75,11 @@ StringArray copyFilledArray(const char* const* array) noexcept
 
 extern "C" char** set_char_array(char** array)
 {
-    if (array == nullptr)
+    if (bmcoauth::refusesNull("array", array))
     {
-        return bmcoauth::refuseNull({{"array", array}});
+        return bmcoauth::refused();
     }
-    return bmcoauth::guardedMemory(nullptr,
-                                   [&] { return bmcoauth::copyFilledArray(array).release(); });
+    return bmcoauth::guardedMemory([=] { return bmcoauth::copyFilledArray(array).release(); });
 }
 
 extern "C" void free_char_array(void* array)

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <algorithm>
+#include <cstdint>
 #include <span>
+#include <string>
 #include <string_view>
 
 namespace bmcoauth
@@ -21,12 +22,9 @@ namespace bmcoauth
 }
 
 /** Compares two texts without regard to the case of ASCII letters, in every locale. */
-[[nodiscard]] constexpr bool equalIgnoringCase(std::string_view left, std::string_view right)
-{
-    constexpr auto lower = [](char c) {
-        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    };
-    return std::ranges::equal(left, right, {}, lower, lower);
-}
+[[nodiscard]] bool equalIgnoringCase(std::string_view left, std::string_view right) noexcept;
+
+/** @p number as a text, as the records carry it. */
+[[nodiscard]] std::string decimal(std::uint64_t number);
 
 } // namespace bmcoauth

@@ -297,15 +297,15 @@ using namespace bmcoauth;
 
 extern "C" int base64encode(const void* data, char** out, int length)
 {
-    if (data == nullptr || out == nullptr)
+    if (refusesNull("data out", data, out))
     {
-        return refuseNull({{"data", data}, {"out", out}});
+        return refused();
     }
     if (length < 0)
     {
         return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "length");
     }
-    return guardedMemory(0, [&] {
+    return guardedMemory([=] {
         HeapText text = crypto::encodeBase64(
             {static_cast<const char*>(data), static_cast<std::size_t>(length)});
         if (!text)
@@ -319,9 +319,9 @@ extern "C" int base64encode(const void* data, char** out, int length)
 
 extern "C" int base64URIencode(char* text)
 {
-    if (text == nullptr)
+    if (refusesNull("text", text))
     {
-        return refuseNull({{"text", text}});
+        return refused();
     }
     crypto::toUrlAlphabet(text);
     return 1;
@@ -329,11 +329,11 @@ extern "C" int base64URIencode(char* text)
 
 extern "C" int base64URIdecode(const char* text, char** out, int* length)
 {
-    if (text == nullptr || out == nullptr || length == nullptr)
+    if (refusesNull("text out length", text, out, length))
     {
-        return refuseNull({{"text", text}, {"out", out}, {"length", length}});
+        return refused();
     }
-    return crypto::guardedCrypto(0, [&] {
+    return crypto::guardedCrypto([=] {
         std::optional<crypto::Decoding> decoding = crypto::decode(text);
         if (!decoding)
         {

@@ -207,7 +207,7 @@ std::optional<Iv> ivOf(const char* hex) noexcept
     }
     if (hex == nullptr || std::strlen(hex) != ivDigits)
     {
-        return refuse(BMCOAUTH_RULE_ENVELOPE_IV).about("iv").saw(hex == nullptr ? "" : hex);
+        return refuse(BMCOAUTH_RULE_ENVELOPE_IV).about("iv").saw(hex);
     }
     readHex(hex, iv.data());
     return iv;
@@ -292,23 +292,23 @@ using namespace bmcoauth;
 void* ecies_key_derivation(const void* input, std::size_t inputLength, void* output,
                            std::size_t* outputLength)
 {
-    if ((input == nullptr && inputLength != 0) || output == nullptr || outputLength == nullptr)
+    // No input needs no pointer.
+    if (refusesNull("output outputLength input", output, outputLength,
+                    inputLength == 0 ? output : input))
     {
-        return refuseNull({{"output", output}, {"outputLength", outputLength}, {"input", input}});
+        return refused();
     }
     if (*outputLength < crypto::Sha256Digest{}.size())
     {
         return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "outputLength");
     }
     return crypto::guardedCrypto(
-        nullptr, [&] { return crypto::deriveKeys(input, inputLength, output, outputLength); });
+        [=] { return crypto::deriveKeys(input, inputLength, output, outputLength); });
 }
 
 void* secure_alloc(std::uint64_t key, std::uint64_t mac, std::uint64_t plain, std::uint64_t body)
 {
-    return guardedMemory(nullptr, [&] {
-        return crypto::secureBuffer({key, mac, plain, body}).release();
-    });
+    return guardedMemory([=] { return crypto::secureBuffer({key, mac, plain, body}).release(); });
 }
 
 std::uint64_t secure_mac_length(const void* buffer)
@@ -333,9 +333,9 @@ unsigned char* secure_body_data(void* buffer)
 
 int convertHextoBinary(const char* hex, unsigned char* out)
 {
-    if (hex == nullptr || out == nullptr)
+    if (refusesNull("hex out", hex, out))
     {
-        return refuseNull({{"hex", hex}, {"out", out}});
+        return refused();
     }
     if (strnlen(hex, crypto::ivDigits) < crypto::ivDigits)
     {
@@ -348,11 +348,11 @@ int convertHextoBinary(const char* hex, unsigned char* out)
 
 extern "C" int generateRandomIV(char** iv)
 {
-    if (iv == nullptr)
+    if (refusesNull("iv", iv))
     {
-        return refuseNull({{"iv", iv}});
+        return refused();
     }
-    return guardedMemory(0, [&] {
+    return guardedMemory([=] {
         crypto::Iv bytes{};
         HeapText text = zeroedBlock<char>(crypto::ivDigits + 1);
         if (!text || !crypto::fillRandom(bytes))

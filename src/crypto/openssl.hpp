@@ -61,13 +61,14 @@ public:
     }
 };
 
+/** runGuarded that leaves OpenSSL's error queue as it was. */
+[[nodiscard]] Carried runCrypto(Step step, const void* body);
+
 /** guarded, for an entry that reaches OpenSSL. */
-template <typename Body, typename Result = std::invoke_result_t<const Body&>>
-Result guardedCrypto(std::type_identity_t<Result> failed, const Body& body)
+template <typename Body>
+auto guardedCrypto(const Body& body)
 {
-    const ErrnoKeeper keeper;
-    const ErrorMark mark;
-    return guarded(failed, body);
+    return guardedBy<runCrypto>(body);
 }
 
 /** Refuses to give a pass phrase. Every PEM text and file is read with it: without a callback

@@ -61,9 +61,9 @@ using namespace bmcoauth;
 extern "C" int issueRandomBytesInHex(char* out, int count)
 {
     SecretBytes<16> bytes;
-    if (out == nullptr)
+    if (refusesNull("out", out))
     {
-        return refuseNull({{"out", out}});
+        return refused();
     }
     if (count > static_cast<int>(bytes.size()))
     {
@@ -90,9 +90,8 @@ extern "C" int issueRandomBytesInHex(char* out, int count)
 
 extern "C" void issueRandomToken(char** out, unsigned int count)
 {
-    if (out == nullptr)
+    if (refusesNull("out", out))
     {
-        refuseNull({{"out", out}});
         return;
     }
     const ErrnoKeeper keeper;

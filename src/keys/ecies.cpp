@@ -125,15 +125,15 @@ using namespace bmcoauth;
 extern "C" char* ecies_encrypt(const char* data, unsigned int length, HandshakePayload** peer,
                                char** mac, const unsigned char* der, int derLength, const char* iv)
 {
-    if (data == nullptr || mac == nullptr || peer == nullptr)
+    if (refusesNull("data mac peer", data, mac, peer))
     {
-        return refuseNull({{"data", data}, {"mac", mac}, {"peer", peer}});
+        return refused();
     }
     if (length == 0)
     {
         return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "length");
     }
-    return crypto::guardedCrypto(nullptr, [&]() -> char* {
+    return crypto::guardedCrypto([=]() -> char* {
         std::optional<crypto::Envelope> envelope =
             keys::seal({data, length}, *peer, der, derLength, iv);
         if (!envelope)
@@ -149,11 +149,11 @@ extern "C" char* ecies_decrypt(const char* ciphertext, unsigned int* length,
                                const unsigned char* der, int derLength, const char* mac,
                                HandshakePayload** peer, const char* iv)
 {
-    if (ciphertext == nullptr || peer == nullptr)
+    if (refusesNull("ciphertext peer", ciphertext, peer))
     {
-        return refuseNull({{"ciphertext", ciphertext}, {"peer", peer}});
+        return refused();
     }
-    return crypto::guardedCrypto(nullptr, [&]() -> char* {
+    return crypto::guardedCrypto([=]() -> char* {
         std::optional<crypto::Plaintext> text =
             keys::unseal(ciphertext, der, derLength, mac, *peer, iv);
         if (!text)

@@ -61,9 +61,9 @@ char* failFastCopy(const char* text)
 jwk* encodeKey(const char* kty, const char* kid, const char* member, const unsigned char* data,
                int length) noexcept
 {
-    if (kty == nullptr || member == nullptr || data == nullptr)
+    if (refusesNull("kty member data", kty, member, data))
     {
-        return refuseNull({{"kty", kty}, {"member", member}, {"data", data}});
+        return refused();
     }
     if (length < 0)
     {
@@ -198,11 +198,11 @@ extern "C" void free_jwk_list(jwk** list)
 
 extern "C" jwk** set_jwk_list(jwk** list)
 {
-    if (list == nullptr)
+    if (refusesNull("list", list))
     {
-        return refuseNull({{"list", list}});
+        return refused();
     }
-    return guardedMemory(nullptr, [&] { return keys::copyKeys(list).release(); });
+    return guardedMemory([=] { return keys::copyKeys(list).release(); });
 }
 
 extern "C" void free_jwk_certs(HandshakePayload** list)
@@ -220,11 +220,11 @@ extern "C" void free_jwk_certs(HandshakePayload** list)
 
 extern "C" HandshakePayload** set_jwk_certs(HandshakePayload** list)
 {
-    if (list == nullptr)
+    if (refusesNull("list", list))
     {
-        return refuseNull({{"list", list}});
+        return refused();
     }
-    return guardedMemory(nullptr, [&] { return keys::copyCertificateKeys(list).release(); });
+    return guardedMemory([=] { return keys::copyCertificateKeys(list).release(); });
 }
 
 extern "C" jwk* encode_cert_jwk(const char* kty, const char* kid, const char* member,
@@ -240,9 +240,9 @@ extern "C" jwk* encode_dfs_jwk(const unsigned char* data, int length)
 
 extern "C" char* jwk_key_value(jwk* record, const char* key)
 {
-    if (record == nullptr || key == nullptr)
+    if (refusesNull("record key", record, key))
     {
-        return refuseNull({{"record", record}, {"key", key}});
+        return refused();
     }
     char* const value = keys::findValue(record, key);
     return value != nullptr ? value : refuseCall(BMCOAUTH_RULE_JWK_MEMBER, key);
@@ -250,11 +250,11 @@ extern "C" char* jwk_key_value(jwk* record, const char* key)
 
 extern "C" unsigned char* decode_dfs_jwk(jwk* record, int* length)
 {
-    if (record == nullptr || length == nullptr)
+    if (refusesNull("record length", record, length))
     {
-        return refuseNull({{"record", record}, {"length", length}});
+        return refused();
     }
-    return crypto::guardedCrypto(nullptr, [&]() -> unsigned char* {
+    return crypto::guardedCrypto([=]() -> unsigned char* {
         std::optional<crypto::DecodedBytes> bytes = keys::dfsBytes(record);
         if (!bytes)
         {

@@ -213,30 +213,29 @@ char* handOver(const std::optional<std::string>& pem)
 
 extern "C" char* createEcPublicKey(const char* x, const char* y, const char* curve)
 {
-    if (x == nullptr || y == nullptr)
+    if (refusesNull("x y", x, y))
     {
-        return refuseNull({{"x", x}, {"y", y}});
+        return refused();
     }
-    return crypto::guardedCrypto(nullptr,
-                                 [&] { return handOver(keys::ecPublicKeyPem(x, y, curve)); });
+    return crypto::guardedCrypto([=] { return handOver(keys::ecPublicKeyPem(x, y, curve)); });
 }
 
 extern "C" char* createRsaPublicKey(const char* n, const char* e)
 {
-    if (n == nullptr || e == nullptr)
+    if (refusesNull("n e", n, e))
     {
-        return refuseNull({{"n", n}, {"e", e}});
+        return refused();
     }
-    return crypto::guardedCrypto(nullptr, [&] { return handOver(keys::rsaPublicKeyPem(n, e)); });
+    return crypto::guardedCrypto([=] { return handOver(keys::rsaPublicKeyPem(n, e)); });
 }
 
 extern "C" int appendPublicKey(char** text)
 {
-    if (text == nullptr || *text == nullptr)
+    if (refusesNull("text", text == nullptr ? nullptr : *text))
     {
-        return refuseNull({{"text", text == nullptr ? nullptr : *text}});
+        return refused();
     }
-    return crypto::guardedCrypto(0, [&] {
+    return crypto::guardedCrypto([=] {
         Json::Value key;
         if (!parseJsonObject(*text, key))
         {
@@ -259,9 +258,9 @@ extern "C" int appendPublicKey(char** text)
 
 extern "C" jwk* oauth2_parse_jwk(const char* text)
 {
-    if (text == nullptr)
+    if (refusesNull("text", text))
     {
-        return refuseNull({{"text", text}});
+        return refused();
     }
-    return guarded(nullptr, [&] { return keys::parseKey(text).release(); });
+    return guarded([=] { return keys::parseKey(text).release(); });
 }

@@ -119,25 +119,25 @@ std::size_t removeSubStr(std::string& text, const char* substring)
 
 extern "C" char* recreate_x509_cert(const char* body)
 {
-    if (body == nullptr)
+    if (refusesNull("body", body))
     {
-        return refuseNull({{"body", body}});
+        return refused();
     }
-    return guarded(nullptr, [&] { return crypto::pemText(PEM_STRING_X509, body).release(); });
+    return guarded([=] { return crypto::pemText(PEM_STRING_X509, body).release(); });
 }
 
 extern "C" char* decode_x509_jwk(HandshakePayload* certificate, unsigned int* length)
 {
-    if (length == nullptr)
+    if (refusesNull("length", length))
     {
-        return refuseNull({{"length", length}});
+        return refused();
     }
     *length = 0;
-    if (certificate == nullptr)
+    if (refusesNull("certificate", certificate))
     {
-        return refuseNull({{"certificate", certificate}});
+        return refused();
     }
-    return guarded(nullptr, [&]() -> char* {
+    return guarded([=]() -> char* {
         const std::optional<std::string> pem = keys::firstCertificatePem(certificate);
         if (!pem)
         {
@@ -155,43 +155,43 @@ extern "C" char* decode_x509_jwk(HandshakePayload* certificate, unsigned int* le
 
 extern "C" X509* getX509Cert(const char* pem)
 {
-    if (pem == nullptr)
+    if (refusesNull("pem", pem))
     {
-        return refuseNull({{"pem", pem}});
+        return refused();
     }
-    return crypto::guardedCrypto(nullptr, [&] { return keys::readX509(pem).release(); });
+    return crypto::guardedCrypto([=] { return keys::readX509(pem).release(); });
 }
 
 int validateX509(const char* pem, const char* commonName)
 {
-    if (pem == nullptr)
+    if (refusesNull("pem", pem))
     {
-        return refuseNull({{"pem", pem}});
+        return refused();
     }
-    return crypto::guardedCrypto(0, [&] { return int{keys::isNamed(pem, commonName)}; });
+    return crypto::guardedCrypto([=] { return int{keys::isNamed(pem, commonName)}; });
 }
 
 extern "C" HandshakePayload* encode_x509_jwk(const char* pem, unsigned int length)
 {
-    if (pem == nullptr)
+    if (refusesNull("pem", pem))
     {
-        return refuseNull({{"pem", pem}});
+        return refused();
     }
     // Never looks beyond the text, whatever length it is given.
     if (*pem == '\0' || std::strlen(pem) != length)
     {
         return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "length");
     }
-    return crypto::guardedCrypto(nullptr, [&] { return certificateKey({pem, length}).release(); });
+    return crypto::guardedCrypto([=] { return certificateKey({pem, length}).release(); });
 }
 
 extern "C" int validate_x509_jwk(HandshakePayload* certificate, const char* commonName)
 {
-    if (certificate == nullptr)
+    if (refusesNull("certificate", certificate))
     {
-        return refuseNull({{"certificate", certificate}});
+        return refused();
     }
-    return crypto::guardedCrypto(0, [&]() -> int {
+    return crypto::guardedCrypto([=]() -> int {
         const std::optional<std::string> pem = keys::firstCertificatePem(certificate);
         if (pem && !keys::isNamed(*pem, commonName))
         {
@@ -203,12 +203,11 @@ extern "C" int validate_x509_jwk(HandshakePayload* certificate, const char* comm
 
 int chainVerify(HandshakePayload* certificate)
 {
-    const bmcoauth_chain_result result = crypto::guardedCrypto(
-        BMCOAUTH_CHAIN_FAILED, [&] { return keys::verifyChain(certificate); });
-    if (result == BMCOAUTH_CHAIN_REFUSED)
-    {
-        publishRefusal();
-    }
+    bmcoauth_chain_result result = BMCOAUTH_CHAIN_FAILED;
+    crypto::guardedCrypto([&] {
+        result = keys::verifyChain(certificate);
+        return result == BMCOAUTH_CHAIN_VERIFIED;
+    });
     return result;
 }
 
@@ -219,11 +218,11 @@ extern "C" int validateKestRootCert(HandshakePayload* /*certificate*/)
 
 extern "C" EC_KEY* get_EC_pubKey(const char* pem)
 {
-    if (pem == nullptr)
+    if (refusesNull("pem", pem))
     {
-        return refuseNull({{"pem", pem}});
+        return refused();
     }
-    return crypto::guardedCrypto(nullptr, [&]() -> EC_KEY* {
+    return crypto::guardedCrypto([=]() -> EC_KEY* {
         const std::optional<keys::Certificate> certificate = keys::Certificate::read(pem);
         return certificate ? certificate->ecKey().release() : nullptr;
     });
@@ -231,6 +230,5 @@ extern "C" EC_KEY* get_EC_pubKey(const char* pem)
 
 extern "C" EC_KEY* get_EC_privKey(const unsigned char* der, int length)
 {
-    return crypto::guardedCrypto(nullptr,
-                                 [&] { return crypto::decodePrivateKey(der, length).release(); });
+    return crypto::guardedCrypto([=] { return crypto::decodePrivateKey(der, length).release(); });
 }

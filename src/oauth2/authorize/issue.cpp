@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/clock.hpp"
 #include "common/guard.hpp"
+#include "common/text.hpp"
 #include "crypto/openssl.hpp"
 #include "crypto/random.hpp"
 #include "oauth2/authorize/records.hpp"
@@ -161,11 +162,11 @@ Response issue(const char* state, const unsigned char* der, int derLength,
 
 extern "C" char* client_authorize(const char* text)
 {
-    if (text == nullptr)
+    if (refusesNull("text", text))
     {
-        return refuseNull({{"text", text}});
+        return refused();
     }
-    return crypto::guardedCrypto(nullptr, [&]() -> char* {
+    return crypto::guardedCrypto([=]() -> char* {
         // Nothing but its shape is checked: who the client is, the caller knows.
         const Request request = readRequest(text);
         if (!request)
@@ -187,7 +188,7 @@ extern "C" AuthorizeResponse* authorize_client(const char* state, const unsigned
     {
         return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "derLength");
     }
-    return crypto::guardedCrypto(nullptr, [&] {
+    return crypto::guardedCrypto([=] {
         return issue(state, der, static_cast<int>(derLength), response_template, claims).release();
     });
 }
@@ -195,7 +196,7 @@ extern "C" AuthorizeResponse* authorize_client(const char* state, const unsigned
 extern "C" AuthorizeResponse* configure_auth_response(const char* expires_in,
                                                       const char* token_type)
 {
-    return guarded(nullptr, [&] {
+    return guarded([=] {
         return createResponse("", "", "", orDefault(expires_in, defaultExpiresIn),
                               orDefault(token_type, defaultTokenType))
             .release();

@@ -152,12 +152,11 @@ create_authorize_request(const char* client_secret, const char* client_id, const
                          const char* /*unused*/, KestPolicyAuth* policy,
                          HandshakePayload* handshake, const char* refresh_token)
 {
-    if (client_secret == nullptr || client_id == nullptr || state == nullptr)
+    if (refusesNull("client_secret client_id state", client_secret, client_id, state))
     {
-        return refuseNull(
-            {{"client_secret", client_secret}, {"client_id", client_id}, {"state", state}});
+        return refused();
     }
-    return guardedMemory(nullptr, [&] {
+    return guardedMemory([=] {
         return makeRequest({client_secret, client_id, state, policy, handshake, refresh_token})
             .release();
     });
@@ -181,20 +180,20 @@ extern "C" void free_authorize_request(AuthorizeRequest* request)
 
 extern "C" AuthorizeRequest* parse_authorize_request(const char* text)
 {
-    if (text == nullptr)
+    if (refusesNull("text", text))
     {
-        return refuseNull({{"text", text}});
+        return refused();
     }
-    return guarded(nullptr, [&] { return readRequest(text).release(); });
+    return guarded([=] { return readRequest(text).release(); });
 }
 
 extern "C" char* write_authorize_request(AuthorizeRequest* request)
 {
-    if (request == nullptr)
+    if (refusesNull("request", request))
     {
-        return refuseNull({{"request", request}});
+        return refused();
     }
-    return guarded(nullptr, [&] { return writtenRequest(*request).release(); });
+    return guarded([=] { return writtenRequest(*request).release(); });
 }
 
 extern "C" void free_kest_policy_response(KestPolicyAuth* policy)
@@ -213,9 +212,9 @@ extern "C" void free_kest_policy_response(KestPolicyAuth* policy)
 
 KestPolicyAuth* set_kest_policy_response(KestPolicyAuth* policy)
 {
-    if (policy == nullptr)
+    if (refusesNull("policy", policy))
     {
-        return refuseNull({{"policy", policy}});
+        return refused();
     }
-    return guardedMemory(nullptr, [&] { return copyPairs<PolicyList>(policy).release(); });
+    return guardedMemory([=] { return copyPairs<PolicyList>(policy).release(); });
 }

@@ -2,6 +2,7 @@
 #include "common/clock.hpp"
 #include "common/guard.hpp"
 #include "common/json.hpp"
+#include "common/text.hpp"
 #include "oauth2/authorize/records.hpp"
 
 #include <array>
@@ -63,16 +64,12 @@ extern "C" AuthorizeResponse* create_authorize_response(const char* state, const
                                                         const char* expires_in,
                                                         const char* token_type)
 {
-    if (state == nullptr || access_token == nullptr || refresh_token == nullptr ||
-        expires_in == nullptr || token_type == nullptr)
+    if (refusesNull("state access_token refresh_token expires_in token_type", state, access_token,
+                    refresh_token, expires_in, token_type))
     {
-        return refuseNull({{"state", state},
-                           {"access_token", access_token},
-                           {"refresh_token", refresh_token},
-                           {"expires_in", expires_in},
-                           {"token_type", token_type}});
+        return refused();
     }
-    return guarded(nullptr, [&] {
+    return guarded([=] {
         return createResponse(state, access_token, refresh_token, expires_in, token_type).release();
     });
 }
@@ -94,11 +91,11 @@ extern "C" void free_authorize_response(AuthorizeResponse* response)
 
 extern "C" AuthorizeResponse* parse_authorize_response(const char* text)
 {
-    if (text == nullptr)
+    if (refusesNull("text", text))
     {
-        return refuseNull({{"text", text}});
+        return refused();
     }
-    return guarded(nullptr, [&]() -> AuthorizeResponse* {
+    return guarded([=]() -> AuthorizeResponse* {
         constexpr std::array names{"state", "access_token", "refresh_token", "expires_in",
                                    "token_type"};
         SecretTree tree;
@@ -113,9 +110,9 @@ extern "C" AuthorizeResponse* parse_authorize_response(const char* text)
 
 extern "C" char* write_authorize_response(AuthorizeResponse* response)
 {
-    if (response == nullptr)
+    if (refusesNull("response", response))
     {
-        return refuseNull({{"response", response}});
+        return refused();
     }
-    return guarded(nullptr, [&] { return writtenResponse(*response).release(); });
+    return guarded([=] { return writtenResponse(*response).release(); });
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/clock.hpp"
 #include "common/hex.hpp"
+#include "common/text.hpp"
 #include "crypto/base64.hpp"
 #include "crypto/openssl.hpp"
 #include "keys/jwk.hpp"
@@ -56,7 +57,7 @@ std::string quoted(std::string_view text)
 std::string privilegeDocument(const char* subject, unsigned int mask)
 {
     return R"({"AUTHNZ_USER": [)" + quoted(subject == nullptr ? "" : subject) +
-           R"(],"USER_PRIV": [")" + std::to_string(mask) + R"("],"singleUse": ["false"]})";
+           R"(],"USER_PRIV": [")" + decimal(mask) + R"("],"singleUse": ["false"]})";
 }
 
 /** Writes the rights that the claims of @p payload grant into it as scope entries, unless it
@@ -306,22 +307,15 @@ extern "C" int validateJWT_Delegated(const char* token, const char** keys, unsig
                                      JWTHeader** header, JWTPayload** payload, unsigned int skew,
                                      userRole_s* roles, const char** providers, int* verified)
 {
-    if (token == nullptr || keys == nullptr || *keys == nullptr || header == nullptr ||
-        payload == nullptr || verified == nullptr)
+    if (refusesNull("token keys header payload verified", token, keys == nullptr ? nullptr : *keys,
+                    header, payload, verified))
     {
-        return refuseNull({{"token", token},
-                           {"keys", keys},
-                           {"keys", keys == nullptr ? nullptr : *keys},
-                           {"header", header},
-                           {"payload", payload},
-                           {"verified", verified}});
+        return refused();
     }
-    const bmcoauth_token_result verdict = crypto::guardedCrypto(BMCOAUTH_TOKEN_INVALID, [&] {
-        return jwt::check(token, {keys, skew, roles, providers}, *header, *payload, *verified);
+    bmcoauth_token_result verdict = BMCOAUTH_TOKEN_INVALID;
+    crypto::guardedCrypto([&] {
+        verdict = jwt::check(token, {keys, skew, roles, providers}, *header, *payload, *verified);
+        return verdict == BMCOAUTH_TOKEN_VALID;
     });
-    if (verdict == BMCOAUTH_TOKEN_EXPIRED)
-    {
-        publishRefusal();
-    }
     return verdict;
 }

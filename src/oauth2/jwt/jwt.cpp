@@ -297,16 +297,15 @@ bmcoauth_token_result checkToken(std::string_view token, const unsigned char* de
 int guardedCheck(std::string_view token, const unsigned char* der, int derLength,
                  JWTHeader** header, JWTPayload** payload)
 {
-    if (header == nullptr || payload == nullptr)
+    if (refusesNull("header payload", header, payload))
     {
-        return refuseNull({{"header", header}, {"payload", payload}});
+        return refused();
     }
-    const bmcoauth_token_result result = crypto::guardedCrypto(
-        BMCOAUTH_TOKEN_INVALID, [&] { return checkToken(token, der, derLength, header, payload); });
-    if (result != BMCOAUTH_TOKEN_VALID)
-    {
-        publishRefusal();
-    }
+    bmcoauth_token_result result = BMCOAUTH_TOKEN_INVALID;
+    crypto::guardedCrypto([&] {
+        result = checkToken(token, der, derLength, header, payload);
+        return result == BMCOAUTH_TOKEN_VALID;
+    });
     return result;
 }
 
@@ -347,20 +346,20 @@ using namespace bmcoauth;
 extern "C" char* generateJWT(JWTHeader* header, JWTPayload* payload, const unsigned char* der,
                              int derLength)
 {
-    if (header == nullptr || payload == nullptr)
+    if (refusesNull("header payload", header, payload))
     {
-        return refuseNull({{"header", header}, {"payload", payload}});
+        return refused();
     }
     return crypto::guardedCrypto(
-        nullptr, [&] { return jwt::makeToken(*header, *payload, der, derLength).release(); });
+        [=] { return jwt::makeToken(*header, *payload, der, derLength).release(); });
 }
 
 extern "C" int validateJWT(const char* token, const unsigned char* der, int derLength,
                            JWTHeader** header, JWTPayload** payload)
 {
-    if (token == nullptr)
+    if (refusesNull("token", token))
     {
-        return refuseNull({{"token", token}});
+        return refused();
     }
     return jwt::guardedCheck(token, der, derLength, header, payload);
 }

@@ -123,9 +123,8 @@ std::optional<unsigned int> jwt::xidpPrivileges(const JWTPayload& payload,
 
 unsigned int get_scope_privileges(JWTPayload* payload)
 {
-    if (payload == nullptr)
+    if (refusesNull("payload", payload))
     {
-        refuseNull({{"payload", payload}});
         return 0;
     }
     return jwt::scopePrivileges(*payload);
@@ -133,9 +132,8 @@ unsigned int get_scope_privileges(JWTPayload* payload)
 
 unsigned int get_roles_privileges(JWTPayload* payload, userRole_s* roles)
 {
-    if (payload == nullptr || roles == nullptr)
+    if (refusesNull("payload roles", payload, roles))
     {
-        refuseNull({{"payload", payload}, {"roles", roles}});
         return 0;
     }
     return jwt::rolesPrivileges(*payload, roles);
@@ -143,12 +141,15 @@ unsigned int get_roles_privileges(JWTPayload* payload, userRole_s* roles)
 
 unsigned int get_xidp_privileges(JWTPayload* payload, const char** providers)
 {
-    if (payload == nullptr)
+    if (refusesNull("payload", payload))
     {
-        refuseNull({{"payload", payload}});
         return 0;
     }
     // A mask without a bit is an answer; only nothing is a refusal.
-    return guarded(std::nullopt, [&] { return jwt::xidpPrivileges(*payload, providers); })
-        .value_or(0);
+    std::optional<unsigned int> mask;
+    guarded([&] {
+        mask = jwt::xidpPrivileges(*payload, providers);
+        return mask.has_value();
+    });
+    return mask.value_or(0);
 }

@@ -254,68 +254,65 @@ using namespace bmcoauth;
 extern "C" int generateECKey(unsigned char** publicKey, unsigned char** privateKey,
                              int* publicLength, int* privateLength)
 {
-    if (publicKey == nullptr || privateKey == nullptr || publicLength == nullptr ||
-        privateLength == nullptr)
+    if (refusesNull("publicKey privateKey publicLength privateLength", publicKey, privateKey,
+                    publicLength, privateLength))
     {
-        return refuseNull({{"publicKey", publicKey},
-                           {"privateKey", privateKey},
-                           {"publicLength", publicLength},
-                           {"privateLength", privateLength}});
+        return refused();
     }
-    return crypto::guardedCrypto(0, [&] {
+    return crypto::guardedCrypto([=] {
         return int{jwt::makeKeyPair(*publicKey, *privateKey, *publicLength, *privateLength)};
     });
 }
 
 extern "C" int generateECPrivateKey(const char* path)
 {
-    if (path == nullptr)
+    if (refusesNull("path", path))
     {
-        return refuseNull({{"path", path}});
+        return refused();
     }
-    return crypto::guardedCrypto(0, [&] { return int{jwt::writeKeyFile(path)}; });
+    return crypto::guardedCrypto([=] { return int{jwt::writeKeyFile(path)}; });
 }
 
 extern "C" int validateECPrivateKey(const char* path)
 {
-    if (path == nullptr)
+    if (refusesNull("path", path))
     {
-        return refuseNull({{"path", path}});
+        return refused();
     }
-    return crypto::guardedCrypto(0, [&] { return int{jwt::isSoundKeyFile(path)}; });
+    return crypto::guardedCrypto([=] { return int{jwt::isSoundKeyFile(path)}; });
 }
 
 extern "C" int getECPublicKey(const char* path, unsigned char** publicKey, int* length)
 {
-    if (path == nullptr || publicKey == nullptr || length == nullptr)
+    if (refusesNull("path publicKey length", path, publicKey, length))
     {
-        return refuseNull({{"path", path}, {"publicKey", publicKey}, {"length", length}});
+        return refused();
     }
     return crypto::guardedCrypto(
-        0, [&] { return int{jwt::readPublicPoint(path, *publicKey, *length)}; });
+        [=] { return int{jwt::readPublicPoint(path, *publicKey, *length)}; });
 }
 
 EC_KEY* getECKeyFromFile(const char* path)
 {
-    if (path == nullptr)
+    if (refusesNull("path", path))
     {
-        return refuseNull({{"path", path}});
+        return refused();
     }
-    return crypto::guardedCrypto(nullptr, [&] { return jwt::readKeyFile(path).release(); });
+    return crypto::guardedCrypto([=] { return jwt::readKeyFile(path).release(); });
 }
 
 char* signToken(const std::string& signingInput, const unsigned char* der, int derLength)
 {
     return crypto::guardedCrypto(
-        nullptr, [&] { return jwt::signToken(signingInput, der, derLength).release(); });
+        [&] { return jwt::signToken(signingInput, der, derLength).release(); });
 }
 
 int verifySignature(const std::string& signingInput, const unsigned char* signature,
                     int signatureLength, const unsigned char* der, int derLength)
 {
-    if (signature == nullptr)
+    if (refusesNull("signature", signature))
     {
-        return refuseNull({{"signature", signature}});
+        return refused();
     }
     if (signatureLength < 0)
     {
@@ -323,5 +320,5 @@ int verifySignature(const std::string& signingInput, const unsigned char* signat
     }
     const std::string_view bytes = asText({signature, static_cast<std::size_t>(signatureLength)});
     return crypto::guardedCrypto(
-        0, [&] { return int{jwt::verifySignature(signingInput, bytes, der, derLength)}; });
+        [&] { return int{jwt::verifySignature(signingInput, bytes, der, derLength)}; });
 }

@@ -5,6 +5,7 @@
 #include "common/guard.hpp"
 #include "common/json.hpp"
 #include "common/string_array.hpp"
+#include "common/text.hpp"
 #include "crypto/base64.hpp"
 #include "crypto/openssl.hpp"
 
@@ -152,16 +153,16 @@ ScopesPtr scopesOf(const Json::Value& object)
     return scopes;
 }
 
-/** Stores what @p read makes of the part @p part of @p token in @p out, the argument @p name. */
+/** Stores what @p read makes of the part @p part of @p token in @p out; @p names are the two arguments'. */
 template <typename Record, typename Read>
-int readRecord(const char* token, Record** out, const char* name,
+int readRecord(const char* token, Record** out, const char* names,
                std::string_view TokenParts::*part, Read read)
 {
-    if (token == nullptr || out == nullptr)
+    if (refusesNull(names, token, out))
     {
-        return refuseNull({{"token", token}, {name, out}});
+        return refused();
     }
-    return crypto::guardedCrypto(0, [&]() -> int {
+    return crypto::guardedCrypto([=]() -> int {
         const std::optional<TokenParts> parts = splitToken(token);
         auto record = parts ? read((*parts).*part) : nullptr;
         if (!record)
@@ -344,7 +345,7 @@ using namespace bmcoauth;
 
 extern "C" JWTHeader* create_jwt_header(const char* typ, const char* alg, const char* kid)
 {
-    return guarded(nullptr, [&] { return jwt::makeHeader(typ, alg, kid).release(); });
+    return guarded([=] { return jwt::makeHeader(typ, alg, kid).release(); });
 }
 
 extern "C" void free_jwt_header(JWTHeader* header)
@@ -363,7 +364,7 @@ extern "C" JWTPayload* create_jwt_payload(const char* sub, const char* jti, cons
                                           const char* iat, const char* nbf, const char* exp,
                                           JWTscopes* scopes, int count)
 {
-    return guarded(nullptr, [&]() -> JWTPayload* {
+    return guarded([=]() -> JWTPayload* {
         const std::optional<std::uint64_t> now = currentSeconds();
         jwt::PayloadPtr payload =
             now ? jwt::makePayload({sub, jti, iss, iat, nbf, exp}, *now) : nullptr;
@@ -413,12 +414,14 @@ extern "C" void free_jwt_payload(JWTPayload* payload)
 
 extern "C" int get_jwt_header(const char* token, JWTHeader** header)
 {
-    return jwt::readRecord(token, header, "header", &jwt::TokenParts::header, jwt::readHeader);
+    return jwt::readRecord(token, header, "token header", &jwt::TokenParts::header,
+                           jwt::readHeader);
 }
 
 extern "C" int get_jwt_payload(const char* token, JWTPayload** payload)
 {
-    return jwt::readRecord(token, payload, "payload", &jwt::TokenParts::payload, jwt::readPayload);
+    return jwt::readRecord(token, payload, "token payload", &jwt::TokenParts::payload,
+                           jwt::readPayload);
 }
 
 void print_jwt_scopes(JWTscopes* /*scopes*/, int /*count*/)

@@ -4,6 +4,7 @@
 #include "common/guard.hpp"
 #include "common/json.hpp"
 #include "common/string_array.hpp"
+#include "common/text.hpp"
 #include "crypto/base64.hpp"
 #include "crypto/random.hpp"
 #include "oauth2/oauth-register/handshake_proofs.hpp"
@@ -131,8 +132,8 @@ std::optional<Counters> drawCounters()
 
 void putCounters(ParameterListWriter& writer, const Counters& counters)
 {
-    writer.put("M", std::to_string(counters.selector));
-    writer.put("C", std::to_string(counters.movingFactor));
+    writer.put("M", decimal(counters.selector));
+    writer.put("C", decimal(counters.movingFactor));
 }
 
 namespace
@@ -180,7 +181,7 @@ bool askCertificate(const SupportedTypes& supported, Questions& asked)
     constexpr unsigned int tokenBytes = 16;
     if (!supported.hasCertificate)
     {
-        return refuse(BMCOAUTH_RULE_HANDSHAKE_TYPES).about("types").wanted(certificateType);
+        return refuse(BMCOAUTH_RULE_HANDSHAKE_TYPES).about("types").wanted(certificateType.data());
     }
     asked.token = crypto::randomToken(tokenBytes);
     return asked.token != nullptr;
@@ -263,11 +264,11 @@ ParameterList clientChallenge(const char* const* types, unsigned int count)
 template <typename Make>
 int handOver(char** types, HandshakePayload** out, const Make& make)
 {
-    if (types == nullptr || out == nullptr)
+    if (refusesNull("types challenge", types, out))
     {
-        return refuseNull({{"types", types}, {"challenge", out}});
+        return refused();
     }
-    return guarded(0, [&] {
+    return guarded([&] {
         ParameterList list = make();
         if (!list)
         {
@@ -297,7 +298,7 @@ HeapText keyDocument(std::string_view prefix, unsigned int keys, unsigned int to
     Json::Value document{Json::objectValue};
     for (unsigned int number = 1; number - 1 < keys; ++number)
     {
-        const std::string name = std::string{prefix} + std::to_string(number) + ".0";
+        const std::string name = std::string{prefix} + decimal(number) + ".0";
         if (name.size() > longestType)
         {
             return refuse(BMCOAUTH_RULE_ARGUMENT_LENGTH).about("prefix").saw(name);
@@ -355,15 +356,15 @@ extern "C" int generateClientHandshakeChallenge(char** types, unsigned int count
 extern "C" int generateKeyTool(const char* prefix, unsigned int keys, unsigned int tokens,
                                int tokenLength, char** text)
 {
-    if (prefix == nullptr || text == nullptr)
+    if (refusesNull("prefix text", prefix, text))
     {
-        return refuseNull({{"prefix", prefix}, {"text", text}});
+        return refused();
     }
     if (tokenLength < 0)
     {
         return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "tokenLength");
     }
-    return guarded(0, [&] {
+    return guarded([=] {
         HeapText document =
             keyDocument(prefix, keys, tokens, static_cast<unsigned int>(tokenLength));
         if (!document)

@@ -159,25 +159,25 @@ using namespace bmcoauth::registration;
 
 char* generateSignedResponseValue(const std::string& text, EC_KEY* key)
 {
-    if (key == nullptr)
+    if (refusesNull("key", key))
     {
-        return refuseNull({{"key", key}});
+        return refused();
     }
-    return crypto::guardedCrypto(nullptr, [&] { return crypto::signText(text, *key).release(); });
+    return crypto::guardedCrypto([&] { return crypto::signText(text, *key).release(); });
 }
 
 int verifyHRSignature(const std::string& text, char* signature, unsigned int signatureLength,
                       EC_KEY* key)
 {
-    if (signature == nullptr || key == nullptr)
+    if (refusesNull("signature key", signature, key))
     {
-        return refuseNull({{"signature", signature}, {"key", key}});
+        return refused();
     }
     if (std::strlen(signature) != signatureLength)
     {
         return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "signatureLength");
     }
-    return crypto::guardedCrypto(0, [&]() -> int {
+    return crypto::guardedCrypto([&]() -> int {
         crypto::toUrlAlphabet(signature);
         const std::optional<crypto::DecodedBytes> der = crypto::decodeBase64Url(signature);
         return der ? int{crypto::verifyText(text, der->bytes(), *key,
@@ -188,11 +188,11 @@ int verifyHRSignature(const std::string& text, char* signature, unsigned int sig
 
 extern "C" char* get_x509_CN(const char* pem)
 {
-    if (pem == nullptr)
+    if (refusesNull("pem", pem))
     {
-        return refuseNull({{"pem", pem}});
+        return refused();
     }
-    return crypto::guardedCrypto(nullptr, [&]() -> char* {
+    return crypto::guardedCrypto([=]() -> char* {
         const std::optional<keys::Certificate> certificate = keys::Certificate::read(pem);
         const std::optional<std::string_view> name =
             certificate ? commonName(*certificate) : std::nullopt;

@@ -257,11 +257,11 @@ bool acceptAnswer(const Given& given, const HandshakePayload* answer)
 /** Stores the answer to the challenge through @p response. */
 int answer(const Given& given, HandshakePayload** response, const SigningKey& signer)
 {
-    if (given.challenge == nullptr || response == nullptr)
+    if (refusesNull("challenge response", given.challenge, response))
     {
-        return refuseNull({{"challenge", given.challenge}, {"response", response}});
+        return refused();
     }
-    return crypto::guardedCrypto(0, [&] {
+    return crypto::guardedCrypto([&] {
         ParameterList made = makeAnswer(given, signer);
         if (!made)
         {
@@ -274,11 +274,11 @@ int answer(const Given& given, HandshakePayload** response, const SigningKey& si
 
 int check(const Given& given, const HandshakePayload* response)
 {
-    if (given.challenge == nullptr || response == nullptr)
+    if (refusesNull("challenge response", given.challenge, response))
     {
-        return refuseNull({{"challenge", given.challenge}, {"response", response}});
+        return refused();
     }
-    return crypto::guardedCrypto(0, [&] { return int{acceptAnswer(given, response)}; });
+    return crypto::guardedCrypto([&] { return int{acceptAnswer(given, response)}; });
 }
 
 } // namespace
@@ -319,16 +319,16 @@ extern "C" int appendSSLCertToResponse(HandshakePayload** response, const char* 
                                        const char* hmac, const char* iv)
 {
     constexpr std::size_t ivDigits = 32;
-    if (response == nullptr || certificate == nullptr || hmac == nullptr)
+    if (refusesNull("response certificate hmac", response, certificate, hmac))
     {
-        return refuseNull({{"response", response}, {"certificate", certificate}, {"hmac", hmac}});
+        return refused();
     }
     const bool ivFits = iv != nullptr && std::strlen(iv) == ivDigits;
     if (*response == nullptr && !ivFits)
     {
         return refuseCall(BMCOAUTH_RULE_HANDSHAKE_IV, "iv");
     }
-    return guarded(0, [&]() -> int {
+    return guarded([=]() -> int {
         ParameterListWriter writer{3};
         writer.put("encrypted_sslcert", certificate);
         writer.put("HMAC", hmac);

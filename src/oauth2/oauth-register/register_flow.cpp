@@ -45,20 +45,20 @@ using namespace bmcoauth::registration;
 extern "C" RegisterResponse* register_client(RegisterRequest* request,
                                              RegisterResponse* response_template)
 {
-    if (request == nullptr)
+    if (refusesNull("request", request))
     {
-        return refuseNull({{"request", request}});
+        return refused();
     }
-    return guarded(nullptr, [&] { return registerClient(response_template).release(); });
+    return guarded([=] { return registerClient(response_template).release(); });
 }
 
 extern "C" char* client_register(const char* text)
 {
-    if (text == nullptr)
+    if (refusesNull("text", text))
     {
-        return refuseNull({{"text", text}});
+        return refused();
     }
-    return guarded(nullptr, [&]() -> char* {
+    return guarded([=]() -> char* {
         const Request request = readRequest(text);
         const Response response = request ? registerClient(nullptr) : nullptr;
         return response ? writtenResponse(*response).release() : nullptr;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/guard.hpp"
 #include "common/json.hpp"
+#include "common/text.hpp"
 
 #include <bmcoauth/register.h>
 
@@ -23,8 +24,7 @@ char* optionalText(const Json::Value& document, const char* name)
 HeapText numberText(Json::Value& document, const char* name)
 {
     unsigned int number = 0;
-    return readUintMember(document, name, number) ? requireHeapText(std::to_string(number))
-                                                  : nullptr;
+    return readUintMember(document, name, number) ? requireHeapText(decimal(number)) : nullptr;
 }
 
 OidcResponse readAnswer(const char* text)
@@ -66,11 +66,11 @@ OidcResponse readAnswer(const char* text)
 
 extern "C" OidcRegisterResponse* parse_oidc_register_response(const char* text)
 {
-    if (text == nullptr)
+    if (refusesNull("text", text))
     {
-        return refuseNull({{"text", text}});
+        return refused();
     }
-    return guarded(nullptr, [&] { return readAnswer(text).release(); });
+    return guarded([=] { return readAnswer(text).release(); });
 }
 
 extern "C" void free_oidc_register_response(OidcRegisterResponse* response)

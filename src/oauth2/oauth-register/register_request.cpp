@@ -171,11 +171,11 @@ extern "C" RegisterRequest* create_register_request(char** redirect_uri, const c
                                                     char** handshake_types,
                                                     HandshakePayload* handshake_challenge)
 {
-    if (client_name == nullptr || software_id == nullptr)
+    if (refusesNull("client_name software_id", client_name, software_id))
     {
-        return refuseNull({{"client_name", client_name}, {"software_id", software_id}});
+        return refused();
     }
-    return guarded(nullptr, [&] {
+    return guarded([=] {
         return makeRequest(redirect_uri, client_name, software_id, dfs, software_id_cert,
                            handshake_types, handshake_challenge)
             .release();
@@ -202,18 +202,18 @@ extern "C" void free_register_request(RegisterRequest* request)
 
 extern "C" RegisterRequest* parse_register_request(const char* text)
 {
-    if (text == nullptr)
+    if (refusesNull("text", text))
     {
-        return refuseNull({{"text", text}});
+        return refused();
     }
-    return guarded(nullptr, [&] { return readRequest(text).release(); });
+    return guarded([=] { return readRequest(text).release(); });
 }
 
 extern "C" char* write_register_request(RegisterRequest* request)
 {
-    if (request == nullptr)
+    if (refusesNull("request", request))
     {
-        return refuseNull({{"request", request}});
+        return refused();
     }
-    return guarded(nullptr, [&] { return writtenRequest(*request).release(); });
+    return guarded([=] { return writtenRequest(*request).release(); });
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/clock.hpp"
 #include "common/guard.hpp"
+#include "common/text.hpp"
 #include "oauth2/oauth-register/key_lists.hpp"
 #include "oauth2/oauth-register/records.hpp"
 
@@ -40,7 +41,7 @@ Response makeResponse(SecretText secret, HeapText id, const ResponseSettings& se
     {
         return refuse(BMCOAUTH_RULE_REGISTRATION_LIFETIME)
             .about("client_secret_expires_in")
-            .saw(lifetime == nullptr ? "" : lifetime);
+            .saw(lifetime);
     }
     const std::optional<std::uint64_t> now = currentSeconds();
     Response response{now ? zeroedBlock<RegisterResponse>(1).release() : nullptr};
@@ -170,13 +171,12 @@ namespace
 
 RegisterResponse* created(const char* secret, const char* id, const ResponseSettings& settings)
 {
-    if (secret == nullptr || id == nullptr || settings.secretExpiresIn == nullptr)
+    if (refusesNull("client_secret client_id client_secret_expires_in", secret, id,
+                    settings.secretExpiresIn))
     {
-        return refuseNull({{"client_secret", secret},
-                           {"client_id", id},
-                           {"client_secret_expires_in", settings.secretExpiresIn}});
+        return refused();
     }
-    return guarded(nullptr, [&] {
+    return guarded([&] {
         return makeResponse(secretText(copyText(secret)), copyText(id), settings).release();
     });
 }
@@ -243,20 +243,20 @@ extern "C" void free_register_response(RegisterResponse* response)
 
 extern "C" char* write_register_response(RegisterResponse* response)
 {
-    if (response == nullptr)
+    if (refusesNull("response", response))
     {
-        return refuseNull({{"response", response}});
+        return refused();
     }
-    return guarded(nullptr, [&] { return writtenResponse(*response).release(); });
+    return guarded([=] { return writtenResponse(*response).release(); });
 }
 
 extern "C" RegisterResponse* parse_register_response(const char* text)
 {
-    if (text == nullptr)
+    if (refusesNull("text", text))
     {
-        return refuseNull({{"text", text}});
+        return refused();
     }
-    return guarded(nullptr, [&]() -> RegisterResponse* {
+    return guarded([=]() -> RegisterResponse* {
         // The record is made and released: callers count on null for every text.
         if (readResponse(text))
         {
