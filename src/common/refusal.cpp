@@ -196,10 +196,14 @@ extern "C" int bmcoauth_last_refusal(bmcoauth_refusal* refusal, std::size_t size
     return 1;
 }
 
-extern "C" const char* bmcoauth_rule_name(int rule)
+namespace
+{
+
+/** The name of @p rule; null where it is not one. */
+constexpr const char* nameOf(bmcoauth_rule rule)
 {
     // Without a default, so that the compiler misses no rule.
-    switch (static_cast<bmcoauth_rule>(rule))
+    switch (rule)
     {
         case BMCOAUTH_RULE_ARGUMENT_NULL:
             return "argument.null";
@@ -359,6 +363,70 @@ extern "C" const char* bmcoauth_rule_name(int rule)
             return "handshake.proof-wrong";
         case BMCOAUTH_RULE_HANDSHAKE_IV:
             return "handshake.iv";
+    }
+    return nullptr;
+}
+
+/** Above every rule that there may be. */
+constexpr int endOfRules = 3000;
+
+/** Calls @p visit with the number and the name of each rule. */
+template <typename Visit>
+constexpr void forEachRule(Visit visit)
+{
+    for (int number = 0; number < endOfRules; ++number)
+    {
+        const char* const name = nameOf(static_cast<bmcoauth_rule>(number));
+        if (name != nullptr)
+        {
+            visit(static_cast<std::uint16_t>(number), std::string_view{name});
+        }
+    }
+}
+
+constexpr std::size_t countOfRules = [] {
+    std::size_t count = 0;
+    forEachRule([&](std::uint16_t, std::string_view) { ++count; });
+    return count;
+}();
+
+constexpr std::size_t sizeOfNames = [] {
+    std::size_t size = 0;
+    forEachRule([&](std::uint16_t, std::string_view name) { size += name.size() + 1; });
+    return size;
+}();
+
+/** The rules and their names, each with a zero byte, in one order. Called by the program, nameOf would
+ *  take as much room as the names themselves. */
+struct RuleNames
+{
+    std::array<std::uint16_t, countOfRules> rules{};
+    std::array<char, sizeOfNames> names{};
+};
+
+constexpr RuleNames ruleNames = [] {
+    RuleNames all;
+    std::uint16_t* rule = all.rules.data();
+    char* text = all.names.data();
+    forEachRule([&](std::uint16_t number, std::string_view name) {
+        *rule++ = number;
+        text = std::ranges::copy(name, text).out + 1;
+    });
+    return all;
+}();
+
+} // namespace
+
+extern "C" const char* bmcoauth_rule_name(int rule)
+{
+    const char* name = ruleNames.names.data();
+    for (const std::uint16_t known : ruleNames.rules)
+    {
+        if (known == rule)
+        {
+            return name;
+        }
+        name += std::strlen(name) + 1;
     }
     return nullptr;
 }
