@@ -15,7 +15,7 @@ namespace
 struct Work
 {
     Step step;
-    const void* body;
+    const void* captured;
 };
 
 Carried runLogic(const void* context)
@@ -23,7 +23,7 @@ Carried runLogic(const void* context)
     const auto& work = *static_cast<const Work*>(context);
     try
     {
-        return work.step(work.body);
+        return work.step(work.captured);
     }
     catch (const Json::LogicError&)
     {
@@ -32,11 +32,11 @@ Carried runLogic(const void* context)
     }
 }
 
-Carried runAllocating(Step step, const void* body)
+Carried runAllocating(Step step, const void* captured)
 {
     try
     {
-        return step(body);
+        return step(captured);
     }
     catch (const std::bad_alloc&)
     {
@@ -51,10 +51,10 @@ Carried runAllocating(Step step, const void* body)
 
 } // namespace
 
-Carried runMemory(Step step, const void* body)
+Carried runMemory(Step step, const void* captured)
 {
     const ErrnoKeeper keeper;
-    const Carried result = runAllocating(step, body);
+    const Carried result = runAllocating(step, captured);
     if (result == 0)
     {
         publishRefusal();
@@ -62,9 +62,9 @@ Carried runMemory(Step step, const void* body)
     return result;
 }
 
-Carried runGuarded(Step step, const void* body)
+Carried runGuarded(Step step, const void* captured)
 {
-    const Work work{step, body};
+    const Work work{step, captured};
     return runMemory(runLogic, &work);
 }
 

@@ -6,6 +6,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 namespace bmcoauth
@@ -38,37 +39,61 @@ private:
  *  value. Its zero is the failure. */
 using Carried = std::uintptr_t;
 
-/** Runs a body, whose type it knows. */
-using Step = Carried (*)(const void* body);
+/** Runs a body, whose type it knows, with what it has captured. */
+using Step = Carried (*)(const void* captured);
 
 /** Runs @p step. Exhausted memory becomes 0, and when the result is 0, what was noted becomes the
  *  thread's last refusal. jsoncpp reports its own failed allocations as Json::RuntimeError. Every
  *  other error passes. */
-[[nodiscard]] Carried runMemory(Step step, const void* body);
+[[nodiscard]] Carried runMemory(Step step, const void* captured);
 
 /** runMemory that also turns an error of jsoncpp into 0. What else is thrown passes: the record
  *  writers' std::logic_error is meant for the caller. */
-[[nodiscard]] Carried runGuarded(Step step, const void* body);
+[[nodiscard]] Carried runGuarded(Step step, const void* captured);
+
+/** The words that a body has captured, to hand them over in registers: what an entry keeps in memory
+ *  costs it a canary. */
+template <std::size_t count>
+struct Captured
+{
+    Carried word;
+    Captured<count - 1> rest;
+};
+
+template <>
+struct Captured<1>
+{
+    Carried word;
+};
+
+template <Carried (*run)(Step, const void*), std::size_t count>
+[[gnu::noinline]] Carried runWith(Step step, Captured<count> captured)
+{
+    return run(step, &captured);
+}
 
 /** Runs @p body by @p run, one of the two above or one of their kind: the handlers of exceptions and
  *  what belongs to them stand once in the library, not once in each entry. */
 template <Carried (*run)(Step, const void*), typename Body>
-auto guardedBy(const Body& body)
+auto guardedBy(Body body)
 {
     static_assert(std::is_trivially_copyable_v<Body>, "[=] has copied more than a pointer");
     using Result = std::invoke_result_t<const Body&>;
-    const auto step = [](const void* context) -> Carried {
-        const Result result = (*static_cast<const Body*>(context))();
+    using Words = Captured<sizeof(Body) / sizeof(Carried)>;
+    const auto step = [](const void* captured) -> Carried {
+        const auto again = std::bit_cast<Body>(*static_cast<const Words*>(captured));
         if constexpr (std::is_pointer_v<Result>)
         {
-            return std::bit_cast<Carried>(result);
+            return std::bit_cast<Carried>(again());
         }
         else
         {
-            return static_cast<Carried>(result);
+            return static_cast<Carried>(again());
         }
     };
-    const Carried carried = run(step, &body);
+    Words words{};
+    std::memcpy(&words, &body, sizeof body);
+    const Carried carried = runWith<run>(step, words);
     if constexpr (std::is_pointer_v<Result>)
     {
         return std::bit_cast<Result>(carried);
@@ -82,14 +107,14 @@ auto guardedBy(const Body& body)
 /** The guard of the field readers, whose callers are promised jsoncpp's Json::LogicError for a
  *  document that is neither object nor null. */
 template <typename Body>
-auto guardedMemory(const Body& body)
+auto guardedMemory(Body body)
 {
     return guardedBy<runMemory>(body);
 }
 
 /** The guard of all others. */
 template <typename Body>
-auto guarded(const Body& body)
+auto guarded(Body body)
 {
     return guardedBy<runGuarded>(body);
 }

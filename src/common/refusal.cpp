@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <initializer_list>
 
 namespace bmcoauth
 {
@@ -160,26 +161,53 @@ Refused refuseCall(bmcoauth_rule rule, const char* parameter) noexcept
     return {};
 }
 
-void noteNull(const char* names, const void* first, const void* second, const void* third) noexcept
+namespace
 {
-    noteNull(names, first, second, third, nullptr);
-}
 
-void noteNull(const char* names, const void* first, const void* second, const void* third,
-              const void* fourth, const void* fifth) noexcept
+/** Refuses the first null of @p arguments by its name in @p names. */
+[[gnu::cold]] bool refuseFirstNull(const char* names,
+                                   std::initializer_list<const void*> arguments) noexcept
 {
-    std::string_view rest = names;
-    for (const void* argument : {first, second, third, fourth, fifth})
+    std::string_view name = names;
+    for (const void* argument : arguments)
     {
         if (argument == nullptr)
         {
             break;
         }
-        rest.remove_prefix(rest.find(' ') + 1);
+        name.remove_prefix(name.find(' ') + 1);
     }
     note(BMCOAUTH_RULE_ARGUMENT_NULL);
-    put(noted.subject, rest.substr(0, rest.find(' ')));
+    put(noted.subject, name.substr(0, name.find(' ')));
     publishRefusal();
+    return true;
+}
+
+} // namespace
+
+bool refusesNull(const char* names, const void* only) noexcept
+{
+    return only == nullptr && refuseFirstNull(names, {only});
+}
+
+bool refusesNull(const char* names, const void* first, const void* second) noexcept
+{
+    return (first == nullptr || second == nullptr) && refuseFirstNull(names, {first, second});
+}
+
+bool refusesNull(const char* names, const void* first, const void* second,
+                 const void* third) noexcept
+{
+    return (first == nullptr || second == nullptr || third == nullptr) &&
+           refuseFirstNull(names, {first, second, third});
+}
+
+bool refusesNull(const char* names, const void* first, const void* second, const void* third,
+                 const void* fourth, const void* fifth) noexcept
+{
+    return (first == nullptr || second == nullptr || third == nullptr || fourth == nullptr ||
+            fifth == nullptr) &&
+           refuseFirstNull(names, {first, second, third, fourth, fifth});
 }
 
 } // namespace bmcoauth

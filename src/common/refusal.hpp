@@ -137,25 +137,15 @@ inline Refused refuse(bmcoauth_rule rule) noexcept
 /** Makes the last note the thread's last refusal. For the boundary alone, when a call fails. */
 [[gnu::cold]] void publishRefusal() noexcept;
 
-/** Refuses the first null of the arguments @p names, which stand between spaces. */
-[[gnu::cold]] void noteNull(const char* names, const void* first, const void* second = nullptr,
-                            const void* third = nullptr) noexcept;
-[[gnu::cold]] void noteNull(const char* names, const void* first, const void* second,
-                            const void* third, const void* fourth,
-                            const void* fifth = nullptr) noexcept;
-
-/** Whether one of @p arguments is null. Refuses the first one that is, by its name in @p names, a list
+/** Whether one of the arguments is null. Refuses the first one that is, by its name in @p names, a list
  *  with spaces. For the boundary, before there is a guard. */
-template <typename... Pointers>
-[[nodiscard]] bool refusesNull(const char* names, const Pointers*... arguments) noexcept
-{
-    if (((arguments != nullptr) && ...))
-    {
-        return false;
-    }
-    noteNull(names, arguments...);
-    return true;
-}
+[[nodiscard]] bool refusesNull(const char* names, const void* only) noexcept;
+[[nodiscard]] bool refusesNull(const char* names, const void* first, const void* second) noexcept;
+[[nodiscard]] bool refusesNull(const char* names, const void* first, const void* second,
+                               const void* third) noexcept;
+[[nodiscard]] bool refusesNull(const char* names, const void* first, const void* second,
+                               const void* third, const void* fourth,
+                               const void* fifth = "") noexcept;
 
 /** Refuses at the boundary, before there is a guard, where errno is the caller's. */
 [[gnu::cold]] Refused refuseCall(bmcoauth_rule rule, const char* parameter) noexcept;

@@ -4,11 +4,11 @@
 namespace bmcoauth::crypto
 {
 
-Carried runCrypto(Step step, const void* body)
+Carried runCrypto(Step step, const void* captured)
 {
     const ErrnoKeeper keeper;
     const ErrorMark mark;
-    return runGuarded(step, body);
+    return runGuarded(step, captured);
 }
 
 } // namespace bmcoauth::crypto

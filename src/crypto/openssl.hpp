@@ -62,11 +62,11 @@ public:
 };
 
 /** runGuarded that leaves OpenSSL's error queue as it was. */
-[[nodiscard]] Carried runCrypto(Step step, const void* body);
+[[nodiscard]] Carried runCrypto(Step step, const void* captured);
 
 /** guarded, for an entry that reaches OpenSSL. */
 template <typename Body>
-auto guardedCrypto(const Body& body)
+auto guardedCrypto(Body body)
 {
     return guardedBy<runCrypto>(body);
 }

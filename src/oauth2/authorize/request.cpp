@@ -25,9 +25,9 @@ constexpr ObjectForm readHandshake{
 HeapText writtenRequest(const AuthorizeRequest& request)
 {
     Json::Value document{Json::objectValue};
-    document["client_id"] = borrowed(mandatory(request.client_id));
-    document["client_secret"] = borrowed(mandatory(request.client_secret));
-    document["state"] = borrowed(mandatory(request.state));
+    setText(document, "client_id", mandatory(request.client_id));
+    setText(document, "client_secret", mandatory(request.client_secret));
+    setText(document, "state", mandatory(request.state));
     if (request.policy != nullptr)
     {
         document["kest_policy_auth"] = objectOfPairs(request.policy);
@@ -38,7 +38,7 @@ HeapText writtenRequest(const AuthorizeRequest& request)
     }
     else if (request.refresh_token != nullptr)
     {
-        document["refresh_token"] = borrowed(request.refresh_token);
+        setText(document, "refresh_token", request.refresh_token);
     }
     else
     {

@@ -46,11 +46,11 @@ Response createResponse(const char* state, const char* accessToken, const char* 
 HeapText writtenResponse(const AuthorizeResponse& response)
 {
     Json::Value document{Json::objectValue};
-    document["access_token"] = borrowed(mandatory(response.access_token));
-    document["refresh_token"] = borrowed(mandatory(response.refresh_token));
-    document["state"] = borrowed(mandatory(response.state));
-    document["expires_in"] = borrowed(mandatory(response.expires_in));
-    document["token_type"] = borrowed(mandatory(response.token_type));
+    setText(document, "access_token", mandatory(response.access_token));
+    setText(document, "refresh_token", mandatory(response.refresh_token));
+    setText(document, "state", mandatory(response.state));
+    setText(document, "expires_in", mandatory(response.expires_in));
+    setText(document, "token_type", mandatory(response.token_type));
     return heapJsonText(document);
 }
 

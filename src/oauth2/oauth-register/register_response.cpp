@@ -72,9 +72,9 @@ Response makeResponse(SecretText secret, HeapText id, const ResponseSettings& se
 HeapText writtenResponse(const RegisterResponse& response)
 {
     Json::Value document{Json::objectValue};
-    document["client_secret"] = borrowed(mandatory(response.client_secret));
-    document["client_id"] = borrowed(mandatory(response.client_id));
-    document["client_secret_expires_in"] = borrowed(mandatory(response.client_secret_expires_in));
+    setText(document, "client_secret", mandatory(response.client_secret));
+    setText(document, "client_id", mandatory(response.client_id));
+    setText(document, "client_secret_expires_in", mandatory(response.client_secret_expires_in));
     setText(document, "ssl_cert_cryptex", response.ssl_cert_cryptex);
     if (response.grant_types != nullptr)
     {
