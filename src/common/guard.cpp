@@ -11,32 +11,15 @@ namespace bmcoauth
 namespace
 {
 
-/** A step and what it works on. */
-struct Work
+/** What @p attempt gives; 0 where memory runs out. */
+template <typename Attempt>
+Carried published(Attempt attempt)
 {
-    Step step;
-    const void* captured;
-};
-
-Carried runLogic(const void* context)
-{
-    const auto& work = *static_cast<const Work*>(context);
+    const ErrnoKeeper keeper;
+    Carried result = 0;
     try
     {
-        return work.step(work.captured);
-    }
-    catch (const Json::LogicError&)
-    {
-        refuse(BMCOAUTH_RULE_JSON_SYNTAX);
-        return 0;
-    }
-}
-
-Carried runAllocating(Step step, const void* captured)
-{
-    try
-    {
-        return step(captured);
+        result = attempt();
     }
     catch (const std::bad_alloc&)
     {
@@ -46,15 +29,6 @@ Carried runAllocating(Step step, const void* captured)
     {
         refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
-    return 0;
-}
-
-} // namespace
-
-Carried runMemory(Step step, const void* captured)
-{
-    const ErrnoKeeper keeper;
-    const Carried result = runAllocating(step, captured);
     if (result == 0)
     {
         publishRefusal();
@@ -62,10 +36,26 @@ Carried runMemory(Step step, const void* captured)
     return result;
 }
 
+} // namespace
+
+Carried runMemory(Step step, const void* captured)
+{
+    return published([=] { return step(captured); });
+}
+
 Carried runGuarded(Step step, const void* captured)
 {
-    const Work work{step, captured};
-    return runMemory(runLogic, &work);
+    return published([=] {
+        try
+        {
+            return step(captured);
+        }
+        catch (const Json::LogicError&)
+        {
+            refuse(BMCOAUTH_RULE_JSON_SYNTAX);
+            return Carried{0};
+        }
+    });
 }
 
 } // namespace bmcoauth
