@@ -3,14 +3,12 @@
 #include "oauth2/jwt/issuer.hpp"
 #include "oauth2/jwt/judgement.hpp"
 #include "support/certificates.hpp"
-#include "support/hostile.hpp"
+#include "support/refusals.hpp"
 
 #include <gtest/gtest.h>
 #include <openssl/ec.h>
 
 #include <cstddef>
-#include <cstdint>
-#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,44 +29,50 @@ const std::string& input()
     return text;
 }
 
-bool acceptedAsOwn(const std::string& signature)
+/** The rule that refuses @p signature, "accepted" for none, wherever an ECDSA signature of somebody
+ *  else is looked at. */
+std::string ruleAsOwn(const std::string& signature)
 {
     const tokens::PrivateKey& key = tokens::serviceKey();
-    return verifySignature(input(), reinterpret_cast<const unsigned char*>(signature.data()),
-                           static_cast<int>(signature.size()), key.data(), key.length()) == 1;
+    return support::ruleOf([&] {
+        return verifySignature(input(), reinterpret_cast<const unsigned char*>(signature.data()),
+                               static_cast<int>(signature.size()), key.data(), key.length());
+    });
 }
 
-bool acceptedAsDelegated(const std::string& signature)
+std::string ruleAsDelegated(const std::string& signature)
 {
     const std::string pem = forge::publicPem(tokens::serviceKey());
-    return judge(issuer::token(input(), signature), {.keys = {pem}}).verified == 1;
+    return judge(issuer::token(input(), signature), {.keys = {pem}}).signatureRule();
 }
 
-bool acceptedAsProof(const std::string& signature)
+std::string ruleAsProof(const std::string& signature)
 {
     static const support::EcKeyPtr key{
         get_EC_privKey(tokens::serviceKey().data(), tokens::serviceKey().length())};
     std::string text = support::base64Url(signature);
-    return verifyHRSignature(input(), text.data(), static_cast<unsigned int>(text.size()),
-                             key.get()) == 1;
+    return support::ruleOf([&] {
+        return verifyHRSignature(input(), text.data(), static_cast<unsigned int>(text.size()),
+                                 key.get());
+    });
 }
 
-/** Each place where an ECDSA signature of somebody else is looked at. */
-struct Verifier
+void expectFromAll(const std::string& signature, const std::string& own,
+                   const std::string& delegated, const std::string& proof)
 {
-    const char* name;
-    bool (*accepts)(const std::string& signature);
-};
-constexpr Verifier verifiers[] = {{"own token", acceptedAsOwn},
-                                  {"delegated token", acceptedAsDelegated},
-                                  {"certificate proof", acceptedAsProof}};
+    EXPECT_EQ(ruleAsOwn(signature), own);
+    EXPECT_EQ(ruleAsDelegated(signature), delegated);
+    EXPECT_EQ(ruleAsProof(signature), proof);
+}
 
-void expectFromAll(const std::string& signature, bool accepted)
+void expectAccepted(const std::string& signature)
 {
-    for (const Verifier& verifier : verifiers)
-    {
-        EXPECT_EQ(verifier.accepts(signature), accepted) << verifier.name;
-    }
+    expectFromAll(signature, "accepted", "accepted", "accepted");
+}
+
+void expectRefused(const std::string& signature)
+{
+    expectFromAll(signature, "token.signature", "token.signature", "handshake.proof-wrong");
 }
 
 /** A good signature and the two integers in it. */
@@ -108,10 +112,10 @@ std::string pairOf(const Number& r, const Number& s)
 TEST(EcdsaIntegers, AreThoseOfTheSignature)
 {
     ASSERT_EQ(pairOf(good().r, good().s), good().der);
-    expectFromAll(good().der, true);
-    expectFromAll(pairOf(good().s, good().r), false);
-    expectFromAll(pairOf(good().r, good().s + Number{1}), false);
-    expectFromAll(pairOf(good().r + Number{1}, good().s), false);
+    expectAccepted(good().der);
+    expectRefused(pairOf(good().s, good().r));
+    expectRefused(pairOf(good().r, good().s + Number{1}));
+    expectRefused(pairOf(good().r + Number{1}, good().s));
 }
 
 // A check that divides by zero without noticing takes these for signatures of everything.
@@ -131,20 +135,20 @@ TEST(EcdsaIntegers, AreNeverZeroNorBeyondTheOrder)
                                          Number::powerOfTwo(4096)};
     for (const Number& r : outside)
     {
-        expectFromAll(pairOf(r, good().s), false);
-        expectFromAll(pairOf(good().r, r), false);
+        expectRefused(pairOf(r, good().s));
+        expectRefused(pairOf(good().r, r));
         for (const Number& s : outside)
         {
-            expectFromAll(pairOf(r, s), false);
+            expectRefused(pairOf(r, s));
         }
     }
-    expectFromAll(pairOf(one, one), false);
-    expectFromAll(pairOf(order - one, order - one), false);
+    expectRefused(pairOf(one, one));
+    expectRefused(pairOf(order - one, order - one));
     // The right ones modulo the order.
-    expectFromAll(pairOf(good().r + order, good().s), false);
-    expectFromAll(pairOf(good().r, good().s + order), false);
-    expectFromAll(pairOf(good().r + order, good().s + order), false);
-    expectFromAll(good().der, true);
+    expectRefused(pairOf(good().r + order, good().s));
+    expectRefused(pairOf(good().r, good().s + order));
+    expectRefused(pairOf(good().r + order, good().s + order));
+    expectAccepted(good().der);
 }
 
 TEST(EcdsaIntegers, AreNeverNegative)
@@ -152,13 +156,13 @@ TEST(EcdsaIntegers, AreNeverNegative)
     const std::string r = integer(good().r);
     const std::string s = integer(good().s);
     const Number order = forge::p256Order();
-    expectFromAll(pairOf(negative(good().r), s), false);
-    expectFromAll(pairOf(r, negative(good().s)), false);
-    expectFromAll(pairOf(negative(good().r), negative(good().s)), false);
-    expectFromAll(pairOf(negative(order - good().r), s), false);
-    expectFromAll(pairOf(r, negative(order - good().s)), false);
-    expectFromAll(pairOf(element(0x02, good().r.bytes()), element(0x02, good().s.bytes())), false);
-    expectFromAll(pairOf(r, s), true);
+    expectRefused(pairOf(negative(good().r), s));
+    expectRefused(pairOf(r, negative(good().s)));
+    expectRefused(pairOf(negative(good().r), negative(good().s)));
+    expectRefused(pairOf(negative(order - good().r), s));
+    expectRefused(pairOf(r, negative(order - good().s)));
+    expectRefused(pairOf(element(0x02, good().r.bytes()), element(0x02, good().s.bytes())));
+    expectAccepted(pairOf(r, s));
 }
 
 // Whoever has one signature has its twin: r and the order less s. Neither JSON Web Signature nor the
@@ -167,8 +171,8 @@ TEST(EcdsaIntegers, HaveATwinThatIsAsGood)
 {
     const std::string twin = pairOf(good().r, forge::p256Order() - good().s);
     EXPECT_NE(twin, good().der);
-    expectFromAll(twin, true);
-    expectFromAll(pairOf(forge::p256Order() - good().r, good().s), false);
+    expectAccepted(twin);
+    expectRefused(pairOf(forge::p256Order() - good().r, good().s));
 }
 
 TEST(EcdsaEncoding, IsDerAndNothingElse)
@@ -220,23 +224,25 @@ TEST(EcdsaEncoding, IsDerAndNothingElse)
     for (const auto& [name, signature] : others)
     {
         SCOPED_TRACE(name);
-        expectFromAll(signature, false);
+        expectRefused(signature);
     }
-    expectFromAll(good().der, true);
+    expectAccepted(good().der);
 }
 
 TEST(EcdsaEncoding, HasNoOtherLength)
 {
-    for (std::size_t length = 0; length < good().der.size(); ++length)
+    // The text of no bytes is no Base64.
+    expectFromAll("", "token.signature", "base64.malformed", "base64.malformed");
+    for (std::size_t length = 1; length < good().der.size(); ++length)
     {
         SCOPED_TRACE(length);
-        expectFromAll(good().der.substr(0, length), false);
-        expectFromAll(good().der.substr(good().der.size() - length), false);
+        expectRefused(good().der.substr(0, length));
+        expectRefused(good().der.substr(good().der.size() - length));
     }
-    expectFromAll(std::string(60000, '\x30'), false);
-    expectFromAll(std::string(60000, '\0'), false);
-    expectFromAll(good().der + std::string(60000, '\0'), false);
-    expectFromAll(good().der, true);
+    expectRefused(std::string(60000, '\x30'));
+    expectRefused(std::string(60000, '\0'));
+    expectRefused(good().der + std::string(60000, '\0'));
+    expectAccepted(good().der);
 }
 
 TEST(EcdsaEncoding, RefusesEachFlippedBit)
@@ -246,9 +252,9 @@ TEST(EcdsaEncoding, RefusesEachFlippedBit)
         std::string flipped = good().der;
         flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
         SCOPED_TRACE(bit);
-        expectFromAll(flipped, false);
+        expectRefused(flipped);
     }
-    expectFromAll(good().der, true);
+    expectAccepted(good().der);
 }
 
 // The integers side by side are the form of RFC 7518, section 3.4: tokens of others have it. The
@@ -256,23 +262,23 @@ TEST(EcdsaEncoding, RefusesEachFlippedBit)
 TEST(EcdsaEncoding, IsBareInTokensOfOthersOnly)
 {
     const std::string bare = good().r.bytes(32) + good().s.bytes(32);
-    EXPECT_FALSE(acceptedAsOwn(bare));
-    EXPECT_TRUE(acceptedAsDelegated(bare));
-    EXPECT_FALSE(acceptedAsProof(bare));
-    for (std::size_t length = 0; length < bare.size(); ++length)
+    EXPECT_EQ(ruleAsOwn(bare), "token.signature");
+    EXPECT_EQ(ruleAsDelegated(bare), "accepted");
+    EXPECT_EQ(ruleAsProof(bare), "handshake.proof-wrong");
+    for (std::size_t length = 1; length < bare.size(); ++length)
     {
-        EXPECT_FALSE(acceptedAsDelegated(bare.substr(0, length))) << length;
+        EXPECT_EQ(ruleAsDelegated(bare.substr(0, length)), "token.signature") << length;
     }
-    EXPECT_FALSE(acceptedAsDelegated(bare + '\0'));
-    EXPECT_FALSE(acceptedAsDelegated('\0' + bare));
-    EXPECT_FALSE(acceptedAsDelegated(good().r.bytes(33) + good().s.bytes(33)));
-    EXPECT_FALSE(acceptedAsDelegated(good().r.bytes(48) + good().s.bytes(48)));
-    EXPECT_FALSE(acceptedAsDelegated(good().s.bytes(32) + good().r.bytes(32)));
+    EXPECT_EQ(ruleAsDelegated(bare + '\0'), "token.signature");
+    EXPECT_EQ(ruleAsDelegated('\0' + bare), "token.signature");
+    EXPECT_EQ(ruleAsDelegated(good().r.bytes(33) + good().s.bytes(33)), "token.signature");
+    EXPECT_EQ(ruleAsDelegated(good().r.bytes(48) + good().s.bytes(48)), "token.signature");
+    EXPECT_EQ(ruleAsDelegated(good().s.bytes(32) + good().r.bytes(32)), "token.signature");
     const Number order = forge::p256Order();
-    EXPECT_FALSE(acceptedAsDelegated(std::string(64, '\0')));
-    EXPECT_FALSE(acceptedAsDelegated(std::string(64, '\xff')));
-    EXPECT_FALSE(acceptedAsDelegated(order.bytes(32) + order.bytes(32)));
-    EXPECT_TRUE(acceptedAsDelegated(good().r.bytes(32) + (order - good().s).bytes(32)));
+    EXPECT_EQ(ruleAsDelegated(std::string(64, '\0')), "token.signature");
+    EXPECT_EQ(ruleAsDelegated(std::string(64, '\xff')), "token.signature");
+    EXPECT_EQ(ruleAsDelegated(order.bytes(32) + order.bytes(32)), "token.signature");
+    EXPECT_EQ(ruleAsDelegated(good().r.bytes(32) + (order - good().s).bytes(32)), "accepted");
 }
 
 } // namespace

@@ -23,14 +23,6 @@ void require(bool succeeded)
     }
 }
 
-std::string completed(const std::string& jwk)
-{
-    char* text = support::heapText(jwk).release();
-    appendPublicKey(&text);
-    const support::HeapText owned{text};
-    return text;
-}
-
 } // namespace
 
 Number::Number(unsigned long value) : number{BN_new(), BN_free}
@@ -144,6 +136,14 @@ std::string rsaPem(const Number& modulus, const Number& exponent)
     const std::string algorithm = sequence(support::fromHex("06092a864886f70d0101010500"));
     const std::string key = sequence(integer(modulus) + integer(exponent));
     return support::pemOf("PUBLIC KEY", sequence(algorithm + element(0x03, '\0' + key)));
+}
+
+std::string completed(const std::string& jwk)
+{
+    char* text = support::heapText(jwk).release();
+    appendPublicKey(&text);
+    const support::HeapText owned{text};
+    return text;
 }
 
 std::string rsaJwk(const std::string& alg, const Number& modulus, const Number& exponent)

@@ -56,7 +56,10 @@ private:
 /** An RSA public key of any numbers, as SubjectPublicKeyInfo in PEM. */
 [[nodiscard]] std::string rsaPem(const Number& modulus, const Number& exponent);
 
-/** The same as a JSON Web Key for signatures of the algorithm @p alg, completed by the library. */
+/** A JSON Web Key, completed by the library; as it was where that refuses it. */
+[[nodiscard]] std::string completed(const std::string& jwk);
+
+/** An RSA public key as a completed JSON Web Key for signatures of the algorithm @p alg. */
 [[nodiscard]] std::string rsaJwk(const std::string& alg, const Number& modulus,
                                  const Number& exponent);
 
@@ -72,8 +75,7 @@ struct Point
 [[nodiscard]] std::string p256Info(const std::string& encodedPoint);
 [[nodiscard]] std::string publicPem(const tokens::PrivateKey& key);
 
-/** A JSON Web Key of these coordinates, with @p members in front, such as `"kid":"k",`; completed
- *  by the library, or as it was where that refuses it. */
+/** A completed JSON Web Key of these coordinates, with @p members in front, such as `"kid":"k",`. */
 [[nodiscard]] std::string ecJwk(const Point& point, const std::string& members = {});
 
 } // namespace forge

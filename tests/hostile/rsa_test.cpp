@@ -24,11 +24,10 @@ std::string inputFor(const std::string& algorithm)
     return issuer::signingInput(R"({"alg":")" + algorithm + R"("})", "{}");
 }
 
-/** Whether the signature counts for one under this key: the token has no claims, so that nothing
- *  else makes a difference. */
-bool accepts(const std::string& input, const std::string& signature, const std::string& key)
+/** The rule that refuses the signature under this key; "accepted" for none. */
+std::string ruleOf(const std::string& input, const std::string& signature, const std::string& key)
 {
-    return judge(issuer::token(input, signature), {.keys = {key}}).verified == 1;
+    return judge(issuer::token(input, signature), {.keys = {key}}).signatureRule();
 }
 
 std::string digestOf(const std::string& text, const EVP_MD* kind = EVP_sha256())
@@ -107,19 +106,20 @@ TEST(RsaModulus, HasUpTo16384Bits)
         for (const std::string& key : {forge::rsaPem(made.modulus, Number{3}),
                                        forge::rsaJwk("RS256", made.modulus, Number{3})})
         {
-            EXPECT_TRUE(accepts(input, made.signature, key));
-            EXPECT_FALSE(accepts(other, made.signature, key));
-            EXPECT_FALSE(accepts(input, made.signature.substr(1), key));
-            EXPECT_FALSE(accepts(input, '\0' + made.signature, key));
+            EXPECT_EQ(ruleOf(input, made.signature, key), "accepted");
+            EXPECT_EQ(ruleOf(other, made.signature, key), "token.signature");
+            EXPECT_EQ(ruleOf(input, made.signature.substr(1), key), "token.signature");
+            EXPECT_EQ(ruleOf(input, '\0' + made.signature, key), "token.signature");
         }
     }
     for (const unsigned int bits : {16385U, 16392U, 20000U, 65536U})
     {
         SCOPED_TRACE(bits);
         const MadeUp made = madeUpFor(goodBlock((bits + 7) / 8, input), bits, 3);
-        EXPECT_FALSE(accepts(input, made.signature, forge::rsaPem(made.modulus, Number{3})));
-        EXPECT_FALSE(
-            accepts(input, made.signature, forge::rsaJwk("RS256", made.modulus, Number{3})));
+        EXPECT_EQ(ruleOf(input, made.signature, forge::rsaPem(made.modulus, Number{3})),
+                  "token.signature");
+        EXPECT_EQ(ruleOf(input, made.signature, forge::rsaJwk("RS256", made.modulus, Number{3})),
+                  "token.signature");
     }
 }
 
@@ -143,7 +143,7 @@ TEST(RsaModulus, OfAnySizeComesBackWithARefusal)
                       std::string(size - 1, '\0') + '\x02', (modulus - Number{1}).bytes(size),
                       modulus.bytes(size), std::string(size + 1, '\x01')})
                 {
-                    EXPECT_FALSE(accepts(input, signature, key));
+                    EXPECT_EQ(ruleOf(input, signature, key), "token.signature");
                 }
             }
         }
@@ -155,7 +155,7 @@ TEST(RsaModulus, IsNeitherZeroNorEvenNorBelowTheExponent)
     const std::string input = inputFor("RS256");
     const std::string block = goodBlock(256, input);
     const MadeUp made = madeUpFor(block, 2048, 3);
-    EXPECT_TRUE(accepts(input, made.signature, forge::rsaPem(made.modulus, Number{3})));
+    EXPECT_EQ(ruleOf(input, made.signature, forge::rsaPem(made.modulus, Number{3})), "accepted");
     const Number one{1};
     // A cube of the other parity, and its modulus.
     const Number root = Number::fromBytes(made.signature) + one;
@@ -165,9 +165,12 @@ TEST(RsaModulus, IsNeitherZeroNorEvenNorBelowTheExponent)
                                   Number{2}, Number{3}, Number::powerOfTwo(2047)})
     {
         SCOPED_TRACE(modulus.bits());
-        EXPECT_FALSE(accepts(input, root.bytes(256), forge::rsaPem(modulus, Number{3})));
-        EXPECT_FALSE(accepts(input, made.signature, forge::rsaPem(modulus, Number{3})));
-        EXPECT_FALSE(accepts(input, made.signature, forge::rsaJwk("RS256", modulus, Number{3})));
+        EXPECT_EQ(ruleOf(input, root.bytes(256), forge::rsaPem(modulus, Number{3})),
+                  "token.signature");
+        EXPECT_EQ(ruleOf(input, made.signature, forge::rsaPem(modulus, Number{3})),
+                  "token.signature");
+        EXPECT_EQ(ruleOf(input, made.signature, forge::rsaJwk("RS256", modulus, Number{3})),
+                  "token.signature");
     }
 }
 
@@ -204,19 +207,23 @@ TEST(RsaExponent, IsOddAndNotOne)
     {
         SCOPED_TRACE(exponent);
         const Number e{exponent};
-        EXPECT_FALSE(accepts(input, block, forge::rsaPem(modulus, e)));
-        EXPECT_FALSE(accepts(input, block, forge::rsaJwk("RS256", modulus, e)));
-        EXPECT_FALSE(accepts(pssInput, blockOfPss, forge::rsaPem(modulus, e)));
-        EXPECT_FALSE(accepts(pssInput, blockOfPss, forge::rsaJwk("PS256", modulus, e)));
+        EXPECT_EQ(ruleOf(input, block, forge::rsaPem(modulus, e)), "token.key-not-imported");
+        EXPECT_EQ(ruleOf(input, block, forge::rsaJwk("RS256", modulus, e)),
+                  "token.key-not-imported");
+        EXPECT_EQ(ruleOf(pssInput, blockOfPss, forge::rsaPem(modulus, e)),
+                  "token.key-not-imported");
+        EXPECT_EQ(ruleOf(pssInput, blockOfPss, forge::rsaJwk("PS256", modulus, e)),
+                  "token.key-not-imported");
     }
     for (const unsigned int exponent : {2U, 3U})
     {
         SCOPED_TRACE(exponent);
         const Number e{exponent};
+        const char* const expected = exponent == 3 ? "accepted" : "token.key-not-imported";
         const MadeUp made = madeUpFor(block, 2048, exponent);
-        EXPECT_EQ(accepts(input, made.signature, forge::rsaPem(made.modulus, e)), exponent == 3);
+        EXPECT_EQ(ruleOf(input, made.signature, forge::rsaPem(made.modulus, e)), expected);
         const MadeUp pss = madeUpFor(blockOfPss, 2048, exponent);
-        EXPECT_EQ(accepts(pssInput, pss.signature, forge::rsaPem(pss.modulus, e)), exponent == 3);
+        EXPECT_EQ(ruleOf(pssInput, pss.signature, forge::rsaPem(pss.modulus, e)), expected);
     }
 }
 
@@ -236,9 +243,10 @@ TEST(RsaExponent, MayBeLargeOnlyWhereTheModulusIsSmall)
             {
                 const std::string input = inputFor(algorithm);
                 const std::string signature(bits / 8 + (bits % 8 == 0 ? 0 : 1), '\x01');
-                EXPECT_FALSE(accepts(input, signature, forge::rsaPem(modulus, exponent)));
-                EXPECT_FALSE(
-                    accepts(input, signature, forge::rsaJwk(algorithm, modulus, exponent)));
+                EXPECT_EQ(ruleOf(input, signature, forge::rsaPem(modulus, exponent)),
+                          "token.signature");
+                EXPECT_EQ(ruleOf(input, signature, forge::rsaJwk(algorithm, modulus, exponent)),
+                          "token.signature");
             }
         }
     }
@@ -251,11 +259,11 @@ TEST(RsaPadding, IsTheOneBlockOfPkcs1)
     const std::string digest = digestOf(input);
     const std::string info = sha256Prefix() + digest;
     const std::string good = paddedBlock(size, info);
-    const auto accepted = [&](const std::string& block) {
+    const auto ruleOfBlock = [&](const std::string& block) {
         const MadeUp made = madeUpFor(block, 8 * size, 3);
-        return accepts(input, made.signature, forge::rsaPem(made.modulus, Number{3}));
+        return ruleOf(input, made.signature, forge::rsaPem(made.modulus, Number{3}));
     };
-    EXPECT_TRUE(accepted(good));
+    EXPECT_EQ(ruleOfBlock(good), "accepted");
 
     const auto with = [&](std::size_t at, char byte) {
         std::string block = good;
@@ -311,7 +319,7 @@ TEST(RsaPadding, IsTheOneBlockOfPkcs1)
     };
     for (const auto& [name, block] : others)
     {
-        EXPECT_FALSE(accepted(block)) << name;
+        EXPECT_EQ(ruleOfBlock(block), "token.signature") << name;
     }
 }
 
@@ -352,14 +360,14 @@ TEST(RsaPadding, IsNotMadeByACubeRoot)
 {
     const std::string input = inputFor("RS256");
     ASSERT_EQ(input, "eyJhbGciOiJSUzI1NiJ9.e30");
-    const auto accepted = [&](std::string_view signature) {
+    const auto ruleOfBlock = [&](std::string_view signature) {
         const std::string filled =
             std::string(512 - signature.size(), 'A') + std::string{signature};
-        return judge(input + "." + filled, {.keys = {cubicKey}}).verified == 1;
+        return judge(input + "." + filled, {.keys = {cubicKey}}).signatureRule();
     };
-    EXPECT_TRUE(accepted(cubicSignature));
-    EXPECT_FALSE(accepted(cubeRootOfShortestPadding));
-    EXPECT_FALSE(accepted(cubeRootOfNoPadding));
+    EXPECT_EQ(ruleOfBlock(cubicSignature), "accepted");
+    EXPECT_EQ(ruleOfBlock(cubeRootOfShortestPadding), "token.signature");
+    EXPECT_EQ(ruleOfBlock(cubeRootOfNoPadding), "token.signature");
 }
 
 TEST(RsaPss, UsesTheOneDigestEverywhere)
@@ -381,8 +389,9 @@ TEST(RsaPss, UsesTheOneDigestEverywhere)
                 SCOPED_TRACE(std::string{algorithm} + " " + hash + " " + mask);
                 const std::string signature =
                     issuer::rsaKey().sign(input, hash, {.pss = true, .maskDigest = mask});
-                EXPECT_EQ(accepts(input, signature, pem),
-                          std::string_view{hash} == digest && std::string_view{mask} == digest);
+                const bool right =
+                    std::string_view{hash} == digest && std::string_view{mask} == digest;
+                EXPECT_EQ(ruleOf(input, signature, pem), right ? "accepted" : "token.signature");
             }
         }
     }

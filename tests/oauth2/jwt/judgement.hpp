@@ -24,6 +24,13 @@ struct Judgement
     {
         return header != nullptr && payload != nullptr;
     }
+
+    /** The rule that refused the signature; "accepted" if it is that of a trusted key, whatever the
+     *  claims say. */
+    [[nodiscard]] std::string signatureRule() const
+    {
+        return verified == 1 ? "accepted" : rule;
+    }
 };
 
 /** Whom and what the caller of the check trusts. */
