@@ -4,6 +4,8 @@
 #include <openssl/ec.h>
 #include <openssl/x509.h>
 
+#include <array>
+
 /** A chain of certificates in PEM, and the certificate key that it becomes. */
 namespace
 {
@@ -11,10 +13,20 @@ namespace
 using Certificate = std::unique_ptr<X509, support::Releaser<X509_free>>;
 using Key = std::unique_ptr<EC_KEY, support::Releaser<EC_KEY_free>>;
 
+constexpr auto readingRules = std::to_array<std::string_view>({"certificate.encoding"});
+constexpr auto nameRules = std::to_array<std::string_view>(
+    {"certificate.encoding", "certificate.name", "certificate.name-empty"});
+constexpr auto keyRules = std::to_array<std::string_view>(
+    {"certificate.encoding", "key.encoding", "key.kind", "key.point"});
+constexpr auto encodingRules =
+    std::to_array<std::string_view>({"argument.length", "certificate.encoding"});
+constexpr auto chainRules = std::to_array<std::string_view>(
+    {"certificate.missing", "certificate.encoding", "chain.root-missing"});
+
 void readName(const std::string& pem)
 {
     constexpr std::size_t comparedBytes = 17;
-    const support::HeapText name{get_x509_CN(pem.c_str())};
+    const support::HeapText name{fuzz::judged(nameRules, [&] { return get_x509_CN(pem.c_str()); })};
     if (!name || *name == '\0')
     {
         return;
@@ -40,15 +52,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     const std::string pem = fuzz::wholeText(data, size);
     readName(pem);
-    const Certificate certificate{getX509Cert(pem.c_str())};
-    const Key publicKey{get_EC_pubKey(pem.c_str())};
+    const Certificate certificate{
+        fuzz::judged(readingRules, [&] { return getX509Cert(pem.c_str()); })};
+    const Key publicKey{fuzz::judged(keyRules, [&] { return get_EC_pubKey(pem.c_str()); })};
     fuzz::require(publicKey == nullptr || certificate != nullptr,
                   "what has a public key is a certificate");
-    fuzz::require(certificate != nullptr || validateX509(pem.c_str(), nullptr) == 0,
-                  "what is no certificate is not valid");
+    const int valid = fuzz::judged(nameRules, [&] { return validateX509(pem.c_str(), nullptr); });
+    fuzz::require(certificate != nullptr || valid == 0, "what is no certificate is not valid");
 
-    const support::PayloadPtr key{
-        encode_x509_jwk(pem.c_str(), static_cast<unsigned int>(pem.size()))};
+    const support::PayloadPtr key{fuzz::judged(encodingRules, [&] {
+        return encode_x509_jwk(pem.c_str(), static_cast<unsigned int>(pem.size()));
+    })};
     if (!key)
     {
         return 0;
@@ -58,8 +72,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                   "the length is the text's");
 
     // Nobody in the factory signed what is in here.
-    fuzz::require(validate_x509_jwk(key.get(), nullptr) == 0, "no root, no trust");
-    fuzz::require(chainVerify(key.get()) != 1, "no root, no chain");
+    const int trusted =
+        fuzz::judged(chainRules, [&] { return validate_x509_jwk(key.get(), nullptr); });
+    fuzz::require(trusted == 0, "no root, no trust");
+    fuzz::require(fuzz::judged(chainRules, [&] { return chainVerify(key.get()); }) != 1,
+                  "no root, no chain");
 
     unsigned int length = 0;
     const support::HeapText first{decode_x509_jwk(key.get(), &length)};

@@ -1,9 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fuzz/support.hpp"
 
+#include <array>
+
 /** One member of a document is read and changed. */
 namespace
 {
+
+constexpr auto documentRules =
+    std::to_array<std::string_view>({"json.syntax", "json.nesting", "json.root"});
+constexpr auto memberRules = std::to_array<std::string_view>(
+    {"json.syntax", "json.nesting", "json.root", "json.member-missing", "json.member-type"});
 
 /** A document under change, and what it was before. */
 class Document
@@ -24,7 +31,7 @@ public:
     template <typename Edit>
     bool change(const Edit& edit)
     {
-        const int result = edit(&text);
+        const int result = fuzz::judged(documentRules, [&] { return edit(&text); });
         fuzz::require(result == 1 || (text == address && before == text),
                       "the text of a failed edit is unchanged");
         return result == 1;
@@ -93,10 +100,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     bool flag = false;
     unsigned int number = 0;
-    get_value_bool(text.c_str(), key.c_str(), &flag);
-    get_value_uint(text.c_str(), key.c_str(), &number);
+    fuzz::judged(memberRules, [&] { return get_value_bool(text.c_str(), key.c_str(), &flag); });
+    fuzz::judged(memberRules, [&] { return get_value_uint(text.c_str(), key.c_str(), &number); });
     char** objects = nullptr;
-    if (get_value_objarray(text.c_str(), key.c_str(), &objects) == 1)
+    if (fuzz::judged(memberRules,
+                     [&] { return get_value_objarray(text.c_str(), key.c_str(), &objects); }) == 1)
     {
         const support::StringArray owner{objects};
         fuzz::require(isDocument, "only a document has members");

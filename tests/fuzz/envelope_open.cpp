@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fuzz/support.hpp"
 
+#include <array>
+
 /** An envelope that somebody else made. One is the peer's. */
 namespace
 {
+
+constexpr auto openingRules = std::to_array<std::string_view>(
+    {"base64.malformed", "base64.length", "envelope.iv", "envelope.mac-missing",
+     "envelope.mac-wrong", "envelope.padding", "envelope.text"});
 
 constexpr const char* sealedText = "jthDmDKzcUxq3U9WYOxCXvsOZtYT3TaeUeRJ8Cr4z54=";
 constexpr const char* sealedMac = "KzIZi/ToxtjXPBMGXh7ZPel5VyFWNtkke9NP0AmlU3k=";
@@ -27,8 +33,9 @@ support::HeapText open(const char* text, const char* mac, const char* iv, unsign
     support::PayloadPtr sender = fuzz::certificateOf(fuzz::peer());
     HandshakePayload* certificate = sender.get();
     const fuzz::PrivateKey& key = fuzz::device().key;
-    return support::HeapText{
-        ecies_decrypt(text, length, key.data(), key.length(), mac, &certificate, iv)};
+    return support::HeapText{fuzz::judged(openingRules, [&] {
+        return ecies_decrypt(text, length, key.data(), key.length(), mac, &certificate, iv);
+    })};
 }
 
 } // namespace

@@ -2,10 +2,15 @@
 #include "fuzz/support.hpp"
 
 #include <algorithm>
+#include <array>
 
 /** An envelope goes to the peer and comes back altered, and as it was. */
 namespace
 {
+
+constexpr auto sealingRules = std::to_array<std::string_view>({"argument.length"});
+constexpr auto openingRules =
+    std::to_array<std::string_view>({"envelope.mac-wrong", "envelope.text"});
 
 support::HeapText open(const std::string& text, const std::string& mac, const char* iv,
                        unsigned int* length)
@@ -13,8 +18,10 @@ support::HeapText open(const std::string& text, const std::string& mac, const ch
     support::PayloadPtr sender = fuzz::certificateOf(fuzz::device());
     HandshakePayload* certificate = sender.get();
     const fuzz::PrivateKey& key = fuzz::peer().key;
-    return support::HeapText{ecies_decrypt(text.c_str(), length, key.data(), key.length(),
-                                           mac.c_str(), &certificate, iv)};
+    return support::HeapText{fuzz::judged(openingRules, [&] {
+        return ecies_decrypt(text.c_str(), length, key.data(), key.length(), mac.c_str(),
+                             &certificate, iv);
+    })};
 }
 
 /** Another digit in the place of one that carries six bits: not among the last two before the
@@ -40,9 +47,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     HandshakePayload* certificate = receiver.get();
     const fuzz::PrivateKey& key = fuzz::device().key;
     char* macText = nullptr;
-    const support::HeapText sealed{
-        ecies_encrypt(secret.data(), static_cast<unsigned int>(secret.size()), &certificate,
-                      &macText, key.data(), key.length(), iv)};
+    const support::HeapText sealed{fuzz::judged(sealingRules, [&] {
+        return ecies_encrypt(secret.data(), static_cast<unsigned int>(secret.size()), &certificate,
+                             &macText, key.data(), key.length(), iv);
+    })};
     const support::HeapText macOwner{macText};
     fuzz::require((sealed != nullptr) == !secret.empty(), "anything but nothing can be sealed");
     if (!sealed)

@@ -1,16 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fuzz/support.hpp"
 
+#include <array>
+
 /** A client's answer to a challenge: as the client makes it, altered, and made up. */
 namespace
 {
+
+constexpr auto proofRules = std::to_array<std::string_view>(
+    {"argument.null", "handshake.types", "handshake.proof-missing", "handshake.proof-wrong",
+     "handshake.counters", "handshake.keys", "handshake.secret", "handshake.token", "json.syntax",
+     "json.nesting", "json.root", "base64.malformed", "base64.length"});
+constexpr auto answerRules = std::to_array<std::string_view>(
+    {"argument.null", "handshake.types", "handshake.counters", "handshake.keys", "handshake.secret",
+     "handshake.token", "json.syntax", "json.nesting", "json.root"});
 
 bool accepted(HandshakePayload* challenge, const std::string& keys, HandshakePayload* response)
 {
     support::PayloadPtr certificate = fuzz::certificateOf(fuzz::device());
     HandshakePayload* claimed = certificate.get();
-    return validateHandshakeResponse(challenge, keys.c_str(),
-                                     static_cast<unsigned int>(keys.size()), &claimed, response);
+    return fuzz::judged(proofRules, [&] {
+        return validateHandshakeResponse(
+            challenge, keys.c_str(), static_cast<unsigned int>(keys.size()), &claimed, response);
+    });
 }
 
 support::PayloadPtr answer(HandshakePayload* challenge, const std::string& keys)
@@ -19,9 +31,11 @@ support::PayloadPtr answer(HandshakePayload* challenge, const std::string& keys)
     HandshakePayload* claimed = certificate.get();
     const fuzz::PrivateKey& key = fuzz::device().key;
     HandshakePayload* response = nullptr;
-    const bool made = generateHandshakeResponse(
-        challenge, keys.c_str(), static_cast<unsigned int>(keys.size()), &claimed, &response,
-        key.data(), static_cast<unsigned int>(key.length()));
+    const bool made = fuzz::judged(answerRules, [&] {
+        return generateHandshakeResponse(
+            challenge, keys.c_str(), static_cast<unsigned int>(keys.size()), &claimed, &response,
+            key.data(), static_cast<unsigned int>(key.length()));
+    });
     support::PayloadPtr owner{response};
     fuzz::require(made == (response != nullptr), "an answer is handed out on success");
     return owner;

@@ -30,6 +30,16 @@ namespace fuzz
 namespace
 {
 
+constexpr std::string_view planted = "planted by the fuzzer";
+
+/** Whether @p field ends, and holds printable ASCII alone. */
+bool isPrintable(std::span<const char> field)
+{
+    const auto end = std::ranges::find(field, '\0');
+    return end != field.end() &&
+           std::all_of(field.begin(), end, [](char c) { return c >= ' ' && c <= '~'; });
+}
+
 std::vector<unsigned char> fromHex(std::string_view digits)
 {
     std::vector<unsigned char> bytes(digits.size() / 2);
@@ -49,6 +59,35 @@ void require(bool holds, const char* rule)
     {
         std::fprintf(stderr, "does not hold: %s\n", rule);
         std::abort();
+    }
+}
+
+void plantRefusal()
+{
+    bool value = false;
+    // The member that is not there is the name by which it is known again.
+    static_cast<void>(get_value_bool("{}", planted.data(), &value));
+}
+
+void requireReason(bool succeeded, Rules rules)
+{
+    bmcoauth_refusal refusal{};
+    require(bmcoauth_last_refusal(&refusal, sizeof refusal) == 1, "there is a reason");
+    require(isPrintable(refusal.subject) && isPrintable(refusal.saw) && isPrintable(refusal.wanted),
+            "a reason is printable and ends");
+    const bool isPlanted = planted == static_cast<const char*>(refusal.subject);
+    const char* const name = bmcoauth_rule_name(refusal.rule);
+    require(name != nullptr, "a rule has a name");
+    if (succeeded)
+    {
+        require(isPlanted, "success leaves the last reason alone");
+        return;
+    }
+    require(!isPlanted, "a failure has a reason");
+    if (std::ranges::find(rules, std::string_view{name}) == rules.end())
+    {
+        std::fprintf(stderr, "%s: %s, saw %s\n", name, refusal.subject, refusal.saw);
+        require(false, "a failure has a reason that this call may give");
     }
 }
 

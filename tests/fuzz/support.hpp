@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,6 +22,34 @@ namespace fuzz
 
 /** Ends the process, which is what the fuzzer calls a crash, unless @p rule holds. */
 void require(bool holds, const char* rule);
+
+/** The names of the rules by which a call may refuse. */
+using Rules = std::span<const std::string_view>;
+
+/** Makes a refusal of the target's own the last one of this thread. */
+void plantRefusal();
+
+/** Ends the process unless a call that failed has left one of @p rules, with texts that are printable
+ *  and end, and one that @p succeeded has left the planted refusal. */
+void requireReason(bool succeeded, Rules rules);
+
+/** The result of @p call, which refuses by @p rules alone. A failure is null, false or a number other
+ *  than 1. */
+template <typename Call>
+auto judged(Rules rules, const Call& call)
+{
+    plantRefusal();
+    auto result = call();
+    if constexpr (requires { result == nullptr; })
+    {
+        requireReason(result != nullptr, rules);
+    }
+    else
+    {
+        requireReason(result == 1, rules);
+    }
+    return result;
+}
 
 /** The next text of a divided input: it ends at a backslash with anything but a second one behind
  *  it, and holds no zero byte. */
@@ -77,13 +106,15 @@ using Payload = std::unique_ptr<JWTPayload, support::Releaser<free_jwt_payload>>
 /** Both null, or equal texts. */
 [[nodiscard]] bool same(const char* left, const char* right);
 
-/** What parses can be written, and what is written parses to the same. What writing replaces may
+/** What parses can be written, and what is written parses to the same; what does not is refused by
+ *  @p rules. What writing replaces may
  *  change the order of names, or make two into one, but only once. */
 template <auto Release, typename Record>
-void requireRoundTrip(const char* text, Record* (*parse)(const char*), char* (*write)(Record*))
+void requireRoundTrip(const char* text, Rules rules, Record* (*parse)(const char*),
+                      char* (*write)(Record*))
 {
     using Owner = std::unique_ptr<Record, support::Releaser<Release>>;
-    const Owner record{parse(text)};
+    const Owner record{judged(rules, [&] { return parse(text); })};
     if (!record)
     {
         return;

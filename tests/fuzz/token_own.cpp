@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fuzz/support.hpp"
 
+#include <array>
+
 /** A token of one's own: the header and the payload are the input, the signature is right. */
 namespace
 {
+
+constexpr auto tokenRules = std::to_array<std::string_view>(
+    {"base64.malformed", "base64.length", "json.syntax", "json.nesting", "json.root",
+     "token.member", "token.scope", "token.not-yet-valid", "token.expired", "token.signature"});
 
 struct Verdict
 {
@@ -17,8 +23,9 @@ Verdict validate(const std::string& token, const fuzz::Party& party)
     JWTHeader* header = nullptr;
     JWTPayload* payload = nullptr;
     Verdict verdict;
-    verdict.result =
-        validateJWT(token.c_str(), party.key.data(), party.key.length(), &header, &payload);
+    verdict.result = fuzz::judged(tokenRules, [&] {
+        return validateJWT(token.c_str(), party.key.data(), party.key.length(), &header, &payload);
+    });
     verdict.header.reset(header);
     verdict.payload.reset(payload);
     return verdict;
