@@ -10,7 +10,7 @@ namespace
 constexpr auto proofRules = std::to_array<std::string_view>(
     {"argument.null", "handshake.types", "handshake.proof-missing", "handshake.proof-wrong",
      "handshake.counters", "handshake.keys", "handshake.secret", "handshake.token", "json.syntax",
-     "json.nesting", "json.root", "base64.malformed", "base64.length"});
+     "json.nesting", "json.root"});
 constexpr auto answerRules = std::to_array<std::string_view>(
     {"argument.null", "handshake.types", "handshake.counters", "handshake.keys", "handshake.secret",
      "handshake.token", "json.syntax", "json.nesting", "json.root"});

@@ -10,8 +10,14 @@ namespace
 constexpr auto requestRules = std::to_array<std::string_view>(
     {"json.syntax", "json.nesting", "json.root", "document.member", "registration.redirect-uri",
      "registration.challenge", "registration.handshake-types", "registration.keys"});
-constexpr auto answeringRules = std::to_array<std::string_view>({"registration.unsupported"});
-constexpr auto responseRules = std::to_array<std::string_view>({"registration.unsupported"});
+// What makes an answer has no client's challenge to offer.
+constexpr auto answeringRules = std::to_array<std::string_view>(
+    {"json.syntax", "json.nesting", "json.root", "document.member", "document.empty",
+     "registration.redirect-uri", "registration.challenge", "registration.handshake-types",
+     "registration.keys"});
+constexpr auto responseRules = std::to_array<std::string_view>(
+    {"json.syntax", "json.nesting", "json.root", "document.member", "registration.challenge",
+     "registration.keys", "registration.lifetime", "registration.unsupported"});
 constexpr auto oidcRules = std::to_array<std::string_view>(
     {"json.syntax", "json.nesting", "json.root", "document.member", "registration.lifetime"});
 
