@@ -10,14 +10,9 @@ namespace
 constexpr auto requestRules = std::to_array<std::string_view>(
     {"json.syntax", "json.nesting", "json.root", "document.member", "registration.redirect-uri",
      "registration.challenge", "registration.handshake-types", "registration.keys"});
-// What makes an answer has no client's challenge to offer.
-constexpr auto answeringRules = std::to_array<std::string_view>(
-    {"json.syntax", "json.nesting", "json.root", "document.member", "document.empty",
-     "registration.redirect-uri", "registration.challenge", "registration.handshake-types",
-     "registration.keys"});
 constexpr auto responseRules = std::to_array<std::string_view>(
-    {"json.syntax", "json.nesting", "json.root", "document.member", "registration.challenge",
-     "registration.keys", "registration.lifetime", "registration.unsupported"});
+    {"json.syntax", "json.nesting", "json.root", "document.member", "registration.keys",
+     "registration.lifetime", "registration.unsupported"});
 constexpr auto oidcRules = std::to_array<std::string_view>(
     {"json.syntax", "json.nesting", "json.root", "document.member", "registration.lifetime"});
 
@@ -36,8 +31,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         fuzz::requireRoundTrip<free_register_request>(
             text.c_str(), requestRules, parse_register_request, write_register_request);
     }
+    // The answer lacks a challenge.
     const char* const answered =
-        fuzz::judged(answeringRules, [&] { return client_register(text.c_str()); });
+        fuzz::judged(requestRules, [&] { return client_register(text.c_str()); });
     fuzz::require(answered == nullptr, "no request is answered here");
     const auto* const response =
         fuzz::judged(responseRules, [&] { return parse_register_response(text.c_str()); });
