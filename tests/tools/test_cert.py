@@ -147,7 +147,7 @@ class Check(ToolTest):
 
     def test_refuses_a_strangers_certificate_before_a_chain(self):
         # The name is right, and so would the chain be: they are those of two devices.
-        self.refused_by("tool.first-certificate", "cert", "check", "--name", "a", self.stranger())
+        self.refused_by("chain.ends", "cert", "check", "--name", "a", self.stranger())
 
     def test_refuses_a_certificate_that_cannot_be_read(self):
         text = '{"x5c":["AAAA"]}'
@@ -186,20 +186,20 @@ class Chain(ToolTest):
     def test_refuses_a_strangers_certificate_before_a_chain(self):
         attack = self.stranger()
         self.install_roots()
-        self.refuses("tool.first-certificate", attack)
+        self.refuses("chain.ends", attack)
         key = self.good("cert", "encode", "attack.pem")
-        self.refuses("tool.first-certificate", "-", text=key)
+        self.refuses("chain.ends", "-", text=key)
         # A parameter that is found by "x5c" regardless of case, and whose certificates nobody reads.
         key = json.loads(key)
         key = json.dumps({**key, "X5C": key["x5c"][-1]})
-        self.refuses("tool.first-certificate", "-", text=key)
+        self.refuses("chain.ends", "-", text=key)
 
     def test_refuses_a_chain_that_does_not_end_with_the_device(self):
         end = "-----END CERTIFICATE-----\n"
         chain = (self.directory / "pki/a-chain.pem").read_text().split(end)
         self.write("tls.pem", end.join([*chain[:3], ""]))
         self.install_roots()
-        self.refuses("tool.first-certificate", "tls.pem")
+        self.refuses("chain.ends", "tls.pem")
 
     def test_refuses_a_chain_without_its_intermediates(self):
         self.install_roots()

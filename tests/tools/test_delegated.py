@@ -150,7 +150,7 @@ class Delegated(ToolTest):
         self.refuses("token.algorithm", signed_token(self, "issuer.pem", claims(), "HS256"))
 
     def test_refuses_a_zero_byte_in_a_text(self):
-        self.refuses("json.syntax", self.token(sub="admin\0.example"))
+        self.refuses("argument.zero-byte", self.token(sub="admin\0.example"))
 
     def test_refuses_what_is_no_token(self):
         for text in ("x", "{}"):

@@ -380,7 +380,7 @@ class Handshake(ToolTest):
             # The option is about proofs.
             for options in ([], ["--as-the-library"]):
                 refused = [*check, "--chain", *name, *options]
-                self.refused_by("tool.first-certificate", *refused, text=text, verdict="accepted")
+                self.refused_by("chain.ends", *refused, text=text, verdict="accepted")
 
     def test_chain_to_another_root_is_refused(self):
         self.good("pki", "make", "other", warning=PKI_WARNING)

@@ -47,11 +47,11 @@ std::string chainIn(const std::string& text, const std::string& path)
     std::string chain;
     for (std::size_t i = 0; i < certificates.size(); ++i)
     {
-        if (!isCertificate(certificates[i]))
+        if (const Expected<void> read = isCertificate(certificates[i]); !read)
         {
             refuse("certificate " + std::to_string(i + 1) + " of " +
                        std::to_string(certificates.size()) + " in " + nameOf(path) + " is refused",
-                   lastReason());
+                   reasonOf(read.error()));
         }
         chain.append(certificates[i]).append("\n");
     }
@@ -97,15 +97,9 @@ std::size_t sizeOf(const CertificateKey& key)
 
 void requireSameEnds(const CertificateKey& key, const std::string& path, const char* verdict)
 {
-    if (!key.firstIsLast())
+    if (const Expected<void> same = key.firstIsLast(); !same)
     {
-        refuse("the chain in " + nameOf(path) + " is refused",
-               {.rule = "tool.first-certificate",
-                .sentence = "the first of its " + std::to_string(sizeOf(key)) +
-                            " certificates, whose name and key count, is not the last one, which "
-                            "is verified",
-                .hint = "expected: device, intermediates, device"},
-               verdict);
+        refuse("the chain in " + nameOf(path) + " is refused", reasonOf(same.error()), verdict);
     }
 }
 

@@ -34,9 +34,9 @@ void check(const CheckOptions& options)
     const Text pem = orStop(key.pem(), nameOf(options.path) + " is refused", Exit::invalid);
     const std::string which =
         "the first of " + std::to_string(sizeOf(key)) + " certificates in " + nameOf(options.path);
-    if (!isCertificate(pem, options.name))
+    if (const Expected<void> named = isCertificate(pem, options.name); !named)
     {
-        refuse(which + " is refused", lastReason());
+        refuse(which + " is refused", reasonOf(named.error()));
     }
     const Expected<Text> name = commonName(pem);
     if (options.json)

@@ -71,7 +71,8 @@ constexpr auto wordings = std::to_array<Wording>({
      "production counts"},
     {BMCOAUTH_RULE_CHAIN_ENDS,
      "the first certificate, whose name and key count, is not the last one, "
-     "which is verified"},
+     "which is verified",
+     "expected: device, intermediates, device"},
     {BMCOAUTH_RULE_CHAIN_UNSUPPORTED, "this entry point accepts no chain"},
 
     {BMCOAUTH_RULE_ENVELOPE_IV, "the IV is absent or not 32 hexadecimal digits"},
@@ -202,11 +203,6 @@ Reason reasonOf(const bmcoauth_refusal& refusal)
             .wanted = static_cast<const char*>(refusal.wanted),
             .index = refusal.index,
             .machine = isOfTheMachine(refusal.rule)};
-}
-
-Reason lastReason()
-{
-    return reasonOf(Error::last());
 }
 
 std::string lineOf(const Reason& reason)

@@ -32,9 +32,6 @@ struct Reason
 /** Puts @p error into words. */
 [[nodiscard]] Reason reasonOf(const Error& error);
 
-/** Why the library's last call failed, directly after it. */
-[[nodiscard]] Reason lastReason();
-
 /** @p reason in one line: the rule, the sentence, what was seen and wanted, the hint. */
 [[nodiscard]] std::string lineOf(const Reason& reason);
 

@@ -158,9 +158,11 @@ Finding keyFinding(const std::string& path)
     {
         return bad(subject, path + ": " + messageOf(errno));
     }
-    if (!keyFileIsSound(path) || !PrivateKey::fromFile(path))
+    const Expected<PrivateKey> key =
+        keyFileIsSound(path).and_then([&] { return PrivateKey::fromFile(path); });
+    if (!key)
     {
-        return bad(subject, path + " is refused: " + lineOf(lastReason()));
+        return bad(subject, path + " is refused: " + lineOf(reasonOf(key.error())));
     }
     const std::string risk = openTo(path, 0077);
     return risk.empty() ? fine(subject, path + ", a sound P-256 key")

@@ -65,7 +65,7 @@ Envelope sealed(const std::string& data, std::string_view iv, const CertificateK
                                   ivText.c_str())};
     if (ciphertext.view().empty())
     {
-        refuse(failed, lastReason());
+        refuse(failed, reasonOf(Error::last()));
     }
     return Envelope{std::move(ciphertext), Text{mac}, std::move(ivText)};
 }

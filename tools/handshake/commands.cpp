@@ -115,13 +115,17 @@ std::optional<Reason> missingProof(const ParameterList& challenge, const Paramet
 }
 
 /** The verdict of validateHandshakeResponse, which accepts responses with a missing proof. */
-bool isAccepted(const ParameterList& challenge, const ParameterList& response,
-                const std::string& secrets, const CertificateKey* certificate)
+Expected<void> isAccepted(const ParameterList& challenge, const ParameterList& response,
+                          const std::string& secrets, const CertificateKey* certificate)
 {
     HandshakePayload* record = certificate == nullptr ? nullptr : certificate->parameters().get();
-    return validateHandshakeResponse(challenge.get(), secrets.c_str(),
-                                     static_cast<unsigned int>(secrets.size()), &record,
-                                     response.get());
+    if (!validateHandshakeResponse(challenge.get(), secrets.c_str(),
+                                   static_cast<unsigned int>(secrets.size()), &record,
+                                   response.get()))
+    {
+        return Error::last();
+    }
+    return {};
 }
 
 void checkProofs(const ParameterList& asked, const ParameterList& response,
@@ -129,11 +133,13 @@ void checkProofs(const ParameterList& asked, const ParameterList& response,
 {
     const std::string secrets = readSecrets(options.keys);
     const std::optional<Reason> missing = missingProof(asked, response);
-    if (!(options.asTheLibrary ? isAccepted(asked, response, secrets, certificate)
-                               : isProven(asked, response, secrets, certificate).has_value()))
+    const Expected<void> verdict = options.asTheLibrary
+                                       ? isAccepted(asked, response, secrets, certificate)
+                                       : isProven(asked, response, secrets, certificate);
+    if (!verdict)
     {
         refuse("the response is refused",
-               missing && !options.asTheLibrary ? *missing : lastReason(), accepted);
+               missing && !options.asTheLibrary ? *missing : reasonOf(verdict.error()), accepted);
     }
     if (missing)
     {

@@ -36,9 +36,10 @@ void generate(const Options& options)
 void check(const Options& options)
 {
     requireKeyFile(options.path);
-    if (!keyFileIsSound(options.path))
+    if (const Expected<void> sound = keyFileIsSound(options.path); !sound)
     {
-        refuse(options.path + " does not hold a valid elliptic-curve private key", lastReason());
+        refuse(options.path + " does not hold a valid elliptic-curve private key",
+               reasonOf(sound.error()));
     }
     if (!options.json)
     {

@@ -18,12 +18,8 @@ struct Options
 
 void importKey(const Options& options)
 {
-    const std::optional<std::string> imported = importedKey(readObject(options.path));
-    if (!imported)
-    {
-        refuse(nameOf(options.path) + " cannot be imported", lastReason());
-    }
-    print(*imported);
+    print(orStop(importedKey(readObject(options.path)),
+                 nameOf(options.path) + " cannot be imported", Exit::invalid));
 }
 
 void listKeys(const Options& options)

@@ -21,12 +21,16 @@ std::vector<Json::Value> keysOf(const Json::Value& document)
     return keys;
 }
 
-std::optional<std::string> importedKey(const Json::Value& key)
+Expected<std::string> importedKey(const Json::Value& key)
 {
     Expected<Document> document = Document::parse(textOf(key));
-    if (!document || !document->addPublicKey())
+    if (!document)
     {
-        return std::nullopt;
+        return document.error();
+    }
+    if (const Expected<void> added = document->addPublicKey(); !added)
+    {
+        return added.error();
     }
     return std::string{document->view()};
 }

@@ -15,7 +15,7 @@ namespace bmcoauth::tool
 [[nodiscard]] std::vector<Json::Value> keysOf(const Json::Value& document);
 
 /** The text of the JSON Web Key @p key with its public key in PEM form, without which the library
- *  verifies nothing by it; nothing if it cannot be imported. */
-[[nodiscard]] std::optional<std::string> importedKey(const Json::Value& key);
+ *  verifies nothing by it; the reason if it cannot be imported. */
+[[nodiscard]] Expected<std::string> importedKey(const Json::Value& key);
 
 } // namespace bmcoauth::tool

@@ -196,19 +196,19 @@ void verify(const VerifyOptions& options)
     }
     const PrivateKey key = readPrivateKey(options.key);
     const std::string token = readToken(options.path);
-    switch (validateToken(token, key).judgement())
+    const Verdict verdict = validateToken(token, key);
+    if (const Error* const refusal = verdict.refusal())
     {
-        case Judgement::valid:
-            // All of them: the records keep those that the library looks at.
-            printJson(claimsOf(token));
-            return;
-        case Judgement::expired:
+        if (verdict.judgement() == Judgement::expired)
+        {
             // The library looks at the time before it looks at the signature.
-            refuse("the token has expired, its signature was not looked at", lastReason(), "valid",
-                   Exit::expired);
-        default:
-            refuse("the token is refused", lastReason());
+            refuse("the token has expired, its signature was not looked at", reasonOf(*refusal),
+                   "valid", Exit::expired);
+        }
+        refuse("the token is refused", reasonOf(*refusal));
     }
+    // All of them: the records keep those that the library looks at.
+    printJson(claimsOf(token));
 }
 
 } // namespace

@@ -72,10 +72,10 @@ void describe(const VerifiedToken& valid, const std::string& token, Json::Value&
     }
 }
 
-/** Directly after the validation. What a refused token claims is nobody's rights: it is not shown. */
+/** What a refused token claims is nobody's rights: it is not shown. */
 [[noreturn]] void refuseToken(const Verdict& verdict)
 {
-    const Reason reason = lastReason();
+    const Reason reason = reasonOf(*verdict.refusal());
     const bool expired = verdict.judgement() == Judgement::expired && !reason.machine;
     const std::string message = (expired ? "the token is signed by a trusted key, but has expired: "
                                          : "the token is refused: ") +

@@ -31,11 +31,17 @@ std::vector<std::string> keysIn(const std::string& path)
     }
     const std::vector<Json::Value> given = keysOf(*document);
     std::vector<std::string> usable;
+    std::optional<Error> refusal;
     for (const Json::Value& key : given)
     {
-        if (std::optional<std::string> imported = importedKey(key))
+        Expected<std::string> imported = importedKey(key);
+        if (imported)
         {
             usable.push_back(std::move(*imported));
+        }
+        else
+        {
+            refusal = imported.error();
         }
     }
     const std::string none = nameOf(path) + " holds no JSON Web Key that can be imported";
@@ -43,9 +49,9 @@ std::vector<std::string> keysIn(const std::string& path)
     {
         throw Stop{Exit::invalid, none};
     }
-    if (usable.empty())
+    if (usable.empty() && refusal)
     {
-        refuse(none, lastReason());
+        refuse(none, reasonOf(*refusal));
     }
     return usable;
 }
