@@ -11,6 +11,7 @@
 //     Introspect(token) -> description   another service asks what a token is good for (RFC 7662)
 //
 // A refusal is the error org.example.Tokens1.Error.NAME, whose message is the OAuth error document.
+// Why something is refused goes to the log alone, which is standard error.
 //
 // The service keeps one thing only in memory, the signing key; it can be killed at any moment.
 #include "clients.hpp"
@@ -45,6 +46,7 @@ namespace
 {
 
 using bmcoauth::Document;
+using bmcoauth::Error;
 using bmcoauth::Expected;
 using bmcoauth::ParameterList;
 using bmcoauth::PrivateKey;
@@ -78,9 +80,22 @@ Reply refuse(oauthError error)
     return {.document = {}, .error = error};
 }
 
+void log(std::string_view what, const Error& why)
+{
+    std::cerr << "token-service: " << what << " refused: " << why.describe().view() << std::endl;
+}
+
+/** Refuses, and logs why: told to the client, the reason would help whoever is trying. */
+Reply refuse(oauthError error, std::string_view what, const Error& why)
+{
+    log(what, why);
+    return refuse(error);
+}
+
 Reply reply(const Expected<Text>& document)
 {
-    return document ? Reply{.document = std::string{document->view()}} : refuse(OAUTH_SERVER_ERROR);
+    return document ? Reply{.document = std::string{document->view()}}
+                    : refuse(OAUTH_SERVER_ERROR, "answer", document.error());
 }
 
 // ---------------------------------------------------------------------------------- registration --
@@ -90,7 +105,7 @@ Reply registerClient(Service& service, const std::string& text)
     const auto request = bmcoauth::RegistrationRequest::parse(text);
     if (!request)
     {
-        return refuse(OAUTH_INVALID_REQUEST);
+        return refuse(OAUTH_INVALID_REQUEST, "registration", request.error());
     }
     // A controller with the factory's roots would ask for the certificate proof as well
     // (Proofs::both), check that the request's certificate is that of a factory's device and of this
@@ -100,14 +115,15 @@ Reply registerClient(Service& service, const std::string& text)
         bmcoauth::serverChallengeFor(*request, bmcoauth::Proofs::oneTimePassword);
     if (!challenge)
     {
-        return refuse(OAUTH_INVALID_REQUEST);
+        return refuse(OAUTH_INVALID_REQUEST, "registration", challenge.error());
     }
     const auto response = bmcoauth::RegistrationResponse::answer(
         *request, {.secretLifetimeSeconds = 0, .challenge = &*challenge});
     const Expected<Text> kept = challenge->write();
     if (!response || !kept)
     {
-        return refuse(OAUTH_SERVER_ERROR);
+        return refuse(OAUTH_SERVER_ERROR, "registration",
+                      response ? kept.error() : response.error());
     }
     const std::optional<Digest> secret = Digest::of(*response->clientSecret());
     if (!secret || !service.clients.add(*response->clientId(), *secret, *kept, std::time(nullptr)))
@@ -127,15 +143,22 @@ bool matches(const std::optional<Digest>& kept, std::optional<std::string_view> 
 
 /** A refresh token that is good, or the right answer to the challenge that has been kept. What the
  *  client says the challenge was is never looked at. */
-bool proves(const Service& service, const Client& client, const TokenRequest& request)
+Expected<void> isProven(const Service& service, const Client& client, const TokenRequest& request)
 {
     const Expected<ParameterList> response = request.handshake();
     if (!response)
     {
-        return matches(client.refreshToken, request.refreshToken());
+        return matches(client.refreshToken, request.refreshToken())
+                   ? Expected<void>{}
+                   : Error{BMCOAUTH_RULE_AUTHORIZE_GRANT, "refresh_token"};
     }
-    const Expected<ParameterList> challenge = ParameterList::parse(client.challenge);
-    return challenge && bmcoauth::isProven(*challenge, *response, service.secrets, nullptr);
+    if (client.challenge.empty())
+    {
+        return Error{BMCOAUTH_RULE_HANDSHAKE_TYPES, "used challenge"};
+    }
+    return ParameterList::parse(client.challenge).and_then([&](const ParameterList& challenge) {
+        return bmcoauth::isProven(challenge, *response, service.secrets, nullptr);
+    });
 }
 
 Reply issue(Service& service, const std::string& text)
@@ -143,7 +166,7 @@ Reply issue(Service& service, const std::string& text)
     const Expected<TokenRequest> request = TokenRequest::parse(text);
     if (!request)
     {
-        return refuse(OAUTH_INVALID_REQUEST);
+        return refuse(OAUTH_INVALID_REQUEST, "token request", request.error());
     }
     const std::time_t now = std::time(nullptr);
     const std::optional<Client> client = service.clients.find(*request->clientId());
@@ -154,8 +177,9 @@ Reply issue(Service& service, const std::string& text)
     {
         return refuse(OAUTH_INVALID_CLIENT);
     }
-    if (!proves(service, *client, *request))
+    if (const Expected<void> proven = isProven(service, *client, *request); !proven)
     {
+        log("proof of " + client->id, proven.error());
         return refuse(service.clients.noteFailure(*client, now) ? OAUTH_INVALID_CLIENT
                                                                 : OAUTH_SERVER_ERROR);
     }
@@ -171,10 +195,13 @@ Reply issue(Service& service, const std::string& text)
                                                  .scopes = scopes,
                                                  .privileges = granted},
                                                 service.key);
+    if (!response)
+    {
+        return refuse(OAUTH_SERVER_ERROR, "token", response.error());
+    }
     // Kept before the tokens leave: a refresh token that is not kept would be refused later, and a
     // challenge that is not used up could be answered twice.
-    const std::optional<Digest> refresh =
-        response ? Digest::of(*response->refreshToken()) : std::nullopt;
+    const std::optional<Digest> refresh = Digest::of(*response->refreshToken());
     if (!refresh || !service.clients.noteSuccess(*client, *refresh))
     {
         return refuse(OAUTH_SERVER_ERROR);
@@ -188,6 +215,7 @@ Reply introspect(Service& service, const std::string& text)
     const bmcoauth::VerifiedToken* const token = verdict.verified();
     if (token == nullptr)
     {
+        log("token", *verdict.refusal());
         // Nothing more, whatever is wrong with it (RFC 7662, section 2.2).
         return {.document = R"({"active":false})"};
     }

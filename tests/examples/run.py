@@ -4,6 +4,7 @@ what it does. Ends with a complaint where it does something else."""
 
 import os
 import pathlib
+import re
 import shlex
 import shutil
 import subprocess
@@ -12,6 +13,10 @@ import tempfile
 
 # What runs programs that are built for another machine.
 EMULATOR = shlex.split(os.environ.get("MESON_EXE_WRAPPER", ""))
+
+
+# Why the daemon refuses what its client tries.
+DAEMON_RULES = {"authorize.grant", "handshake.proof-wrong", "handshake.types", "token.signature"}
 
 
 def run(*command, status=0, text=""):
@@ -82,7 +87,8 @@ def play(service, client, secrets, directory):
     files = [str(directory / "signing.pem"), str(directory / "clients.db"), str(secrets)]
     for _ in "first", "again":
         # The second time the key and the clients are there already.
-        with subprocess.Popen([*EMULATOR, service, *files], stdout=subprocess.PIPE, text=True) as running:
+        with subprocess.Popen([*EMULATOR, service, *files], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                              text=True) as running:
             try:
                 expect("the service", running.stdout.readline(), "ready\n")
                 said = run(client, secrets)
@@ -91,6 +97,8 @@ def play(service, client, secrets, directory):
                 expect("the refusals", said.count('{"error":"invalid_client"}'), 6)
             finally:
                 running.terminate()
+            log = running.stderr.read()
+        expect("the rules in the log", set(re.findall(r" refused: ([a-z.-]+)", log)), DAEMON_RULES)
         for name in files[:2]:
             expect(f"the mode of {name}", pathlib.Path(name).stat().st_mode & 0o777, 0o600)
         # Others could read the clients that an earlier version made.
