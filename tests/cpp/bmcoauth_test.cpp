@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cpp/identities.hpp"
-#include "oauth2/jwt/issuer.hpp"
 #include "second_unit.hpp"
 #include "support/certificates.hpp"
 #include "support/fake_device.hpp"
+#include "support/issuer.hpp"
 #include "support/machine.hpp"
 #include "support/refusals.hpp"
 

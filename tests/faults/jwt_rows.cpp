@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "oauth2/jwt/handmade_token.hpp"
-#include "oauth2/jwt/issuer.hpp"
 #include "show.hpp"
+#include "support/issuer.hpp"
+#include "support/tokens.hpp"
 
 #include <array>
 

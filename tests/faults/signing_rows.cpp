@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "inputs.hpp"
-#include "oauth2/jwt/handmade_token.hpp"
 #include "show.hpp"
 #include "support/machine.hpp"
+#include "support/tokens.hpp"
 
 #include <openssl/ec.h>
 #include <openssl/ecdsa.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "oauth2/jwt/handmade_token.hpp"
 #include "show.hpp"
+#include "support/tokens.hpp"
 
 namespace faults
 {

@@ -163,24 +163,6 @@ support::PayloadPtr certificateOf(const Party& party)
     return key;
 }
 
-std::string base64Url(std::string_view bytes)
-{
-    char* text = nullptr;
-    require(base64encode(bytes.data(), &text, static_cast<int>(bytes.size())) == 1,
-            "bytes can be encoded");
-    const support::HeapText owner{text};
-    base64URIencode(text);
-    return text;
-}
-
-std::string signedToken(std::string_view header, std::string_view payload, const PrivateKey& key)
-{
-    const std::string input = base64Url(header) + '.' + base64Url(payload);
-    const support::HeapText signature{signToken(input, key.data(), key.length())};
-    require(signature != nullptr, "a key signs");
-    return input + '.' + signature.get();
-}
-
 bool writable(std::string_view text)
 {
     return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; }) &&

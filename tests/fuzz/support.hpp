@@ -2,6 +2,7 @@
 #pragma once
 
 #include "support/owners.hpp"
+#include "support/tokens.hpp"
 
 #include <bmcoauth.h>
 
@@ -61,20 +62,9 @@ auto judged(Rules rules, const Call& call)
 /** The time of the clock, which the seeds know. */
 constexpr std::uint64_t now = 1'800'000'000;
 
-/** A private key as the services hold it: ECPrivateKey, DER. */
-struct PrivateKey
-{
-    std::vector<unsigned char> der;
-
-    [[nodiscard]] const unsigned char* data() const
-    {
-        return der.data();
-    }
-    [[nodiscard]] int length() const
-    {
-        return static_cast<int>(der.size());
-    }
-};
+using tokens::Header;
+using tokens::Payload;
+using tokens::PrivateKey;
 
 /** Two parties: their keys, and what each shows of its own. */
 struct Party
@@ -88,16 +78,6 @@ struct Party
 
 /** The certificate key of @p party. */
 [[nodiscard]] support::PayloadPtr certificateOf(const Party& party);
-
-using Header = std::unique_ptr<JWTHeader, support::Releaser<free_jwt_header>>;
-using Payload = std::unique_ptr<JWTPayload, support::Releaser<free_jwt_payload>>;
-
-/** Base64url without padding. */
-[[nodiscard]] std::string base64Url(std::string_view bytes);
-
-/** The compact token of two JSON texts, signed with @p key. */
-[[nodiscard]] std::string signedToken(std::string_view header, std::string_view payload,
-                                      const PrivateKey& key);
 
 /** Whether no character of @p text is replaced when it is written: what is not UTF-8 becomes U+FFFD,
  *  and so may half of a surrogate pair. */

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "oauth2/jwt/handmade_token.hpp"
 #include "support/certificates.hpp"
 #include "support/hostile.hpp"
 #include "support/lists.hpp"
 #include "support/machine.hpp"
 #include "support/owners.hpp"
 #include "support/refusals.hpp"
+#include "support/tokens.hpp"
 
 #include <bmcoauth.h>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "hostile/forge.hpp"
-#include "oauth2/jwt/issuer.hpp"
-#include "oauth2/jwt/judgement.hpp"
 #include "support/certificates.hpp"
+#include "support/issuer.hpp"
+#include "support/judgement.hpp"
 #include "support/refusals.hpp"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "oauth2/jwt/handmade_token.hpp"
 #include "support/owners.hpp"
+#include "support/tokens.hpp"
 
 #include <openssl/bn.h>
 

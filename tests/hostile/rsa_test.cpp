@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "hostile/forge.hpp"
-#include "oauth2/jwt/issuer.hpp"
-#include "oauth2/jwt/judgement.hpp"
+#include "support/issuer.hpp"
+#include "support/judgement.hpp"
 #include "support/vectors.hpp"
 
 #include <gtest/gtest.h>

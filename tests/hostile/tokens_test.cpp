@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "hostile/forge.hpp"
-#include "oauth2/jwt/issuer.hpp"
-#include "oauth2/jwt/judgement.hpp"
 #include "support/certificates.hpp"
 #include "support/fake_device.hpp"
+#include "support/issuer.hpp"
+#include "support/judgement.hpp"
 #include "support/owners.hpp"
 #include "support/refusals.hpp"
 
@@ -21,25 +21,14 @@
 using support::FakeClock;
 using tokens::base64Url;
 using tokens::handmade;
+using tokens::plainClaims;
+using tokens::plainHeader;
+using tokens::with;
 
 namespace
 {
 
 constexpr std::time_t now = 1700000000;
-constexpr std::string_view plainHeader = R"({"alg":"ES256","typ":"JWT"})";
-
-tokens::Members plainClaims()
-{
-    return {{"sub", R"("user")"},       {"iss", R"("issuer")"},     {"jti", R"("id-1")"},
-            {"iat", R"("1699999999")"}, {"nbf", R"("1699999999")"}, {"exp", R"("1700003600")"}};
-}
-
-std::string with(const std::string& name, const std::string& value)
-{
-    tokens::Members claims = plainClaims();
-    claims[name] = value;
-    return tokens::json(claims);
-}
 
 const std::string& publicPem()
 {

@@ -204,7 +204,7 @@ std::string Identity::privateKeyDer() const
     return derOf(i2d_ECPrivateKey, *key);
 }
 
-std::string base64(const std::string& bytes)
+std::string base64(std::string_view bytes)
 {
     // EVP_EncodeBlock writes a NUL after the text.
     std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');
@@ -215,7 +215,7 @@ std::string base64(const std::string& bytes)
     return text;
 }
 
-std::string base64Url(const std::string& bytes)
+std::string base64Url(std::string_view bytes)
 {
     std::string text = base64(bytes);
     std::ranges::replace(text, '+', '-');

@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 /** Keys and certificates for the tests, made with OpenSSL directly. Whatever cannot be made throws.
  */
@@ -89,10 +90,10 @@ private:
 };
 
 /** Standard Base64 with padding, in one line. */
-[[nodiscard]] std::string base64(const std::string& bytes);
+[[nodiscard]] std::string base64(std::string_view bytes);
 
 /** Base64url without padding. */
-[[nodiscard]] std::string base64Url(const std::string& bytes);
+[[nodiscard]] std::string base64Url(std::string_view bytes);
 
 /** The PEM text of @p der between these markers, with a line feed at the end. */
 [[nodiscard]] std::string pemOf(const std::string& label, const std::string& der);

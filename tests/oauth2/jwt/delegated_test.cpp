@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "handmade_token.hpp"
-#include "issuer.hpp"
-#include "judgement.hpp"
 #include "support/fake_device.hpp"
 #include "support/hostile.hpp"
+#include "support/issuer.hpp"
+#include "support/judgement.hpp"
 #include "support/machine.hpp"
+#include "support/tokens.hpp"
 
 #include <gtest/gtest.h>
 #include <json/json.h>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "handmade_token.hpp"
 #include "support/fake_device.hpp"
 #include "support/hostile.hpp"
 #include "support/machine.hpp"
 #include "support/owners.hpp"
 #include "support/refusals.hpp"
+#include "support/tokens.hpp"
 
 #include <gtest/gtest.h>
 #include <openssl/err.h>
@@ -22,7 +22,10 @@ using tokens::handmade;
 using tokens::json;
 using tokens::otherKey;
 using tokens::partsOf;
+using tokens::plainClaims;
+using tokens::plainHeader;
 using tokens::serviceKey;
+using tokens::with;
 
 namespace
 {
@@ -33,8 +36,6 @@ constexpr std::time_t now = 1700000000;
 constexpr int asPromised = 10;
 /** The exit status of the fail-fast allocation. */
 constexpr int endedAtOnce = 255;
-
-constexpr std::string_view plainHeader = R"({"alg":"ES256","typ":"JWT"})";
 
 /** The records of a token, over texts of the test: nothing in them is released. */
 struct Records
@@ -129,20 +130,6 @@ Validation validate(const std::string& token, const tokens::PrivateKey& key = se
     return validation([&](JWTHeader** header, JWTPayload** payload) {
         return validateJWT(token.c_str(), key.data(), key.length(), header, payload);
     });
-}
-
-tokens::Members plainClaims()
-{
-    return {{"sub", R"("user")"},       {"iss", R"("issuer")"},     {"jti", R"("id-1")"},
-            {"iat", R"("1699999999")"}, {"nbf", R"("1699999999")"}, {"exp", R"("1700003600")"}};
-}
-
-/** The plain claims with one of them replaced or added. */
-std::string with(const std::string& name, const std::string& value)
-{
-    tokens::Members claims = plainClaims();
-    claims[name] = value;
-    return json(claims);
 }
 
 std::string without(const std::string& name)

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "handmade_token.hpp"
-#include "issuer.hpp"
-#include "judgement.hpp"
 #include "support/fake_device.hpp"
 #include "support/hostile.hpp"
+#include "support/issuer.hpp"
+#include "support/judgement.hpp"
+#include "support/tokens.hpp"
 #include "support/vectors.hpp"
 
 #include <bmcoauth/signing.h>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "handmade_token.hpp"
 #include "support/fake_device.hpp"
 #include "support/machine.hpp"
 #include "support/owners.hpp"
 #include "support/refusals.hpp"
+#include "support/tokens.hpp"
 #include "support/vectors.hpp"
 
 #include <bmcoauth/signing.h>

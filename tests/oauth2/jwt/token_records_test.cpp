@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "handmade_token.hpp"
 #include "support/fake_device.hpp"
 #include "support/hostile.hpp"
 #include "support/machine.hpp"
 #include "support/owners.hpp"
 #include "support/refusals.hpp"
+#include "support/tokens.hpp"
 
 #include <gtest/gtest.h>
 #include <openssl/err.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "handmade_token.hpp"
+#include "support/tokens.hpp"
 
 #include <openssl/ec.h>
 #include <openssl/evp.h>
@@ -76,22 +76,6 @@ const PrivateKey& otherKey()
     return key;
 }
 
-std::string base64Url(std::string_view bytes)
-{
-    std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');
-    text.resize(static_cast<std::size_t>(
-        EVP_EncodeBlock(bytesOf(text), bytesOf(bytes), static_cast<int>(bytes.size()))));
-    while (text.ends_with('='))
-    {
-        text.pop_back();
-    }
-    for (char& c : text)
-    {
-        c = c == '+' ? '-' : c == '/' ? '_' : c;
-    }
-    return text;
-}
-
 std::string fromBase64Url(std::string_view text)
 {
     std::string padded{text};
@@ -139,6 +123,19 @@ std::string json(const Members& members)
         object.append(object.size() == 1 ? "\"" : ",\"").append(name).append("\":").append(value);
     }
     return object + "}";
+}
+
+Members plainClaims()
+{
+    return {{"sub", R"("user")"},       {"iss", R"("issuer")"},     {"jti", R"("id-1")"},
+            {"iat", R"("1699999999")"}, {"nbf", R"("1699999999")"}, {"exp", R"("1700003600")"}};
+}
+
+std::string with(const std::string& name, const std::string& value)
+{
+    Members claims = plainClaims();
+    claims[name] = value;
+    return json(claims);
 }
 
 std::string handmade(std::string_view header, std::string_view payload, const PrivateKey& key)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "support/certificates.hpp"
 #include "support/hostile.hpp"
 #include "support/owners.hpp"
 
@@ -38,8 +39,8 @@ struct PrivateKey
 [[nodiscard]] const PrivateKey& serviceKey();
 [[nodiscard]] const PrivateKey& otherKey();
 
-/** Base64url without padding, and back; the latter throws for what is no Base64url. */
-[[nodiscard]] std::string base64Url(std::string_view bytes);
+using support::base64Url;
+/** The bytes of unpadded Base64url; throws for what is none. */
 [[nodiscard]] std::string fromBase64Url(std::string_view text);
 
 /** An ECDSA signature with SHA-256, DER. */
@@ -50,6 +51,12 @@ struct PrivateKey
 /** The members of a JSON object, by name, each as its JSON text; and the object's text. */
 using Members = std::map<std::string, std::string>;
 [[nodiscard]] std::string json(const Members& members);
+
+/** A header and the claims of an own token that is valid from 1699999999 until 1700003600; and those
+ *  claims with one of them replaced or added, as JSON. */
+constexpr std::string_view plainHeader = R"({"alg":"ES256","typ":"JWT"})";
+[[nodiscard]] Members plainClaims();
+[[nodiscard]] std::string with(const std::string& name, const std::string& value);
 
 /** The compact token of two JSON texts, signed with @p key. */
 [[nodiscard]] std::string handmade(std::string_view header, std::string_view payload,

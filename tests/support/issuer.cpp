@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "issuer.hpp"
+#include "support/issuer.hpp"
 
-#include "handmade_token.hpp"
+#include "support/tokens.hpp"
 
 #include <openssl/bio.h>
 #include <openssl/ec.h>

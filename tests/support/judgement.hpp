@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "handmade_token.hpp"
 #include "support/refusals.hpp"
+#include "support/tokens.hpp"
 
 #include <bmcoauth/jwt.h>
 
