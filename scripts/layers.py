@@ -3,6 +3,7 @@
 
 LAYERS = {
     "common": [],
+    "testing": ["common"],
     "crypto": ["common"],
     "keys": ["common", "crypto"],
     "oauth2/jwt": ["common", "crypto", "keys"],

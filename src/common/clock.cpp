@@ -2,6 +2,7 @@
 #include "common/clock.hpp"
 
 #include "common/guard.hpp"
+#include "common/machine.hpp"
 
 #include <bmcoauth/support.h>
 
@@ -34,7 +35,7 @@ std::uint64_t secondsFromEpoch(std::time_t time) noexcept
 std::optional<std::uint64_t> currentSeconds() noexcept
 {
     const ErrnoKeeper keeper;
-    const std::time_t now = std::time(nullptr);
+    const std::time_t now = machine::now();
     std::tm utc{};
     if (gmtime_r(&now, &utc) == nullptr)
     {

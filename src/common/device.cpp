@@ -3,13 +3,14 @@
 
 #include "common/files.hpp"
 #include "common/guard.hpp"
+#include "common/machine.hpp"
 
 #include <bmcoauth/support.h>
 
 bool bmcoauth::isMarkedDevice() noexcept
 {
     const ErrnoKeeper keeper;
-    return exists("/etc/vorn_fw");
+    return exists(machine::marker());
 }
 
 extern "C" int isDeviceVorn(void)

@@ -3,6 +3,7 @@
 
 #include "common/guard.hpp"
 #include "common/hex.hpp"
+#include "common/machine.hpp"
 #include "crypto/base64.hpp"
 
 #include <bmcoauth/encoding.h>
@@ -25,7 +26,7 @@ bool fillRandom(std::span<unsigned char> bytes) noexcept
     {
         return refuse(BMCOAUTH_RULE_RANDOM_DEVICE).about(path).sawErrno();
     }
-    const ssize_t received = read(device, bytes.data(), bytes.size());
+    const ssize_t received = machine::readRandom(device, bytes.data(), bytes.size());
     const bool filled = received >= 0 && static_cast<std::size_t>(received) == bytes.size();
     if (received < 0)
     {

@@ -2,6 +2,7 @@
 #include "common/clock.hpp"
 #include "common/device.hpp"
 #include "common/files.hpp"
+#include "common/machine.hpp"
 #include "common/string_array.hpp"
 #include "crypto/openssl.hpp"
 #include "keys/certificate.hpp"
@@ -13,9 +14,6 @@ namespace bmcoauth::keys
 
 namespace
 {
-
-constexpr const char* productionRoot = "/etc/default/certs/FactorycertProdRoot.pem";
-constexpr const char* developmentRoot = "/etc/default/certs/FactorycertDevRoot.pem";
 
 /** Certificates are judged as of the first day of this year: devices must be able to prove
  *  themselves before their clock is set. */
@@ -119,8 +117,8 @@ CertificateStack readRoots(bmcoauth_chain_result& result) noexcept
 {
     // Both must be there, on devices that trust only one of them too: a half-installed set of roots
     // is not to be trusted.
-    crypto::X509Ptr production = readRoot(productionRoot);
-    crypto::X509Ptr development = production ? readRoot(developmentRoot) : nullptr;
+    crypto::X509Ptr production = readRoot(machine::productionRoot());
+    crypto::X509Ptr development = production ? readRoot(machine::developmentRoot()) : nullptr;
     if (!development)
     {
         result = BMCOAUTH_CHAIN_REFUSED;

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/* What libbmcoauth-testing has in place of src/common/machine.hpp: the same functions, but each
+ * gives what a test has set. */
+
+#include <climits>
+
+#include <sys/types.h>
+
+#include <array>
+#include <cstddef>
+#include <ctime>
+
+namespace bmcoauth::machine
+{
+
+/** A path by value: the test may set another one while the library opens this one. */
+struct Path
+{
+    std::array<char, PATH_MAX> text; /**< ends with a zero byte */
+
+    operator const char*() const noexcept
+    {
+        return text.data();
+    }
+};
+
+[[nodiscard]] std::time_t now() noexcept;
+[[nodiscard]] ssize_t readRandom(int device, void* bytes, std::size_t size) noexcept;
+[[nodiscard]] const char* marker() noexcept;
+[[nodiscard]] Path productionRoot() noexcept;
+[[nodiscard]] Path developmentRoot() noexcept;
+
+} // namespace bmcoauth::machine
