@@ -39,4 +39,6 @@ FILES:${PN}-tools = "${bindir}/bmcoauth ${bindir}/bmcoauth-sandbox"
 RRECOMMENDS:${PN}-tools = "util-linux-mount util-linux-unshare"
 SUMMARY:libstrutil = "String library of the controller, as bmcoauth needs it"
 FILES:libstrutil = "${libdir}/libstrutil${SOLIBS}"
+# The double for tests, which never reaches an image by itself.
+FILES:${PN}-dev += "${libdir}/bmcoauth"
 FILES:${PN}-ptest += "${libexecdir}/bmcoauth/tests"
