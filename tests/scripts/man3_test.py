@@ -48,6 +48,10 @@ class ManualPages(unittest.TestCase):
                 if typed:
                     self.assertIn("\nC++ only. ", page)
 
+    def test_it_names_the_package_to_link(self):
+        for name, package in (("validateJWT", "bmcoauth"), ("bmcoauth_testing_reset", "bmcoauth\\-testing")):
+            self.assertIn(f'.BR "pkg\\-config \\-\\-cflags \\-\\-libs {package}" .\n', self.pages[f"{name}.3"])
+
     def test_it_says_what_a_comment_says(self):
         page = self.pages["generateServerHandshakeChallenge.3"]
         self.assertIn('.B "int generateServerHandshakeChallenge(char** types, unsigned int mode, '
