@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""guide_test.py DOCUMENT PROGRAM...: does what a page of the manual shows.
+"""guide_test.py [--double LIBRARIES] DOCUMENT PROGRAM...: does what a page of the manual shows.
 
 In the page's order, but the files first, in an empty directory and with the programs on the path:
 
@@ -8,9 +8,11 @@ In the page's order, but the files first, in an empty directory and with the pro
 - a block behind <!-- file: NAME --> is put into that file.
 - a block behind <!-- taken by: COMMAND --> is given to the command, which must end with status 0.
 
-A page that uses bmcoauth-sandbox is skipped where the system allows no such thing.
+A page that uses bmcoauth-sandbox is skipped where the system allows no such thing. With --double
+it is never skipped: LIBRARIES, preloaded, take the place of the sandbox.
 """
 
+import argparse
 import os
 import pathlib
 import re
@@ -22,6 +24,16 @@ import tempfile
 SKIPPED = 77
 SANDBOX = "bmcoauth-sandbox"
 NOT_STARTED = 125  # by which it says that it could not run a command
+STAND_IN = """#!/bin/sh
+while :; do
+    case $1 in
+        --roots) export SANDBOX_ROOTS="$PWD/$2"; shift 2 ;;
+        --marker) export SANDBOX_MARKER=yes; shift ;;
+        *) break ;;
+    esac
+done
+LD_PRELOAD='{}' exec "$@"
+"""
 BLOCK = re.compile(r"(?:<!-- (file|taken by): (.*?) -->\n)?^```(\w+)\n(.*?)^```$", re.M | re.S)
 
 
@@ -54,7 +66,7 @@ def pattern(lines):
 
 
 class Page:
-    def __init__(self, path, directory, programs):
+    def __init__(self, path, directory, programs, double):
         self.path = path
         self.directory = directory
         self.text = path.read_text(encoding="utf-8")
@@ -68,6 +80,8 @@ class Page:
             emulator = "" if pathlib.Path(program).read_bytes().startswith(b"#!") else wrapper
             script.write_text(f'#!/bin/sh\nexec {emulator} {shlex.quote(os.path.abspath(program))} "$@"\n')
             script.chmod(0o755)
+        if double:
+            (path_of_programs / SANDBOX).write_text(STAND_IN.format(double), encoding="utf-8")
         self.environment = {**os.environ, "PATH": f"{path_of_programs}:{os.environ['PATH']}"}
 
     def run(self, command, text=""):
@@ -96,10 +110,14 @@ class Page:
 
 
 def main():
-    path = pathlib.Path(sys.argv[1])
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--double")
+    parser.add_argument("document", type=pathlib.Path)
+    parser.add_argument("programs", nargs="+")
+    given = parser.parse_args()
     with tempfile.TemporaryDirectory() as directory:
-        page = Page(path, pathlib.Path(directory), sys.argv[2:])
-        if SANDBOX in page.text and page.run(f"{SANDBOX} true").returncode == NOT_STARTED:
+        page = Page(given.document, pathlib.Path(directory), given.programs, given.double)
+        if not given.double and SANDBOX in page.text and page.run(f"{SANDBOX} true").returncode == NOT_STARTED:
             print("this system allows no mount namespace")
             return SKIPPED
         problems = list(page.problems())
