@@ -1197,6 +1197,94 @@ TEST(Registration, IsRequestedAndAnswered)
     EXPECT_EQ(textOf(document.string("client_id")), *answer.clientId());
 }
 
+TEST(Registration, GivesTheKeysOfARequestWithoutTheRecord)
+{
+    const std::array uris{"https://a.example"sv};
+    const std::array more{"https://b.example"sv, "https://c.example"sv};
+    const std::array keyRecords{KeyRecord::sharedSecret(bytesOf("first")).value(),
+                                KeyRecord::sharedSecret(bytesOf("second")).value()};
+    const KeyList keys = KeyList::of(keyRecords).value();
+    const support::Identity first = support::Identity::root("first");
+    const support::Identity second = support::Identity::root("second");
+    const std::array certificates{certificateOf(first), certificateOf(second)};
+    const CertificateKeyList certificateList = CertificateKeyList::of(certificates).value();
+    const RegistrationRequest made = RegistrationRequest::of({.redirectUri = uris,
+                                                              .clientName = "name",
+                                                              .softwareId = "software",
+                                                              .keys = &keys,
+                                                              .certificates = &certificateList,
+                                                              .redirectUris = more,
+                                                              .scope = "all"})
+                                         .value();
+    EXPECT_EQ(shown(made.redirectUris()), (Lines{"https://b.example", "https://c.example"}));
+    EXPECT_EQ(made.scope(), "all");
+
+    const Text text = made.write().value();
+    const RegistrationRequest read = RegistrationRequest::parse(text).value();
+    EXPECT_TRUE(read.redirectUris().empty());
+    EXPECT_EQ(read.scope(), std::nullopt);
+    Lines pems;
+    for (const Expected<CertificateKey> certificate : read.certificates())
+    {
+        pems.push_back(textOf(certificate.value().pem()));
+    }
+    EXPECT_EQ(pems, (Lines{textOf(certificates[0].pem()), textOf(certificates[1].pem())}));
+    EXPECT_EQ(read.certificates().size(), 2U);
+    EXPECT_EQ(textOf(read.certificate(1).value().pem()), pems.back());
+    EXPECT_REFUSED("certificate.missing", read.certificate(2));
+    Lines secrets;
+    for (const KeyView key : read.keys())
+    {
+        EXPECT_EQ(key.member("kty"), "DFS");
+        EXPECT_EQ(key.member("absent"), std::nullopt);
+        const Bytes secret = key.secret().value();
+        secrets.emplace_back(secret.view());
+    }
+    EXPECT_EQ(secrets, (Lines{"first", "second"}));
+}
+
+TEST(Registration, HasNoKeysWhereThereIsNoRequest)
+{
+    const RegistrationRequest nothing;
+    EXPECT_TRUE(nothing.certificates().empty());
+    EXPECT_REFUSED("certificate.missing", nothing.certificate(0));
+    EXPECT_TRUE(nothing.keys().empty());
+    EXPECT_EQ(nothing.keys().size(), 0U);
+    EXPECT_TRUE(nothing.redirectUris().empty());
+    EXPECT_EQ(nothing.scope(), std::nullopt);
+    EXPECT_EQ(KeyView{}.member("kty"), std::nullopt);
+    EXPECT_REFUSED("argument.null", KeyView{}.secret());
+}
+
+TEST(Registration, CopiesACertificateKeyOrSaysWhyNot)
+{
+    const std::array uris{"https://a.example"sv};
+    const std::array certificates{certificateOf(support::Identity::root("device"))};
+    const CertificateKeyList list = CertificateKeyList::of(certificates).value();
+    const RegistrationRequest request = RegistrationRequest::of({.redirectUri = uris,
+                                                                 .clientName = "name",
+                                                                 .softwareId = "software",
+                                                                 .certificates = &list})
+                                            .value();
+    withEachAllocationFailing([&](auto& failure) {
+        const Expected<CertificateKey> copy = request.certificate(0);
+        const bool reached = failure.reached();
+        EXPECT_EQ(support::ruleBehind(copy), reached ? "memory.exhausted" : "accepted");
+    });
+}
+
+TEST(CertificateKey, IsMadeOfAParameterList)
+{
+    const support::Identity device = support::Identity::root("device");
+    const std::array<std::string_view, 1> type{"EC"};
+    const std::string body = device.body();
+    const std::array<std::string_view, 1> chain{body};
+    const std::array parameters{Parameter{"kty", type}, Parameter{"x5c", chain}};
+    const CertificateKey key = CertificateKey::of(ParameterList::of(parameters).value()).value();
+    EXPECT_EQ(textOf(key.pem()) + "\n", device.pem());
+    EXPECT_REFUSED("argument.empty", CertificateKey::of(ParameterList{}));
+}
+
 TEST(Registration, DoesNotThrowForWhatIsMissing)
 {
     const std::array types{"otp1.0"sv};

@@ -100,6 +100,15 @@ public:
         }
         return detail::ownedOrRefused<ParameterList>(::encode_x509_jwk(pem, length)).and_then(made);
     }
+    /** A key that is this list, which must not be empty. */
+    [[nodiscard]] static Expected<CertificateKey> of(ParameterList parameters)
+    {
+        if (!parameters)
+        {
+            return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "parameters"};
+        }
+        return made(std::move(parameters));
+    }
     /** A key of its JSON text: parse_handshake_payload. */
     [[nodiscard]] static Expected<CertificateKey> parse(std::string_view text)
     {

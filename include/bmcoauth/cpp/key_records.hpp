@@ -20,6 +20,38 @@ namespace bmcoauth
 inline namespace v1
 {
 
+/** KeyView looks at a JSON Web Key as name/value pairs, which must outlive it. */
+class KeyView
+{
+public:
+    /** Looks at a key of <bmcoauth.h>; null has no members. */
+    explicit KeyView(jwk* record = nullptr) noexcept : first{record}
+    {
+    }
+
+    /** The text of the first member of this name; it lives as long as the key. */
+    [[nodiscard]] std::optional<std::string_view> member(std::string_view name) const noexcept
+    {
+        detail::Arguments in;
+        const char* const nameText = in.text("name", name);
+        return in.failed() ? std::nullopt : detail::textOrNone(::jwk_key_value(first, nameText));
+    }
+    /** The bytes of a shared secret: decode_dfs_jwk. */
+    [[nodiscard]] Expected<Bytes> secret() const
+    {
+        int length = 0;
+        unsigned char* const bytes = ::decode_dfs_jwk(first, &length);
+        if (bytes == nullptr)
+        {
+            return Error::last();
+        }
+        return Bytes{bytes, static_cast<std::size_t>(length)};
+    }
+
+private:
+    jwk* first;
+};
+
 /** KeyRecord owns a JSON Web Key as name/value pairs. */
 class KeyRecord
 {
@@ -67,21 +99,12 @@ public:
     [[nodiscard]] std::optional<std::string_view>
     member(std::string_view name) const noexcept BMCOAUTH_LIFETIMEBOUND
     {
-        detail::Arguments in;
-        const char* const nameText = in.text("name", name);
-        return in.failed() ? std::nullopt
-                           : detail::textOrNone(::jwk_key_value(owned.get(), nameText));
+        return KeyView{owned.get()}.member(name);
     }
     /** The bytes of a shared secret: decode_dfs_jwk. */
     [[nodiscard]] Expected<Bytes> secret() const
     {
-        int length = 0;
-        unsigned char* const bytes = ::decode_dfs_jwk(owned.get(), &length);
-        if (bytes == nullptr)
-        {
-            return Error::last();
-        }
-        return Bytes{bytes, static_cast<std::size_t>(length)};
+        return KeyView{owned.get()}.secret();
     }
 
     /** The first pair, for functions of <bmcoauth.h>; null if there is none. It stays here. */

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <initializer_list>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -104,6 +105,86 @@ protected:
     {
         return this->get() == nullptr ? nullptr : this->get()->*member;
     }
+};
+
+/** RecordRange looks at a null-ended array of records, which must outlive it, and gives what `Make`
+ *  makes of each: `for (auto one : range)`. */
+template <typename Record, auto Make>
+class RecordRange
+{
+public:
+    /** Goes from record to record up to the null pointer that ends the array. */
+    class Iterator
+    {
+    public:
+        /** What `*` gives. */
+        using value_type = decltype(Make(static_cast<Record*>(nullptr)));
+        /** What algorithms of the standard library ask for. */
+        using difference_type = std::ptrdiff_t;
+
+        Iterator() noexcept = default;
+        /** Begins at `at`. */
+        explicit Iterator(Record* const* at) noexcept : here{at}
+        {
+        }
+        /** What is made of the record here. */
+        [[nodiscard]] value_type operator*() const
+        {
+            return Make(*here);
+        }
+        /** Goes on to the next record. */
+        Iterator& operator++() noexcept
+        {
+            ++here;
+            return *this;
+        }
+        /** Goes on to the next record, and gives where it was. */
+        // NOLINTNEXTLINE(cert-dcl21-cpp): an iterator must be assignable.
+        Iterator operator++(int) noexcept
+        {
+            const Iterator before = *this;
+            ++here;
+            return before;
+        }
+        /** Whether both are at the same place. */
+        [[nodiscard]] bool operator==(const Iterator& other) const noexcept = default;
+        /** Whether all records have been seen. */
+        [[nodiscard]] bool operator==(std::default_sentinel_t /*end*/) const noexcept
+        {
+            return here == nullptr || *here == nullptr;
+        }
+
+    private:
+        Record* const* here = nullptr;
+    };
+
+    /** A null array holds no records. */
+    explicit RecordRange(Record* const* array = nullptr) noexcept : first{array}
+    {
+    }
+    /** The first record. */
+    [[nodiscard]] Iterator begin() const noexcept
+    {
+        return first;
+    }
+    /** Behind the last record. */
+    [[nodiscard]] static std::default_sentinel_t end() noexcept
+    {
+        return {};
+    }
+    /** Whether there is no record. */
+    [[nodiscard]] bool empty() const noexcept
+    {
+        return first == end();
+    }
+    /** Counts the records. */
+    [[nodiscard]] std::size_t size() const noexcept
+    {
+        return static_cast<std::size_t>(std::ranges::distance(first, end()));
+    }
+
+private:
+    Iterator first;
 };
 
 /** An owner of what the library gave, unless that was its failure. */

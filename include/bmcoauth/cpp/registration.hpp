@@ -15,6 +15,7 @@
 #include <bmcoauth/register.h>
 #include <bmcoauth/support.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -77,6 +78,29 @@ template <typename Owner>
 }
 
 } // namespace detail
+
+namespace detail
+{
+
+/** A copy of one of the certificate keys of a request. */
+[[nodiscard]] inline Expected<CertificateKey> copiedCertificate(HandshakePayload* record)
+{
+    return ownedOrRefused<ParameterList>(::set_handshake_payload(record))
+        .and_then(CertificateKey::of);
+}
+
+/** A view of one of the keys of a request. */
+[[nodiscard]] inline KeyView viewedKey(jwk* record) noexcept
+{
+    return KeyView{record};
+}
+
+} // namespace detail
+
+/** The certificate keys of a request, each as a copy. */
+using CertificateRange = detail::RecordRange<HandshakePayload, detail::copiedCertificate>;
+/** The keys of a request. */
+using KeyRange = detail::RecordRange<jwk, detail::viewedKey>;
 
 /** RegistrationRequest owns what a client sends to register itself: RegisterRequest. */
 class RegistrationRequest : public detail::Record<RegisterRequest, free_register_request>
@@ -162,6 +186,43 @@ public:
         return TextRange{pointer(&RegisterRequest::handshake_types)};
     }
     [[nodiscard]] TextRange handshakeTypes() const&& = delete;
+    /** The certificate keys of the member "software_id_cert" of "jwks". */
+    [[nodiscard]] CertificateRange certificates() const& noexcept BMCOAUTH_LIFETIMEBOUND
+    {
+        return CertificateRange{pointer(&RegisterRequest::software_id_cert)};
+    }
+    [[nodiscard]] CertificateRange certificates() const&& = delete;
+    /** The certificate key at `index`; refused if there are not so many. */
+    [[nodiscard]] Expected<CertificateKey> certificate(std::size_t index) const
+    {
+        for (Expected<CertificateKey> key : certificates())
+        {
+            if (index == 0)
+            {
+                return key;
+            }
+            --index;
+        }
+        return Error{BMCOAUTH_RULE_CERTIFICATE_MISSING, "software_id_cert"};
+    }
+    /** The keys of the member "dfs" of "jwks", each as long as this object lives. */
+    [[nodiscard]] KeyRange keys() const& noexcept BMCOAUTH_LIFETIMEBOUND
+    {
+        return KeyRange{pointer(&RegisterRequest::dfs)};
+    }
+    [[nodiscard]] KeyRange keys() const&& = delete;
+    /** The texts of the member "redirect_uris": those of a request that was made here. `parse` does
+     *  not read them. */
+    [[nodiscard]] TextRange redirectUris() const& noexcept BMCOAUTH_LIFETIMEBOUND
+    {
+        return TextRange{pointer(&RegisterRequest::redirect_uris)};
+    }
+    [[nodiscard]] TextRange redirectUris() const&& = delete;
+    /** The member "scope", of a request that was made here. `parse` does not read it. */
+    [[nodiscard]] std::optional<std::string_view> scope() const noexcept BMCOAUTH_LIFETIMEBOUND
+    {
+        return field(&RegisterRequest::scope);
+    }
     /** A copy of the client's challenge. */
     [[nodiscard]] Expected<ParameterList> challenge() const
     {
