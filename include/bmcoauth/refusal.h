@@ -146,6 +146,22 @@ enum bmcoauth_rule
     BMCOAUTH_RULE_HANDSHAKE_PROOF_MISSING = 1807, /**< there are fewer proofs than types, or none */
     BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG = 1808, /**< the proof is not the one that was asked for */
     BMCOAUTH_RULE_HANDSHAKE_IV = 1810,          /**< the IV of the sealed certificate is absent */
+
+    /* client: C++, what a service decides about a registered client */
+    BMCOAUTH_RULE_CLIENT_UNKNOWN = 2101, /**< there is no such client, or it has been removed */
+    BMCOAUTH_RULE_CLIENT_SECRET = 2102,  /**< the client's secret is another one, or absent */
+    BMCOAUTH_RULE_CLIENT_LOCKED = 2103,  /**< too many proofs have failed of late */
+    BMCOAUTH_RULE_CLIENT_CHALLENGE_USED = 2104,    /**< the challenge has been answered before */
+    BMCOAUTH_RULE_CLIENT_CHALLENGE_EXPIRED = 2105, /**< the challenge is too old */
+    BMCOAUTH_RULE_CLIENT_REFRESH_UNKNOWN = 2106,   /**< the client was never given this token */
+    BMCOAUTH_RULE_CLIENT_REFRESH_REUSED =
+        2107, /**< the refresh token was used up before; the client is removed */
+    BMCOAUTH_RULE_CLIENT_REFRESH_EXPIRED = 2108, /**< the refresh token was not used in time */
+    BMCOAUTH_RULE_CLIENT_FAMILY_EXPIRED =
+        2109, /**< the registration, with all its refresh tokens, has ended */
+    BMCOAUTH_RULE_CLIENT_REDIRECT_URI = 2110,   /**< a redirect URI is not one of those allowed */
+    BMCOAUTH_RULE_CLIENT_NOT_AUTHORIZED = 2111, /**< the sender may not ask about tokens */
+    BMCOAUTH_RULE_CLIENT_STORE_FAILED = 2112,   /**< the store of clients failed, or was too busy */
 };
 
 /** bmcoauth_refusal tells what a call refused. It may grow at its end; `bmcoauth_last_refusal` takes

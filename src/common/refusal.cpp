@@ -391,6 +391,30 @@ constexpr const char* nameOf(bmcoauth_rule rule)
             return "handshake.proof-wrong";
         case BMCOAUTH_RULE_HANDSHAKE_IV:
             return "handshake.iv";
+        case BMCOAUTH_RULE_CLIENT_UNKNOWN:
+            return "client.unknown";
+        case BMCOAUTH_RULE_CLIENT_SECRET:
+            return "client.secret";
+        case BMCOAUTH_RULE_CLIENT_LOCKED:
+            return "client.locked";
+        case BMCOAUTH_RULE_CLIENT_CHALLENGE_USED:
+            return "client.challenge-used";
+        case BMCOAUTH_RULE_CLIENT_CHALLENGE_EXPIRED:
+            return "client.challenge-expired";
+        case BMCOAUTH_RULE_CLIENT_REFRESH_UNKNOWN:
+            return "client.refresh-unknown";
+        case BMCOAUTH_RULE_CLIENT_REFRESH_REUSED:
+            return "client.refresh-reused";
+        case BMCOAUTH_RULE_CLIENT_REFRESH_EXPIRED:
+            return "client.refresh-expired";
+        case BMCOAUTH_RULE_CLIENT_FAMILY_EXPIRED:
+            return "client.family-expired";
+        case BMCOAUTH_RULE_CLIENT_REDIRECT_URI:
+            return "client.redirect-uri";
+        case BMCOAUTH_RULE_CLIENT_NOT_AUTHORIZED:
+            return "client.not-authorized";
+        case BMCOAUTH_RULE_CLIENT_STORE_FAILED:
+            return "client.store-failed";
     }
     return nullptr;
 }

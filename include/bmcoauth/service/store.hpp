@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/* Where a service keeps its clients.
+ *
+ * MemoryStore is made of containers of the standard library: where memory for them runs out, they
+ * do what they always do. */
+
+#include <bmcoauth/cpp/expected.hpp>
+#include <bmcoauth/service/client_record.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <utility>
+
+namespace bmcoauth
+{
+inline namespace v1
+{
+
+/** How many clients a store holds. Where one more comes, another one goes: see Store::add. */
+struct ClientLimits
+{
+    /** Those that have not proven themselves. */
+    std::size_t pending = 128;
+    /** Those that have. */
+    std::size_t proven = 256;
+};
+
+/** Store is what Registrar and TokenEndpoint keep their state in: nothing else survives a call, so the
+ *  process may be killed between any two operations, and during one.
+ *
+ *  Each operation is atomic: other threads and processes see all of it or nothing. Those that
+ *  change something return after the change is where it survives a crash of the machine, and after
+ *  a crash all of it is there or nothing. They are called from several threads at once. A failure
+ *  is an Error, BMCOAUTH_RULE_CLIENT_STORE_FAILED where nothing says more; whether a change took place is
+ *  then unknown, and nothing here relies on either.
+ *
+ *  - find(id): the client, or nothing. Case matters.
+ *  - add(client, limits, now): removes all clients whose `expiresAt` is not after `now`, and adds
+ *    this one, with a version. Refused if its id is there. If more are pending then than
+ *    limits.pending, removes the one that ends first (`expiresAt`) of the sender that has most of
+ *    them: who registers without end loses registrations of his own. If more are proven than
+ *    limits.proven, the same with the software id for the sender.
+ *  - replace(client): puts the record in place of the one with its id, with a version that this id
+ *    never had before, if that one has the version of `client`. Returns whether it had: false also
+ *    if there is no such client. Of several callers with one version a single one is told true.
+ *  - remove(id): after it, there is no such client.
+ *  - countAttempt(counter, rate, now): replaces the counter, a text of any bytes, by what the function
+ *    countAttempt makes of it, and returns whether the attempt is allowed. A counter that is not
+ *    there is the epoch; those that are not after `now` may be forgotten.
+ *  - forgive(counter, rate): takes one interval away from the counter, if it is there.
+ *
+ *  A crash between countAttempt and forgive leaves an attempt counted; one between two others loses
+ *  at most a registration. */
+template <typename T>
+concept Store = requires(T& store, ClientRecord client, std::string_view text,
+                         const ClientLimits& limits, const FailureRate& rate,
+                         std::chrono::sys_seconds now)
+{
+    {
+        store.find(text)
+        } -> std::same_as<Expected<std::optional<ClientRecord>>>;
+    {
+        store.add(client, limits, now)
+        } -> std::same_as<Expected<void>>;
+    {
+        store.replace(client)
+        } -> std::same_as<Expected<bool>>;
+    {
+        store.remove(text)
+        } -> std::same_as<Expected<void>>;
+    {
+        store.countAttempt(text, rate, now)
+        } -> std::same_as<Expected<bool>>;
+    {
+        store.forgive(text, rate)
+        } -> std::same_as<Expected<void>>;
+};
+
+/** MemoryStore keeps clients as long as it lives: for tests, and for services whose clients may
+ *  have to register anew after each start. Thread-safe (a mutex). */
+class MemoryStore
+{
+public:
+    /** See Store. */
+    [[nodiscard]] Expected<std::optional<ClientRecord>> find(std::string_view id) const
+    {
+        const std::lock_guard guard{mutex};
+        const auto place = clients.find(id);
+        return place == clients.end() ? std::optional<ClientRecord>{} : place->second;
+    }
+    /** See Store. */
+    Expected<void> add(ClientRecord client, const ClientLimits& limits,
+                       std::chrono::sys_seconds now)
+    {
+        const std::lock_guard guard{mutex};
+        std::erase_if(clients, [&](const auto& one) { return one.second.expiresAt <= now; });
+        client.version = ++lastVersion;
+        std::string id = client.id;
+        if (!clients.try_emplace(std::move(id), std::move(client)).second)
+        {
+            return Error{BMCOAUTH_RULE_CLIENT_STORE_FAILED, "client_id"};
+        }
+        trim(false, limits.pending);
+        trim(true, limits.proven);
+        return {};
+    }
+    /** See Store. */
+    Expected<bool> replace(ClientRecord client)
+    {
+        const std::lock_guard guard{mutex};
+        const auto place = clients.find(client.id);
+        if (place == clients.end() || place->second.version != client.version)
+        {
+            return false;
+        }
+        client.version = ++lastVersion;
+        place->second = std::move(client);
+        return true;
+    }
+    /** See Store. */
+    Expected<void> remove(std::string_view id)
+    {
+        const std::lock_guard guard{mutex};
+        if (const auto place = clients.find(id); place != clients.end())
+        {
+            clients.erase(place);
+        }
+        return {};
+    }
+    /** See Store. */
+    Expected<bool> countAttempt(std::string_view counter, const FailureRate& rate,
+                                std::chrono::sys_seconds now)
+    {
+        const std::lock_guard guard{mutex};
+        std::erase_if(counters, [&](const auto& one) { return one.second <= now; });
+        std::chrono::sys_seconds& busyUntil = counters[std::string{counter}];
+        const CountedAttempt attempt = bmcoauth::countAttempt(busyUntil, rate, now);
+        busyUntil = attempt.busyUntil;
+        return attempt.allowed;
+    }
+    /** See Store. */
+    Expected<void> forgive(std::string_view counter, const FailureRate& rate)
+    {
+        const std::lock_guard guard{mutex};
+        if (const auto place = counters.find(counter); place != counters.end())
+        {
+            place->second -= rate.interval;
+        }
+        return {};
+    }
+
+private:
+    using Clients = std::map<std::string, ClientRecord, std::less<>>;
+
+    [[nodiscard]] static const std::string& groupOf(const ClientRecord& client) noexcept
+    {
+        return client.refresh ? client.softwareId : client.sender;
+    }
+    /** Removes pending or proven clients until there are no more than `most`. */
+    void trim(bool proven, std::size_t most)
+    {
+        std::map<std::string, std::ptrdiff_t> groups;
+        std::size_t count = 0;
+        for (const auto& [id, client] : clients)
+        {
+            if (client.refresh.has_value() == proven)
+            {
+                ++groups[groupOf(client)];
+                ++count;
+            }
+        }
+        // The least of all goes. One of the other kind is never that.
+        const auto rank = [&](const Clients::value_type& one) {
+            const ClientRecord& client = one.second;
+            const bool counts = client.refresh.has_value() == proven;
+            return std::tuple{counts ? -groups[groupOf(client)] : 0, client.expiresAt,
+                              client.version};
+        };
+        for (; count > most; --count)
+        {
+            const auto least =
+                std::min_element(clients.begin(), clients.end(),
+                                 [&](const auto& a, const auto& b) { return rank(a) < rank(b); });
+            --groups[groupOf(least->second)];
+            clients.erase(least);
+        }
+    }
+
+    mutable std::mutex mutex;
+    Clients clients;
+    std::map<std::string, std::chrono::sys_seconds, std::less<>> counters;
+    std::uint64_t lastVersion = 0;
+};
+
+} // namespace v1
+} // namespace bmcoauth
