@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service_support.hpp"
 
+#include <array>
+#include <atomic>
 #include <chrono>
+#include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -40,6 +46,109 @@ struct Endpoint : TestService
         return client;
     }
 };
+
+/** A store in which another call takes place just before a client is replaced. */
+class InterruptedStore
+{
+public:
+    explicit InterruptedStore(MemoryStore& store) : inner{&store}
+    {
+    }
+
+    std::function<void()> interruption;
+
+    [[nodiscard]] Expected<std::optional<ClientRecord>> find(std::string_view id) const
+    {
+        return inner->find(id);
+    }
+    Expected<void> add(ClientRecord client, const ClientLimits& limits,
+                       std::chrono::sys_seconds now)
+    {
+        return inner->add(std::move(client), limits, now);
+    }
+    Expected<bool> replace(ClientRecord client)
+    {
+        if (interruption)
+        {
+            std::exchange(interruption, nullptr)();
+        }
+        return inner->replace(std::move(client));
+    }
+    Expected<void> remove(std::string_view id)
+    {
+        return inner->remove(id);
+    }
+    Expected<bool> countAttempt(std::string_view counter, const FailureRate& rate,
+                                std::chrono::sys_seconds now)
+    {
+        return inner->countAttempt(counter, rate, now);
+    }
+    Expected<void> forgive(std::string_view counter, const FailureRate& rate)
+    {
+        return inner->forgive(counter, rate);
+    }
+
+private:
+    MemoryStore* inner;
+};
+
+/** An endpoint that is interrupted once. */
+struct Interrupted : Endpoint
+{
+    InterruptedStore interrupted{store};
+    TokenEndpoint<InterruptedStore> slow =
+        TokenEndpoint<InterruptedStore>::of(interrupted, functions(), {}, time.clock()).value();
+};
+
+TEST_F(Interrupted, GivesTokensForAProofOnce)
+{
+    const TestClient client = registered();
+    const std::string proof = client.proof();
+    interrupted.interruption = [&] {
+        EXPECT_TRUE(endpoint().answer(proof, "sender"));
+    };
+    EXPECT_REFUSED("client.challenge-used", slow.answer(proof, "sender"));
+    // The one that came second was no guess.
+    for (int i = 0; i < 10; ++i)
+    {
+        EXPECT_REFUSED("handshake.proof-wrong",
+                       endpoint().answer(guessing(registered()).proof(), "sender"));
+    }
+}
+
+TEST_F(Interrupted, LooksAtAWrongProofOnce)
+{
+    const TestClient client = guessing(registered());
+    const std::string proof = client.proof();
+    interrupted.interruption = [&] {
+        EXPECT_REFUSED("handshake.proof-wrong", endpoint().answer(proof, "sender"));
+    };
+    EXPECT_REFUSED("client.challenge-used", slow.answer(proof, "sender"));
+}
+
+TEST_F(Interrupted, GivesTheSameRefreshTokenAsTheOtherCall)
+{
+    const auto connection = connected();
+    std::string other;
+    interrupted.interruption = [&] {
+        other = newTokenOf(connection.first, connection.second.refresh);
+    };
+    const Text answer =
+        slow.answer(connection.first.refreshing(connection.second.refresh), "sender").value();
+    EXPECT_EQ(TestClient::tokensOf(answer).refresh, other);
+    EXPECT_TRUE(refreshed(connection.first, other));
+}
+
+TEST_F(Interrupted, GivesNothingToAClientThatWasRemovedMeanwhile)
+{
+    const auto connection = connected();
+    interrupted.interruption = [&] {
+        ASSERT_TRUE(store.remove(connection.first.id));
+    };
+    EXPECT_REFUSED("client.unknown",
+                   slow.answer(connection.first.refreshing(connection.second.refresh), "sender"));
+    EXPECT_FALSE(endpoint().isActive(connection.first.id).value());
+}
 
 // ------------------------------------------------------------------------------------------ proofs --
 
