@@ -6,7 +6,8 @@
 @INCLUDE               = docs/Doxyfile
 
 PROJECT_NAME           = "bmcoauth for C++"
-INPUT                  = include/bmcoauth.hpp include/bmcoauth/cpp
+INPUT                  = include/bmcoauth.hpp include/bmcoauth/cpp \
+                         include/bmcoauth/service.hpp include/bmcoauth/service
 FILE_PATTERNS          = *.hpp
 FILTER_PATTERNS        = *.hpp=scripts/cpp-reference
 

@@ -147,6 +147,22 @@ enum bmcoauth_rule
     BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG = 1808, /**< the proof is not the one that was asked for */
     BMCOAUTH_RULE_HANDSHAKE_IV = 1810,          /**< the IV of the sealed certificate is absent */
 
+    /* policy: C++ service layer, which keys and tokens are taken; `subject` is the member */
+    BMCOAUTH_RULE_POLICY_KEY_UNKNOWN = 2001, /**< "kid" is not that of a key of this issuer */
+    BMCOAUTH_RULE_POLICY_KEY_ID = 2002, /**< of several keys, one has no "kid" or that of another */
+    BMCOAUTH_RULE_POLICY_KEY_WEAK = 2003, /**< an RSA key has fewer than 2048 bits */
+    BMCOAUTH_RULE_POLICY_KEY_UNUSABLE =
+        2004, /**< no key of the set is meant for signatures by an expected algorithm */
+    BMCOAUTH_RULE_POLICY_ENCODING = 2005,  /**< a part is not plain Base64url of UTF-8 */
+    BMCOAUTH_RULE_POLICY_CRITICAL = 2006,  /**< the header has "crit" */
+    BMCOAUTH_RULE_POLICY_TYPE = 2007,      /**< "typ" is another one, or absent */
+    BMCOAUTH_RULE_POLICY_ALGORITHM = 2008, /**< "alg" is not an algorithm of the key */
+    BMCOAUTH_RULE_POLICY_ISSUER = 2009,    /**< "iss" is not an expected issuer */
+    BMCOAUTH_RULE_POLICY_AUDIENCE = 2010,  /**< the token is not meant for this audience */
+    BMCOAUTH_RULE_POLICY_LIFETIME = 2011,  /**< the token lives longer than allowed */
+    BMCOAUTH_RULE_POLICY_REVOKED = 2012,   /**< the token has been revoked */
+    BMCOAUTH_RULE_POLICY_SCOPES = 2013, /**< "scope" is an object, by which the issuer grants rights */
+
     /* client: C++, what a service decides about a registered client */
     BMCOAUTH_RULE_CLIENT_UNKNOWN = 2101, /**< there is no such client, or it has been removed */
     BMCOAUTH_RULE_CLIENT_SECRET = 2102,  /**< the client's secret is another one, or absent */

@@ -391,6 +391,32 @@ constexpr const char* nameOf(bmcoauth_rule rule)
             return "handshake.proof-wrong";
         case BMCOAUTH_RULE_HANDSHAKE_IV:
             return "handshake.iv";
+        case BMCOAUTH_RULE_POLICY_KEY_UNKNOWN:
+            return "policy.key-unknown";
+        case BMCOAUTH_RULE_POLICY_KEY_ID:
+            return "policy.key-id";
+        case BMCOAUTH_RULE_POLICY_KEY_WEAK:
+            return "policy.key-weak";
+        case BMCOAUTH_RULE_POLICY_KEY_UNUSABLE:
+            return "policy.key-unusable";
+        case BMCOAUTH_RULE_POLICY_ENCODING:
+            return "policy.encoding";
+        case BMCOAUTH_RULE_POLICY_CRITICAL:
+            return "policy.critical";
+        case BMCOAUTH_RULE_POLICY_TYPE:
+            return "policy.type";
+        case BMCOAUTH_RULE_POLICY_ALGORITHM:
+            return "policy.algorithm";
+        case BMCOAUTH_RULE_POLICY_ISSUER:
+            return "policy.issuer";
+        case BMCOAUTH_RULE_POLICY_AUDIENCE:
+            return "policy.audience";
+        case BMCOAUTH_RULE_POLICY_LIFETIME:
+            return "policy.lifetime";
+        case BMCOAUTH_RULE_POLICY_REVOKED:
+            return "policy.revoked";
+        case BMCOAUTH_RULE_POLICY_SCOPES:
+            return "policy.scopes";
         case BMCOAUTH_RULE_CLIENT_UNKNOWN:
             return "client.unknown";
         case BMCOAUTH_RULE_CLIENT_SECRET:

@@ -23,7 +23,7 @@ def errors_of(header, command):
 
 def main(include, *command):
     folder = pathlib.Path(include)
-    headers = [folder / "bmcoauth.hpp", *folder.glob("bmcoauth/cpp/*.hpp")]
+    headers = [folder / "bmcoauth.hpp", *folder.glob("bmcoauth/cpp/*.hpp"), folder / "bmcoauth/service.hpp"]
     count = 0
     for header in headers:
         errors = errors_of(header.relative_to(folder), command)

@@ -49,6 +49,11 @@ public:
     {
         return number >= 0;
     }
+    /** The descriptor itself, for calls. It stays here. */
+    [[nodiscard]] int get() const noexcept
+    {
+        return number;
+    }
     /** Waits until the file survives a power cut; false if it may not. */
     [[nodiscard]] bool sync() const noexcept
     {

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/* The service layer: what a daemon that issues or judges tokens has beyond <bmcoauth.hpp>, with the
+ * state that the library does not keep. It lies in <bmcoauth/service/...>; this header includes all
+ * of it.
+ *
+ * - Here the safe way is the only one that compiles: what a validator is to look at is expected or
+ *   ignored by name.
+ * - Every refusal is an Error with a rule. It is for logs, never for the peer.
+ * - The time comes from a Clock that the parts are given.
+ * - Classes that hold state say which threads may call them.
+ *
+ * Nothing here throws of its own accord. Containers and functions of the standard library are used:
+ * where memory runs out, those do what they always do. Programs must link libcrypto. */
+
+#include <bmcoauth.hpp>
+#include <bmcoauth/service/clock.hpp>
+#include <bmcoauth/service/delegated_validator.hpp>
+#include <bmcoauth/service/digest.hpp>
+#include <bmcoauth/service/expectation.hpp>
+#include <bmcoauth/service/issued_token.hpp>
+#include <bmcoauth/service/key_files.hpp>
+#include <bmcoauth/service/key_set.hpp>
+#include <bmcoauth/service/signing_keys.hpp>
+#include <bmcoauth/service/strict_reading.hpp>
+#include <bmcoauth/service/token_issuer.hpp>
+#include <bmcoauth/service/token_validator.hpp>
+#include <bmcoauth/service/valid_token.hpp>

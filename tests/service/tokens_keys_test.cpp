@@ -1,0 +1,270 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "service/keys.hpp"
+#include "support/machine.hpp"
+#include "support/refusals.hpp"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace bmcoauth
+{
+
+namespace
+{
+
+using support::contentsOf;
+using support::writeFile;
+
+/** The "kid" of each key of a set, in order. */
+std::vector<std::string> idsIn(const std::string& jwks)
+{
+    std::vector<std::string> ids;
+    for (const std::string_view key : Document::parse(jwks).value().objects("keys").value())
+    {
+        const Text id = Document::parse(key).value().string("kid").value();
+        ids.emplace_back(id.view());
+    }
+    return ids;
+}
+
+struct KeyFiles : ::testing::Test
+{
+    support::TemporaryDirectory directory;
+    std::string path = directory / "signing.pem";
+
+    [[nodiscard]] SigningKeys load() const
+    {
+        return SigningKeys::loadOrCreate(path).value();
+    }
+    [[nodiscard]] std::vector<std::string> ids() const
+    {
+        return idsIn(load().jwks());
+    }
+    [[nodiscard]] std::size_t count() const
+    {
+        const std::filesystem::directory_iterator files{directory / ""};
+        return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+    }
+};
+
+TEST_F(KeyFiles, AreMadeOnce)
+{
+    const SigningKeys made = load();
+    EXPECT_EQ(idsIn(made.jwks()).size(), 1U);
+    EXPECT_EQ(load().jwks(), made.jwks());
+    EXPECT_EQ(count(), 1U);
+}
+
+TEST_F(KeyFiles, StayAsTheyAreIfTheyCannotBeRead)
+{
+    writeFile(path, "no key");
+    EXPECT_REFUSED("key.encoding", SigningKeys::loadOrCreate(path));
+    EXPECT_EQ(contentsOf(path), "no key");
+    EXPECT_EQ(count(), 1U);
+}
+
+TEST_F(KeyFiles, AreRefusedWithRetiredKeysThatCannotBeRead)
+{
+    const SigningKeys keys = load();
+    SigningKeys rotating = keys;
+    const std::string key = contentsOf(path);
+    for (const char* text : {"", "{}", R"({"keys":[{}]})", R"({"keys":[{"kty":"EC","kid":"1"}]})"})
+    {
+        writeFile(path + ".retired", text);
+        EXPECT_FALSE(SigningKeys::loadOrCreate(path)) << text;
+        EXPECT_FALSE(rotating.rotate()) << text;
+        EXPECT_EQ(contentsOf(path + ".retired"), text);
+    }
+    std::filesystem::remove(path + ".retired");
+    std::filesystem::create_directory(path + ".retired");
+    EXPECT_REFUSED("file.unreadable", SigningKeys::loadOrCreate(path));
+    EXPECT_REFUSED("file.unreadable", rotating.rotate());
+    EXPECT_EQ(contentsOf(path), key);
+}
+
+TEST_F(KeyFiles, RotateAndKeepThePublicKeysBefore)
+{
+    SigningKeys keys = load();
+    const std::string first = ids().front();
+    const std::string firstFile = contentsOf(path);
+    ASSERT_TRUE(keys.rotate());
+    const std::string second = ids().front();
+    EXPECT_NE(second, first);
+    EXPECT_NE(contentsOf(path), firstFile);
+    EXPECT_EQ(idsIn(keys.jwks()), (std::vector{second, first}));
+    EXPECT_EQ(ids(), (std::vector{second, first}));
+    // Public numbers alone: what is retired signs nothing any more.
+    EXPECT_EQ(contentsOf(path + ".retired").find("\"d\""), std::string::npos);
+    EXPECT_EQ(count(), 2U);
+
+    ASSERT_TRUE(keys.rotate());
+    ASSERT_TRUE(keys.rotate());
+    EXPECT_EQ(ids().size(), 3U);
+    EXPECT_EQ(ids().at(2), second);
+    struct stat status = {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0600U);
+}
+
+TEST_F(KeyFiles, AreWithdrawnByKeepingNone)
+{
+    SigningKeys keys = load();
+    ASSERT_TRUE(keys.rotate());
+    ASSERT_TRUE(keys.rotate(0));
+    EXPECT_EQ(idsIn(keys.jwks()).size(), 1U);
+    EXPECT_EQ(load().jwks(), keys.jwks());
+    EXPECT_EQ(count(), 1U);
+}
+
+TEST_F(KeyFiles, GoOnWithARotationThatWasCutShort)
+{
+    SigningKeys keys = load();
+    // The power failed behind the first step, and then behind the second.
+    const std::string next =
+        idsIn(SigningKeys::loadOrCreate(path + ".next").value().jwks()).front();
+    writeFile(path + ".retired", keys.jwks());
+    EXPECT_EQ(ids().size(), 1U);
+    ASSERT_TRUE(keys.rotate());
+    EXPECT_EQ(ids().front(), next);
+    EXPECT_EQ(ids().size(), 2U);
+}
+
+TEST_F(KeyFiles, StayAsTheyAreIfTheNextKeyCannotBeRead)
+{
+    SigningKeys keys = load();
+    const std::string before = contentsOf(path);
+    writeFile(path + ".next", "no key");
+    EXPECT_REFUSED("key.encoding", keys.rotate());
+    EXPECT_EQ(contentsOf(path + ".next"), "no key");
+    EXPECT_EQ(contentsOf(path), before);
+    EXPECT_EQ(idsIn(keys.jwks()), ids());
+}
+
+TEST_F(KeyFiles, OfAnotherProcessRetireToo)
+{
+    SigningKeys one = load();
+    SigningKeys other = load();
+    ASSERT_TRUE(one.rotate());
+    ASSERT_TRUE(other.rotate());
+    EXPECT_EQ(ids().size(), 3U);
+    EXPECT_EQ(ids().at(1), idsIn(one.jwks()).front());
+    EXPECT_EQ(idsIn(other.jwks()), ids());
+}
+
+TEST_F(KeyFiles, ThatAreGoneAreNotMadeAgainByRotating)
+{
+    SigningKeys keys = load();
+    std::filesystem::remove(path);
+    EXPECT_REFUSED("file.unreadable", keys.rotate());
+    EXPECT_EQ(count(), 0U);
+    SigningKeys elsewhere = SigningKeys::loadOrCreate(directory / "other.pem").value();
+    std::filesystem::remove_all(directory / "");
+    EXPECT_REFUSED("file.unwritable", elsewhere.rotate());
+    std::filesystem::create_directory(directory / "");
+}
+
+/** A signer of which only the public point counts. */
+struct Point
+{
+    [[nodiscard]] static Expected<Bytes> sign(const Sha256Digest& /*digest*/)
+    {
+        return Error{BMCOAUTH_RULE_RANDOM_DEVICE};
+    }
+    [[nodiscard]] Expected<Bytes> publicPoint() const
+    {
+        return Bytes::copy(bytesOf(bytes));
+    }
+
+    std::string bytes;
+};
+
+TEST(Signers, ArePublishedByTheirThumbprints)
+{
+    // The key and the thumbprint of RFC 9449, sections 4.1 and 6.1.
+    const std::string x = "l8tFrhx-34tV3hRICRDY9zCkDlpBhF42UQUfWVAWBFs";
+    const std::string y = "9VE4jf_Ok_o64zbTTlcuNJajHmt6v9TDVrU0CdvGRDA";
+    const Point point{"\x04" + tokens::fromBase64Url(x) + tokens::fromBase64Url(y)};
+    EXPECT_EQ(SigningKeys::of(point).value().jwks(),
+              R"({"keys":[{"alg":"ES256","crv":"P-256",)"
+              R"("kid":"0ZcOCORZNYy-DWpqq30jZyJGHTN0d2HglBV3uiguA4I","use":"sig","kty":"EC",)"
+              R"("x":")" +
+                  x + R"(","y":")" + y + R"("}]})");
+}
+
+TEST(Signers, HaveAPointOfP256)
+{
+    EXPECT_REFUSED("key.point", SigningKeys::of(TestSigner{"P-384"}));
+    EXPECT_REFUSED("key.point", SigningKeys::of(Point{std::string(65, '\x02')}));
+    EXPECT_REFUSED("jwk.point", SigningKeys::of(Point{std::string(65, '\x04')}));
+}
+
+TEST(Signers, TakeOverTheKeysBefore)
+{
+    const SigningKeys before = SigningKeys::of(TestSigner{}).value();
+    SigningKeys keys = SigningKeys::of(TestSigner{}, before.jwks()).value();
+    EXPECT_EQ(idsIn(keys.jwks()).size(), 2U);
+    EXPECT_EQ(idsIn(keys.jwks()).at(1), idsIn(before.jwks()).front());
+    EXPECT_REFUSED("json.member-missing", SigningKeys::of(TestSigner{}, "{}"));
+    // There is no file to rotate.
+    EXPECT_REFUSED("argument.empty", keys.rotate());
+}
+
+TEST(VerificationKeySets, AreES256KeysThatCanBeToldApart)
+{
+    const issuer::Key& key = issuer::p256Key();
+    const issuer::Key& other = issuer::otherP256Key();
+    const auto of = [](const std::string& keys) {
+        return VerificationKeys::of(jwks(keys));
+    };
+    EXPECT_TRUE(of(ecJwk(key)));
+    EXPECT_TRUE(of(ecJwk(key, {{"kid", "\"1\""}}) + "," + ecJwk(other, {{"kid", "\"2\""}})));
+    EXPECT_REFUSED("policy.key-id", of(ecJwk(key, {{"kid", "\"1\""}}) + "," + ecJwk(other)));
+    EXPECT_REFUSED("policy.key-id",
+                   of(ecJwk(key, {{"kid", "\"1\""}}) + "," + ecJwk(other, {{"kid", "\"1\""}})));
+    EXPECT_REFUSED("policy.key-unusable", of(rsaJwk(issuer::rsaKey())));
+    EXPECT_REFUSED("policy.key-unusable", of(ecJwk(key, {{"use", "\"enc\""}})));
+    EXPECT_REFUSED("policy.key-unusable", of(ecJwk(key, {{"key_ops", "[\"sign\"]"}})));
+    EXPECT_REFUSED("policy.key-unusable", of(ecJwk(key, {{"alg", "\"ES384\""}})));
+    EXPECT_REFUSED("policy.key-unusable", of(ecJwk(key, {{"crv", "\"P-384\""}})));
+    EXPECT_REFUSED("json.member-type", of(ecJwk(key, {{"kid", "1"}})));
+    EXPECT_REFUSED("argument.zero-byte", of(ecJwk(key, {{"kid", R"("1\u0000")"}})));
+    EXPECT_REFUSED("json.syntax", VerificationKeys::of("keys"));
+}
+
+TEST(VerificationKeySets, IgnoreAKeyThatCameAlongInPem)
+{
+    const issuer::Key& other = issuer::otherP256Key();
+    EXPECT_REFUSED("jwk.number",
+                   VerificationKeys::of(jwks(R"({"kty":"EC","crv":"P-256","kest_decoded_key":")" +
+                                             other.pem().substr(0, 26) + R"("})")));
+}
+
+TEST(VerificationKeySets, StayIfTheNextOnesAreRefused)
+{
+    const SigningKeys keys = SigningKeys::of(TestSigner{}).value();
+    const TestClock clock;
+    const TokenIssuer issuer =
+        TokenIssuer::of(keys, {.issuer = "here", .audience = ignored}, clock).value();
+    VerificationKeys verification = VerificationKeys::of(keys.jwks()).value();
+    const TokenValidator validator = TokenValidator::of(verification,
+                                                        {.issuer = ignored,
+                                                         .audience = ignored,
+                                                         .longestLifetime = ignored,
+                                                         .revoked = ignored},
+                                                        clock)
+                                         .value();
+    const IssuedToken token = issuer("admin", Privilege::login).value();
+    EXPECT_REFUSED("json.syntax", verification.replace("rubbish"));
+    EXPECT_TRUE(validator.validate(token.token));
+    ASSERT_TRUE(verification.replace(SigningKeys::of(TestSigner{}).value().jwks()));
+    EXPECT_REFUSED("policy.key-unknown", validator.validate(token.token));
+}
+
+} // namespace
+
+} // namespace bmcoauth
