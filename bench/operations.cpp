@@ -4,9 +4,12 @@
 #include "floors.hpp"
 #include "peers.hpp"
 
+#include <bmcoauth/service.hpp>
+
 #include <json/reader.h>
 
 #include <algorithm>
+#include <chrono>
 #include <numeric>
 
 namespace bench
@@ -130,6 +133,52 @@ struct TrustedKeys
     std::vector<std::string> pems;
     std::vector<const char*> pointers;
 };
+
+/** The controller's own key as a service signs with it. */
+struct OwnSigner
+{
+    [[nodiscard]] static bmcoauth::Expected<bmcoauth::Bytes>
+    sign(const bmcoauth::Sha256Digest& digest)
+    {
+        const std::unique_ptr<EVP_PKEY_CTX, Releaser<EVP_PKEY_CTX_free>> context{
+            EVP_PKEY_CTX_new(&fixtures().own.key(), nullptr)};
+        std::array<unsigned char, 80> der{};
+        std::size_t length = der.size();
+        require(EVP_PKEY_sign_init(context.get()) == 1 &&
+                    EVP_PKEY_sign(context.get(), der.data(), &length, digest.data(),
+                                  digest.size()) == 1,
+                "EVP_PKEY_sign");
+        return bmcoauth::Bytes::copy({der.data(), length});
+    }
+    [[nodiscard]] static bmcoauth::Expected<bmcoauth::Bytes> publicPoint()
+    {
+        return bmcoauth::Bytes::copy(bmcoauth::bytesOf(support::publicPoint(fixtures().own.key())));
+    }
+};
+
+/** Judges the same token again and again, by a validator that remembers `cacheSize` of them. */
+Work judgesAgain(std::size_t cacheSize)
+{
+    const bmcoauth::SigningKeys keys = bmcoauth::SigningKeys::of(OwnSigner{}).value();
+    const bmcoauth::TokenIssuer issuer =
+        bmcoauth::TokenIssuer::of(keys, {.issuer = "controller", .audience = "console"},
+                                  bmcoauth::systemClock())
+            .value();
+    const auto token = std::make_shared<const bmcoauth::IssuedToken>(
+        issuer.issue("admin", bmcoauth::Privileges::all(), std::chrono::hours{1}).value());
+    const auto validator = std::make_shared<const bmcoauth::TokenValidator>(
+        bmcoauth::TokenValidator::of(keys.verificationKeys(),
+                                     {.issuer = "controller",
+                                      .audience = "console",
+                                      .longestLifetime = std::chrono::hours{1},
+                                      .revoked = [](std::string_view) { return false; },
+                                      .cacheSize = cacheSize},
+                                     bmcoauth::systemClock())
+            .value());
+    return [token, validator] {
+        require(validator->validate(token->token).has_value(), "TokenValidator");
+    };
+}
 
 struct SealedText
 {
@@ -284,6 +333,11 @@ std::vector<Operation> tokenOperations()
                          [&made] {
                              floors::validate(made.ownToken, made.ownDer, Reading::none);
                          }}}},
+        // What costs no signature beside what does: of a token seen before, and of others.
+        {.name = "validate-seen",
+         .must = 0.03,
+         .reach = 0.01,
+         .contenders = {{library, judgesAgain(1)}, {floorName, judgesAgain(0)}}},
         delegated("delegated-es256-pem", made.es256, made.es256.pem, 1.08, 0.95),
         delegated("delegated-es256-jwk", made.es256, made.es256.decodedJwk, 1.08, 0.95),
         delegated("delegated-rs256", made.rs256, made.rs256.pem, 1.30, 1.10),
