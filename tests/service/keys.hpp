@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "oauth2/jwt/handmade_token.hpp"
-#include "oauth2/jwt/issuer.hpp"
+#include "support/issuer.hpp"
+#include "support/tokens.hpp"
 
 #include <bmcoauth/service.hpp>
 
