@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <string>
@@ -92,8 +93,10 @@ TEST(MemoryStore, LetsOneOfManyThreadsReplace)
     ASSERT_TRUE(store.add(clientOf("id"), {}, now));
     const ClientRecord seen = store.find("id").value().value();
     std::atomic<int> winners = 0;
+    constexpr int count = 8;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i)
+    threads.reserve(count);
+    for (int i = 0; i < count; ++i)
     {
         threads.emplace_back([&] { winners += store.replace(seen).value() ? 1 : 0; });
     }

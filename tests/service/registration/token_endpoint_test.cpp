@@ -270,8 +270,10 @@ TEST_F(Endpoint, GivesOneOfManyThreadsTheTokensForAProof)
     const TestClient client = registered();
     const std::string proof = client.proof();
     std::atomic<int> given = 0;
+    constexpr int count = 8;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i)
+    threads.reserve(count);
+    for (int i = 0; i < count; ++i)
     {
         threads.emplace_back([&] { given += endpoint().answer(proof, "sender") ? 1 : 0; });
     }
@@ -510,6 +512,7 @@ TEST_F(Endpoint, GivesManyThreadsOneToken)
     const auto connection = connected();
     std::array<std::string, 5> tokens;
     std::vector<std::thread> threads;
+    threads.reserve(tokens.size());
     for (std::string& token : tokens)
     {
         threads.emplace_back(
