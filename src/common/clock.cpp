@@ -8,7 +8,7 @@
 
 #include <cstdlib>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 std::time_t localNewYear(int year) noexcept
@@ -50,10 +50,10 @@ std::uint64_t secondsOf(const char* text) noexcept
     return std::strtoull(text, nullptr, 0);
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal
 
 extern "C" std::uint64_t get_seconds_from_epoch(std::time_t time)
 {
-    const bmcoauth::ErrnoKeeper keeper;
-    return bmcoauth::secondsFromEpoch(time);
+    const bmcoauth::internal::ErrnoKeeper keeper;
+    return bmcoauth::internal::secondsFromEpoch(time);
 }

@@ -5,7 +5,7 @@
 #include <ctime>
 #include <optional>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 /** The current time as every token and record carries it, in seconds; nothing when the clock
@@ -25,4 +25,4 @@ namespace bmcoauth
  *  not fit and for "-1". */
 [[nodiscard]] std::uint64_t secondsOf(const char* text) noexcept;
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

@@ -7,7 +7,7 @@
 
 #include <bmcoauth/support.h>
 
-bool bmcoauth::isMarkedDevice() noexcept
+bool bmcoauth::internal::isMarkedDevice() noexcept
 {
     const ErrnoKeeper keeper;
     return exists(machine::marker());
@@ -15,5 +15,5 @@ bool bmcoauth::isMarkedDevice() noexcept
 
 extern "C" int isDeviceVorn(void)
 {
-    return bmcoauth::isMarkedDevice() ? 1 : 0;
+    return bmcoauth::internal::isMarkedDevice() ? 1 : 0;
 }

@@ -5,7 +5,7 @@
 #include <bmcoauth/document.h>
 #include <bmcoauth/json.h>
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 namespace
 {

@@ -6,7 +6,7 @@
 
 #include <array>
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 namespace
 {

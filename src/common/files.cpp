@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 void closeFile(std::FILE* file) noexcept
@@ -60,4 +60,4 @@ bool exists(const char* path) noexcept
     return access(path, F_OK) == 0;
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

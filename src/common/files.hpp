@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 void closeFile(std::FILE* file) noexcept;
@@ -22,4 +22,4 @@ using FilePtr = std::unique_ptr<std::FILE, Releaser<closeFile>>;
 /** Whether something exists at @p path. */
 [[nodiscard]] bool exists(const char* path) noexcept;
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

@@ -5,7 +5,7 @@
 
 #include <new>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 namespace
@@ -58,4 +58,4 @@ Carried runGuarded(Step step, const void* captured)
     });
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <type_traits>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 /** Puts errno back to what it was: a caller's next look at it must not see ours, and ours, from 0
@@ -119,4 +119,4 @@ auto guarded(Body body)
     return guardedBy<runGuarded>(body);
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

@@ -11,7 +11,7 @@
 #include <cstring>
 #include <vector>
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 extern "C" void free_handshake_payload(HandshakePayload* payload)
 {

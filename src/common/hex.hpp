@@ -4,7 +4,7 @@
 #include <span>
 #include <string_view>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 constexpr std::string_view lowerCaseDigits = "0123456789abcdef";
@@ -23,4 +23,4 @@ inline char* writeHex(std::span<const unsigned char> bytes, std::string_view dig
     return out;
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 /** Sends @p message to the system journal as one entry of priority 3 (error), with the fields
@@ -9,4 +9,4 @@ namespace bmcoauth
  *  by. A journal that is not there is no failure. */
 void logError(const char* message) noexcept;
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

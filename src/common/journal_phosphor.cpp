@@ -4,7 +4,7 @@
 
 #include <phosphor-logging/log.hpp>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 void logError(const char* message) noexcept
@@ -13,4 +13,4 @@ void logError(const char* message) noexcept
     phosphor::logging::log<phosphor::logging::level::ERR>(message);
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

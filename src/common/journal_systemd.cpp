@@ -9,7 +9,7 @@
 #include <functional>
 #include <thread>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 namespace
@@ -38,4 +38,4 @@ void logError(const char* message) noexcept
                                   static_cast<unsigned long long>(transactionId()), nullptr);
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

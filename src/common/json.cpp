@@ -17,7 +17,7 @@
 #include <sstream>
 #include <utility>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 namespace
@@ -451,9 +451,9 @@ std::vector<NamedMember> namedMembers(const Json::Value& object)
     return members;
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 namespace
 {

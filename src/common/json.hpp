@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 /** Reads @p text into @p tree with jsoncpp's default settings; false, with @p tree as it was and the
@@ -117,4 +117,4 @@ struct NamedMember
 /** heapText that throws std::bad_alloc, for code that runs inside a guard. */
 [[nodiscard]] HeapText requireHeapText(std::string_view text);
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <ctime>
 
-namespace bmcoauth::machine
+namespace bmcoauth::internal::machine
 {
 
 /** The clock, in seconds since the epoch. */
@@ -43,4 +43,4 @@ namespace bmcoauth::machine
     return "/etc/default/certs/FactorycertDevRoot.pem";
 }
 
-} // namespace bmcoauth::machine
+} // namespace bmcoauth::internal::machine

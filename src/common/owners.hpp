@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string_view>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 /** The deleter of every owner in the library: hands the object to its release function. */
@@ -84,4 +84,4 @@ template <typename T>
     return text;
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

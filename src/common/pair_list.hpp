@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 /* Lists of name/value pairs: heap arrays of a record with exactly these two texts, ended by a pair
@@ -103,4 +103,4 @@ template <typename Owner>
     return list;
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

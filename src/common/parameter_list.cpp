@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 namespace
@@ -291,4 +291,4 @@ char** findValues(const HandshakePayload* list, std::string_view name)
     return nullptr;
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

@@ -12,7 +12,7 @@
 #include <initializer_list>
 #include <string_view>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 /** Owns a parameter list. */
@@ -112,4 +112,4 @@ struct ObjectForm
  *  ends at a parameter whose name or value array is null. */
 [[nodiscard]] char** findValues(const HandshakePayload* list, std::string_view name);
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

@@ -11,7 +11,7 @@
 #include <optional>
 #include <utility>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 namespace
@@ -501,4 +501,4 @@ bool appendPlainJson(const Json::Value& tree, SecretString& text)
     }
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

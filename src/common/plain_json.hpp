@@ -7,7 +7,7 @@
 
 #include <string_view>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 /* Fast path for ordinary documents: avoids building a jsoncpp reader or writer per text. Anything
@@ -30,4 +30,4 @@ namespace bmcoauth
  *  of it appended, when the tree holds a real number or a comment. */
 [[nodiscard]] bool appendPlainJson(const Json::Value& tree, SecretString& text);
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

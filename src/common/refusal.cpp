@@ -8,7 +8,7 @@
 #include <cstring>
 #include <initializer_list>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 namespace
@@ -210,17 +210,18 @@ bool refusesNull(const char* names, const void* first, const void* second, const
            refuseFirstNull(names, {first, second, third, fourth, fifth});
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal
 
 extern "C" int bmcoauth_last_refusal(bmcoauth_refusal* refusal, std::size_t size)
 {
-    if (refusal == nullptr || size < sizeof refusal->rule || bmcoauth::published.rule == 0)
+    if (refusal == nullptr || size < sizeof refusal->rule ||
+        bmcoauth::internal::published.rule == 0)
     {
         return 0;
     }
     std::memset(static_cast<void*>(refusal), 0, size);
-    std::memcpy(static_cast<void*>(refusal), &bmcoauth::published,
-                std::min(size, sizeof bmcoauth::published));
+    std::memcpy(static_cast<void*>(refusal), &bmcoauth::internal::published,
+                std::min(size, sizeof bmcoauth::internal::published));
     return 1;
 }
 

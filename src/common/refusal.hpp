@@ -11,7 +11,7 @@
 #include <string_view>
 #include <type_traits>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 /** The types whose zero value is a failure. Numbers are left out on purpose, but for the `int` of
@@ -150,4 +150,4 @@ inline Refused refuse(bmcoauth_rule rule) noexcept
 /** Refuses at the boundary, before there is a guard, where errno is the caller's. */
 [[gnu::cold]] Refused refuseCall(bmcoauth_rule rule, const char* parameter) noexcept;
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/secret.hpp"
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 // NOLINTNEXTLINE(misc-no-recursion): no deeper than the tree, whose depth the parser bounds
@@ -21,4 +21,4 @@ void wipeTexts(const Json::Value& tree) noexcept
     }
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

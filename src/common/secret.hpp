@@ -12,7 +12,7 @@
 #include <new>
 #include <string>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 /** Frees @p text after wiping it; does nothing if it is null. */
@@ -116,4 +116,4 @@ struct SecretTree
     Json::Value root;
 };
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 void releaseStringArray(char** array) noexcept
@@ -71,18 +71,19 @@ StringArray copyFilledArray(const char* const* array) noexcept
     return copyStringArray(array);
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal
 
 extern "C" char** set_char_array(char** array)
 {
-    if (bmcoauth::refusesNull("array", array))
+    if (bmcoauth::internal::refusesNull("array", array))
     {
-        return bmcoauth::refused();
+        return bmcoauth::internal::refused();
     }
-    return bmcoauth::guardedMemory([=] { return bmcoauth::copyFilledArray(array).release(); });
+    return bmcoauth::internal::guardedMemory(
+        [=] { return bmcoauth::internal::copyFilledArray(array).release(); });
 }
 
 extern "C" void free_char_array(void* array)
 {
-    bmcoauth::releaseStringArray(static_cast<char**>(array));
+    bmcoauth::internal::releaseStringArray(static_cast<char**>(array));
 }

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 /** Releases the texts of a null-ended array, then the array; null is nothing to do. */
@@ -28,4 +28,4 @@ using StringArray = std::unique_ptr<char*, Releaser<releaseStringArray>>;
 /** As copyStringArray; null as well, with `document.empty` noted, where there is no text to copy. */
 [[nodiscard]] StringArray copyFilledArray(const char* const* array) noexcept;
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 bool equalIgnoringCase(std::string_view left, std::string_view right) noexcept
@@ -19,4 +19,4 @@ std::string decimal(std::uint64_t number)
     return std::to_string(number);
 }
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace bmcoauth
+namespace bmcoauth::internal
 {
 
 /** The bytes that @p text is made of. */
@@ -27,4 +27,4 @@ namespace bmcoauth
 /** @p number as a text, as the records carry it. */
 [[nodiscard]] std::string decimal(std::uint64_t number);
 
-} // namespace bmcoauth
+} // namespace bmcoauth::internal

@@ -14,7 +14,7 @@
 #include <array>
 #include <cstdlib>
 
-namespace bmcoauth::crypto
+namespace bmcoauth::internal::crypto
 {
 
 namespace
@@ -291,9 +291,9 @@ std::optional<DecodedBytes> decodeEitherBase64(std::string_view text)
     return decodeBase64Url(copy.get());
 }
 
-} // namespace bmcoauth::crypto
+} // namespace bmcoauth::internal::crypto
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 extern "C" int base64encode(const void* data, char** out, int length)
 {

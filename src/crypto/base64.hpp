@@ -10,7 +10,7 @@
 #include <span>
 #include <string_view>
 
-namespace bmcoauth::crypto
+namespace bmcoauth::internal::crypto
 {
 
 /** Bytes decoded from Base64url: `size` bytes and one zero byte that is not counted. They may be a
@@ -63,4 +63,4 @@ void toUrlAlphabet(char* text) noexcept;
 /** Decodes @p text in either alphabet, padded or not, as the readers of stored Base64 do. */
 [[nodiscard]] std::optional<DecodedBytes> decodeEitherBase64(std::string_view text);
 
-} // namespace bmcoauth::crypto
+} // namespace bmcoauth::internal::crypto

@@ -8,7 +8,7 @@
 #include <atomic>
 #include <initializer_list>
 
-namespace bmcoauth::crypto
+namespace bmcoauth::internal::crypto
 {
 
 namespace
@@ -294,4 +294,4 @@ bool isP256(const EC_KEY& key) noexcept
     return group != nullptr && EC_GROUP_get_curve_name(group) == NID_X9_62_prime256v1;
 }
 
-} // namespace bmcoauth::crypto
+} // namespace bmcoauth::internal::crypto

@@ -7,7 +7,7 @@
 #include <optional>
 #include <span>
 
-namespace bmcoauth::crypto
+namespace bmcoauth::internal::crypto
 {
 
 /** The curves of JSON Web Signature (RFC 7518, section 3.4). */
@@ -83,4 +83,4 @@ struct UsualPoint
 /** Whether @p key, not null, lies on P-256. */
 [[nodiscard]] bool isP256(const EC_KEY& key) noexcept;
 
-} // namespace bmcoauth::crypto
+} // namespace bmcoauth::internal::crypto

@@ -17,7 +17,7 @@
 #include <cstring>
 #include <span>
 
-namespace bmcoauth::crypto
+namespace bmcoauth::internal::crypto
 {
 
 namespace
@@ -285,9 +285,9 @@ std::optional<Plaintext> openEnvelope(std::string_view body, std::optional<std::
     return text;
 }
 
-} // namespace bmcoauth::crypto
+} // namespace bmcoauth::internal::crypto
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 void* ecies_key_derivation(const void* input, std::size_t inputLength, void* output,
                            std::size_t* outputLength)

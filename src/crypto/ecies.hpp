@@ -9,7 +9,7 @@
 #include <optional>
 #include <string_view>
 
-namespace bmcoauth::crypto
+namespace bmcoauth::internal::crypto
 {
 
 using Iv = std::array<unsigned char, 16>;
@@ -42,4 +42,4 @@ struct Plaintext
                                                     const EC_KEY& own, const EC_KEY& peer,
                                                     const Iv& iv) noexcept;
 
-} // namespace bmcoauth::crypto
+} // namespace bmcoauth::internal::crypto

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "crypto/openssl.hpp"
 
-namespace bmcoauth::crypto
+namespace bmcoauth::internal::crypto
 {
 
 Carried runCrypto(Step step, const void* captured)
@@ -11,4 +11,4 @@ Carried runCrypto(Step step, const void* captured)
     return runGuarded(step, captured);
 }
 
-} // namespace bmcoauth::crypto
+} // namespace bmcoauth::internal::crypto

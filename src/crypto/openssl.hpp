@@ -19,7 +19,7 @@
 #include <memory>
 #include <string_view>
 
-namespace bmcoauth::crypto
+namespace bmcoauth::internal::crypto
 {
 
 using BioPtr = std::unique_ptr<BIO, Releaser<BIO_free_all>>;
@@ -99,4 +99,4 @@ inline int refusePassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/,
                       : std::string_view{};
 }
 
-} // namespace bmcoauth::crypto
+} // namespace bmcoauth::internal::crypto

@@ -8,7 +8,7 @@
 #include <initializer_list>
 #include <optional>
 
-namespace bmcoauth::crypto
+namespace bmcoauth::internal::crypto
 {
 
 namespace
@@ -131,4 +131,4 @@ HeapText pemText(std::string_view name, std::string_view body) noexcept
     return pem;
 }
 
-} // namespace bmcoauth::crypto
+} // namespace bmcoauth::internal::crypto

@@ -8,7 +8,7 @@
 #include <span>
 #include <string_view>
 
-namespace bmcoauth::crypto
+namespace bmcoauth::internal::crypto
 {
 
 /** The DER bytes of a PEM block; false in a condition when there are none. */
@@ -46,4 +46,4 @@ struct DerBytes
  *  memory runs out. */
 [[nodiscard]] HeapText pemText(std::string_view name, std::string_view body) noexcept;
 
-} // namespace bmcoauth::crypto
+} // namespace bmcoauth::internal::crypto

@@ -15,7 +15,7 @@
 
 #include <cstdlib>
 
-namespace bmcoauth::crypto
+namespace bmcoauth::internal::crypto
 {
 
 bool fillRandom(std::span<unsigned char> bytes) noexcept
@@ -55,9 +55,9 @@ SecretText randomToken(unsigned int count) noexcept
     return secretText(encodeBase64(asText({bytes.get(), count})));
 }
 
-} // namespace bmcoauth::crypto
+} // namespace bmcoauth::internal::crypto
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 extern "C" int issueRandomBytesInHex(char* out, int count)
 {

@@ -5,7 +5,7 @@
 
 #include <span>
 
-namespace bmcoauth::crypto
+namespace bmcoauth::internal::crypto
 {
 
 /** Fills @p bytes from the kernel's random device with one read, and does not try again: false on
@@ -15,4 +15,4 @@ namespace bmcoauth::crypto
 /** Standard Base64 of @p count random bytes; null on failure. */
 [[nodiscard]] SecretText randomToken(unsigned int count) noexcept;
 
-} // namespace bmcoauth::crypto
+} // namespace bmcoauth::internal::crypto

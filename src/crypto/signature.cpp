@@ -5,7 +5,7 @@
 
 #include <climits>
 
-namespace bmcoauth::crypto
+namespace bmcoauth::internal::crypto
 {
 
 bool sha256(std::string_view text, std::span<unsigned char, 32> digest) noexcept
@@ -64,4 +64,4 @@ bool verifyText(std::string_view text, std::span<const unsigned char> der, EC_KE
     return result == 1 || refuse(wrong);
 }
 
-} // namespace bmcoauth::crypto
+} // namespace bmcoauth::internal::crypto

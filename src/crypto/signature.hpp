@@ -7,7 +7,7 @@
 #include <span>
 #include <string_view>
 
-namespace bmcoauth::crypto
+namespace bmcoauth::internal::crypto
 {
 
 using Sha256Digest = std::array<unsigned char, 32>;
@@ -24,4 +24,4 @@ using Sha256Digest = std::array<unsigned char, 32>;
 [[nodiscard]] bool verifyText(std::string_view text, std::span<const unsigned char> der,
                               EC_KEY& key, bmcoauth_rule wrong) noexcept;
 
-} // namespace bmcoauth::crypto
+} // namespace bmcoauth::internal::crypto

@@ -10,7 +10,7 @@
 
 #include <new>
 
-namespace bmcoauth::keys
+namespace bmcoauth::internal::keys
 {
 
 namespace
@@ -208,4 +208,4 @@ bool isNamed(std::string_view pem, const char* commonName) noexcept
            refuse(BMCOAUTH_RULE_CERTIFICATE_NAME).saw(name.value_or("")).wanted(commonName);
 }
 
-} // namespace bmcoauth::keys
+} // namespace bmcoauth::internal::keys

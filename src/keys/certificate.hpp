@@ -13,7 +13,7 @@
 #include <string>
 #include <string_view>
 
-namespace bmcoauth::keys
+namespace bmcoauth::internal::keys
 {
 
 struct CertificateFields;
@@ -66,4 +66,4 @@ private:
 /** Verifies the last "x5c" value of @p certificate: see chainVerify. */
 [[nodiscard]] bmcoauth_chain_result verifyChain(const HandshakePayload* certificate);
 
-} // namespace bmcoauth::keys
+} // namespace bmcoauth::internal::keys

@@ -9,7 +9,7 @@
 
 #include <openssl/pem.h>
 
-namespace bmcoauth::keys
+namespace bmcoauth::internal::keys
 {
 
 namespace
@@ -173,4 +173,4 @@ bmcoauth_chain_result verifyChain(const HandshakePayload* certificate)
     return chain ? verify(*chain, *trusted) : result;
 }
 
-} // namespace bmcoauth::keys
+} // namespace bmcoauth::internal::keys

@@ -10,7 +10,7 @@
 
 #include <cstring>
 
-namespace bmcoauth::keys
+namespace bmcoauth::internal::keys
 {
 
 namespace
@@ -118,9 +118,9 @@ std::optional<unsigned int> textLength(const crypto::Plaintext& plaintext)
 
 } // namespace
 
-} // namespace bmcoauth::keys
+} // namespace bmcoauth::internal::keys
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 extern "C" char* ecies_encrypt(const char* data, unsigned int length, HandshakePayload** peer,
                                char** mac, const unsigned char* der, int derLength, const char* iv)

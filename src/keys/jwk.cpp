@@ -9,7 +9,7 @@
 
 #include <bmcoauth/support.h>
 
-namespace bmcoauth::keys
+namespace bmcoauth::internal::keys
 {
 
 namespace
@@ -157,9 +157,9 @@ CertificateKeyList copyCertificateKeys(const HandshakePayload* const* list) noex
     return copyList<CertificateKeyList>(list, copyParameters);
 }
 
-} // namespace bmcoauth::keys
+} // namespace bmcoauth::internal::keys
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 extern "C" void free_jwk(jwk** record)
 {

@@ -7,7 +7,7 @@
 
 #include <string_view>
 
-namespace bmcoauth::keys
+namespace bmcoauth::internal::keys
 {
 
 inline void releaseKey(jwk* record) noexcept
@@ -36,4 +36,4 @@ using CertificateKeyList = std::unique_ptr<HandshakePayload*, Releaser<free_jwk_
 [[nodiscard]] KeyList copyKeys(const jwk* const* list) noexcept;
 [[nodiscard]] CertificateKeyList copyCertificateKeys(const HandshakePayload* const* list) noexcept;
 
-} // namespace bmcoauth::keys
+} // namespace bmcoauth::internal::keys

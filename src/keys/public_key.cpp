@@ -18,7 +18,7 @@
 #include <array>
 #include <vector>
 
-namespace bmcoauth::keys
+namespace bmcoauth::internal::keys
 {
 
 namespace
@@ -197,9 +197,9 @@ KeyRecord parseKey(std::string_view text)
     return parseSecretObject(text, object) ? recordOf(object.root) : nullptr;
 }
 
-} // namespace bmcoauth::keys
+} // namespace bmcoauth::internal::keys
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 namespace
 {

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace bmcoauth::keys
+namespace bmcoauth::internal::keys
 {
 
 /** The PEM text of the EC key with these coordinates (Base64url) on the curve that a JSON Web Key
@@ -22,4 +22,4 @@ namespace bmcoauth::keys
 /** The PEM text of the EC or RSA key that the members of the JSON Web Key @p key describe. */
 [[nodiscard]] std::optional<std::string> publicKeyPem(const Json::Value& key);
 
-} // namespace bmcoauth::keys
+} // namespace bmcoauth::internal::keys

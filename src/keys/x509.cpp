@@ -17,7 +17,7 @@
 #include <new>
 #include <utility>
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 namespace
 {

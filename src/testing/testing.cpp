@@ -12,7 +12,7 @@
 #include <string_view>
 #include <utility>
 
-namespace bmcoauth::machine
+namespace bmcoauth::internal::machine
 {
 
 namespace
@@ -114,9 +114,9 @@ Path developmentRoot() noexcept
     return state().use([](const State& current) { return current.development; });
 }
 
-} // namespace bmcoauth::machine
+} // namespace bmcoauth::internal::machine
 
-using namespace bmcoauth::machine;
+using namespace bmcoauth::internal::machine;
 
 extern "C" int bmcoauth_testing_set_clock(std::int64_t seconds)
 {

@@ -10,8 +10,8 @@ TEST(LogErrorOnDevices, HandsTheMessageOverAsAnError)
 {
     using phosphor::logging::level;
     errno = EXDEV;
-    bmcoauth::logError("first %s");
-    bmcoauth::logError("");
+    bmcoauth::internal::logError("first %s");
+    bmcoauth::internal::logError("");
     EXPECT_EQ(errno, EXDEV);
     ASSERT_EQ(phosphor::logging::logged.size(), 2U);
     EXPECT_EQ(phosphor::logging::logged[0], std::pair(level::ERR, std::string{"first %s"}));

@@ -12,8 +12,8 @@
 
 #include <optional>
 
-using namespace bmcoauth;
-using namespace bmcoauth::authorize;
+using namespace bmcoauth::internal;
+using namespace bmcoauth::internal::authorize;
 
 namespace
 {

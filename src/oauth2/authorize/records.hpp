@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-namespace bmcoauth::authorize
+namespace bmcoauth::internal::authorize
 {
 
 using PolicyList = std::unique_ptr<KestPolicyAuth, Releaser<free_kest_policy_response>>;
@@ -33,4 +33,4 @@ using Response = std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_resp
                                     SecretText refreshToken, const char* expiresIn,
                                     const char* tokenType, std::uint64_t now);
 
-} // namespace bmcoauth::authorize
+} // namespace bmcoauth::internal::authorize

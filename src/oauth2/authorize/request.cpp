@@ -7,8 +7,8 @@
 
 #include <array>
 
-using namespace bmcoauth;
-using namespace bmcoauth::authorize;
+using namespace bmcoauth::internal;
+using namespace bmcoauth::internal::authorize;
 
 namespace
 {
@@ -106,7 +106,7 @@ Request makeRequest(const RequestParts& parts) noexcept
 
 } // namespace
 
-namespace bmcoauth::authorize
+namespace bmcoauth::internal::authorize
 {
 
 Request readRequest(const char* text)
@@ -145,7 +145,7 @@ Request readRequest(const char* text)
         {clientSecret, clientId, state, policy.get(), handshake.get(), refreshToken});
 }
 
-} // namespace bmcoauth::authorize
+} // namespace bmcoauth::internal::authorize
 
 extern "C" AuthorizeRequest*
 create_authorize_request(const char* client_secret, const char* client_id, const char* state,

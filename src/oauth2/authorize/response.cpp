@@ -8,7 +8,7 @@
 #include <array>
 #include <tuple>
 
-namespace bmcoauth::authorize
+namespace bmcoauth::internal::authorize
 {
 
 Response makeResponse(const char* state, SecretText accessToken, SecretText refreshToken,
@@ -54,10 +54,10 @@ HeapText writtenResponse(const AuthorizeResponse& response)
     return heapJsonText(document);
 }
 
-} // namespace bmcoauth::authorize
+} // namespace bmcoauth::internal::authorize
 
-using namespace bmcoauth;
-using namespace bmcoauth::authorize;
+using namespace bmcoauth::internal;
+using namespace bmcoauth::internal::authorize;
 
 extern "C" AuthorizeResponse* create_authorize_response(const char* state, const char* access_token,
                                                         const char* refresh_token,

@@ -22,7 +22,7 @@
 #include <string_view>
 #include <utility>
 
-namespace bmcoauth::jwt
+namespace bmcoauth::internal::jwt
 {
 
 namespace
@@ -153,7 +153,7 @@ public:
         static_cast<void>(std::snprintf(told.data(), told.size(),
                                         "%u not selected, %u not imported, %u not verified",
                                         selectedNot, importedNot, verifiedNot));
-        Refused reason = bmcoauth::refuse(furthest).saw(told.data());
+        Refused reason = bmcoauth::internal::refuse(furthest).saw(told.data());
         return index ? reason.at(*index) : reason;
     }
 
@@ -299,9 +299,9 @@ bmcoauth_token_result check(std::string_view token, const Policy& policy, JWTHea
 
 } // namespace
 
-} // namespace bmcoauth::jwt
+} // namespace bmcoauth::internal::jwt
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 extern "C" int validateJWT_Delegated(const char* token, const char** keys, unsigned int /*unused*/,
                                      JWTHeader** header, JWTPayload** payload, unsigned int skew,

@@ -18,7 +18,7 @@
 #include <utility>
 #include <vector>
 
-namespace bmcoauth::jwt
+namespace bmcoauth::internal::jwt
 {
 
 namespace
@@ -339,9 +339,9 @@ HeapText makeToken(const JWTHeader& header, const JWTPayload& payload, const uns
     return heapText(token);
 }
 
-} // namespace bmcoauth::jwt
+} // namespace bmcoauth::internal::jwt
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 extern "C" char* generateJWT(JWTHeader* header, JWTPayload* payload, const unsigned char* der,
                              int derLength)

@@ -5,7 +5,7 @@
 
 #include <bmcoauth/token.h>
 
-namespace bmcoauth::jwt
+namespace bmcoauth::internal::jwt
 {
 
 /** The signed compact token of the two records, as generateJWT gives it; null on failure. Throws
@@ -13,4 +13,4 @@ namespace bmcoauth::jwt
 [[nodiscard]] HeapText makeToken(const JWTHeader& header, const JWTPayload& payload,
                                  const unsigned char* der, int derLength);
 
-} // namespace bmcoauth::jwt
+} // namespace bmcoauth::internal::jwt

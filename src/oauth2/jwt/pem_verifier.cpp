@@ -14,7 +14,7 @@
 #include <array>
 #include <optional>
 
-namespace bmcoauth::jwt
+namespace bmcoauth::internal::jwt
 {
 
 namespace
@@ -259,4 +259,4 @@ bool verifyWithPem(std::string_view signingInput, std::string_view signature, st
     }
 }
 
-} // namespace bmcoauth::jwt
+} // namespace bmcoauth::internal::jwt

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-namespace bmcoauth::jwt
+namespace bmcoauth::internal::jwt
 {
 
 /** Whether verifyWithPem knows @p algorithm, as far as the first of its characters tells. */
@@ -18,4 +18,4 @@ namespace bmcoauth::jwt
 [[nodiscard]] bool verifyWithPem(std::string_view signingInput, std::string_view signature,
                                  std::string_view pem, std::string_view algorithm);
 
-} // namespace bmcoauth::jwt
+} // namespace bmcoauth::internal::jwt

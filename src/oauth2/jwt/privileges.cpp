@@ -8,7 +8,7 @@
 #include <iterator>
 #include <string_view>
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 // Writable, as the services that bind them expect; in the order of the privilege bits.
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)

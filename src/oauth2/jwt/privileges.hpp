@@ -5,7 +5,7 @@
 
 #include <optional>
 
-namespace bmcoauth::jwt
+namespace bmcoauth::internal::jwt
 {
 
 [[nodiscard]] unsigned int scopePrivileges(const JWTPayload& payload);
@@ -18,4 +18,4 @@ namespace bmcoauth::jwt
 [[nodiscard]] std::optional<unsigned int> xidpPrivileges(const JWTPayload& payload,
                                                          const char* const* providers);
 
-} // namespace bmcoauth::jwt
+} // namespace bmcoauth::internal::jwt

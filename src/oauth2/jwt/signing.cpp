@@ -18,7 +18,7 @@
 #include <optional>
 #include <span>
 
-namespace bmcoauth::jwt
+namespace bmcoauth::internal::jwt
 {
 
 namespace
@@ -247,9 +247,9 @@ bool verifySignature(std::string_view signingInput, std::string_view signature,
                                      BMCOAUTH_RULE_TOKEN_SIGNATURE);
 }
 
-} // namespace bmcoauth::jwt
+} // namespace bmcoauth::internal::jwt
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 extern "C" int generateECKey(unsigned char** publicKey, unsigned char** privateKey,
                              int* publicLength, int* privateLength)

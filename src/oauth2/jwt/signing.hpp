@@ -5,7 +5,7 @@
 
 #include <string_view>
 
-namespace bmcoauth::jwt
+namespace bmcoauth::internal::jwt
 {
 
 /** Signs @p signingInput with the ECPrivateKey structure @p der, or with a throwaway key where it
@@ -18,4 +18,4 @@ namespace bmcoauth::jwt
 [[nodiscard]] bool verifySignature(std::string_view signingInput, std::string_view signature,
                                    const unsigned char* der, int derLength);
 
-} // namespace bmcoauth::jwt
+} // namespace bmcoauth::internal::jwt

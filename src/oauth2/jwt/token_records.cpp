@@ -19,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-namespace bmcoauth::jwt
+namespace bmcoauth::internal::jwt
 {
 
 namespace
@@ -339,9 +339,9 @@ ScopesPtr structuredScopes(std::string_view text)
     return parseJsonObject(text, object) ? scopesOf(object) : nullptr;
 }
 
-} // namespace bmcoauth::jwt
+} // namespace bmcoauth::internal::jwt
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 extern "C" JWTHeader* create_jwt_header(const char* typ, const char* alg, const char* kid)
 {

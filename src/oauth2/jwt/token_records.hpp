@@ -12,7 +12,7 @@
 #include <optional>
 #include <string_view>
 
-namespace bmcoauth::jwt
+namespace bmcoauth::internal::jwt
 {
 
 using HeaderPtr = std::unique_ptr<JWTHeader, Releaser<free_jwt_header>>;
@@ -93,4 +93,4 @@ void throwExhaustedMemory();
  *  Throws std::bad_alloc, and jsoncpp's error for a scope value that is not a text. */
 [[nodiscard]] ScopesPtr structuredScopes(std::string_view text);
 
-} // namespace bmcoauth::jwt
+} // namespace bmcoauth::internal::jwt

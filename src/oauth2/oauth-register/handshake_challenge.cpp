@@ -19,9 +19,9 @@
 #include <string>
 #include <vector>
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
-namespace bmcoauth::registration
+namespace bmcoauth::internal::registration
 {
 
 namespace
@@ -320,9 +320,9 @@ HeapText keyDocument(std::string_view prefix, unsigned int keys, unsigned int to
 
 } // namespace
 
-} // namespace bmcoauth::registration
+} // namespace bmcoauth::internal::registration
 
-using namespace bmcoauth::registration;
+using namespace bmcoauth::internal::registration;
 
 extern "C" bool compareSoftwareCertTag(const char* type)
 {

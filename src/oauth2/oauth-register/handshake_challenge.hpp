@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <optional>
 
-namespace bmcoauth::registration
+namespace bmcoauth::internal::registration
 {
 
 /** The numbers behind "M" and "C": which secret is used, and for which one-time password. */
@@ -22,4 +22,4 @@ struct Counters
 /** Adds "M" and "C". */
 void putCounters(ParameterListWriter& writer, const Counters& counters);
 
-} // namespace bmcoauth::registration
+} // namespace bmcoauth::internal::registration

@@ -14,7 +14,7 @@
 
 #include <cstring>
 
-namespace bmcoauth::registration
+namespace bmcoauth::internal::registration
 {
 
 namespace
@@ -152,10 +152,10 @@ bool isCertificateProof(const char* proof, const CertificateClaim& claim)
                                            BMCOAUTH_RULE_HANDSHAKE_PROOF_WRONG);
 }
 
-} // namespace bmcoauth::registration
+} // namespace bmcoauth::internal::registration
 
-using namespace bmcoauth;
-using namespace bmcoauth::registration;
+using namespace bmcoauth::internal;
+using namespace bmcoauth::internal::registration;
 
 char* generateSignedResponseValue(const std::string& text, EC_KEY* key)
 {

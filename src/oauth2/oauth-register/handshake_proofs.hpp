@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-namespace bmcoauth::registration
+namespace bmcoauth::internal::registration
 {
 
 /** The handshake type that asks for a certificate proof. */
@@ -64,4 +64,4 @@ struct SigningKey
 /** Whether @p proof is the signature of @p claim by the key of its certificate. */
 [[nodiscard]] bool isCertificateProof(const char* proof, const CertificateClaim& claim);
 
-} // namespace bmcoauth::registration
+} // namespace bmcoauth::internal::registration

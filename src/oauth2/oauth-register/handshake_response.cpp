@@ -13,7 +13,7 @@
 #include <optional>
 #include <span>
 
-namespace bmcoauth::registration
+namespace bmcoauth::internal::registration
 {
 
 namespace
@@ -283,10 +283,10 @@ int check(const Given& given, const HandshakePayload* response)
 
 } // namespace
 
-} // namespace bmcoauth::registration
+} // namespace bmcoauth::internal::registration
 
-using namespace bmcoauth;
-using namespace bmcoauth::registration;
+using namespace bmcoauth::internal;
+using namespace bmcoauth::internal::registration;
 
 extern "C" int generateHandshakeResponseForChallenge(HandshakePayload* challenge, const char* keys,
                                                      unsigned int keysLength,

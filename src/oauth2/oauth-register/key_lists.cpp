@@ -3,7 +3,7 @@
 
 #include "common/pair_list.hpp"
 
-namespace bmcoauth::registration
+namespace bmcoauth::internal::registration
 {
 
 namespace
@@ -82,4 +82,4 @@ bool readCertificates(const Json::Value& object, const char* name, keys::Certifi
     return readList(object, name, list, certificateOf);
 }
 
-} // namespace bmcoauth::registration
+} // namespace bmcoauth::internal::registration

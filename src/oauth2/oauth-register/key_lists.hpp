@@ -7,7 +7,7 @@
 
 #include <new>
 
-namespace bmcoauth::registration
+namespace bmcoauth::internal::registration
 {
 
 /** An array with an object for each key of @p list, which is not null. */
@@ -21,4 +21,4 @@ namespace bmcoauth::registration
 [[nodiscard]] bool readCertificates(const Json::Value& object, const char* name,
                                     keys::CertificateKeyList& list);
 
-} // namespace bmcoauth::registration
+} // namespace bmcoauth::internal::registration

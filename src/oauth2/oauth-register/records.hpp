@@ -5,7 +5,7 @@
 
 #include <bmcoauth/register.h>
 
-namespace bmcoauth::registration
+namespace bmcoauth::internal::registration
 {
 
 using Request = std::unique_ptr<RegisterRequest, Releaser<free_register_request>>;
@@ -35,4 +35,4 @@ struct ResponseSettings
 /** See write_register_response. */
 [[nodiscard]] HeapText writtenResponse(const RegisterResponse& response);
 
-} // namespace bmcoauth::registration
+} // namespace bmcoauth::internal::registration

@@ -3,7 +3,7 @@
 #include "crypto/random.hpp"
 #include "oauth2/oauth-register/records.hpp"
 
-namespace bmcoauth::registration
+namespace bmcoauth::internal::registration
 {
 
 namespace
@@ -37,10 +37,10 @@ Response registerClient(const RegisterResponse* settings)
 
 } // namespace
 
-} // namespace bmcoauth::registration
+} // namespace bmcoauth::internal::registration
 
-using namespace bmcoauth;
-using namespace bmcoauth::registration;
+using namespace bmcoauth::internal;
+using namespace bmcoauth::internal::registration;
 
 extern "C" RegisterResponse* register_client(RegisterRequest* request,
                                              RegisterResponse* response_template)

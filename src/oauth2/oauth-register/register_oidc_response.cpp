@@ -7,7 +7,7 @@
 
 #include <optional>
 
-using namespace bmcoauth;
+using namespace bmcoauth::internal;
 
 namespace
 {

@@ -4,7 +4,7 @@
 #include "oauth2/oauth-register/key_lists.hpp"
 #include "oauth2/oauth-register/records.hpp"
 
-namespace bmcoauth::registration
+namespace bmcoauth::internal::registration
 {
 
 namespace
@@ -160,10 +160,10 @@ Request readRequest(const char* text)
                  : nullptr;
 }
 
-} // namespace bmcoauth::registration
+} // namespace bmcoauth::internal::registration
 
-using namespace bmcoauth;
-using namespace bmcoauth::registration;
+using namespace bmcoauth::internal;
+using namespace bmcoauth::internal::registration;
 
 extern "C" RegisterRequest* create_register_request(char** redirect_uri, const char* client_name,
                                                     const char* software_id, jwk** dfs,

@@ -7,7 +7,7 @@
 
 #include <cerrno>
 
-namespace bmcoauth::registration
+namespace bmcoauth::internal::registration
 {
 
 namespace
@@ -161,10 +161,10 @@ Response readResponse(const char* text)
 
 } // namespace
 
-} // namespace bmcoauth::registration
+} // namespace bmcoauth::internal::registration
 
-using namespace bmcoauth;
-using namespace bmcoauth::registration;
+using namespace bmcoauth::internal;
+using namespace bmcoauth::internal::registration;
 
 namespace
 {

@@ -12,7 +12,7 @@
 #include <cstddef>
 #include <ctime>
 
-namespace bmcoauth::machine
+namespace bmcoauth::internal::machine
 {
 
 /** A path by value: the test may set another one while the library opens this one. */
@@ -32,4 +32,4 @@ struct Path
 [[nodiscard]] Path productionRoot() noexcept;
 [[nodiscard]] Path developmentRoot() noexcept;
 
-} // namespace bmcoauth::machine
+} // namespace bmcoauth::internal::machine

@@ -13,7 +13,7 @@
 
 // The verifier is not exported, and the messages of most vectors are no tokens: it is compiled into
 // this program.
-using bmcoauth::jwt::verifyWithPem;
+using bmcoauth::internal::jwt::verifyWithPem;
 
 using namespace support;
 
