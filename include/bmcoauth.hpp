@@ -31,9 +31,8 @@
  * process, and where a function takes or gives a std::string or Json::Value, which then do what
  * they always do.
  *
- * The names lie in an inline namespace, so that a program's copies of these functions have symbols
- * of their own: they never meet those of the library, which calls its inside `bmcoauth` too, or
- * those of another version of these headers in one process. Nothing but these headers makes them.
+ * The names are in an inline namespace, so that a program's copies of these functions never share a
+ * symbol with those of another version of these headers in one process.
  *
  * Not here is what C++ has no use for: the allocation that ends the process (o2_ff_*), the copying
  * and printing of records, the buffer that an envelope is put together in (secure_*,
