@@ -111,12 +111,20 @@ public:
         return place->second;
     }
 
-    /** Whether `issue` fails. */
-    bool broken = false;
-    /** What `validate` fails with. */
-    std::optional<Error> failure;
+    /** Whether `issue` fails from now on. */
+    void breakSigner(bool now)
+    {
+        broken = now;
+    }
+    /** `validate` fails with `error` from now on. */
+    void failValidating(const Error& error)
+    {
+        failure = error;
+    }
 
 private:
+    bool broken = false;
+    std::optional<Error> failure;
     const SetClock* clock;
     mutable std::mutex mutex;
     std::map<std::string, TokenFacts, std::less<>> issued;

@@ -55,7 +55,11 @@ public:
     {
     }
 
-    std::function<void()> interruption;
+    /** Makes this call at the next replacing. */
+    void interruptWith(std::function<void()> call)
+    {
+        interruption = std::move(call);
+    }
 
     [[nodiscard]] Expected<std::optional<ClientRecord>> find(std::string_view id) const
     {
@@ -89,6 +93,7 @@ public:
     }
 
 private:
+    std::function<void()> interruption;
     MemoryStore* inner;
 };
 
@@ -104,9 +109,7 @@ TEST_F(Interrupted, GivesTokensForAProofOnce)
 {
     const TestClient client = registered();
     const std::string proof = client.proof();
-    interrupted.interruption = [&] {
-        EXPECT_TRUE(endpoint().answer(proof, "sender"));
-    };
+    interrupted.interruptWith([&] { EXPECT_TRUE(endpoint().answer(proof, "sender")); });
     EXPECT_REFUSED("client.challenge-used", slow.answer(proof, "sender"));
     // The one that came second was no guess.
     for (int i = 0; i < 10; ++i)
@@ -120,9 +123,8 @@ TEST_F(Interrupted, LooksAtAWrongProofOnce)
 {
     const TestClient client = guessing(registered());
     const std::string proof = client.proof();
-    interrupted.interruption = [&] {
-        EXPECT_REFUSED("handshake.proof-wrong", endpoint().answer(proof, "sender"));
-    };
+    interrupted.interruptWith(
+        [&] { EXPECT_REFUSED("handshake.proof-wrong", endpoint().answer(proof, "sender")); });
     EXPECT_REFUSED("client.challenge-used", slow.answer(proof, "sender"));
 }
 
@@ -130,9 +132,8 @@ TEST_F(Interrupted, GivesTheSameRefreshTokenAsTheOtherCall)
 {
     const auto connection = connected();
     std::string other;
-    interrupted.interruption = [&] {
-        other = newTokenOf(connection.first, connection.second.refresh);
-    };
+    interrupted.interruptWith(
+        [&] { other = newTokenOf(connection.first, connection.second.refresh); });
     const Text answer =
         slow.answer(connection.first.refreshing(connection.second.refresh), "sender").value();
     EXPECT_EQ(TestClient::tokensOf(answer).refresh, other);
@@ -142,9 +143,7 @@ TEST_F(Interrupted, GivesTheSameRefreshTokenAsTheOtherCall)
 TEST_F(Interrupted, GivesNothingToAClientThatWasRemovedMeanwhile)
 {
     const auto connection = connected();
-    interrupted.interruption = [&] {
-        ASSERT_TRUE(store.remove(connection.first.id));
-    };
+    interrupted.interruptWith([&] { ASSERT_TRUE(store.remove(connection.first.id)); });
     EXPECT_REFUSED("client.unknown",
                    slow.answer(connection.first.refreshing(connection.second.refresh), "sender"));
     EXPECT_FALSE(endpoint().isActive(connection.first.id).value());
@@ -317,7 +316,7 @@ TEST_F(Endpoint, TellsUnknownLockedAndWrongApartForTheLogAlone)
 TEST_F(Endpoint, BlamesItselfWhereItsSignerFails)
 {
     const auto connection = connected();
-    issuer.broken = true;
+    issuer.breakSigner(true);
     const Expected<Text, Refusal> answer = refreshed(connection.first, connection.second.refresh);
     EXPECT_REFUSED("key.kind", answer);
     EXPECT_EQ(answer.error().code(), OAUTH_SERVER_ERROR);
@@ -327,7 +326,7 @@ TEST_F(Endpoint, BlamesItselfWhereItsSignerFails)
         EXPECT_FALSE(refreshed(connection.first, connection.second.refresh));
     }
     time.advance(1h);
-    issuer.broken = false;
+    issuer.breakSigner(false);
     EXPECT_TRUE(refreshed(connection.first, connection.second.refresh));
 }
 
@@ -586,7 +585,7 @@ TEST_F(Endpoint, RevokesOnlyForTheOwner)
 TEST_F(Endpoint, SaysSoWhenItCouldNotLook)
 {
     const auto connection = connected();
-    issuer.failure = Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED};
+    issuer.failValidating(Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED});
     const Expected<void, Refusal> revoked =
         endpoint().revoke(connection.first.id, connection.first.secret, connection.second.access);
     EXPECT_REFUSED("memory.exhausted", revoked);
