@@ -67,7 +67,7 @@ struct TokenFunctions
 };
 
 /** How a TokenEndpoint decides. */
-struct TokenRules
+struct TokenEndpointRules
 {
     /** How many proofs of one sender may fail. */
     FailureRate failuresOfSender{.burst = 10, .interval = std::chrono::minutes{10}};
@@ -91,7 +91,8 @@ public:
     /** An endpoint for `store`, which must outlive it. Refused if a function is absent or a rule
      *  has no meaning. */
     [[nodiscard]] static Expected<TokenEndpoint> of(S& store BMCOAUTH_LIFETIMEBOUND,
-                                                    TokenFunctions functions, TokenRules rules = {},
+                                                    TokenFunctions functions,
+                                                    TokenEndpointRules rules = {},
                                                     Clock clock = systemClock())
     {
         if (!functions.issue || !functions.validate || !functions.secrets ||
@@ -189,7 +190,7 @@ public:
     }
 
 private:
-    TokenEndpoint(S& clients, TokenFunctions asked, const TokenRules& given, Clock time)
+    TokenEndpoint(S& clients, TokenFunctions asked, const TokenEndpointRules& given, Clock time)
         : store{&clients}, functions{std::move(asked)}, rules{given}, clock{std::move(time)}
     {
     }
@@ -540,7 +541,7 @@ private:
 
     S* store;
     TokenFunctions functions;
-    TokenRules rules;
+    TokenEndpointRules rules;
     Clock clock;
 };
 

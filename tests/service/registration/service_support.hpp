@@ -233,7 +233,7 @@ struct TestService : ::testing::Test
     {
         return Registrar<MemoryStore>::of(store, std::move(rules), time.clock()).value();
     }
-    [[nodiscard]] TokenEndpoint<MemoryStore> endpoint(const TokenRules& rules = {})
+    [[nodiscard]] TokenEndpoint<MemoryStore> endpoint(const TokenEndpointRules& rules = {})
     {
         return TokenEndpoint<MemoryStore>::of(store, functions(), rules, time.clock()).value();
     }
