@@ -43,54 +43,54 @@ public:
     }
 
     /** The member, file or parameter that it concerns; only the end of a path fits. */
-    Refused about(const char* subject) const noexcept
+    Refused& about(const char* subject) noexcept
     {
         noteSubject(subject);
         return *this;
     }
     /** By another rule, which says more of the whole than that of a part; exhausted memory stays
      *  what it is. */
-    Refused as(bmcoauth_rule rule) const noexcept
+    Refused& as(bmcoauth_rule rule) noexcept
     {
         noteOtherRule(rule);
         return *this;
     }
     /** As about, unless the place that refused has said it already. */
-    Refused within(const char* subject) const noexcept
+    Refused& within(const char* subject) noexcept
     {
         noteOuterSubject(subject);
         return *this;
     }
     /** Which of several keys, certificates or proofs. */
-    Refused at(std::size_t index) const noexcept
+    Refused& at(std::size_t index) noexcept
     {
         noteIndex(index);
         return *this;
     }
     /** What was there; null is nothing. Never a secret of ours. */
-    Refused saw(const char* text) const noexcept
+    Refused& saw(const char* text) noexcept
     {
         noteSeen(text);
         return *this;
     }
-    Refused saw(std::string_view text) const noexcept
+    Refused& saw(std::string_view text) noexcept
     {
         noteSeen(text);
         return *this;
     }
     /** As saw: the system's words for errno. */
-    Refused sawErrno() const noexcept
+    Refused& sawErrno() noexcept
     {
         noteErrno();
         return *this;
     }
     /** What should have been there. Never a secret of ours. */
-    Refused wanted(const char* text) const noexcept
+    Refused& wanted(const char* text) noexcept
     {
         noteWanted(text);
         return *this;
     }
-    Refused wanted(const char* words, std::uint64_t number) const noexcept
+    Refused& wanted(const char* words, std::uint64_t number) noexcept
     {
         noteWanted(words, number);
         return *this;
