@@ -15,15 +15,23 @@
  * where memory runs out, those do what they always do. Programs must link libcrypto. */
 
 #include <bmcoauth.hpp>
+#include <bmcoauth/service/client_record.hpp>
 #include <bmcoauth/service/clock.hpp>
 #include <bmcoauth/service/delegated_validator.hpp>
+#include <bmcoauth/service/device_identity.hpp>
 #include <bmcoauth/service/digest.hpp>
 #include <bmcoauth/service/expectation.hpp>
 #include <bmcoauth/service/issued_token.hpp>
 #include <bmcoauth/service/key_files.hpp>
 #include <bmcoauth/service/key_set.hpp>
+#include <bmcoauth/service/refresh_token.hpp>
+#include <bmcoauth/service/refusal.hpp>
+#include <bmcoauth/service/registrar.hpp>
+#include <bmcoauth/service/secret_digest.hpp>
 #include <bmcoauth/service/signing_keys.hpp>
+#include <bmcoauth/service/store.hpp>
 #include <bmcoauth/service/strict_reading.hpp>
+#include <bmcoauth/service/token_endpoint.hpp>
 #include <bmcoauth/service/token_issuer.hpp>
 #include <bmcoauth/service/token_validator.hpp>
 #include <bmcoauth/service/valid_token.hpp>
