@@ -48,8 +48,10 @@ Exit statusOf(int rule)
 
 TEST(Reason, HasASentenceForEveryRule)
 {
+    // What services decide for themselves begins there; no verb does.
+    constexpr int ofServices = 2000;
     int rules = 0;
-    for (int rule = 0; rule < noRule; ++rule)
+    for (int rule = 0; rule < ofServices; ++rule)
     {
         if (const char* name = bmcoauth_rule_name(rule))
         {

@@ -142,19 +142,6 @@ constexpr auto wordings = std::to_array<Wording>({
      "for counters"},
     {BMCOAUTH_RULE_HANDSHAKE_IV, "the IV of the sealed certificate is absent or not 32 characters "
                                  "long"},
-
-    {BMCOAUTH_RULE_CLIENT_UNKNOWN, "there is no such client"},
-    {BMCOAUTH_RULE_CLIENT_SECRET, "the client's secret is another one, or absent"},
-    {BMCOAUTH_RULE_CLIENT_LOCKED, "too many proofs have failed of late"},
-    {BMCOAUTH_RULE_CLIENT_CHALLENGE_USED, "the challenge has been answered before"},
-    {BMCOAUTH_RULE_CLIENT_CHALLENGE_EXPIRED, "the challenge is too old"},
-    {BMCOAUTH_RULE_CLIENT_REFRESH_UNKNOWN, "the client was never given this refresh token"},
-    {BMCOAUTH_RULE_CLIENT_REFRESH_REUSED, "the refresh token was used up before"},
-    {BMCOAUTH_RULE_CLIENT_REFRESH_EXPIRED, "the refresh token was not used in time"},
-    {BMCOAUTH_RULE_CLIENT_FAMILY_EXPIRED, "the registration has ended"},
-    {BMCOAUTH_RULE_CLIENT_REDIRECT_URI, "a redirect URI is not one of those allowed"},
-    {BMCOAUTH_RULE_CLIENT_NOT_AUTHORIZED, "the sender may not ask about tokens"},
-    {BMCOAUTH_RULE_CLIENT_STORE_FAILED, "the store of clients failed, or was too busy"},
 });
 
 /** Whether @p rule tells of the machine: memory, the random device, the clock, a file. Without the
