@@ -161,7 +161,8 @@ enum bmcoauth_rule
     BMCOAUTH_RULE_POLICY_AUDIENCE = 2010,  /**< the token is not meant for this audience */
     BMCOAUTH_RULE_POLICY_LIFETIME = 2011,  /**< the token lives longer than allowed */
     BMCOAUTH_RULE_POLICY_REVOKED = 2012,   /**< the token has been revoked */
-    BMCOAUTH_RULE_POLICY_SCOPES = 2013, /**< "scope" is an object, by which the issuer grants rights */
+    BMCOAUTH_RULE_POLICY_SCOPES =
+        2013, /**< "scope" is an object, by which the issuer grants rights */
 
     /* client: C++, what a service decides about a registered client */
     BMCOAUTH_RULE_CLIENT_UNKNOWN = 2101, /**< there is no such client, or it has been removed */

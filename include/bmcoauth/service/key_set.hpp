@@ -46,6 +46,7 @@ struct AlgorithmFacts
     /** As in "crv"; empty for RSA. */
     std::string_view curve;
 };
+/** The algorithms that are verified. */
 inline constexpr std::array<AlgorithmFacts, 9> algorithmTable{{{"ES256", "EC", "P-256"},
                                                                {"ES384", "EC", "P-384"},
                                                                {"ES512", "EC", "P-521"},
@@ -280,7 +281,9 @@ private:
 class VerificationKeys
 {
 public:
+    /** Shares the set of the other. */
     VerificationKeys(const VerificationKeys&) noexcept = default;
+    /** Shares the set of the other from now on. */
     VerificationKeys& operator=(const VerificationKeys&) noexcept = default;
     ~VerificationKeys() = default;
 

@@ -219,7 +219,9 @@ template <Signer S>
 class SigningKeys
 {
 public:
+    /** Shares the keys of the other. */
     SigningKeys(const SigningKeys&) noexcept = default;
+    /** Shares the keys of the other from now on. */
     SigningKeys& operator=(const SigningKeys&) noexcept = default;
     ~SigningKeys() = default;
 

@@ -163,7 +163,9 @@ private:
 class ValidToken
 {
 public:
+    /** Shares the token of the other. */
     ValidToken(const ValidToken&) noexcept = default;
+    /** Shares the token of the other from now on. */
     ValidToken& operator=(const ValidToken&) noexcept = default;
     ~ValidToken() = default;
 
