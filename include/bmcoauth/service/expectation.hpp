@@ -3,8 +3,8 @@
 
 /* What a validator expects of a token. */
 
-#include <concepts>
 #include <optional>
+#include <type_traits>
 #include <utility>
 
 namespace bmcoauth
@@ -31,9 +31,8 @@ public:
     {
     }
     /** `value` is expected. */
-    template <typename Value>
-    requires std::constructible_from<T, Value> Expectation(Value&& value)
-        : wanted{std::in_place, std::forward<Value>(value)}
+    template <typename Value, typename = std::enable_if_t<std::is_constructible_v<T, Value>>>
+    Expectation(Value&& value) : wanted{std::in_place, std::forward<Value>(value)}
     {
     }
 
@@ -42,7 +41,7 @@ public:
     {
         return wanted ? &*wanted : nullptr;
     }
-    const T* get() const&& = delete;
+    [[nodiscard]] const T* get() const&& = delete;
 
 private:
     std::optional<T> wanted;

@@ -333,7 +333,7 @@ private:
 
     struct State
     {
-        explicit State(VerificationKeys keys) : verification{std::move(keys)}
+        explicit State(const VerificationKeys& keys) : verification{keys}
         {
         }
 
@@ -411,7 +411,7 @@ private:
         {
             return keys.error();
         }
-        auto state = std::make_shared<State>(std::move(*keys));
+        auto state = std::make_shared<State>(*keys);
         state->current = std::make_shared<const Current>(Current{published.id, std::move(make)});
         state->jwks = std::move(jwks);
         return SigningKeys{std::move(state)};

@@ -50,7 +50,7 @@ class TokenIssuer
 public:
     /** Refused if a rule is empty, a lifetime is not positive, the usual one is longer than the longest,
      *  or that is longer than a year. */
-    [[nodiscard]] static Expected<TokenIssuer> of(SigningKeys keys, TokenIssuerRules rules,
+    [[nodiscard]] static Expected<TokenIssuer> of(const SigningKeys& keys, TokenIssuerRules rules,
                                                   Clock clock)
     {
         const std::string* const audience = rules.audience.get();
@@ -70,7 +70,7 @@ public:
         {
             return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "lifetime"};
         }
-        return TokenIssuer{std::move(keys), std::move(rules), std::move(clock)};
+        return TokenIssuer{keys, std::move(rules), std::move(clock)};
     }
 
     /** Issues a token for `subject` that entitles to `privileges` for `lifetime`. Refused if the
@@ -112,8 +112,8 @@ public:
     }
 
 private:
-    TokenIssuer(SigningKeys signingKeys, TokenIssuerRules issuerRules, Clock time)
-        : keys{std::move(signingKeys)}, rules{std::move(issuerRules)}, clock{std::move(time)}
+    TokenIssuer(const SigningKeys& signingKeys, TokenIssuerRules issuerRules, Clock time)
+        : keys{signingKeys}, rules{std::move(issuerRules)}, clock{std::move(time)}
     {
     }
 

@@ -57,7 +57,7 @@ class TokenValidator
 public:
     /** Refused if an expected text or a function is empty, the longest lifetime is not positive, or
      *  the cache holds more than 65,536 tokens. */
-    [[nodiscard]] static Expected<TokenValidator> of(VerificationKeys keys, TokenRules rules,
+    [[nodiscard]] static Expected<TokenValidator> of(const VerificationKeys& keys, TokenRules rules,
                                                      Clock clock)
     {
         for (const auto& [name, text] :
@@ -74,7 +74,7 @@ public:
             return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "longestLifetime"};
         }
         return detail::SeenTokens::check(rules.revoked, clock, rules.cacheSize).transform([&] {
-            return TokenValidator{std::move(keys), std::move(rules), std::move(clock)};
+            return TokenValidator{keys, std::move(rules), std::move(clock)};
         });
     }
 
@@ -86,8 +86,8 @@ public:
     }
 
 private:
-    TokenValidator(VerificationKeys verificationKeys, TokenRules tokenRules, Clock clock)
-        : keys{std::move(verificationKeys)},
+    TokenValidator(const VerificationKeys& verificationKeys, TokenRules tokenRules, Clock clock)
+        : keys{verificationKeys},
           rules{std::move(tokenRules)},
           seen{rules.revoked, std::move(clock), rules.cacheSize}
     {
