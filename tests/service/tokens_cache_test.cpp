@@ -204,6 +204,7 @@ TEST_F(Seen, IsSharedBetweenThreads)
     const std::vector<std::string> texts{token("a"), token("b"), token("c")};
     std::atomic<bool> failed = false;
     std::vector<std::thread> threads;
+    threads.reserve(3);
     for (int i = 0; i < 3; ++i)
     {
         threads.emplace_back([&] {
