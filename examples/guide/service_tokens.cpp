@@ -28,8 +28,9 @@ using bmcoauth::VerificationKeys;
 namespace
 {
 
-/** The "jti" of what has been revoked; a service keeps it as long as those tokens live. */
-std::set<std::string, std::less<>> revokedIds;
+/** The "jti" of what has been revoked; a service keeps it as long as those tokens live, and behind a
+ *  mutex if it has several threads. */
+using RevokedIds = std::set<std::string, std::less<>>;
 
 // [issuer]
 /** Issues tokens for the console of this controller. */
@@ -46,15 +47,15 @@ Expected<TokenIssuer> consoleIssuer(const SigningKeys& keys)
 
 // [validator]
 /** Judges them with the public keys alone. */
-Expected<TokenValidator> consoleValidator(const VerificationKeys& keys)
+Expected<TokenValidator> consoleValidator(const VerificationKeys& keys, const RevokedIds& revoked)
 {
     return TokenValidator::of(keys,
                               {.issuer = "controller",
                                .audience = "console",
                                .longestLifetime = std::chrono::hours{1},
                                .revoked =
-                                   [](std::string_view id) {
-                                       return revokedIds.contains(id);
+                                   [&revoked](std::string_view id) {
+                                       return revoked.contains(id);
                                    }},
                               bmcoauth::systemClock());
 }
@@ -113,8 +114,9 @@ int main(int argc, char** argv)
         return EXIT_FAILURE;
     }
     // [keys]
+    RevokedIds revoked;
     const Expected<TokenIssuer> issuer = consoleIssuer(*keys);
-    const Expected<TokenValidator> validator = consoleValidator(keys->verificationKeys());
+    const Expected<TokenValidator> validator = consoleValidator(keys->verificationKeys(), revoked);
     const Expected<DelegatedValidator> company = companyValidator(contentsOf(argv[2]));
     if (!issuer || !validator || !company)
     {
@@ -135,7 +137,7 @@ int main(int argc, char** argv)
     }
     std::cout << "after a rotation: " << holderOf(validator->validate(token->token)) << '\n';
 
-    revokedIds.insert(token->id);
+    revoked.insert(token->id);
     std::cout << "revoked: " << holderOf(validator->validate(token->token)) << '\n';
     // [use]
 
