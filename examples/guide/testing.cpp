@@ -47,6 +47,7 @@ void expect(bool condition, std::string_view what)
     std::cout << (condition ? "ok: " : "NOT OK: ") << what << '\n';
     if (!condition)
     {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): this program has one thread.
         std::exit(EXIT_FAILURE);
     }
 }
