@@ -201,8 +201,14 @@ bool unmask(std::string_view text, Json::Value& tree)
         tree.swapPayload(said.root);
         return true;
     }
-    return std::all_of(tree.begin(), tree.end(),
-                       [text](Json::Value& child) { return unmask(text, child); });
+    for (Json::Value& child : tree)
+    {
+        if (!unmask(text, child))
+        {
+            return false;
+        }
+    }
+    return true;
 }
 
 /** parseThroughJsoncpp for a text with secrets. jsoncpp copies each string while it reads it and

@@ -14,9 +14,12 @@ namespace bmcoauth::internal
 namespace
 {
 
-// Two, since a call that notes something may still succeed.
+// Two, since a call that notes something may still succeed; variables, since the last refusal
+// outlives the call.
+// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
 constinit thread_local bmcoauth_refusal noted{};
 constinit thread_local bmcoauth_refusal published{};
+// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 
 /** Writes @p text to the field of @p size characters, printable and cut to fit. */
 void put(char* field, std::size_t size, std::string_view text) noexcept

@@ -156,7 +156,7 @@ std::string nestedArrays(int depth)
     return text.insert(text.find(']'), "/*c*/ 1.5");
 }
 
-struct Reader
+struct JsonReader
 {
     const char* name;
     std::function<void(const std::string& text)> read;
@@ -188,7 +188,7 @@ void change(const std::string& text, const Change& change)
     const HeapText owned{document};
 }
 
-std::vector<Reader> documentReaders()
+std::vector<JsonReader> documentReaders()
 {
     return {
         {"loadJsonDoc",
@@ -261,7 +261,7 @@ std::vector<Reader> documentReaders()
     };
 }
 
-std::vector<Reader> tokenReaders(Inputs& inputs)
+std::vector<JsonReader> tokenReaders(Inputs& inputs)
 {
     return {
         {"get_jwt_payload",
@@ -346,14 +346,14 @@ TEST_F(Stack, IsEnoughForTheDeepestTexts)
 {
     Device device;
     Inputs inputs{device.world};
-    std::vector<Reader> readers = documentReaders();
+    std::vector<JsonReader> readers = documentReaders();
     std::ranges::move(tokenReaders(inputs), std::back_inserter(readers));
     // The innermost value is a level too, and one is the list of get_value_objarray.
     for (const int depth : {252, 253, 254, 255, 256, 990})
     {
         for (const std::string& text : {nestedObjects(depth), nestedArrays(depth)})
         {
-            for (const Reader& reader : readers)
+            for (const JsonReader& reader : readers)
             {
                 measure(reader.name + (" " + std::to_string(depth)), [&] { reader.read(text); });
             }
@@ -366,6 +366,7 @@ TEST_F(Stack, IsEnoughForLongChains)
     Device device;
     std::vector<std::string> bodies = longChain(device.world.root, 90);
     std::vector<char*> values;
+    values.reserve(bodies.size() + 1);
     for (std::string& body : bodies)
     {
         values.push_back(body.data());

@@ -633,7 +633,7 @@ TEST(TokenParts, AreSignedAsTheyAreWritten)
     EXPECT_EQ(outcomes(input + "." + signature), accepted);
     struct Extra
     {
-        const char* text;
+        const char* text = nullptr;
         /** Base64 passes over line feeds alone; four digits are three bytes more. */
         const char* rule = "base64.malformed";
     };

@@ -90,7 +90,7 @@ std::string decoded(jwk* record)
 {
     int length = -7;
     HeapBytes data;
-    const std::string rule = ruleOf([&] {
+    std::string rule = ruleOf([&] {
         data.reset(decode_dfs_jwk(record, &length));
         return data.get();
     });

@@ -147,7 +147,7 @@ public:
     }
 
     /** Refuses by what the key that came furthest broke, and says what became of all. */
-    bool refuse() const noexcept
+    [[nodiscard]] bool refuse() const noexcept
     {
         std::array<char, 96> told{};
         static_cast<void>(std::snprintf(told.data(), told.size(),

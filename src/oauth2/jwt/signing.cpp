@@ -161,8 +161,9 @@ bool writeKey(const EC_KEY& key, std::FILE& file) noexcept
     {
         return false;
     }
-    std::fputs(pem.get(), &file);
-    std::fputc('\n', &file);
+    // Whoever has opened the stream asks it for errors.
+    static_cast<void>(std::fputs(pem.get(), &file));
+    static_cast<void>(std::fputc('\n', &file));
     return true;
 }
 
