@@ -76,7 +76,7 @@ std::string opened(const Envelope& envelope, const std::string& peerPoint,
     const PayloadPtr record = recordOf(peerPoint);
     HandshakePayload* peer = record.get();
     unsigned int length = 777;
-    const std::string rule = support::ruleOf([&] {
+    std::string rule = support::ruleOf([&] {
         return HeapText{ecies_decrypt(envelope.body.c_str(), &length, own.data(), own.length(),
                                       envelope.mac.c_str(), &peer, usedIv)} != nullptr;
     });
