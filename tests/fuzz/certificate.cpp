@@ -58,7 +58,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::require(publicKey == nullptr || certificate != nullptr,
                   "what has a public key is a certificate");
     const int valid = fuzz::judged(nameRules, [&] { return validateX509(pem.c_str(), nullptr); });
-    fuzz::require(certificate != nullptr || valid == 0, "what is no certificate is not valid");
+    fuzz::require(certificate != nullptr || valid == 0,
+                  "bytes that are not a certificate are refused");
 
     const support::PayloadPtr key{fuzz::judged(encodingRules, [&] {
         return encode_x509_jwk(pem.c_str(), static_cast<unsigned int>(pem.size()));
