@@ -274,9 +274,10 @@ struct Model : ::testing::Test
     /** Whether so many attempts may have been counted that this sender is locked. */
     [[nodiscard]] bool mayBeLocked(const std::string& sender, const FailureRate& rate)
     {
-        return std::ranges::count_if(attempts[sender], [&](sys_seconds at) {
-                   return time.now() - at < rate.interval * rate.burst;
-               }) >= rate.burst;
+        const auto recent = std::ranges::count_if(attempts[sender], [&](sys_seconds at) {
+            return time.now() - at < rate.interval * rate.burst;
+        });
+        return std::cmp_greater_equal(recent, rate.burst);
     }
 
     void prove(ModelClient& one, bool rightly)
