@@ -333,7 +333,7 @@ std::vector<Operation> tokenOperations()
                          [&made] {
                              floors::validate(made.ownToken, made.ownDer, Reading::none);
                          }}}},
-        // What costs no signature beside what does: of a token seen before, and of others.
+        // A token seen before costs no signature check; the others do.
         {.name = "validate-seen",
          .must = 0.03,
          .reach = 0.01,

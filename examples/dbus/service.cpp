@@ -85,7 +85,7 @@ void log(std::string_view what, const Error& why)
     std::cerr << "token-service: " << what << " refused: " << why.describe().view() << std::endl;
 }
 
-/** Refuses, and logs why: told to the client, the reason would help whoever is trying. */
+/** Refuses, and logs why. The client is not told: the reason would help an attacker. */
 Reply refuse(oauthError error, std::string_view what, const Error& why)
 {
     log(what, why);

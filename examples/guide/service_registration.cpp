@@ -92,7 +92,7 @@ TokenFunctions functionsOf(const PrivateKey& key, const Text& secrets)
                 return client.softwareId == "demo-1" ? Privilege::login | Privilege::configure
                                                      : Privileges{};
             },
-        // Who sends is what the socket or the bus says, never the request.
+        // The socket or the bus names the sender, never the request.
         .mayIntrospect =
             [](std::string_view sender) {
                 return sender == "user 0";
@@ -101,7 +101,7 @@ TokenFunctions functionsOf(const PrivateKey& key, const Text& secrets)
 // [functions]
 
 // [reply]
-/** What goes to the peer: the answer, or one word; the reason goes to the log. */
+/** The peer gets the answer, or one word; the reason goes to the log. */
 std::string reply(const Expected<Text, Refusal>& answer)
 {
     if (answer)

@@ -97,7 +97,7 @@ public:
     }
 
 private:
-    // What takes no object needs no room on the stack for one, nor a canary beside it.
+    // A static function needs no object on the caller's stack, nor a canary beside it.
     [[gnu::cold]] static void noteSubject(const char* subject) noexcept;
     [[gnu::cold]] static void noteOtherRule(bmcoauth_rule rule) noexcept;
     [[gnu::cold]] static void noteOuterSubject(const char* subject) noexcept;

@@ -35,7 +35,7 @@ inline namespace v1
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 #endif
 
-/** What releases an EC_KEY of OpenSSL; here, because compilers warn of the call elsewhere. */
+/** Releases an EC_KEY of OpenSSL. It stands here because compilers warn of the call elsewhere. */
 struct EcKeyReleaser
 {
     /** Releases `key`. */

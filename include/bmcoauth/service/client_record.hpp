@@ -122,7 +122,7 @@ struct FailureRate
     std::chrono::seconds interval{};
 };
 
-/** What becomes of a counter, and whether the attempt is allowed. */
+/** The counter after an attempt, and whether the attempt is allowed. */
 struct CountedAttempt
 {
     /** All that is kept of a count: one interval for each attempt, from now on. */

@@ -111,7 +111,7 @@ TEST_F(Interrupted, GivesTokensForAProofOnce)
     const std::string proof = client.proof();
     interrupted.interruptWith([&] { EXPECT_TRUE(endpoint().answer(proof, "sender")); });
     EXPECT_REFUSED("client.challenge-used", slow.answer(proof, "sender"));
-    // The one that came second was no guess.
+    // The second attempt was not a guess.
     for (int i = 0; i < 10; ++i)
     {
         EXPECT_REFUSED("handshake.proof-wrong",
