@@ -2,27 +2,28 @@
 #ifndef BMCOAUTH_H
 #define BMCOAUTH_H
 
-/* The whole interface. What holds everywhere, unless a function's comment says otherwise:
+/* The whole interface. Unless a function's comment says otherwise:
  *
- * - A text is NUL-terminated; a text that a function returns or stores is released with `free`.
- * - A string array is a heap array of texts that ends with a null pointer; an empty one is a null
- *   pointer. It is released with `free_char_array`.
- * - A record is made by a `create_*`, `set_*` or `parse_*` function, which copies its arguments,
- *   and released by the matching `free_*` function.
- * - A result of type `int` is 1 for success and 0 for failure; a null pointer is failure.
- * - On failure out parameters stay as they were, and nothing is left allocated.
- * - No exception leaves a function but the errors that its comment names.
- * - A call that fails says why: `bmcoauth_last_refusal`.
- * - No other state is kept between calls, and no argument. Any thread may call any function at any time,
- *   as long as no other one changes the same argument. A process that forks while other threads
- *   work must call nothing here in the child before it calls exec: locks of OpenSSL may be held.
- * - errno and OpenSSL's error queue are left as they were found.
- * - A call needs at most 192 KiB of stack, whatever text it is given. A Json::Value that a caller
- *   passes counts as a text if it nests at most 256 levels; a deeper one needs more.
- * - Where a JSON object becomes a record or a list of names, members whose name holds a zero byte
- *   are left out: cut there, such a name would pass for another one.
+ * - A text is NUL-terminated. The caller frees a text that a function returns or stores with
+ *   `free`.
+ * - A string array is a heap array of texts that ends with a null pointer. An empty one is a null
+ *   pointer. The caller frees it with `free_char_array`.
+ * - A `create_*`, `set_*` or `parse_*` function creates a record and copies its arguments. The
+ *   matching `free_*` function frees it.
+ * - A result of type `int` is 1 for success and 0 for failure. A null pointer is failure.
+ * - On failure, out parameters are unchanged and nothing is leaked.
+ * - No exception leaves a function, except the errors that its comment names.
+ * - A call that fails has a reason: `bmcoauth_last_refusal`.
+ * - No other state is kept between calls. Any thread may call any function at any time, as long as
+ *   no other thread changes the same argument. If a process forks while other threads work, the
+ *   child must not call anything here before it calls exec: locks of OpenSSL may be held.
+ * - errno and OpenSSL's error queue do not change.
+ * - A call needs at most 192 KiB of stack, whatever text it is given. This includes a Json::Value
+ *   that a caller passes, if it nests at most 256 levels; a deeper one needs more.
+ * - If a JSON object becomes a record or a list of names, members whose name holds a zero byte are
+ *   skipped: cut there, the name would look like another one.
  *
- * Functions inside BMCOAUTH_PLAIN_BEGIN and BMCOAUTH_PLAIN_END have C linkage; those outside have
+ * Functions inside BMCOAUTH_PLAIN_BEGIN and BMCOAUTH_PLAIN_END have C linkage. Those outside have
  * C++ linkage and are hidden from C. */
 
 #include <bmcoauth/authorize.h>

@@ -7,7 +7,7 @@
 #include <stdint.h>
 
 /** oauthError names every outcome that is reported to an OAuth client (RFC 6749, section 5.2, and
- *  some more). `oauthErro_toStr` gives their texts.
+ *  some more). `oauthErro_toStr` returns their texts.
  *
  *  The numbers are part of the interface: processes pass them to each other. */
 #ifdef __cplusplus
@@ -35,24 +35,30 @@ enum
 
 BMCOAUTH_PLAIN_BEGIN
 
-/** write_oauth_error gives the JSON document that tells a client of an error (RFC 6749, section
- *  5.2): the member "error" with the text of `code`, and "error_description", "error_resolution"
- *  and "error_uri" for each of the three texts that is not null. An empty text is written as an
- *  empty string; a code outside the enumeration as "error":"". The form is that of
- *  `json_fastWriter`: the members stand in the order above, and what JSON does not allow in a
- *  string is escaped.
+/** write_oauth_error returns the JSON document that reports an error to a client (RFC 6749, section
+ *  5.2). The caller frees it with `free`.
  *
- *  Returns a new text that the caller releases with `free`, or null when memory runs out. */
+ *  | member, in this order | value |
+ *  |---|---|
+ *  | "error" | the text of `code`; "" for a code outside the enumeration |
+ *  | "error_description" | `description`; missing if it is null |
+ *  | "error_resolution" | `resolution`; missing if it is null |
+ *  | "error_uri" | `uri`; missing if it is null |
+ *
+ *  An empty text is written as an empty string. Characters that JSON does not allow in a string are
+ *  escaped, as by `json_fastWriter`.
+ *
+ *  Returns null if memory runs out. */
 BMCOAUTH_API char* write_oauth_error(oauthError code, const char* description,
                                      const char* resolution, const char* uri);
 
 BMCOAUTH_PLAIN_END
 
 #ifdef __cplusplus
-/** oauthErro_toStr gives the OAuth error text of `code`, for example "invalid_request" for 2, and
- *  "" for a value outside the enumeration; never null.
+/** oauthErro_toStr returns the OAuth error text of `code`, for example "invalid_request" for 2.
+ *  Returns "" for a value outside the enumeration, and never null.
  *
- *  The text is static: the caller does not release it. */
+ *  The text is static: do not free it. */
 BMCOAUTH_API const char* oauthErro_toStr(oauthError code);
 #endif
 

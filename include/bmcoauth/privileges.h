@@ -2,13 +2,14 @@
 #ifndef BMCOAUTH_PRIVILEGES_H
 #define BMCOAUTH_PRIVILEGES_H
 
-/* What a token entitles to on the controller: a mask of nine bits, one for each privilege. A
- * payload is not checked here: take it from a token that has been found valid. */
+/* What a token entitles to on the controller: a mask of nine bits, one for each privilege. The
+ * functions do not check a payload: take it from a token that has been found valid. */
 
 #include <bmcoauth/export.h>
 #include <bmcoauth/token.h>
 
-/** userRole_s is one role of the caller's table, which ends with an entry whose name is null. */
+/** userRole_s is one role of the caller's table. The table ends with an entry whose name is null.
+ */
 typedef struct userRole_s
 {
     const char* name;        /**< the role's name in "ravok_roles" */
@@ -19,8 +20,8 @@ BMCOAUTH_PLAIN_BEGIN
 
 /* NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables): callers declare them so. */
 
-/** ravok_scope_privileges holds the names of the privileges in a "scope" claim, and a null pointer
- *  behind them. The position is the number of the privilege's bit, from ravok_login (0x001) to
+/** ravok_scope_privileges holds the names of the privileges in a "scope" claim, with a null pointer
+ *  at the end. The position is the number of the privilege's bit, from ravok_login (0x001) to
  *  ravok_executediagnosticcommands (0x100). */
 BMCOAUTH_API extern const char* ravok_scope_privileges[10];
 
@@ -34,28 +35,28 @@ BMCOAUTH_PLAIN_END
 
 #ifdef __cplusplus
 
-/** get_scope_privileges gives the privileges that the names in `scope` stand for. The entries of
- *  `scopes` are not looked at.
+/** get_scope_privileges returns the privileges of the names in the payload's `scope`. The entries
+ *  of `scopes` are ignored, and so are names that are not in ravok_scope_privileges. Case matters.
  *
- *  Names that are not in ravok_scope_privileges, case included, count for nothing. 0 where there
- *  are none, or `payload` is null. */
+ *  Returns 0 if there are none or `payload` is null. */
 BMCOAUTH_API unsigned int get_scope_privileges(JWTPayload* payload);
 
-/** get_roles_privileges gives the privileges of the payload's `ravok_roles`: the masks of all the
- *  entries of `roles` that bear one of the names, case included.
+/** get_roles_privileges returns the privileges of the payload's `ravok_roles`: the masks of all
+ *  entries of `roles` that have one of these names, together. Case matters.
  *
- *  0 where there are none, or an argument is null. */
+ *  Returns 0 if there are none or an argument is null. */
 BMCOAUTH_API unsigned int get_roles_privileges(JWTPayload* payload, userRole_s* roles);
 
-/** get_xidp_privileges gives the privileges of the codes that the payload's `xidp` holds for an
- *  identity provider.
+/** get_xidp_privileges returns the privileges that the payload's `xidp` grants for identity
+ *  providers.
  *
- *  `xidp` is the text of a JSON object that names providers; each holds an array of codes out of
- *  xidp_claim_privileges, case included. Only the providers in the array `providers`, which ends
- *  with a null pointer and may be null, are taken, and one named "*" always. Names are compared
+ *  `xidp` is the text of a JSON object. Its member names are providers, and its values are arrays
+ *  of codes of xidp_claim_privileges. Case matters. Only the members named in `providers`, a
+ *  null-terminated array that may be null, count, and always the one named "*". Names are compared
  *  over all their bytes.
  *
- *  0 where nothing is taken, the text is no JSON object, `payload` is null or memory runs out. */
+ *  Returns 0 if there are none, if the text is not a JSON object, if `payload` is null, or if
+ *  memory runs out. */
 BMCOAUTH_API unsigned int get_xidp_privileges(JWTPayload* payload, const char** providers);
 
 #endif

@@ -6,18 +6,18 @@
 
 #include <stddef.h>
 
-/* Why the last failed call of a thread failed. As with errno, the answer means something directly
- * after a call that failed, on the thread that made it: a call that succeeds neither reads nor
- * changes it, and a thread never sees another thread's.
+/* Why the last failed call of a thread failed. As with errno, the answer is meaningful directly
+ * after a call that failed, on the thread that made it. A call that succeeds neither reads nor
+ * changes it, and threads do not see each other's.
  *
- * Every function names the rule when it fails. Where 0 may be a result like any other, as of a
- * privilege mask, only a null argument, an unreadable claim and exhausted memory have one.
+ * Every function names the rule when it fails. If 0 can also be an ordinary result, as with a
+ * privilege mask, only a null argument, an unreadable claim and exhausted memory have a rule.
  *
- * A refusal is for logs and for tests, never for the peer: an error document that tells a stranger
- * which rule stopped him helps him past it. */
+ * A refusal is for logs and tests, never for the peer: a stranger who learns which rule stopped him
+ * knows how to get past it. */
 
 /** bmcoauth_rule names every rule that can refuse. The hundreds are the area: 13 is tokens. Numbers
- *  are never reused; new rules are added with new numbers. */
+ *  are never reused; new rules get new numbers. */
 #ifdef __cplusplus
 enum bmcoauth_rule : int
 #else
@@ -181,12 +181,12 @@ enum bmcoauth_rule
     BMCOAUTH_RULE_CLIENT_STORE_FAILED = 2112,   /**< the store of clients failed, or was too busy */
 };
 
-/** bmcoauth_refusal tells what a call refused. It may grow at its end; `bmcoauth_last_refusal` takes
- *  the size that the program was compiled with.
+/** bmcoauth_refusal describes what a call refused. It may grow at its end; `bmcoauth_last_refusal`
+ *  takes the size that the program was compiled with.
  *
- *  The texts are printable ASCII: other bytes stand as "\x00", and a text that was cut ends with
- *  "...". They may hold what a stranger sent; they never hold a key, a password, a MAC or a
- *  plaintext. A text that does not apply is empty. */
+ *  The texts are printable ASCII. Other bytes are written as "\x00", and a text that was cut ends
+ *  with "...". They may hold data that a stranger sent. They never hold a key, a password, a MAC or
+ *  a plaintext. A text that does not apply is empty. */
 typedef struct bmcoauth_refusal
 {
     int rule;         /**< one of `enum bmcoauth_rule` */
@@ -198,16 +198,16 @@ typedef struct bmcoauth_refusal
 
 BMCOAUTH_PLAIN_BEGIN
 
-/** bmcoauth_last_refusal copies the last refusal of the calling thread to `refusal`, `size` bytes of
- *  it at most: pass `sizeof(bmcoauth_refusal)`. What a newer program's record has beyond the
- *  library's is set to zero.
+/** bmcoauth_last_refusal copies the last refusal of the calling thread to `refusal`, at most `size`
+ *  bytes: pass `sizeof(bmcoauth_refusal)`. If the program's record is newer and longer than the
+ *  library's, the rest is set to zero.
  *
- *  Returns 1, or 0 if no rule is known, or if `refusal` is null or `size` is below `sizeof(int)`; then
- *  nothing is written. Does not count as a failed call itself. */
+ *  Returns 1. Returns 0 and writes nothing if no rule is known, `refusal` is null, or `size` is
+ *  below `sizeof(int)`. Does not count as a failed call itself. */
 BMCOAUTH_API int bmcoauth_last_refusal(bmcoauth_refusal* refusal, size_t size);
 
-/** bmcoauth_rule_name returns the stable name of `rule`, "token.expired" for instance: a static
- *  text, for logs, metrics and tests. Returns null for a number that is not a rule. */
+/** bmcoauth_rule_name returns the stable name of `rule`, for example "token.expired": a static text
+ *  for logs, metrics and tests. Returns null if the number is not a rule. */
 BMCOAUTH_API const char* bmcoauth_rule_name(int rule);
 
 BMCOAUTH_PLAIN_END

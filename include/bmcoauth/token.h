@@ -3,8 +3,8 @@
 #define BMCOAUTH_TOKEN_H
 
 /* The records of a JSON Web Token (RFC 7519). All times in them are decimal texts of seconds since
- * 1970-01-01 00:00:00 UTC. Every text in a record is a block of its own on the C heap and belongs
- * to the record. */
+ * 1970-01-01 00:00:00 UTC. Each text in a record is a heap block of its own and belongs to the
+ * record. */
 
 #include <bmcoauth/export.h>
 
@@ -44,79 +44,93 @@ typedef struct JWTPayload
 
 BMCOAUTH_PLAIN_BEGIN
 
-/** create_jwt_header gives a new header with copies of the three texts; `kid` may be null.
+/** create_jwt_header creates a header with copies of the three texts. `kid` may be null. The caller
+ *  frees it with `free_jwt_header`.
  *
- *  The caller releases it with `free_jwt_header`. Null if `typ` or `alg` is null or memory runs
- *  out; NOTE: the process ends at once, with exit status 255, if it runs out for `kid`. */
+ *  Returns null if `typ` or `alg` is null or memory runs out. NOTE: if it runs out for `kid`, the
+ *  process ends at once with exit status 255. */
 BMCOAUTH_API JWTHeader* create_jwt_header(const char* typ, const char* alg, const char* kid);
 
-/** free_jwt_header releases a header and its texts. Null is nothing to do. */
+/** free_jwt_header frees a header and its texts. Does nothing if it is null. */
 BMCOAUTH_API void free_jwt_header(JWTHeader* header);
 
-/** create_jwt_payload gives a new payload with copies of the texts: the subject, the token
- *  identifier, the issuer, the times of issue, of first validity and of expiry. NOTE: the order of
- *  the arguments is not that of the record.
+/** create_jwt_payload creates a payload with copies of the texts. The caller frees it with
+ *  `free_jwt_payload`. NOTE: the order of the arguments is not that of the record.
  *
- *  `iat` and `nbf` may be null and are then the current time. If `iat` is null, an `exp` that is
- *  exactly the current second is refused; any other `exp`, a past one too, is accepted. `exp` is
- *  decimal, hexadecimal after "0x" or octal after "0", as `strtoull` reads it.
+ *  | argument | meaning |
+ *  |---|---|
+ *  | `sub`, `jti`, `iss` | the subject, the token identifier, the issuer |
+ *  | `iat`, `nbf` | the times of issue and of first validity; null for the current time |
+ *  | `exp` | the time of expiry: decimal, hexadecimal after "0x" or octal after "0", as `strtoull` reads it |
+ *  | `scopes` | an array of `count` entries, or null |
  *
- *  On success the payload takes over the array `scopes` of `count` entries, which is not copied,
- *  unless `scopes` is null or `count` is 0: then it has no scopes. All other fields are null. The
- *  caller releases the payload, and the scopes with it, with `free_jwt_payload`.
+ *  If `iat` is null, an `exp` that is exactly the current second is refused. Any other `exp` is
+ *  accepted, also one in the past.
  *
- *  Returns null, and `scopes` stays with the caller, if another text is null, if `exp` is refused,
- *  if the clock cannot be read or memory runs out. */
+ *  On success the payload owns the array `scopes`, which is not copied. If `scopes` is null or
+ *  `count` is 0, it has no scopes. All other fields are null.
+ *
+ *  Returns null if another text is null, if `exp` is refused, if the clock cannot be read, or if
+ *  memory runs out. `scopes` then still belongs to the caller. */
 BMCOAUTH_API JWTPayload* create_jwt_payload(const char* sub, const char* jti, const char* iss,
                                             const char* iat, const char* nbf, const char* exp,
                                             JWTscopes* scopes, int count);
 
-/** free_jwt_scopes releases the names and values of the `count` entries of `scopes` and sets them
- *  to null. The array itself stays: it belongs to the caller, or to its payload. Null and a count
- *  below 1 are nothing to do. */
+/** free_jwt_scopes frees the names and values of the `count` entries of `scopes` and sets them to
+ *  null. The array itself is not freed: it belongs to the caller, or to its payload. Does nothing
+ *  if `scopes` is null or `count` is below 1. */
 BMCOAUTH_API void free_jwt_scopes(JWTscopes* scopes, int count);
 
-/** free_jwt_payload releases a payload with all that it holds, the array `scopes` included. Null is
- *  nothing to do. */
+/** free_jwt_payload frees a payload and everything in it, also the array `scopes`. Does nothing if
+ *  it is null. */
 BMCOAUTH_API void free_jwt_payload(JWTPayload* payload);
 
-/** get_jwt_header reads the header of the compact token `token` (RFC 7515, section 7.1) without
- *  looking at its payload or its signature. "alg" must be there; "typ" and "kid" are null when they
+/** get_jwt_header reads the header of the compact token `token` (RFC 7515, section 7.1). It looks
+ *  at neither the payload nor the signature. "alg" is required. "typ" and "kid" are null if they
  *  are missing or not strings.
  *
- *  On success `*header` is a new record that the caller releases with `free_jwt_header`. Returns 0
- *  if an argument is null, `token` has fewer than two dots, its header does not decode to a JSON
- *  object with an "alg" or holds a raw zero byte, or memory runs out; NOTE: the process ends at once, with exit status 255,
- *  if it runs out for the record itself. */
+ *  On success `*header` is a new record. The caller frees it with `free_jwt_header`. Returns 0 if
+ *  an argument is null, if `token` has fewer than two dots, if its header holds a raw zero byte or
+ *  does not decode to a JSON object with an "alg", or if memory runs out. NOTE: if it runs out for
+ *  the record itself, the process ends at once with exit status 255. */
 BMCOAUTH_API int get_jwt_header(const char* token, JWTHeader** header);
 
-/** get_jwt_payload reads the payload of the compact token `token` without looking at its header
- *  or its signature: nothing in the record may be trusted.
+/** get_jwt_payload reads the payload of the compact token `token`. It looks at neither the header
+ *  nor the signature: do not trust anything in the record.
  *
- *  A claim that is missing, or of another type than said here, is null in the record. "sub",
- *  "iss", "jti" and "act" are strings. "aud" is an array of strings or one string, "ravok_roles" an
- *  array of strings; elements of other types are left out. "iat", "nbf" and "exp" are integers up
- *  to 4294967295, which become decimal texts, or strings, which are kept as they are. "xidp" is an
- *  object and becomes its compact JSON text. "scope" is a string, which is split at spaces into
- *  `scope`, or an object, whose compact JSON text becomes `scopes`; the field is null if that text
- *  does not parse, because a comment with two slashes hides its end.
+ *  | claim | type | field |
+ *  |---|---|---|
+ *  | "sub", "iss", "jti", "act" | string | the text |
+ *  | "aud" | array of strings, or one string | a string array |
+ *  | "ravok_roles" | array of strings | a string array |
+ *  | "iat", "nbf", "exp" | integer up to 4294967295 | a decimal text |
+ *  | "iat", "nbf", "exp" | string | the text as it is |
+ *  | "xidp" | object | its compact JSON text |
+ *  | "scope" | string | `scope`: the names, split at spaces |
+ *  | "scope" | object | `scopes`: its entries (see below) |
  *
- *  NOTE: every entry of `scopes` has a `count` of 1, and its value is the first element of the
- *  member's array, a number or Boolean as its text and null as the empty one; or a null pointer
- *  where the member is no array or an empty one.
+ *  A claim that is missing or has another type is null in the record. Array elements of other types
+ *  are skipped. `scopes` is null if the compact JSON text of "scope" does not parse, because a
+ *  comment with two slashes hides its end.
  *
- *  On success `*payload` is a new record that the caller releases with `free_jwt_payload`. Returns
- *  0 if an argument is null, `token` has fewer than two dots, its payload does not decode to a JSON
- *  object or holds a raw zero byte, an array inside "scope" holds an array or an object, or memory runs out; NOTE: the
- *  process ends at once, with exit status 255, if it runs out for the record, its scope entries or
- *  a time that was a number. */
+ *  NOTE: every entry of `scopes` has a `count` of 1. Its value is the first element of the member's
+ *  array: a number or a Boolean as its text, null as the empty text. If the member is an empty
+ *  array or not an array, the value is a null pointer.
+ *
+ *  On success `*payload` is a new record. The caller frees it with `free_jwt_payload`. Returns 0
+ *  if:
+ *  - an argument is null, or `token` has fewer than two dots;
+ *  - the payload holds a raw zero byte or does not decode to a JSON object;
+ *  - an array inside "scope" holds an array or an object;
+ *  - memory runs out. NOTE: if it runs out for the record, its scope entries or a time that was a
+ *    number, the process ends at once with exit status 255. */
 BMCOAUTH_API int get_jwt_payload(const char* token, JWTPayload** payload);
 
 BMCOAUTH_PLAIN_END
 
 #ifdef __cplusplus
-/** print_jwt_scopes does nothing: what a token grants is not for logs. It is kept for the callers
- *  that bind it. */
+/** print_jwt_scopes does nothing: the rights that a token grants do not belong in logs. It is kept
+ *  for callers that bind it. */
 BMCOAUTH_API void print_jwt_scopes(JWTscopes* scopes, int count);
 #endif
 

@@ -56,14 +56,19 @@ class ManualPages(unittest.TestCase):
         page = self.pages["generateServerHandshakeChallenge.3"]
         self.assertIn('.B "int generateServerHandshakeChallenge(char** types, unsigned int mode, '
                       'HandshakePayload** challenge);"', page)
-        self.assertIn("\\fBmode\\fP says which proofs are asked for:", page)
+        self.assertIn("\\fBmode\\fP says which proofs are wanted:", page)
         self.assertIn('\n.nf\n  1  the certificate proof: "T"', page)
         self.assertIn("typedef struct HandshakePayload\n{\n    char* name;\n", page)
-        self.assertIn("\nThe registration handshake: a server asks a client", page)
+        self.assertIn("\nThe registration handshake: with a challenge, a server asks a client", page)
         self.assertIn(".BR generateKeyTool (3),", page)
 
+    def test_it_tells_a_table_row_by_row(self):
+        self.assertIn('\n.TP\nBMCOAUTH_CHAIN_VERIFIED (1)\nthe chain verifies\n.TP\n', self.pages["chainVerify.3"])
+        self.assertIn("\n.PP\n\\fImember of \\fBother\\fP\\fP: same name in \\fB*text\\fP, result\n"
+                      ".TP\nnot an object\nanything, or missing\n.br\nreplaced or added", self.pages["merge_doc.3"])
+
     def test_no_line_is_a_request_by_accident(self):
-        known = re.compile(r"[.](TH|SH|PP|IP|B|BR|nf|fi|nh|hy|ad)\b")
+        known = re.compile(r"[.](TH|SH|PP|IP|TP|br|B|BR|nf|fi|nh|hy|ad)\b")
         for name, page in self.pages.items():
             for line in page.split("\n"):
                 with self.subTest(name=name, line=line):
