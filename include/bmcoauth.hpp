@@ -2,45 +2,45 @@
 #pragma once
 
 /* The interface for programs in C++20 and later: header-only, over <bmcoauth.h>, whose comments say
- * what each function promises. It lies in <bmcoauth/cpp/...>, a header for each subject, each of
- * which can be included alone; this one includes them all. What is different here:
+ * what each function promises. The parts are in <bmcoauth/cpp/...>, a header for each subject. Each
+ * can be included alone; this one includes them all. The differences from C:
  *
- * - What the library hands out has an owner: Text, Bytes, Texts, and a class for each record. They
- *   can be moved, not copied, and release by the right function; texts and bytes are wiped first.
- *   One that has been moved from is empty: what is asked of it is absent or refused.
- * - What goes in is std::string_view and std::span, borrowed for the call. The library wants texts
+ * - Results have owners: Text, Bytes, Texts, and a class for each record. They can be moved, not
+ *   copied, and free their contents by the right function; texts and bytes are wiped first. An
+ *   owner that has been moved from is empty: its members are absent or refuse.
+ * - Arguments are std::string_view and std::span, borrowed for the call. The library needs texts
  *   that end with a zero byte, so each is copied and the copy wiped. A text that holds a zero byte
- *   would be cut there, and might then pass for another: it is refused. A default
- *   std::string_view is the empty text; what may be absent is a std::optional.
- * - A token is refused if its header or payload holds a zero byte in a string or a name. Strings of
- *   other documents that are read end at their first zero byte, as in C.
+ *   is refused: cut there, it could look like another one. A default std::string_view is the
+ *   empty text; optional arguments are a std::optional.
+ * - A token is refused if its header or payload holds a zero byte in a string or a name. Strings
+ *   read from other documents end at their first zero byte, as in C.
  * - Views (std::string_view, std::span, TextRange, Claims) live as long as the object that they come
  *   from. Taking one from a temporary does not compile, or clang warns of it; keep the object in a
  *   variable, or copy the text: `const std::string copy{*call()}`. Objects of parameters, such as
- *   TokenPlan and DelegationRules, borrow what is put into them, and take no temporary arrays.
- * - A failure is an Expected, made as std::expected is, without a value. Its `error` says by which
- *   rule the library, or a function here, refused, what it saw and what it wanted; `describe` is
- *   all of it in one line. It is for logs, never for the peer. Functions that answer yes or no
- *   (isProven, CertificateKey::isValid) give an Expected<void>: a condition that says why not.
- * - What a token says can be read from a VerifiedToken, and such an object comes out of a
- *   validation that succeeded, from nowhere else. See Verdict.
+ *   TokenPlan and DelegationRules, borrow their members and do not accept temporary arrays.
+ * - A failure is an Expected without a value, like std::expected. Its `error` has the rule that
+ *   refused, the data seen and the data wanted; `describe` puts all of it on one line. It is for
+ *   logs, never for the peer. Functions that answer yes or no (isProven, CertificateKey::isValid)
+ *   return an Expected<void>: a condition that says why not.
+ * - Claims are read from a VerifiedToken. Only a successful validation gives one: see Verdict.
  *
- * Nothing here throws, whether the program is compiled with exceptions or without: what would make
- * the library throw is refused before. To read the value of an Expected that has none ends the
- * program (std::abort). Memory that runs out is an error, except where the library itself ends the
- * process, and where a function takes or gives a std::string or Json::Value, which then do what
- * they always do.
+ * Nothing here throws, whether the program is compiled with exceptions or without: arguments for
+ * which the library would throw are refused before. Reading the value of an Expected that has none
+ * ends the program (std::abort). Exhausted memory is an error, except where the library itself ends
+ * the process, and where a function takes or returns a std::string or Json::Value, which behave as
+ * always.
  *
  * The names are in an inline namespace, so that a program's copies of these functions never share a
  * symbol with those of another version of these headers in one process.
  *
- * Not here is what C++ has no use for: the allocation that ends the process (o2_ff_*), the copying
- * and printing of records, the buffer that an envelope is put together in (secure_*,
- * convertHextoBinary), removeSubStr, replaceDoc, parseJWT, which is validateToken, and those that
- * always give the same (client_register, parse_register_response, validateKestRootCert).
+ * Some C functions have no counterpart because C++ does not need them: the allocation that ends the
+ * process (o2_ff_*), copying and printing of records, the buffer in which an envelope is put
+ * together (secure_*, convertHextoBinary), removeSubStr, replaceDoc, parseJWT (validateToken), and
+ * functions that always return the same (client_register, parse_register_response,
+ * validateKestRootCert).
  *
- * Who calls a function here that has to do with EC_KEY, X509 or Json::Value links libcrypto or
- * jsoncpp; pkg-config names both. */
+ * Programs that call functions taking EC_KEY, X509 or Json::Value must link libcrypto or jsoncpp;
+ * pkg-config names both. */
 
 #include <bmcoauth.h>
 #include <bmcoauth/cpp/arguments.hpp>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* What goes into a call: borrowed texts and bytes, and the copies of them that the library is
+/* The arguments of a call: borrowed texts and bytes, and the copies of them that the library is
  * given. */
 
 #include <bmcoauth/cpp/refusal.hpp>
@@ -36,7 +36,7 @@ using ByteSpan = std::span<const unsigned char>;
 namespace detail
 {
 
-/** What a view may look into after the statement that makes the view. */
+/** The ranges that a view may refer to after the statement that makes the view. */
 template <typename Range, typename T>
 concept Lasting = std::ranges::contiguous_range<Range> && std::ranges::borrowed_range<Range> &&
     std::constructible_from<std::span<const T>, Range>;
@@ -58,7 +58,7 @@ public:
     }
 };
 
-/** What these headers are made with; a caller has no use for it. */
+/** Implementation of these headers; not for callers. */
 namespace detail
 {
 
@@ -211,7 +211,7 @@ public:
     {
         return problem != Rule{};
     }
-    /** What has gone wrong. */
+    /** The failure. */
     [[nodiscard]] Error failure() const noexcept
     {
         return Error{problem, subject, place};
@@ -275,7 +275,7 @@ private:
     std::size_t room = first.size();
     std::size_t used = 0;
     Chunk* chunks = nullptr;
-    // What an Error is made of, which would be much to put on the stack of every call.
+    // The parts of an Error: a whole one on the stack of every call would be large.
     Rule problem{};
     const char* subject = "";
     int place = -1;

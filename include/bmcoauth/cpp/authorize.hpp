@@ -30,11 +30,11 @@ struct Policy
 {
     /** The policy's name. */
     std::string_view name = {};
-    /** What it says. */
+    /** The value. */
     std::string_view value = {};
 };
 
-/** What a token request is made of: a refresh token or a handshake response, and the rest. */
+/** The contents of a token request. It has a refresh token or a handshake response. */
 struct TokenRequestParts
 {
     /** The member "client_id". */
@@ -158,7 +158,7 @@ private:
     }
 };
 
-/** What a token response is made of. */
+/** The contents of a token response. */
 struct TokenResponseParts
 {
     /** The member "access_token". */
@@ -244,28 +244,28 @@ public:
     }
 };
 
-/** What a token service puts into its tokens. */
+/** The contents of the tokens that a service issues. */
 struct TokenGrant
 {
     /** Echoed in the response. */
     std::string_view state = {};
-    /** "EC OAuth Token" and "EC" where they are absent. */
+    /** The claim "sub". Absent: "EC OAuth Token". */
     std::optional<std::string_view> subject = {};
-    /** The claim "iss". */
+    /** The claim "iss". Absent: "EC". */
     std::optional<std::string_view> issuer = {};
-    /** Not 0, for which the library would take an hour. */
+    /** Must not be 0: the library would use one hour. */
     std::uint32_t lifetimeSeconds = 3600;
     /** The member "token_type" of the response. */
     std::string_view tokenType = "bearer";
     /** The claim "scope". */
     Borrowed<ScopeEntry> scopes = {};
-    /** What the subject may do: the scope entry "USER_PRIV", which userPrivileges reads. `scopes`
-     *  must not have one of its own then. */
+    /** The privileges of the subject: the scope entry "USER_PRIV", which userPrivileges reads.
+     *  `scopes` must then not have such an entry. */
     std::optional<Privileges> privileges = {};
 };
 
-/** Issues an access token and a refresh token: authorize_client. It checks nothing about who asks
- *  for them. */
+/** Issues an access token and a refresh token: authorize_client. Does not check who asks for
+ *  them. */
 [[nodiscard]] inline Expected<TokenResponse> issueTokens(const TokenGrant& grant,
                                                          const PrivateKey& key)
 {

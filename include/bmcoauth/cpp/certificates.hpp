@@ -127,8 +127,8 @@ public:
         unsigned int length = 0;
         return detail::ownedOrRefused<Text>(::decode_x509_jwk(list.get(), &length));
     }
-    /** Whether the key is that of a device which the factory made, and which has the common name;
-     *  without a `commonName` every name will do: firstIsLast, and isValidRaw. */
+    /** Whether the key belongs to a device that the factory made and that has the common name.
+     *  Without a `commonName`, any name is accepted. Calls firstIsLast and isValidRaw. */
     [[nodiscard]] Expected<void> isValid(std::optional<std::string_view> commonName = {}) const
     {
         return firstIsLast().and_then([&] { return isValidRaw(commonName); });
@@ -146,8 +146,9 @@ public:
         }
         return detail::doneOrRefused(::validate_x509_jwk(list.get(), name));
     }
-    /** Whether the first certificate and the last one are the same, so that names, public keys and
-     *  chain speak of one party. Texts that differ are read; refused if one of them cannot be. */
+    /** Whether the first certificate and the last one are the same, so that name, public key and
+     *  chain belong to one party. If the texts differ, both are decoded; refused if one of them
+     *  cannot be. */
     [[nodiscard]] Expected<void> firstIsLast() const
     {
         const TextRange certificates{chain()};

@@ -27,7 +27,7 @@ inline namespace v1
 /** A sealed envelope: Base64 of the ciphertext and of its MAC, and the IV in hexadecimal. */
 struct Envelope
 {
-    /** What has been sealed, in Base64. */
+    /** The ciphertext, in Base64. */
     Text ciphertext;
     /** The MAC over it, in Base64. */
     Text mac;
@@ -38,7 +38,7 @@ struct Envelope
 /** The same, borrowed. */
 struct EnvelopeView
 {
-    /** What has been sealed, in Base64. */
+    /** The ciphertext, in Base64. */
     std::string_view ciphertext;
     /** The MAC over it, in Base64. */
     std::string_view mac;

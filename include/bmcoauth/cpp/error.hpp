@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* The errors that a client is told of, over <bmcoauth/error.h>. */
+/* The errors that are reported to a client, over <bmcoauth/error.h>. */
 
 #include <bmcoauth/cpp/arguments.hpp>
 #include <bmcoauth/cpp/expected.hpp>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* What a call that can fail gives. */
+/* The result of a call that can fail. */
 
 #include <bmcoauth/cpp/language.hpp>
 #include <bmcoauth/cpp/refusal.hpp>

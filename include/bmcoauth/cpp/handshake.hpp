@@ -54,8 +54,7 @@ namespace detail
 
 } // namespace detail
 
-/** What a server asks a client for, by the types that the client knows:
- *  generateServerHandshakeChallenge. */
+/** The server's challenge for a client that knows these types: generateServerHandshakeChallenge. */
 [[nodiscard]] inline Expected<ParameterList> serverChallenge(TextSpan types, Proofs proofs)
 {
     detail::Arguments in;
@@ -66,7 +65,7 @@ namespace detail
     }
     return detail::madeServerChallenge(list, proofs);
 }
-/** The same by the types of the client's request. */
+/** The same, with the types of the client's request. */
 [[nodiscard]] inline Expected<ParameterList> serverChallengeFor(const RegistrationRequest& request,
                                                                 Proofs proofs)
 {
@@ -75,7 +74,7 @@ namespace detail
                                        proofs);
 }
 
-/** What a client asks a server for: generateClientHandshakeChallenge. */
+/** The client's challenge: generateClientHandshakeChallenge. */
 [[nodiscard]] inline Expected<ParameterList> clientChallenge(TextSpan types, unsigned int count)
 {
     detail::Arguments in;
@@ -111,12 +110,12 @@ namespace detail
     return Text{text};
 }
 
-/** What the client proves itself with, each of it just where a proof asks for it. */
+/** The secrets of a client. Each is needed only if a proof asks for it. */
 struct Credentials
 {
     /** The key document that the server has too. */
     std::string_view secrets = {};
-    /** What the certificate proof sends. */
+    /** The certificate of the certificate proof. */
     const CertificateKey* certificate = nullptr;
     /** The private key of that certificate. */
     const PrivateKey* key = nullptr;

@@ -34,8 +34,8 @@ struct ScopeEntry
     Borrowed<std::string_view> values = {};
 };
 
-/** What a token is issued with. Times are in seconds since the epoch; those that are absent are the
- *  current time. */
+/** The contents of a token. Times are in seconds since the epoch; an absent one is the current
+ *  time. */
 struct TokenPlan
 {
     /** The claim "sub". */
@@ -52,12 +52,12 @@ struct TokenPlan
     std::optional<std::uint64_t> notBefore = {};
     /** The claim "scope". */
     Borrowed<ScopeEntry> scopes = {};
-    /** What the subject may do: the scope entry "USER_PRIV", which userPrivileges reads. `scopes`
-     *  must not have one of its own then. */
+    /** The privileges of the subject: the scope entry "USER_PRIV", which userPrivileges reads.
+     *  `scopes` must then not have such an entry. */
     std::optional<Privileges> privileges = {};
     /** The header's "kid". */
     std::optional<std::string_view> keyId = {};
-    /** What the header says; the signature is ECDSA with SHA-256 in any case. */
+    /** The header's "alg". The signature is always ECDSA with SHA-256. */
     std::string_view algorithm = "ES256";
     /** The header's "typ". */
     std::string_view type = "JWT";

@@ -35,7 +35,7 @@ inline namespace v1
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 #endif
 
-/** Releases an EC_KEY of OpenSSL. It stands here because compilers warn of the call elsewhere. */
+/** Frees an EC_KEY of OpenSSL. It is here because compilers warn about the call elsewhere. */
 struct EcKeyReleaser
 {
     /** Releases `key`. */
@@ -161,9 +161,9 @@ private:
 /** A new key pair: the private key, and its public point, uncompressed (SEC 1, section 2.3.3). */
 struct KeyPair
 {
-    /** What is kept and told nobody. */
+    /** The secret part. */
     PrivateKey privateKey;
-    /** What goes to others. */
+    /** The part for others. */
     Bytes publicPoint;
 
     /** generateECKey */

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* What these headers ask of the compiler. Every other one includes this first. */
+/* The compiler features that these headers need. Every other one includes this first. */
 
 // GCC 10 calls its C++20 201709.
 #if __cplusplus <= 201703L

@@ -66,7 +66,7 @@ public:
         return detail::ownedOrRefused<Text>(::write_handshake_payload(get()));
     }
 
-    /** The first value of the parameter `name`, in any case. */
+    /** The first value of the parameter `name`, regardless of case. */
     [[nodiscard]] Expected<std::string> value(std::string_view name) const
     {
         detail::Arguments in;
@@ -82,7 +82,7 @@ public:
         }
         return found;
     }
-    /** All values of the parameter `name`, in any case; there is one at least. */
+    /** All values of the parameter `name`, regardless of case: one at least. */
     [[nodiscard]] Expected<Texts> values(std::string_view name) const
     {
         detail::Arguments in;

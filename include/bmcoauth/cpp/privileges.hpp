@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* What a token's subject may do, over <bmcoauth/privileges.h>. */
+/* The privileges of a token's subject, over <bmcoauth/privileges.h>. */
 
 #include <bmcoauth/cpp/arguments.hpp>
 #include <bmcoauth/cpp/expected.hpp>
@@ -98,7 +98,7 @@ public:
     /** The first privilege of the set. */
     [[nodiscard]] constexpr Iterator begin() const noexcept
     {
-        // Other bits of a mask stand for no privilege.
+        // The other bits of a mask have no meaning.
         return Iterator{mask & all().mask};
     }
     /** Behind the last privilege. */
@@ -116,7 +116,7 @@ public:
     {
         return (mask & static_cast<unsigned int>(one)) != 0;
     }
-    /** What is in either set. */
+    /** The privileges of both sets together. */
     [[nodiscard]] friend constexpr Privileges operator|(Privileges left, Privileges right) noexcept
     {
         return Privileges{left.mask | right.mask};
@@ -164,9 +164,9 @@ private:
 /** A role of the service's table, and what it grants. */
 struct Role
 {
-    /** As it stands in a token's "ravok_roles". */
+    /** The name, as in a token's "ravok_roles". */
     std::string_view name = {};
-    /** What it grants. */
+    /** The privileges that it grants. */
     Privileges privileges = {};
 };
 
@@ -190,13 +190,13 @@ inline constexpr std::string_view privilegesEntry = "USER_PRIV";
 
 } // namespace detail
 
-/** What the names in the token's "scope" grant: get_scope_privileges. */
+/** The privileges of the names in the token's "scope": get_scope_privileges. */
 [[nodiscard]] inline Privileges scopePrivileges(const VerifiedToken& token)
 {
     return Privileges{::get_scope_privileges(token.payloadRecord())};
 }
 
-/** What the token's roles grant: get_roles_privileges. */
+/** The privileges of the token's roles: get_roles_privileges. */
 [[nodiscard]] inline Expected<Privileges> rolePrivileges(const VerifiedToken& token,
                                                          std::span<const Role> roles)
 {
@@ -209,7 +209,7 @@ inline constexpr std::string_view privilegesEntry = "USER_PRIV";
     return Privileges{::get_roles_privileges(token.payloadRecord(), table)};
 }
 
-/** What the token's codes of these identity providers grant: get_xidp_privileges. */
+/** The privileges of the token's codes for these identity providers: get_xidp_privileges. */
 [[nodiscard]] inline Expected<Privileges> providerPrivileges(const VerifiedToken& token,
                                                              TextSpan providers)
 {
@@ -222,9 +222,10 @@ inline constexpr std::string_view privilegesEntry = "USER_PRIV";
     return Privileges{::get_xidp_privileges(token.payloadRecord(), names)};
 }
 
-/** The privileges in the scope entry "USER_PRIV" of a valid token: in a token of one's own those of
- *  its TokenGrant or TokenPlan, in one of another issuer those that validateDelegatedToken puts
- *  together of scope, roles and identity providers; absent if there is no such entry. NOTE: where "scope" was an object, it is the issuer that wrote the number. */
+/** The privileges in the scope entry "USER_PRIV" of a valid token; absent if there is no such
+ *  entry. In a token of one's own, they are those of its TokenGrant or TokenPlan. In a token of
+ *  another issuer, validateDelegatedToken computes them from scope, roles and identity
+ *  providers. NOTE: if "scope" was an object, the issuer wrote the number. */
 [[nodiscard]] inline std::optional<Privileges> userPrivileges(const VerifiedToken& token) noexcept
 {
     const std::optional<std::string_view> text = token.claims().scopeValue(detail::privilegesEntry);

@@ -69,7 +69,7 @@ private:
         return *this;
     }
 
-    // A name, the four fields of a refusal and what stands between them, and room for longer names.
+    // A name, the four fields of a refusal, the texts between them, and room for longer names.
     std::array<char, sizeof(bmcoauth_refusal) + 120> text{};
     std::size_t size = 0;
 };

@@ -26,7 +26,7 @@ namespace bmcoauth
 inline namespace v1
 {
 
-/** What a registration request is made of. What may be absent is null or empty. */
+/** The contents of a registration request. Optional ones may be null or empty. */
 struct RegistrationRequestParts
 {
     /** The member "redirect_uri". */
@@ -52,7 +52,7 @@ struct RegistrationRequestParts
 namespace detail
 {
 
-/** What a record holds, or null for none. */
+/** The record of `owner`, or null if there is none. */
 template <typename Owner>
 [[nodiscard]] auto* recordOf(const Owner* owner) noexcept
 {
@@ -65,8 +65,8 @@ template <typename Owner>
     return given != nullptr && kept == nullptr;
 }
 
-/** Refuses where `kept` should be a copy of `list`, but is null. The library does not say why, since its call succeeds
- *  all the same: copying the list again does. */
+/** Refuses if `kept` should be a copy of `list` but is null. The library gives no reason,
+ *  because its call has succeeded; copying the list again gives one. */
 [[nodiscard]] inline Expected<void> requireKept(const ParameterList* list, const void* kept)
 {
     if (!isLost(recordOf(list), kept))
@@ -231,7 +231,7 @@ public:
     }
 };
 
-/** What a registration response, or a service's template for it, is made of. */
+/** The contents of a registration response, or of a service's template for it. */
 struct RegistrationResponseParts
 {
     /** In seconds; 0 for no end. */

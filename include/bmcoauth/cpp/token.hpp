@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* What a token says, found valid or not, over <bmcoauth/token.h>. */
+/* The contents of tokens, valid or not, over <bmcoauth/token.h>. */
 
 #include <bmcoauth/cpp/expected.hpp>
 #include <bmcoauth/cpp/owners.hpp>
@@ -48,7 +48,7 @@ namespace detail
 /** Owns the record of a token's payload. */
 using PayloadRecord = Owned<JWTPayload, free_jwt_payload>;
 
-/** What a token says that has been moved from. */
+/** The claims of a token that has been moved from. */
 inline constexpr JWTPayload noClaims{};
 
 /** ClaimsView looks at the payload of a token: what its claims are, not whether they are true. */
@@ -71,7 +71,7 @@ public:
     {
         return textOrNone(payload->jti);
     }
-    /** The claim "iat"; the times are texts as they stand in the token. */
+    /** The claim "iat"; the times are texts, as in the token. */
     [[nodiscard]] std::optional<std::string_view> issuedAt() const noexcept
     {
         return textOrNone(payload->iat);
@@ -101,12 +101,12 @@ public:
     {
         return TextRange{payload->ravok_roles};
     }
-    /** The claim "scope" where it is a text. */
+    /** The claim "scope" if it is a text. */
     [[nodiscard]] TextRange scopeNames() const noexcept
     {
         return TextRange{payload->scope};
     }
-    /** The claim "scope" where it is an object, or what stands for it in a delegated token. */
+    /** The claim "scope" if it is an object, or its replacement in a delegated token. */
     [[nodiscard]] std::span<const JWTscopes> scopeEntries() const noexcept
     {
         return payload->scopes == nullptr || payload->scopes_count < 1
@@ -166,7 +166,7 @@ private:
 class VerifiedToken
 {
 public:
-    /** What the token says. */
+    /** The claims. */
     [[nodiscard]] Claims claims() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
         return Claims{payload.get()};

@@ -27,7 +27,7 @@ namespace bmcoauth
 inline namespace v1
 {
 
-/** What a validation has found. */
+/** The result of a validation. */
 enum class Judgement
 {
     invalid = 0, /**< forged, malformed, not valid yet, or with a zero byte in a text */
@@ -87,7 +87,7 @@ namespace detail
 
 } // namespace detail
 
-/** Who vouches for tokens that others issue: the keys by which those are verified. */
+/** The trusted keys of other issuers, which verify their tokens. */
 class TrustedKeys
 {
 public:
@@ -131,7 +131,7 @@ struct DelegationRules
 {
     /** How far clocks may differ, for both ends of the period of validity. */
     unsigned int skewSeconds = 0;
-    /** What the names in "ravok_roles" grant. */
+    /** The privileges of each name in "ravok_roles". */
     Borrowed<Role> roles = {};
     /** The identity providers whose codes in "xidp" count, besides "*". */
     Borrowed<std::string_view> providers = {};
@@ -169,15 +169,14 @@ public:
     }
     ~Verdict() = default;
 
-    /** What has been found. */
+    /** The result. */
     [[nodiscard]] Judgement judgement() const noexcept
     {
         return found;
     }
 
-    /** Whether a trusted key signed the token, which may have expired all the same: this tells an
-     *  expired token from a forged one. Known for delegated tokens; for others only if they are
-     *  valid. */
+    /** Whether a trusted key signed the token, even if it has expired: tells an expired token
+     *  from a forged one. Known for delegated tokens; for others only if they are valid. */
     [[nodiscard]] bool hasTrustedSignature() const noexcept
     {
         return trusted;
@@ -233,7 +232,7 @@ private:
     {
     }
 
-    /** What a failure of the arguments says about the token. */
+    /** The verdict on a token whose arguments could not be prepared. */
     explicit Verdict(const Error& error) noexcept
         : found{error.rule() == BMCOAUTH_RULE_MEMORY_EXHAUSTED ? Judgement::failed
                                                                : Judgement::invalid},
