@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <span>
+
+namespace bmcoauth::internal::crypto
+{
+
+/** Decodes @p text, Base64 of either alphabet whose padding is complete, and returns the number of
+ *  bytes at @p out, which has room for as many bytes as the text has. An error ends the decoding:
+ *  the bytes of the blocks before it count. Pads of @p text may be replaced.
+ *
+ *  For every text, malformed ones included, the result is that of OpenSSL 3.0's Base64 filter. Later
+ *  versions accept other texts and count other bytes, so the filter itself is not used. */
+[[nodiscard]] std::size_t decodeLeniently(std::span<char> text, unsigned char* out) noexcept;
+
+} // namespace bmcoauth::internal::crypto
