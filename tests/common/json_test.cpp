@@ -10,6 +10,7 @@
 #include <json/reader.h>
 #include <json/value.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <functional>
 #include <sstream>
