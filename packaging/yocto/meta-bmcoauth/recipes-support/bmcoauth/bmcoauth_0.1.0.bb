@@ -35,7 +35,7 @@ EXTRA_OEMESON = "-Dexamples=disabled -Dman=disabled"
 
 PACKAGE_BEFORE_PN = "${PN}-tools libstrutil"
 SUMMARY:${PN}-tools = "${SUMMARY}: the command"
-FILES:${PN}-tools = "${bindir}/bmcoauth ${bindir}/bmcoauth-sandbox"
+FILES:${PN}-tools = "${bindir}/bmcoauth ${bindir}/bmcoauth-sandbox ${datadir}/bash-completion"
 RRECOMMENDS:${PN}-tools = "util-linux-mount util-linux-unshare"
 SUMMARY:libstrutil = "String library of the controller, as bmcoauth needs it"
 FILES:libstrutil = "${libdir}/libstrutil${SOLIBS}"

@@ -7,6 +7,7 @@ LIC_FILES_CHKSUM = "file://COPYING;md5=4fbd65380cdd255951079008b364516c"
 
 SRC_URI = "${SAVANNAH_NONGNU_MIRROR}/oath-toolkit/oath-toolkit-${PV}.tar.gz"
 SRC_URI[sha256sum] = "36eddfce8f2f36347fb257dbf878ba0303a2eaafe24eaa071d5cd302261046a9"
-S = "${WORKDIR}/oath-toolkit-${PV}/liboath"
+# Newer series unpack into UNPACKDIR, which scarthgap need not have.
+S = "${@d.getVar('UNPACKDIR') or d.getVar('WORKDIR')}/oath-toolkit-${PV}/liboath"
 
 inherit autotools gtk-doc pkgconfig
