@@ -1004,7 +1004,6 @@ TEST_F(ValidateJwtDelegated, NeverGrantsLessThanTheTokenWhicheverAllocationFails
     constexpr int notReached = 10;
     constexpr int ended = 255;
     int status = 0;
-    int accepted = 0;
     for (unsigned int nth = 1; status != notReached; ++nth)
     {
         SCOPED_TRACE(nth);
@@ -1021,15 +1020,13 @@ TEST_F(ValidateJwtDelegated, NeverGrantsLessThanTheTokenWhicheverAllocationFails
                                                 std::string{payload->scopes[1].values[0]} == "3");
             free_jwt_header(header);
             free_jwt_payload(payload);
-            _exit(!whole ? less : !reached ? notReached : verdict);
+            // The last run is the one without a failure, and must accept.
+            _exit(!whole ? less : reached ? verdict : notReached * verdict);
         });
-        accepted += status == 1 ? 1 : 0;
         ASSERT_TRUE(status == 0 || status == 1 || status == ended || status == notReached)
             << status;
         ASSERT_LT(nth, 5000U);
     }
-    // Otherwise nothing would have been seen of what is granted.
-    EXPECT_GT(accepted, 0);
 }
 
 TEST_F(ValidateJwtDelegated, KeepsErrnoAndTheErrorQueue)
