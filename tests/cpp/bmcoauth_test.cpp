@@ -275,6 +275,15 @@ TEST(Expected, ChainsCallsThatReturnNothing)
                    bad.or_else([](const Error& error) -> Expected<void> { return error; }));
 }
 
+TEST(Expected, GivesTheFirstErrorOfSeveral)
+{
+    const Expected<int> five{5};
+    const Expected<Text> late{refused};
+    EXPECT_TRUE(allOf(five, Expected<void>{}));
+    EXPECT_REFUSED("token.expired", allOf(five, late, Expected<void>{missing}));
+    EXPECT_REFUSED("argument.empty", allOf(Expected<void>{missing}, late, five));
+}
+
 /** Written for std::expected. */
 template <typename Result>
 Result checked(const Result& result, bool wanted)

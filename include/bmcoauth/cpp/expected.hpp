@@ -378,5 +378,21 @@ private:
 
 // NOLINTEND(readability-identifier-naming)
 
+/** The first error of `results`, or success if all of them have a value. */
+template <typename... T>
+[[nodiscard]] Expected<void> allOf(const Expected<T>&... results)
+{
+    Expected<void> first;
+    const auto passes = [&first](const auto& result) {
+        if (!result)
+        {
+            first = result.error();
+        }
+        return result.has_value();
+    };
+    static_cast<void>((passes(results) && ...));
+    return first;
+}
+
 } // namespace v1
 } // namespace bmcoauth
