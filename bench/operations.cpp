@@ -171,7 +171,7 @@ Work judgesAgain(std::size_t cacheSize)
                                      {.issuer = "controller",
                                       .audience = "console",
                                       .longestLifetime = std::chrono::hours{1},
-                                      .revoked = [](std::string_view) { return false; },
+                                      .revoked = [](const bmcoauth::Claims&) { return false; },
                                       .cacheSize = cacheSize},
                                      bmcoauth::systemClock())
             .value());

@@ -13,8 +13,8 @@
 #include <iterator>
 #include <set>
 #include <string>
-#include <string_view>
 
+using bmcoauth::Claims;
 using bmcoauth::DelegatedValidator;
 using bmcoauth::Expected;
 using bmcoauth::IssuedToken;
@@ -54,8 +54,8 @@ Expected<TokenValidator> consoleValidator(const VerificationKeys& keys, const Re
                                .audience = "console",
                                .longestLifetime = std::chrono::hours{1},
                                .revoked =
-                                   [&revoked](std::string_view id) {
-                                       return revoked.contains(id);
+                                   [&revoked](const Claims& claims) {
+                                       return revoked.contains(claims.id().value_or(""));
                                    }},
                               bmcoauth::systemClock());
 }

@@ -34,7 +34,7 @@ struct Seen : ::testing::Test
                                   {.issuer = "controller",
                                    .audience = "console",
                                    .longestLifetime = 1h,
-                                   .revoked = [this](std::string_view) { return revoked.load(); },
+                                   .revoked = [this](const Claims&) { return revoked.load(); },
                                    .cacheSize = cacheSize},
                                   clock)
             .value();

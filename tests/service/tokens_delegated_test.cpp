@@ -224,8 +224,8 @@ TEST_F(Delegated, CanBeRevoked)
 {
     const DelegatedValidator judge = DelegatedValidator::of({corp},
                                                             {.revoked =
-                                                                 [](std::string_view id) {
-                                                                     return id == "2";
+                                                                 [](const Claims& claims) {
+                                                                     return claims.id() == "2";
                                                                  }},
                                                             clock)
                                          .value();

@@ -236,17 +236,19 @@ TEST_F(Validating, WantsThreePartsOfPlainBase64Url)
 TEST_F(Validating, AsksWhetherTheTokenIsRevoked)
 {
     std::string asked;
-    bool revoked = false;
-    rules.revoked = [&](std::string_view id) {
-        asked = id;
+    Expected<bool> revoked = false;
+    rules.revoked = [&](const Claims& claims) {
+        asked = std::string{*claims.id()} + " of " + std::string{*claims.subject()};
         return revoked;
     };
     const TokenValidator validator = this->validator();
     const std::string text = token(header(), payload({{"jti", "\"number 7\""}}));
     EXPECT_REFUSED("accepted", validator.validate(text));
-    EXPECT_EQ(asked, "number 7");
+    EXPECT_EQ(asked, "number 7 of admin");
     revoked = true;
     EXPECT_REFUSED("policy.revoked", validator.validate(text));
+    revoked = Error{BMCOAUTH_RULE_FILE_UNREADABLE};
+    EXPECT_REFUSED("file.unreadable", validator.validate(text));
     revoked = false;
     EXPECT_REFUSED("accepted", validator.validate(text));
 }

@@ -72,7 +72,7 @@ struct TrustedIssuer
 /** What a DelegatedValidator does with tokens of all its issuers. */
 struct DelegatedRules
 {
-    /** Refuses tokens by "jti", which each token must then have. */
+    /** Refuses tokens that have been revoked; each token must then have a "jti". */
     Expectation<RevocationCheck> revoked;
     /** How many valid tokens are remembered; 0 for none. */
     std::size_t cacheSize = 128;

@@ -34,7 +34,7 @@ struct TokenRules
     Expectation<std::string> audience;
     /** From "iat" to "exp". */
     Expectation<std::chrono::seconds> longestLifetime;
-    /** Refuses tokens by "jti". */
+    /** Refuses tokens that have been revoked. */
     Expectation<RevocationCheck> revoked;
     /** The header's "typ", exactly. */
     std::string type = "JWT";

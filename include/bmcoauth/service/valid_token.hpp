@@ -31,9 +31,10 @@ namespace bmcoauth
 inline namespace v1
 {
 
-/** Tells whether the token with this "jti" has been revoked. Called for each token that is valid
- *  otherwise, from every thread that validates, those seen before included. */
-using RevocationCheck = std::function<bool(std::string_view id)>;
+/** Tells whether the token with these claims has been revoked: by "jti", by its subject, or both. An
+ *  error refuses the token with that error. Called for each token that is valid otherwise and has a
+ *  "jti", from every thread that validates, those seen before included. */
+using RevocationCheck = std::function<Expected<bool>(const Claims& claims)>;
 
 namespace detail
 {
@@ -276,12 +277,17 @@ private:
         {
             return {};
         }
-        const std::optional<std::string_view> id = judged.token.claims().id();
-        if (!id || id->empty())
+        const Claims claims = judged.token.claims();
+        if (claims.id().value_or("").empty())
         {
             return Error{BMCOAUTH_RULE_TOKEN_MEMBER, "jti"};
         }
-        return (*check)(*id) ? Error{BMCOAUTH_RULE_POLICY_REVOKED, "jti"} : Expected<void>{};
+        const Expected<bool> revoked = (*check)(claims);
+        if (!revoked)
+        {
+            return revoked.error();
+        }
+        return *revoked ? Error{BMCOAUTH_RULE_POLICY_REVOKED} : Expected<void>{};
     }
 
     Expectation<RevocationCheck> isRevoked;
