@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A token service on the service layer, and a client that it serves; both in one program.
-#include <bmcoauth.hpp>
-#include <bmcoauth/service/registrar.hpp>
-#include <bmcoauth/service/token_endpoint.hpp>
+#include <bmcoauth/service.hpp>
 
 #include <json/value.h>
 

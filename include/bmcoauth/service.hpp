@@ -15,7 +15,7 @@
  * where memory runs out, those do what they always do. Programs must link libcrypto. */
 
 #include <bmcoauth.hpp>
-#include <bmcoauth/service/client_record.hpp>
+#include <bmcoauth/service/client.hpp>
 #include <bmcoauth/service/clock.hpp>
 #include <bmcoauth/service/delegated_validator.hpp>
 #include <bmcoauth/service/device_identity.hpp>
@@ -24,10 +24,7 @@
 #include <bmcoauth/service/issued_token.hpp>
 #include <bmcoauth/service/key_files.hpp>
 #include <bmcoauth/service/key_set.hpp>
-#include <bmcoauth/service/refresh_token.hpp>
-#include <bmcoauth/service/refusal.hpp>
 #include <bmcoauth/service/registrar.hpp>
-#include <bmcoauth/service/secret_digest.hpp>
 #include <bmcoauth/service/signing_keys.hpp>
 #include <bmcoauth/service/store.hpp>
 #include <bmcoauth/service/strict_reading.hpp>

@@ -17,7 +17,6 @@
 
 #include <array>
 #include <cstddef>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,30 +30,28 @@ inline namespace v1
 namespace detail
 {
 
-/** The only common name of a certificate, whole. CertificateKey::isValid compares 17 bytes. */
-[[nodiscard]] inline Expected<std::string> wholeCommonName(const X509& certificate)
+/** Whether `name`, whole, is the only common name. CertificateKey::isValid compares 17 bytes. */
+[[nodiscard]] inline Expected<void> requireCommonName(const X509& certificate,
+                                                      std::string_view name)
 {
     const X509_NAME* const subject = X509_get_subject_name(&certificate);
     const int place = X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
-    if (place < 0 || X509_NAME_get_index_by_NID(subject, NID_commonName, place) >= 0)
-    {
-        return Error{BMCOAUTH_RULE_CERTIFICATE_NAME, "CN"};
-    }
+    const bool isOnly =
+        place >= 0 && X509_NAME_get_index_by_NID(subject, NID_commonName, place) < 0;
     unsigned char* text = nullptr;
     const int size =
-        ASN1_STRING_to_UTF8(&text, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, place)));
+        isOnly ? ASN1_STRING_to_UTF8(&text,
+                                     X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, place)))
+               : 0;
     const Bytes owned{text, size > 0 ? static_cast<std::size_t>(size) : 0};
-    if (size <= 0 || owned.view().find('\0') != std::string_view::npos)
-    {
-        return Error{BMCOAUTH_RULE_CERTIFICATE_NAME, "CN"};
-    }
-    return std::string{owned.view()};
+    return owned.view() == name && name.find('\0') == std::string_view::npos
+               ? Expected<void>{}
+               : Error{BMCOAUTH_RULE_CERTIFICATE_NAME, "CN"};
 }
 
 /** Whether the public key is on P-256, where alone proofs are made. */
 [[nodiscard]] inline Expected<void> requireCurve(const X509& certificate) noexcept
 {
-    constexpr std::string_view wanted = "prime256v1";
     std::array<char, 32> group{};
     std::size_t length = 0;
     const EVP_PKEY* const key = X509_get0_pubkey(&certificate);
@@ -62,12 +59,10 @@ namespace detail
     {
         return Error{BMCOAUTH_RULE_KEY_KIND, "x5c", 0};
     }
-    if (EVP_PKEY_get_group_name(key, group.data(), group.size(), &length) != 1 ||
-        std::string_view{group.data(), length} != wanted)
-    {
-        return Error{BMCOAUTH_RULE_KEY_CURVE, "x5c", 0};
-    }
-    return {};
+    return EVP_PKEY_get_group_name(key, group.data(), group.size(), &length) == 1 &&
+                   std::string_view{group.data(), length} == "prime256v1"
+               ? Expected<void>{}
+               : Error{BMCOAUTH_RULE_KEY_CURVE, "x5c", 0};
 }
 
 } // namespace detail
@@ -85,30 +80,21 @@ public:
         {
             return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "name"};
         }
-        if (const Expected<void> valid = key.isValid(); !valid)
-        {
-            return valid.error();
-        }
         const Expected<Certificate> certificate =
-            key.pem().and_then([](const Text& pem) { return readCertificate(pem); });
+            key.isValid().and_then([&] { return key.pem(); }).and_then([](const Text& pem) {
+                return readCertificate(pem);
+            });
         if (!certificate)
         {
             return certificate.error();
         }
-        // What the two below look up may leave errors for the next user of OpenSSL.
+        // What these look up may leave errors for the next user of OpenSSL.
         ERR_set_mark();
-        const Expected<void> curve = detail::requireCurve(**certificate);
-        Expected<std::string> found = detail::wholeCommonName(**certificate);
+        const Expected<void> good = detail::requireCurve(**certificate).and_then([&] {
+            return detail::requireCommonName(**certificate, name);
+        });
         ERR_pop_to_mark();
-        if (!curve || !found)
-        {
-            return curve ? found.error() : curve.error();
-        }
-        if (*found != name)
-        {
-            return Error{BMCOAUTH_RULE_CERTIFICATE_NAME, "CN"};
-        }
-        return DeviceIdentity{std::move(key), *std::move(found)};
+        return good.transform([&] { return DeviceIdentity{std::move(key), std::string{name}}; });
     }
 
     /** The device's name. */

@@ -1,21 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* The registration endpoint of a service.
+/* The registration endpoint of a service, and how a service refuses.
  *
  * Rules and records are made of std::string and std::function: where memory for one runs out, it
  * does what it always does. */
 
+#include <bmcoauth/cpp/error.hpp>
 #include <bmcoauth/cpp/expected.hpp>
 #include <bmcoauth/cpp/handshake.hpp>
-#include <bmcoauth/cpp/parameters.hpp>
 #include <bmcoauth/cpp/registration.hpp>
 #include <bmcoauth/cpp/text.hpp>
-#include <bmcoauth/service/client_record.hpp>
+#include <bmcoauth/service/client.hpp>
 #include <bmcoauth/service/clock.hpp>
 #include <bmcoauth/service/device_identity.hpp>
-#include <bmcoauth/service/refusal.hpp>
-#include <bmcoauth/service/secret_digest.hpp>
 #include <bmcoauth/service/store.hpp>
 
 #include <algorithm>
@@ -33,6 +31,55 @@ namespace bmcoauth
 inline namespace v1
 {
 
+/** Refusal is why a service refuses: an Error, for the log, and the one word of it that the peer
+ *  may know. Every refusal of a client that tries to prove who it is has the same word. */
+class Refusal : public Error
+{
+public:
+    /** Refuses by `reason`, and tells the peer `code`; where the machine has failed, whatever the
+     *  peer has asked for, OAUTH_SERVER_ERROR. */
+    Refusal(oauthError code, const Error& reason) noexcept
+        : Error{reason}, word{isOfMachine(reason) ? OAUTH_SERVER_ERROR : code}
+    {
+    }
+
+    /** Whether memory, a file, the clock or the store has failed: nothing is known of the peer. */
+    [[nodiscard]] static bool isOfMachine(const Error& reason) noexcept
+    {
+        constexpr int afterMachine = 600;
+        return (reason.rule() >= BMCOAUTH_RULE_MEMORY_EXHAUSTED && reason.rule() < afterMachine) ||
+               reason.rule() == BMCOAUTH_RULE_CHAIN_ROOT_MISSING ||
+               reason.rule() == BMCOAUTH_RULE_CLIENT_STORE_FAILED;
+    }
+
+    /** What the peer is told. */
+    [[nodiscard]] oauthError code() const noexcept
+    {
+        return word;
+    }
+    /** The document that tells it. */
+    [[nodiscard]] Expected<Text> document() const
+    {
+        return errorDocument(word);
+    }
+
+private:
+    oauthError word;
+};
+
+namespace detail
+{
+
+/** The request that `text` holds, which is not looked at if it is longer than `most`. */
+template <typename Request>
+[[nodiscard]] Expected<Request> read(std::string_view text, std::size_t most)
+{
+    return text.size() > most ? Error{BMCOAUTH_RULE_ARGUMENT_LENGTH, "request"}
+                              : Request::parse(text);
+}
+
+} // namespace detail
+
 /** What a service asks of those who register. */
 struct RegistrationRules
 {
@@ -41,7 +88,7 @@ struct RegistrationRules
     /** The redirect URIs that a request may name, byte by byte. One at least. */
     std::vector<std::string> redirectUris = {};
     /** The common name that the certificate must bear. Unless it is set: the request's
-     *  "software_id". */
+     *  "software_id", which the certificate does not prove otherwise. */
     std::function<std::string(const RegistrationRequest&)> certificateName = {};
     /** How soon a client must prove itself. */
     std::chrono::seconds challengeLifetime{300};
@@ -63,16 +110,13 @@ public:
     [[nodiscard]] static Expected<Registrar>
     of(S& store BMCOAUTH_LIFETIMEBOUND, RegistrationRules rules, Clock clock = systemClock())
     {
-        if (rules.redirectUris.empty())
+        if (rules.redirectUris.empty() || !clock)
         {
-            return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "redirectUris"};
-        }
-        if (!clock)
-        {
-            return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "clock"};
+            return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, clock ? "redirectUris" : "clock"};
         }
         if (rules.challengeLifetime.count() <= 0 ||
-            rules.clientLifetime < rules.challengeLifetime || rules.clientLifetime > longest)
+            rules.clientLifetime < rules.challengeLifetime ||
+            rules.clientLifetime > detail::longestTime)
         {
             return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "clientLifetime"};
         }
@@ -83,39 +127,33 @@ public:
      *  such as an address or a user. The client is in the store before the answer leaves. */
     [[nodiscard]] Expected<Text, Refusal> answer(std::string_view text, std::string_view sender)
     {
-        if (text.size() > rules.maximumBytes)
+        const std::chrono::sys_seconds now = clock();
+        ClientRecord client;
+        client.sender = sender;
+        client.endsAt = now + rules.clientLifetime;
+        client.expiresAt = now + rules.challengeLifetime;
+        Expected<Text> document =
+            detail::read<RegistrationRequest>(text, rules.maximumBytes)
+                .and_then([&](const RegistrationRequest& request) {
+                    return requireRedirectUris(request)
+                        .and_then([&] { return identify(client, request); })
+                        .and_then([&] { return credentials(client, request); });
+                });
+        if (!document)
         {
-            return refusal(Error{BMCOAUTH_RULE_ARGUMENT_LENGTH, "request"});
+            return Refusal{OAUTH_INVALID_REQUEST, document.error()};
         }
-        const Expected<RegistrationRequest> request = RegistrationRequest::parse(text);
-        if (!request)
+        if (const Expected<void> added = store->add(std::move(client), rules.limits, now); !added)
         {
-            return refusal(request.error());
+            return Refusal{OAUTH_SERVER_ERROR, added.error()};
         }
-        if (const Expected<void> allowed = requireRedirectUris(*request); !allowed)
-        {
-            return refusal(allowed.error());
-        }
-        Expected<ClientRecord> client = clientOf(*request, sender);
-        if (!client)
-        {
-            return refusal(client.error());
-        }
-        return accepted(*request, *std::move(client));
+        return *std::move(document);
     }
 
 private:
-    // What a record of 32 bits can tell the client.
-    static constexpr std::chrono::seconds longest{0xffffffff};
-
     Registrar(S& clients, RegistrationRules asked, Clock time)
         : store{&clients}, rules{std::move(asked)}, clock{std::move(time)}
     {
-    }
-
-    [[nodiscard]] static Refusal refusal(const Error& reason) noexcept
-    {
-        return {OAUTH_INVALID_REQUEST, reason};
     }
 
     [[nodiscard]] Expected<void> requireRedirectUris(const RegistrationRequest& request) const
@@ -123,8 +161,7 @@ private:
         int place = 0;
         for (const std::string_view uri : request.redirectUri())
         {
-            if (std::find(rules.redirectUris.begin(), rules.redirectUris.end(), uri) ==
-                rules.redirectUris.end())
+            if (std::ranges::find(rules.redirectUris, uri) == rules.redirectUris.end())
             {
                 return Error{BMCOAUTH_RULE_CLIENT_REDIRECT_URI, "redirect_uri", place};
             }
@@ -133,74 +170,47 @@ private:
         return {};
     }
 
-    /** The record of a client that has yet to be given its credentials and a challenge. */
-    [[nodiscard]] Expected<ClientRecord> clientOf(const RegistrationRequest& request,
-                                                  std::string_view sender) const
+    /** Sets who the client says it is, and by which certificate. */
+    [[nodiscard]] Expected<void> identify(ClientRecord& client,
+                                          const RegistrationRequest& request) const
     {
-        ClientRecord client;
         client.softwareId = request.softwareId().value_or("");
-        client.sender = sender;
         if (rules.proofs == Proofs::oneTimePassword)
         {
-            return client;
-        }
-        Expected<CertificateKey> key = request.certificate(0);
-        if (!key)
-        {
-            return key.error();
+            return {};
         }
         client.deviceName =
             rules.certificateName ? rules.certificateName(request) : client.softwareId;
-        const Expected<DeviceIdentity> device =
-            DeviceIdentity::of(*std::move(key), client.deviceName);
-        if (!device)
-        {
-            return device.error();
-        }
-        const Expected<Text> certificate = device->certificate().parameters().write();
-        if (!certificate)
-        {
-            return certificate.error();
-        }
-        client.certificate = certificate->view();
-        return client;
+        return request.certificate(0)
+            .and_then([&](CertificateKey key) {
+                return DeviceIdentity::of(std::move(key), client.deviceName);
+            })
+            .and_then([](const DeviceIdentity& device) {
+                return device.certificate().parameters().write();
+            })
+            .transform([&](const Text& certificate) { client.certificate = certificate.view(); });
     }
 
-    /** Gives the client what it lacks, and keeps it. */
-    [[nodiscard]] Expected<Text, Refusal> accepted(const RegistrationRequest& request,
-                                                   ClientRecord client)
+    /** Gives the client an identifier, a secret and a challenge; the document that tells it. */
+    [[nodiscard]] Expected<Text> credentials(ClientRecord& client,
+                                             const RegistrationRequest& request) const
     {
         const Expected<ParameterList> challenge = serverChallengeFor(request, rules.proofs);
-        if (!challenge)
+        const Expected<Text> kept =
+            challenge.and_then([](const ParameterList& list) { return list.write(); });
+        if (!kept)
         {
-            return refusal(challenge.error());
+            return kept.error();
         }
-        const auto lifetime = static_cast<std::uint32_t>(rules.clientLifetime.count());
-        const Expected<RegistrationResponse> response = RegistrationResponse::answer(
-            request, {.secretLifetimeSeconds = lifetime, .challenge = &*challenge});
-        if (!response)
-        {
-            return refusal(response.error());
-        }
-        const Expected<SecretDigest> secret =
-            SecretDigest::of(response->clientSecret().value_or(""));
-        const Expected<Text> kept = challenge->write();
-        Expected<Text> document = response->write();
-        if (!secret || !kept || !document)
-        {
-            return refusal(!secret ? secret.error() : !kept ? kept.error() : document.error());
-        }
-        const std::chrono::sys_seconds now = clock();
-        client.id = response->clientId().value_or("");
-        client.secret = *secret;
         client.challenge = kept->view();
-        client.endsAt = now + rules.clientLifetime;
-        client.expiresAt = now + rules.challengeLifetime;
-        if (const Expected<void> added = store->add(std::move(client), rules.limits, now); !added)
-        {
-            return Refusal{OAUTH_SERVER_ERROR, added.error()};
-        }
-        return *std::move(document);
+        const auto lifetime = static_cast<std::uint32_t>(rules.clientLifetime.count());
+        return RegistrationResponse::answer(
+                   request, {.secretLifetimeSeconds = lifetime, .challenge = &*challenge})
+            .and_then([&](const RegistrationResponse& response) {
+                client.id = response.clientId().value_or("");
+                client.secret = SecretDigest::of(response.clientSecret().value_or(""));
+                return response.write();
+            });
     }
 
     S* store;

@@ -7,7 +7,7 @@
  * do what they always do. */
 
 #include <bmcoauth/cpp/expected.hpp>
-#include <bmcoauth/service/client_record.hpp>
+#include <bmcoauth/service/client.hpp>
 
 #include <algorithm>
 #include <chrono>

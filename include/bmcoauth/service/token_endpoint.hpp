@@ -8,19 +8,10 @@
 
 #include <bmcoauth/cpp/authorize.hpp>
 #include <bmcoauth/cpp/document.hpp>
-#include <bmcoauth/cpp/encoding.hpp>
-#include <bmcoauth/cpp/expected.hpp>
-#include <bmcoauth/cpp/parameters.hpp>
 #include <bmcoauth/cpp/privileges.hpp>
-#include <bmcoauth/cpp/text.hpp>
-#include <bmcoauth/service/client_record.hpp>
-#include <bmcoauth/service/clock.hpp>
-#include <bmcoauth/service/device_identity.hpp>
+#include <bmcoauth/cpp/token.hpp>
 #include <bmcoauth/service/issued_token.hpp>
-#include <bmcoauth/service/refresh_token.hpp>
-#include <bmcoauth/service/refusal.hpp>
-#include <bmcoauth/service/secret_digest.hpp>
-#include <bmcoauth/service/store.hpp>
+#include <bmcoauth/service/registrar.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -114,23 +105,37 @@ public:
     /** Answers the token request `text` of `sender`: see Registrar::answer. */
     [[nodiscard]] Expected<Text, Refusal> answer(std::string_view text, std::string_view sender)
     {
-        if (text.size() > rules.maximumBytes)
-        {
-            return Refusal{OAUTH_INVALID_REQUEST, Error{BMCOAUTH_RULE_ARGUMENT_LENGTH, "request"}};
-        }
-        const Expected<TokenRequest> request = TokenRequest::parse(text);
+        const Expected<TokenRequest> request = detail::read<TokenRequest>(text, rules.maximumBytes);
         if (!request)
         {
             return Refusal{OAUTH_INVALID_REQUEST, request.error()};
         }
-        const Expected<ClientRecord> client =
-            authenticated(request->clientId().value_or(""), request->clientSecret().value_or(""));
-        if (!client)
+        // Each turn but the last is lost to another call that has changed the client.
+        constexpr int mostTurns = 16;
+        for (int turn = 0; turn < mostTurns; ++turn)
         {
-            return refusal(client.error());
+            Expected<Grant> grant = grantOf(*request, sender);
+            if (!grant)
+            {
+                return refusal(grant.error());
+            }
+            // Made first, so that a failure changes nothing; it leaves only if the place was won.
+            Expected<Text> document = documentOf(*grant, *request);
+            if (!document)
+            {
+                return Refusal{OAUTH_SERVER_ERROR, document.error()};
+            }
+            const Expected<bool> placed = store->replace(std::move(grant->client));
+            if (!placed)
+            {
+                return refusal(placed.error());
+            }
+            if (*placed)
+            {
+                return *std::move(document);
+            }
         }
-        return request->get()->handshake != nullptr ? proven(*client, *request, sender)
-                                                    : refreshed(*client, *request);
+        return refusal(Error{BMCOAUTH_RULE_CLIENT_STORE_FAILED, "replace"});
     }
 
     /** Ends the client whose refresh token or access token this is (RFC 7009): all its tokens with
@@ -138,34 +143,22 @@ public:
     [[nodiscard]] Expected<void, Refusal>
     revoke(std::string_view clientId, std::string_view clientSecret, std::string_view token)
     {
-        const Expected<ClientRecord> client = authenticated(clientId, clientSecret);
-        if (!client)
-        {
-            return refusal(client.error());
-        }
-        const Expected<bool> own = isOf(*client, token);
-        if (!own)
-        {
-            return refusal(own.error());
-        }
-        if (const Expected<void> removed = *own ? store->remove(client->id) : Expected<void>{};
-            !removed)
-        {
-            return refusal(removed.error());
-        }
-        return {};
+        const Expected<void> done =
+            authenticated(clientId, clientSecret).and_then([&](const ClientRecord& client) {
+                return isOf(client, token).and_then([&](bool own) {
+                    return own ? store->remove(client.id) : Expected<void>{};
+                });
+            });
+        return done ? Expected<void, Refusal>{} : refusal(done.error());
     }
 
     /** Whether access tokens of this subject still count: its client has neither ended nor been removed.
      *  For every service that validates them. */
     [[nodiscard]] Expected<bool> isActive(std::string_view subject) const
     {
-        const Expected<std::optional<ClientRecord>> client = store->find(subject);
-        if (!client)
-        {
-            return client.error();
-        }
-        return *client && (*client)->refresh && clock() < (*client)->expiresAt;
+        return store->find(subject).transform([&](const std::optional<ClientRecord>& client) {
+            return client && client->refresh && clock() < client->expiresAt;
+        });
     }
 
     /** What the access token `token` is good for (RFC 7662), for a sender who may ask. Of a token
@@ -177,19 +170,25 @@ public:
         {
             return Refusal{OAUTH_ACCESS_DENIED, Error{BMCOAUTH_RULE_CLIENT_NOT_AUTHORIZED}};
         }
-        const Expected<std::optional<TokenFacts>> facts = valid(token);
-        const Expected<bool> active =
-            facts && *facts ? isActive((*facts)->subject) : Expected<bool>{false};
-        if (!facts || !active)
-        {
-            return Refusal{OAUTH_SERVER_ERROR, facts ? active.error() : facts.error()};
-        }
-        Expected<Text> document = *active ? described(**facts) : Text::copy(R"({"active":false})");
+        Expected<Text> document =
+            valid(token).and_then([&](const std::optional<TokenFacts>& facts) {
+                const Expected<bool> active = facts ? isActive(facts->subject) : false;
+                return active.and_then([&](bool counts) {
+                    return counts ? described(*facts) : Text::copy(R"({"active":false})");
+                });
+            });
         return document ? Expected<Text, Refusal>{*std::move(document)}
                         : Refusal{OAUTH_SERVER_ERROR, document.error()};
     }
 
 private:
+    /** What a request is given if the client can be put in its place. */
+    struct Grant
+    {
+        ClientRecord client;
+        Text refreshToken;
+    };
+
     TokenEndpoint(S& clients, TokenFunctions asked, const TokenEndpointRules& given, Clock time)
         : store{&clients}, functions{std::move(asked)}, rules{given}, clock{std::move(time)}
     {
@@ -202,60 +201,55 @@ private:
 
     [[nodiscard]] Expected<ClientRecord> known(std::string_view id) const
     {
-        Expected<std::optional<ClientRecord>> found = store->find(id);
-        if (!found || !*found)
-        {
-            return found ? Error{BMCOAUTH_RULE_CLIENT_UNKNOWN} : found.error();
-        }
-        return **std::move(found);
+        return store->find(id).and_then(
+            [](std::optional<ClientRecord> found) -> Expected<ClientRecord> {
+                return found ? *std::move(found)
+                             : Expected<ClientRecord>{Error{BMCOAUTH_RULE_CLIENT_UNKNOWN}};
+            });
     }
     /** The client of this name and secret. */
     [[nodiscard]] Expected<ClientRecord> authenticated(std::string_view id,
                                                        std::string_view secret) const
     {
         Expected<ClientRecord> client = known(id);
-        const Expected<SecretDigest> shown = SecretDigest::of(secret);
-        if (!shown)
-        {
-            return shown.error();
-        }
         // The same work, whether there is such a client or not.
-        const bool same = (client ? client->secret : SecretDigest{}) == *shown;
+        const bool same = (client ? client->secret : SecretDigest{}) == SecretDigest::of(secret);
         return client && !same ? Error{BMCOAUTH_RULE_CLIENT_SECRET} : std::move(client);
+    }
+
+    [[nodiscard]] Expected<Grant> grantOf(const TokenRequest& request, std::string_view sender)
+    {
+        return authenticated(request.clientId().value_or(""), request.clientSecret().value_or(""))
+            .and_then([&](ClientRecord client) {
+                return request.get()->handshake != nullptr
+                           ? proven(client, request, sender)
+                           : refreshed(std::move(client), request.refreshToken().value_or(""));
+            });
     }
 
     // ------------------------------------------------------------------------------------ proofs --
 
     /** The first tokens, for a client that answers its challenge. */
-    [[nodiscard]] Expected<Text, Refusal>
-    proven(const ClientRecord& client, const TokenRequest& request, std::string_view sender)
+    [[nodiscard]] Expected<Grant> proven(const ClientRecord& client, const TokenRequest& request,
+                                         std::string_view sender)
     {
         const Expected<ParameterList> response = request.handshake();
         const Expected<ParameterList> challenge = challengeOf(client);
         const Expected<Text> secrets = functions.secrets(client);
         const Expected<std::optional<DeviceIdentity>> device = deviceOf(client);
-        if (!response || !challenge)
-        {
-            return refusal(response ? challenge.error() : response.error());
-        }
-        if (!secrets || !device)
-        {
-            return refusal(secrets ? device.error() : secrets.error());
-        }
         // Counted and used up before it is looked at: nobody gets another try, by two calls at once
         // or by the end of this process.
-        if (const Expected<void> claimed = claimAttempt(client, sender); !claimed)
+        const Expected<void> good =
+            allOf(response, challenge, secrets, device)
+                .and_then([&] { return claimAttempt(client, sender); })
+                .and_then([&] { return checkProofs(*challenge, *response, *secrets, *device); });
+        if (!good)
         {
-            return refusal(claimed.error());
-        }
-        if (const Expected<void> good = checkProofs(*challenge, *response, *secrets, *device);
-            !good)
-        {
-            return refusal(good.error());
+            return good.error();
         }
         // If this fails, a good proof stays counted as one that failed.
         static_cast<void>(forgive(sender));
-        return established(client.id, request);
+        return established(client.id);
     }
 
     /** The challenge, if it may be answered. */
@@ -265,11 +259,8 @@ private:
         {
             return Error{BMCOAUTH_RULE_CLIENT_CHALLENGE_USED};
         }
-        if (clock() >= client.expiresAt)
-        {
-            return Error{BMCOAUTH_RULE_CLIENT_CHALLENGE_EXPIRED};
-        }
-        return ParameterList::parse(client.challenge);
+        return clock() < client.expiresAt ? ParameterList::parse(client.challenge)
+                                          : Error{BMCOAUTH_RULE_CLIENT_CHALLENGE_EXPIRED};
     }
 
     /** The device that the challenge is for; nothing where a password is enough. */
@@ -280,194 +271,122 @@ private:
         {
             return std::optional<DeviceIdentity>{};
         }
-        Expected<CertificateKey> key = CertificateKey::parse(client.certificate);
-        if (!key)
-        {
-            return key.error();
-        }
-        return DeviceIdentity::of(*std::move(key), client.deviceName)
+        return CertificateKey::parse(client.certificate)
+            .and_then([&](CertificateKey key) {
+                return DeviceIdentity::of(std::move(key), client.deviceName);
+            })
             .transform([](DeviceIdentity device) { return std::optional{std::move(device)}; });
     }
 
     /** Counts an attempt, and uses the challenge up. */
-    [[nodiscard]] Expected<void> claimAttempt(const ClientRecord& client, std::string_view sender)
+    [[nodiscard]] Expected<void> claimAttempt(ClientRecord client, std::string_view sender)
     {
-        const std::chrono::sys_seconds now = clock();
-        const Expected<bool> ofSender =
-            store->countAttempt(counterOf(sender), rules.failuresOfSender, now);
-        if (!ofSender || !*ofSender)
+        if (const Expected<void> ofSender = count(counterOf(sender), rules.failuresOfSender);
+            !ofSender)
         {
-            return ofSender ? Error{BMCOAUTH_RULE_CLIENT_LOCKED, "sender"} : ofSender.error();
+            return ofSender;
         }
-        const Expected<bool> inAll = store->countAttempt(everybody, rules.failuresInAll, now);
-        if (!inAll || !*inAll)
+        if (const Expected<void> inAll = count(everybody, rules.failuresInAll); !inAll)
         {
             static_cast<void>(store->forgive(counterOf(sender), rules.failuresOfSender));
-            return inAll ? Error{BMCOAUTH_RULE_CLIENT_LOCKED, "all"} : inAll.error();
+            return inAll;
         }
-        ClientRecord claimed = client;
-        claimed.challenge.clear();
-        const Expected<bool> first = store->replace(std::move(claimed));
-        if (!first || !*first)
+        client.challenge.clear();
+        const Expected<bool> first = store->replace(std::move(client));
+        if (first && *first)
         {
-            static_cast<void>(forgive(sender));
-            return first ? Error{BMCOAUTH_RULE_CLIENT_CHALLENGE_USED} : first.error();
+            return {};
         }
-        return {};
+        static_cast<void>(forgive(sender));
+        return first ? Error{BMCOAUTH_RULE_CLIENT_CHALLENGE_USED} : first.error();
     }
 
+    [[nodiscard]] Expected<void> count(std::string_view counter, const FailureRate& rate)
+    {
+        return store->countAttempt(counter, rate, clock()).and_then([&](bool allowed) {
+            return allowed ? Expected<void>{} : Error{BMCOAUTH_RULE_CLIENT_LOCKED, counter};
+        });
+    }
     [[nodiscard]] Expected<void> forgive(std::string_view sender)
     {
-        const Expected<void> forgiven = store->forgive(counterOf(sender), rules.failuresOfSender);
-        return forgiven ? store->forgive(everybody, rules.failuresInAll) : forgiven;
+        return store->forgive(counterOf(sender), rules.failuresOfSender).and_then([&] {
+            return store->forgive(everybody, rules.failuresInAll);
+        });
     }
 
     /** Begins the client's family of refresh tokens. */
-    [[nodiscard]] Expected<Text, Refusal> established(std::string_view id,
-                                                      const TokenRequest& request)
+    [[nodiscard]] Expected<Grant> established(std::string_view id) const
     {
-        const Expected<Text> refresh = detail::firstRefreshToken();
-        if (!refresh)
-        {
-            return refusal(refresh.error());
-        }
-        const Expected<SecretDigest> family = SecretDigest::of(detail::familyPart(*refresh));
-        const Expected<SecretDigest> current = SecretDigest::of(*refresh);
+        Expected<Text> token = detail::firstRefreshToken();
         Expected<ClientRecord> client = known(id);
-        if (!family || !current || !client)
+        if (const Expected<void> all = allOf(token, client); !all)
         {
-            return refusal(!family ? family.error() : !current ? current.error() : client.error());
+            return all.error();
         }
         const std::chrono::sys_seconds now = clock();
-        client->refresh = RefreshFamily{.family = *family, .current = *current, .rotatedAt = now};
+        client->refresh = RefreshFamily{.family = SecretDigest::of(detail::familyPart(*token)),
+                                        .current = SecretDigest::of(*token),
+                                        .rotatedAt = now};
         client->expiresAt = std::min(now + rules.refreshLifetime, client->endsAt);
-        Expected<std::optional<Text>, Refusal> document = given(*client, *refresh, request);
-        if (document && !*document)
-        {
-            return refusal(Error{BMCOAUTH_RULE_CLIENT_UNKNOWN});
-        }
-        return document ? Expected<Text, Refusal>{**std::move(document)} : document.error();
+        return Grant{*std::move(client), *std::move(token)};
     }
 
     // ----------------------------------------------------------------------------------- refresh --
 
-    /** New tokens for a client that shows a refresh token. */
-    [[nodiscard]] Expected<Text, Refusal> refreshed(Expected<ClientRecord> client,
-                                                    const TokenRequest& request)
+    /** What the refresh token `token` gives. One that comes back ends the client. */
+    [[nodiscard]] Expected<Grant> refreshed(ClientRecord client, std::string_view token)
     {
-        const std::string_view token = request.refreshToken().value_or("");
-        const Expected<SecretDigest> shown = SecretDigest::of(token);
-        const Expected<SecretDigest> family = SecretDigest::of(detail::familyPart(token));
-        if (!shown || !family)
+        if (!client.refresh ||
+            client.refresh->family != SecretDigest::of(detail::familyPart(token)))
         {
-            return refusal(shown ? family.error() : shown.error());
+            return Error{BMCOAUTH_RULE_CLIENT_REFRESH_UNKNOWN};
         }
-        // Each turn but the last is lost to another call that has changed the client.
-        constexpr int mostTurns = 16;
-        for (int turn = 0; turn < mostTurns; ++turn)
-        {
-            if (!client)
-            {
-                return refusal(client.error());
-            }
-            if (!client->refresh || client->refresh->family != *family)
-            {
-                return refusal(Error{BMCOAUTH_RULE_CLIENT_REFRESH_UNKNOWN});
-            }
-            Expected<std::optional<Text>, Refusal> document = rotated(*client, *shown, request);
-            if (!document)
-            {
-                return document.error();
-            }
-            if (*document)
-            {
-                return **std::move(document);
-            }
-            client = known(client->id);
-        }
-        return refusal(Error{BMCOAUTH_RULE_CLIENT_STORE_FAILED, "replace"});
-    }
-
-    /** What the token of the digest `shown` gives; nothing if the client has changed meanwhile. */
-    [[nodiscard]] Expected<std::optional<Text>, Refusal>
-    rotated(ClientRecord& client, const SecretDigest& shown, const TokenRequest& request)
-    {
         const std::chrono::sys_seconds now = clock();
+        const SecretDigest shown = SecretDigest::of(token);
         const RefreshOutcome outcome = decideRefresh(client, shown, rules.replays, now);
+        if (outcome == RefreshOutcome::reuse)
+        {
+            const Expected<void> removed = store->remove(client.id);
+            return removed ? Error{BMCOAUTH_RULE_CLIENT_REFRESH_REUSED} : removed.error();
+        }
+        if (outcome != RefreshOutcome::rotate && outcome != RefreshOutcome::replayWithinWindow)
+        {
+            return Error{outcome == RefreshOutcome::expired ? BMCOAUTH_RULE_CLIENT_REFRESH_EXPIRED
+                                                            : BMCOAUTH_RULE_CLIENT_FAMILY_EXPIRED};
+        }
         RefreshFamily& family = *client.refresh;
+        ++family.replays;
         if (outcome == RefreshOutcome::rotate)
         {
             const Expected<Text> salt = randomToken(SecretDigest::size);
             if (!salt)
             {
-                return refusal(salt.error());
+                return salt.error();
             }
-            family.previous = shown;
-            family.salt = salt->view();
-            family.rotatedAt = now;
-            family.replays = 0;
+            family = {.family = family.family,
+                      .previous = shown,
+                      .salt = std::string{salt->view()},
+                      .rotatedAt = now};
             client.expiresAt = std::min(now + rules.refreshLifetime, client.endsAt);
         }
-        else if (outcome == RefreshOutcome::replayWithinWindow)
-        {
-            ++family.replays;
-        }
-        else
-        {
-            return refusal(endedBy(outcome, client));
-        }
-        const Expected<Text> next =
-            detail::nextRefreshToken(request.refreshToken().value_or(""), family.salt);
-        const Expected<SecretDigest> current = next.and_then(SecretDigest::of);
-        if (!current)
-        {
-            return refusal(current.error());
-        }
-        family.current = *current;
-        return given(client, *next, request);
+        return detail::nextRefreshToken(token, family.salt).transform([&](Text next) {
+            family.current = SecretDigest::of(next);
+            return Grant{std::move(client), std::move(next)};
+        });
     }
 
-    /** Why there is no new token. A token that comes back ends the client. */
-    [[nodiscard]] Error endedBy(RefreshOutcome outcome, const ClientRecord& client)
+    /** The response that a grant gives, with an access token. */
+    [[nodiscard]] Expected<Text> documentOf(const Grant& grant, const TokenRequest& request) const
     {
-        if (outcome != RefreshOutcome::reuse)
-        {
-            return Error{outcome == RefreshOutcome::expired ? BMCOAUTH_RULE_CLIENT_REFRESH_EXPIRED
-                                                            : BMCOAUTH_RULE_CLIENT_FAMILY_EXPIRED};
-        }
-        const Expected<void> removed = store->remove(client.id);
-        return removed ? Error{BMCOAUTH_RULE_CLIENT_REFRESH_REUSED} : removed.error();
-    }
-
-    /** Puts `client` in its place and gives a response with an access token and `refresh`; nothing
-     *  if the client has changed meanwhile. The tokens are made first, so that a failure changes
-     *  nothing; they leave only if the place was won. */
-    [[nodiscard]] Expected<std::optional<Text>, Refusal>
-    given(const ClientRecord& client, std::string_view refresh, const TokenRequest& request)
-    {
-        const Expected<IssuedToken> issued =
-            functions.issue(client.id, functions.privileges(client));
-        if (!issued)
-        {
-            return Refusal{OAUTH_SERVER_ERROR, issued.error()};
-        }
-        const std::string left = std::to_string((issued->expiresAt - clock()).count());
-        Expected<Text> document =
-            TokenResponse::of({.accessToken = issued->token,
-                               .state = request.state().value_or(""),
-                               .refreshToken = refresh,
-                               .expiresIn = left})
-                .and_then([](const TokenResponse& response) { return response.write(); });
-        if (!document)
-        {
-            return Refusal{OAUTH_SERVER_ERROR, document.error()};
-        }
-        const Expected<bool> placed = store->replace(client);
-        if (!placed)
-        {
-            return refusal(placed.error());
-        }
-        return *placed ? std::optional<Text>{*std::move(document)} : std::nullopt;
+        return functions.issue(grant.client.id, functions.privileges(grant.client))
+            .and_then([&](const IssuedToken& issued) {
+                const std::string left = std::to_string((issued.expiresAt - clock()).count());
+                return TokenResponse::of({.accessToken = issued.token,
+                                          .state = request.state().value_or(""),
+                                          .refreshToken = grant.refreshToken,
+                                          .expiresIn = left});
+            })
+            .and_then([](const TokenResponse& response) { return response.write(); });
     }
 
     // -------------------------------------------------------------------------------- judgements --
@@ -490,12 +409,7 @@ private:
     /** Whether `token` is the client's, of either kind. */
     [[nodiscard]] Expected<bool> isOf(const ClientRecord& client, std::string_view token) const
     {
-        const Expected<SecretDigest> family = SecretDigest::of(detail::familyPart(token));
-        if (!family)
-        {
-            return family.error();
-        }
-        if (client.refresh && client.refresh->family == *family)
+        if (client.refresh && client.refresh->family == SecretDigest::of(detail::familyPart(token)))
         {
             return true;
         }

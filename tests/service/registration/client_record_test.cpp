@@ -2,8 +2,7 @@
 #include "support/fake_device.hpp"
 #include "support/refusals.hpp"
 
-#include <bmcoauth/service/client_record.hpp>
-#include <bmcoauth/service/refresh_token.hpp>
+#include <bmcoauth/service/client.hpp>
 
 #include <gtest/gtest.h>
 
@@ -25,7 +24,7 @@ namespace
 
 SecretDigest digestOf(std::string_view text)
 {
-    return SecretDigest::of(text).value();
+    return SecretDigest::of(text);
 }
 
 // ----------------------------------------------------------------------------------------- digests --

@@ -2,9 +2,7 @@
 //
 // Compiled as it is, this is right; with one of the macros, it is a mistake that must not compile.
 // mistakes.py reads their names here, and what the compiler says to each.
-#include <bmcoauth.hpp>
-#include <bmcoauth/service/registrar.hpp>
-#include <bmcoauth/service/token_endpoint.hpp>
+#include <bmcoauth/service.hpp>
 
 #include <optional>
 #include <string_view>

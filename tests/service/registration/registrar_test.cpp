@@ -36,7 +36,7 @@ TEST_F(RegistrarOfDevices, AsksForBothProofsUnlessToldOtherwise)
     EXPECT_TRUE(types.range().contains("software_id_cert-1.0"));
 
     const ClientRecord kept = store.find(client.id).value().value();
-    EXPECT_EQ(kept.secret, SecretDigest::of(client.secret).value());
+    EXPECT_EQ(kept.secret, SecretDigest::of(client.secret));
     EXPECT_EQ(kept.softwareId, "device");
     EXPECT_EQ(kept.deviceName, "device");
     EXPECT_EQ(kept.sender, "sender");

@@ -6,9 +6,7 @@
 #include "support/fake_device.hpp"
 #include "support/refusals.hpp"
 
-#include <bmcoauth.hpp>
-#include <bmcoauth/service/registrar.hpp>
-#include <bmcoauth/service/token_endpoint.hpp>
+#include <bmcoauth/service.hpp>
 
 #include <gtest/gtest.h>
 #include <json/value.h>

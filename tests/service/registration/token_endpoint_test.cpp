@@ -159,7 +159,7 @@ TEST_F(Endpoint, GivesTokensForAProof)
     const ClientRecord kept = store.find(client.id).value().value();
     EXPECT_EQ(kept.challenge, "");
     EXPECT_EQ(kept.expiresAt, time.now() + std::chrono::days{30});
-    EXPECT_EQ(kept.refresh->current, SecretDigest::of(connection.second.refresh).value());
+    EXPECT_EQ(kept.refresh->current, SecretDigest::of(connection.second.refresh));
 }
 
 TEST_F(Endpoint, AnswersInTheFormOfTheProtocol)
