@@ -120,6 +120,10 @@ public:
         {
             return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "clientLifetime"};
         }
+        if (rules.limits.pending == 0 || rules.limits.proven == 0)
+        {
+            return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "limits"};
+        }
         return Registrar{store, std::move(rules), std::move(clock)};
     }
 

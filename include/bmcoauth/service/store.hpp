@@ -21,13 +21,14 @@
 #include <string_view>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 namespace bmcoauth
 {
 inline namespace v1
 {
 
-/** How many clients a store holds. Where one more comes, another one goes: see Store::add. */
+/** How many clients a store holds. Where one more comes, another one goes: see Store. One at least. */
 struct ClientLimits
 {
     /** Those that have not proven themselves. */
@@ -39,26 +40,25 @@ struct ClientLimits
 /** Store is what Registrar and TokenEndpoint keep their state in: nothing else survives a call, so the
  *  process may be killed between any two operations, and during one.
  *
- *  Each operation is atomic: other threads and processes see all of it or nothing. Those that
- *  change something return after the change is where it survives a crash of the machine, and after
- *  a crash all of it is there or nothing. They are called from several threads at once. A failure
- *  is an Error, BMCOAUTH_RULE_CLIENT_STORE_FAILED where nothing says more; whether a change took place is
- *  then unknown, and nothing here relies on either.
+ *  Each operation is atomic: other threads and processes see all of it or nothing. A change survives
+ *  a crash of the machine once its operation has returned; after a crash before, all of it is there
+ *  or nothing. Operations are called from several threads at once. A failure is an Error,
+ *  BMCOAUTH_RULE_CLIENT_STORE_FAILED where nothing says more; whether a change took place is then
+ *  unknown, and nothing here relies on either.
  *
- *  - find(id): the client, or nothing. Case matters.
- *  - add(client, limits, now): removes all clients whose `expiresAt` is not after `now`, and adds
- *    this one, with a version. Refused if its id is there. If more are pending then than
- *    limits.pending, removes the one that ends first (`expiresAt`) of the sender that has most of
- *    them: who registers without end loses registrations of his own. If more are proven than
- *    limits.proven, the same with the software id for the sender.
- *  - replace(client): puts the record in place of the one with its id, with a version that this id
- *    never had before, if that one has the version of `client`. Returns whether it had: false also
- *    if there is no such client. Of several callers with one version a single one is told true.
- *  - remove(id): after it, there is no such client.
- *  - countAttempt(counter, rate, now): replaces the counter, a text of any bytes, by what the function
- *    countAttempt makes of it, and returns whether the attempt is allowed. A counter that is not
- *    there is the epoch; those that are not after `now` may be forgotten.
- *  - forgive(counter, rate): takes one interval away from the counter, if it is there.
+ *  | operation | what it does |
+ *  |---|---|
+ *  | find(id) | gives the client, or nothing; case matters |
+ *  | add(client, limits, now) | removes all clients whose `expiresAt` is not after `now`; adds this one, with a version, or is refused if its id is there; removes a client for each above the limits |
+ *  | replace(client) | puts the record, with a version that this id never had, in place of the one with its id, if that has the version of `client`; gives whether it had. Of several callers with one version a single one is told true |
+ *  | remove(id) | after it, there is no such client |
+ *  | countAttempt(counter, rate, now) | replaces the counter, a text of any bytes, by what the function countAttempt makes of it, and gives whether the attempt is allowed. An absent counter is the epoch; one that is not after `now` may be forgotten |
+ *  | forgive(counter, rate) | takes one interval away from the counter, if it is there |
+ *
+ *  Above limits.pending goes the client that ends first (`expiresAt`) of the sender that has most of
+ *  them: who registers without end loses registrations of his own. One that ends after the added one
+ *  came while the clock was ahead, and counts as ending before it. Above limits.proven, likewise, but
+ *  by software id instead of sender, and by `expiresAt` alone.
  *
  *  A crash between countAttempt and forgive leaves an attempt counted; one between two others loses
  *  at most a registration. */
@@ -106,13 +106,14 @@ public:
         const std::lock_guard guard{mutex};
         std::erase_if(clients, [&](const auto& one) { return one.second.expiresAt <= now; });
         client.version = ++lastVersion;
+        const std::chrono::sys_seconds last = client.expiresAt;
         std::string id = client.id;
         if (!clients.try_emplace(std::move(id), std::move(client)).second)
         {
             return Error{BMCOAUTH_RULE_CLIENT_STORE_FAILED, "client_id"};
         }
-        trim(false, limits.pending);
-        trim(true, limits.proven);
+        trim(false, limits.pending, last);
+        trim(true, limits.proven, std::chrono::sys_seconds::max());
         return {};
     }
     /** See Store. */
@@ -167,33 +168,31 @@ private:
     {
         return client.refresh ? client.softwareId : client.sender;
     }
-    /** Removes pending or proven clients until there are no more than `most`. */
-    void trim(bool proven, std::size_t most)
+    /** Removes pending or proven clients until there are no more than `most`. None of them counts as
+     *  ending after `last`. */
+    void trim(bool proven, std::size_t most, std::chrono::sys_seconds last)
     {
         std::map<std::string, std::ptrdiff_t> groups;
-        std::size_t count = 0;
-        for (const auto& [id, client] : clients)
+        std::vector<Clients::iterator> left;
+        for (auto one = clients.begin(); one != clients.end(); ++one)
         {
-            if (client.refresh.has_value() == proven)
+            if (one->second.refresh.has_value() == proven)
             {
-                ++groups[groupOf(client)];
-                ++count;
+                ++groups[groupOf(one->second)];
+                left.push_back(one);
             }
         }
-        // The least of all goes. One of the other kind is never that.
-        const auto rank = [&](const Clients::value_type& one) {
-            const ClientRecord& client = one.second;
-            const bool counts = client.refresh.has_value() == proven;
-            return std::tuple{counts ? -groups[groupOf(client)] : 0, client.expiresAt,
+        const auto rank = [&](Clients::iterator one) {
+            const ClientRecord& client = one->second;
+            return std::tuple{-groups[groupOf(client)], std::min(client.expiresAt, last),
                               client.version};
         };
-        for (; count > most; --count)
+        while (left.size() > most)
         {
-            const auto least =
-                std::min_element(clients.begin(), clients.end(),
-                                 [&](const auto& a, const auto& b) { return rank(a) < rank(b); });
-            --groups[groupOf(least->second)];
-            clients.erase(least);
+            const auto least = std::ranges::min_element(left, {}, rank);
+            --groups[groupOf((*least)->second)];
+            clients.erase(*least);
+            left.erase(least);
         }
     }
 

@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -92,10 +93,11 @@ public:
             return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "functions"};
         }
         const auto isRate = [](const FailureRate& rate) {
-            return rate.burst > 0 && rate.interval.count() > 0;
+            return rate.burst > 0 && rate.interval.count() > 0 &&
+                   rate.interval <= detail::longestTime / rate.burst;
         };
         if (!isRate(rules.failuresOfSender) || !isRate(rules.failuresInAll) ||
-            rules.refreshLifetime.count() <= 0)
+            rules.refreshLifetime.count() <= 0 || rules.refreshLifetime > detail::longestTime)
         {
             return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "rules"};
         }
@@ -143,6 +145,10 @@ public:
     [[nodiscard]] Expected<void, Refusal>
     revoke(std::string_view clientId, std::string_view clientSecret, std::string_view token)
     {
+        if (clientId.size() > rules.maximumBytes || clientSecret.size() > rules.maximumBytes)
+        {
+            return Refusal{OAUTH_INVALID_REQUEST, Error{BMCOAUTH_RULE_ARGUMENT_LENGTH, "request"}};
+        }
         const Expected<void> done =
             authenticated(clientId, clientSecret).and_then([&](const ClientRecord& client) {
                 return isOf(client, token).and_then([&](bool own) {
@@ -158,6 +164,15 @@ public:
     {
         return store->find(subject).transform([&](const std::optional<ClientRecord>& client) {
             return client && client->refresh && clock() < client->expiresAt;
+        });
+    }
+
+    /** Whether a token with these claims is revoked, for TokenRules::revoked: its subject is not
+     *  active. */
+    [[nodiscard]] Expected<bool> isRevoked(const Claims& claims) const
+    {
+        return isActive(claims.subject().value_or("")).transform([](bool active) {
+            return !active;
         });
     }
 
@@ -333,11 +348,16 @@ private:
 
     // ----------------------------------------------------------------------------------- refresh --
 
+    [[nodiscard]] static bool isOfFamily(const ClientRecord& client, std::string_view token)
+    {
+        return client.refresh &&
+               client.refresh->family == SecretDigest::of(detail::familyPart(token));
+    }
+
     /** What the refresh token `token` gives. One that comes back ends the client. */
     [[nodiscard]] Expected<Grant> refreshed(ClientRecord client, std::string_view token)
     {
-        if (!client.refresh ||
-            client.refresh->family != SecretDigest::of(detail::familyPart(token)))
+        if (!isOfFamily(client, token))
         {
             return Error{BMCOAUTH_RULE_CLIENT_REFRESH_UNKNOWN};
         }
@@ -380,11 +400,13 @@ private:
     {
         return functions.issue(grant.client.id, functions.privileges(grant.client))
             .and_then([&](const IssuedToken& issued) {
-                const std::string left = std::to_string((issued.expiresAt - clock()).count());
+                const std::chrono::seconds left = issued.expiresAt - clock();
+                const std::string expiresIn =
+                    std::to_string(std::max<std::int64_t>(left.count(), 0));
                 return TokenResponse::of({.accessToken = issued.token,
                                           .state = request.state().value_or(""),
                                           .refreshToken = grant.refreshToken,
-                                          .expiresIn = left});
+                                          .expiresIn = expiresIn});
             })
             .and_then([](const TokenResponse& response) { return response.write(); });
     }
@@ -409,7 +431,7 @@ private:
     /** Whether `token` is the client's, of either kind. */
     [[nodiscard]] Expected<bool> isOf(const ClientRecord& client, std::string_view token) const
     {
-        if (client.refresh && client.refresh->family == SecretDigest::of(detail::familyPart(token)))
+        if (token.size() <= rules.maximumBytes && isOfFamily(client, token))
         {
             return true;
         }

@@ -172,6 +172,14 @@ TEST_F(RegistrarOfDevices, IsNotMadeOfRulesWithoutAMeaning)
     EXPECT_REFUSED("argument.range", Made::of(store, rules));
     rules.clientLifetime = std::chrono::seconds{0x100000000};
     EXPECT_REFUSED("argument.range", Made::of(store, rules));
+    // Nobody could prove himself, or not for long.
+    for (const ClientLimits limits :
+         {ClientLimits{.pending = 0, .proven = 1}, ClientLimits{.pending = 1, .proven = 0}})
+    {
+        rules = passwords();
+        rules.limits = limits;
+        EXPECT_REFUSED("argument.range", Made::of(store, rules));
+    }
     EXPECT_TRUE(Made::of(store, passwords()));
 }
 

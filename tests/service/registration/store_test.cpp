@@ -154,6 +154,22 @@ TEST(MemoryStore, KeepsTheOneThatHasJustCome)
     }
 }
 
+TEST(MemoryStore, KeepsTheOneThatHasJustComeWhereTheClockWasAhead)
+{
+    MemoryStore store;
+    constexpr ClientLimits limits{.pending = 3, .proven = 3};
+    for (const char* id : {"a", "b", "c"})
+    {
+        ASSERT_TRUE(store.add(clientOf(id, id, sys_seconds{9000s}), limits, sys_seconds{8700s}));
+    }
+    ASSERT_TRUE(store.add(clientOf("d", "d", sys_seconds{1300s}), limits, now));
+    EXPECT_FALSE(holds(store, "a"));
+    for (const char* id : {"b", "c", "d"})
+    {
+        EXPECT_TRUE(holds(store, id)) << id;
+    }
+}
+
 TEST(MemoryStore, CountsProvenClientsBySoftware)
 {
     MemoryStore store;

@@ -47,12 +47,18 @@ struct Endpoint : TestService
     }
 };
 
-/** A store in which another call takes place just before a client is replaced. */
+/** A store that fails, or in which another call takes place just before a client is replaced. */
 class InterruptedStore
 {
 public:
     explicit InterruptedStore(MemoryStore& store) : inner{&store}
     {
+    }
+
+    /** Fails at the `operation`th operation from now on. */
+    void failAt(int operation)
+    {
+        left = operation;
     }
 
     /** Makes this call at the next replacing. */
@@ -61,14 +67,14 @@ public:
         interruption = std::move(call);
     }
 
-    [[nodiscard]] Expected<std::optional<ClientRecord>> find(std::string_view id) const
+    [[nodiscard]] Expected<std::optional<ClientRecord>> find(std::string_view id)
     {
-        return inner->find(id);
+        return done([&] { return inner->find(id); });
     }
     Expected<void> add(ClientRecord client, const ClientLimits& limits,
                        std::chrono::sys_seconds now)
     {
-        return inner->add(std::move(client), limits, now);
+        return done([&] { return inner->add(std::move(client), limits, now); });
     }
     Expected<bool> replace(ClientRecord client)
     {
@@ -76,23 +82,34 @@ public:
         {
             std::exchange(interruption, nullptr)();
         }
-        return inner->replace(std::move(client));
+        return done([&] { return inner->replace(std::move(client)); });
     }
     Expected<void> remove(std::string_view id)
     {
-        return inner->remove(id);
+        return done([&] { return inner->remove(id); });
     }
     Expected<bool> countAttempt(std::string_view counter, const FailureRate& rate,
                                 std::chrono::sys_seconds now)
     {
-        return inner->countAttempt(counter, rate, now);
+        return done([&] { return inner->countAttempt(counter, rate, now); });
     }
     Expected<void> forgive(std::string_view counter, const FailureRate& rate)
     {
-        return inner->forgive(counter, rate);
+        return done([&] { return inner->forgive(counter, rate); });
     }
 
 private:
+    template <typename Operation>
+    auto done(const Operation& operation) -> decltype(operation())
+    {
+        if (left > 0 && --left == 0)
+        {
+            return Error{BMCOAUTH_RULE_CLIENT_STORE_FAILED};
+        }
+        return operation();
+    }
+
+    int left = 0;
     std::function<void()> interruption;
     MemoryStore* inner;
 };
@@ -147,6 +164,42 @@ TEST_F(Interrupted, GivesNothingToAClientThatWasRemovedMeanwhile)
     EXPECT_REFUSED("client.unknown",
                    slow.answer(connection.first.refreshing(connection.second.refresh), "sender"));
     EXPECT_FALSE(endpoint().isActive(connection.first.id).value());
+}
+
+TEST_F(Interrupted, GivesNothingWhereItsStoreFails)
+{
+    // Find, twice count, replace, twice forgive, find, replace.
+    for (int operation = 1; operation <= 8; ++operation)
+    {
+        const TestClient client = registered();
+        interrupted.failAt(operation);
+        const Expected<Text, Refusal> answer = slow.answer(client.proof(), "sender");
+        // A proof that could not be forgiven was good all the same.
+        const bool isForgiving = operation == 5 || operation == 6;
+        EXPECT_EQ(answer.has_value(), isForgiving) << operation;
+        if (!answer)
+        {
+            EXPECT_REFUSED("client.store-failed", answer);
+            EXPECT_EQ(answer.error().code(), OAUTH_SERVER_ERROR);
+            EXPECT_FALSE(endpoint().isActive(client.id).value()) << operation;
+        }
+    }
+    // Find, replace.
+    const auto connection = connected();
+    for (int operation = 1; operation <= 2; ++operation)
+    {
+        interrupted.failAt(operation);
+        EXPECT_REFUSED(
+            "client.store-failed",
+            slow.answer(connection.first.refreshing(connection.second.refresh), "sender"));
+        interrupted.failAt(operation);
+        EXPECT_REFUSED(
+            "client.store-failed",
+            slow.revoke(connection.first.id, connection.first.secret, connection.second.refresh));
+    }
+    interrupted.failAt(1);
+    EXPECT_REFUSED("client.store-failed", slow.introspect(connection.second.access, "resource"));
+    EXPECT_TRUE(refreshed(connection.first, connection.second.refresh));
 }
 
 // ------------------------------------------------------------------------------------------ proofs --
@@ -328,6 +381,23 @@ TEST_F(Endpoint, BlamesItselfWhereItsSignerFails)
     time.advance(1h);
     issuer.breakSigner(false);
     EXPECT_TRUE(refreshed(connection.first, connection.second.refresh));
+}
+
+TEST_F(Endpoint, NamesNoTimeBeforeNow)
+{
+    // The clock is set while the signer works.
+    TokenFunctions slow = functions();
+    slow.issue = [this](std::string_view subject, Privileges given) {
+        Expected<IssuedToken> token = issuer.issue(subject, given);
+        time.advance(1h);
+        return token;
+    };
+    const auto service =
+        TokenEndpoint<MemoryStore>::of(store, std::move(slow), {}, time.clock()).value();
+    const TestClient client = registered();
+    const Text answer = TokenEndpoint{service}.answer(client.proof(), "sender").value();
+    const TokenResponse response = TokenResponse::parse(answer).value();
+    EXPECT_EQ(response.expiresIn(), "0");
 }
 
 TEST_F(Endpoint, ReadsNothingThatIsTooLong)
@@ -582,6 +652,16 @@ TEST_F(Endpoint, RevokesOnlyForTheOwner)
     EXPECT_TRUE(refreshed(other.first, other.second.refresh));
 }
 
+TEST_F(Endpoint, ReadsNoCredentialsThatAreTooLong)
+{
+    const auto connection = connected();
+    const Expected<void, Refusal> answer =
+        endpoint().revoke(connection.first.id, std::string(16385, 'a'), connection.second.refresh);
+    EXPECT_REFUSED("argument.length", answer);
+    EXPECT_EQ(answer.error().code(), OAUTH_INVALID_REQUEST);
+    EXPECT_REFUSED("argument.length", endpoint().revoke(std::string(16385, 'a'), "", ""));
+}
+
 TEST_F(Endpoint, SaysSoWhenItCouldNotLook)
 {
     const auto connection = connected();
@@ -640,6 +720,24 @@ TEST_F(Endpoint, KnowsNoSubjectWithoutAProof)
     EXPECT_FALSE(endpoint().isActive("nobody").value());
 }
 
+TEST_F(Endpoint, TellsAValidatorWhoseTokensAreRevoked)
+{
+    const auto connection = connected();
+    const PrivateKey key = keyOf(support::Identity::selfSigned({.commonName = "service"}));
+    const auto isRevoked = [&](std::string_view subject) {
+        const Text token =
+            issueToken({.subject = subject, .id = "1", .issuer = "i", .expiresAt = 4102444800}, key)
+                .value();
+        const Verdict verdict = validateToken(token, key);
+        return endpoint().isRevoked(verdict.verified()->claims()).value();
+    };
+    EXPECT_FALSE(isRevoked(connection.first.id));
+    EXPECT_TRUE(isRevoked("nobody"));
+    EXPECT_TRUE(isRevoked(registered().id));
+    ASSERT_TRUE(store.remove(connection.first.id));
+    EXPECT_TRUE(isRevoked(connection.first.id));
+}
+
 TEST_F(Endpoint, IsNotMadeOfPartsWithoutAMeaning)
 {
     using Made = TokenEndpoint<MemoryStore>;
@@ -653,6 +751,12 @@ TEST_F(Endpoint, IsNotMadeOfPartsWithoutAMeaning)
     EXPECT_REFUSED("argument.range",
                    Made::of(store, functions(), {.failuresInAll = {.burst = 1, .interval = 0s}}));
     EXPECT_REFUSED("argument.range", Made::of(store, functions(), {.refreshLifetime = 0s}));
+    // Times whose sums would overflow.
+    EXPECT_REFUSED("argument.range",
+                   Made::of(store, functions(), {.refreshLifetime = std::chrono::seconds::max()}));
+    EXPECT_REFUSED(
+        "argument.range",
+        Made::of(store, functions(), {.failuresOfSender = {.burst = 2, .interval = 0x80000000s}}));
     EXPECT_TRUE(Made::of(store, functions()));
 }
 
