@@ -260,6 +260,8 @@ class Factory:
         self.nameless = certificate("9", "", self.client_key, "TEST production root", self.root_key)
         self.long = certificate("10", "a-device-name-of-24-byte", self.client_key,
                                 "TEST production root", self.root_key)
+        self.longer = certificate("11", "a-device-name-of-more-than-24-bytes", self.device_key,
+                                  "TEST production root", self.root_key)
 
 
 FACTORY = Factory()
@@ -379,6 +381,9 @@ def tokens():
         test("scope as a text", token(payload=claims(scope="read write")), 0, "header",
              "\"scope\" is an object of arrays"),
         test("empty scope", token(payload=claims(scope={})), 0, "header"),
+        test("null as the scope", token(payload={**claims(), "scope": None}), 0, "header"),
+        test("a number among the scopes", token(payload=claims(scope={"files": ["read", 1]})), 0, "header"),
+        test("a key identifier that is a number", token({"alg": "ES256", "kid": 1, "typ": "JWT"}), 0, "none"),
     ]
     for missing in ("sub", "iss", "jti", "iat", "nbf", "exp"):
         tests.append(test(f"without \"{missing}\"", token(payload=claims(**{missing: None})), 0,
@@ -622,10 +627,11 @@ def certificate_proofs():
     def proof(text=f"{v}:{name}", signer=key):
         return b64url(signer.sign(text.encode()))
 
-    def test(name, challenge, answer, valid=True, why=None):
-        row = {"name": name, "valid": valid, "challenge": challenge, "response": {"R": answer}}
+    def test(name, challenge, answer, valid=True, why=None, **more):
+        row = {"name": name, "valid": valid, "challenge": challenge, "response": {"R": answer}, **more}
         return {**row, "why": why} if why else row
 
+    device, long = ({"kty": "EC", "alg": "ES-256", "x5c": [b64(der)]} for der in (FACTORY.device, FACTORY.longer))
     right, wrong, password = proof(), proof(signer=other), "94287082"
     standard = right.replace("-", "+").replace("_", "/")
     tests = [
@@ -646,15 +652,20 @@ def certificate_proofs():
         test("certificate first, wrong signature",
              {**both, "T": [kind, "otp1.0"]}, [wrong, password], True,
              "NOTE: the last proof decides; let the certificate stand last"),
+        test("a common name of 35 bytes", one, proof(f"{v}:a-device-name-of-more-th"), True,
+             "24 bytes of it are signed", certificate=long),
+        test("all of a common name of 35 bytes", one, proof(f"{v}:a-device-name-of-more-than-24-bytes"),
+             False, certificate=long),
     ]
     return {
         "about": "Answers to a challenge for the certificate proof: the signature (ECDSA on P-256, "
                  "SHA-256, DER, Base64url) over the value of \"V\", \":\" and the common name of the "
                  "first certificate. As validateHandshakeResponse judges them with \"keys\" and the "
-                 "certificate key \"certificate\"; \"key\" is the client's own.",
+                 "certificate key \"certificate\", a test's own if it has one; \"key\" is the client's own, "
+                 "that of all these certificates.",
         "keys": compact(keys),
         "key": {"der": key.der.hex(), "jwk": key.jwk()},
-        "certificate": {"kty": "EC", "alg": "ES-256", "x5c": [b64(FACTORY.device)]},
+        "certificate": device,
         "tests": tests,
     }
 
@@ -773,6 +784,8 @@ def ecies():
         row("no line feed behind that of the data", *seal(b"line\nMDEyMzQ1Njc4OWFi\0"),
             plaintext="line\nMDEyMzQ1Njc4OWFi", end=b"\0",
             why="NOTE: ecies_encrypt adds none to such data; the receiver takes the data's own off"),
+        row("a line feed and nothing else", *seal(b"\nMDEyMzQ1Njc4OWFi\0"),
+            plaintext="\nMDEyMzQ1Njc4OWFi", end=b"\0", why="NOTE: so ecies_encrypt seals a line feed"),
         row("an altered ciphertext", flipped, mac, False),
         row("an altered MAC", body, bytes([mac[0] ^ 1]) + mac[1:], False),
         row("a MAC cut short", body, mac[:16], False),
@@ -1001,7 +1014,8 @@ NOT_SENT = {
         "the last of two", "in the order of TLS", "development root on a marked device",
         "its first 17 bytes"},
     "ecies.json": {
-        "in Base64url", "no line feed behind that of the data", "an altered IV", "no MAC on a marked device", "no IV on a marked device"},
+        "in Base64url", "no line feed behind that of the data", "a line feed and nothing else", "an altered IV",
+        "no MAC on a marked device", "no IV on a marked device"},
     "register.json": {
         "a list of keys that is none", "null where nothing is needed",
         "the end of a secret that is not there", "a time of issue that is a text"},

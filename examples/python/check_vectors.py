@@ -298,7 +298,7 @@ CHECKS = {
     "base64url.tests": lambda file, test: same(decode(test["text"]).hex(), test["bytes"]),
     "otp.tests": lambda file, test: passwords(test),
     "certificate_proof.tests": lambda file, test: handshake(
-        test["challenge"], test["response"], json.loads(file["keys"]), file["certificate"]
+        test["challenge"], test["response"], json.loads(file["keys"]), test.get("certificate", file["certificate"])
     ),
     "tokens.tests": lambda file, test: same(
         client.verify_access_token(test["token"], public_key(file["key"]["jwk"]), file["now"]) | test["claims"],

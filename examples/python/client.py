@@ -190,7 +190,7 @@ def decrypted(material, body, iv):
 def data_of(plaintext):
     """What was sealed: a line feed and 16 random characters follow it, and at times a zero byte."""
     text = plaintext.removesuffix(b"\0")
-    if len(text) < 18 or b"\0" in text or text[-17:-16] != b"\n":
+    if len(text) < 17 or b"\0" in text or text[-17:-16] != b"\n":
         raise Refused("no data")
     return text[:-17]
 

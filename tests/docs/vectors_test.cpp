@@ -310,8 +310,9 @@ TEST(PublishedVectors, CertificateProofs)
     const PrivateKey key{document["key"]};
     const std::string keys = document["keys"].asString();
     const auto length = static_cast<unsigned int>(keys.size());
-    const PayloadPtr certificate = parameters(document["certificate"]);
     forEach(document["tests"], [&](const Json::Value& row) {
+        const PayloadPtr certificate =
+            parameters(row.isMember("certificate") ? row["certificate"] : document["certificate"]);
         const PayloadPtr challenge = parameters(row["challenge"]);
         const PayloadPtr response = parameters(row["response"]);
         HandshakePayload* pointer = certificate.get();
