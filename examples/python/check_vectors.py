@@ -1,12 +1,16 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""check_vectors.py DIRECTORY: checks the files of docs/vectors with client.py, and with what a
-controller judges besides, by the documents alone. Tells how many there are and how many differ."""
+"""check_vectors.py DIRECTORY: checks the files of docs/vectors with client.py, and with what only a
+controller judges, by the documents alone. Prints how many there are and how many differ."""
+from __future__ import annotations
+
+import base64
 import datetime
 import hmac
 import json
 import pathlib
 import sys
+from typing import Callable, Dict, List, Optional, Tuple, Union
 
 from cryptography import x509
 from cryptography.exceptions import InvalidSignature, UnsupportedAlgorithm
@@ -14,26 +18,21 @@ from cryptography.hazmat.primitives import hashes, serialization
 from cryptography.hazmat.primitives.asymmetric import ec, padding, rsa, utils
 
 import client
-from client import Refused, decode, parameter, written
+from client import Json, Refused, decode, is_texts, parameter, written
 
 
-def expect(condition, reason="refused"):
+def expect(condition: bool, reason: str = "refused") -> None:
     if not condition:
         raise Refused(reason)
-
-
-def public_key(key):
-    """A public key of a file of vectors, where it stands as a JSON Web Key."""
-    return public_numbers(key).public_key()
 
 
 # -- Handshake ---------------------------------------------------------------------------------
 
 
-def handshake(challenge, response, keys, certificate=None):
+def handshake(challenge: Json, response: Json, keys: Json, certificate: Json) -> None:
     """As a controller judges proofs: missing ones at the end are not asked for, a wrong password
     ends the check, and the last proof decides."""
-    numbers = challenge if any(parameter(challenge, name) for name in "MCV") else response
+    numbers = client.numbers_of(challenge, response)
     right = False
     for kind, proof in zip(parameter(challenge, "T"), parameter(response, "R")):
         if kind != client.CERTIFICATE_PROOF:
@@ -42,7 +41,7 @@ def handshake(challenge, response, keys, certificate=None):
             continue
         try:
             text = client.proof_text(challenge, certificate)
-            key = client.first_certificate(certificate).public_key()
+            key = client.key_of(client.first_certificate(certificate))
             key.verify(decode(proof), text, client.ECDSA_SHA256)
             right = True
         except InvalidSignature:
@@ -50,16 +49,16 @@ def handshake(challenge, response, keys, certificate=None):
     expect(right, "no proof, or a wrong one")
 
 
-def chain(bodies, roots):
+def chain(bodies: List[str], roots: List[x509.Certificate]) -> None:
     """The last certificate up to a root, by way of those between the first and the last."""
     try:
-        loaded = [x509.load_der_x509_certificate(client.base64.b64decode(b)) for b in bodies[1:] or bodies]
+        loaded = [x509.load_der_x509_certificate(base64.b64decode(b)) for b in bodies[1:] or bodies]
     except ValueError as error:
         raise Refused("no certificate") from error
     day = datetime.datetime(2035, 1, 1, tzinfo=datetime.timezone.utc)
     subject, authorities = loaded[-1], loaded[:-1] + roots
     while subject not in roots:
-        begin, end = validity(subject)
+        begin, end = moment(subject, "not_valid_before"), moment(subject, "not_valid_after")
         expect(begin <= day <= end, "not valid in 2035")
         for authority in authorities:
             if authority.subject == subject.issuer and signed_by(subject, authority):
@@ -69,57 +68,55 @@ def chain(bodies, roots):
         subject = authority
 
 
-def validity(certificate):
-    """Newer modules warn of the times without a zone; older ones have no others."""
-    if hasattr(certificate, "not_valid_before_utc"):
-        return certificate.not_valid_before_utc, certificate.not_valid_after_utc
-    zone = datetime.timezone.utc
-    return certificate.not_valid_before.replace(tzinfo=zone), certificate.not_valid_after.replace(tzinfo=zone)
+def moment(certificate: x509.Certificate, name: str) -> datetime.datetime:
+    """In UTC. Newer modules warn of the times without a zone; older ones have no others."""
+    time: Optional[datetime.datetime] = getattr(certificate, name + "_utc", None)
+    return time or getattr(certificate, name).replace(tzinfo=datetime.timezone.utc)
 
 
-def signed_by(subject, authority):
+def signed_by(subject: x509.Certificate, authority: x509.Certificate) -> bool:
     try:
         constraints = authority.extensions.get_extension_for_class(x509.BasicConstraints).value
-        algorithm = ec.ECDSA(subject.signature_hash_algorithm)
-        authority.public_key().verify(subject.signature, subject.tbs_certificate_bytes, algorithm)
+        key = client.key_of(authority)
+        key.verify(subject.signature, subject.tbs_certificate_bytes, client.ECDSA_SHA256)
     except (x509.ExtensionNotFound, InvalidSignature):
         return False
     return constraints.ca
 
 
-def same_name(pem, name):
+def same_name(pem: str, name: Optional[str]) -> None:
     found = x509.load_pem_x509_certificate(pem.encode()).subject.get_attributes_for_oid(x509.NameOID.COMMON_NAME)
-    expect(name is None or (found and found[0].value.encode()[:17].lower() == name.encode().lower()))
+    first = str(found[0].value).encode()[:17].lower() if found else None
+    expect(name is None or first == name.encode().lower())
 
 
 # -- Tokens and keys ---------------------------------------------------------------------------
 
 
-def public_numbers(key):
+def public_numbers(key: Json) -> Union[rsa.RSAPublicNumbers, ec.EllipticCurvePublicNumbers]:
     """A JSON Web Key as an issuer publishes it."""
     kind, curve = str(key.get("kty")).upper(), str(key.get("crv")).upper()
     numbers = {name: int.from_bytes(decode(key[name]), "big") for name in "xyne" if isinstance(key.get(name), str)}
     if kind == "RSA":
         return rsa.RSAPublicNumbers(numbers["e"], numbers["n"])
     expect(kind == "EC", "no public key")
-    curves = {"P-384": ec.SECP384R1, "P-521": ec.SECP521R1}
-    return ec.EllipticCurvePublicNumbers(numbers["x"], numbers["y"], curves.get(curve, ec.SECP256R1)())
+    curves = {"P-384": ec.SECP384R1(), "P-521": ec.SECP521R1()}
+    return ec.EllipticCurvePublicNumbers(numbers["x"], numbers["y"], curves.get(curve, ec.SECP256R1()))
 
 
-def imported(text):
+def imported(text: str) -> Tuple[str, str]:
     """The key as it is trusted: with the PEM form, by which alone it verifies."""
-    key = json.loads(text)
-    expect(isinstance(key, dict))
+    key = client.read(text)
     form = serialization.Encoding.PEM, serialization.PublicFormat.SubjectPublicKeyInfo
     pem = public_numbers(key).public_key().public_bytes(*form).decode()
-    return pem, written(key | {"kest_decoded_key": pem.rstrip("\n")})
+    return pem, written({**key, "kest_decoded_key": pem.rstrip("\n")})
 
 
-def chosen(key, header):
+def chosen(text: str, header: Json) -> Optional[str]:
     """The PEM form of a key that is to be tried on a token with this header."""
-    if key.startswith("-----"):
-        return key
-    key = json.loads(key)
+    if text.startswith("-----"):
+        return text
+    key = client.read(text)
     algorithm, curve = header["alg"], {"256": "P-256", "384": "P-384", "512": "P-521"}.get(header["alg"][-3:])
     known = key.get("crv") in ("P-256", "P-384", "P-521")
     if (
@@ -128,15 +125,15 @@ def chosen(key, header):
         or (key.get("kty") == "RSA" and algorithm.startswith(("RS", "P")))
         or (key.get("kty") == "EC" and algorithm.startswith("E") and (not known or key["crv"] == curve))
     ):
-        return key.get("kest_decoded_key", "")
+        return str(key.get("kest_decoded_key", ""))
     return None
 
 
-def signed(pem, algorithm, signature, text):
+def signed(pem: str, algorithm: str, signature: str, text: bytes) -> bool:
     """RFC 7518, section 3.1; and ECDSA in DER form besides."""
-    digests = {"256": hashes.SHA256, "384": hashes.SHA384, "512": hashes.SHA512}
+    digests = {"256": hashes.SHA256(), "384": hashes.SHA384(), "512": hashes.SHA512()}
     try:
-        key, digest = serialization.load_pem_public_key(pem.encode()), digests[algorithm[-3:]]()
+        key, digest = serialization.load_pem_public_key(pem.encode()), digests[algorithm[-3:]]
         octets = decode(signature)
         if algorithm[0] == "E" and isinstance(key, ec.EllipticCurvePublicKey):
             size = (key.key_size + 7) // 8
@@ -154,7 +151,7 @@ def signed(pem, algorithm, signature, text):
     return True
 
 
-def delegated(test, now):
+def delegated(test: Json, now: int) -> None:
     header, claims, signature, text = client.parts(test["token"])
     verified = False
     for key in test["keys"]:
@@ -171,54 +168,49 @@ def delegated(test, now):
 # -- Documents ---------------------------------------------------------------------------------
 
 
-def texts(value, least=0):
-    return isinstance(value, list) and len(value) >= least and all(isinstance(v, str) for v in value)
-
-
-def listed(parameters):
+def listed(parameters: Json) -> Json:
     """A parameter list whose values are written as arrays; what is no text has no value."""
     known = {}
     for name, value in parameters.items():
-        expect(isinstance(value, str) or not isinstance(value, (list, dict)) or texts(value))
+        expect(isinstance(value, str) or not isinstance(value, (list, dict)) or is_texts(value))
         if isinstance(value, (str, list)):
             known[name] = value
-    return known | {"R": parameter(known, "R")} if "R" in known else known
+    return {**known, "R": parameter(known, "R")} if "R" in known else known
 
 
-def read(text, needed):
-    document = json.loads(text)
-    expect(isinstance(document, dict))
-    expect(all(isinstance(document.get(name), str) for name in needed), "a member is missing")
-    return document, {name: document[name] for name in needed}
+def read(text: str, needed: List[str]) -> Tuple[Json, Json]:
+    document = client.read(text)
+    return document, {name: client.string(document, name) for name in needed}
 
 
-def register_request(text):
-    document, result = read(text, ["client_name", "software_id"])
-    expect(texts(document.get("redirect_uri"), 1), "no redirect URI")
-    result["redirect_uri"] = document["redirect_uri"]
+def register_request(text: str) -> str:
+    document, names = read(text, ["client_name", "software_id"])
+    result: Json = dict(names)
+    result["redirect_uri"] = document.get("redirect_uri")
+    expect(is_texts(result["redirect_uri"]) and result["redirect_uri"] != [], "no redirect URI")
     challenge, types = document.get("handshake_challenge"), document.get("handshake_types")
     if challenge is not None:
-        expect(list(challenge) == ["T"] and texts(challenge["T"], 1), "a challenge is T alone, a list")
+        expect(list(challenge) == ["T"] and is_texts(challenge["T"]) and challenge["T"] != [], "a challenge is T alone, a list")
         result["handshake_challenge"] = challenge
     if types is not None:
-        expect(texts(types))
+        expect(is_texts(types))
         result["handshake_types"] = types
     lists = {name: keys for name, keys in (document.get("jwks") or {}).items() if isinstance(keys, list)}
     expect(all(isinstance(key, dict) for keys in lists.values() for key in keys))
-    return written(result | ({"jwks": lists} if lists else {}))
+    return written({**result, **({"jwks": lists} if lists else {})})
 
 
-def register_response(members):
+def register_response(members: Json) -> str:
     challenge = members.get("handshake_challenge", {})
     expect(len(challenge) > 1, "a challenge of two parameters or more is needed")
-    result = {"kest_policy_auth_req": []} | members
-    result["handshake_challenge"] = challenge | {"T": parameter(challenge, "T")}
+    result: Json = {"kest_policy_auth_req": [], **members}
+    result["handshake_challenge"] = {**challenge, "T": parameter(challenge, "T")}
     if "handshake_response" in members:
         result["handshake_response"] = listed(members["handshake_response"])
     return written(result)
 
 
-def endpoint_answer(text):
+def endpoint_answer(text: str) -> Json:
     document, result = read(text, ["client_id"])
     result["client_secret_expires_at"] = "0"
     for name in ("client_secret", "registration_access_token", "registration_client_uri"):
@@ -233,44 +225,44 @@ def endpoint_answer(text):
     return result
 
 
-def authorize_request(text):
+def authorize_request(text: str) -> str:
     document, result = read(text, ["client_id", "client_secret", "state"])
     response, policies = document.get("handshake_response"), document.get("kest_policy_auth")
     if isinstance(policies, dict):
-        expect(all(isinstance(value, str) for value in policies.values()))
+        expect(is_texts(list(policies.values())))
         result["kest_policy_auth"] = policies
     if isinstance(response, dict):
-        expect(response, "an empty handshake response")
-        return written(result | {"handshake_response": listed(response)})
-    expect(isinstance(document.get("refresh_token"), str), "neither refresh token nor handshake")
-    return written(result | {"refresh_token": document["refresh_token"]})
+        expect(response != {}, "an empty handshake response")
+        return written({**result, "handshake_response": listed(response)})
+    return written({**result, "refresh_token": client.string(document, "refresh_token")})
 
 
-def authorize_response(text):
-    return written(read(text, ["access_token", "expires_in", "refresh_token", "state", "token_type"])[1])
+def authorize_response(text: str) -> str:
+    return written(read(text, list(client.TOKEN_ANSWER))[1])
 
 
 # -- The files ---------------------------------------------------------------------------------
 
 
-def same(got, wanted):
+def same(got: object, wanted: object) -> None:
     if got != wanted:
         raise AssertionError(f"{got!r} instead of {wanted!r}")
 
 
-def envelope(file, test):
+def envelope(file: Json, test: Json) -> None:
     receiver = serialization.load_der_private_key(bytes.fromhex(file["receiver"]["der"]), None)
-    sender = x509.load_der_x509_certificate(client.base64.b64decode(file["sender"]["x5c"]))
+    assert isinstance(receiver, ec.EllipticCurvePrivateKey)
+    sender = x509.load_der_x509_certificate(base64.b64decode(file["sender"]["x5c"]))
     material, body = client.key_material(receiver, sender), decode(test["ciphertext"])
     plaintext = client.decrypted(material, body, bytes.fromhex(test["iv"] or "00" * 16))
     if test["marked"]:  # such a device, a controller under development, looks at no MAC
         data = client.data_of(plaintext)
     else:
-        data = client.open_envelope(test["ciphertext"], test["mac"], test["iv"], receiver, sender)
+        data = client.open_envelope(test, receiver, sender)
     same(data.decode(), test["data"])
     same(plaintext.removesuffix(b"\0").decode(), test["plaintext"])
     steps = {
-        "shared_secret": receiver.exchange(ec.ECDH(), sender.public_key()).hex(),
+        "shared_secret": receiver.exchange(ec.ECDH(), client.key_of(sender)).hex(),
         "key_material": material.hex(),
         "plaintext": plaintext.hex(),
         "ciphertext": body.hex(),
@@ -279,8 +271,8 @@ def envelope(file, test):
     same(steps, test["intermediate"])
 
 
-def passwords(test):
-    handshake(test["challenge"], test["response"], json.loads(test["keys"]))
+def passwords(test: Json) -> None:
+    handshake(test["challenge"], test["response"], json.loads(test["keys"]), {})
     same([step["password"] for step in test["intermediate"]], parameter(test["response"], "R"))
     for step in test["intermediate"]:
         mac = hmac.HMAC(step["secret"].encode(), bytes.fromhex(step["counter"]), "sha1").digest()
@@ -289,19 +281,19 @@ def passwords(test):
         same((number, str(number)[-8:].zfill(8)), (step["number"], step["password"]))
 
 
-def certificate_chain(file, test):
+def certificate_chain(file: Json, test: Json) -> None:
     names = ["production_root", "development_root"][: 2 if test["marked"] else 1]
     chain(test["x5c"], [x509.load_pem_x509_certificate(file[name].encode()) for name in names])
 
 
-CHECKS = {
+CHECKS: Dict[str, Callable[[Json, Json], None]] = {
     "base64url.tests": lambda file, test: same(decode(test["text"]).hex(), test["bytes"]),
     "otp.tests": lambda file, test: passwords(test),
     "certificate_proof.tests": lambda file, test: handshake(
         test["challenge"], test["response"], json.loads(file["keys"]), test.get("certificate", file["certificate"])
     ),
     "tokens.tests": lambda file, test: same(
-        client.verify_access_token(test["token"], public_key(file["key"]["jwk"]), file["now"]) | test["claims"],
+        {**client.verify_access_token(test["token"], file["key"]["jwk"], file["now"]), **test["claims"]},
         client.parts(test["token"])[1],
     ),
     "delegated.tests": lambda file, test: delegated(test, file["now"]),
@@ -318,7 +310,7 @@ CHECKS = {
 }
 
 
-def main():
+def main() -> int:
     directory, wrong, count = pathlib.Path(sys.argv[1]), 0, 0
     for key, check in CHECKS.items():
         name, group = key.split(".")
