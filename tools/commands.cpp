@@ -6,18 +6,22 @@ namespace bmcoauth::tool
 
 void addCommands(const Command& root)
 {
-    addTokenCommands(root);
-    addKeyCommands(root);
-    addRegisterCommands(root);
-    addHandshakeCommands(root);
-    addEciesCommands(root);
-    addCertCommands(root);
-    addJwkCommands(root);
-    addPrivilegesCommand(root);
-    addJsonCommands(root);
-    addErrorCommand(root);
-    addPkiCommands(root);
-    addDoctorCommand(root);
+    const Command tokens = root.section("Tokens");
+    addTokenCommands(tokens);
+    addPrivilegesCommand(tokens);
+    const Command keys = root.section("Keys and certificates");
+    addKeyCommands(keys);
+    addJwkCommands(keys);
+    addCertCommands(keys);
+    addPkiCommands(keys);
+    const Command registration = root.section("Registration");
+    addRegisterCommands(registration);
+    addHandshakeCommands(registration);
+    addEciesCommands(root.section("Envelopes"));
+    const Command documents = root.section("Documents");
+    addJsonCommands(documents);
+    addErrorCommand(documents);
+    addDoctorCommand(root.section("The device"));
     addManualCommands(root);
 }
 

@@ -2,12 +2,16 @@
 """What the tests of the command share."""
 
 import base64
+import fcntl
 import json
 import os
 import pathlib
+import pty
 import re
+import struct
 import subprocess
 import tempfile
+import termios
 import time
 import unittest
 
@@ -100,6 +104,43 @@ class ToolTest(unittest.TestCase):
             self.assertEqual(document.pop(name), value)
         for name, pattern in members.items():
             self.assertRegex(str(document[name]), f"^({pattern})$")
+
+    def verbs(self, *group):
+        """The words of every verb, as the help of the groups tells."""
+        text = self.good(*group, "--help")
+        for name in re.findall(r"^  ([a-z]+)  ", text, re.MULTILINE):
+            if " COMMAND\n" in self.good(*group, name, "--help"):
+                yield from self.verbs(*group, name)
+            else:
+                yield (*group, name)
+
+    def on_terminal(self, columns, *arguments, text=b"", environment=None):
+        """Runs the command on a terminal, on which the text is typed, and gives its output and what
+        it wrote to a stderr that is a pipe."""
+        master, slave = pty.openpty()
+        fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("4H", 25, columns, 0, 0))
+        settings = termios.tcgetattr(slave)
+        settings[3] &= ~termios.ECHO
+        termios.tcsetattr(slave, termios.TCSANOW, settings)
+        run = subprocess.Popen(
+            [*self.prefix, *TOOL, *map(str, arguments)],
+            stdin=slave,
+            stdout=slave,
+            stderr=subprocess.PIPE,
+            cwd=self.directory,
+            env={**os.environ, **(environment or {})},
+        )
+        os.close(slave)
+        os.write(master, text + (b"\4" if text else b""))
+        out = b""
+        try:
+            while block := os.read(master, 4096):
+                out += block
+        except OSError:
+            pass  # That is how a terminal ends.
+        os.close(master)
+        err = run.communicate(timeout=60)[1]
+        return out.decode().replace("\r\n", "\n"), err.decode()
 
     def write(self, name, content):
         """A file of the test's directory; text, bytes or a JSON document."""

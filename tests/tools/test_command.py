@@ -17,12 +17,41 @@ class CommandLine(ToolTest):
     def test_tells_its_version(self):
         self.assertRegex(self.good("--version"), r"^\d+\.\d+\.\d+$")
 
-    def test_without_a_command_says_where_help_is(self):
-        self.refused(USAGE, "subcommand is required.*--help")
+    def test_lists_the_verbs_if_there_is_none(self):
+        for group, verbs in ((), ("issue", "doctor", "merge")), (("token",), ("issue", "inspect")):
+            outcome = self.tool(*group)
+            self.assertEqual((outcome.status, outcome.out), (USAGE, b""))
+            self.assertEqual(outcome.err.decode(), self.good(*group, "--help") + "\n")
+            for verb in verbs:
+                self.assertRegex(outcome.err.decode(), rf"\b{verb}\b")
 
     def test_refuses_an_unknown_command(self):
         self.refused(USAGE, r"there is no command frobnicate \(see bmcoauth --help\)", "frobnicate", "x")
         self.refused(USAGE, r"there is no command frobnicate \(see bmcoauth token --help\)", "token", "frobnicate")
+
+    def test_says_which_command_may_have_been_meant(self):
+        for words, meant in (
+            ("tokne issue", "token"),
+            ("toekn", "token"),
+            ("token verfy", "verify"),
+            ("token delegate", "delegated"),
+            ("inspect", "token inspect"),
+            ("check", "key check or cert check or handshake check"),
+        ):
+            with self.subTest(words):
+                self.refused(USAGE, rf": did you mean {meant}\? \(see", *words.split())
+        for words in ("x", "key chxxk", "token thumbprint", "frobnicate"):
+            self.refused(USAGE, r"there is no command \w+ \(see", *words.split())
+
+    def test_says_which_option_may_have_been_meant(self):
+        for words, meant in (
+            ("token issue --kye a", "--key"),
+            ("token issue --lifetim=5", "--lifetime"),
+            ("error 0 --descrption a", "--description"),
+            ("doctor --jsn", "--json"),
+        ):
+            with self.subTest(words):
+                self.refused(USAGE, rf"there is no option \S+: did you mean {meant}\? \(see", *words.split())
 
     def test_refuses_an_unknown_option(self):
         self.refused(USAGE, r"there is no option --frobnicate \(see bmcoauth --help\)", "--frobnicate")
@@ -39,7 +68,7 @@ class CommandLine(ToolTest):
 
     def test_names_what_is_missing(self):
         self.refused(USAGE, r"CODE is required \(see bmcoauth error --help\)", "error")
-        self.refused(USAGE, r"subcommand is required \(see bmcoauth key --help\)", "key")
+        self.refused(USAGE, r"--key is required \(see bmcoauth token issue --help\)", "token", "issue")
 
     def test_refuses_an_option_given_twice(self):
         self.refused(USAGE, "--uri", "error", "0", "--uri", "a", "--uri", "b")
@@ -48,24 +77,40 @@ class CommandLine(ToolTest):
         self.refused(USAGE, r"no error has the code \?\[2Jx\?y", "error", "\x1b[2Jx\ny")
 
     def test_lists_what_each_exit_status_means(self):
-        for words in ("0 success", "1 failure", "2 wrong usage", "3 a token", "4 a token"):
+        for words in ("0  success", "1  failure", "2  wrong usage", "3  a token", "4  a token", "6  doctor"):
             self.assertIn(words, self.good("--help"))
-
-    def verbs(self, *group):
-        text = self.good(*group, "--help")
-        names = re.findall(r"^  (\w+) ", text.partition("Subcommands:\n")[2], re.MULTILINE)
-        for name in names:
-            if "Subcommands:" in self.good(*group, name, "--help"):
-                yield from self.verbs(*group, name)
-            else:
-                yield (*group, name)
 
     def test_every_verb_has_help_with_an_example_of_itself(self):
         verbs = list(self.verbs())
         self.assertEqual(len(verbs), 32)
         for verb in verbs:
             with self.subTest(verb):
-                self.assertIn("Example: bmcoauth " + " ".join(verb), self.good(*verb, "--help"))
+                self.assertIn("Example:\n  bmcoauth " + " ".join(verb), self.good(*verb, "--help"))
+
+    def test_usage_names_what_is_required(self):
+        for verb, usage in (
+            ("token issue", "--key FILE [OPTIONS] [FILE]"),
+            ("key convert", "--to pem|der|jwk [OPTIONS] FILE"),
+            ("json merge", "[OPTIONS] FILE OTHER"),
+            ("handshake challenge", "--type TYPE... [OPTIONS]"),
+        ):
+            first = self.good(*verb.split(), "--help").splitlines()[0]
+            self.assertEqual(first, f"Usage: bmcoauth {verb} {usage}")
+
+    def test_help_fits_into_eighty_columns(self):
+        for line in self.good("--help-all").splitlines():
+            self.assertLessEqual(len(line), 80, line)
+
+    def test_help_is_as_wide_as_the_terminal(self):
+        for columns, widest in ((60, 60), (90, 90), (300, 100), (10, 60), (0, 80)):
+            out = self.on_terminal(columns, "--help-all")[0]
+            # The table of exit statuses is not wrapped.
+            longest = max(len(line) for line in out.splitlines() if not re.match(r"  \d", line))
+            self.assertTrue(widest - 12 < longest <= widest, (columns, longest))
+
+    def test_tells_the_options_of_every_verb_once(self):
+        self.assertRegex(self.good("--help"), r"Options of every verb:\n(  .*\n)*  --json")
+        self.assertNotRegex(self.good("token", "issue", "--help"), r"(?m)^  --(json|help)")
 
     def test_every_verb_is_described(self):
         top = pathlib.Path(__file__).resolve().parents[2]

@@ -77,9 +77,9 @@ class Issue(ToolTest):
     def test_two_tokens_differ(self):
         self.assertNotEqual(self.issue()["access_token"], self.issue()["access_token"])
 
-    def test_needs_a_key_and_says_why(self):
+    def test_needs_a_key(self):
         request = self.write("request.json", REQUEST)
-        self.refused(USAGE, "--key FILE.*throwaway key", "token", "issue", request)
+        self.refused(USAGE, "--key is required", "token", "issue", request)
 
     def test_refuses_other_keys(self):
         request = self.write("request.json", REQUEST)
@@ -254,8 +254,8 @@ class Verify(ToolTest):
             self.refuses("base64.malformed", text, subject="header")
         self.refuses("json.syntax", base64url(b"nonsense") + ".b.c", subject="header")
 
-    def test_needs_a_key_and_says_so(self):
-        self.refused(USAGE, "--key FILE", "token", "verify", text="a.b.c")
+    def test_needs_a_key(self):
+        self.refused(USAGE, "--key is required", "token", "verify", text="a.b.c")
 
     def test_refuses_what_is_no_text(self):
         self.refuses_what_is_no_text("token", "verify", "--key", "key.pem", "@")

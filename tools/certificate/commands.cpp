@@ -86,7 +86,7 @@ void checkChain(const ChainOptions& options)
 
 void addCertCommands(const Command& root)
 {
-    const Command group = root.group("cert", "Encode and check certificates");
+    const Command group = root.group("cert", "Certificates");
 
     const Command encodeVerb =
         group.verb("encode", "Print the certificate key (JSON) of a PEM chain",
@@ -95,25 +95,25 @@ void addCertCommands(const Command& root)
     encodeVerb.required("FILE", encodeOptions.path, "PEM chain");
 
     const Command checkVerb = group.verb(
-        "check", "Check that a certificate can be read, and its common name",
+        "check", "Check that a certificate can be read, and check its common name",
         "cert check --name dev-device device.pem",
-        "The first certificate is checked. A name longer than 17 bytes never matches. Exit status "
-        "3 when it is\nrefused, also because the last certificate is another one: the chain would "
-        "then be another device's.");
+        "Checks the first certificate. Also refuses a chain whose last certificate is another one: "
+        "it would be another device's chain. A name longer than 17 bytes never matches.");
     CheckOptions& checkOptions = checkVerb.runs(check);
     checkVerb.required("FILE", checkOptions.path, "PEM file or certificate key");
-    checkVerb.option("--name", checkOptions.name,
-                     "Common name that it must have, regardless of case");
+    checkVerb.option("--name NAME", checkOptions.name,
+                     "Common name that it must have; upper and lower case count as the same");
     checkVerb.json(checkOptions.json);
 
     const Command chainVerb = group.verb(
         "chain", "Verify a chain against the factory roots of this device",
         "cert chain device-chain.pem",
-        "The last certificate is verified, by way of those between the first and the last. Where "
-        "there are\ntwo, the second is verified by the roots alone. Validity is judged as of 1 "
-        "January 2035.\nThe roots are FactorycertProdRoot.pem and FactorycertDevRoot.pem in "
-        "/etc/default/certs.\nExit status 3 when the chain is refused, also because its first "
-        "certificate, whose name and key count,\nis not the last one.");
+        "Verifies the last certificate; the ones between the first and the last are its "
+        "intermediates. Of two certificates, the second is verified by the roots alone. Validity "
+        "is "
+        "judged as of 1 January 2035. Also refuses a chain whose first certificate, whose name and "
+        "key count, is not the last one.\n\n"
+        "The roots are FactorycertProdRoot.pem and FactorycertDevRoot.pem in /etc/default/certs.");
     ChainOptions& chainOptions = chainVerb.runs(checkChain);
     chainVerb.required("FILE", chainOptions.path, "PEM chain or certificate key");
     chainVerb.json(chainOptions.json);

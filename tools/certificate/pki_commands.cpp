@@ -168,27 +168,29 @@ void makePki(const Options& options)
 
 void addPkiCommands(const Command& root)
 {
-    const Command group = root.group("pki", "Make certificates for development");
+    const Command group = root.group("pki", "Certificates for development");
     const Command verb = group.verb(
         "make", "Make factory roots, intermediates and devices for development",
         "pki make --intermediates 2 --device dev-device certs",
         "Writes both factory roots under the names that they have on a device "
-        "(FactorycertProdRoot.pem,\nFactorycertDevRoot.pem) and, for each device, NAME.key, "
-        "NAME.pem and NAME-chain.pem. Prints the files.\n\nHow a chain is read: the name and the "
-        "key of the first certificate are used, the last one is verified,\nand those between are "
-        "the intermediates; with two, the second is verified directly by the roots. So a\nchain "
-        "with intermediates is written device, intermediates, device, and one without holds the "
-        "device alone.\n\nNo authority's private key is kept. All names say that they are for "
-        "development; the certificates are\nvalid from 2020 to 2049, so on 1 January 2035, as of "
-        "which chains are judged.");
+        "(FactorycertProdRoot.pem, FactorycertDevRoot.pem) and, for each device, NAME.key, "
+        "NAME.pem and NAME-chain.pem. Prints the files.\n\n"
+        "How a chain is read: the name and the key are those of the first certificate, the last "
+        "one "
+        "is verified, and those between are the intermediates. Of two certificates, the second is "
+        "verified by the roots alone. So a chain with intermediates is written device, "
+        "intermediates, device; a chain without holds the device alone.\n\n"
+        "No private key of an authority is kept. All names say that they are for development. The "
+        "certificates are valid from 2020 to 2049, and so on 1 January 2035, as of which chains "
+        "are "
+        "judged.");
     Options& options = verb.runs(makePki);
-    verb.required("DIRECTORY", options.directory, "Where to write; made if it is not there");
-    verb.number("--intermediates", options.intermediates,
+    verb.required("DIRECTORY", options.directory, "Where to write; made if it does not exist");
+    verb.number("--intermediates NUMBER", options.intermediates,
                 "Number of intermediate authorities (default 1)", 0, 8);
-    verb.option("--device", options.devices,
-                "Name of a device, dev-device if left out; may be given again");
+    verb.option("--device NAME", options.devices, "Name of a device (default dev-device)");
     verb.flag("--development-root", options.developmentRoot,
-              "Have the development root issue, which only marked devices trust");
+              "Issue by the development root, which only marked devices trust");
     verb.json(options.json);
 }
 

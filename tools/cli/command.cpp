@@ -4,8 +4,12 @@
 #include "cli/documents.hpp"
 #include "cli/manual.hpp"
 #include "cli/refusal.hpp"
+#include "cli/suggestion.hpp"
 
 #include <CLI/CLI.hpp>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <iostream>
@@ -19,6 +23,7 @@ namespace
 {
 
 constexpr const char* jsonFlag = "--json";
+constexpr const char* jsonHelp = "Print the result as JSON";
 
 /** One line of what CLI11 has to say. */
 std::string firstLine(const std::string& text)
@@ -26,19 +31,28 @@ std::string firstLine(const std::string& text)
     return text.substr(0, text.find('\n'));
 }
 
+/** The two words of "--name VALUE"; the second one is empty for an argument. */
+std::pair<std::string, std::string> declared(const std::string& text)
+{
+    const std::size_t space = text.find(' ');
+    return {text.substr(0, space), space == std::string::npos ? "" : text.substr(space + 1)};
+}
+
 /** An option with one value: given twice, it is refused. */
 template <typename Value>
-CLI::Option* addOption(CLI::App& app, const std::string& name, Value& value,
+CLI::Option* addOption(CLI::App& app, const std::string& declaration, Value& value,
                        const std::string& help)
 {
-    return app.add_option(name, value, help)->expected(1);
+    const auto [name, type] = declared(declaration);
+    return app.add_option(name, value, help)->expected(1)->type_name(type);
 }
 
 /** An option that takes one value each time that it is given, or an argument with several. */
-CLI::Option* addList(CLI::App& app, const std::string& name, std::vector<std::string>& values,
-                     const std::string& help)
+CLI::Option* addList(CLI::App& app, const std::string& declaration,
+                     std::vector<std::string>& values, const std::string& help)
 {
-    CLI::Option* option = app.add_option(name, values, help);
+    const auto [name, type] = declared(declaration);
+    CLI::Option* option = app.add_option(name, values, help)->type_name(type);
     if (name.starts_with('-'))
     {
         // Otherwise it would swallow the arguments behind it.
@@ -47,26 +61,13 @@ CLI::Option* addList(CLI::App& app, const std::string& name, std::vector<std::st
     return option;
 }
 
-void fill(CLI::App& app)
-{
-    app.name("bmcoauth");
-    app.description(
-        "OAuth 2.0 building blocks for server management controllers, on the command line.");
-    app.require_subcommand(1);
-    app.set_help_all_flag("--help-all", "Print the help of every command and exit");
-    app.set_version_flag("--version", BMCOAUTH_VERSION);
-    app.footer("A document is read from FILE, or from standard input where FILE is left out or is "
-               "\"-\".\nResults go to standard output, problems to standard error.\n\n"
-               "Exit status: 0 success, 1 failure of a file, the random device or memory, 2 wrong "
-               "usage,\n3 a token, key, certificate, handshake or document is refused, 4 a token "
-               "has expired,\n6 doctor found something doubtful.");
-    addCommands(Command{app});
-}
-
 // --------------------------------------------------------------------------------- descriptions
 
 /** Ends the help of a verb, behind the notes. */
 constexpr const char* exampleMark = "Example: ";
+
+/** The group of the options that every verb has. */
+constexpr const char* commonGroup = "Options of every verb";
 
 OptionDescription describe(const CLI::Option& option)
 {
@@ -74,26 +75,41 @@ OptionDescription describe(const CLI::Option& option)
     described.argument = option.get_positional();
     described.name = option.get_name(described.argument);
     described.help = option.get_description();
-    described.takesValue = option.get_items_expected_max() > 0;
     described.required = option.get_required();
+    described.common = option.get_group() == commonGroup;
     described.repeatable = option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll ||
                            option.get_items_expected_max() > 1;
-    const std::string type = option.get_type_name();
-    for (std::size_t begin = 0; type.find('|') != std::string::npos && begin <= type.size();)
+    const std::string type = option.get_items_expected_max() > 0 ? option.get_type_name() : "";
+    if (described.repeatable && !described.argument)
     {
-        const std::size_t end = std::min(type.find('|', begin), type.size());
-        described.choices.push_back(type.substr(begin, end - begin));
-        begin = end + 1;
+        described.help += "; may be given again";
+    }
+    described.value = described.argument ? "" : type;
+    if (type.find('|') != std::string::npos)
+    {
+        described.choices = CLI::detail::split(type, '|');
     }
     return described;
 }
 
+/** The words of @p command behind the name of the tool. */
+std::vector<std::string> pathOf(const CLI::App& command)
+{
+    std::vector<std::string> path;
+    for (const CLI::App* at = &command; at->get_parent() != nullptr; at = at->get_parent())
+    {
+        path.insert(path.begin(), at->get_name());
+    }
+    return path;
+}
+
 // As deep as the commands: the tool, a group, a verb.
 // NOLINTNEXTLINE(misc-no-recursion)
-CommandDescription describe(const CLI::App& app, std::vector<std::string> path)
+CommandDescription describe(const CLI::App& app)
 {
     CommandDescription described;
-    described.path = std::move(path);
+    described.path = pathOf(app);
+    described.section = app.get_group();
     described.summary = app.get_description();
     described.notes = app.get_footer();
     const std::size_t example = described.notes.rfind(exampleMark);
@@ -107,9 +123,7 @@ CommandDescription describe(const CLI::App& app, std::vector<std::string> path)
     {
         if (!below->get_group().empty())
         {
-            std::vector<std::string> longer = described.path;
-            longer.push_back(below->get_name());
-            described.commands.push_back(describe(*below, std::move(longer)));
+            described.commands.push_back(describe(*below));
         }
     }
     for (const CLI::Option* option : app.get_options())
@@ -117,6 +131,47 @@ CommandDescription describe(const CLI::App& app, std::vector<std::string> path)
         described.options.push_back(describe(*option));
     }
     return described;
+}
+
+// ----------------------------------------------------------------------------------- the tool
+
+/** The columns of the terminal, within reason; 80 where stdout is not a terminal. */
+std::size_t columns()
+{
+    constexpr std::size_t ofPages = 80;
+    winsize size{};
+    if (isatty(STDOUT_FILENO) != 1 || ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0)
+    {
+        return ofPages;
+    }
+    return size.ws_col == 0 ? ofPages
+                            : std::clamp(std::size_t{size.ws_col}, ofPages - 20, ofPages + 20);
+}
+
+void fill(CLI::App& app)
+{
+    app.name("bmcoauth");
+    app.description("OAuth 2.0 building blocks for server management controllers");
+    app.require_subcommand(1);
+    app.set_help_flag("-h,--help", "Print this help and exit")->group(commonGroup);
+    app.set_help_all_flag("--help-all", "Print the help of every command and exit");
+    app.set_version_flag("--version", BMCOAUTH_VERSION, "Print the version and exit");
+    app.formatter_fn([](const CLI::App* command, const std::string&, CLI::AppFormatMode mode) {
+        const CommandDescription described = describe(*command);
+        return mode == CLI::AppFormatMode::All ? allHelpText(described, columns())
+                                               : helpText(described, columns());
+    });
+    app.footer("A document is read from FILE, or from standard input if FILE is left out or is "
+               "\"-\". Results go to standard output, problems to standard error.\n\n"
+               "Exit status:\n"
+               "  0  success\n"
+               "  1  failure of a file, the random device or memory\n"
+               "  2  wrong usage\n"
+               "  3  a token, key, certificate, handshake or document is refused\n"
+               "  4  a token has expired\n"
+               "  6  doctor found something doubtful\n\n"
+               "bmcoauth COMMAND --help tells more about a command.");
+    addCommands(Command{app});
 }
 
 // ----------------------------------------------------------------------------------- complaints
@@ -132,47 +187,67 @@ const CLI::App& commandRead(const CLI::App& app)
     return *read;
 }
 
-std::string wordsOf(const CLI::App& command)
-{
-    std::string words = command.get_name();
-    for (const CLI::App* above = command.get_parent(); above != nullptr;
-         above = above->get_parent())
-    {
-        words.insert(0, above->get_name() + ' ');
-    }
-    return words;
-}
-
 bool asksForJson(const CLI::App& command)
 {
     const CLI::Option* const flag = command.get_option_no_throw(jsonFlag);
     return flag != nullptr && flag->count() > 0;
 }
 
-/** What is wrong with the command line that @p app refuses with @p error. */
-std::string complaint(const CLI::App& app, const CLI::ParseError& error)
+/** What is wrong with the command line, of which @p command was read, by @p error. */
+std::string complaint(const CommandDescription& command, const std::vector<std::string>& unknown,
+                      const CLI::ParseError& error)
 {
     // A word that is no command, or has a slip in it, is often why something is missing.
-    const std::vector<std::string> unknown = app.remaining(true);
     if (unknown.empty())
     {
         return firstLine(error.what());
     }
     const std::string& word = unknown.front();
+    std::string text = "there is an argument too many, ";
     if (word.starts_with('-'))
     {
-        return "there is no option " + word;
+        text = "there is no option ";
     }
-    const bool group = commandRead(app).get_require_subcommand_min() > 0;
-    return (group ? "there is no command " : "there is an argument too many, ") + word;
+    else if (!command.commands.empty())
+    {
+        text = "there is no command ";
+    }
+    // Behind an equals sign there is a value.
+    const std::vector<std::string> near = meant(word.substr(0, word.find('=')), command);
+    return text + word +
+           (near.empty() ? "" : ": did you mean " + CLI::detail::join(near, " or ") + "?");
+}
+
+/** Says on stderr what is wrong with a command line that @p app refuses. */
+int refuseLine(const CLI::App& app, const CLI::ParseError& error)
+{
+    const CommandDescription command = describe(commandRead(app));
+    const std::vector<std::string> unknown = app.remaining(true);
+    if (unknown.empty() && !command.commands.empty())
+    {
+        std::cerr << helpText(command, columns());
+        return static_cast<int>(Exit::usage);
+    }
+    throw Stop{Exit::usage,
+               complaint(command, unknown, error) + " (see " + wordsOf(command) + " --help)"};
 }
 
 } // namespace
 
+Command Command::section(const std::string& title) const
+{
+    Command same{*app};
+    same.listedUnder = title;
+    return same;
+}
+
 Command Command::group(const std::string& name, const std::string& description) const
 {
     CLI::App& added = *app->add_subcommand(name, description);
+    added.group(listedUnder);
     added.require_subcommand(1);
+    added.footer("");
+    added.get_help_ptr()->group(commonGroup);
     return Command{added};
 }
 
@@ -181,8 +256,10 @@ Command Command::verb(const std::string& name, const std::string& description,
 {
     CLI::App& added = *app->add_subcommand(name, description);
     added.footer((notes.empty() ? "" : notes + "\n") + exampleMark + "bmcoauth " + example);
-    const std::string help = "Print the result as JSON, which it is without this, too";
-    added.add_flag(jsonFlag, help);
+    added.group(listedUnder);
+    added.set_help_all_flag();
+    added.get_help_ptr()->group(commonGroup);
+    added.add_flag(jsonFlag, jsonHelp)->group(commonGroup);
     return Command{added};
 }
 
@@ -229,7 +306,7 @@ void Command::flag(const std::string& name, bool& value, const std::string& help
 void Command::json(bool& value) const
 {
     app->remove_option(app->get_option(jsonFlag));
-    flag(jsonFlag, value, "Print the result as JSON");
+    app->add_flag(jsonFlag, value, jsonHelp)->group(commonGroup);
 }
 
 void Command::choice(const std::string& name, std::string& value, const std::string& help,
@@ -244,7 +321,7 @@ void Command::choice(const std::string& name, std::string& value, const std::str
 void Command::number(const std::string& name, std::uint32_t& value, const std::string& help,
                      std::uint32_t least, std::uint32_t most) const
 {
-    addOption(*app, name, value, help)->check(CLI::Range(least, most));
+    addOption(*app, name, value, help)->check(CLI::Range(least, most).description(""));
 }
 
 void Command::onRun(std::function<void()> action) const
@@ -276,8 +353,7 @@ int runCommandLine(int argc, char** argv)
     }
     catch (const CLI::ParseError& error)
     {
-        throw Stop{Exit::usage,
-                   complaint(app, error) + " (see " + wordsOf(commandRead(app)) + " --help)"};
+        return refuseLine(app, error);
     }
 }
 
@@ -285,7 +361,7 @@ CommandDescription describeTool()
 {
     CLI::App app;
     fill(app);
-    return describe(app, {});
+    return describe(app);
 }
 
 } // namespace bmcoauth::tool

@@ -73,10 +73,14 @@ public:
     {
     }
 
-    /** A group of commands, which asks for one of them. */
+    /** The same command, whose next groups and verbs the help of the tool lists under @p title. */
+    [[nodiscard]] Command section(const std::string& title) const;
+
+    /** A group of commands. Without one of them it prints its help. */
     [[nodiscard]] Command group(const std::string& name, const std::string& description) const;
 
-    /** A verb. The example, without the tool's name, ends its help; notes stand before it. */
+    /** A verb. Its help ends with the notes and the example, which is given without the tool's name.
+     *  An empty line separates the paragraphs of the notes. */
     [[nodiscard]] Command verb(const std::string& name, const std::string& description,
                                const std::string& example, const std::string& notes = "") const;
 
@@ -92,8 +96,8 @@ public:
         return *options;
     }
 
-    // An option is named "--name" and an argument "NAME". Neither has to be given unless it is
-    // called required; what may be given several times is kept in a list.
+    // An option is declared as "--name VALUE", a flag as "--name", an argument as "NAME". All are
+    // optional but those that are called required. A list may be given several times.
     void option(const std::string& name, std::string& value, const std::string& help) const;
     void option(const std::string& name, std::optional<std::string>& value,
                 const std::string& help) const;
@@ -104,11 +108,11 @@ public:
                   const std::string& help) const;
     void flag(const std::string& name, bool& value, const std::string& help) const;
 
-    /** The flag --json, which every verb has: @p value tells whether it was given. A verb that does
-     *  not ask prints JSON, or nothing, in any case. */
+    /** The flag --json, which every verb has: @p value tells whether it was given. Verbs that do not
+     *  ask always print JSON, or nothing. */
     void json(bool& value) const;
 
-    /** An option that takes one of @p choices. */
+    /** A required option, or argument, that takes one of @p choices; declared without a value. */
     void choice(const std::string& name, std::string& value, const std::string& help,
                 const std::vector<std::string>& choices) const;
 
@@ -120,6 +124,7 @@ private:
     void onRun(std::function<void()> action) const;
 
     CLI::App* app;
+    std::string listedUnder = "Commands";
 };
 
 /** Reads the command line and runs what it says. Gives the exit status; what is wrong with the

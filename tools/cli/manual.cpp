@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <sstream>
 
 namespace bmcoauth::tool
 {
@@ -60,26 +61,46 @@ std::string italic(const std::string& text)
     return "\\fI" + roff(text) + "\\fR";
 }
 
-std::string valueOf(const OptionDescription& option)
+/** An option and its value. */
+std::string spelled(const OptionDescription& option)
 {
-    return option.choices.empty() ? italic("VALUE") : roff(joined(option.choices, "|"));
+    std::string text = option.argument ? italic(option.name) : bold(option.name);
+    if (!option.value.empty())
+    {
+        text += ' ';
+        text += option.choices.empty() ? italic(option.value) : roff(option.value);
+    }
+    return text;
 }
 
 /** An option as a synopsis shows it. */
 std::string synopsis(const OptionDescription& option)
 {
-    std::string text = option.argument ? italic(option.name) : bold(option.name);
-    if (!option.argument && option.takesValue)
-    {
-        text += ' ';
-        text += valueOf(option);
-    }
+    std::string text = spelled(option);
     if (!option.required)
     {
         text.insert(0, 1, '[');
         text += ']';
     }
     return option.repeatable ? text + "..." : text;
+}
+
+/** The paragraphs of @p notes; lines that begin with two spaces stay as they are. */
+std::string paragraphs(const std::string& notes)
+{
+    std::istringstream lines{notes};
+    std::string text;
+    bool filled = true;
+    for (std::string line; std::getline(lines, line);)
+    {
+        if (filled == line.starts_with("  "))
+        {
+            filled = !filled;
+            text += filled ? ".fi\n" : ".nf\n";
+        }
+        text += line.empty() ? ".PP\n" : roff(line) + '\n';
+    }
+    return filled ? text : text + ".fi\n";
 }
 
 std::string section(const std::string& name)
@@ -98,15 +119,7 @@ std::string options(const std::vector<OptionDescription>& described)
     std::string text = section("OPTIONS");
     for (const OptionDescription& option : described)
     {
-        text += ".TP\n" + (option.argument ? italic(option.name) : bold(option.name));
-        if (!option.argument && option.takesValue)
-        {
-            text += ' ';
-            text += valueOf(option);
-        }
-        text += '\n';
-        text += roff(option.help);
-        text += '\n';
+        text += ".TP\n" + spelled(option) + '\n' + roff(option.help) + '\n';
     }
     return text;
 }
@@ -133,7 +146,7 @@ std::string verbPage(const CommandDescription& verb)
     text += section("DESCRIPTION") + roff(verb.summary) + ".\n";
     if (!verb.notes.empty())
     {
-        text += ".PP\n" + roff(verb.notes) + "\n";
+        text += ".PP\n" + paragraphs(verb.notes);
     }
     text += options(verb.options);
     return text + example(verb.example) + section("SEE ALSO") + bold("bmcoauth") +
@@ -145,18 +158,7 @@ std::string toolPage(const CommandDescription& tool)
     std::string text = header("bmcoauth", tool.summary) + section("SYNOPSIS") + bold("bmcoauth") +
                        " " + italic("COMMAND") + " [" + italic("VERB") + "] [" + italic("OPTIONS") +
                        "]\n" + section("DESCRIPTION");
-    std::string notes = tool.notes;
-    for (std::size_t at = notes.find("\n\n"); at != std::string::npos; at = notes.find("\n\n", at))
-    {
-        notes.replace(at, 2, "\n.PP\n");
-    }
-    // The paragraphs' requests are to stay requests.
-    std::string shown = roff(notes);
-    for (std::size_t at = shown.find("\\&.PP"); at != std::string::npos; at = shown.find("\\&.PP"))
-    {
-        shown.erase(at, 2);
-    }
-    text += shown + "\n" + options(tool.options) + section("COMMANDS");
+    text += paragraphs(tool.notes) + options(tool.options) + section("COMMANDS");
     for (const CommandDescription* verb : verbsOf(tool))
     {
         text += ".TP\n" + bold(pageName(*verb)) + "(1)\n" + roff(verb->summary) + "\n";
@@ -171,33 +173,16 @@ std::string quoted(const std::string& text)
     return "'" + text + "'";
 }
 
-/** The words that may stand behind the words of @p command. */
-std::string wordsOf(const CommandDescription& command)
-{
-    std::vector<std::string> words;
-    for (const CommandDescription& below : command.commands)
-    {
-        words.push_back(below.path.back());
-    }
-    for (const OptionDescription& option : command.options)
-    {
-        if (!option.argument)
-        {
-            words.push_back(option.name);
-        }
-    }
-    return joined(words, " ");
-}
-
 // As deep as the commands: the tool, a group, a verb.
 // NOLINTNEXTLINE(misc-no-recursion)
 void addCases(const CommandDescription& command, std::string& words, std::string& values)
 {
     const std::string path = joined(command.path, " ");
-    words += "        " + quoted(path) + ") words=" + quoted(wordsOf(command)) + " ;;\n";
+    words += "        " + quoted(path) + ") words=" + quoted(joined(wordsBehind(command), " ")) +
+             " ;;\n";
     for (const OptionDescription& option : command.options)
     {
-        if (option.takesValue && !option.argument)
+        if (!option.value.empty())
         {
             values += "        " + quoted(path + " " + option.name) +
                       ") takes=value; choices=" + quoted(joined(option.choices, " ")) + " ;;\n";
@@ -227,6 +212,23 @@ std::vector<const CommandDescription*> verbsOf(const CommandDescription& command
         }
     }
     return verbs;
+}
+
+std::vector<std::string> wordsBehind(const CommandDescription& command)
+{
+    std::vector<std::string> words;
+    for (const CommandDescription& below : command.commands)
+    {
+        words.push_back(below.path.back());
+    }
+    for (const OptionDescription& option : command.options)
+    {
+        if (!option.argument)
+        {
+            words.push_back(option.name);
+        }
+    }
+    return words;
 }
 
 std::string pageName(const CommandDescription& command)

@@ -11,13 +11,13 @@ namespace bmcoauth::tool
 struct OptionDescription
 {
     std::string name;
+    std::string value; /**< what it takes: "FILE", "pem|der|jwk"; empty for a flag or an argument */
     std::string help;
-    /** What may stand behind it; nothing for a flag, and for all but a few words. */
-    std::vector<std::string> choices;
+    std::vector<std::string> choices; /**< the values, where there are only a few */
     bool argument = false;
-    bool takesValue = false;
     bool required = false;
     bool repeatable = false;
+    bool common = false; /**< every verb has it */
 };
 
 /** A command as its help tells it; moved, never copied, since it holds others of its kind. */
@@ -31,8 +31,9 @@ struct CommandDescription
     ~CommandDescription() = default;
 
     std::vector<std::string> path; /**< its words, without the name of the tool */
+    std::string section;           /**< the title under which its help lists it */
     std::string summary;
-    std::string notes;
+    std::string notes;   /**< paragraphs; lines that begin with two spaces are not wrapped */
     std::string example; /**< with the name of the tool; empty for a group */
     std::vector<OptionDescription> options;
     std::vector<CommandDescription> commands; /**< of a group, or of the tool itself */
@@ -43,6 +44,18 @@ struct CommandDescription
 
 /** Every verb below @p command, in order. */
 [[nodiscard]] std::vector<const CommandDescription*> verbsOf(const CommandDescription& command);
+
+/** The commands and options that may be typed behind @p command. */
+[[nodiscard]] std::vector<std::string> wordsBehind(const CommandDescription& command);
+
+/** The command as it is typed: "bmcoauth token issue". */
+[[nodiscard]] std::string wordsOf(const CommandDescription& command);
+
+/** The help of a command, wrapped to @p width columns. */
+[[nodiscard]] std::string helpText(const CommandDescription& command, std::size_t width);
+
+/** The help of a command and of every one below it. */
+[[nodiscard]] std::string allHelpText(const CommandDescription& command, std::size_t width);
 
 /** The name of the manual page of a command: "bmcoauth", "bmcoauth-token-issue". */
 [[nodiscard]] std::string pageName(const CommandDescription& command);

@@ -68,13 +68,13 @@ void examine(const Options& options)
 void addDoctorCommand(const Command& root)
 {
     const Command verb = root.verb(
-        "doctor", "Look at everything on this device that the library depends on",
+        "doctor", "Examine everything on this device that the library depends on",
         "doctor --key signing.pem",
-        "One line each for the clock, the library's clock, the time zone, the factory roots, the "
-        "marker file,\nthe key files given, the random device, the journal and the libraries: ok, "
-        "doubtful or bad.\nExit status by the worst of them: 0, 6 or 3.");
+        "Looks at the clock, the library's clock, the time zone, the factory roots, the marker "
+        "file, the given key files, the random device, the journal and the libraries. Each is ok, "
+        "doubtful or bad. The exit status is that of the worst: 0, 6 or 3.");
     Options& options = verb.runs(examine);
-    verb.option("--key", options.keys, "Private key file to look at; may be given again");
+    verb.option("--key FILE", options.keys, "Private key file to look at");
     verb.json(options.json);
 }
 

@@ -54,9 +54,9 @@ void addErrorCommand(const Command& root)
                                       "error invalid_scope --description \"unknown scope\"");
     Options& options = command.runs(writeError);
     command.required("CODE", options.code, "Number from 0 to 13, or name such as invalid_grant");
-    command.option("--description", options.description, "Text of error_description");
-    command.option("--resolution", options.resolution, "Text of error_resolution");
-    command.option("--uri", options.uri, "Text of error_uri");
+    command.option("--description TEXT", options.description, "Text of error_description");
+    command.option("--resolution TEXT", options.resolution, "Text of error_resolution");
+    command.option("--uri URI", options.uri, "Text of error_uri");
 }
 
 } // namespace bmcoauth::tool

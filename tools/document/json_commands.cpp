@@ -105,29 +105,30 @@ void merge(const MergeOptions& options)
 
 void addJsonCommands(const Command& root)
 {
-    const Command group = root.group("json", "Read and change JSON documents");
+    const Command group = root.group("json", "JSON documents");
 
-    const Command get = group.verb("get", "Print one member: a string as it is, else JSON",
-                                   "json get access_token response.json");
+    const Command get =
+        group.verb("get", "Print one member of a document", "json get access_token response.json",
+                   "A string is printed as it is, anything else as JSON.");
     GetOptions& getOptions = get.runs(getMember);
     get.required("KEY", getOptions.key, "Name of the member");
     get.option("FILE", getOptions.path, "Document");
     get.json(getOptions.json);
 
-    const Command set = group.verb("set", "Set or remove one member, print the document",
+    const Command set = group.verb("set", "Set or remove one member and print the document",
                                    "json set state --value xyz request.json");
     SetOptions& setOptions = set.runs(setMember);
     set.required("KEY", setOptions.key, "Name of the member");
     set.option("FILE", setOptions.path, "Document");
-    set.option("--value", setOptions.values, "Text to set; several make an array of strings");
-    set.flag("--array", setOptions.array, "Make an array, of a single value too");
+    set.option("--value TEXT", setOptions.values, "Text to set; several texts make an array");
+    set.flag("--array", setOptions.array, "Make an array even of a single text");
     set.flag("--remove", setOptions.remove, "Remove the member");
 
     const Command mergeVerb = group.verb(
-        "merge", "Merge a second document into the first, print the result",
+        "merge", "Merge a second document into the first and print the result",
         "json merge settings.json changes.json",
-        "An object of the second document is merged only into an object that the first has "
-        "already:\nwhere it has none, the member becomes null.");
+        "An object of the second document is merged only into an object that the first one has "
+        "already. If it has none, the member becomes null.");
     MergeOptions& mergeOptions = mergeVerb.runs(merge);
     mergeVerb.required("FILE", mergeOptions.into, "First document");
     mergeVerb.required("OTHER", mergeOptions.from, "Second document");

@@ -135,7 +135,7 @@ void open(const OpenOptions& options)
 
 void addEciesCommands(const Command& root)
 {
-    const Command group = root.group("ecies", "Seal and open envelopes between two parties");
+    const Command group = root.group("ecies", "Envelopes between two parties");
 
     const Command ivVerb = group.verb("iv", "Print a fresh initialization vector", "ecies iv");
     IvOptions& ivOptions = ivVerb.runs(printIv);
@@ -144,26 +144,25 @@ void addEciesCommands(const Command& root)
     const Command sealVerb =
         group.verb("seal", "Seal a text for the holder of a certificate",
                    "ecies seal --key server.key --peer client.pem certificate.pem",
-                   "Prints {\"ciphertext\", \"iv\", \"mac\"}. An IV must never be used twice with "
-                   "the same keys:\nwithout --iv a fresh one is drawn.");
+                   "Prints ciphertext, iv and mac. Never use an IV twice with the same keys.");
     SealOptions& sealOptions = sealVerb.runs(seal);
     sealVerb.option("FILE", sealOptions.path, "Text to seal");
-    sealVerb.required("--key", sealOptions.key, "Own private key file");
+    sealVerb.required("--key FILE", sealOptions.key, "Own private key file");
     sealVerb.required(
-        "--peer", sealOptions.peer,
+        "--peer FILE", sealOptions.peer,
         "The other party's certificate: PEM file or certificate key, the first counts");
-    sealVerb.option("--iv", sealOptions.iv, "32 hexadecimal digits");
+    sealVerb.option("--iv DIGITS", sealOptions.iv, "32 hexadecimal digits (default: random ones)");
 
     const Command openVerb = group.verb(
         "open", "Open an envelope of the holder of a certificate",
         "ecies open --key client.key --peer server.pem --data-only sealed.json",
-        "Takes what seal printed, or a handshake response with encrypted_sslcert, HMAC and iv.\n"
-        "What was sealed ends with a line feed and 16 random characters.");
+        "Takes what ecies seal printed, or a handshake response with encrypted_sslcert, HMAC and "
+        "iv. The text ends with a line feed and 16 random characters.");
     OpenOptions& openOptions = openVerb.runs(open);
     openVerb.option("FILE", openOptions.path, "Envelope");
-    openVerb.required("--key", openOptions.key, "Own private key file");
+    openVerb.required("--key FILE", openOptions.key, "Own private key file");
     openVerb.required(
-        "--peer", openOptions.peer,
+        "--peer FILE", openOptions.peer,
         "The other party's certificate: PEM file or certificate key, the first counts");
     openVerb.flag("--data-only", openOptions.dataOnly,
                   "Leave out the line feed and the random characters");

@@ -222,51 +222,52 @@ void attach(const AttachOptions& options)
 
 void addHandshakeCommands(const Command& root)
 {
-    const Command group = root.group("handshake", "Challenge clients, answer and check");
+    const Command group = root.group("handshake", "Challenges and their answers");
 
     const Command challengeVerb =
         group.verb("challenge", "Make the challenge of a server, or of a client",
                    "handshake challenge --type otp1.0 --type software_id_cert-1.0 --mode 3",
                    "Mode 1 asks for the certificate proof, 2 for a one-time password, 3 for both.");
     ChallengeOptions& challengeOptions = challengeVerb.runs(challenge);
-    challengeVerb.required("--type", challengeOptions.types,
-                           "Type that the client supports; may be given again");
-    challengeVerb.number("--mode", challengeOptions.mode, "1, 2 or 3 (default 3)", 1, 3);
+    challengeVerb.required("--type TYPE", challengeOptions.types, "Type that the client supports");
+    challengeVerb.number("--mode 1|2|3", challengeOptions.mode, "Proofs to ask for (default 3)", 1,
+                         3);
     challengeVerb.flag("--client", challengeOptions.client, "Make a client's challenge");
-    challengeVerb.number("--count", challengeOptions.count,
-                         "How often a client's challenge names its type (default 1)", 1, 10000);
+    challengeVerb.number("--count NUMBER", challengeOptions.count,
+                         "How often the client's challenge names its type (default 1)", 1, 10000);
 
     const Command respondVerb = group.verb(
         "respond", "Answer a challenge",
         "handshake respond --challenge challenge.json --keys keys.json --certificate device.pem "
         "--key device.key");
     RespondOptions& respondOptions = respondVerb.runs(respond);
-    respondVerb.required("--challenge", respondOptions.challenge,
+    respondVerb.required("--challenge FILE", respondOptions.challenge,
                          "Challenge, or register response that holds one");
-    respondVerb.option("--keys", respondOptions.keys, "Key document with the shared secrets");
-    respondVerb.option("--certificate", respondOptions.certificate,
+    respondVerb.option("--keys FILE", respondOptions.keys, "Key document with the shared secrets");
+    respondVerb.option("--certificate FILE", respondOptions.certificate,
                        "Own certificate: PEM chain or certificate key, the first counts");
-    respondVerb.option("--key", respondOptions.key, "The certificate's private key file");
+    respondVerb.option("--key FILE", respondOptions.key, "The certificate's private key file");
 
     const Command checkVerb = group.verb(
         "check", "Check the response to a challenge",
         "handshake check --challenge challenge.json --keys keys.json --certificate device.pem "
         "response.json",
-        "Exit status 3 when the response is refused: a proof is wrong or missing, or with --chain "
-        "the certificate\nis refused, also because the first one in the file, whose name and key "
-        "count, is not the last one, which\nis verified. A used challenge must not be accepted "
-        "again: nothing here remembers it.");
+        "Refuses a response with a wrong or missing proof. With --chain, also refuses a "
+        "certificate that does not verify, and a file whose first certificate, whose name and key "
+        "count, is not the last one, which is verified.\n\n"
+        "Accept each challenge once: nothing here remembers it.");
     CheckOptions& checkOptions = checkVerb.runs(check);
     checkVerb.option("FILE", checkOptions.path,
                      "Response, or authorize request that holds a handshake_response");
-    checkVerb.required("--challenge", checkOptions.challenge,
+    checkVerb.required("--challenge FILE", checkOptions.challenge,
                        "Challenge, or register response that holds one");
-    checkVerb.option("--keys", checkOptions.keys, "Key document with the shared secrets");
-    checkVerb.option("--certificate", checkOptions.certificate,
+    checkVerb.option("--keys FILE", checkOptions.keys, "Key document with the shared secrets");
+    checkVerb.option("--certificate FILE", checkOptions.certificate,
                      "The client's certificate: PEM chain or certificate key, the first counts");
     checkVerb.flag("--chain", checkOptions.chain,
-                   "Verify the certificate chain against the factory roots, too");
-    checkVerb.option("--name", checkOptions.name, "With --chain: common name of the certificate");
+                   "Also verify the certificate chain against the factory roots");
+    checkVerb.option("--name NAME", checkOptions.name,
+                     "With --chain: its common name; upper and lower case count as the same");
     checkVerb.flag("--as-the-library", checkOptions.asTheLibrary,
                    "Accept a missing proof with a warning, as validateHandshakeResponse does");
     checkVerb.json(checkOptions.json);
@@ -276,17 +277,18 @@ void addHandshakeCommands(const Command& root)
                    "handshake keys --prefix otp --keys 2 --tokens 8",
                    "The types are the prefix, the number of the key and \".0\": otp1.0, otp2.0.");
     KeysOptions& keysOptions = keysVerb.runs(makeKeys);
-    keysVerb.required("--prefix", keysOptions.prefix, "Begin of the types' names");
-    keysVerb.number("--keys", keysOptions.keys, "Number of types (default 1)", 0, 10000);
-    keysVerb.number("--tokens", keysOptions.tokens, "Secrets of each type (default 1)", 1, 10000);
-    keysVerb.number("--length", keysOptions.length, "Random bytes of a secret (default 16)", 1,
-                    1000);
+    keysVerb.required("--prefix NAME", keysOptions.prefix, "Beginning of the types' names");
+    keysVerb.number("--keys NUMBER", keysOptions.keys, "Number of types (default 1)", 0, 10000);
+    keysVerb.number("--tokens NUMBER", keysOptions.tokens, "Secrets of each type (default 1)", 1,
+                    10000);
+    keysVerb.number("--length BYTES", keysOptions.length, "Random bytes of a secret (default 16)",
+                    1, 1000);
 
     const Command attachVerb = group.verb("attach", "Attach a sealed SSL certificate to a response",
                                           "handshake attach --sealed sealed.json response.json");
     AttachOptions& attachOptions = attachVerb.runs(attach);
     attachVerb.option("FILE", attachOptions.path, "Handshake response");
-    attachVerb.required("--sealed", attachOptions.sealed, "What ecies seal printed");
+    attachVerb.required("--sealed FILE", attachOptions.sealed, "What ecies seal printed");
 }
 
 } // namespace bmcoauth::tool

@@ -180,51 +180,48 @@ void readAnswer(const AnswerOptions& options)
 
 void addRegisterCommands(const Command& root)
 {
-    const Command group = root.group("register", "Register clients");
+    const Command group = root.group("register", "Registration of clients");
 
     const Command requestVerb = group.verb(
         "request", "Write a client's register request",
         "register request --redirect-uri https://client/cb --client-name tool --software-id t-1 "
         "--handshake-type otp1.0");
     RequestOptions& request = requestVerb.runs(writeRequest);
-    requestVerb.required("--redirect-uri", request.redirectUris,
-                         "Redirection URI; may be given again");
-    requestVerb.required("--client-name", request.clientName, "Name of the client");
-    requestVerb.required("--software-id", request.softwareId, "Identifier of its software");
-    requestVerb.option("--handshake-type", request.handshakeTypes,
-                       "Handshake type that it supports; may be given again");
-    requestVerb.option("--certificate", request.certificates,
-                       "Its certificate: PEM chain or certificate key; may be given again");
-    requestVerb.option("--dfs", request.secrets,
-                       "File with the bytes of a shared secret; may be given again");
-    requestVerb.option("--challenge", request.challenge,
+    requestVerb.required("--redirect-uri URI", request.redirectUris, "Redirection URI");
+    requestVerb.required("--client-name NAME", request.clientName, "Name of the client");
+    requestVerb.required("--software-id ID", request.softwareId, "Identifier of its software");
+    requestVerb.option("--handshake-type TYPE", request.handshakeTypes,
+                       "Handshake type that it supports");
+    requestVerb.option("--certificate FILE", request.certificates,
+                       "Its certificate: PEM chain or certificate key");
+    requestVerb.option("--dfs FILE", request.secrets, "File with the bytes of a shared secret");
+    requestVerb.option("--challenge FILE", request.challenge,
                        "The client's own challenge (handshake challenge --client)");
 
     const Command responseVerb = group.verb(
         "response", "Answer a register request with a challenge and fresh credentials",
         "register response --mode 3 --expires-in 86400 request.json",
         "The challenge asks for a proof by the handshake_types of the request: mode 1 for the "
-        "certificate,\n2 for a one-time password, 3 for both.");
+        "certificate, 2 for a one-time password, 3 for both.");
     ResponseOptions& response = responseVerb.runs(answerRequest);
     responseVerb.option("FILE", response.path, "Register request");
-    responseVerb.number("--mode", response.mode, "1, 2 or 3 (default 3)", 1, 3);
-    responseVerb.number("--expires-in", response.lifetimeSeconds,
-                        "Lifetime of the secret in seconds; 0, the default, for no end");
-    responseVerb.option("--grant-type", response.grantTypes, "Grant type; may be given again");
-    responseVerb.option("--policy-type", response.policyTypes,
-                        "Policy authorization offered; may be given again");
-    responseVerb.option("--policy-req", response.requiredPolicies,
-                        "Policy authorization required; may be given again");
-    responseVerb.option("--certificate", response.certificates,
+    responseVerb.number("--mode 1|2|3", response.mode, "Proofs to ask for (default 3)", 1, 3);
+    responseVerb.number("--expires-in SECONDS", response.lifetimeSeconds,
+                        "Lifetime of the secret (default 0: no end)");
+    responseVerb.option("--grant-type TYPE", response.grantTypes, "Grant type");
+    responseVerb.option("--policy-type TYPE", response.policyTypes, "Policy authorization offered");
+    responseVerb.option("--policy-req TYPE", response.requiredPolicies,
+                        "Policy authorization required");
+    responseVerb.option("--certificate FILE", response.certificates,
                         "The server's certificate: PEM chain or certificate key");
-    responseVerb.option("--handshake-response", response.handshakeResponse,
+    responseVerb.option("--handshake-response FILE", response.handshakeResponse,
                         "The server's answer to the client's challenge");
-    responseVerb.option("--sealed", response.sealed,
+    responseVerb.option("--sealed FILE", response.sealed,
                         "What ecies seal printed: its ciphertext becomes ssl_cert_cryptex");
 
-    const Command answerVerb = group.verb(
-        "answer", "Read the answer of an OpenID Connect registration endpoint, print its fields",
-        "register answer answer.json");
+    const Command answerVerb =
+        group.verb("answer", "Print the fields of an OpenID Connect registration endpoint's answer",
+                   "register answer answer.json");
     AnswerOptions& answer = answerVerb.runs(readAnswer);
     answerVerb.option("FILE", answer.path, "Answer document");
 }

@@ -55,21 +55,21 @@ void check(const Options& options)
 
 void addKeyCommands(const Command& root)
 {
-    const Command group = root.group("key", "Make, check and convert keys");
+    const Command group = root.group("key", "Private and public keys");
 
     const Command generateVerb = group.verb(
         "generate", "Make a P-256 private key file (PEM, mode 0600)", "key generate signing.pem",
-        "The old file is replaced when the new one is complete. A symbolic link is replaced, not "
-        "followed.");
+        "With --force, the old file is replaced when the new one is complete. A symbolic link is "
+        "replaced, not followed.");
     Options& generateOptions = generateVerb.runs(generate);
     generateVerb.required("FILE", generateOptions.path, "Where to write the key");
-    generateVerb.flag("--force", generateOptions.force, "Replace a file that is there already");
+    generateVerb.flag("--force", generateOptions.force, "Replace an existing file");
     generateVerb.json(generateOptions.json);
 
     const Command checkVerb =
         group.verb("check", "Check a private key file", "key check signing.pem");
     Options& checkOptions = checkVerb.runs(check);
-    checkVerb.required("FILE", checkOptions.path, "Key file");
+    checkVerb.required("FILE", checkOptions.path, "Private key file (PEM)");
     checkVerb.json(checkOptions.json);
 
     addKeyFormCommands(group);

@@ -119,23 +119,24 @@ void addKeyFormCommands(const Command& keys)
     const Command convertVerb = keys.verb(
         "convert", "Turn a key into PEM, DER or JWK form",
         "key convert --to jwk --public --kid bmc-1 signing.pem",
-        "Reads EC (P-256, P-384, P-521) and RSA keys, private and public, in any of these forms, "
-        "and the public\nkey of a certificate. Writes PKCS #8 or SubjectPublicKeyInfo as PEM; as "
-        "DER, private keys are\nECPrivateKey, as the library's functions take them, or "
-        "RSAPrivateKey.");
+        "Reads private and public keys on P-256, P-384, P-521 and RSA keys, in any of these "
+        "forms, and the public key of a certificate.\n\n"
+        "Writes PEM as PKCS #8 or SubjectPublicKeyInfo. Writes private keys in DER as "
+        "ECPrivateKey, which the library's functions take, or as RSAPrivateKey.");
     ConvertOptions& options = convertVerb.runs(convert);
     convertVerb.required("FILE", options.path, "Key file");
     convertVerb.choice("--to", options.form, "Form to write", {"pem", "der", "jwk"});
-    convertVerb.flag("--public", options.publicOnly, "Write the public key of a private one");
-    convertVerb.option("--kid", options.kid, "Key id of a JSON Web Key");
-    convertVerb.option("--out", options.out,
-                       "File to write, mode 0600 if the key is private; else standard output");
-    convertVerb.flag("--force", options.force, "Replace a file that is there already");
+    convertVerb.flag("--public", options.publicOnly, "Write the public key only");
+    convertVerb.option("--kid ID", options.kid, "Key id of a JSON Web Key");
+    convertVerb.option("--out FILE", options.out,
+                       "File to write (mode 0600 for a private key); default: standard output");
+    convertVerb.flag("--force", options.force, "Replace an existing file");
     convertVerb.json(options.json);
 
-    const Command thumbprintVerb = keys.verb(
-        "thumbprint", "Print the thumbprint of a key (RFC 7638, SHA-256)",
-        "key thumbprint signing.pem", "The same for the private and the public key, in any form.");
+    const Command thumbprintVerb =
+        keys.verb("thumbprint", "Print the thumbprint of a key (RFC 7638, SHA-256)",
+                  "key thumbprint signing.pem",
+                  "It is the same for the private and the public key and in every form.");
     ThumbprintOptions& thumbprintOptions = thumbprintVerb.runs(thumbprint);
     thumbprintVerb.required("FILE", thumbprintOptions.path, "Key file, as for key convert");
     thumbprintVerb.json(thumbprintOptions.json);

@@ -58,20 +58,18 @@ void listKeys(const Options& options)
 
 void addJwkCommands(const Command& root)
 {
-    const Command group = root.group("jwk", "Import and list JSON Web Keys");
+    const Command group = root.group("jwk", "JSON Web Keys");
 
     const Command importVerb = group.verb(
-        "import", "Add the public key in PEM form to a JSON Web Key, print it",
+        "import", "Add the public key in PEM form to a JSON Web Key and print it",
         "jwk import key.json",
-        "The member that is added is kest_decoded_key: tokens of another issuer are verified by "
-        "it.");
+        "Adds the member kest_decoded_key, by which tokens of another issuer are verified.");
     Options& importOptions = importVerb.runs(importKey);
     importVerb.option("FILE", importOptions.path, "JSON Web Key");
 
-    const Command listVerb = group.verb(
-        "list", "List a JSON Web Key, or those of a set, one in a line", "jwk list keys.json",
-        "A line holds kty, kid, alg and crv (\"-\" where there is none) and whether the key can be "
-        "imported,\nwith tabulators between them.");
+    const Command listVerb =
+        group.verb("list", "List the JSON Web Keys of a document", "jwk list keys.json",
+                   "A member that a key does not have is shown as \"-\".");
     Options& listOptions = listVerb.runs(listKeys);
     listVerb.option("FILE", listOptions.path, "JSON Web Key, or {\"keys\": [...]}");
     listVerb.json(listOptions.json);

@@ -21,11 +21,6 @@ namespace bmcoauth::tool
 namespace
 {
 
-/** Where `issue` and `verify` explain why they want a key. */
-constexpr const char* withoutKey =
-    "a key is needed: give --key FILE (bmcoauth key generate makes one). Without a key the library "
-    "would sign with a throwaway key, and nobody could ever verify the token";
-
 // ---------------------------------------------------------------------------------------- issue
 
 /** A scope entry given on the command line. */
@@ -65,10 +60,6 @@ struct IssueOptions
 
 void issue(const IssueOptions& options)
 {
-    if (options.key.empty())
-    {
-        throw Stop{Exit::usage, withoutKey};
-    }
     std::vector<Scope> scopes;
     std::ranges::transform(options.scopes, std::back_inserter(scopes), scopeOf);
     std::vector<ScopeEntry> entries;
@@ -190,10 +181,6 @@ struct VerifyOptions
 
 void verify(const VerifyOptions& options)
 {
-    if (options.key.empty())
-    {
-        throw Stop{Exit::usage, "a key is needed: give --key FILE, the key that signed the token"};
-    }
     const PrivateKey key = readPrivateKey(options.key);
     const std::string token = readToken(options.path);
     const Verdict verdict = validateToken(token, key);
@@ -215,7 +202,7 @@ void verify(const VerifyOptions& options)
 
 void addTokenCommands(const Command& root)
 {
-    const Command group = root.group("token", "Issue, inspect and verify access tokens");
+    const Command group = root.group("token", "Access tokens");
 
     const Command issueVerb =
         group.verb("issue", "Answer an authorize request with fresh tokens",
@@ -223,16 +210,17 @@ void addTokenCommands(const Command& root)
                    "request.json");
     IssueOptions& issueOptions = issueVerb.runs(issue);
     issueVerb.option("FILE", issueOptions.path, "Authorize request document");
-    issueVerb.option("--key", issueOptions.key, "Key file that signs the token");
-    issueVerb.option("--subject", issueOptions.subject, "Claim sub");
-    issueVerb.option("--issuer", issueOptions.issuer, "Claim iss");
-    issueVerb.option("--scope", issueOptions.scopes,
-                     "Scope entry NAME=VALUE[,VALUE...]; may be given again");
-    issueVerb.number("--lifetime", issueOptions.lifetimeSeconds,
-                     "Seconds until the token expires (default 3600)", 1);
+    issueVerb.required("--key FILE", issueOptions.key,
+                       "Key that signs the token (see key generate)");
+    issueVerb.option("--subject NAME", issueOptions.subject, "Who the token is for: claim sub");
+    issueVerb.option("--issuer NAME", issueOptions.issuer, "Who issues it: claim iss");
+    issueVerb.option("--scope NAME=VALUE[,VALUE...]", issueOptions.scopes,
+                     "Entry of the claim scope");
+    issueVerb.number("--lifetime SECONDS", issueOptions.lifetimeSeconds,
+                     "How long the token is valid (default 3600)", 1);
 
     const Command inspectVerb =
-        group.verb("inspect", "Show header, claims and times; verifies nothing",
+        group.verb("inspect", "Show the header, claims and times of a token; verify nothing",
                    "token inspect response.json");
     InspectOptions& inspectOptions = inspectVerb.runs(inspect);
     inspectVerb.option("FILE", inspectOptions.path,
@@ -240,13 +228,13 @@ void addTokenCommands(const Command& root)
     inspectVerb.json(inspectOptions.json);
 
     const Command verifyVerb = group.verb(
-        "verify", "Verify a token of ours, print its claims",
+        "verify", "Verify a token of ours and print its claims",
         "token verify --key signing.pem response.json",
-        "Exit status 3 when the token is refused, 4 when it has expired. The message names the "
-        "rule.");
+        "The key is the private one that signed the token. If the token has expired, its "
+        "signature is not looked at.");
     VerifyOptions& verifyOptions = verifyVerb.runs(verify);
     verifyVerb.option("FILE", verifyOptions.path, "Token, or response document with access_token");
-    verifyVerb.option("--key", verifyOptions.key, "Key file that signed the token");
+    verifyVerb.required("--key FILE", verifyOptions.key, "Key that signed the token");
 
     addTokenConversion(group);
     addDelegatedCommand(group);

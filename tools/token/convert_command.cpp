@@ -135,9 +135,9 @@ void addTokenConversion(const Command& tokens)
     const Command verb = tokens.verb(
         "convert", "Turn a token's signature into the raw or the DER form",
         "token convert --to raw response.json",
-        "Tokens of ours carry ECDSA signatures as DER; other software writes and expects the two "
-        "integers side\nby side (RFC 7518, section 3.4), for ES256, ES384 and ES512. Verifies "
-        "nothing.");
+        "Tokens of ours carry ECDSA signatures as DER. Other software writes and expects the two "
+        "integers side by side (RFC 7518, section 3.4). For ES256, ES384 and ES512. Nothing is "
+        "verified.");
     Options& options = verb.runs(convert);
     verb.option("FILE", options.path, "Token, or response document with access_token");
     verb.choice("--to", options.form, "Form to write", {"raw", "der"});

@@ -130,19 +130,19 @@ void addDelegatedCommand(const Command& tokens)
     const Command verb = tokens.verb(
         "delegated", "Judge a token of another issuer by trusted keys",
         "token delegated --trust issuer.jwks --provider corp --roles roles.json token.txt",
-        "Prints the verdict (valid, invalid or expired), whether a trusted key verified the "
-        "signature and, of a\nvalid token, its user and privileges, of another one the rule that "
-        "refuses it. Exit status 3 when\nthe token is refused, 4 when it has expired. A file of "
-        "roles looks like {\"operator\": 3,\n\"auditor\": [\"ravok_login\"]}.");
+        "Prints the verdict and whether a trusted key has verified the signature. For a valid "
+        "token, also its user and privileges; for any other, the rule that refuses it.\n\n"
+        "A file of roles gives each role a mask or a list of privileges:\n"
+        "  {\"operator\": 3, \"auditor\": [\"ravok_login\"]}\n");
     Options& options = verb.runs(judgeToken);
     verb.option("FILE", options.path, "Token, or response document with access_token");
-    verb.required("--trust", options.trust,
-                  "JSON Web Key, JWK Set or PEM public key; may be given again");
-    verb.option("--provider", options.providers,
-                "Identity provider whose privilege codes count; may be given again");
-    verb.option("--roles", options.roles, "JSON object: what each role grants");
-    verb.number("--skew", options.skewSeconds,
-                "Seconds by which the issuer's clock may differ (default 0)");
+    verb.required("--trust FILE", options.trust,
+                  "Trusted key: JSON Web Key, JWK Set or PEM public key");
+    verb.option("--provider NAME", options.providers,
+                "Identity provider whose privilege codes count");
+    verb.option("--roles FILE", options.roles, "What each role grants");
+    verb.number("--skew SECONDS", options.skewSeconds,
+                "How far the issuer's clock may be off (default 0)");
 }
 
 } // namespace bmcoauth::tool
