@@ -111,6 +111,23 @@ TEST_F(KeyFiles, RotateAndKeepThePublicKeysBefore)
     EXPECT_EQ(status.st_mode & 07777U, 0600U);
 }
 
+TEST_F(KeyFiles, KeepAsManyAsAsked)
+{
+    SigningKeys keys = load();
+    for (int i = 0; i < 4; ++i)
+    {
+        ASSERT_TRUE(keys.rotate(4));
+    }
+    ASSERT_EQ(ids().size(), 5U);
+    const std::string last = ids().front();
+    ASSERT_TRUE(keys.rotate(1));
+    ASSERT_EQ(ids().size(), 2U);
+    EXPECT_EQ(ids().at(1), last);
+    // More would not be read again.
+    EXPECT_REFUSED("argument.range", keys.rotate(101));
+    EXPECT_TRUE(keys.rotate(100));
+}
+
 TEST_F(KeyFiles, AreWithdrawnByKeepingNone)
 {
     SigningKeys keys = load();
@@ -191,7 +208,7 @@ TEST(Signers, ArePublishedByTheirThumbprints)
     const Point point{"\x04" + tokens::fromBase64Url(x) + tokens::fromBase64Url(y)};
     EXPECT_EQ(SigningKeys::of(point).value().jwks(),
               R"({"keys":[{"alg":"ES256","crv":"P-256",)"
-              R"("kid":"0ZcOCORZNYy-DWpqq30jZyJGHTN0d2HglBV3uiguA4I","use":"sig","kty":"EC",)"
+              R"("kid":"0ZcOCORZNYy-DWpqq30jZyJGHTN0d2HglBV3uiguA4I","kty":"EC","use":"sig",)"
               R"("x":")" +
                   x + R"(","y":")" + y + R"("}]})");
 }

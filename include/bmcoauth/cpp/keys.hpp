@@ -244,6 +244,26 @@ inline Expected<void> generateKeyFile(std::string_view path)
         ::get_EC_privKey(key.der().data(), static_cast<int>(key.der().size())));
 }
 
+/** The public point of `key`, uncompressed (SEC 1, section 2.3.3). */
+[[nodiscard]] inline Expected<Bytes> publicPointOf(const PrivateKey& key)
+{
+    constexpr int size = 65;
+    const Expected<EcKey> pair = ecKeyOf(key);
+    if (!pair)
+    {
+        return pair.error();
+    }
+    EC_KEY_set_conv_form(pair->get(), POINT_CONVERSION_UNCOMPRESSED);
+    Bytes point{std::malloc(size), size};
+    unsigned char* behind = point.data();
+    if (behind == nullptr || i2o_ECPublicKey(pair->get(), nullptr) != size ||
+        i2o_ECPublicKey(pair->get(), &behind) != size)
+    {
+        return Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED};
+    }
+    return point;
+}
+
 #if defined(__GNUC__)
 #pragma GCC diagnostic pop
 #endif

@@ -1,31 +1,33 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* The keys with which a service signs its tokens. Uses containers of the standard library: without
- * memory, those do what they always do. */
+/* The keys with which a service signs its tokens. */
 
-#include <bmcoauth/cpp/document.hpp>
 #include <bmcoauth/cpp/encoding.hpp>
 #include <bmcoauth/cpp/expected.hpp>
 #include <bmcoauth/cpp/issuing.hpp>
+#include <bmcoauth/cpp/key_file.hpp>
 #include <bmcoauth/cpp/keys.hpp>
 #include <bmcoauth/service/digest.hpp>
-#include <bmcoauth/service/key_files.hpp>
-#include <bmcoauth/service/key_set.hpp>
+#include <bmcoauth/service/verification_keys.hpp>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <array>
+#include <cerrno>
 #include <concepts>
 #include <cstddef>
 #include <cstdio>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 namespace bmcoauth
 {
@@ -50,117 +52,46 @@ concept Signer = std::copy_constructible<T> && requires(const T& signer, const S
 namespace detail
 {
 
-/** A public key as it is published. */
-struct PublishedKey
-{
-    /** The member "kid". */
-    std::string id;
-    /** The JSON Web Key. */
-    std::string text;
+/** How a key makes a token of a plan. */
+using MakeToken = std::function<Expected<Text>(const TokenPlan&)>;
 
-    /** The key with this uncompressed point of P-256. Its id is its thumbprint (RFC 7638). */
-    [[nodiscard]] static Expected<PublishedKey> of(ByteSpan point)
+/** The ES256 key with this uncompressed point of P-256. Its "kid" is its thumbprint (RFC 7638). */
+[[nodiscard]] inline Expected<KeySet> published(const Bytes& point)
+{
+    if (point.span().size() != 65 || point.span().front() != 4)
     {
-        if (point.size() != 65 || point.front() != 4)
-        {
-            return Error{BMCOAUTH_RULE_KEY_POINT, "publicPoint"};
-        }
-        const Expected<Text> x = base64Url(point.subspan(1, 32));
-        const Expected<Text> y = base64Url(point.subspan(33));
-        if (!x || !y)
-        {
-            return Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED};
-        }
-        // Refuses what is not a point of the curve.
-        if (const Expected<Text> pem = ecPublicKeyPem(*x, *y, "P-256"); !pem)
-        {
-            return pem.error();
-        }
-        const std::string numbers = R"("kty":"EC",)"
-                                    R"("x":")" +
-                                    std::string{x->view()} + R"(","y":")" + std::string{y->view()} +
-                                    R"("})";
-        const Sha256Digest digest = sha256(R"({"crv":"P-256",)" + numbers);
-        const Expected<Text> id = base64Url(digest);
-        if (!id)
-        {
-            return id.error();
-        }
-        std::string name{id->view()};
-        std::string text =
-            R"({"alg":"ES256","crv":"P-256","kid":")" + name + R"(","use":"sig",)" + numbers;
-        return PublishedKey{std::move(name), std::move(text)};
+        return Error{BMCOAUTH_RULE_KEY_POINT, "publicPoint"};
     }
-
-    /** The key of `key`. */
-    [[nodiscard]] static Expected<PublishedKey> of(const PrivateKey& key);
-};
-
-/** The JSON Web Key Set of these keys. */
-[[nodiscard]] inline std::string jwksOf(const std::vector<PublishedKey>& keys)
-{
-    std::string text = R"({"keys":[)";
-    for (const PublishedKey& key : keys)
+    const Expected<Text> x = base64Url(point.span().subspan(1, 32));
+    const Expected<Text> y = base64Url(point.span().subspan(33));
+    if (const Expected<void> all = allOf(x, y); !all)
     {
-        text.append(text.back() == '[' ? "" : ",").append(key.text);
+        return all.error();
+    }
+    const std::string numbers =
+        R"("x":")" + std::string{x->view()} + R"(","y":")" + std::string{y->view()} + R"("})";
+    const Expected<Text> id = base64Url(sha256(R"({"crv":"P-256","kty":"EC",)" + numbers));
+    return id ? importOwnKeys(R"({"keys":[{"alg":"ES256","crv":"P-256","kid":")" +
+                              std::string{id->view()} + R"(","kty":"EC","use":"sig",)" + numbers +
+                              "]}")
+              : Expected<KeySet>{id.error()};
+}
+
+/** The JSON Web Key Set of `first` and those of `others` that are not it, of `count` keys at most. */
+[[nodiscard]] inline std::string jwksOf(const VerifyingKey& first, const KeySet& others,
+                                        std::size_t count)
+{
+    std::string text = R"({"keys":[)" + first.text;
+    for (const VerifyingKey& key : others)
+    {
+        if (key.text != first.text && count > 1)
+        {
+            --count;
+            text.append(1, ',').append(key.text);
+        }
     }
     return text += "]}";
 }
-
-// EC_KEY is marked deprecated.
-#if defined(__GNUC__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-#endif
-
-inline Expected<PublishedKey> PublishedKey::of(const PrivateKey& key)
-{
-    const Expected<EcKey> ecKey = ecKeyOf(key);
-    if (!ecKey)
-    {
-        return ecKey.error();
-    }
-    std::array<unsigned char, 65> point{};
-    unsigned char* behind = point.data();
-    if (i2o_ECPublicKey(ecKey->get(), nullptr) != static_cast<int>(point.size()) ||
-        i2o_ECPublicKey(ecKey->get(), &behind) != static_cast<int>(point.size()))
-    {
-        return Error{BMCOAUTH_RULE_KEY_UNSOUND};
-    }
-    return of(ByteSpan{point});
-}
-
-#if defined(__GNUC__)
-#pragma GCC diagnostic pop
-#endif
-
-/** The keys of the JSON Web Key Set `jwks`, as this layer has written it. */
-[[nodiscard]] inline Expected<std::vector<PublishedKey>> publishedKeys(std::string_view jwks)
-{
-    std::vector<PublishedKey> keys;
-    // All of them are read before one is taken.
-    const Expected<VerificationKeys> sound = VerificationKeys::of(jwks);
-    const Expected<Document> set = sound ? Document::parse(jwks) : sound.error();
-    const Expected<Texts> members = set ? set->objects("keys") : set.error();
-    if (!members)
-    {
-        return members.error();
-    }
-    for (const std::string_view member : *members)
-    {
-        const Expected<Document> key = Document::parse(member);
-        const Expected<Text> id = key ? key->string("kid") : key.error();
-        if (!id)
-        {
-            return id.error();
-        }
-        keys.push_back({std::string{id->view()}, std::string{member}});
-    }
-    return keys;
-}
-
-/** How the current key makes a token of a plan. */
-using MakeToken = std::function<Expected<Text>(const TokenPlan&)>;
 
 /** Makes tokens with a key in the process. */
 [[nodiscard]] inline MakeToken makerOf(PrivateKey key)
@@ -170,43 +101,62 @@ using MakeToken = std::function<Expected<Text>(const TokenPlan&)>;
     };
 }
 
-/** `token` with the signature of `signer` instead of its own. */
+/** `written` with the signature of `signer`, whose key is `own`, instead of its own. It is verified
+ *  before it is given: a signature that a fault has spoiled can give the key away. */
 template <Signer S>
-[[nodiscard]] Expected<Text> signedAnew(std::string_view token, const S& signer)
+[[nodiscard]] Expected<Text> signedAnew(const Text& written, const S& signer,
+                                        const VerifyingKey& own)
 {
-    const std::string_view signedPart = token.substr(0, token.rfind('.'));
-    const Expected<Bytes> der = signer.sign(sha256(signedPart));
+    std::string token{written.view().substr(0, written.view().rfind('.'))};
+    const Expected<Bytes> der = signer.sign(sha256(token));
     const Expected<Text> signature = der ? base64Url(*der) : der.error();
     if (!signature)
     {
         return signature.error();
     }
-    return Text::copy(std::string{signedPart}.append(1, '.').append(signature->view()));
+    token.append(1, '.').append(signature->view());
+    return verifiedBy(own, token).and_then([&token](const VerifiedToken& /*sound*/) {
+        return Text::copy(token);
+    });
 }
 
-/** Makes tokens with `signer`. Each is verified before it is given: a signature that a fault has
- *  spoiled is of no use to the client, and can give the key away. */
-template <Signer S>
-[[nodiscard]] Expected<MakeToken> makerOf(S signer, const PublishedKey& published)
+/** Gives the file `path` the contents `text`, or removes it if that is empty: it has the old ones or
+ *  the new ones at every moment, and the new ones for good once its folder is synchronized. */
+[[nodiscard]] inline Expected<void> replaceFile(const std::string& path, std::string_view text)
 {
-    static const std::array<std::string, 1> algorithms{"ES256"};
-    Expected<KeyPair> pair = KeyPair::generate();
-    Expected<std::optional<VerifyingKey>> key = importKey(published.text, algorithms);
-    if (!pair || !key)
+    if (text.empty() && (::unlink(path.c_str()) == 0 || errno == ENOENT))
     {
-        return pair ? key.error() : pair.error();
+        return {};
     }
-    // The library writes the parts and signs them with a key that verifies nothing; that signature
-    // is replaced.
-    return MakeToken{[signer = std::move(signer), write = makerOf(std::move(pair->privateKey)),
-                      own = std::make_shared<const VerifyingKey>(std::move(**key))](
-                         const TokenPlan& plan) -> Expected<Text> {
-        const Expected<Text> written = write(plan);
-        Expected<Text> made = written ? signedAnew(written->view(), signer) : written.error();
-        const Expected<VerifiedToken> sound =
-            made ? verifiedBy(*own, made->view()) : Expected<VerifiedToken>{made.error()};
-        return sound ? std::move(made) : Expected<Text>{sound.error()};
-    }};
+    std::string temporary = path + ".XXXXXX";
+    const Descriptor file{text.empty() ? -1 : ::mkostemp(temporary.data(), O_CLOEXEC)};
+    // A short write gives no reason.
+    errno = file.isOpen() ? ENOSPC : errno;
+    const bool isDone =
+        file.isOpen() &&
+        ::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+        file.sync() && std::rename(temporary.c_str(), path.c_str()) == 0;
+    const Error error = Error::ofFile(BMCOAUTH_RULE_FILE_UNWRITABLE, path);
+    if (file.isOpen() && !isDone)
+    {
+        ::unlink(temporary.c_str());
+    }
+    return isDone ? Expected<void>{} : error;
+}
+
+/** The keys in the file `path`, none if there is no file. */
+[[nodiscard]] inline Expected<KeySet> readKeysIfThere(const std::string& path)
+{
+    std::string text(65536, '\0');
+    const Descriptor file{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+    const ssize_t size = file.isOpen() ? ::read(file.get(), text.data(), text.size()) : -1;
+    if (size < 0)
+    {
+        return errno == ENOENT ? Expected<KeySet>{KeySet{}}
+                               : Error::ofFile(BMCOAUTH_RULE_FILE_UNREADABLE, path);
+    }
+    text.resize(static_cast<std::size_t>(size));
+    return importOwnKeys(text);
 }
 
 } // namespace detail
@@ -231,18 +181,9 @@ public:
     [[nodiscard]] static Expected<SigningKeys> loadOrCreate(std::string path)
     {
         Expected<PrivateKey> key = PrivateKey::loadOrCreate(path);
-        if (!key)
-        {
-            return key.error();
-        }
-        const Expected<Retired> retired = readRetired(path);
-        Expected<SigningKeys> made =
-            retired ? withKey(std::move(*key), *retired) : Expected<SigningKeys>{retired.error()};
-        if (made)
-        {
-            made->state->path = std::move(path);
-        }
-        return made;
+        const Expected<detail::KeySet> retired = detail::readKeysIfThere(path + ".retired");
+        const Expected<void> all = allOf(key, retired);
+        return all ? with(*std::move(key), *retired, std::move(path)) : all.error();
     }
 
     /** Signs with `signer`. `retired` is the JSON Web Key Set of the keys before it, if there are
@@ -251,191 +192,142 @@ public:
     [[nodiscard]] static Expected<SigningKeys> of(S signer,
                                                   std::optional<std::string_view> retired = {})
     {
-        const Expected<Retired> before =
-            retired ? detail::publishedKeys(*retired) : Expected<Retired>{Retired{}};
-        const Expected<Bytes> point = signer.publicPoint();
-        const Expected<detail::PublishedKey> published =
-            point ? detail::PublishedKey::of(*point) : point.error();
-        if (!before || !published)
+        const Expected<detail::KeySet> before =
+            retired ? detail::importOwnKeys(*retired) : detail::KeySet{};
+        Expected<detail::KeySet> key = signer.publicPoint().and_then(detail::published);
+        Expected<KeyPair> writer = KeyPair::generate();
+        if (const Expected<void> all = allOf(before, key, writer); !all)
         {
-            return before ? published.error() : before.error();
+            return all.error();
         }
-        Expected<detail::MakeToken> make = detail::makerOf(std::move(signer), *published);
-        return make ? with(*published, std::move(*make), *before) : make.error();
+        // The library signs what it writes, with a key that verifies nothing.
+        const auto own = std::make_shared<const detail::KeySet>(*std::move(key));
+        return with(
+            [signer = std::move(signer), own,
+             write = detail::makerOf(std::move(writer->privateKey))](const TokenPlan& plan) {
+                return write(plan).and_then([&](const Text& written) {
+                    return detail::signedAnew(written, signer, own->front());
+                });
+            },
+            own->front(), *before);
     }
 
     /** Makes a new key in the key file and signs with it from now on. The public keys of the `keep`
-     *  keys before it stay good, and the private ones are gone. 0 withdraws all earlier keys, as
-     *  when one has leaked.
+     *  keys before it, 100 at most, stay good, and the private ones are gone. 0 withdraws all
+     *  earlier keys, as when one has leaked.
      *
      *  Works on the files as they are: if another process has rotated, its key is the one that
      *  retires. Whatever fails, or if the power does, the files hold a key that signs and all public
-     *  keys that they had. Refused by argument.empty if the keys came from `of`. Other processes that
-     *  have loaded the files must load them again. */
+     *  keys that they had but those not to be kept. Refused by argument.empty if the keys came from
+     *  `of`. Other processes that have loaded the files must load them again. */
     Expected<void> rotate(std::size_t keep = 2)
     {
         const std::lock_guard lock{state->mutex};
-        if (state->path.empty())
+        const std::string& path = state->path;
+        if (path.empty() || keep > 100)
         {
-            return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "path"};
+            return path.empty() ? Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "path"}
+                                : Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "keep"};
         }
-        const detail::LockedFolder folder{state->path};
-        if (!folder.isLocked())
+        const std::string folderName = path.substr(0, path.rfind('/') + 1) + ".";
+        const detail::Descriptor folder{
+            ::open(folderName.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+        // Against other processes that rotate.
+        if (!folder.isOpen() || ::flock(folder.get(), LOCK_EX) != 0)
         {
-            return Error::ofFile(BMCOAUTH_RULE_FILE_UNWRITABLE, state->path);
+            return Error::ofFile(BMCOAUTH_RULE_FILE_UNWRITABLE, path);
         }
-        const Expected<detail::PublishedKey> current =
-            PrivateKey::fromFile(state->path).and_then(publish);
-        const Expected<Retired> retired = readRetired(state->path);
-        if (!current || !retired)
-        {
-            return current ? retired.error() : current.error();
-        }
-        // A file of that name is left where a rotation was cut short; its key is as good as new.
-        Expected<PrivateKey> next = PrivateKey::loadOrCreate(state->path + nextSuffix);
-        if (!next)
-        {
-            return next.error();
-        }
-        Retired before = withFirst(*current, *retired, keep);
-        const Expected<void> replaced = replaceFiles(before, folder);
-        return replaced ? adopt(*state, std::move(*next), before) : replaced;
+        return rotated(path, keep, folder).and_then([this](const SigningKeys& next) {
+            state->current = next.state->current;
+            return verification.replace(state->current->jwks);
+        });
     }
 
     /** The public keys, the current one first: a JSON Web Key Set, to be published, and for
      *  VerificationKeys::replace in services that judge tokens. */
     [[nodiscard]] std::string jwks() const
     {
-        const std::lock_guard lock{state->mutex};
-        return state->jwks;
+        return current()->jwks;
     }
 
     /** The public keys, which change with these. */
     [[nodiscard]] VerificationKeys verificationKeys() const
     {
-        return state->verification;
+        return verification;
     }
 
 private:
     friend class TokenIssuer;
 
-    using Retired = std::vector<detail::PublishedKey>;
-
-    static constexpr const char* retiredSuffix = ".retired";
-    static constexpr const char* nextSuffix = ".next";
-
-    /** What signs. */
+    /** What signs, and what is published. */
     struct Current
     {
         std::string id;
         detail::MakeToken make;
+        std::string jwks;
     };
-
     struct State
     {
-        explicit State(const VerificationKeys& keys) : verification{keys}
-        {
-        }
-
         std::mutex mutex;
         std::string path;
         std::shared_ptr<const Current> current;
-        std::string jwks;
-        VerificationKeys verification;
     };
 
-    explicit SigningKeys(std::shared_ptr<State> shared) noexcept : state{std::move(shared)}
+    SigningKeys(const VerificationKeys& keys, Current current, std::string path)
+        : verification{keys}, state{std::make_shared<State>()}
     {
+        state->path = std::move(path);
+        state->current = std::make_shared<const Current>(std::move(current));
     }
 
-    [[nodiscard]] static Expected<detail::PublishedKey> publish(const PrivateKey& key)
+    /** Signs by `make`, and verifies by `key` and by those of `retired` that are not it. */
+    [[nodiscard]] static Expected<SigningKeys> with(detail::MakeToken make,
+                                                    const detail::VerifyingKey& key,
+                                                    const detail::KeySet& retired,
+                                                    std::string path = {})
     {
-        return detail::PublishedKey::of(key);
+        std::string jwks = detail::jwksOf(key, retired, retired.size() + 1);
+        return VerificationKeys::of(jwks).transform([&](const VerificationKeys& keys) {
+            return SigningKeys{keys, {key.id, std::move(make), std::move(jwks)}, std::move(path)};
+        });
+    }
+    /** The same for the key of the file `path`. */
+    [[nodiscard]] static Expected<SigningKeys> with(PrivateKey key, const detail::KeySet& retired,
+                                                    std::string path)
+    {
+        const Expected<detail::KeySet> own = publicPointOf(key).and_then(detail::published);
+        return own ? with(detail::makerOf(std::move(key)), own->front(), retired, std::move(path))
+                   : own.error();
     }
 
-    /** `first`, and those of `others` that are not it; `count` at most. */
-    [[nodiscard]] static Retired withFirst(const detail::PublishedKey& first, const Retired& others,
-                                           std::size_t count)
+    /** Makes a new key in the locked `folder`, and the present one the first of `keep` retired ones. */
+    [[nodiscard]] static Expected<SigningKeys> rotated(const std::string& path, std::size_t keep,
+                                                       const detail::Descriptor& folder)
     {
-        Retired keys{first};
-        for (const detail::PublishedKey& other : others)
+        const std::string retiredPath = path + ".retired";
+        const std::string nextPath = path + ".next";
+        const Expected<detail::KeySet> current =
+            PrivateKey::fromFile(path).and_then(publicPointOf).and_then(detail::published);
+        const Expected<detail::KeySet> retired = detail::readKeysIfThere(retiredPath);
+        if (const Expected<void> all = allOf(current, retired); !all)
         {
-            if (other.id != first.id)
-            {
-                keys.push_back(other);
-            }
+            return all.error();
         }
-        keys.resize(std::min(count, keys.size()));
-        return keys;
-    }
-
-    [[nodiscard]] static Expected<Retired> readRetired(const std::string& path)
-    {
-        const Expected<std::optional<std::string>> text =
-            detail::readFileIfThere(path + retiredSuffix);
-        if (!text)
+        // A file of that name is left where a rotation was cut short; its key is as good as new.
+        Expected<PrivateKey> key = PrivateKey::loadOrCreate(nextPath);
+        const std::string before = detail::jwksOf(current->front(), *retired, keep);
+        // The retired keys are there before the key that makes the present one retire.
+        const Expected<detail::KeySet> kept =
+            allOf(key)
+                .and_then([&] { return detail::replaceFile(retiredPath, keep > 0 ? before : ""); })
+                .and_then([&] { return detail::readKeysIfThere(retiredPath); });
+        Expected<SigningKeys> made = kept ? with(*std::move(key), *kept, path) : kept.error();
+        if (made &&
+            (!folder.sync() || std::rename(nextPath.c_str(), path.c_str()) != 0 || !folder.sync()))
         {
-            return text.error();
+            return Error::ofFile(BMCOAUTH_RULE_FILE_UNWRITABLE, path);
         }
-        return *text ? detail::publishedKeys(**text) : Retired{};
-    }
-
-    /** Writes the retired keys before the key that makes the current one retire. */
-    [[nodiscard]] Expected<void> replaceFiles(const Retired& retired,
-                                              const detail::LockedFolder& folder) const
-    {
-        const std::string retiredPath = state->path + retiredSuffix;
-        const std::string nextPath = state->path + nextSuffix;
-        const Expected<void> written =
-            retired.empty() ? detail::removeFile(retiredPath)
-                            : detail::replaceFile(retiredPath, detail::jwksOf(retired));
-        if (!written)
-        {
-            return written;
-        }
-        if (!folder.sync() || std::rename(nextPath.c_str(), state->path.c_str()) != 0 ||
-            !folder.sync())
-        {
-            return Error::ofFile(BMCOAUTH_RULE_FILE_UNWRITABLE, state->path);
-        }
-        return {};
-    }
-
-    /** Signs by `make` from now on, and verifies by `published` and `retired`. */
-    [[nodiscard]] static Expected<SigningKeys> with(const detail::PublishedKey& published,
-                                                    detail::MakeToken make, const Retired& retired)
-    {
-        std::string jwks = detail::jwksOf(withFirst(published, retired, retired.size() + 1));
-        Expected<VerificationKeys> keys = VerificationKeys::of(jwks);
-        if (!keys)
-        {
-            return keys.error();
-        }
-        auto state = std::make_shared<State>(*keys);
-        state->current = std::make_shared<const Current>(Current{published.id, std::move(make)});
-        state->jwks = std::move(jwks);
-        return SigningKeys{std::move(state)};
-    }
-
-    /** The same for a key of a file. */
-    [[nodiscard]] static Expected<SigningKeys> withKey(PrivateKey key, const Retired& retired)
-    {
-        const Expected<detail::PublishedKey> published = publish(key);
-        return published ? with(*published, detail::makerOf(std::move(key)), retired)
-                         : published.error();
-    }
-
-    /** Goes on with `key`. */
-    [[nodiscard]] static Expected<void> adopt(State& state, PrivateKey key, const Retired& retired)
-    {
-        const Expected<SigningKeys> made = withKey(std::move(key), retired);
-        if (!made)
-        {
-            return made.error();
-        }
-        state.current = made->state->current;
-        state.jwks = made->state->jwks;
-        return state.verification.replace(state.jwks);
+        return made;
     }
 
     /** The key that signs now. */
@@ -445,6 +337,7 @@ private:
         return state->current;
     }
 
+    VerificationKeys verification;
     std::shared_ptr<State> state;
 };
 

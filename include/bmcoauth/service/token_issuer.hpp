@@ -8,10 +8,9 @@
 #include <bmcoauth/cpp/issuing.hpp>
 #include <bmcoauth/cpp/privileges.hpp>
 #include <bmcoauth/service/clock.hpp>
-#include <bmcoauth/service/expectation.hpp>
 #include <bmcoauth/service/issued_token.hpp>
+#include <bmcoauth/service/judging.hpp>
 #include <bmcoauth/service/signing_keys.hpp>
-#include <bmcoauth/service/strict_reading.hpp>
 
 #include <array>
 #include <chrono>
@@ -53,16 +52,12 @@ public:
     [[nodiscard]] static Expected<TokenIssuer> of(const SigningKeys& keys, TokenIssuerRules rules,
                                                   Clock clock)
     {
-        const std::string* const audience = rules.audience.get();
-        for (const auto& [name, isEmpty] :
-             {std::pair{"issuer", rules.issuer.empty()}, std::pair{"type", rules.type.empty()},
-              std::pair{"audience", audience != nullptr && audience->empty()},
-              std::pair{"clock", !clock}})
+        const Expected<void> texts = detail::requireSense(
+            {{"issuer", &rules.issuer}, {"audience", rules.audience.get()}, {"type", &rules.type}},
+            &rules.longestLifetime);
+        if (!texts || !clock)
         {
-            if (isEmpty)
-            {
-                return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, name};
-            }
+            return texts ? Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "clock"} : texts.error();
         }
         constexpr std::chrono::hours year{24 * 366};
         if (rules.lifetime.count() < 1 || rules.lifetime > rules.longestLifetime ||
@@ -101,7 +96,8 @@ public:
         {
             return Error{BMCOAUTH_RULE_CLOCK_UNREADABLE};
         }
-        return make(subject, privileges, now, now + length);
+        const Expected<Text> id = randomToken(16);
+        return id ? make(subject, privileges, *id, now, now + length) : id.error();
     }
 
     /** The same as `issue`, with the usual lifetime. */
@@ -117,48 +113,39 @@ private:
     {
     }
 
-    [[nodiscard]] static std::uint64_t secondsOf(std::chrono::sys_seconds time)
-    {
-        return static_cast<std::uint64_t>(time.time_since_epoch().count());
-    }
-
     [[nodiscard]] Expected<IssuedToken> make(std::string_view subject, Privileges privileges,
-                                             std::chrono::sys_seconds now,
+                                             const Text& id, std::chrono::sys_seconds now,
                                              std::chrono::sys_seconds expiry) const
     {
-        const Expected<Text> id = randomToken(16);
-        if (!id)
-        {
-            return id.error();
-        }
         const std::string* const audience = rules.audience.get();
         const std::array<std::string_view, 1> audiences{
             audience == nullptr ? std::string_view{} : std::string_view{*audience}};
         const std::array<ScopeEntry, 1> scopes{
             {{.name = detail::audienceEntry, .values = audiences}}};
+        const auto begin = static_cast<std::uint64_t>(now.time_since_epoch().count());
         // Of one key, whatever rotates meanwhile.
         const std::shared_ptr<const SigningKeys::Current> key = keys.current();
-        Expected<Text> token = key->make({
-            .subject = subject,
-            .id = *id,
-            .issuer = rules.issuer,
-            .expiresAt = secondsOf(expiry),
-            .issuedAt = secondsOf(now),
-            .notBefore = secondsOf(now),
-            .scopes = audience == nullptr ? Borrowed<ScopeEntry>{} : Borrowed<ScopeEntry>{scopes},
-            .privileges = privileges,
-            .keyId = key->id,
-            .type = rules.type,
-        });
-        if (!token)
-        {
-            return token.error();
-        }
-        if (token->view().size() > detail::longestToken)
-        {
-            return Error{BMCOAUTH_RULE_ARGUMENT_LENGTH, "subject"};
-        }
-        return IssuedToken{std::move(*token), std::string{id->view()}, expiry};
+        return key
+            ->make({
+                .subject = subject,
+                .id = id,
+                .issuer = rules.issuer,
+                .expiresAt = static_cast<std::uint64_t>(expiry.time_since_epoch().count()),
+                .issuedAt = begin,
+                .notBefore = begin,
+                .scopes =
+                    audience == nullptr ? Borrowed<ScopeEntry>{} : Borrowed<ScopeEntry>{scopes},
+                .privileges = privileges,
+                .keyId = key->id,
+                .type = rules.type,
+            })
+            .and_then([&](Text token) -> Expected<IssuedToken> {
+                if (token.view().size() > detail::longestToken)
+                {
+                    return Error{BMCOAUTH_RULE_ARGUMENT_LENGTH, "subject"};
+                }
+                return IssuedToken{std::move(token), std::string{id.view()}, expiry};
+            });
     }
 
     SigningKeys keys;
