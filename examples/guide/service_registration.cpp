@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A token service on the service layer, and a client that it serves; both in one program.
+// guide-service-registration KEY: a token service on the service layer, with the key in a file, which
+// is made if no file is there; a client that it serves; and a service that the client uses.
 #include <bmcoauth/service.hpp>
 
 #include <json/value.h>
 
-#include <charconv>
 #include <chrono>
-#include <cstdint>
 #include <cstdlib>
 #include <iostream>
 #include <string>
@@ -17,72 +16,56 @@
 using bmcoauth::Claims;
 using bmcoauth::ClientRecord;
 using bmcoauth::Expected;
-using bmcoauth::IssuedToken;
 using bmcoauth::MemoryStore;
 using bmcoauth::ParameterList;
-using bmcoauth::PrivateKey;
 using bmcoauth::Privilege;
 using bmcoauth::Privileges;
 using bmcoauth::Refusal;
 using bmcoauth::Registrar;
+using bmcoauth::SigningKeys;
 using bmcoauth::Text;
 using bmcoauth::TokenEndpoint;
 using bmcoauth::TokenFacts;
 using bmcoauth::TokenFunctions;
+using bmcoauth::TokenIssuer;
+using bmcoauth::TokenValidator;
+using bmcoauth::ValidToken;
 
 namespace
 {
 
 // [access]
-/** What is issued: ten minutes, for this client. */
-Expected<IssuedToken> issue(const PrivateKey& key, std::string_view subject, Privileges privileges)
+/** Who issues the tokens. They are good for ten minutes. */
+constexpr const char* issuerName = "org.example.Tokens";
+
+/** How they are judged: `revoked` is all that differs. */
+bmcoauth::TokenRules rulesWith(bmcoauth::Expectation<bmcoauth::RevocationCheck> revoked)
 {
-    const Expected<Text> id = bmcoauth::randomToken(16);
-    if (!id)
-    {
-        return id.error();
-    }
-    const auto end = bmcoauth::systemClock()() + std::chrono::minutes{10};
-    const auto seconds = static_cast<std::uint64_t>(end.time_since_epoch().count());
-    return bmcoauth::issueToken({.subject = subject,
-                                 .id = *id,
-                                 .issuer = "org.example.Tokens",
-                                 .expiresAt = seconds,
-                                 .privileges = privileges},
-                                key)
-        .transform([&](Text token) {
-            return IssuedToken{std::move(token), std::string{id->view()}, end};
-        });
+    return {.issuer = issuerName,
+            .audience = bmcoauth::ignored,
+            .longestLifetime = std::chrono::hours{1},
+            .revoked = std::move(revoked)};
 }
 
-/** What a token says that was issued here. */
-Expected<TokenFacts> validate(const PrivateKey& key, std::string_view text)
+TokenFacts factsOf(const ValidToken& token)
 {
-    const bmcoauth::Verdict verdict = bmcoauth::validateToken(text, key);
-    const bmcoauth::VerifiedToken* const token = verdict.verified();
-    if (token == nullptr)
-    {
-        return *verdict.refusal();
-    }
-    const Claims claims = token->claims();
-    const std::string_view end = claims.expiresAt().value_or("");
-    std::int64_t seconds = 0;
-    std::from_chars(end.data(), end.data() + end.size(), seconds);
-    return TokenFacts{.subject = std::string{claims.subject().value_or("")},
-                      .id = std::string{claims.id().value_or("")},
-                      .expiresAt = std::chrono::sys_seconds{std::chrono::seconds{seconds}},
-                      .privileges = bmcoauth::userPrivileges(*token).value_or(Privileges{})};
+    const Claims claims = token.claims();
+    return {.subject = std::string{claims.subject().value_or("")},
+            .id = std::string{claims.id().value_or("")},
+            .expiresAt = token.expiresAt(),
+            .privileges = token.privileges()};
 }
 // [access]
 
 // [functions]
-/** What only this service knows. The key and the secrets must outlive it. */
-TokenFunctions functionsOf(const PrivateKey& key, const Text& secrets)
+/** What only this service knows. The validator and the secrets must outlive it. */
+TokenFunctions functionsOf(const TokenIssuer& issuer, const TokenValidator& own,
+                           const Text& secrets)
 {
     return {
-        .issue = [&key](std::string_view subject,
-                        Privileges privileges) { return issue(key, subject, privileges); },
-        .validate = [&key](std::string_view token) { return validate(key, token); },
+        .issue = issuer,
+        .validate =
+            [&own](std::string_view token) { return own.validate(token).transform(factsOf); },
         // On a controller: the document of this software, from a file that it shares with nobody.
         .secrets = [&secrets](const ClientRecord&) { return Text::copy(secrets); },
         .privileges =
@@ -150,11 +133,20 @@ constexpr std::string_view registration = R"({"client_name":"demo client","softw
 
 } // namespace
 
-int main()
+int main(int argc, char** argv)
 {
-    const auto pair = bmcoauth::KeyPair::generate();
     const Expected<Text> secrets = bmcoauth::generateSecrets("otp", 1, 3, 20);
-    if (!pair || !secrets)
+    const Expected<SigningKeys> keys = SigningKeys::loadOrCreate(argc == 2 ? argv[1] : "");
+    if (!secrets || !keys)
+    {
+        return EXIT_FAILURE;
+    }
+    const auto issuer = TokenIssuer::of(
+        *keys, {.issuer = issuerName, .audience = bmcoauth::ignored}, bmcoauth::systemClock());
+    // The endpoint looks for itself whether a client has ended.
+    const auto own = TokenValidator::of(keys->verificationKeys(), rulesWith(bmcoauth::ignored),
+                                        bmcoauth::systemClock());
+    if (!issuer || !own)
     {
         return EXIT_FAILURE;
     }
@@ -163,9 +155,19 @@ int main()
     auto registrar =
         Registrar<MemoryStore>::of(clients, {.proofs = bmcoauth::Proofs::oneTimePassword,
                                              .redirectUris = {"https://client.example/callback"}});
-    auto tokens = TokenEndpoint<MemoryStore>::of(clients, functionsOf(pair->privateKey, *secrets));
+    auto tokens = TokenEndpoint<MemoryStore>::of(clients, functionsOf(*issuer, *own, *secrets));
     // [service]
     if (!registrar || !tokens)
+    {
+        return EXIT_FAILURE;
+    }
+    // [validator]
+    const auto validator = TokenValidator::of(
+        keys->verificationKeys(),
+        rulesWith([&tokens](const Claims& claims) { return tokens->isRevoked(claims); }),
+        bmcoauth::systemClock());
+    // [validator]
+    if (!validator)
     {
         return EXIT_FAILURE;
     }
@@ -184,16 +186,16 @@ int main()
     const std::string access = member(second, "access_token");
     // [calls]
     const std::string again = reply(tokens->answer(proven, "user 1000"));
-    const std::string described = reply(tokens->introspect(access, "user 0"));
-    // [revoke]
-    const bool revoked = tokens
-                             ->revoke((*credentials)["client_id"].asString(),
-                                      (*credentials)["client_secret"].asString(), refresh)
-                             .has_value();
-    // [revoke]
     std::cout << "second proof: " << again << '\n'
-              << "described: " << described << '\n'
-              << "revoked: " << (revoked ? "yes" : "no") << '\n'
-              << "described: " << reply(tokens->introspect(access, "user 0")) << '\n';
+              << "described: " << reply(tokens->introspect(access, "user 0")) << '\n'
+              << "valid: " << (validator->validate(access) ? "yes" : "no") << '\n';
+    // [revoke]
+    const auto revoked = tokens->revoke((*credentials)["client_id"].asString(),
+                                        (*credentials)["client_secret"].asString(), refresh);
+    // [revoke]
+    const Expected<ValidToken> late = validator->validate(access);
+    std::cout << "revoked: " << (revoked ? "yes" : "no") << '\n'
+              << "described: " << reply(tokens->introspect(access, "user 0")) << '\n'
+              << "valid: " << (late ? "yes" : late.error().name()) << '\n';
     return revoked ? EXIT_SUCCESS : EXIT_FAILURE;
 }
