@@ -108,7 +108,10 @@ def imported(text: str) -> Tuple[str, str]:
     """The key as it is trusted: with the PEM form, by which alone it verifies."""
     key = client.read(text)
     form = serialization.Encoding.PEM, serialization.PublicFormat.SubjectPublicKeyInfo
-    pem = public_numbers(key).public_key().public_bytes(*form).decode()
+    try:
+        pem = public_numbers(key).public_key().public_bytes(*form).decode()
+    except (ValueError, KeyError) as error:
+        raise Refused("not a public key") from error
     return pem, written({**key, "kest_decoded_key": pem.rstrip("\n")})
 
 
@@ -190,7 +193,8 @@ def register_request(text: str) -> str:
     expect(is_texts(result["redirect_uri"]) and result["redirect_uri"] != [], "no redirect URI")
     challenge, types = document.get("handshake_challenge"), document.get("handshake_types")
     if challenge is not None:
-        expect(list(challenge) == ["T"] and is_texts(challenge["T"]) and challenge["T"] != [], "a challenge is T alone, a list")
+        alone = list(challenge) == ["T"] and is_texts(challenge["T"])
+        expect(alone and challenge["T"] != [], "a challenge is T alone, a list")
         result["handshake_challenge"] = challenge
     if types is not None:
         expect(is_texts(types))
@@ -253,13 +257,11 @@ def envelope(file: Json, test: Json) -> None:
     receiver = serialization.load_der_private_key(bytes.fromhex(file["receiver"]["der"]), None)
     assert isinstance(receiver, ec.EllipticCurvePrivateKey)
     sender = x509.load_der_x509_certificate(base64.b64decode(file["sender"]["x5c"]))
+    # A marked device, a controller under development, looks at no MAC.
+    data = None if test["marked"] else client.open_envelope(test, receiver, sender)
     material, body = client.key_material(receiver, sender), decode(test["ciphertext"])
     plaintext = client.decrypted(material, body, bytes.fromhex(test["iv"] or "00" * 16))
-    if test["marked"]:  # such a device, a controller under development, looks at no MAC
-        data = client.data_of(plaintext)
-    else:
-        data = client.open_envelope(test, receiver, sender)
-    same(data.decode(), test["data"])
+    same((client.data_of(plaintext) if data is None else data).decode(), test.get("data"))
     same(plaintext.removesuffix(b"\0").decode(), test["plaintext"])
     steps = {
         "shared_secret": receiver.exchange(ec.ECDH(), client.key_of(sender)).hex(),
@@ -287,26 +289,28 @@ def certificate_chain(file: Json, test: Json) -> None:
 
 
 CHECKS: Dict[str, Callable[[Json, Json], None]] = {
-    "base64url.tests": lambda file, test: same(decode(test["text"]).hex(), test["bytes"]),
+    "base64url.tests": lambda file, test: same(decode(test["text"]).hex(), test.get("bytes")),
     "otp.tests": lambda file, test: passwords(test),
     "certificate_proof.tests": lambda file, test: handshake(
         test["challenge"], test["response"], json.loads(file["keys"]), test.get("certificate", file["certificate"])
     ),
     "tokens.tests": lambda file, test: same(
-        {**client.verify_access_token(test["token"], file["key"]["jwk"], file["now"]), **test["claims"]},
+        {**client.verify_access_token(test["token"], file["key"]["jwk"], file["now"]), **test.get("claims", {})},
         client.parts(test["token"])[1],
     ),
     "delegated.tests": lambda file, test: delegated(test, file["now"]),
-    "jwk.tests": lambda file, test: same(imported(test["jwk"]), (test["pem"], test["written"])),
+    "jwk.tests": lambda file, test: same(imported(test["jwk"]), (test.get("pem"), test.get("written"))),
     "ecies.tests": envelope,
     "certificates.chains": certificate_chain,
     "certificates.names": lambda file, test: same_name(test["pem"], test["common_name"]),
-    "certificates.encoded": lambda file, test: same(client.certificate_key(test["pem"].encode())["x5c"], test["x5c"]),
-    "register.requests": lambda file, test: same(register_request(test["document"]), test["written"]),
+    "certificates.encoded": lambda file, test: same(
+        client.certificate_key(test["pem"].encode())["x5c"], test.get("x5c")
+    ),
+    "register.requests": lambda file, test: same(register_request(test["document"]), test.get("written")),
     "register.responses": lambda file, test: same(register_response(test["members"]), test.get("written")),
-    "register.answers": lambda file, test: same(endpoint_answer(test["document"]), test["fields"]),
-    "authorize.requests": lambda file, test: same(authorize_request(test["document"]), test["written"]),
-    "authorize.responses": lambda file, test: same(authorize_response(test["document"]), test["written"]),
+    "register.answers": lambda file, test: same(endpoint_answer(test["document"]), test.get("fields")),
+    "authorize.requests": lambda file, test: same(authorize_request(test["document"]), test.get("written")),
+    "authorize.responses": lambda file, test: same(authorize_response(test["document"]), test.get("written")),
 }
 
 
@@ -320,7 +324,7 @@ def main() -> int:
             try:
                 check(file, test)
                 verdict = "accepted"
-            except (Refused, ValueError, LookupError) as problem:
+            except Refused as problem:
                 verdict = f"refused ({problem!r})"
             except AssertionError as problem:
                 verdict = f"different ({problem})"

@@ -117,16 +117,21 @@ class Identity:
 def certificate_key(pem: bytes) -> Json:
     """The certificates of a PEM chain, in its order: device, intermediates, device."""
     form = b"-----BEGIN CERTIFICATE-----.+?-----END CERTIFICATE-----"
-    chain = [x509.load_pem_x509_certificate(one) for one in re.findall(form, pem, re.DOTALL)]
+    try:
+        chain = [x509.load_pem_x509_certificate(one) for one in re.findall(form, pem, re.DOTALL)]
+    except ValueError as error:
+        raise Refused("not a certificate in PEM form") from error
     bodies = [base64.b64encode(one.public_bytes(serialization.Encoding.DER)) for one in chain]
     return {"alg": "ES-256", "kty": "EC", "x5c": [body.decode() for body in bodies]}
 
 
 def first_certificate(key: Json) -> x509.Certificate:
     try:
-        return x509.load_der_x509_certificate(base64.b64decode(key["x5c"][0]))
-    except (ValueError, LookupError, TypeError) as error:
+        certificate = x509.load_der_x509_certificate(base64.b64decode(key["x5c"][0]))
+        _ = certificate.subject  # which is parsed only now
+    except (ValueError, LookupError, TypeError, x509.InvalidVersion) as error:
         raise Refused("not a certificate key") from error
+    return certificate
 
 
 def key_of(certificate: x509.Certificate) -> ec.EllipticCurvePublicKey:
@@ -293,7 +298,7 @@ def has_signed(jwk: Json, header: Json, signature: bytes, text: bytes) -> bool:
     x, y = (int.from_bytes(decode(string(jwk, name)), "big") for name in "xy")
     try:
         ec.EllipticCurvePublicNumbers(x, y, ec.SECP256R1()).public_key().verify(signature, text, ECDSA_SHA256)
-    except InvalidSignature:
+    except (InvalidSignature, ValueError):  # a point that is not on the curve
         return False
     return True
 
@@ -309,7 +314,10 @@ def verify_access_token(token: str, jwks: Json, now: Optional[int] = None) -> Js
     scope = claims.get("scope", {"": []})
     if not isinstance(scope, dict) or not scope or not all(map(is_texts, scope.values())):
         raise Refused("scope is not an object of arrays of strings")
-    if not any(has_signed(key, header, decode(signature), signed) for key in jwks.get("keys", [jwks])):
+    keys = jwks.get("keys", [jwks])
+    if not isinstance(keys, list) or not all(isinstance(key, dict) for key in keys):
+        raise Refused("not a set of keys")
+    if not any(has_signed(key, header, decode(signature), signed) for key in keys):
         raise Refused("no known key has signed it")
     now = int(time.time()) if now is None else now
     if not seconds(claims["nbf"]) <= now < seconds(claims["exp"]):

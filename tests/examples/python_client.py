@@ -2,6 +2,7 @@
 """python_client.py tool EXAMPLES VECTORS TOOL: the client in Python knows the vectors, and gets on with
 the command as its controller.
 python_client.py daemon EXAMPLES TOOL SERVICE DBUS: it gets on with the token service of examples/dbus."""
+import base64
 import json
 import os
 import pathlib
@@ -11,6 +12,7 @@ import subprocess
 import sys
 import tempfile
 
+from cryptography.hazmat.primitives import serialization
 from cryptography.hazmat.primitives.asymmetric import ec
 
 from run import EMULATOR, expect, run
@@ -197,6 +199,66 @@ def verify(tool, place, vectors, token):
     refused(client.verify_access_token, named, {**file["key"]["jwk"], "kid": "k2"}, file["now"])
 
 
+# -- Documents that are not what they should be ------------------------------------------------
+
+VALUES = (None, 1, 1.5, True, [], {}, "", "é", "\ud800", "\0", [None], ["x", 1], "9" * 5000, "1_0", [[[]]], 2**70)
+
+
+def altered(document):
+    """The document with each member absent, of another type or with another value."""
+    for name, value in document.items():
+        yield {other: kept for other, kept in document.items() if other != name}
+        inner = altered(value) if isinstance(value, dict) else ()
+        for other in (*VALUES, *inner):
+            yield {**document, name: other}
+
+
+def refuses_alone(what, *arguments):
+    """Whatever comes, a client need not be prepared for anything but this."""
+    try:
+        what(*arguments)
+    except (client.Refused, client.Failed):
+        pass
+
+
+def hostile(vectors, keys, identity):
+    types = [*keys, client.CERTIFICATE_PROOF]
+    own = {"T": ["otp1.0"]}
+    request = {**client.register_request("a client", "python-1", URI, types), "handshake_challenge": own}
+    challenge = {"T": types, "M": "1", "C": "1", "V": "x"}
+    answer = {"client_id": "a", "client_secret": "b", "handshake_challenge": challenge,
+              "handshake_response": client.respond(own, keys)}
+    for registered in altered(answer):
+        mine = client.Client(lambda what, text, answer=registered: json.dumps(answer), keys, identity)
+        refuses_alone(mine.register, request)
+        refuses_alone(mine.authorize)
+    mine.registered = answer
+    for tokens in altered({name: "x" for name in client.TOKEN_ANSWER}):
+        mine.send = lambda what, text, answer=tokens: json.dumps({**answer, "state": json.loads(text)["state"]})
+        refuses_alone(mine.refresh)
+
+    file = client.read((vectors / "tokens.json").read_bytes())
+    token, jwk, now = file["tests"][0]["token"], file["key"]["jwk"], file["now"]
+    header, claims, _, _ = client.parts(token)
+    signing = serialization.load_der_private_key(bytes.fromhex(file["key"]["der"]), None)
+    for change in altered({"header": {**header, "kid": "x"}, "claims": {**claims, "scope": {"a": ["b"]}}}):
+        text = ".".join(client.encode(json.dumps(change.get(name)).encode()) for name in ("header", "claims"))
+        signature = client.encode(signing.sign(text.encode(), client.ECDSA_SHA256))
+        refuses_alone(client.verify_access_token, f"{text}.{signature}", jwk, now)
+    for key in (*altered(jwk), *altered({"keys": [jwk]})):
+        refuses_alone(client.verify_access_token, token, key, now)
+
+    file = client.read((vectors / "ecies.json").read_bytes())
+    peer = client.first_certificate({"x5c": [file["sender"]["x5c"]]})
+    for envelope in altered({name: file["tests"][0][name] for name in ("ciphertext", "mac", "iv")}):
+        refuses_alone(client.open_envelope, envelope, identity.key, peer)
+    body = base64.b64decode(file["sender"]["x5c"])
+    for place, byte in enumerate(body):
+        other = base64.b64encode(body[:place] + bytes([byte ^ 7]) + body[place + 1 :]).decode()
+        refuses_alone(lambda x5c: client.key_of(client.first_certificate({"x5c": x5c})), [other])
+        refuses_alone(client.proof_text, {"V": "x"}, {"x5c": [other]})
+
+
 # -- Envelopes ---------------------------------------------------------------------------------
 
 
@@ -245,6 +307,7 @@ def with_tool(examples, vectors, tool):
         verify(tool, place, pathlib.Path(vectors), prove(tool, place, keys, identity))
         prove_wrongly(tool, place, keys, identity)
         mistrust(tool, place, keys, identity)
+        hostile(pathlib.Path(vectors), keys, identity)
         envelopes(tool, place, made)
 
 
