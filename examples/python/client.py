@@ -202,7 +202,8 @@ def respond(challenge: Json, keys: Json, identity: Optional[Identity] = None) ->
 
 
 def check_answer(challenge: Json, response: Json, keys: Json) -> None:
-    """The controller's answer to the client's own challenge, which asks for passwords alone."""
+    """The controller's answer to the client's own challenge, which asks for passwords alone. Whoever has
+    seen one password can repeat it: only TLS says which controller answers now."""
     numbers = numbers_of(challenge, response)
     wanted = [password(kind, keys, numbers) for kind in parameter(challenge, "T")]
     if not wanted or parameter(response, "R") != wanted:
@@ -305,7 +306,7 @@ def has_signed(jwk: Json, header: Json, signature: bytes, text: bytes) -> bool:
 
 def verify_access_token(token: str, jwks: Json, now: Optional[int] = None) -> Json:
     """The claims of a token that the controller has issued. `jwks` is its public key, a JSON Web
-    Key, or a set of them. Whether "iss" and "sub" are the expected ones is for the caller."""
+    Key, or a set of them. Whether "iss" and the audience are the expected ones is for the caller."""
     header, claims, signature, signed = parts(token)
     for name in ["alg", "typ"] + ["kid"] * ("kid" in header):
         string(header, name)
