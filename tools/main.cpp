@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "cli/color.hpp"
 #include "cli/command.hpp"
 #include "cli/documents.hpp"
+
+#include <unistd.h>
 
 #include <exception>
 #include <iostream>
@@ -15,7 +18,8 @@ int report(Exit status, const std::string& message)
 {
     // File names and members of documents stand in messages; one of them must not write to the
     // terminal, or in the name of the tool on a line of its own.
-    std::cerr << "bmcoauth: " << harmless(message) << '\n';
+    std::cerr << colored(Shade::bad, "bmcoauth:", STDERR_FILENO) << ' ' << harmless(message)
+              << '\n';
     return static_cast<int>(status);
 }
 

@@ -114,24 +114,19 @@ class ToolTest(unittest.TestCase):
             else:
                 yield (*group, name)
 
-    def on_terminal(self, columns, *arguments, text=b"", environment=None):
-        """Runs the command on a terminal, on which the text is typed, and gives its output and what
-        it wrote to a stderr that is a pipe."""
+    def on_terminal(self, columns, *arguments, environment=None):
+        """Runs the command on a terminal with so many columns, and gives what it prints there."""
         master, slave = pty.openpty()
         fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("4H", 25, columns, 0, 0))
-        settings = termios.tcgetattr(slave)
-        settings[3] &= ~termios.ECHO
-        termios.tcsetattr(slave, termios.TCSANOW, settings)
         run = subprocess.Popen(
             [*self.prefix, *TOOL, *map(str, arguments)],
             stdin=slave,
             stdout=slave,
-            stderr=subprocess.PIPE,
+            stderr=slave,
             cwd=self.directory,
             env={**os.environ, **(environment or {})},
         )
         os.close(slave)
-        os.write(master, text + (b"\4" if text else b""))
         out = b""
         try:
             while block := os.read(master, 4096):
@@ -139,8 +134,8 @@ class ToolTest(unittest.TestCase):
         except OSError:
             pass  # That is how a terminal ends.
         os.close(master)
-        err = run.communicate(timeout=60)[1]
-        return out.decode().replace("\r\n", "\n"), err.decode()
+        run.wait(timeout=60)
+        return out.decode().replace("\r\n", "\n")
 
     def write(self, name, content):
         """A file of the test's directory; text, bytes or a JSON document."""

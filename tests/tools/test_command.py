@@ -3,11 +3,12 @@
 
 import os
 import pathlib
+import pty
 import re
 import resource
 import stat
 import subprocess
-import unittest
+import unittest.mock
 
 import support
 from support import FAILURE, INVALID, SUCCESS, USAGE, ToolTest
@@ -103,7 +104,7 @@ class CommandLine(ToolTest):
 
     def test_help_is_as_wide_as_the_terminal(self):
         for columns, widest in ((60, 60), (90, 90), (300, 100), (10, 60), (0, 80)):
-            out = self.on_terminal(columns, "--help-all")[0]
+            out = self.on_terminal(columns, "--help-all")
             # The table of exit statuses is not wrapped.
             longest = max(len(line) for line in out.splitlines() if not re.match(r"  \d", line))
             self.assertTrue(widest - 12 < longest <= widest, (columns, longest))
@@ -182,6 +183,77 @@ class CommandLine(ToolTest):
             self.assertEqual(
                 outcome.err, b"bmcoauth: only one document can come from standard input\n"
             )
+
+
+GREEN, YELLOW, RED, PLAIN = "\x1b[32m", "\x1b[33m", "\x1b[31m", "\x1b[0m"
+
+
+class Color(ToolTest):
+    def setUp(self):
+        super().setUp()
+        environment = unittest.mock.patch.dict(os.environ)
+        environment.start()
+        self.addCleanup(environment.stop)
+        os.environ.pop("NO_COLOR", None)
+        self.key()
+
+    def check(self, *options, **environment):
+        return self.on_terminal(80, "key", "check", "key.pem", *options, environment=environment)
+
+    def test_is_for_terminals(self):
+        self.assertTrue(self.check().startswith(f"{GREEN}valid{PLAIN}"))
+        self.assertTrue(self.good("key", "check", "key.pem").startswith("valid"))
+
+    def test_is_not_for_who_wants_none(self):
+        for out in (
+            self.check(NO_COLOR="1"),
+            self.check("--color=never"),
+            self.check("--color", "auto", NO_COLOR="1"),
+        ):
+            self.assertTrue(out.startswith("valid"), out)
+        self.assertTrue(self.check(NO_COLOR="").startswith(GREEN))
+
+    def test_can_be_forced(self):
+        self.assertTrue(self.good("key", "check", "key.pem", "--color=always").startswith(GREEN))
+        self.assertTrue(self.check("--color=always", NO_COLOR="1").startswith(GREEN))
+
+    def test_tells_what_is_refused(self):
+        self.write("other.pem", "nonsense")
+        refused = self.tool("key", "check", "other.pem", "--color=always").err.decode()
+        self.assertTrue(refused.startswith(f"{RED}bmcoauth:{PLAIN} other.pem does not"), refused)
+        warned = self.tool("pki", "make", "made", "--color=always").err.decode()
+        self.assertTrue(warned.startswith(f"bmcoauth: {YELLOW}warning:{PLAIN} these"), warned)
+
+    def test_tells_what_is_bad_on_a_device(self):
+        lines = self.tool("doctor", "--key", "missing", "--color=always").out.decode()
+        self.assertRegex(lines, rf"{re.escape(RED)}bad *{re.escape(PLAIN)} *key file")
+        self.assertRegex(lines, rf"{re.escape(GREEN)}ok *{re.escape(PLAIN)} *jsoncpp")
+
+    def test_is_never_in_json(self):
+        self.assertNotIn("\x1b", self.good("key", "check", "key.pem", "--color=always", "--json"))
+
+    def test_has_three_settings(self):
+        self.refused(USAGE, "--color: blue not in", "key", "check", "key.pem", "--color", "blue")
+
+
+class StandardInput(ToolTest):
+    def test_says_on_a_terminal_that_it_waits(self):
+        master, slave = pty.openpty()
+        with subprocess.Popen(
+            [*support.TOOL, "json", "get", "a"], stdin=slave, stderr=subprocess.PIPE
+        ) as run:
+            line = run.stderr.readline()
+            run.kill()
+        os.close(master)
+        os.close(slave)
+        self.assertEqual(line, b"bmcoauth: reading standard input (Ctrl-D ends it)\n")
+
+    def test_says_nothing_where_a_file_is_read(self):
+        document = self.write("doc.json", '{"a":"x"}')
+        self.assertEqual(self.on_terminal(80, "json", "get", "a", document), "x\n")
+
+    def test_says_nothing_of_a_pipe(self):
+        self.assertEqual(self.good("json", "get", "a", text='{"a":"x"}'), "x")
 
 
 class Error(ToolTest):

@@ -51,8 +51,8 @@ void check(const CheckOptions& options)
         printJson(document);
         return;
     }
-    print("valid: " + which + ", " +
-          (name ? "common name " + harmless(*name) : "without a common name"));
+    printGood("valid", ": " + which + ", " +
+                           (name ? "common name " + harmless(*name) : "without a common name"));
 }
 
 struct ChainOptions
@@ -73,7 +73,7 @@ void checkChain(const ChainOptions& options)
     }
     if (!options.json)
     {
-        print("verified: " + chain);
+        printGood("verified", ": " + chain);
         return;
     }
     Json::Value document;

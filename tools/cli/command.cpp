@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/command.hpp"
 
+#include "cli/color.hpp"
 #include "cli/documents.hpp"
 #include "cli/manual.hpp"
 #include "cli/refusal.hpp"
@@ -45,6 +46,14 @@ CLI::Option* addOption(CLI::App& app, const std::string& declaration, Value& val
 {
     const auto [name, type] = declared(declaration);
     return app.add_option(name, value, help)->expected(1)->type_name(type);
+}
+
+/** Has the option take one of @p choices. */
+CLI::Option& limit(CLI::Option& option, const std::vector<std::string>& choices)
+{
+    option.type_name(CLI::detail::join(choices, "|"))
+        ->check(CLI::IsMember(choices).description(""));
+    return option;
 }
 
 /** An option that takes one value each time that it is given, or an argument with several. */
@@ -260,6 +269,11 @@ Command Command::verb(const std::string& name, const std::string& description,
     added.set_help_all_flag();
     added.get_help_ptr()->group(commonGroup);
     added.add_flag(jsonFlag, jsonHelp)->group(commonGroup);
+    const std::vector<std::string> times{"auto", "always", "never"};
+    limit(*added.add_option_function<std::string>(
+              "--color", useColor, "When to use colors (default auto: on terminals)"),
+          times)
+        .group(commonGroup);
     return Command{added};
 }
 
@@ -312,10 +326,7 @@ void Command::json(bool& value) const
 void Command::choice(const std::string& name, std::string& value, const std::string& help,
                      const std::vector<std::string>& choices) const
 {
-    addOption(*app, name, value, help)
-        ->required()
-        ->type_name(CLI::detail::join(choices, "|"))
-        ->check(CLI::IsMember(choices).description(""));
+    limit(*addOption(*app, name, value, help), choices).required();
 }
 
 void Command::number(const std::string& name, std::uint32_t& value, const std::string& help,

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/documents.hpp"
 
+#include "cli/color.hpp"
 #include "cli/refusal.hpp"
 
 #include <json/reader.h>
@@ -122,6 +123,10 @@ void takeStandardInput()
     if (std::exchange(taken, true))
     {
         throw Stop{Exit::usage, "only one document can come from standard input"};
+    }
+    if (isatty(STDIN_FILENO) == 1)
+    {
+        std::cerr << "bmcoauth: reading standard input (Ctrl-D ends it)\n";
     }
 }
 
@@ -250,6 +255,11 @@ std::string textOf(const Json::Value& tree)
     return orStop(jsonText(tree), "the document could not be written");
 }
 
+void printGood(std::string_view verdict, const std::string& details)
+{
+    print(colored(Shade::good, verdict, STDOUT_FILENO) + details);
+}
+
 void printJson(const Json::Value& tree)
 {
     print(textOf(tree));
@@ -259,7 +269,8 @@ void warn(const std::string& message)
 {
     // What was printed until here comes first where both streams end in one place.
     std::cout.flush();
-    std::cerr << "bmcoauth: warning: " << harmless(message) << '\n';
+    std::cerr << "bmcoauth: " << colored(Shade::doubtful, "warning:", STDERR_FILENO) << ' '
+              << harmless(message) << '\n';
 }
 
 } // namespace bmcoauth::tool

@@ -101,6 +101,9 @@ std::vector<std::string_view> viewsOf(std::vector<std::string>&& texts) = delete
 void print(std::string_view text);
 void print(const Text& text);
 
+/** Prints a verdict such as "valid" and what there is to say about it. */
+void printGood(std::string_view verdict, const std::string& details);
+
 /** The text form of @p tree. */
 [[nodiscard]] std::string textOf(const Json::Value& tree);
 

@@ -167,7 +167,9 @@ std::string helpText(const CommandDescription& command, std::size_t width)
     if (isVerb)
     {
         text += "\nExample:\n  " + wrapped(command.example, width, 4, " \\");
-        text += "\nEvery verb takes --json and --help, too: see bmcoauth --help.\n";
+        text +=
+            '\n' + wrapped("Every verb takes --json, --color and --help, too: see bmcoauth --help.",
+                           width, 0);
     }
     return text;
 }

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "cli/color.hpp"
 #include "cli/command.hpp"
 #include "cli/documents.hpp"
 #include "device/doctor.hpp"
+
+#include <unistd.h>
 
 namespace bmcoauth::tool
 {
@@ -28,6 +31,19 @@ std::string levelName(Exit level)
     }
 }
 
+Shade shadeOf(Exit level)
+{
+    switch (level)
+    {
+        case Exit::success:
+            return Shade::good;
+        case Exit::doubtful:
+            return Shade::doubtful;
+        default:
+            return Shade::bad;
+    }
+}
+
 std::string padded(std::string text, std::size_t width)
 {
     text.resize(std::max(text.size(), width), ' ');
@@ -48,8 +64,9 @@ void examine(const Options& options)
         document["findings"].append(entry);
         if (!options.json)
         {
-            print(padded(levelName(finding.level), 10) + padded(finding.subject, 18) +
-                  harmless(finding.text));
+            print(colored(shadeOf(finding.level), padded(levelName(finding.level), 10),
+                          STDOUT_FILENO) +
+                  padded(finding.subject, 18) + harmless(finding.text));
         }
     }
     document["worst"] = levelName(worst);

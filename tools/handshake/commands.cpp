@@ -163,7 +163,7 @@ void check(const CheckOptions& options)
     checkProofs(asked, response, pointerTo(certificate), options);
     if (!options.json)
     {
-        print(options.chain ? "accepted, chain verified" : "accepted");
+        printGood("accepted", options.chain ? ", chain verified" : "");
         return;
     }
     Json::Value document;

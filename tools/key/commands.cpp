@@ -43,7 +43,7 @@ void check(const Options& options)
     }
     if (!options.json)
     {
-        print("valid");
+        printGood("valid", "");
         return;
     }
     Json::Value document;
