@@ -2,10 +2,10 @@
 #include "common/plain_json.hpp"
 
 #include "common/hex.hpp"
+#include "common/text.hpp"
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -85,7 +85,7 @@ private:
     static constexpr unsigned int deepest = 32;
 
     /** As many digits as fit into an integer of 64 bits whatever they are. */
-    static constexpr std::ptrdiff_t mostDigits = 18;
+    static constexpr std::ptrdiff_t longestInteger = 18;
 
     [[nodiscard]] char peek() const noexcept
     {
@@ -270,34 +270,44 @@ private:
             unescaped += escapedCharacters[letter];
             return true;
         }
-        std::optional<char32_t> point = readUnit();
-        if (point && *point >= 0xd800 && *point <= 0xdbff)
-        {
-            // The other half of the pair; whether it is one jsoncpp does not ask either.
-            const std::optional<char32_t> half = take('\\') ? readUnit() : std::nullopt;
-            point = half ? std::optional{0x10000 + ((*point & 0x3ffU) << 10U) + (*half & 0x3ffU)}
-                         : std::nullopt;
-        }
-        if (!point)
+        char32_t point = 0;
+        if (!readUnit(point))
         {
             return false;
         }
-        appendUtf8(*point, unescaped);
+        if (point >= 0xd800 && point <= 0xdbff)
+        {
+            // The other half of the pair; whether it is one jsoncpp does not ask either.
+            char32_t half = 0;
+            if (!take('\\') || !readUnit(half))
+            {
+                return false;
+            }
+            point = 0x10000 + ((point & 0x3ffU) << 10U) + (half & 0x3ffU);
+        }
+        appendUtf8(point, unescaped);
         return true;
     }
 
-    /** The number of "u" and four hexadecimal digits. */
-    std::optional<char32_t> readUnit() noexcept
+    /** Reads the number of "u" and four hexadecimal digits into @p unit, which is 0. */
+    bool readUnit(char32_t& unit) noexcept
     {
-        constexpr std::ptrdiff_t digits = 4;
-        if (!take('u') || end - next < digits)
+        constexpr std::size_t digits = 4;
+        if (!take('u') || static_cast<std::size_t>(end - next) < digits)
         {
-            return std::nullopt;
+            return false;
         }
-        std::uint_least16_t unit = 0;
-        const char* const stop = next + digits;
-        next = std::from_chars(next, stop, unit, 16).ptr;
-        return next == stop ? std::optional<char32_t>{unit} : std::nullopt;
+        for (const char c : std::string_view{next, digits})
+        {
+            const std::size_t digit = std::min(lowerCaseDigits.find(c), upperCaseDigits.find(c));
+            if (digit == std::string_view::npos)
+            {
+                return false;
+            }
+            unit = unit << 4U | static_cast<char32_t>(digit);
+        }
+        next += digits;
+        return true;
     }
 
     bool readInteger(Json::Value& value)
@@ -305,13 +315,11 @@ private:
         const char* const start = next;
         next = std::find_if_not(next, end, [](char c) { return c >= '0' && c <= '9'; });
         const std::ptrdiff_t digits = next - start;
-        if (digits == 0 || digits > mostDigits || (digits > 1 && *start == '0'))
+        if (digits == 0 || digits > longestInteger || (digits > 1 && *start == '0'))
         {
             return false;
         }
-        Json::LargestInt number = 0;
-        std::from_chars(start, next, number);
-        value = number;
+        value = static_cast<Json::LargestInt>(*readDecimal({start, next}));
         return true;
     }
 
@@ -402,6 +410,18 @@ void appendString(std::string_view text, SecretString& out)
     out += '"';
 }
 
+void appendInteger(Json::LargestInt number, SecretString& out)
+{
+    if (number < 0)
+    {
+        out += '-';
+        // The smallest number has no positive counterpart.
+        out += decimal(static_cast<Json::LargestUInt>(-(number + 1)) + 1);
+        return;
+    }
+    out += decimal(static_cast<Json::LargestUInt>(number));
+}
+
 // NOLINTNEXTLINE(misc-no-recursion): as deep as the tree, which jsoncpp writes recursively too
 bool appendObject(const Json::Value& object, SecretString& out)
 {
@@ -480,10 +500,10 @@ bool appendPlainJson(const Json::Value& tree, SecretString& text)
             text += tree.asBool() ? "true" : "false";
             return true;
         case Json::intValue:
-            text += std::to_string(tree.asLargestInt());
+            appendInteger(tree.asLargestInt(), text);
             return true;
         case Json::uintValue:
-            text += std::to_string(tree.asLargestUInt());
+            text += decimal(tree.asLargestUInt());
             return true;
         case Json::stringValue:
             if (!tree.getString(&begin, &end))

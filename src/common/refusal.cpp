@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/refusal.hpp"
 
+#include "common/text.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <initializer_list>
 
@@ -128,10 +129,10 @@ void Refused::noteWanted(const char* text) noexcept
 void Refused::noteWanted(const char* words, std::uint64_t number) noexcept
 {
     std::array<char, sizeof noted.wanted> buffer{};
-    char* const end = std::ranges::copy(std::string_view{words}, buffer.data()).out;
-    *end = ' ';
-    *std::to_chars(end + 1, buffer.data() + buffer.size() - 1, number).ptr = '\0';
-    noteWanted(buffer.data());
+    const std::string_view before{words};
+    char* const digits = writeDecimal(number, buffer.data() + buffer.size() - 1) - 1;
+    *digits = ' ';
+    noteWanted(std::ranges::copy_backward(before, digits).out);
 }
 
 void noteRule(bmcoauth_rule rule) noexcept

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -23,6 +24,16 @@ namespace bmcoauth::internal
 
 /** Compares two texts without regard to the case of ASCII letters, in every locale. */
 [[nodiscard]] bool equalIgnoringCase(std::string_view left, std::string_view right) noexcept;
+
+/** The decimal number @p text; nothing for no digit at all, any other character, and a number beyond 64
+ *  bits. Smaller than std::from_chars, which brings tables for every base. */
+[[nodiscard]] std::optional<std::uint64_t> readDecimal(std::string_view text) noexcept;
+
+/** The most digits that a number has. */
+constexpr std::size_t mostDigits = 20;
+
+/** Writes the digits of @p number before @p end, at most mostDigits; gives where they begin. */
+[[nodiscard]] char* writeDecimal(std::uint64_t number, char* end) noexcept;
 
 /** @p number as a text, as the records carry it. */
 [[nodiscard]] std::string decimal(std::uint64_t number);

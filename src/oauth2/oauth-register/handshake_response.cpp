@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/parameter_list.hpp"
 #include "common/string_array.hpp"
+#include "common/text.hpp"
 #include "crypto/openssl.hpp"
 #include "oauth2/oauth-register/handshake_challenge.hpp"
 #include "oauth2/oauth-register/handshake_proofs.hpp"
@@ -8,7 +9,6 @@
 #include <bmcoauth/handshake.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 #include <optional>
 #include <span>
@@ -63,11 +63,8 @@ std::optional<std::uint64_t> counter(const char* name, std::string_view text)
 {
     // Longer than any number that is sent: peers cut a value there.
     constexpr std::size_t longestText = 24;
-    std::uint64_t number = 0;
-    const std::string_view kept = text.substr(0, longestText);
-    const char* const last = kept.data() + kept.size();
-    const auto [end, error] = std::from_chars(kept.data(), last, number);
-    if (error != std::errc{} || end != last || number == 0 || number == UINT64_MAX)
+    const std::optional<std::uint64_t> number = readDecimal(text.substr(0, longestText));
+    if (!number || *number == 0 || *number == UINT64_MAX)
     {
         return refuse(BMCOAUTH_RULE_HANDSHAKE_COUNTERS).about(name).saw(text);
     }
