@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "common/guard.hpp"
 
+#include "common/owners.hpp"
+
 #include <json/value.h>
 
 #include <new>
@@ -37,6 +39,11 @@ Carried published(Attempt attempt)
 }
 
 } // namespace
+
+void raiseExhausted()
+{
+    throw std::bad_alloc();
+}
 
 Carried runMemory(Step step, const void* captured)
 {

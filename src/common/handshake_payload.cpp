@@ -49,7 +49,7 @@ extern "C" bool get_handshake_payload_paramValue(HandshakePayload* payload, cons
         {
             return false;
         }
-        value = first;
+        value = std::string{first};
         return true;
     });
 }

@@ -62,11 +62,7 @@ void replaceText(char*& out, std::string_view text)
 template <typename Accepts, typename Text>
 StringArray arrayOf(const Json::Value& array, Accepts accepts, Text text)
 {
-    StringArray result = emptyStringArray(array.size());
-    if (!result)
-    {
-        throw std::bad_alloc();
-    }
+    StringArray result = required(emptyStringArray(array.size()));
     char** slot = result.get();
     for (const Json::Value& element : array)
     {
@@ -94,12 +90,7 @@ char** release(StringArray array)
 
 HeapText requireHeapText(std::string_view text)
 {
-    HeapText copy = heapText(text);
-    if (!copy)
-    {
-        throw std::bad_alloc();
-    }
-    return copy;
+    return required(heapText(text));
 }
 
 namespace
@@ -114,7 +105,7 @@ bool parseThroughJsoncpp(std::string_view text, Json::Value& tree)
     // Immutable once made, so one for the process serves every thread.
     static const Json::CharReaderBuilder builder = [] {
         Json::CharReaderBuilder bounded;
-        bounded["stackLimit"] = deepestLevel;
+        bounded.settings_["stackLimit"] = deepestLevel;
         return bounded;
     }();
     const std::unique_ptr<Json::CharReader> reader{builder.newCharReader()};
@@ -252,7 +243,7 @@ bool guardedParse(const Parse& parse)
     {
         if (std::string_view{error.what()}.find("stackLimit") == std::string_view::npos)
         {
-            throw std::bad_alloc();
+            raiseExhausted();
         }
         return refuse(BMCOAUTH_RULE_JSON_NESTING);
     }
@@ -309,7 +300,7 @@ SecretString writtenByJsoncpp(const Json::Value& tree)
 {
     static const Json::StreamWriterBuilder builder = [] {
         Json::StreamWriterBuilder compact;
-        compact["indentation"] = "";
+        compact.settings_["indentation"] = "";
         return compact;
     }();
     const std::unique_ptr<Json::StreamWriter> writer{builder.newStreamWriter()};
@@ -317,7 +308,7 @@ SecretString writtenByJsoncpp(const Json::Value& tree)
     // A stream swallows std::bad_alloc and goes on, with a part of the text missing.
     if (writer->write(tree, &text) != 0 || !text)
     {
-        throw std::bad_alloc();
+        raiseExhausted();
     }
     return SecretString{text.view()};
 }
@@ -524,7 +515,7 @@ std::string json_fastWriter(const Json::Value& tree)
 {
     std::string text;
     guarded([&] {
-        text = jsonText(tree);
+        text.append(jsonText(tree));
         return true;
     });
     return text;

@@ -67,6 +67,20 @@ template <typename T>
     return block;
 }
 
+/** Throws std::bad_alloc. */
+[[noreturn, gnu::cold]] void raiseExhausted();
+
+/** Passes @p owner on; throws std::bad_alloc if it is null. For code that runs inside a guard. */
+template <typename Owner>
+[[nodiscard]] Owner required(Owner owner)
+{
+    if (!owner)
+    {
+        raiseExhausted();
+    }
+    return owner;
+}
+
 /** What the caller of a record writer is promised for a mandatory text that is absent: the
  *  standard library's words, on every standard library. */
 [[noreturn]] inline void raiseNullText()

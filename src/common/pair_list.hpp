@@ -88,11 +88,7 @@ template <typename Owner>
     {
         return refuse(BMCOAUTH_RULE_JSON_MEMBER_TYPE).about(odd->name);
     }
-    Owner list = emptyPairs<Owner>(members.size());
-    if (!list)
-    {
-        throw std::bad_alloc();
-    }
+    Owner list = required(emptyPairs<Owner>(members.size()));
     typename Owner::element_type* next = list.get();
     for (const auto& [name, value] : members)
     {

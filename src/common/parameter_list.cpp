@@ -80,21 +80,12 @@ StringArray valuesOf(const Json::Value& value)
 
 ParameterList emptyParameterList(std::size_t count)
 {
-    ParameterList list{zeroedBlock<HandshakePayload>(count + 1).release()};
-    if (!list)
-    {
-        throw std::bad_alloc();
-    }
-    return list;
+    return ParameterList{required(zeroedBlock<HandshakePayload>(count + 1)).release()};
 }
 
 StringArray stringArrayOf(std::initializer_list<std::string_view> values)
 {
-    StringArray array = emptyStringArray(values.size());
-    if (!array)
-    {
-        throw std::bad_alloc();
-    }
+    StringArray array = required(emptyStringArray(values.size()));
     std::ranges::transform(values, array.get(),
                            [](std::string_view value) { return requireHeapText(value).release(); });
     return array;

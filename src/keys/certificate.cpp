@@ -163,14 +163,9 @@ crypto::X509Ptr readX509(std::string_view pem) noexcept
     return certificate;
 }
 
-std::string certificatePem(std::string_view body)
+HeapText certificatePem(std::string_view body)
 {
-    const HeapText pem = crypto::pemText(PEM_STRING_X509, body);
-    if (!pem)
-    {
-        throw std::bad_alloc();
-    }
-    return pem.get();
+    return required(crypto::pemText(PEM_STRING_X509, body));
 }
 
 char** chainValues(const HandshakePayload* certificate)
@@ -183,10 +178,10 @@ char** chainValues(const HandshakePayload* certificate)
     return values;
 }
 
-std::optional<std::string> firstCertificatePem(const HandshakePayload* certificate)
+HeapText firstCertificatePem(const HandshakePayload* certificate)
 {
     char** values = chainValues(certificate);
-    return values == nullptr ? std::nullopt : std::optional{certificatePem(*values)};
+    return values == nullptr ? nullptr : certificatePem(*values);
 }
 
 bool isNamed(std::string_view pem, const char* commonName) noexcept

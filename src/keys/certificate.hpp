@@ -47,17 +47,17 @@ private:
 /** Reads the first certificate of @p pem into an X509, for what only that can do. */
 [[nodiscard]] crypto::X509Ptr readX509(std::string_view pem) noexcept;
 
-/** The PEM text of the certificate whose bare Base64 text is @p body. */
-[[nodiscard]] std::string certificatePem(std::string_view body);
+/** The PEM text of the certificate whose bare Base64 text is @p body; throws std::bad_alloc. */
+[[nodiscard]] HeapText certificatePem(std::string_view body);
 
 /** The value array of the first "x5c" parameter of @p certificate, which may be null; null if there
  *  is none or it holds no value. The one place where a chain is looked up: the name check and the
  *  verification must not look at different ones. */
 [[nodiscard]] char** chainValues(const HandshakePayload* certificate);
 
-/** The PEM text of the first "x5c" value of @p certificate, which may be null; nothing if it has
- *  none. */
-[[nodiscard]] std::optional<std::string> firstCertificatePem(const HandshakePayload* certificate);
+/** The PEM text of the first "x5c" value of @p certificate, which may be null; null if it has
+ *  none. Throws std::bad_alloc. */
+[[nodiscard]] HeapText firstCertificatePem(const HandshakePayload* certificate);
 
 /** Whether @p pem is a certificate that may stand under @p commonName, or, where that is null,
  *  under any name: see validateX509. */

@@ -60,7 +60,7 @@ bool push(STACK_OF(X509) * stack, crypto::X509Ptr certificate) noexcept
 
 crypto::X509Ptr readBody(const char* body)
 {
-    return readX509(certificatePem(body));
+    return readX509(certificatePem(body).get());
 }
 
 /** The certificates of a chain: the values of "x5c" but the first, unless it is the only one. */

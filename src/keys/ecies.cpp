@@ -19,12 +19,12 @@ namespace
 /** The P-256 key in the first certificate of @p peer; null if there is none. */
 crypto::EcKeyPtr peerKey(const HandshakePayload* peer)
 {
-    const std::optional<std::string> pem = firstCertificatePem(peer);
+    const HeapText pem = firstCertificatePem(peer);
     if (!pem)
     {
         return nullptr;
     }
-    const std::optional<Certificate> certificate = Certificate::read(*pem);
+    const std::optional<Certificate> certificate = Certificate::read(pem.get());
     crypto::EcKeyPtr key = certificate ? certificate->ecKey() : nullptr;
     if (key && !crypto::isP256(*key))
     {

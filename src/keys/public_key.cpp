@@ -111,24 +111,24 @@ KeyRecord recordOf(const Json::Value& object)
     return record;
 }
 
-std::optional<std::string> writtenBy(BIO* memory, bool written)
+HeapText writtenBy(BIO* memory, bool written)
 {
     if (!written)
     {
         return refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED);
     }
-    return std::string{crypto::contents(*memory)};
+    return heapText(crypto::contents(*memory));
 }
 
 } // namespace
 
-std::optional<std::string> ecPublicKeyPem(const char* x, const char* y, const char* curve)
+HeapText ecPublicKeyPem(const char* x, const char* y, const char* curve)
 {
     const crypto::BignumPtr xNumber = number(x, "x");
     const crypto::BignumPtr yNumber = xNumber ? number(y, "y") : nullptr;
     if (!yNumber)
     {
-        return std::nullopt;
+        return nullptr;
     }
     const std::string_view name = curve == nullptr ? "" : curve;
     const crypto::Curve chosen = curveOf(name);
@@ -155,13 +155,13 @@ std::optional<std::string> ecPublicKeyPem(const char* x, const char* y, const ch
                                      static_cast<long>(der.size())) > 0);
 }
 
-std::optional<std::string> rsaPublicKeyPem(const char* n, const char* e)
+HeapText rsaPublicKeyPem(const char* n, const char* e)
 {
     crypto::BignumPtr modulus = number(n, "n");
     crypto::BignumPtr exponent = modulus ? number(e, "e") : nullptr;
     if (!exponent)
     {
-        return std::nullopt;
+        return nullptr;
     }
     const crypto::RsaPtr key{RSA_new()};
     const crypto::BioPtr pem{BIO_new(BIO_s_mem())};
@@ -175,7 +175,7 @@ std::optional<std::string> rsaPublicKeyPem(const char* n, const char* e)
     return writtenBy(pem.get(), PEM_write_bio_RSA_PUBKEY(pem.get(), key.get()) == 1);
 }
 
-std::optional<std::string> publicKeyPem(const Json::Value& key)
+HeapText publicKeyPem(const Json::Value& key)
 {
     const char* const member = stringMember(key, "kty");
     const std::string_view type = member == nullptr ? "" : member;
@@ -201,23 +201,13 @@ KeyRecord parseKey(std::string_view text)
 
 using namespace bmcoauth::internal;
 
-namespace
-{
-
-char* handOver(const std::optional<std::string>& pem)
-{
-    return pem ? heapText(*pem).release() : nullptr;
-}
-
-} // namespace
-
 extern "C" char* createEcPublicKey(const char* x, const char* y, const char* curve)
 {
     if (refusesNull("x y", x, y))
     {
         return refused();
     }
-    return crypto::guardedCrypto([=] { return handOver(keys::ecPublicKeyPem(x, y, curve)); });
+    return crypto::guardedCrypto([=] { return keys::ecPublicKeyPem(x, y, curve).release(); });
 }
 
 extern "C" char* createRsaPublicKey(const char* n, const char* e)
@@ -226,7 +216,7 @@ extern "C" char* createRsaPublicKey(const char* n, const char* e)
     {
         return refused();
     }
-    return crypto::guardedCrypto([=] { return handOver(keys::rsaPublicKeyPem(n, e)); });
+    return crypto::guardedCrypto([=] { return keys::rsaPublicKeyPem(n, e).release(); });
 }
 
 extern "C" int appendPublicKey(char** text)
@@ -241,16 +231,17 @@ extern "C" int appendPublicKey(char** text)
         {
             return 0;
         }
-        std::optional<std::string> pem = keys::publicKeyPem(key);
+        const HeapText pem = keys::publicKeyPem(key);
         if (!pem)
         {
             return 0;
         }
-        if (pem->ends_with('\n'))
+        std::string_view value{pem.get()};
+        if (value.ends_with('\n'))
         {
-            pem->pop_back();
+            value.remove_suffix(1);
         }
-        key["kest_decoded_key"] = *pem;
+        key["kest_decoded_key"] = Json::Value{value.begin(), value.end()};
         rewrite(*text, key);
         return 1;
     });

@@ -1,25 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <json/value.h>
+#include "common/owners.hpp"
 
-#include <optional>
-#include <string>
-#include <string_view>
+#include <json/value.h>
 
 namespace bmcoauth::internal::keys
 {
 
 /** The PEM text of the EC key with these coordinates (Base64url) on the curve that a JSON Web Key
- *  calls @p curve, which may be null; nothing unless they are a point of it. */
-[[nodiscard]] std::optional<std::string> ecPublicKeyPem(const char* x, const char* y,
-                                                        const char* curve);
+ *  calls @p curve, which may be null; null unless they are a point of it. */
+[[nodiscard]] HeapText ecPublicKeyPem(const char* x, const char* y, const char* curve);
 
-/** The PEM text of the RSA key with this modulus and exponent (Base64url); nothing where one of
+/** The PEM text of the RSA key with this modulus and exponent (Base64url); null where one of
  * them does not decode. */
-[[nodiscard]] std::optional<std::string> rsaPublicKeyPem(const char* n, const char* e);
+[[nodiscard]] HeapText rsaPublicKeyPem(const char* n, const char* e);
 
 /** The PEM text of the EC or RSA key that the members of the JSON Web Key @p key describe. */
-[[nodiscard]] std::optional<std::string> publicKeyPem(const Json::Value& key);
+[[nodiscard]] HeapText publicKeyPem(const Json::Value& key);
 
 } // namespace bmcoauth::internal::keys

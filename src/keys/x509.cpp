@@ -71,11 +71,7 @@ std::string bareBody(std::string_view block)
 /** The "x5c" values of the chain @p pem; null when one of its certificates is refused. */
 StringArray chainBodies(std::string_view pem)
 {
-    StringArray bodies = emptyStringArray(countEndMarkers(pem));
-    if (!bodies)
-    {
-        throw std::bad_alloc();
-    }
+    StringArray bodies = required(emptyStringArray(countEndMarkers(pem)));
     char** slot = bodies.get();
     std::size_t start = 0;
     for (std::size_t at = pem.find(endMarker); at != std::string_view::npos;
@@ -138,18 +134,18 @@ extern "C" char* decode_x509_jwk(HandshakePayload* certificate, unsigned int* le
         return refused();
     }
     return guarded([=]() -> char* {
-        const std::optional<std::string> pem = keys::firstCertificatePem(certificate);
+        HeapText pem = keys::firstCertificatePem(certificate);
         if (!pem)
         {
             return nullptr;
         }
-        if (!std::in_range<unsigned int>(pem->size()))
+        const std::size_t size = std::strlen(pem.get());
+        if (!std::in_range<unsigned int>(size))
         {
             return refuse(BMCOAUTH_RULE_ARGUMENT_LENGTH).about("x5c"); // GCOVR_EXCL_LINE: 4 GiB
         }
-        char* text = requireHeapText(*pem).release();
-        *length = static_cast<unsigned int>(pem->size());
-        return text;
+        *length = static_cast<unsigned int>(size);
+        return pem.release();
     });
 }
 
@@ -192,8 +188,8 @@ extern "C" int validate_x509_jwk(HandshakePayload* certificate, const char* comm
         return refused();
     }
     return crypto::guardedCrypto([=]() -> int {
-        const std::optional<std::string> pem = keys::firstCertificatePem(certificate);
-        if (pem && !keys::isNamed(*pem, commonName))
+        const HeapText pem = keys::firstCertificatePem(certificate);
+        if (pem && !keys::isNamed(pem.get(), commonName))
         {
             return refused().at(0);
         }

@@ -56,8 +56,11 @@ std::string quoted(std::string_view text)
  */
 std::string privilegeDocument(const char* subject, unsigned int mask)
 {
-    return R"({"AUTHNZ_USER": [)" + quoted(subject == nullptr ? "" : subject) +
-           R"(],"USER_PRIV": [")" + decimal(mask) + R"("],"singleUse": ["false"]})";
+    std::string document{R"({"AUTHNZ_USER": [)"};
+    return document.append(quoted(subject == nullptr ? "" : subject))
+        .append(R"(],"USER_PRIV": [")")
+        .append(decimal(mask))
+        .append(R"("],"singleUse": ["false"]})");
 }
 
 /** Writes the rights that the claims of @p payload grant into it as scope entries, unless it

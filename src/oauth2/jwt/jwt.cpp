@@ -329,13 +329,13 @@ HeapText makeToken(const JWTHeader& header, const JWTPayload& payload, const uns
         return nullptr;
     }
     std::string token = headerPart.get();
-    token.append(1, '.').append(payloadPart.get());
+    token.append(".").append(payloadPart.get());
     const HeapText signature = signToken(token, der, derLength);
     if (!signature)
     {
         return nullptr;
     }
-    token.append(1, '.').append(signature.get());
+    token.append(".").append(signature.get());
     return heapText(token);
 }
 

@@ -298,12 +298,13 @@ HeapText keyDocument(std::string_view prefix, unsigned int keys, unsigned int to
     Json::Value document{Json::objectValue};
     for (unsigned int number = 1; number - 1 < keys; ++number)
     {
-        const std::string name = std::string{prefix} + decimal(number) + ".0";
+        std::string name{prefix};
+        name.append(decimal(number)).append(".0");
         if (name.size() > longestType)
         {
             return refuse(BMCOAUTH_RULE_ARGUMENT_LENGTH).about("prefix").saw(name);
         }
-        Json::Value& secrets = document[name] = Json::Value{Json::arrayValue};
+        Json::Value& secrets = document[name.c_str()] = Json::Value{Json::arrayValue};
         for (unsigned int i = 0; i < tokens; ++i)
         {
             const SecretText& token = kept.emplace_back(crypto::randomToken(tokenLength));

@@ -111,12 +111,12 @@ bool isOneTimePassword(std::string_view proof, std::string_view secret, std::uin
 
 std::optional<CertificateClaim> claimOf(const HandshakePayload* list, std::string_view token)
 {
-    const std::optional<std::string> pem = keys::firstCertificatePem(list);
+    const HeapText pem = keys::firstCertificatePem(list);
     if (!pem)
     {
         return refuse(BMCOAUTH_RULE_HANDSHAKE_CERTIFICATE).about("x5c");
     }
-    std::optional<keys::Certificate> certificate = keys::Certificate::read(*pem);
+    std::optional<keys::Certificate> certificate = keys::Certificate::read(pem.get());
     const std::optional<std::string_view> name =
         certificate ? commonName(*certificate) : std::nullopt;
     if (!name)

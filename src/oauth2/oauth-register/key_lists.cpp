@@ -28,11 +28,8 @@ bool readList(const Json::Value& object, const char* name, List& list, ReadOne r
     {
         return true;
     }
-    List read{zeroedBlock<typename List::element_type>(std::size_t{array->size()} + 1).release()};
-    if (!read)
-    {
-        throw std::bad_alloc();
-    }
+    List read{required(zeroedBlock<typename List::element_type>(std::size_t{array->size()} + 1))
+                  .release()};
     for (Json::ArrayIndex i = 0; i < array->size(); ++i)
     {
         const Json::Value& element = (*array)[i];
