@@ -1,128 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A client of the token service: token-client SECRETS
+// A client of the token service: token-client NAME SECRETS [CHAIN KEY]
 //
-// Registers, proves itself, works with its tokens, and shows what the service refuses. SECRETS is
-// the key document that the service has, too. Ends with 1 where something went otherwise.
-#include <bmcoauth.hpp>
+// Registers as the device NAME, proves itself, works with its tokens, and shows what the service
+// refuses. SECRETS is the device's key document, which the service has, too; CHAIN and KEY are PEM
+// files of its certificate. Ends with 1 where something went otherwise.
+#include "peer.hpp"
 
-#include <systemd/sd-bus.h>
-
-#include <array>
 #include <cstdlib>
+#include <exception>
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <memory>
-#include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace
 {
-
-using bmcoauth::Document;
-using bmcoauth::Expected;
-using bmcoauth::ParameterList;
-using bmcoauth::Text;
-
-struct Bus
-{
-    struct Release
-    {
-        void operator()(sd_bus* bus) const noexcept
-        {
-            sd_bus_flush_close_unref(bus);
-        }
-    };
-    std::unique_ptr<sd_bus, Release> connection;
-};
-
-/** What the service answers; nothing, and a line about it, where it refuses. */
-std::optional<Document> call(const Bus& bus, const char* method, std::string_view argument)
-{
-    sd_bus_error error = SD_BUS_ERROR_NULL;
-    sd_bus_message* reply = nullptr;
-    const int result = sd_bus_call_method(bus.connection.get(), "org.example.Tokens",
-                                          "/org/example/Tokens", "org.example.Tokens1", method,
-                                          &error, &reply, "s", std::string{argument}.c_str());
-    std::optional<Document> answer;
-    const char* text = nullptr;
-    if (result < 0)
-    {
-        std::cout << method << " is refused: " << error.message << '\n';
-    }
-    else if (sd_bus_message_read(reply, "s", &text) >= 0)
-    {
-        if (Expected<Document> document = Document::parse(text))
-        {
-            answer = std::move(*document);
-        }
-    }
-    sd_bus_error_free(&error);
-    sd_bus_message_unref(reply);
-    return answer;
-}
-
-/** Of a registration: what the client keeps. */
-struct Registered
-{
-    std::string id;
-    std::string secret;
-    ParameterList challenge;
-};
-
-Expected<Text> registrationText()
-{
-    const std::array<std::string_view, 1> uris{"https://client.example/callback"};
-    const std::array<std::string_view, 2> types{"otp1.0", "otp2.0"};
-    const auto request = bmcoauth::RegistrationRequest::of({.redirectUri = uris,
-                                                            .clientName = "example",
-                                                            .softwareId = "example-1",
-                                                            .handshakeTypes = types});
-    return request ? request->write() : request.error();
-}
-
-std::optional<Registered> registerAnew(const Bus& bus)
-{
-    const Expected<Text> text = registrationText();
-    const std::optional<Document> answer =
-        text ? call(bus, "Register", text->view()) : std::nullopt;
-    if (!answer)
-    {
-        return std::nullopt;
-    }
-    const Expected<Text> id = answer->string("client_id");
-    const Expected<Text> secret = answer->string("client_secret");
-    // The challenge is a member of the answer, an object: jsoncpp's reader takes it out as text.
-    Expected<Json::Value> tree = bmcoauth::parseJson(answer->view());
-    const Expected<Text> challengeText =
-        tree ? bmcoauth::readObject(*tree, "handshake_challenge") : tree.error();
-    if (!id || !secret || !challengeText)
-    {
-        return std::nullopt;
-    }
-    Expected<ParameterList> challenge = ParameterList::parse(challengeText->view());
-    if (!challenge)
-    {
-        return std::nullopt;
-    }
-    return Registered{std::string{id->view()}, std::string{secret->view()}, std::move(*challenge)};
-}
-
-/** The service's answer to a request with this proof, or else this refresh token. */
-std::optional<Document> ask(const Bus& bus, const Registered& client, const ParameterList* proof,
-                            std::optional<std::string_view> refreshToken = {})
-{
-    const auto request = bmcoauth::TokenRequest::of({.clientId = client.id,
-                                                     .clientSecret = client.secret,
-                                                     .state = "af0ifjsldkj",
-                                                     .refreshToken = refreshToken,
-                                                     .handshake = proof});
-    const Expected<Text> text = request ? request->write() : request.error();
-    return text ? call(bus, "Issue", text->view()) : std::nullopt;
-}
 
 /** One step of the story: says what it is about, and whether it went as it should. */
 bool step(std::string_view what, bool asItShould)
@@ -131,70 +26,121 @@ bool step(std::string_view what, bool asItShould)
     return asItShould;
 }
 
-bool workWithTokens(const Bus& bus, const std::string& secrets)
+bool isGiven(const Reply& reply)
 {
-    const std::optional<Registered> client = registerAnew(bus);
-    if (!step("the client is registered and challenged", client.has_value()))
-    {
-        return false;
-    }
-    const Expected<ParameterList> proof =
-        bmcoauth::respond(client->challenge, {.secrets = secrets});
-    const std::optional<Document> tokens = proof ? ask(bus, *client, &*proof) : std::nullopt;
-    if (!step("it proves itself and has tokens", tokens.has_value()))
-    {
-        return false;
-    }
-    bool good = step("the same proof is good once", !ask(bus, *client, &*proof));
-
-    const Expected<Text> access = tokens->string("access_token");
-    const Expected<Text> refresh = tokens->string("refresh_token");
-    if (!access || !refresh)
-    {
-        return false;
-    }
-    const std::optional<Document> description = call(bus, "Introspect", access->view());
-    const Expected<bmcoauth::Texts> privileges =
-        description ? description->strings("privileges")
-                    : bmcoauth::Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "description"};
-    good =
-        step("the access token allows to log in and to configure",
-             privileges && privileges->size() == 2 && privileges->range().contains("ravok_login") &&
-                 privileges->range().contains("ravok_configure")) &&
-        good;
-    std::string altered{access->view()};
-    altered[altered.size() / 2] = altered[altered.size() / 2] == 'A' ? 'B' : 'A';
-    const std::optional<Document> other = call(bus, "Introspect", altered);
-    good =
-        step("altered, it is worth nothing", other && !other->boolean("active").value_or(true)) &&
-        good;
-
-    good = step("the refresh token gives new tokens",
-                ask(bus, *client, nullptr, refresh->view()).has_value()) &&
-           good;
-    return step("and is good once, too", !ask(bus, *client, nullptr, refresh->view())) && good;
+    return reply.state == Reply::given;
+}
+/** Whatever is wrong with a client, it is told the same. */
+bool isRefused(const Reply& reply)
+{
+    return reply.text == "org.example.Tokens1.Error.invalid_client: {\"error\":\"invalid_client\"}";
 }
 
-bool guess(const Bus& bus, const std::string& secrets)
+Client registered(const Peer& peer, const Device& device)
 {
-    const std::optional<Registered> client = registerAnew(bus);
-    const std::array<std::string_view, 1> guessed{"00000000"};
-    const std::array parameters{bmcoauth::Parameter{"R", guessed}};
-    const Expected<ParameterList> wrong = ParameterList::of(parameters);
-    if (!client || !wrong)
+    const Reply reply = peer.call("Register", {registrationText(device)});
+    if (!step("the client is registered and challenged", isGiven(reply)))
+    {
+        throw std::runtime_error{reply.text};
+    }
+    return clientIn(reply.text);
+}
+
+Reply refreshed(const Peer& peer, const Client& client, std::string_view token)
+{
+    return peer.call("Issue", {requestOf(client, {.refreshToken = token})});
+}
+
+bool isActive(const Peer& peer, const Tokens& tokens)
+{
+    return peer.call("Introspect", {tokens.access}).text.starts_with(R"({"active":true)");
+}
+
+bool lookAt(const Peer& peer, const Tokens& tokens)
+{
+    const Reply described = peer.call("Introspect", {tokens.access});
+    bool good =
+        step("the access token allows to log in and to configure",
+             described.text.find(R"("scope":"ravok_login ravok_configure")") != std::string::npos);
+    std::string altered = tokens.access;
+    altered[altered.size() / 2] = altered[altered.size() / 2] == 'A' ? 'B' : 'A';
+    return step("altered, it is worth nothing", !isActive(peer, {altered, {}})) && good;
+}
+
+bool workWithTokens(const Peer& peer, const Device& device)
+{
+    const Client client = registered(peer, device);
+    const std::string proof = proofOf(client, device);
+    const Reply reply = peer.call("Issue", {proof});
+    if (!step("it proves itself and has tokens", isGiven(reply)))
     {
         return false;
     }
-    bool good = true;
-    for (int attempt = 0; attempt < 3; ++attempt)
-    {
-        good = step("a guessed password is refused", !ask(bus, *client, &*wrong)) && good;
-    }
-    const Expected<ParameterList> right =
-        bmcoauth::respond(client->challenge, {.secrets = secrets});
-    return step("after three of them even the right one is, for a while",
-                right && !ask(bus, *client, &*right)) &&
+    const Tokens first = tokensIn(reply.text);
+    bool good = step("the same proof is good once", isRefused(peer.call("Issue", {proof})));
+    good = lookAt(peer, first) && good;
+    const Tokens second = tokensIn(refreshed(peer, client, first.refresh).text);
+    good = step("the refresh token gives new tokens", isActive(peer, second)) && good;
+    const Tokens again = tokensIn(refreshed(peer, client, first.refresh).text);
+    good = step("asked at once again, the same one: the answer may have been lost",
+                again.refresh == second.refresh) &&
            good;
+    const Tokens third = tokensIn(refreshed(peer, client, second.refresh).text);
+    good = step("the old one, replayed, is refused",
+                isRefused(refreshed(peer, client, first.refresh))) &&
+           good;
+    good = step("then all tokens are worth nothing", !isActive(peer, third)) && good;
+    return step("and the client must register anew",
+                isRefused(refreshed(peer, client, third.refresh))) &&
+           good;
+}
+
+bool revoke(const Peer& peer, const Device& device)
+{
+    const Client client = registered(peer, device);
+    const Tokens tokens = tokensIn(peer.call("Issue", {proofOf(client, device)}).text);
+    bool good = step("a wrong secret revokes nothing",
+                     isRefused(peer.call("Revoke", {client.id, "guessed", tokens.refresh})));
+    good = step("the tokens are good", isActive(peer, tokens)) && good;
+    good = step("they are revoked",
+                isGiven(peer.call("Revoke", {client.id, client.secret, tokens.refresh}))) &&
+           good;
+    return step("and good no more", !isActive(peer, tokens)) && good;
+}
+
+bool isJudgedGood(const Peer& peer, const Client& client, const Tokens& tokens)
+{
+    return peer.call("Judge", {tokens.access}, judgingService).text == client.id;
+}
+
+/** The other service, which judges tokens without the token service. */
+bool haveItJudged(const Peer& peer, const Device& device)
+{
+    const Client client = registered(peer, device);
+    const Tokens first = tokensIn(peer.call("Issue", {proofOf(client, device)}).text);
+    bool good = step("the judge knows whose token it is", isJudgedGood(peer, client, first));
+    Tokens altered = first;
+    altered.access.insert(altered.access.size() / 2, "A");
+    good = step("and refuses an altered one", !isJudgedGood(peer, client, altered)) && good;
+    good = step("the signing key is replaced", isGiven(peer.call("Rotate", {}))) && good;
+    good = step("the token is still good", isJudgedGood(peer, client, first)) && good;
+    const Tokens second = tokensIn(refreshed(peer, client, first.refresh).text);
+    return step("and so is one of the new key", isJudgedGood(peer, client, second)) && good;
+}
+
+bool guess(const Peer& peer, const Device& device)
+{
+    const Client client = registered(peer, device);
+    const Device other{device.name, R"({"otp1.0":["AAAA"],"otp2.0":["AAAA"]})", device.chain,
+                       device.keyFile};
+    bool good = step("a guessed password is refused",
+                     isRefused(peer.call("Issue", {proofOf(client, other)})));
+    good = step("and uses the challenge up: the right one is refused, too",
+                isRefused(peer.call("Issue", {proofOf(client, device)}))) &&
+           good;
+    const Reply unknown =
+        peer.call("Issue", {requestOf({"nobody", "nothing", {}}, {.refreshToken = "x"})});
+    return step("an unknown client is told the same", isRefused(unknown)) && good;
 }
 
 /** A request of `size` bytes, with a member that nobody reads. */
@@ -207,36 +153,47 @@ std::string padded(std::string_view request, std::size_t size)
            std::string{request.substr(1)};
 }
 
-bool sendTooMuch(const Bus& bus)
+bool sendTooMuch(const Peer& peer, const Device& device)
 {
-    constexpr std::size_t most = 131072;
-    const Expected<Text> text = registrationText();
-    if (!text)
-    {
-        return false;
-    }
-    const bool good = step("a request of 128 KiB is taken",
-                           call(bus, "Register", padded(text->view(), most)).has_value());
+    constexpr std::size_t most = 16384;
+    const std::string text = registrationText(device);
+    const bool good =
+        step("a request of 16 KiB is taken", isGiven(peer.call("Register", {padded(text, most)})));
     return step("one of a byte more is refused",
-                !call(bus, "Register", padded(text->view(), most + 1))) &&
+                !isGiven(peer.call("Register", {padded(text, most + 1)}))) &&
            good;
+}
+
+std::string contents(const char* path)
+{
+    std::ifstream file{path};
+    std::string text{std::istreambuf_iterator<char>{file}, {}};
+    return text.empty() ? throw std::runtime_error{std::string{"cannot read "} + path} : text;
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    std::ifstream file{argc == 2 ? argv[1] : ""};
-    const std::string secrets{std::istreambuf_iterator<char>{file}, {}};
-    sd_bus* raw = nullptr;
-    if (secrets.empty() || sd_bus_open_user(&raw) < 0)
+    if (argc != 3 && argc != 5)
     {
-        std::cerr << "usage: token-client SECRETS, with a bus to speak on\n";
+        std::cerr << "usage: token-client NAME SECRETS [CHAIN KEY]\n";
         return EXIT_FAILURE;
     }
-    Bus bus;
-    bus.connection.reset(raw);
-    bool good = workWithTokens(bus, secrets);
-    good = guess(bus, secrets) && good;
-    return sendTooMuch(bus) && good ? EXIT_SUCCESS : EXIT_FAILURE;
+    try
+    {
+        const Device device{argv[1], contents(argv[2]), argc == 5 ? contents(argv[3]) : "",
+                            argc == 5 ? argv[4] : ""};
+        const Peer peer;
+        bool good = workWithTokens(peer, device);
+        good = revoke(peer, device) && good;
+        good = haveItJudged(peer, device) && good;
+        good = guess(peer, device) && good;
+        return sendTooMuch(peer, device) && good ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
+    catch (const std::exception& error)
+    {
+        std::cerr << "token-client: " << error.what() << '\n';
+        return EXIT_FAILURE;
+    }
 }

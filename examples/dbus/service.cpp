@@ -1,390 +1,295 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A token service on D-Bus: token-service SIGNING_KEY CLIENTS SECRETS
+// A token service on D-Bus: token-service 2|3 STATE DEVICES
 //
-// SIGNING_KEY is a PEM file, which is made if it is not there; CLIENTS a file of SQLite; SECRETS the
-// key document (bmcoauth handshake keys) that clients of the factory have, too. The object
-// /org/example/Tokens has the interface org.example.Tokens1, all of JSON texts:
-//
-//     Register(request) -> response      a client registers and is given a challenge
-//     Issue(request) -> response         it proves itself, or shows a refresh token, for tokens
-//     Introspect(token) -> description   another service asks what a token is good for (RFC 7662)
-//
-// A refusal is the error org.example.Tokens1.Error.NAME, whose message is the OAuth error document.
-// Why something is refused goes to the log alone, which is standard error.
-//
-// The service keeps one thing only in memory, the signing key; it can be killed at any moment.
-#include "clients.hpp"
+// In mode 3, clients prove that they have a device's certificate and know its passwords; in mode 2,
+// the passwords. STATE is a folder for the signing key and the clients, which are made if they are not
+// there. In the folder DEVICES, ID.json is the key document of the device ID, which is the "software_id"
+// of its clients, and each line of the file "rights" says what one may do: a device, behind its
+// privileges; "user:N", behind the word introspect.
+#include "sqlite_store.hpp"
 
-#include <bmcoauth.hpp>
-
+#include <openssl/crypto.h>
 #include <systemd/sd-bus.h>
+#include <systemd/sd-daemon.h>
+#include <systemd/sd-event.h>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
-#include <exception>
-#include <filesystem>
+#include <csignal>
 #include <fstream>
 #include <iostream>
-#include <memory>
-#include <optional>
+#include <iterator>
+#include <set>
+#include <sstream>
 #include <stdexcept>
-#include <string>
-#include <string_view>
-#include <system_error>
-#include <utility>
-#include <vector>
 
 namespace
 {
 
-using bmcoauth::Document;
-using bmcoauth::Error;
-using bmcoauth::Expected;
-using bmcoauth::ParameterList;
-using bmcoauth::PrivateKey;
-using bmcoauth::Privilege;
-using bmcoauth::Text;
-using bmcoauth::TokenRequest;
+using namespace bmcoauth;
+using Answer = Expected<Text, Refusal>;
+using Arguments = std::array<const char*, 3>;
 
-/** What every client may do here. A real service looks it up by who the client is. */
-constexpr bmcoauth::Privileges granted = Privilege::login | Privilege::configure;
-constexpr std::uint32_t tokenSeconds = 600;
-/** Every document fits. A longer text is refused before it is parsed: parsing takes up to 60 times
- *  the memory of the text, and anybody may send one. */
-constexpr std::size_t mostBytes = 131072;
+constexpr const char* path = "/org/example/Tokens";
+constexpr const char* interface = "org.example.Tokens1";
 
 struct Service
 {
-    PrivateKey key;
-    Clients clients;
-    std::string secrets;
+    SigningKeys keys;
+    Registrar<SqliteStore> registrar;
+    TokenEndpoint<SqliteStore> tokens;
+    sd_bus* bus = nullptr;
 };
 
-/** A document, or the error that the caller is told. */
-struct Reply
+/** The key document of a device. Of an unknown one, it is empty: no proof is right. */
+Expected<Text> keyDocument(const std::string& devices, const std::string& id)
 {
-    std::string document;
-    std::optional<oauthError> error = {};
-};
-
-Reply refuse(oauthError error)
-{
-    return {.document = {}, .error = error};
+    const bool isName =
+        !id.empty() && id.find_first_of(std::string_view{"/\0", 2}) == std::string::npos;
+    std::ifstream file;
+    file.rdbuf()->pubsetbuf(nullptr, 0);
+    file.open(isName ? devices + "/" + id + ".json" : "");
+    std::string text{std::istreambuf_iterator<char>{file}, {}};
+    Expected<Text> document = Text::copy(text.empty() ? "{}" : text);
+    OPENSSL_cleanse(text.data(), text.size());
+    return document;
 }
 
-void log(std::string_view what, const Error& why)
+/** What the file "rights" says of `name`. */
+std::set<std::string> rightsOf(const std::string& devices, std::string_view name)
 {
-    std::cerr << "token-service: " << what << " refused: " << why.describe().view() << std::endl;
+    std::ifstream file{devices + "/rights"};
+    for (std::string line, first; std::getline(file, line);)
+    {
+        std::istringstream words{line};
+        if (words >> first && first == name)
+        {
+            return {std::istream_iterator<std::string>{words}, {}};
+        }
+    }
+    return {};
 }
 
-/** Refuses, and logs why. The client is not told: the reason would help an attacker. */
-Reply refuse(oauthError error, std::string_view what, const Error& why)
+Privileges privilegesOf(const std::string& devices, const ClientRecord& client)
 {
-    log(what, why);
-    return refuse(error);
+    Privileges granted;
+    for (const std::string& right : rightsOf(devices, client.softwareId))
+    {
+        const std::optional<Privilege> privilege = privilegeNamed(right);
+        granted = privilege ? granted | *privilege : granted;
+    }
+    return granted;
 }
 
-Reply reply(const Expected<Text>& document)
+TokenFacts factsOf(const ValidToken& token)
 {
-    return document ? Reply{.document = std::string{document->view()}}
-                    : refuse(OAUTH_SERVER_ERROR, "answer", document.error());
+    const Claims claims = token.claims();
+    return {.subject = std::string{claims.subject().value_or("")},
+            .id = std::string{claims.id().value_or("")},
+            .expiresAt = token.expiresAt(),
+            .privileges = token.privileges()};
 }
 
-// ---------------------------------------------------------------------------------- registration --
-
-Reply registerClient(Service& service, const std::string& text)
+TokenFunctions functionsOf(const TokenIssuer& issuer, const TokenValidator& validator,
+                           const std::string& devices)
 {
-    const auto request = bmcoauth::RegistrationRequest::parse(text);
-    if (!request)
-    {
-        return refuse(OAUTH_INVALID_REQUEST, "registration", request.error());
-    }
-    // A controller with the factory's roots would ask for the certificate proof as well
-    // (Proofs::both), check that the request's certificate is that of a factory's device and of this
-    // name (CertificateKey::isValid; verifyChain alone would pass a stranger's certificate before a
-    // device's chain), keep it beside the challenge and hand it to isProven.
-    const Expected<ParameterList> challenge =
-        bmcoauth::serverChallengeFor(*request, bmcoauth::Proofs::oneTimePassword);
-    if (!challenge)
-    {
-        return refuse(OAUTH_INVALID_REQUEST, "registration", challenge.error());
-    }
-    const auto response = bmcoauth::RegistrationResponse::answer(
-        *request, {.secretLifetimeSeconds = 0, .challenge = &*challenge});
-    const Expected<Text> kept = challenge->write();
-    if (!response || !kept)
-    {
-        return refuse(OAUTH_SERVER_ERROR, "registration",
-                      response ? kept.error() : response.error());
-    }
-    const std::optional<Digest> secret = Digest::of(*response->clientSecret());
-    if (!secret || !service.clients.add(*response->clientId(), *secret, *kept, std::time(nullptr)))
-    {
-        return refuse(OAUTH_SERVER_ERROR);
-    }
-    return reply(response->write());
-}
-
-// ------------------------------------------------------------------------------------------ tokens --
-
-bool matches(const std::optional<Digest>& kept, std::optional<std::string_view> secret)
-{
-    const std::optional<Digest> shown = secret ? Digest::of(*secret) : std::nullopt;
-    return kept && shown && kept->equals(*shown);
-}
-
-/** A refresh token that is good, or the right answer to the challenge that has been kept. What the
- *  client says the challenge was is never looked at. */
-Expected<void> isProven(const Service& service, const Client& client, const TokenRequest& request)
-{
-    const Expected<ParameterList> response = request.handshake();
-    if (!response)
-    {
-        return matches(client.refreshToken, request.refreshToken())
-                   ? Expected<void>{}
-                   : Error{BMCOAUTH_RULE_AUTHORIZE_GRANT, "refresh_token"};
-    }
-    if (client.challenge.empty())
-    {
-        return Error{BMCOAUTH_RULE_HANDSHAKE_TYPES, "used challenge"};
-    }
-    return ParameterList::parse(client.challenge).and_then([&](const ParameterList& challenge) {
-        return bmcoauth::isProven(challenge, *response, service.secrets, nullptr);
-    });
-}
-
-Reply issue(Service& service, const std::string& text)
-{
-    const Expected<TokenRequest> request = TokenRequest::parse(text);
-    if (!request)
-    {
-        return refuse(OAUTH_INVALID_REQUEST, "token request", request.error());
-    }
-    const std::time_t now = std::time(nullptr);
-    const std::optional<Client> client = service.clients.find(*request->clientId());
-    // Unknown, wrong secret, locked, wrong proof: always the same answer, which helps nobody who is
-    // trying. A wrong secret does not count as an attempt, or everybody who knows a client's name
-    // could lock it out; and while the door is closed nothing is looked at, the right proof either.
-    if (!client || !matches(client->secret, request->clientSecret()) || now < client->lockedUntil)
-    {
-        return refuse(OAUTH_INVALID_CLIENT);
-    }
-    if (const Expected<void> proven = isProven(service, *client, *request); !proven)
-    {
-        log("proof of " + client->id, proven.error());
-        return refuse(service.clients.noteFailure(*client, now) ? OAUTH_INVALID_CLIENT
-                                                                : OAUTH_SERVER_ERROR);
-    }
-
-    // The entries in which the library gives the user and the rights of delegated tokens, too: who
-    // asks for them later need not know who issued a token.
-    const std::array<std::string_view, 1> user{client->id};
-    const std::array scopes{bmcoauth::ScopeEntry{"AUTHNZ_USER", user}};
-    const auto response = bmcoauth::issueTokens({.state = *request->state(),
-                                                 .subject = client->id,
-                                                 .issuer = "org.example.Tokens",
-                                                 .lifetimeSeconds = tokenSeconds,
-                                                 .scopes = scopes,
-                                                 .privileges = granted},
-                                                service.key);
-    if (!response)
-    {
-        return refuse(OAUTH_SERVER_ERROR, "token", response.error());
-    }
-    // Kept before the tokens leave: a refresh token that is not kept would be refused later, and a
-    // challenge that is not used up could be answered twice.
-    const std::optional<Digest> refresh = Digest::of(*response->refreshToken());
-    if (!refresh || !service.clients.noteSuccess(*client, *refresh))
-    {
-        return refuse(OAUTH_SERVER_ERROR);
-    }
-    return reply(response->write());
-}
-
-Reply introspect(Service& service, const std::string& text)
-{
-    const bmcoauth::Verdict verdict = bmcoauth::validateToken(text, service.key);
-    const bmcoauth::VerifiedToken* const token = verdict.verified();
-    if (token == nullptr)
-    {
-        log("token", *verdict.refusal());
-        // Nothing more, whatever is wrong with it (RFC 7662, section 2.2).
-        return {.document = R"({"active":false})"};
-    }
-    std::vector<std::string_view> names;
-    for (const Privilege privilege :
-         bmcoauth::userPrivileges(*token).value_or(bmcoauth::Privileges{}))
-    {
-        names.push_back(bmcoauth::nameOf(privilege));
-    }
-    Expected<Document> description = Document::parse(R"({"active":true})");
-    const bmcoauth::Claims claims = token->claims();
-    if (!description || !description->setString("sub", claims.subject().value_or("")) ||
-        !description->setString("iss", claims.issuer().value_or("")) ||
-        !description->setStrings("privileges", names))
-    {
-        return refuse(OAUTH_SERVER_ERROR);
-    }
-    return {.document = std::string{description->view()}};
+    return {
+        .issue = issuer,
+        .validate =
+            [&](std::string_view token) { return validator.validate(token).transform(factsOf); },
+        .secrets =
+            [&](const ClientRecord& client) { return keyDocument(devices, client.softwareId); },
+        .privileges = [&](const ClientRecord& client) { return privilegesOf(devices, client); },
+        .mayIntrospect =
+            [&](std::string_view sender) {
+                return rightsOf(devices, sender).contains("introspect");
+            }};
 }
 
 // ------------------------------------------------------------------------------------------- D-Bus --
 
-struct ReleaseBus
+Answer registerClient(Service& service, const Arguments& in, const std::string& sender)
 {
-    void operator()(sd_bus* bus) const noexcept
-    {
-        sd_bus_flush_close_unref(bus);
-    }
-};
+    return service.registrar.answer(in[0], sender);
+}
+Answer issue(Service& service, const Arguments& in, const std::string& sender)
+{
+    return service.tokens.answer(in[0], sender);
+}
+Answer revoke(Service& service, const Arguments& in, const std::string& /*sender*/)
+{
+    return service.tokens.revoke(in[0], in[1], in[2]).transform([] { return Text{}; });
+}
+Answer introspect(Service& service, const Arguments& in, const std::string& sender)
+{
+    return service.tokens.introspect(in[0], sender);
+}
+Answer publish(Service& service, const Arguments& /*in*/, const std::string& /*sender*/)
+{
+    Expected<Text> jwks = Text::copy(service.keys.jwks());
+    return jwks ? Answer{*std::move(jwks)} : Refusal{OAUTH_SERVER_ERROR, jwks.error()};
+}
+Answer rotate(Service& service, const Arguments& /*in*/, const std::string& /*sender*/)
+{
+    const Expected<void> rotated = service.keys.rotate();
+    sd_bus_emit_signal(service.bus, path, interface, "KeysChanged", "");
+    return rotated ? Answer{Text{}} : Refusal{OAUTH_SERVER_ERROR, rotated.error()};
+}
 
-template <Reply (*Answer)(Service&, const std::string&)>
-int method(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/)
+/** The user who sends `message`, as the bus knows it. */
+std::string senderOf(sd_bus_message* message)
 {
-    const char* text = nullptr;
-    const int read = sd_bus_message_read(message, "s", &text);
-    if (read < 0)
+    sd_bus_creds* creds = nullptr;
+    uid_t user = 0;
+    const bool known = sd_bus_query_sender_creds(message, SD_BUS_CREDS_EUID, &creds) >= 0 &&
+                       sd_bus_creds_get_euid(creds, &user) >= 0;
+    sd_bus_creds_unref(creds);
+    return known ? "user:" + std::to_string(user) : "nobody";
+}
+
+template <Answer (*handle)(Service&, const Arguments&, const std::string& sender)>
+int method(sd_bus_message* message, void* service, sd_bus_error* /*error*/)
+{
+    Arguments in{};
+    if (const int read = sd_bus_message_read(message, sd_bus_message_get_signature(message, 1),
+                                             &in[0], &in[1], &in[2]);
+        read < 0)
     {
         return read;
     }
-    const Reply answer = std::strlen(text) > mostBytes
-                             ? refuse(OAUTH_INVALID_REQUEST)
-                             : Answer(*static_cast<Service*>(userdata), text);
-    if (!answer.error)
+    const std::string sender = senderOf(message);
+    const Answer answer = handle(*static_cast<Service*>(service), in, sender);
+    if (answer)
     {
-        return sd_bus_reply_method_return(message, "s", answer.document.c_str());
+        return sd_bus_reply_method_return(message, answer->view().empty() ? "" : "s",
+                                          answer->c_str());
     }
+    // The reason is for the log alone: it would help an attacker.
+    std::cerr << "token-service: " << sd_bus_message_get_member(message) << " of " << sender
+              << " refused: " << answer.error().describe().view() << std::endl;
     const std::string name =
-        "org.example.Tokens1.Error." + std::string{bmcoauth::errorText(*answer.error)};
-    const Expected<Text> document = bmcoauth::errorDocument(*answer.error);
+        std::string{interface}.append(".Error.").append(errorText(answer.error().code()));
+    const Expected<Text> document = answer.error().document();
     return sd_bus_reply_method_errorf(message, name.c_str(), "%s",
                                       document ? document->c_str() : "");
 }
 
-// Who may call what is the bus's business: on a controller its policy lets the web server alone call
-// Register and Issue.
 // NOLINTBEGIN(cppcoreguidelines-pro-type-const-cast): the macros are C.
 constexpr std::array table{
-    sd_bus_vtable SD_BUS_VTABLE_START(0),
-    sd_bus_vtable SD_BUS_METHOD("Register", "s", "s", method<registerClient>,
-                                SD_BUS_VTABLE_UNPRIVILEGED),
-    sd_bus_vtable SD_BUS_METHOD("Issue", "s", "s", method<issue>, SD_BUS_VTABLE_UNPRIVILEGED),
-    sd_bus_vtable SD_BUS_METHOD("Introspect", "s", "s", method<introspect>,
-                                SD_BUS_VTABLE_UNPRIVILEGED),
+    sd_bus_vtable SD_BUS_VTABLE_START(SD_BUS_VTABLE_UNPRIVILEGED),
+    sd_bus_vtable SD_BUS_METHOD_WITH_NAMES("Register", "s", SD_BUS_PARAM(request), "s",
+                                           SD_BUS_PARAM(response), method<registerClient>,
+                                           SD_BUS_VTABLE_UNPRIVILEGED),
+    sd_bus_vtable SD_BUS_METHOD_WITH_NAMES("Issue", "s", SD_BUS_PARAM(request), "s",
+                                           SD_BUS_PARAM(response), method<issue>,
+                                           SD_BUS_VTABLE_UNPRIVILEGED),
+    sd_bus_vtable SD_BUS_METHOD_WITH_NAMES(
+        "Revoke", "sss", SD_BUS_PARAM(client_id) SD_BUS_PARAM(client_secret) SD_BUS_PARAM(token),
+        "", "", method<revoke>, SD_BUS_VTABLE_UNPRIVILEGED),
+    sd_bus_vtable SD_BUS_METHOD_WITH_NAMES("Introspect", "s", SD_BUS_PARAM(token), "s",
+                                           SD_BUS_PARAM(description), method<introspect>,
+                                           SD_BUS_VTABLE_UNPRIVILEGED),
+    sd_bus_vtable SD_BUS_METHOD_WITH_NAMES("Keys", "", "", "s", SD_BUS_PARAM(jwks), method<publish>,
+                                           SD_BUS_VTABLE_UNPRIVILEGED),
+    // For root and the service's own user alone.
+    sd_bus_vtable SD_BUS_METHOD_WITH_NAMES("Rotate", "", "", "", "", method<rotate>, 0),
+    sd_bus_vtable SD_BUS_SIGNAL("KeysChanged", "", 0),
     sd_bus_vtable SD_BUS_VTABLE_END,
 };
 // NOLINTEND(cppcoreguidelines-pro-type-const-cast)
 
-[[noreturn]] void fail(const std::string& what, int error)
+template <typename T>
+T required(Expected<T> result, const std::string& about)
 {
-    throw std::system_error{error, std::generic_category(), what};
+    if (!result)
+    {
+        throw std::runtime_error{about + ": " + std::string{result.error().describe().view()}};
+    }
+    return *std::move(result);
+}
+void require(int result, const char* about)
+{
+    if (result < 0)
+    {
+        throw std::system_error{-result, std::generic_category(), about};
+    }
 }
 
+/** Until a signal ends it. */
 void serve(Service& service)
 {
-    sd_bus* raw = nullptr;
-    // A controller's services meet on the system bus: sd_bus_open_system.
-    if (const int opened = sd_bus_open_user(&raw); opened < 0)
+    sd_event* event = nullptr;
+    require(sd_event_default(&event), "event loop");
+    const std::unique_ptr<sd_event, decltype(&sd_event_unref)> loop{event, sd_event_unref};
+    for (const int signal : {SIGTERM, SIGINT})
     {
-        fail("cannot reach the bus", -opened);
+        require(sd_event_add_signal(event, nullptr, signal, nullptr, nullptr), "signals");
     }
-    const std::unique_ptr<sd_bus, ReleaseBus> bus{raw};
-    if (const int added = sd_bus_add_object_vtable(bus.get(), nullptr, "/org/example/Tokens",
-                                                   "org.example.Tokens1", table.data(), &service);
-        added < 0)
-    {
-        fail("cannot offer /org/example/Tokens", -added);
-    }
-    if (const int requested = sd_bus_request_name(bus.get(), "org.example.Tokens", 0);
-        requested < 0)
-    {
-        fail("cannot own the name org.example.Tokens", -requested);
-    }
+    // On a controller, services meet on the system bus.
+    const bool isSession =
+        std::getenv("DBUS_SESSION_BUS_ADDRESS") != nullptr; // NOLINT(concurrency-mt-unsafe)
+    require(isSession ? sd_bus_open_user(&service.bus) : sd_bus_open_system(&service.bus), "bus");
+    const std::unique_ptr<sd_bus, decltype(&sd_bus_flush_close_unref)> bus{
+        service.bus, sd_bus_flush_close_unref};
+    require(sd_bus_set_exit_on_disconnect(bus.get(), 1), "bus");
+    require(sd_bus_add_object_vtable(bus.get(), nullptr, path, interface, table.data(), &service),
+            path);
+    require(sd_bus_request_name(bus.get(), "org.example.Tokens", 0), "org.example.Tokens");
+    require(sd_bus_attach_event(bus.get(), event, SD_EVENT_PRIORITY_NORMAL), "event loop");
     std::cout << "ready" << std::endl;
-    for (;;)
-    {
-        const int processed = sd_bus_process(bus.get(), nullptr);
-        if (processed < 0 || (processed == 0 && sd_bus_wait(bus.get(), UINT64_MAX) < 0))
-        {
-            // The bus has gone.
-            return;
-        }
-    }
+    sd_notify(0, "READY=1");
+    require(sd_event_loop(event), "event loop");
 }
 
-// ------------------------------------------------------------------------------------------- start --
-
-std::string contents(const std::string& path)
+void run(bool asksForBoth, const std::string& state, const std::string& devices)
 {
-    std::ifstream file{path};
-    std::string text;
-    // A text ends at a zero byte. A folder opens; reading it fails.
-    std::getline(file, text, '\0');
-    if (!file.is_open() || file.bad())
-    {
-        fail(path, errno);
-    }
-    return text;
-}
-
-/** The signing key. A new one is made only if there is nothing at `path`, not if the file cannot be
- *  read: a new key makes all tokens out there worthless. */
-PrivateKey signingKey(const std::string& path)
-{
-    struct stat status
-    {
-    };
-    // A link that leads nowhere is there: its target may be on a disk that is not mounted yet.
-    if (lstat(path.c_str(), &status) != 0)
-    {
-        if (errno != ENOENT)
-        {
-            fail(path, errno);
-        }
-        const std::filesystem::path folder = std::filesystem::path{path}.replace_filename(".");
-        if (!PrivateKey::loadOrCreate(path))
-        {
-            // The library does not say why.
-            fail("cannot make " + path, access(folder.c_str(), W_OK) != 0 ? errno : EIO);
-        }
-    }
-    else if (access(path.c_str(), R_OK) != 0)
-    {
-        fail(path, errno);
-    }
-    Expected<PrivateKey> key = PrivateKey::fromFile(path);
-    if (!key)
-    {
-        throw std::runtime_error{path + ": not an unencrypted P-256 private key in PEM form"};
-    }
-    return std::move(*key);
+    const SigningKeys keys = required(SigningKeys::loadOrCreate(state + "/signing.pem"), state);
+    const std::string name = "org.example.Tokens";
+    const TokenIssuer issuer = required(
+        TokenIssuer::of(keys, {.issuer = name, .audience = name}, systemClock()), "issuer");
+    // Whether a token's client has been removed, the endpoint asks.
+    const TokenValidator validator =
+        required(TokenValidator::of(keys.verificationKeys(),
+                                    {.issuer = name,
+                                     .audience = name,
+                                     .longestLifetime = std::chrono::hours{1},
+                                     .revoked = ignored},
+                                    systemClock()),
+                 "validator");
+    const auto clients = required(SqliteStore::open(state + "/clients.db"), state);
+    Service service{
+        .keys = keys,
+        .registrar =
+            required(Registrar<SqliteStore>::of(
+                         *clients, {.proofs = asksForBoth ? Proofs::both : Proofs::oneTimePassword,
+                                    .redirectUris = {"https://client.example/callback"}}),
+                     "registrar"),
+        .tokens = required(
+            TokenEndpoint<SqliteStore>::of(*clients, functionsOf(issuer, validator, devices)),
+            "tokens")};
+    serve(service);
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc != 4)
+    const std::string mode = argc == 4 ? argv[1] : "";
+    if (mode != "2" && mode != "3")
     {
-        std::cerr << "usage: token-service SIGNING_KEY CLIENTS SECRETS\n";
+        std::cerr << "usage: token-service 2|3 STATE DEVICES\n";
         return EXIT_FAILURE;
     }
-    // Whatever is made here is for this user alone, the files beside the data base included.
     umask(077);
+    sigset_t ends;
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGTERM);
+    sigaddset(&ends, SIGINT);
+    sigprocmask(SIG_BLOCK, &ends, nullptr);
     try
     {
-        Service service{.key = signingKey(argv[1]),
-                        .clients = Clients::open(argv[2]),
-                        .secrets = contents(argv[3])};
-        serve(service);
+        run(mode == "3", argv[2], argv[3]);
     }
     catch (const std::exception& error)
     {

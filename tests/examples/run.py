@@ -2,11 +2,14 @@
 """run.py EXAMPLE PROGRAM...: runs an example as its readers would, and looks at
 what it does. Ends with a complaint where it does something else."""
 
+import contextlib
 import os
 import pathlib
 import re
 import shlex
 import shutil
+import signal
+import socket
 import subprocess
 import sys
 import tempfile
@@ -16,7 +19,8 @@ EMULATOR = shlex.split(os.environ.get("MESON_EXE_WRAPPER", ""))
 
 
 # Why the daemon refuses what its client tries.
-DAEMON_RULES = {"authorize.grant", "handshake.proof-wrong", "handshake.types", "token.signature"}
+DAEMON_RULES = {"argument.length", "client.challenge-used", "client.refresh-reused", "client.secret", "client.unknown",
+                "handshake.proof-wrong"}
 
 
 def run(*command, status=0, text=""):
@@ -68,72 +72,115 @@ def ecies(program):
         run(program, "open", status=1)
 
 
-def dbus(service, client, directory):
+@contextlib.contextmanager
+def bus(directory):
+    """A bus of its own."""
     if not shutil.which("dbus-daemon"):
         sys.exit("there is no dbus-daemon")
+    with subprocess.Popen(
+        ["dbus-daemon", "--nofork", "--print-address", f"--config-file={directory / 'bus.conf'}"],
+        stdout=subprocess.PIPE, text=True) as daemon:
+        try:
+            os.environ["DBUS_SESSION_BUS_ADDRESS"] = daemon.stdout.readline().strip()
+            yield
+        finally:
+            daemon.terminate()
+
+
+@contextlib.contextmanager
+def started(place, *command, end=signal.SIGTERM, status=0):
+    """A service that says when it is ready; its log is in place/log."""
+    (place / "notify").unlink(missing_ok=True)
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as told, open(place / "log", "w", encoding="utf-8") as log:
+        told.bind(str(place / "notify"))
+        told.settimeout(60)
+        running = subprocess.Popen([*map(str, command)], stderr=log,
+                                   env={**os.environ, "NOTIFY_SOCKET": str(place / "notify")})
+        try:
+            expect("the notification", told.recv(100), b"READY=1")
+            yield
+        finally:
+            running.send_signal(end)
+            expect(f"the end of {command}", running.wait(60), status)
+
+
+def dbus(directory, tool, service, judge, client, _load):
     data = pathlib.Path(directory)
-    with tempfile.TemporaryDirectory() as name:
-        with subprocess.Popen(
-            ["dbus-daemon", "--nofork", "--print-address", f"--config-file={data / 'bus.conf'}"],
-            stdout=subprocess.PIPE, text=True) as bus:
-            try:
-                os.environ["DBUS_SESSION_BUS_ADDRESS"] = bus.stdout.readline().strip()
-                play(service, client, data / "secrets.json", pathlib.Path(name))
-            finally:
-                bus.terminate()
+    with tempfile.TemporaryDirectory() as name, bus(data):
+        place = pathlib.Path(name)
+        for folder in "state", "devices", "judge":
+            (place / folder).mkdir()
+        shutil.copy(data / "secrets.json", place / "devices" / "dev-1.json")
+        (place / "devices" / "rights").write_text(
+            f"dev-1 ravok_login ravok_configure\nuser:{os.getuid()} introspect\n", encoding="ascii")
+        run(tool, "pki", "make", "--device", "dev-1", place / "pki")
+        play(place, data, service, judge, client)
+        refuse_to_start(place, service)
 
 
-def play(service, client, secrets, directory):
-    files = [str(directory / "signing.pem"), str(directory / "clients.db"), str(secrets)]
-    for _ in "first", "again":
-        # The second time the key and the clients are there already.
-        with subprocess.Popen([*EMULATOR, service, *files], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                              text=True) as running:
-            try:
-                expect("the service", running.stdout.readline(), "ready\n")
-                said = run(client, secrets)
-                expect("what went wrong", [line for line in said.splitlines() if line.startswith("WRONG")], [])
-                expect("the steps", said.count("as it should: "), 13)
-                expect("the refusals", said.count('{"error":"invalid_client"}'), 6)
-            finally:
-                running.terminate()
-            log = running.stderr.read()
-        expect("the rules in the log", set(re.findall(r" refused: ([a-z.-]+)", log)), DAEMON_RULES)
-        for name in files[:2]:
-            expect(f"the mode of {name}", pathlib.Path(name).stat().st_mode & 0o777, 0o600)
-        # Others could read the clients that an earlier version made.
-        pathlib.Path(files[1]).chmod(0o644)
-    refuse_to_start(service, files, directory)
+def play(place, data, service, judge, client):
+    made = place / "pki"
+    proof = [made / "dev-1-chain.pem", made / "dev-1.key"]
+    log = place / "log"
+    sandbox = [data.parent.parent / "tools" / "bmcoauth-sandbox", "--roots", made, "--"]
+    can_have_roots = subprocess.run([*sandbox, "true"], capture_output=True, check=False).returncode == 0
+    # The second time, the key and the clients are there already; the third time after a crash.
+    for mode, end, status in ("2", signal.SIGTERM, 0), ("2", signal.SIGKILL, -9), ("3", signal.SIGINT, 0):
+        if mode == "3" and not can_have_roots:
+            continue
+        before = sandbox if mode == "3" else []
+        with started(place, *before, *EMULATOR, service, mode, place / "state", place / "devices", end=end,
+                     status=status), \
+                started(place / "judge", *EMULATOR, judge, status=-signal.SIGTERM):
+            said = run(client, "dev-1", place / "devices" / "dev-1.json", *(proof if mode == "3" else []))
+            expect("what went wrong", [line for line in said.splitlines() if line.startswith("WRONG")], [])
+            expect("the steps", said.count("as it should: "), 27)
+        found = set(re.findall(r" refused: ([a-z.-]+)", log.read_text(encoding="utf-8")))
+        expect("the rules in the log", found, DAEMON_RULES)
+        for file in (place / "state").iterdir():
+            expect(f"the mode of {file}", file.stat().st_mode & 0o777, 0o600)
 
 
-def refuse_to_start(service, files, directory):
-    """A file that cannot be used ends the service with its name and the cause, and stays as it is."""
-    key, clients, secrets = files
-    missing, text, encrypted = (directory / name for name in ("missing", "text", "encrypted.pem"))
-    text.write_text("no file of SQLite, and no key\n" * 64, encoding="ascii")
-    subprocess.run(["openssl", "ec", "-in", key, "-aes128", "-passout", "pass:x", "-out", encrypted],
-                   capture_output=True, check=True)
-    link = directory / "link"
-    link.symlink_to(missing)
-    no_key = "not an unencrypted P-256 private key in PEM form"
-    for arguments, wanted in (
-        ([missing / "key.pem", clients, secrets], f"cannot make {missing}/key.pem: No such file or directory"),
-        ([text / "key.pem", clients, secrets], f"{text}/key.pem: Not a directory"),
-        ([link, clients, secrets], f"{link}: No such file or directory"),
-        ([directory, clients, secrets], f"{directory}: {no_key}"),
-        ([encrypted, clients, secrets], f"{encrypted}: {no_key}"),
-        ([key, directory, secrets], f"{directory}: unable to open database file (Is a directory)"),
-        ([key, text, secrets], f"{text}: file is not a database"),
-        ([key, clients, missing], f"{missing}: No such file or directory"),
-        ([key, clients, directory], f"{directory}: Is a directory"),
+def refuse_to_start(place, service):
+    """Files that cannot be used end the service with the cause, and stay as they are."""
+    missing, bad = place / "missing", place / "bad"
+    for folder, file in ("key", "signing.pem"), ("clients", "clients.db"):
+        shutil.copytree(place / "state", bad / folder)
+        (bad / folder / file).write_text("no file of SQLite, and no key\n" * 64, encoding="ascii")
+    for state, wanted in (
+        (missing, f"{missing}: file.unwritable"),
+        (bad / "key", f"{bad / 'key'}: key."),
+        (bad / "clients", f"{bad / 'clients'}: client.store-failed: file is not a database"),
     ):
-        before = {path: path.read_bytes() for path in directory.iterdir() if path.is_file()}
-        done = subprocess.run([*EMULATOR, service, *map(str, arguments)], capture_output=True, text=True,
+        before = {path: path.read_bytes() for path in bad.rglob("*") if path.is_file()}
+        done = subprocess.run([*EMULATOR, service, "2", state, place / "devices"], capture_output=True, text=True,
                               stdin=subprocess.DEVNULL, timeout=30, check=False)
-        expect("what stops the service", (done.returncode, done.stderr), (1, f"token-service: {wanted}\n"))
-        after = {path: path.read_bytes() for path in directory.iterdir() if path.is_file()}
+        expect("the status", done.returncode, 1)
+        expect("what stops the service", done.stderr[:len("token-service: " + wanted)], "token-service: " + wanted)
+        after = {path: path.read_bytes() for path in bad.rglob("*") if path.is_file()}
         expect("the files", after, before)
+    run(service, "4", place / "state", place / "devices", status=1)
+
+
+def dbus_load(directory, service, _judge, _client, load):
+    """The short form of the load test."""
+    data = pathlib.Path(directory)
+    with bus(data):
+        done = subprocess.run([sys.executable, data / "load.py", "--seconds", "5", "--kill-every", "2.5", service, load],
+                              capture_output=True, text=True, check=False)
+    expect("the status", (done.returncode, done.stdout + done.stderr if done.returncode else ""), (0, ""))
+    expect("nothing lost", "faults: 0\n" in done.stdout, True)
+
+
+def dbus_units(directory):
+    """The units are hardened, as far as systemd can tell."""
+    if not shutil.which("systemd-analyze"):
+        sys.exit(77)
+    for unit in "token-service.service", "token-judge.service":
+        subprocess.run(["systemd-analyze", "security", "--offline=true", "--no-pager", "--threshold=20",
+                        pathlib.Path(directory) / unit],
+                       stdout=subprocess.DEVNULL, check=True)
 
 
 if __name__ == "__main__":
-    {"delegated": delegated, "ecies": ecies, "dbus": dbus}[sys.argv[1]](*sys.argv[2:])
+    {"delegated": delegated, "ecies": ecies, "dbus": dbus, "dbus-load": dbus_load, "dbus-units": dbus_units}[sys.argv[1]](*sys.argv[2:])

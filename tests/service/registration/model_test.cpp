@@ -4,6 +4,7 @@
 // operations of its store, before or after one: the call ends there, and what it has done so far
 // stays.
 #include "service_support.hpp"
+#include "stores.hpp"
 
 #include <algorithm>
 #include <array>
@@ -34,6 +35,7 @@ struct Killed : std::exception
 };
 
 /** A store that outlives the process, which ends at the store's operation `left`. */
+template <Store Kind>
 class DeadlyStore
 {
 public:
@@ -72,7 +74,7 @@ public:
     /** Begins anew. */
     void clear()
     {
-        kept.emplace();
+        kept.clear();
     }
 
 private:
@@ -92,7 +94,7 @@ private:
         return result;
     }
 
-    std::optional<MemoryStore> kept{std::in_place};
+    Kept<Kind> kept;
     int left = 0;
     bool isAfter = false;
 };
@@ -175,6 +177,7 @@ struct ModelClient
     }
 };
 
+template <typename Kind>
 struct Model : ::testing::Test
 {
     static constexpr FailureRate bySender{.burst = 2, .interval = 300s};
@@ -185,7 +188,7 @@ struct Model : ::testing::Test
     // NOLINTNEXTLINE(cert-msc51-cpp): each run is seeded with its number, to be run again.
     std::mt19937 random{1};
     SetClock time;
-    DeadlyStore store;
+    DeadlyStore<Kind> store;
     TestIssuer issuer{time};
     std::vector<ModelClient> clients;
     /** When wrong proofs were answered, by sender; "" for all. */
@@ -220,9 +223,9 @@ struct Model : ::testing::Test
         return result;
     }
 
-    [[nodiscard]] TokenEndpoint<DeadlyStore> endpoint()
+    [[nodiscard]] TokenEndpoint<DeadlyStore<Kind>> endpoint()
     {
-        return TokenEndpoint<DeadlyStore>::of(
+        return TokenEndpoint<DeadlyStore<Kind>>::of(
                    store,
                    {.issue = [this](std::string_view subject,
                                     Privileges given) { return issuer.issue(subject, given); },
@@ -245,12 +248,12 @@ struct Model : ::testing::Test
     {
         ModelClient one{.client = {}, .challengeEnd = time.now() + 300s, .end = time.now() + life};
         const auto call = [&] {
-            return Registrar<DeadlyStore>::of(store,
-                                              {.proofs = Proofs::oneTimePassword,
-                                               .redirectUris = {"https://client.example/"},
-                                               .clientLifetime = life,
-                                               .limits = {.pending = 1000, .proven = 1000}},
-                                              time.clock())
+            return Registrar<DeadlyStore<Kind>>::of(store,
+                                                    {.proofs = Proofs::oneTimePassword,
+                                                     .redirectUris = {"https://client.example/"},
+                                                     .clientLifetime = life,
+                                                     .limits = {.pending = 1000, .proven = 1000}},
+                                                    time.clock())
                 .value()
                 .answer(one.client.registration(), "sender");
         };
@@ -449,21 +452,23 @@ struct Model : ::testing::Test
     }
 };
 
-TEST_F(Model, IsWhatTheServiceDoesHoweverOftenItIsKilled)
+TYPED_TEST_SUITE(Model, AllStores);
+
+TYPED_TEST(Model, IsWhatTheServiceDoesHoweverOftenItIsKilled)
 {
     constexpr int runs = 40;
     constexpr int steps = 250;
-    for (int seed = 1; seed <= runs && !HasFailure(); ++seed)
+    for (int seed = 1; seed <= runs && !this->HasFailure(); ++seed)
     {
         SCOPED_TRACE("seed " + std::to_string(seed));
-        random.seed(static_cast<std::mt19937::result_type>(seed));
-        clients.clear();
-        guesses.clear();
-        attempts.clear();
-        store.clear();
-        for (int i = 0; i < steps && !HasFailure(); ++i)
+        this->random.seed(static_cast<std::mt19937::result_type>(seed));
+        this->clients.clear();
+        this->guesses.clear();
+        this->attempts.clear();
+        this->store.clear();
+        for (int i = 0; i < steps && !this->HasFailure(); ++i)
         {
-            step();
+            this->step();
         }
     }
     // A model that sees nothing happen proves nothing.
@@ -471,7 +476,7 @@ TEST_F(Model, IsWhatTheServiceDoesHoweverOftenItIsKilled)
                               "client.locked", "client.challenge-used", "client.challenge-expired",
                               "client.refresh-reused", "client.refresh-expired", "client.unknown"})
     {
-        EXPECT_GT(seen[event], 5) << event;
+        EXPECT_GT(this->seen[event], 5) << event;
     }
 }
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "stores.hpp"
 #include "support/refusals.hpp"
 
 #include <bmcoauth/service/store.hpp>
@@ -22,8 +23,6 @@ namespace bmcoauth
 namespace
 {
 
-static_assert(Store<MemoryStore>);
-
 constexpr sys_seconds now{1000s};
 
 ClientRecord clientOf(std::string_view id, std::string_view sender = "sender",
@@ -45,14 +44,24 @@ ClientRecord provenClientOf(std::string_view id, std::string_view sender = "send
     return client;
 }
 
-bool holds(const MemoryStore& store, std::string_view id)
+template <Store S>
+bool holds(S& store, std::string_view id)
 {
     return store.find(id).value().has_value();
 }
 
-TEST(MemoryStore, GivesAClientAsItWasAdded)
+template <typename T>
+struct StoreOf : ::testing::Test
 {
-    MemoryStore store;
+    static_assert(Store<T>);
+
+    Kept<T> kept;
+};
+TYPED_TEST_SUITE(StoreOf, AllStores);
+
+TYPED_TEST(StoreOf, GivesAClientAsItWasAdded)
+{
+    TypeParam& store = *this->kept;
     ClientRecord client = clientOf("id");
     client.challenge = "challenge";
     ASSERT_TRUE(store.add(client, {}, now));
@@ -67,9 +76,9 @@ TEST(MemoryStore, GivesAClientAsItWasAdded)
     EXPECT_TRUE(store.remove("id"));
 }
 
-TEST(MemoryStore, ReplacesOnlyWhatWasSeen)
+TYPED_TEST(StoreOf, ReplacesOnlyWhatWasSeen)
 {
-    MemoryStore store;
+    TypeParam& store = *this->kept;
     ASSERT_TRUE(store.add(clientOf("id"), {}, now));
     const ClientRecord seen = store.find("id").value().value();
     ClientRecord first = seen;
@@ -87,9 +96,9 @@ TEST(MemoryStore, ReplacesOnlyWhatWasSeen)
     EXPECT_FALSE(store.replace(old).value());
 }
 
-TEST(MemoryStore, LetsOneOfManyThreadsReplace)
+TYPED_TEST(StoreOf, LetsOneOfManyThreadsReplace)
 {
-    MemoryStore store;
+    TypeParam& store = *this->kept;
     ASSERT_TRUE(store.add(clientOf("id"), {}, now));
     const ClientRecord seen = store.find("id").value().value();
     std::atomic<int> winners = 0;
@@ -107,9 +116,9 @@ TEST(MemoryStore, LetsOneOfManyThreadsReplace)
     EXPECT_EQ(winners, 1);
 }
 
-TEST(MemoryStore, RemovesWhatHasEndedWhenAClientComes)
+TYPED_TEST(StoreOf, RemovesWhatHasEndedWhenAClientComes)
 {
-    MemoryStore store;
+    TypeParam& store = *this->kept;
     ASSERT_TRUE(store.add(clientOf("pending", "a", sys_seconds{1010s}), {}, now));
     ASSERT_TRUE(store.add(provenClientOf("proven", "a", sys_seconds{1010s}), {}, now));
     ASSERT_TRUE(store.add(clientOf("later", "a", sys_seconds{1011s}), {}, sys_seconds{1009s}));
@@ -121,9 +130,9 @@ TEST(MemoryStore, RemovesWhatHasEndedWhenAClientComes)
     EXPECT_TRUE(holds(store, "later"));
 }
 
-TEST(MemoryStore, TakesTheOldestOfTheSenderThatHasMost)
+TYPED_TEST(StoreOf, TakesTheOldestOfTheSenderThatHasMost)
 {
-    MemoryStore store;
+    TypeParam& store = *this->kept;
     constexpr ClientLimits limits{.pending = 4, .proven = 4};
     ASSERT_TRUE(store.add(clientOf("honest", "quiet", sys_seconds{1100s}), limits, now));
     // Somebody registers without end.
@@ -138,10 +147,10 @@ TEST(MemoryStore, TakesTheOldestOfTheSenderThatHasMost)
     EXPECT_TRUE(holds(store, "x49"));
 }
 
-TEST(MemoryStore, KeepsTheOneThatHasJustCome)
+TYPED_TEST(StoreOf, KeepsTheOneThatHasJustCome)
 {
     // All of them end at the same second, and the last name comes first.
-    MemoryStore store;
+    TypeParam& store = *this->kept;
     constexpr ClientLimits limits{.pending = 3, .proven = 3};
     for (const char* id : {"d", "c", "b", "a"})
     {
@@ -154,9 +163,9 @@ TEST(MemoryStore, KeepsTheOneThatHasJustCome)
     }
 }
 
-TEST(MemoryStore, KeepsTheOneThatHasJustComeWhereTheClockWasAhead)
+TYPED_TEST(StoreOf, KeepsTheOneThatHasJustComeWhereTheClockWasAhead)
 {
-    MemoryStore store;
+    TypeParam& store = *this->kept;
     constexpr ClientLimits limits{.pending = 3, .proven = 3};
     for (const char* id : {"a", "b", "c"})
     {
@@ -170,9 +179,9 @@ TEST(MemoryStore, KeepsTheOneThatHasJustComeWhereTheClockWasAhead)
     }
 }
 
-TEST(MemoryStore, CountsProvenClientsBySoftware)
+TYPED_TEST(StoreOf, CountsProvenClientsBySoftware)
 {
-    MemoryStore store;
+    TypeParam& store = *this->kept;
     constexpr ClientLimits limits{.pending = 4, .proven = 2};
     ASSERT_TRUE(store.add(provenClientOf("honest", "quiet", sys_seconds{1100s}), limits, now));
     ASSERT_TRUE(store.add(provenClientOf("x1", "loud"), limits, now));
@@ -185,9 +194,9 @@ TEST(MemoryStore, CountsProvenClientsBySoftware)
     EXPECT_TRUE(holds(store, "pending"));
 }
 
-TEST(MemoryStore, CountsAttemptsAndForgivesThem)
+TYPED_TEST(StoreOf, CountsAttemptsAndForgivesThem)
 {
-    MemoryStore store;
+    TypeParam& store = *this->kept;
     constexpr FailureRate rate{.burst = 2, .interval = 10s};
     EXPECT_TRUE(store.countAttempt("a", rate, now).value());
     EXPECT_TRUE(store.countAttempt("a", rate, now).value());
