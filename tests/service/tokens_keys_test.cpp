@@ -231,6 +231,37 @@ TEST(Signers, TakeOverTheKeysBefore)
     EXPECT_REFUSED("argument.empty", keys.rotate());
 }
 
+TEST(Signers, BringAnIdOfTheirOwn)
+{
+    const TestSigner signer;
+    const SigningKeys keys = SigningKeys::of(signer, {}, "tpm:0x81000001").value();
+    EXPECT_EQ(idsIn(keys.jwks()), std::vector<std::string>{"tpm:0x81000001"});
+    const TestClock clock;
+    const TokenIssuer issuer =
+        TokenIssuer::of(keys, {.issuer = "here", .audience = ignored}, clock).value();
+    const IssuedToken token = issuer("admin", Privilege::login).value();
+    const UnverifiedToken read = readUnverified(token.token).value();
+    EXPECT_EQ(read.unverifiedHeader().keyId(), "tpm:0x81000001");
+
+    // Started again, it is one key; another key of that id could not be told from it.
+    EXPECT_EQ(SigningKeys::of(signer, keys.jwks(), "tpm:0x81000001").value().jwks(), keys.jwks());
+    EXPECT_REFUSED("policy.key-id", SigningKeys::of(TestSigner{}, keys.jwks(), "tpm:0x81000001"));
+    EXPECT_EQ(idsIn(SigningKeys::of(TestSigner{}, keys.jwks(), "2").value().jwks()),
+              (std::vector<std::string>{"2", "tpm:0x81000001"}));
+}
+
+TEST(Signers, HaveIdsThatNeedNoEscape)
+{
+    const TestSigner signer;
+    for (const std::string& id :
+         {std::string{}, std::string{"a b"}, std::string{"a\"b"}, std::string{"a\\b"},
+          std::string{"\xc3\xa4"}, std::string{"a\0b", 3}, std::string(256, 'a')})
+    {
+        EXPECT_REFUSED("policy.key-id", SigningKeys::of(signer, {}, id)) << id;
+    }
+    EXPECT_TRUE(SigningKeys::of(signer, {}, std::string(255, 'a')));
+}
+
 TEST(VerificationKeySets, AreES256KeysThatCanBeToldApart)
 {
     const issuer::Key& key = issuer::p256Key();

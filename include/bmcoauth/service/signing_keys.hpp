@@ -55,8 +55,21 @@ namespace detail
 /** How a key makes a token of a plan. */
 using MakeToken = std::function<Expected<Text>(const TokenPlan&)>;
 
-/** The ES256 key with this uncompressed point of P-256. Its "kid" is its thumbprint (RFC 7638). */
-[[nodiscard]] inline Expected<KeySet> published(const Bytes& point)
+/** Refuses a "kid" that is not plain ASCII: it is written into documents as it is. */
+[[nodiscard]] inline Expected<void> requirePlain(std::string_view keyId)
+{
+    const bool isPlain = std::ranges::all_of(keyId, [](char character) {
+        return character > ' ' && character <= '~' && character != '"' && character != '\\';
+    });
+    return isPlain && !keyId.empty() && keyId.size() <= 255
+               ? Expected<void>{}
+               : Error{BMCOAUTH_RULE_POLICY_KEY_ID, "keyId"};
+}
+
+/** The ES256 key with this uncompressed point of P-256. Its "kid" is `keyId`, or its thumbprint
+ *  (RFC 7638). */
+[[nodiscard]] inline Expected<KeySet> published(const Bytes& point,
+                                                const std::optional<std::string_view>& keyId)
 {
     if (point.span().size() != 65 || point.span().front() != 4)
     {
@@ -70,11 +83,19 @@ using MakeToken = std::function<Expected<Text>(const TokenPlan&)>;
     }
     const std::string numbers =
         R"("x":")" + std::string{x->view()} + R"(","y":")" + std::string{y->view()} + R"("})";
-    const Expected<Text> id = base64Url(sha256(R"({"crv":"P-256","kty":"EC",)" + numbers));
+    const Expected<Text> id =
+        keyId ? requirePlain(*keyId).and_then([&keyId] { return Text::copy(*keyId); })
+              : base64Url(sha256(R"({"crv":"P-256","kty":"EC",)" + numbers));
     return id ? importOwnKeys(R"({"keys":[{"alg":"ES256","crv":"P-256","kid":")" +
                               std::string{id->view()} + R"(","kty":"EC","use":"sig",)" + numbers +
                               "]}")
               : Expected<KeySet>{id.error()};
+}
+
+/** The public key of a key in the process. */
+[[nodiscard]] inline Expected<KeySet> publicKeyOf(const PrivateKey& key)
+{
+    return publicPointOf(key).and_then([](const Bytes& point) { return published(point, {}); });
 }
 
 /** The JSON Web Key Set of `first` and those of `others` that are not it, of `count` keys at most. */
@@ -162,7 +183,8 @@ template <Signer S>
 } // namespace detail
 
 /** SigningKeys are the current key, with which tokens are signed, and the public keys of earlier
- *  ones, whose tokens are still good. A key's id is its thumbprint (RFC 7638).
+ *  ones, whose tokens are still good. A key's id is its thumbprint (RFC 7638), unless a signer brings
+ *  another.
  *
  *  Copies share one set, and a moved-from object is as it was. Any thread may call any function: a
  *  mutex guards the set, held for as long as `rotate` works on files. */
@@ -187,14 +209,17 @@ public:
     }
 
     /** Signs with `signer`. `retired` is the JSON Web Key Set of the keys before it, if there are
-     *  any: what `jwks` gave. */
+     *  any: what `jwks` gave. `keyId` is the key's "kid" instead of its thumbprint: up to 255
+     *  printable ASCII characters without space, quote and backslash, and not that of a retired key. */
     template <Signer S>
     [[nodiscard]] static Expected<SigningKeys> of(S signer,
-                                                  std::optional<std::string_view> retired = {})
+                                                  std::optional<std::string_view> retired = {},
+                                                  std::optional<std::string_view> keyId = {})
     {
         const Expected<detail::KeySet> before =
             retired ? detail::importOwnKeys(*retired) : detail::KeySet{};
-        Expected<detail::KeySet> key = signer.publicPoint().and_then(detail::published);
+        Expected<detail::KeySet> key = signer.publicPoint().and_then(
+            [&keyId](const Bytes& point) { return detail::published(point, keyId); });
         Expected<KeyPair> writer = KeyPair::generate();
         if (const Expected<void> all = allOf(before, key, writer); !all)
         {
@@ -295,7 +320,7 @@ private:
     [[nodiscard]] static Expected<SigningKeys> with(PrivateKey key, const detail::KeySet& retired,
                                                     std::string path)
     {
-        const Expected<detail::KeySet> own = publicPointOf(key).and_then(detail::published);
+        const Expected<detail::KeySet> own = detail::publicKeyOf(key);
         return own ? with(detail::makerOf(std::move(key)), own->front(), retired, std::move(path))
                    : own.error();
     }
@@ -307,7 +332,7 @@ private:
         const std::string retiredPath = path + ".retired";
         const std::string nextPath = path + ".next";
         const Expected<detail::KeySet> current =
-            PrivateKey::fromFile(path).and_then(publicPointOf).and_then(detail::published);
+            PrivateKey::fromFile(path).and_then(detail::publicKeyOf);
         const Expected<detail::KeySet> retired = detail::readKeysIfThere(retiredPath);
         if (const Expected<void> all = allOf(current, retired); !all)
         {
