@@ -458,7 +458,7 @@ struct TokenRules
  *  A token that was valid before is recognized by the SHA-256 digest of its whole text, without a
  *  signature, a lock that other readers wait for, or memory of the heap. Clock and revocation are
  *  asked each time. Remembered are valid tokens of 4 KiB at most, until the keys change. Each takes
- *  64 bytes, and what its claims take: about 650 bytes for one of TokenIssuer, 30 KiB at worst.
+ *  64 bytes, and what its claims take: about 800 bytes for one of TokenIssuer, 30 KiB at worst.
  *
  *  Any thread may call `validate`. Another policy is another validator. */
 class TokenValidator
