@@ -4,7 +4,6 @@ the command as its controller.
 python_client.py daemon EXAMPLES TOOL SERVICE DBUS: it gets on with the token service of examples/dbus."""
 import base64
 import json
-import os
 import pathlib
 import re
 import shutil
@@ -15,7 +14,7 @@ import tempfile
 from cryptography.hazmat.primitives import serialization
 from cryptography.hazmat.primitives.asymmetric import ec
 
-from run import EMULATOR, expect, run
+from run import EMULATOR, bus, expect, run, started
 
 sys.path.insert(0, sys.argv[2])
 import client  # noqa: E402
@@ -315,26 +314,19 @@ def with_tool(examples, vectors, tool):
 
 
 def with_daemon(examples, tool, service, directory):
-    if not (shutil.which("dbus-daemon") and shutil.which("busctl")):
-        print("dbus-daemon or busctl is missing")
+    if not shutil.which("busctl"):
+        print("busctl is missing")
         sys.exit(77)
     data = pathlib.Path(directory)
-    with tempfile.TemporaryDirectory() as name:
+    with tempfile.TemporaryDirectory() as name, bus(data):
         place = pathlib.Path(name)
-        with subprocess.Popen(["dbus-daemon", "--nofork", "--print-address", f"--config-file={data / 'bus.conf'}"],
-                              stdout=subprocess.PIPE, text=True) as bus:
-            os.environ["DBUS_SESSION_BUS_ADDRESS"] = bus.stdout.readline().strip()
-            files = [place / "signing.pem", place / "clients.db", data / "secrets.json"]
-            try:
-                with subprocess.Popen([*EMULATOR, service, *map(str, files)], stdout=subprocess.PIPE,
-                                      text=True) as running:
-                    try:
-                        expect("the service", running.stdout.readline(), "ready\n")
-                        talk(pathlib.Path(examples), tool, files[0], files[2])
-                    finally:
-                        running.terminate()
-            finally:
-                bus.terminate()
+        state, devices = place / "state", place / "devices"
+        state.mkdir()
+        devices.mkdir()
+        shutil.copy(data / "secrets.json", devices / "example-1.json")
+        (devices / "rights").write_text("example-1 ravok_login\n", encoding="ascii")
+        with started(place, *EMULATOR, service, "2", state, devices):
+            talk(pathlib.Path(examples), tool, state / "signing.pem", data / "secrets.json")
 
 
 def talk(examples, tool, signing, secrets):
