@@ -16,17 +16,20 @@ from cryptography.hazmat.primitives.asymmetric import ec
 
 import client
 
-METHODS = {"register": "Register", "authorize": "Issue"}
+SERVICE = ("org.example.Tokens", "/org/example/Tokens", "org.example.Tokens1")
 
 
-def send(what: str, text: str) -> str:
+def call(method: str, *texts: str) -> str:
     """The answer; if the service refuses, its error document, which is the message of the D-Bus error."""
-    service = ["org.example.Tokens", "/org/example/Tokens", "org.example.Tokens1", METHODS[what], "s"]
-    command = ["busctl", "--user", "--json=short", "call", *service, text]
+    command = ["busctl", "--user", "--json=short", "call", *SERVICE, method, "s" * len(texts), *texts]
     done = subprocess.run(command, capture_output=True, text=True, check=False)
     if done.returncode != 0:
         return done.stderr.partition("Call failed: ")[2]
     return str(json.loads(done.stdout)["data"][0])
+
+
+def send(what: str, text: str) -> str:
+    return call({"register": "Register", "authorize": "Issue"}[what], text)
 
 
 def identity(chain: str, path: str) -> client.Identity:
@@ -38,11 +41,10 @@ def identity(chain: str, path: str) -> client.Identity:
 
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--software", default="example-1", help="software identifier")
+    parser.add_argument("--software", required=True, help="software identifier, the name of the device")
     parser.add_argument("--keys", required=True, help="key document with the secrets of one-time passwords")
     parser.add_argument("--certificate", help="PEM chain: device, intermediates, device")
     parser.add_argument("--key", help="its private key, PEM")
-    parser.add_argument("--jwks", help="public key of the service: JSON Web Key, or a set of them")
     given = parser.parse_args()
 
     mine = client.Client(send, client.read(pathlib.Path(given.keys).read_bytes()))
@@ -57,10 +59,8 @@ def main() -> None:
     print("proven, token for", tokens["expires_in"], "seconds")
     tokens = mine.refresh()
     print("refreshed, token for", tokens["expires_in"], "seconds")
-    if given.jwks:
-        jwks = client.read(pathlib.Path(given.jwks).read_bytes())
-        claims = client.verify_access_token(tokens["access_token"], jwks)
-        print("verified, token of", claims["sub"])
+    claims = client.verify_access_token(tokens["access_token"], client.read(call("Keys")))
+    print("verified, token of", claims["sub"])
 
 
 if __name__ == "__main__":

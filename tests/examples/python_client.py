@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """python_client.py tool EXAMPLES VECTORS TOOL: the client in Python knows the vectors, and gets on with
 the command as its controller.
-python_client.py daemon EXAMPLES TOOL SERVICE DBUS: it gets on with the token service of examples/dbus."""
+python_client.py daemon EXAMPLES TOOL SANDBOX SERVICE DBUS: it gets on with the token service of examples/dbus."""
 import base64
 import json
 import pathlib
@@ -313,39 +313,48 @@ def with_tool(examples, vectors, tool):
 # -- The token service -------------------------------------------------------------------------
 
 
-def with_daemon(examples, tool, service, directory):
+def with_daemon(examples, tool, sandbox, service, directory):
     if not shutil.which("busctl"):
         print("busctl is missing")
         sys.exit(77)
     data = pathlib.Path(directory)
     with tempfile.TemporaryDirectory() as name, bus(data):
         place = pathlib.Path(name)
-        state, devices = place / "state", place / "devices"
-        state.mkdir()
-        devices.mkdir()
-        shutil.copy(data / "secrets.json", devices / "example-1.json")
-        (devices / "rights").write_text("example-1 ravok_login\n", encoding="ascii")
-        with started(place, *EMULATOR, service, "2", state, devices):
-            talk(pathlib.Path(examples), tool, state / "signing.pem", data / "secrets.json")
+        for folder in "state", "devices":
+            (place / folder).mkdir()
+        shutil.copy(data / "secrets.json", place / "devices" / "dev-1.json")
+        made = place / "made"
+        run(tool, "pki", "make", "--device", "dev-1", made)
+        in_sandbox = [sandbox, "--roots", made, "--"]
+        can_have_roots = subprocess.run([*in_sandbox, "true"], capture_output=True, check=False).returncode == 0
+        for mode, before in ("2", []), ("3", in_sandbox):
+            if mode == "2" or can_have_roots:
+                with started(place, *before, *EMULATOR, service, mode, place / "state", place / "devices"):
+                    talk(pathlib.Path(examples), place, mode)
 
 
-def talk(examples, tool, signing, secrets):
-    jwks = signing.with_suffix(".jwk")
-    jwks.write_text(run(tool, "key", "convert", "--to", "jwk", "--public", signing))
-    done = subprocess.run([sys.executable, examples / "over_dbus.py", "--keys", secrets, "--jwks", jwks],
-                          capture_output=True, text=True, check=False)
+def talk(examples, place, mode):
+    secrets, made = place / "devices" / "dev-1.json", place / "made"
+    proof = [made / "dev-1-chain.pem", made / "dev-1.key"]
+    options = ["--certificate", proof[0], "--key", proof[1]] if mode == "3" else []
+    done = subprocess.run([sys.executable, examples / "over_dbus.py", "--software", "dev-1", "--keys", secrets,
+                           *options], capture_output=True, text=True, check=False)
     story = "registered: .*\nproven, token for \\d+ seconds\nrefreshed, token for \\d+ seconds\nverified, token of .*\n"
     expect(f"the story {done}", bool(re.fullmatch(story, done.stdout)) and done.returncode == 0, True)
 
     keys = client.read(secrets.read_bytes())
-    mine = client.Client(over_dbus.send, keys)
-    mine.register(client.register_request("a client", "example-1", URI, list(keys)))
+    identity = over_dbus.identity(*proof) if mode == "3" else None
+    types = [*keys, client.CERTIFICATE_PROOF][: None if identity else -1]
+    request = client.register_request("a client", "dev-1", URI, types, identity)
+    mine = client.Client(over_dbus.send, keys, identity)
+    mine.register(request)
+    expect("the types asked for", len(mine.registered["handshake_challenge"]["T"]), int(mode) - 1)
     challenge = mine.registered["handshake_challenge"]
     mine.authorize()
     mine.registered["handshake_challenge"] = challenge
     expect("a challenge that is used up", refused(mine.authorize, by=client.Failed), "invalid_client")
-    stranger = client.Client(over_dbus.send, {name: ["another"] for name in keys})
-    stranger.register(client.register_request("a client", "example-1", URI, list(keys)))
+    stranger = client.Client(over_dbus.send, {name: ["another"] for name in keys}, identity)
+    stranger.register(request)
     expect("a wrong password", refused(stranger.authorize, by=client.Failed), "invalid_client")
     expect("no request", refused(mine.ask, "register", {}, by=client.Failed), "invalid_request")
 

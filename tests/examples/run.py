@@ -183,4 +183,5 @@ def dbus_units(directory):
 
 
 if __name__ == "__main__":
-    {"delegated": delegated, "ecies": ecies, "dbus": dbus, "dbus-load": dbus_load, "dbus-units": dbus_units}[sys.argv[1]](*sys.argv[2:])
+    {"delegated": delegated, "ecies": ecies, "dbus": dbus, "dbus-load": dbus_load,
+     "dbus-units": dbus_units}[sys.argv[1]](*sys.argv[2:])
