@@ -4,6 +4,7 @@
 import os
 import pathlib
 import pty
+import pwd
 import re
 import resource
 import stat
@@ -16,7 +17,7 @@ from support import FAILURE, INVALID, SUCCESS, USAGE, ToolTest
 
 class CommandLine(ToolTest):
     def test_tells_its_version(self):
-        self.assertRegex(self.good("--version"), r"^\d+\.\d+\.\d+$")
+        self.assertRegex(self.good("--version"), r"^bmcoauth \d+\.\d+\.\d+\n/.*/libbmcoauth\.so\.[\d.]+$")
 
     def test_lists_the_verbs_if_there_is_none(self):
         for group, verbs in ((), ("issue", "doctor", "merge")), (("token",), ("issue", "inspect")):
@@ -390,14 +391,14 @@ class Key(ToolTest):
         self.assertEqual(stat.S_IMODE(mode), 0o600)
         text = self.openssl("pkey", "-in", "key.pem", "-noout", "-text")
         self.assertIn(b"prime256v1", text)
-        self.assertEqual(self.good("key", "check", "key.pem"), "valid")
+        self.assert_valid()
 
     def test_replaces_a_file_only_by_force(self):
         self.write("key.pem", "precious")
         self.refused(USAGE, "--force", "key", "generate", "key.pem")
         self.assertEqual((self.directory / "key.pem").read_text(), "precious")
         self.good("key", "generate", "key.pem", "--force")
-        self.assertEqual(self.good("key", "check", "key.pem"), "valid")
+        self.assert_valid()
 
     def files(self):
         """What stands in the directory, temporary files included."""
@@ -413,7 +414,7 @@ class Key(ToolTest):
         path = self.directory / "key.pem"
         self.assertFalse(path.is_symlink())
         self.assertEqual(stat.S_IMODE(path.stat().st_mode), 0o600)
-        self.assertEqual(self.good("key", "check", "key.pem"), "valid")
+        self.assert_valid()
 
     def test_old_mode_does_not_open_the_new_key_to_others(self):
         self.key("source")
@@ -539,7 +540,29 @@ class Key(ToolTest):
 
     def test_checks_a_key_of_another_curve_too(self):
         self.openssl("ecparam", "-name", "secp384r1", "-genkey", "-noout", "-out", "key.pem")
-        self.assertEqual(self.good("key", "check", "key.pem"), "valid")
+        self.assert_valid("P-384")
+
+    def assert_valid(self, curve="P-256"):
+        self.assertEqual(self.good("key", "check", "key.pem").splitlines()[0], f"valid: {curve}")
+
+    def test_describes_a_key(self):
+        self.key()
+        thumbprint = self.good("key", "thumbprint", "key.pem")
+        owner = pwd.getpwuid(os.getuid()).pw_name
+        self.assertEqual(
+            self.good("key", "check", "key.pem"),
+            f"valid: P-256\n  mode        0600\n  owner       {owner}\n  thumbprint  {thumbprint}",
+        )
+        self.assertEqual(
+            self.good_json("key", "check", "key.pem", "--json"),
+            {"valid": True, "curve": "P-256", "mode": "0600", "owner": owner, "thumbprint": thumbprint},
+        )
+        os.chmod(self.directory / "key.pem", 0o640)
+        self.assertIn("  mode        0640, lets others read it\n", self.good("key", "check", "key.pem"))
+
+    def test_describes_a_key_on_a_curve_that_no_web_key_knows(self):
+        self.openssl("ecparam", "-name", "secp256k1", "-genkey", "-noout", "-out", "key.pem")
+        self.assertRegex(self.good("key", "check", "key.pem"), r"^valid: secp256k1\n(.*\n)*  thumbprint  -$")
 
     def test_refuses_what_is_no_private_key(self):
         self.openssl("genpkey", "-algorithm", "RSA", "-out", "rsa.pem")

@@ -135,7 +135,7 @@ class KeyConvert(ToolTest):
     def test_writes_the_numbers_of_an_rfc(self):
         self.write("key.jwk", RFC_EC)
         self.good("key", "convert", "--to", "pem", "--out", "key.pem", "key.jwk")
-        self.assertEqual(self.good("key", "check", "key.pem"), "valid")
+        self.assertTrue(self.good("key", "check", "key.pem").startswith("valid: P-"))
         self.assertEqual(self.good_json("key", "convert", "--to", "jwk", "key.pem"), RFC_EC)
         public = {name: RFC_EC[name] for name in ("kty", "crv", "x", "y")}
         self.assertEqual(

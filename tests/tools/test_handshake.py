@@ -5,6 +5,7 @@ import base64
 import hashlib
 import hmac
 import json
+import stat
 import shutil
 import subprocess
 
@@ -174,11 +175,24 @@ class HandshakeKeys(ToolTest):
         secrets = keys["k1.0"] + keys["k2.0"]
         self.assertEqual(len(set(secrets)), 6)
         for secret in secrets:
-            self.assertRegex(secret, r"^[A-Za-z0-9_-]{22}$")
+            self.assertRegex(secret, r"^[A-Za-z0-9_-]{27}$")
 
     def test_makes_secrets_of_any_length(self):
         keys = self.good_json("handshake", "keys", "--prefix", "k", "--length", "1")
         self.assertEqual(len(keys["k1.0"][0]), 2)
+
+    def test_writes_a_file_that_only_its_owner_reads(self):
+        keys = ["handshake", "keys", "--prefix", "k", "--out", "keys.json"]
+        self.assertEqual(self.good(*keys), "")
+        file = self.directory / "keys.json"
+        self.assertEqual(stat.S_IMODE(file.stat().st_mode), 0o600)
+        first = json.loads(file.read_text())
+        self.assertEqual(list(first), ["k1.0"])
+        self.refused(USAGE, "keys.json exists already: give --force", *keys)
+        self.assertEqual(json.loads(file.read_text()), first)
+        self.assertEqual(self.good_json(*keys, "--force", "--json"), {"file": "keys.json"})
+        self.assertNotEqual(json.loads(file.read_text()), first)
+        self.refused(USAGE, "--out takes a file", *keys[:-1], "-")
 
     def test_refuses_a_prefix_that_is_too_long(self):
         keys = ["handshake", "keys", "--prefix"]

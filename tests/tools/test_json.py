@@ -9,7 +9,7 @@ from support import INVALID, PKI_WARNING, ToolTest, base64url, claims, part, sig
 class Json(ToolTest):
     def test_of_a_key(self):
         self.assertEqual(self.good_json("key", "generate", "--json", "key.pem"), {"file": "key.pem"})
-        self.assertEqual(self.good_json("key", "check", "--json", "key.pem"), {"valid": True})
+        self.assertTrue(self.good_json("key", "check", "--json", "key.pem")["valid"])
         self.write("none.pem", "")
         self.refused_by("key.encoding", "key", "check", "none.pem")
 

@@ -56,20 +56,22 @@ class List(ToolTest):
         self.assertEqual(
             self.good("jwk", "list", text=json.dumps(keys)).split("\n"),
             [
-                "EC\t1\t-\tP-256\tcan be imported",
-                "RSA\t2011-04-29\tRS256\t-\tcan be imported",
-                "oct\t-\t-\t-\tcannot be imported",
-                'EC\t"\\u001b[2J"\t-\tP-256\tcannot be imported',
+                "kty  kid          alg    crv    can be imported",
+                "EC   1            -      P-256  yes",
+                "RSA  2011-04-29   RS256  -      yes",
+                "oct  -            -      -      no",
+                'EC   "\\u001b[2J"  -      P-256  no',
             ],
         )
 
     def test_lists_a_single_key(self):
         self.assertEqual(
-            self.good("jwk", "list", text=json.dumps(EC)), "EC\t1\t-\tP-256\tcan be imported"
+            self.good("jwk", "list", text=json.dumps(EC)),
+            "kty  kid  alg  crv    can be imported\nEC   1    -    P-256  yes",
         )
 
     def test_lists_an_empty_set(self):
-        self.assertEqual(self.good("jwk", "list", text='{"keys":[]}'), "")
+        self.assertEqual(self.good("jwk", "list", text='{"keys":[]}'), "kty  kid  alg  crv  can be imported")
 
     def test_refuses_what_is_no_text(self):
         self.refuses_what_is_no_text("jwk", "list", "@")

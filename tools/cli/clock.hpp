@@ -19,4 +19,10 @@ inline constexpr const char* beyondCalendar = "beyond the calendar";
 /** @p seconds as date and time in UTC. */
 [[nodiscard]] std::string dateOf(std::uint64_t seconds);
 
+/** How far @p seconds are from @p now, as a person says it: "now", "in 10 min", "2 days ago". */
+[[nodiscard]] std::string distanceOf(std::uint64_t seconds, std::uint64_t now);
+
+/** @p seconds as date and time in UTC, and how far they are from now. */
+[[nodiscard]] std::string readableTime(std::uint64_t seconds);
+
 } // namespace bmcoauth::tool

@@ -3,6 +3,7 @@
 
 #include "cli/color.hpp"
 #include "cli/documents.hpp"
+#include "cli/files.hpp"
 #include "cli/manual.hpp"
 #include "cli/refusal.hpp"
 #include "cli/suggestion.hpp"
@@ -164,7 +165,9 @@ void fill(CLI::App& app)
     app.require_subcommand(1);
     app.set_help_flag("-h,--help", "Print this help and exit")->group(commonGroup);
     app.set_help_all_flag("--help-all", "Print the help of every command and exit");
-    app.set_version_flag("--version", BMCOAUTH_VERSION, "Print the version and exit");
+    app.set_version_flag(
+        "--version", [] { return "bmcoauth " BMCOAUTH_VERSION "\n" + loadedFrom("libbmcoauth"); },
+        "Print the versions of the tool and the library, and exit");
     app.formatter_fn([](const CLI::App* command, const std::string&, CLI::AppFormatMode mode) {
         const CommandDescription described = describe(*command);
         return mode == CLI::AppFormatMode::All ? allHelpText(described, columns())

@@ -260,6 +260,29 @@ void printGood(std::string_view verdict, const std::string& details)
     print(colored(Shade::good, verdict, STDOUT_FILENO) + details);
 }
 
+void printTable(const std::vector<std::vector<std::string>>& rows)
+{
+    std::vector<std::size_t> widths(rows.front().size());
+    for (const std::vector<std::string>& row : rows)
+    {
+        for (std::size_t i = 0; i < row.size(); ++i)
+        {
+            widths[i] = std::max(widths[i], row[i].size());
+        }
+    }
+    for (const std::vector<std::string>& row : rows)
+    {
+        std::string line;
+        for (std::size_t i = 0; i < row.size(); ++i)
+        {
+            line += row[i];
+            // Nothing follows the last one.
+            line.append(i + 1 < row.size() ? widths[i] + 2 - row[i].size() : 0, ' ');
+        }
+        print(line);
+    }
+}
+
 void printJson(const Json::Value& tree)
 {
     print(textOf(tree));

@@ -104,6 +104,9 @@ void print(const Text& text);
 /** Prints a verdict such as "valid" and what there is to say about it. */
 void printGood(std::string_view verdict, const std::string& details);
 
+/** Prints @p rows, the first of which are titles, in columns. */
+void printTable(const std::vector<std::vector<std::string>>& rows);
+
 /** The text form of @p tree. */
 [[nodiscard]] std::string textOf(const Json::Value& tree);
 

@@ -146,6 +146,15 @@ void writeFile(const std::string& path, std::string_view bytes, Readers readers,
     file.finish(readers);
 }
 
+void requireFileName(const std::string& out)
+{
+    if (out == "-")
+    {
+        throw Stop{Exit::usage,
+                   "--out takes a file: without it the result goes to standard output"};
+    }
+}
+
 void writeNewKey(const std::string& path, const Existing& existing)
 {
     const NewFile file{path, existing};

@@ -31,6 +31,9 @@ struct Existing
 void writeFile(const std::string& path, std::string_view bytes, Readers readers,
                const Existing& existing);
 
+/** Stops the command if @p out, given to --out, is "-". */
+void requireFileName(const std::string& out);
+
 /** Makes a P-256 private key and writes it to the file @p path, which only its owner may read. */
 void writeNewKey(const std::string& path, const Existing& existing);
 

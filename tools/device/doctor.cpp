@@ -3,7 +3,9 @@
 
 #include "cli/clock.hpp"
 #include "cli/documents.hpp"
+#include "cli/files.hpp"
 #include "cli/refusal.hpp"
+#include "device/image.hpp"
 #include "device/roots.hpp"
 
 #include <json/version.h>
@@ -74,11 +76,13 @@ Finding libraryClockFinding(std::time_t now)
     {
         return fine("library clock", "the same");
     }
-    return doubtful("library clock",
-                    std::to_string(away) +
-                        " s from the clock: tokens of others are judged by it, and others judge "
-                        "ours by theirs; it is exact where the local zone is UTC");
+    return bad("library clock",
+               std::to_string(away) +
+                   " s from the clock: tokens of others are judged by it, and others judge "
+                   "ours by theirs; it is exact where the local zone is UTC");
 }
+
+constexpr const char* mustBeUtc = ": the zone must be UTC";
 
 Finding zoneFinding(std::time_t now)
 {
@@ -97,29 +101,12 @@ Finding zoneFinding(std::time_t now)
     // By name, too: zones that share the offset of UTC today may have had another in 1970, from
     // which the library counts.
     const bool isUtc = local.tm_gmtoff == 0 && std::string_view{local.tm_zone} == "UTC";
-    return isUtc ? fine("time zone", zone) : doubtful("time zone", zone + ": the zone must be UTC");
+    return isUtc ? fine("time zone", zone) : bad("time zone", zone + mustBeUtc);
 }
 
 // --------------------------------------------------------------------------------------- files
 
-/** What the mode of a file lets others do; empty for what is as it should be. */
-std::string openTo(const std::string& path, mode_t forbidden)
-{
-    struct stat status
-    {
-    };
-    if (stat(path.c_str(), &status) != 0 || (status.st_mode & forbidden) == 0)
-    {
-        return "";
-    }
-    std::array<char, 16> mode{};
-    static_cast<void>(
-        std::snprintf(mode.data(), mode.size(), "%04o", unsigned{status.st_mode & 07777U}));
-    return std::string{"; its mode "} + mode.data() + " lets others " +
-           ((status.st_mode & 0022U) != 0 ? "write" : "read") + " it";
-}
-
-Finding rootFinding(const std::string& subject, const char* path, bool counts)
+Finding rootFinding(const std::string& subject, const std::string& path, bool counts)
 {
     const FactoryRoot root = readRoot(path);
     if (!root.certificate)
@@ -137,18 +124,35 @@ Finding rootFinding(const std::string& subject, const char* path, bool counts)
         const std::string note = text + ": not on 1 January 2035, as of which chains are judged";
         return counts ? bad(subject, note) : doubtful(subject, note);
     }
+    // Whoever may write a root decides which chains verify.
     const std::string risk = openTo(path, 0022);
-    return risk.empty() ? fine(subject, text) : doubtful(subject, text + risk);
+    return risk.empty() ? fine(subject, text)
+                        : bad(subject, text + "; its mode " + modeOf(path) + ' ' + risk);
 }
 
-Finding markerFinding()
+/** The zone of an image: that of its /etc/localtime, without which it is UTC. */
+Finding imageZoneFinding(const std::string& path)
 {
-    return deviceIsMarked()
-               ? doubtful("marker file",
-                          std::string{markerPath} +
-                              " is there: the development root counts, and the library opens "
-                              "envelopes without IV or MAC; not for production")
-               : fine("marker file", std::string{markerPath} + " is not there");
+    std::ifstream file{path, std::ios::binary};
+    if (!file)
+    {
+        return fine("time zone", "UTC: there is no /etc/localtime");
+    }
+    const std::string zone{std::istreambuf_iterator<char>{file}, {}};
+    // The last line of such a file is the zone's rule from now on.
+    const std::size_t line = zone.rfind('\n', zone.size() < 2 ? 0 : zone.size() - 2);
+    const std::string rule = line == std::string::npos ? "" : zone.substr(line + 1);
+    return rule == "UTC0\n" ? fine("time zone", "UTC by /etc/localtime")
+                            : bad("time zone", harmless(rule) + " by /etc/localtime" + mustBeUtc);
+}
+
+Finding markerFinding(bool marked)
+{
+    return marked ? doubtful("marker file",
+                             std::string{markerPath} +
+                                 " is there: the development root counts, and the library opens "
+                                 "envelopes without IV or MAC; not for production")
+                  : fine("marker file", std::string{markerPath} + " is not there");
 }
 
 Finding keyFinding(const std::string& path)
@@ -166,7 +170,7 @@ Finding keyFinding(const std::string& path)
     }
     const std::string risk = openTo(path, 0077);
     return risk.empty() ? fine(subject, path + ", a sound P-256 key")
-                        : doubtful(subject, path + risk);
+                        : doubtful(subject, path + "; its mode " + modeOf(path) + ' ' + risk);
 }
 
 // ------------------------------------------------------------------------------------- devices
@@ -219,21 +223,6 @@ Finding journalFinding()
 
 // ------------------------------------------------------------------------------------ libraries
 
-/** The file that the library @p name was loaded from. */
-std::string loadedFrom(const std::string& name)
-{
-    std::ifstream maps{"/proc/self/maps"};
-    for (std::string line; std::getline(maps, line);)
-    {
-        const std::size_t begin = line.find('/');
-        if (begin != std::string::npos && line.find("/" + name + ".so", begin) != std::string::npos)
-        {
-            return line.substr(begin);
-        }
-    }
-    return "linked in";
-}
-
 Finding cryptoFinding()
 {
     const std::string text = std::string{OpenSSL_version(OPENSSL_FULL_VERSION_STRING)} +
@@ -272,12 +261,28 @@ std::vector<Finding> examineDevice(const std::vector<std::string>& keys)
         zoneFinding(now),
         rootFinding("production root", productionRootPath, true),
         rootFinding("development root", developmentRootPath, marked),
-        markerFinding(),
+        markerFinding(marked),
     };
     std::ranges::transform(keys, std::back_inserter(findings), keyFinding);
     findings.push_back(randomFinding());
     findings.push_back(journalFinding());
     std::ranges::move(libraryFindings(), std::back_inserter(findings));
+    return findings;
+}
+
+std::vector<Finding> examineImage(const std::string& root, const std::vector<std::string>& keys)
+{
+    const bool marked = access(pathInImage(root, markerPath).c_str(), F_OK) == 0;
+    std::vector<Finding> findings{
+        imageZoneFinding(pathInImage(root, "/etc/localtime")),
+        rootFinding("production root", pathInImage(root, productionRootPath), true),
+        rootFinding("development root", pathInImage(root, developmentRootPath), marked),
+        markerFinding(marked),
+    };
+    for (const std::string& key : keys)
+    {
+        findings.push_back(keyFinding(pathInImage(root, key)));
+    }
     return findings;
 }
 

@@ -22,6 +22,11 @@ struct Finding
  *  key files @p keys. */
 [[nodiscard]] std::vector<Finding> examineDevice(const std::vector<std::string>& keys);
 
+/** Looks at what can be seen in the image of a device whose files are in the folder @p root: the
+ *  time zone, the roots, the marker and the private key files @p keys of the image. */
+[[nodiscard]] std::vector<Finding> examineImage(const std::string& root,
+                                                const std::vector<std::string>& keys);
+
 /** The worst of @p findings. */
 [[nodiscard]] Exit worstOf(const std::vector<Finding>& findings);
 

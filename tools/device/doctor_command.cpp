@@ -6,6 +6,8 @@
 
 #include <unistd.h>
 
+#include <filesystem>
+
 namespace bmcoauth::tool
 {
 
@@ -15,6 +17,7 @@ namespace
 struct Options
 {
     std::vector<std::string> keys;
+    std::string root;
     bool json = false;
 };
 
@@ -52,9 +55,19 @@ std::string padded(std::string text, std::size_t width)
 
 void examine(const Options& options)
 {
-    const std::vector<Finding> findings = examineDevice(options.keys);
+    if (!options.root.empty() && !std::filesystem::is_directory(options.root))
+    {
+        throw Stop{Exit::failure, "--root takes a folder, not " + options.root};
+    }
+    const std::vector<Finding> findings = options.root.empty()
+                                              ? examineDevice(options.keys)
+                                              : examineImage(options.root, options.keys);
     const Exit worst = worstOf(findings);
     Json::Value document;
+    if (!options.json)
+    {
+        print(padded("level", 10) + padded("subject", 18) + "finding");
+    }
     for (const Finding& finding : findings)
     {
         Json::Value entry;
@@ -89,9 +102,13 @@ void addDoctorCommand(const Command& root)
         "doctor --key signing.pem",
         "Looks at the clock, the library's clock, the time zone, the factory roots, the marker "
         "file, the given key files, the random device, the journal and the libraries. Each is ok, "
-        "doubtful or bad. The exit status is that of the worst: 0, 6 or 3.");
+        "doubtful or bad. The exit status is that of the worst: 0, 6 or 3.\n\n"
+        "With --root, looks at the time zone, the roots, the marker file and the key files of an "
+        "image: nothing else can be seen there.");
     Options& options = verb.runs(examine);
     verb.option("--key FILE", options.keys, "Private key file to look at");
+    verb.option("--root DIRECTORY", options.root,
+                "Folder with the files of a device: look at them, not at this device");
     verb.json(options.json);
 }
 

@@ -2,6 +2,7 @@
 #include "certificate/certificate_key.hpp"
 #include "cli/command.hpp"
 #include "cli/documents.hpp"
+#include "cli/new_file.hpp"
 #include "cli/refusal.hpp"
 #include "document/parameters.hpp"
 #include "envelope/sealed_document.hpp"
@@ -181,7 +182,10 @@ struct KeysOptions
     std::string prefix;
     std::uint32_t keys = 1;
     std::uint32_t tokens = 1;
-    std::uint32_t length = 16;
+    std::uint32_t length = 20; // as RFC 4226 recommends
+    std::string out;
+    bool force = false;
+    bool json = false;
 };
 
 void makeKeys(const KeysOptions& options)
@@ -194,8 +198,23 @@ void makeKeys(const KeysOptions& options)
                                     " characters in the name of a type, which has " +
                                     std::to_string(longestName) + " at most"};
     }
-    print(orStop(generateSecrets(options.prefix, options.keys, options.tokens, options.length),
-                 "no keys could be made"));
+    requireFileName(options.out);
+    const Text document =
+        orStop(generateSecrets(options.prefix, options.keys, options.tokens, options.length),
+               "no keys could be made");
+    if (options.out.empty())
+    {
+        print(document);
+        return;
+    }
+    writeFile(options.out, std::string{document} + '\n', Readers::owner,
+              {.replaced = options.force});
+    if (options.json)
+    {
+        Json::Value report;
+        report["file"] = options.out;
+        printJson(report);
+    }
 }
 
 // --------------------------------------------------------------------------------------- attach
@@ -281,8 +300,12 @@ void addHandshakeCommands(const Command& root)
     keysVerb.number("--keys NUMBER", keysOptions.keys, "Number of types (default 1)", 0, 10000);
     keysVerb.number("--tokens NUMBER", keysOptions.tokens, "Secrets of each type (default 1)", 1,
                     10000);
-    keysVerb.number("--length BYTES", keysOptions.length, "Random bytes of a secret (default 16)",
+    keysVerb.number("--length BYTES", keysOptions.length, "Random bytes of a secret (default 20)",
                     1, 1000);
+    keysVerb.option("--out FILE", keysOptions.out,
+                    "File to write, mode 0600; default: standard output");
+    keysVerb.flag("--force", keysOptions.force, "Replace an existing file");
+    keysVerb.json(keysOptions.json);
 
     const Command attachVerb = group.verb("attach", "Attach a sealed SSL certificate to a response",
                                           "handshake attach --sealed sealed.json response.json");

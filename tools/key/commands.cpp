@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/command.hpp"
 #include "cli/documents.hpp"
+#include "cli/files.hpp"
 #include "cli/new_file.hpp"
 #include "cli/refusal.hpp"
+#include "key/forms.hpp"
 #include "key/keys.hpp"
 
 namespace bmcoauth::tool
@@ -41,14 +43,26 @@ void check(const Options& options)
         refuse(options.path + " does not hold a valid elliptic-curve private key",
                reasonOf(sound.error()));
     }
-    if (!options.json)
-    {
-        printGood("valid", "");
-        return;
-    }
+    const AnyKey key = readKeyOfAnyCurve(options.path);
     Json::Value document;
     document["valid"] = true;
-    printJson(document);
+    document["curve"] = curveNameOf(key);
+    document["mode"] = modeOf(options.path);
+    document["owner"] = ownerOf(options.path);
+    if (hasJwk(key))
+    {
+        document["thumbprint"] = thumbprintOf(key);
+    }
+    if (options.json)
+    {
+        printJson(document);
+        return;
+    }
+    const std::string risk = openTo(options.path, 0077);
+    printGood("valid", ": " + document["curve"].asString());
+    print("  mode        " + document["mode"].asString() + (risk.empty() ? "" : ", " + risk));
+    print("  owner       " + harmless(document["owner"].asString()));
+    print("  thumbprint  " + document.get("thumbprint", "-").asString());
 }
 
 } // namespace
@@ -67,7 +81,7 @@ void addKeyCommands(const Command& root)
     generateVerb.json(generateOptions.json);
 
     const Command checkVerb =
-        group.verb("check", "Check a private key file", "key check signing.pem");
+        group.verb("check", "Check a private key file and describe it", "key check signing.pem");
     Options& checkOptions = checkVerb.runs(check);
     checkVerb.required("FILE", checkOptions.path, "Private key file (PEM)");
     checkVerb.json(checkOptions.json);

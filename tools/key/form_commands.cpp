@@ -82,10 +82,7 @@ void convert(const ConvertOptions& options)
     {
         throw Stop{Exit::usage, "--kid needs --to jwk: other forms have no key id"};
     }
-    if (options.out == "-")
-    {
-        throw Stop{Exit::usage, "--out takes a file: without it the key goes to standard output"};
-    }
+    requireFileName(options.out);
     AnyKey key = readAnyKey(options.path);
     key.isPrivate = key.isPrivate && !options.publicOnly;
     std::string bytes = converted(key, options);

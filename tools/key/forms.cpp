@@ -226,16 +226,21 @@ bool isEc(const EVP_PKEY& key)
     return EVP_PKEY_get_base_id(&key) == EVP_PKEY_EC;
 }
 
-const Curve* curveOf(const EVP_PKEY& key)
+/** OpenSSL's name of the curve of @p key. */
+std::string groupOf(const EVP_PKEY& key)
 {
     std::array<char, 64> group{};
     std::size_t length = 0;
-    if (EVP_PKEY_get_group_name(&key, group.data(), group.size(), &length) != 1)
-    {
-        return nullptr;
-    }
-    const auto* found = std::ranges::find_if(
-        curves, [&](const Curve& known) { return std::string_view{group.data()} == known.group; });
+    return EVP_PKEY_get_group_name(&key, group.data(), group.size(), &length) == 1
+               ? group.data()
+               : "a curve without a name";
+}
+
+const Curve* curveOf(const EVP_PKEY& key)
+{
+    const std::string group = groupOf(key);
+    const auto* found =
+        std::ranges::find_if(curves, [&](const Curve& known) { return group == known.group; });
     return found == curves.end() ? nullptr : found;
 }
 
@@ -303,7 +308,7 @@ std::string written(const std::function<int(BIO*)>& write)
 
 } // namespace
 
-AnyKey readAnyKey(const std::string& path)
+AnyKey readKeyOfAnyCurve(const std::string& path)
 {
     const std::string bytes = readBytes(path);
     if (bytes.size() > INT_MAX)
@@ -329,8 +334,25 @@ AnyKey readAnyKey(const std::string& path)
     {
         stop(path, "holds no unencrypted key in PEM, DER or JWK form");
     }
+    return key;
+}
+
+std::string curveNameOf(const AnyKey& key)
+{
+    const Curve* const curve = curveOf(*key.key);
+    return curve != nullptr ? curve->name : groupOf(*key.key);
+}
+
+bool hasJwk(const AnyKey& key)
+{
     const int type = EVP_PKEY_get_base_id(key.key.get());
-    if (type != EVP_PKEY_RSA && (type != EVP_PKEY_EC || curveOf(*key.key) == nullptr))
+    return type == EVP_PKEY_RSA || (type == EVP_PKEY_EC && curveOf(*key.key) != nullptr);
+}
+
+AnyKey readAnyKey(const std::string& path)
+{
+    AnyKey key = readKeyOfAnyCurve(path);
+    if (!hasJwk(key))
     {
         stop(path, "holds neither an RSA key nor one on P-256, P-384 or P-521");
     }

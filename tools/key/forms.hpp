@@ -22,6 +22,15 @@ struct AnyKey
  *  Key. Stops the command when it holds none of them, or one whose parts do not fit together. */
 [[nodiscard]] AnyKey readAnyKey(const std::string& path);
 
+/** readAnyKey of an EC key that may be on any curve. The parts need not fit together. */
+[[nodiscard]] AnyKey readKeyOfAnyCurve(const std::string& path);
+
+/** The name of the EC key's curve: "P-256", or OpenSSL's name if no JSON Web Key has one. */
+[[nodiscard]] std::string curveNameOf(const AnyKey& key);
+
+/** Whether @p key has a form as JSON Web Key, and so a thumbprint. */
+[[nodiscard]] bool hasJwk(const AnyKey& key);
+
 /** The PEM text of @p key: PKCS #8, or SubjectPublicKeyInfo. */
 [[nodiscard]] std::string pemOf(const AnyKey& key);
 

@@ -43,15 +43,17 @@ void listKeys(const Options& options)
         printJson(list);
         return;
     }
+    std::vector<std::vector<std::string>> rows{{"kty", "kid", "alg", "crv", "can be imported"}};
     for (const Json::Value& key : keysOf(readObject(options.path)))
     {
-        std::string line;
+        std::vector<std::string>& row = rows.emplace_back();
         for (const char* name : {"kty", "kid", "alg", "crv"})
         {
-            line += (key[name].isString() ? shown(key[name].asString()) : "-") + "\t";
+            row.push_back(key[name].isString() ? shown(key[name].asString()) : "-");
         }
-        print(line + (importedKey(key) ? "can be imported" : "cannot be imported"));
+        row.emplace_back(importedKey(key) ? "yes" : "no");
     }
+    printTable(rows);
 }
 
 } // namespace

@@ -109,20 +109,6 @@ std::optional<std::uint64_t> secondsOf(const Json::Value& claim)
     return *end == '\0' && errno == 0 ? std::optional{seconds} : std::nullopt;
 }
 
-/** @p seconds as date and time in UTC, and how far they are from now. */
-std::string readableTime(std::uint64_t seconds)
-{
-    std::string date = dateOf(seconds);
-    if (date == beyondCalendar)
-    {
-        return date;
-    }
-    const double away = std::difftime(static_cast<std::time_t>(seconds), std::time(nullptr));
-    const auto whole = static_cast<unsigned long long>(away < 0 ? -away : away);
-    return date + (away < 0 ? ", " : ", in ") + std::to_string(whole) + " s" +
-           (away < 0 ? " ago" : "");
-}
-
 void printMembers(const std::string& title, const Json::Value& object)
 {
     print(title);

@@ -34,15 +34,15 @@ void listPrivileges(const Options& options)
         printJson(list);
         return;
     }
-    print("bit  mask   scope name                          claim code");
+    std::vector<std::vector<std::string>> rows{{"bit", "mask", "scope name", "claim code"}};
     for (unsigned int bit = 0; bit < privilegeCount; ++bit)
     {
-        std::array<char, 96> line{};
-        static_cast<void>(std::snprintf(line.data(), line.size(), "%3u  0x%03x  %-34s  %s", bit,
-                                        1U << bit, ravok_scope_privileges[bit],
-                                        xidp_claim_privileges[bit]));
-        print(line.data());
+        std::array<char, 8> mask{};
+        static_cast<void>(std::snprintf(mask.data(), mask.size(), "0x%03x", 1U << bit));
+        rows.push_back({std::to_string(bit), mask.data(), ravok_scope_privileges[bit],
+                        xidp_claim_privileges[bit]});
     }
+    printTable(rows);
 }
 
 } // namespace
