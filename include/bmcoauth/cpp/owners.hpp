@@ -107,8 +107,8 @@ protected:
     }
 };
 
-/** RecordRange looks at a null-ended array of records, which must outlive it, and gives what `Make`
- *  makes of each: `for (auto one : range)`. */
+/** RecordRange looks at a null-ended array of records or texts, which must outlive it, and gives what
+ *  `Make` makes of each: `for (auto one : range)`. */
 template <typename Record, auto Make>
 class RecordRange
 {
@@ -128,7 +128,7 @@ public:
         {
         }
         /** What is made of the record here. */
-        [[nodiscard]] value_type operator*() const
+        [[nodiscard]] value_type operator*() const noexcept(noexcept(Make(*here)))
         {
             return Make(*here);
         }

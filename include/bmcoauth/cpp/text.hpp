@@ -148,99 +148,34 @@ private:
     return {static_cast<const unsigned char*>(data), text.size()};
 }
 
+namespace detail
+{
+
+/** What a range shows of a text of its array. */
+[[nodiscard]] inline std::string_view viewedText(const char* text) noexcept
+{
+    return text == nullptr ? std::string_view{} : std::string_view{text};
+}
+
+} // namespace detail
+
 /** TextRange looks at a string array, which must outlive it: `for (std::string_view text : range)`.
  */
-class TextRange
+class TextRange : public detail::RecordRange<const char, detail::viewedText>
 {
 public:
-    /** Goes from text to text up to the null pointer that ends the array. */
-    class Iterator
-    {
-    public:
-        /** What `*` gives. */
-        using value_type = std::string_view;
-        /** What algorithms of the standard library ask for. */
-        using difference_type = std::ptrdiff_t;
+    using RecordRange::RecordRange;
 
-        Iterator() noexcept = default;
-        /** Begins at `at`. */
-        explicit Iterator(const char* const* at) noexcept : here{at}
-        {
-        }
-        /** The text here. */
-        [[nodiscard]] std::string_view operator*() const noexcept
-        {
-            const char* const text = *here;
-            return text == nullptr ? std::string_view{} : std::string_view{text};
-        }
-        /** Goes on to the next text. */
-        Iterator& operator++() noexcept
-        {
-            ++here;
-            return *this;
-        }
-        /** Goes on to the next text, and gives where it was. */
-        // NOLINTNEXTLINE(cert-dcl21-cpp): an iterator must be assignable.
-        Iterator operator++(int) noexcept
-        {
-            const Iterator before = *this;
-            ++here;
-            return before;
-        }
-        /** Whether both are at the same place. */
-        [[nodiscard]] bool operator==(const Iterator& other) const noexcept = default;
-        /** Whether all texts have been seen. */
-        [[nodiscard]] bool operator==(std::default_sentinel_t /*end*/) const noexcept
-        {
-            return here == nullptr || *here == nullptr;
-        }
-
-    private:
-        const char* const* here = nullptr;
-    };
-
-    /** A null array holds no texts. */
-    explicit TextRange(const char* const* array = nullptr) noexcept : first{array}
-    {
-    }
-    /** The first text. */
-    [[nodiscard]] Iterator begin() const noexcept
-    {
-        return first;
-    }
-    /** Behind the last text. */
-    [[nodiscard]] static std::default_sentinel_t end() noexcept
-    {
-        return {};
-    }
-    /** Whether there is no text. */
-    [[nodiscard]] bool empty() const noexcept
-    {
-        return first == end();
-    }
-    /** Counts the texts. */
-    [[nodiscard]] std::size_t size() const noexcept
-    {
-        std::size_t count = 0;
-        for (Iterator text = first; text != end(); ++text)
-        {
-            ++count;
-        }
-        return count;
-    }
     /** Whether one of the texts is exactly `wanted`. */
     [[nodiscard]] bool contains(std::string_view wanted) const noexcept
     {
-        Iterator text = first;
+        Iterator text = begin();
         while (text != end() && *text != wanted)
         {
             ++text;
         }
         return text != end();
     }
-
-private:
-    Iterator first;
 };
 
 /** Texts owns a string array. */
