@@ -31,7 +31,10 @@ PACKAGECONFIG[system-strutil] = "-Dcompanion=system,-Dcompanion=bundled"
 PACKAGECONFIG[tools] = "-Dtools=enabled,-Dtools=disabled,cli11"
 PACKAGECONFIG[ptest] = "-Dtests=enabled -Dinstalled_tests=enabled,-Dtests=disabled -Dinstalled_tests=disabled,gtest"
 
-EXTRA_OEMESON = "-Dexamples=disabled -Dman=disabled"
+EXTRA_OEMESON = "-Dexamples=disabled -Dman=disabled -Doptimization=s"
+# The option has the library optimised as a whole; these flags, which come behind it, must not
+# take that back.
+FULL_OPTIMIZATION = "-Os -pipe ${DEBUG_FLAGS}"
 
 PACKAGE_BEFORE_PN = "${PN}-tools libstrutil"
 SUMMARY:${PN}-tools = "${SUMMARY}: the command"
