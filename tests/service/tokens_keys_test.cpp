@@ -1,15 +1,83 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/keys.hpp"
+#include "support/fake_device.hpp"
 #include "support/machine.hpp"
 #include "support/refusals.hpp"
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
+
+namespace
+{
+
+/** Records how files are changed while it exists, and lets the call of the number `failing` fail. */
+struct FileCalls
+{
+    explicit FileCalls(std::size_t failingCall = SIZE_MAX) : failing{failingCall}
+    {
+        current = this;
+    }
+    FileCalls(const FileCalls&) = delete;
+    FileCalls& operator=(const FileCalls&) = delete;
+    ~FileCalls()
+    {
+        current = nullptr;
+    }
+
+    /** Notes `call`; whether it is to fail. */
+    static bool fails(const char* call)
+    {
+        if (current == nullptr)
+        {
+            return false;
+        }
+        current->names.emplace_back(call);
+        errno = EIO;
+        return current->names.size() == current->failing + 1;
+    }
+
+    std::vector<std::string> names;
+    std::size_t failing;
+
+private:
+    // Other threads go past it.
+    static thread_local FileCalls* current;
+};
+
+thread_local FileCalls* FileCalls::current = nullptr;
+
+} // namespace
+
+// The headers' calls come here: the program's own definitions are preferred.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's are reserved.
+extern "C" int fsync(int descriptor)
+{
+    struct stat status = {};
+    const bool isFolder = fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
+    return FileCalls::fails(isFolder ? "fsync of the folder" : "fsync of the file")
+               ? -1
+               : static_cast<int>(syscall(SYS_fsync, descriptor));
+}
+
+extern "C" int rename(const char* from, const char* to) noexcept
+{
+    return FileCalls::fails("rename") ? -1 : renameat(AT_FDCWD, from, AT_FDCWD, to);
+}
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 namespace bmcoauth
 {
@@ -49,6 +117,24 @@ struct KeyFiles : ::testing::Test
     {
         const std::filesystem::directory_iterator files{directory / ""};
         return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+    }
+    /** After a rotation that failed: nothing is lost, here or for the next start, and nothing lies
+     *  about. `known` is what the keys were. */
+    void nothingIsLost(const SigningKeys& keys, const std::vector<std::string>& known) const
+    {
+        EXPECT_EQ(idsIn(keys.jwks()), known);
+        const std::vector<std::string> now = ids();
+        for (const std::string& id : known)
+        {
+            EXPECT_NE(std::find(now.begin(), now.end(), id), now.end()) << id;
+        }
+        for (const auto& file : std::filesystem::directory_iterator{directory / ""})
+        {
+            const std::string name = file.path().filename();
+            EXPECT_TRUE(name == "signing.pem" || name == "signing.pem.retired" ||
+                        name == "signing.pem.next")
+                << name;
+        }
     }
 };
 
@@ -183,6 +269,91 @@ TEST_F(KeyFiles, ThatAreGoneAreNotMadeAgainByRotating)
     std::filesystem::remove_all(directory / "");
     EXPECT_REFUSED("file.unwritable", elsewhere.rotate());
     std::filesystem::create_directory(directory / "");
+}
+
+TEST_F(KeyFiles, AreOnTheMediumBeforeTheNextStep)
+{
+    SigningKeys keys = load();
+    const FileCalls calls;
+    ASSERT_TRUE(keys.rotate());
+    EXPECT_EQ(calls.names,
+              (std::vector<std::string>{// the next key
+                                        "fsync of the file", "fsync of the folder",
+                                        // the retired keys
+                                        "fsync of the file", "rename", "fsync of the folder",
+                                        // the key
+                                        "rename", "fsync of the folder"}));
+}
+
+TEST_F(KeyFiles, SurviveEachStepThatFails)
+{
+    SigningKeys keys = load();
+    ASSERT_TRUE(keys.rotate(20));
+    for (std::size_t step = 0; step < 7; ++step)
+    {
+        SCOPED_TRACE(step);
+        const std::vector<std::string> known = idsIn(keys.jwks());
+        {
+            const FileCalls calls{step};
+            EXPECT_REFUSED("file.unwritable", keys.rotate(20));
+            EXPECT_EQ(calls.names.size(), step + 1);
+        }
+        nothingIsLost(keys, known);
+        ASSERT_TRUE(keys.rotate(20));
+        EXPECT_EQ(idsIn(keys.jwks()), ids());
+    }
+}
+
+TEST_F(KeyFiles, SurviveEachFileThatCannotBeOpened)
+{
+    SigningKeys keys = load();
+    ASSERT_TRUE(keys.rotate(20));
+    bool reached = true;
+    unsigned int opened = 0;
+    for (; reached; ++opened)
+    {
+        SCOPED_TRACE(opened);
+        const std::vector<std::string> known = idsIn(keys.jwks());
+        support::FailCall failure{support::FailCall::opening, EMFILE, opened + 1};
+        const bool rotated = keys.rotate(20).has_value();
+        reached = failure.reached();
+        EXPECT_EQ(rotated, !reached);
+        if (reached)
+        {
+            nothingIsLost(keys, known);
+        }
+    }
+    // The folder, the key, the retired ones before and behind, and those of the next key.
+    EXPECT_GE(opened, 6U);
+}
+
+TEST_F(KeyFiles, SurviveAFullDisk)
+{
+    SigningKeys keys = load();
+    // Left by a rotation that was cut short, so that the retired keys are the first to be written.
+    ASSERT_TRUE(SigningKeys::loadOrCreate(path + ".next"));
+    const std::vector<std::string> known = ids();
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit tight = {.rlim_cur = 100, .rlim_max = before.rlim_max};
+    auto* const handler = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tight), 0);
+    const Expected<void> rotated = keys.rotate();
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_REFUSED("file.unwritable", rotated);
+    EXPECT_EQ(rotated.error().saw(), "No space left on device");
+    nothingIsLost(keys, known);
+    EXPECT_TRUE(keys.rotate());
+}
+
+TEST_F(KeyFiles, SurviveNamesThatBecomeTooLong)
+{
+    // Room for ".next" and six characters more, but not for ".retired" and six.
+    const std::string longPath = directory / std::string(242, 'k');
+    SigningKeys keys = SigningKeys::loadOrCreate(longPath).value();
+    EXPECT_REFUSED("file.unwritable", keys.rotate());
+    EXPECT_EQ(SigningKeys::loadOrCreate(longPath).value().jwks(), keys.jwks());
 }
 
 /** A signer of which only the public point counts. */
