@@ -1,8 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 """What the tool makes of its own verbs and options: manual pages and a completion."""
 
+import os
 import re
+import shutil
 import subprocess
+import unittest
 
 from support import FAILURE, USAGE, ToolTest
 
@@ -117,5 +120,85 @@ class Completion(Verbs):
         self.assertEqual(self.complete("key", "convert", "--to", ""), ["pem", "der", "jwk"])
         self.assertEqual(self.complete("key", "convert", "--to", "d"), ["der"])
 
+    def test_offers_the_words_that_the_tool_knows(self):
+        self.assertEqual(len(self.complete("error", "")), 14)
+        self.assertEqual(self.complete("error", "invalid_sc"), ["invalid_scope"])
+        self.assertEqual(self.complete("doctor", "--color", "a"), ["auto", "always"])
+        self.assertEqual(self.complete("handshake", "challenge", "--mode", ""), ["1", "2", "3"])
+        self.assertEqual(self.complete("token", "issue", "--subject", ""), [])
+
     def test_knows_no_other_shell(self):
-        self.refused(USAGE, "SHELL", "completion", "fish")
+        self.refused(USAGE, "SHELL", "completion", "csh")
+
+
+FISH = 'source script.fish; complete -C "$argv"'
+
+# In place of what zsh shows them with, which needs a terminal.
+ZSH = """
+_describe() { for one in "${(@P)2}"; do print -r -- "commands $one"; done }
+_arguments() { for one in "$@"; do print -r -- "options $one"; done }
+words=("$@")
+CURRENT=$#
+set --
+source ./_bmcoauth
+"""
+
+
+class OtherShells(Verbs):
+    def fish(self, line):
+        run = subprocess.run(
+            ["fish", "--no-config", "-c", FISH, line],
+            cwd=self.directory,
+            env={**os.environ, "HOME": str(self.directory)},
+            capture_output=True,
+            text=True,
+            check=False,
+        )
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        return [offered.partition("\t")[0] for offered in run.stdout.splitlines()]
+
+    @unittest.skipUnless(shutil.which("fish"), "fish is not installed")
+    def test_fish_completes_verbs_options_and_values(self):
+        self.write("script.fish", self.good("completion", "fish") + "\n")
+        self.write("some.pem", "")
+        self.assertIn("token", self.fish("bmcoauth "))
+        self.assertEqual(self.fish("bmcoauth tok"), ["token"])
+        self.assertEqual(self.fish("bmcoauth token ver"), ["verify"])
+        self.assertEqual(self.fish("bmcoauth token verify --ke"), ["--key"])
+        self.assertEqual(self.fish("bmcoauth token verify --key some.p"), ["some.pem"])
+        self.assertEqual(self.fish("bmcoauth token verify some.p"), ["some.pem"])
+        self.assertEqual(self.fish("bmcoauth key convert --to d"), ["der"])
+        self.assertEqual(self.fish("bmcoauth error invalid_sc"), ["invalid_scope"])
+        for verb in self.verbs():
+            offered = self.fish("bmcoauth " + " ".join(verb) + " --")
+            self.assertEqual(sorted(set(offered)), sorted(self.options(verb)), verb)
+
+    @unittest.skipUnless(shutil.which("zsh"), "zsh is not installed")
+    def test_zsh_reads_its_script(self):
+        script = self.good("completion", "zsh") + "\n"
+        self.assertTrue(script.startswith("#compdef bmcoauth\n"))
+        self.write("_bmcoauth", script)
+        self.assertEqual(self.zsh("token"), {"commands": ["issue", "inspect", "verify", "convert", "delegated"], "options": []})
+        for verb in self.verbs():
+            offered = self.zsh(*verb)
+            self.assertEqual(offered["commands"], [])
+            options = sorted(re.match(r"\*?(--[\w-]+)\[", option)[1] for option in offered["options"] if "--" in option[:3])
+            self.assertEqual(options, sorted(self.options(verb)), verb)
+        self.assertIn(":CODE:(", " ".join(self.zsh("error")["options"]))
+        self.assertTrue(any(o.endswith(":pem|der|jwk:(pem der jwk)") for o in self.zsh("key", "convert")["options"]))
+
+    def zsh(self, *words):
+        """What the script hands to the functions of zsh that show it."""
+        run = subprocess.run(
+            ["zsh", "-f", "-c", ZSH, "zsh", "bmcoauth", *words, ""],
+            cwd=self.directory,
+            capture_output=True,
+            text=True,
+            check=False,
+        )
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        found = {"commands": [], "options": []}
+        for line in run.stdout.splitlines():
+            kind, _, text = line.partition(" ")
+            found[kind].append(text.partition(":")[0] if kind == "commands" else text)
+        return found

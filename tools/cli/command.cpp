@@ -95,9 +95,10 @@ OptionDescription describe(const CLI::Option& option)
         described.help += "; may be given again";
     }
     described.value = described.argument ? "" : type;
-    if (type.find('|') != std::string::npos)
+    const std::string offered = option.get_option_text().empty() ? type : option.get_option_text();
+    if (offered.find('|') != std::string::npos)
     {
-        described.choices = CLI::detail::split(type, '|');
+        described.choices = CLI::detail::split(offered, '|');
     }
     return described;
 }
@@ -330,6 +331,12 @@ void Command::choice(const std::string& name, std::string& value, const std::str
                      const std::vector<std::string>& choices) const
 {
     limit(*addOption(*app, name, value, help), choices).required();
+}
+
+void Command::offer(const std::string& name, const std::vector<std::string>& words) const
+{
+    // The help of the tool has no other use for this text.
+    app->get_option(name)->option_text(CLI::detail::join(words, "|"));
 }
 
 void Command::number(const std::string& name, std::uint32_t& value, const std::string& help,

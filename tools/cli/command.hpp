@@ -116,6 +116,9 @@ public:
     void choice(const std::string& name, std::string& value, const std::string& help,
                 const std::vector<std::string>& choices) const;
 
+    /** Has shells offer @p words as values of the option or argument @p name. */
+    void offer(const std::string& name, const std::vector<std::string>& words) const;
+
     /** A number from @p least to @p most. */
     void number(const std::string& name, std::uint32_t& value, const std::string& help,
                 std::uint32_t least = 0, std::uint32_t most = UINT32_MAX) const;

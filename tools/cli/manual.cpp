@@ -8,9 +8,6 @@
 namespace bmcoauth::tool
 {
 
-namespace
-{
-
 std::string joined(const std::vector<std::string>& words, const std::string& separator)
 {
     std::string text;
@@ -20,6 +17,9 @@ std::string joined(const std::vector<std::string>& words, const std::string& sep
     }
     return text;
 }
+
+namespace
+{
 
 /** @p text so that roff prints it as it is. */
 std::string roff(const std::string& text)
@@ -166,34 +166,6 @@ std::string toolPage(const CommandDescription& tool)
     return text;
 }
 
-// ------------------------------------------------------------------------------ completion
-
-std::string quoted(const std::string& text)
-{
-    return "'" + text + "'";
-}
-
-// As deep as the commands: the tool, a group, a verb.
-// NOLINTNEXTLINE(misc-no-recursion)
-void addCases(const CommandDescription& command, std::string& words, std::string& values)
-{
-    const std::string path = joined(command.path, " ");
-    words += "        " + quoted(path) + ") words=" + quoted(joined(wordsBehind(command), " ")) +
-             " ;;\n";
-    for (const OptionDescription& option : command.options)
-    {
-        if (!option.value.empty())
-        {
-            values += "        " + quoted(path + " " + option.name) +
-                      ") takes=value; choices=" + quoted(joined(option.choices, " ")) + " ;;\n";
-        }
-    }
-    for (const CommandDescription& below : command.commands)
-    {
-        addCases(below, words, values);
-    }
-}
-
 } // namespace
 
 // NOLINTNEXTLINE(misc-no-recursion)
@@ -239,63 +211,6 @@ std::string pageName(const CommandDescription& command)
 std::string manualPage(const CommandDescription& command, const CommandDescription& tool)
 {
     return command.path.empty() ? toolPage(tool) : verbPage(command);
-}
-
-std::string bashCompletion(const CommandDescription& tool)
-{
-    std::string words;
-    std::string values;
-    addCases(tool, words, values);
-    return R"(# bash completion for bmcoauth; made by the tool from its own verbs and options
-
-_bmcoauth_words()
-{
-    words= takes= choices=
-    case $1 in
-)" + words +
-           R"(    esac
-    case "$1 $2" in
-)" + values +
-           R"(    esac
-}
-
-_bmcoauth()
-{
-    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}
-    local words takes choices verb='' longer word other=''
-    COMPREPLY=()
-
-    # The verb: as many of the words as make one.
-    for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-        longer=${verb:+$verb }$word
-        _bmcoauth_words "$longer" ''
-        if [[ -z $words ]]; then
-            other=$word
-            break
-        fi
-        verb=$longer
-    done
-
-    _bmcoauth_words "$verb" "$previous"
-    if [[ -n $takes ]]; then
-        if [[ -n $choices ]]; then
-            mapfile -t COMPREPLY < <(compgen -W "$choices" -- "$current")
-        else
-            mapfile -t COMPREPLY < <(compgen -f -- "$current")
-        fi
-    elif [[ $words != --* && -n $other ]]; then
-        : # Behind what is no command there is nothing to offer.
-    elif [[ $current == -* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
-    elif [[ $words != --* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "$words" -X '-*' -- "$current")
-    else
-        mapfile -t COMPREPLY < <(compgen -f -- "$current")
-    fi
-}
-
-complete -o filenames -F _bmcoauth bmcoauth
-)";
 }
 
 } // namespace bmcoauth::tool

@@ -13,7 +13,7 @@ struct OptionDescription
     std::string name;
     std::string value; /**< what it takes: "FILE", "pem|der|jwk"; empty for a flag or an argument */
     std::string help;
-    std::vector<std::string> choices; /**< the values, where there are only a few */
+    std::vector<std::string> choices; /**< the values, or the most useful ones */
     bool argument = false;
     bool required = false;
     bool repeatable = false;
@@ -42,6 +42,10 @@ struct CommandDescription
 /** The tool, as its command line is read. */
 [[nodiscard]] CommandDescription describeTool();
 
+/** @p words with @p separator between them. */
+[[nodiscard]] std::string joined(const std::vector<std::string>& words,
+                                 const std::string& separator);
+
 /** Every verb below @p command, in order. */
 [[nodiscard]] std::vector<const CommandDescription*> verbsOf(const CommandDescription& command);
 
@@ -64,7 +68,9 @@ struct CommandDescription
 [[nodiscard]] std::string manualPage(const CommandDescription& command,
                                      const CommandDescription& tool);
 
-/** A script that has bash complete the command line of the tool. */
+// Scripts that have a shell complete the command line of the tool.
 [[nodiscard]] std::string bashCompletion(const CommandDescription& tool);
+[[nodiscard]] std::string fishCompletion(const CommandDescription& tool);
+[[nodiscard]] std::string zshCompletion(const CommandDescription& tool);
 
 } // namespace bmcoauth::tool

@@ -18,9 +18,15 @@ struct CompletionOptions
     std::string shell;
 };
 
-void printCompletion(const CompletionOptions& /*options*/)
+void printCompletion(const CompletionOptions& options)
 {
-    std::cout << bashCompletion(describeTool());
+    const CommandDescription tool = describeTool();
+    if (options.shell == "bash")
+    {
+        std::cout << bashCompletion(tool);
+        return;
+    }
+    std::cout << (options.shell == "fish" ? fishCompletion(tool) : zshCompletion(tool));
 }
 
 struct ManualOptions
@@ -68,7 +74,8 @@ void addManualCommands(const Command& root)
 {
     const Command completionVerb = root.hiddenVerb("completion");
     CompletionOptions& completionOptions = completionVerb.runs(printCompletion);
-    completionVerb.choice("SHELL", completionOptions.shell, "Shell to complete for", {"bash"});
+    completionVerb.choice("SHELL", completionOptions.shell, "Shell to complete for",
+                          {"bash", "fish", "zsh"});
 
     const Command manualVerb = root.hiddenVerb("manual");
     ManualOptions& manualOptions = manualVerb.runs(writeManual);

@@ -4,6 +4,8 @@
 
 #include <charconv>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace bmcoauth::tool
 {
@@ -54,6 +56,12 @@ void addErrorCommand(const Command& root)
                                       "error invalid_scope --description \"unknown scope\"");
     Options& options = command.runs(writeError);
     command.required("CODE", options.code, "Number from 0 to 13, or name such as invalid_grant");
+    std::vector<std::string> names;
+    for (unsigned int number = 0; number <= OAUTH_NETWORK_ERROR; ++number)
+    {
+        names.emplace_back(errorText(static_cast<oauthError>(number)));
+    }
+    command.offer("CODE", names);
     command.option("--description TEXT", options.description, "Text of error_description");
     command.option("--resolution TEXT", options.resolution, "Text of error_resolution");
     command.option("--uri URI", options.uri, "Text of error_uri");
