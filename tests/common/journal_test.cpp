@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/fake_device.hpp"
-#include "support/owners.hpp"
+#include "support/records.hpp"
 #include "support/refusals.hpp"
 
 #include <bmcoauth.h>
@@ -18,9 +18,6 @@ using namespace support;
 
 namespace
 {
-
-using HeaderPtr = std::unique_ptr<JWTHeader, Releaser<free_jwt_header>>;
-using TokenPayloadPtr = std::unique_ptr<JWTPayload, Releaser<free_jwt_payload>>;
 
 /** Makes a token while the @p nth allocation fails, so that there is none; gives the errno that is
  *  left of 77. */

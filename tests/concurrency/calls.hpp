@@ -4,7 +4,7 @@
 #include "support/certificates.hpp"
 #include "support/lists.hpp"
 #include "support/machine.hpp"
-#include "support/owners.hpp"
+#include "support/records.hpp"
 
 #include <bmcoauth.h>
 
@@ -18,19 +18,18 @@
 namespace calls
 {
 
+using support::AuthorizeRequestPtr;
+using support::AuthorizeResponsePtr;
+using support::HeaderPtr;
 using support::HeapBytes;
 using support::HeapText;
 using support::PayloadPtr;
+using support::RegisterRequestPtr;
+using support::RegisterResponsePtr;
 using support::Releaser;
 using support::StringArray;
 using support::TextList;
-
-using HeaderPtr = std::unique_ptr<JWTHeader, Releaser<free_jwt_header>>;
-using TokenPtr = std::unique_ptr<JWTPayload, Releaser<free_jwt_payload>>;
-using AuthorizeRequestPtr = std::unique_ptr<AuthorizeRequest, Releaser<free_authorize_request>>;
-using AuthorizeResponsePtr = std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_response>>;
-using RegisterRequestPtr = std::unique_ptr<RegisterRequest, Releaser<free_register_request>>;
-using RegisterResponsePtr = std::unique_ptr<RegisterResponse, Releaser<free_register_response>>;
+using TokenPtr = support::TokenPayloadPtr;
 
 /** The time at which the clock stands still. */
 constexpr std::uint64_t now = 1'800'000'000;

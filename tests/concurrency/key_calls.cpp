@@ -14,9 +14,9 @@ namespace calls
 namespace
 {
 
-using EcKeyPtr = support::EcKeyPtr;
-using CertificateList = std::unique_ptr<HandshakePayload*, Releaser<free_jwk_certs>>;
-using KeyList = std::unique_ptr<jwk*, Releaser<free_jwk_list>>;
+using support::CertificateList;
+using support::EcKeyPtr;
+using support::KeyList;
 
 void releaseKey(jwk* key) noexcept
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/owners.hpp"
+#include "support/records.hpp"
 
 #include <gtest/gtest.h>
 
@@ -16,10 +16,6 @@ namespace
 
 constexpr std::size_t threadCount = 8;
 constexpr int rounds = 12;
-
-using HeaderPtr = std::unique_ptr<JWTHeader, Releaser<free_jwt_header>>;
-using TokenPayloadPtr = std::unique_ptr<JWTPayload, Releaser<free_jwt_payload>>;
-using ResponsePtr = std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_response>>;
 
 /** A service's private key, in the form that the token functions take. */
 struct Key
@@ -53,7 +49,7 @@ std::string issue(const Key& key, const std::string& subject)
     std::string name = subject;
     std::string issuer = "controller";
     AuthorizeClaims claims{name.data(), issuer.data(), nullptr, 0};
-    const ResponsePtr response{authorize_client(
+    const AuthorizeResponsePtr response{authorize_client(
         "state", key.bytes.get(), static_cast<unsigned int>(key.length), nullptr, &claims)};
     return response ? response->access_token : "";
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/certificates.hpp"
 #include "support/fake_device.hpp"
-#include "support/owners.hpp"
+#include "support/records.hpp"
 #include "support/vectors.hpp"
 
 #include <bmcoauth.h>
@@ -21,14 +21,6 @@ using namespace support;
 
 namespace
 {
-
-using RegisterRequestPtr = std::unique_ptr<RegisterRequest, Releaser<free_register_request>>;
-using RegisterResponsePtr = std::unique_ptr<RegisterResponse, Releaser<free_register_response>>;
-using OidcPtr = std::unique_ptr<OidcRegisterResponse, Releaser<free_oidc_register_response>>;
-using AuthorizeRequestPtr = std::unique_ptr<AuthorizeRequest, Releaser<free_authorize_request>>;
-using AuthorizeResponsePtr = std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_response>>;
-using HeaderPtr = std::unique_ptr<JWTHeader, Releaser<free_jwt_header>>;
-using TokenPayloadPtr = std::unique_ptr<JWTPayload, Releaser<free_jwt_payload>>;
 
 constexpr const char* productionPath = "/etc/default/certs/FactorycertProdRoot.pem";
 constexpr const char* developmentPath = "/etc/default/certs/FactorycertDevRoot.pem";
@@ -448,7 +440,7 @@ TEST(PublishedVectors, RegisterResponses)
 TEST(PublishedVectors, OidcAnswers)
 {
     forEach(vectorsOfManual("register.json")["answers"], [](const Json::Value& row) {
-        const OidcPtr answer{parse_oidc_register_response(row["document"].asCString())};
+        const OidcResponsePtr answer{parse_oidc_register_response(row["document"].asCString())};
         ASSERT_EQ(answer != nullptr, row["valid"].asBool());
         if (!answer)
         {

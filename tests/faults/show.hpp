@@ -4,7 +4,7 @@
 #include "faults.hpp"
 #include "support/certificates.hpp"
 #include "support/lists.hpp"
-#include "support/owners.hpp"
+#include "support/records.hpp"
 
 #include <bmcoauth.h>
 
@@ -15,11 +15,21 @@
 namespace faults
 {
 
+using support::AuthorizeRequestPtr;
+using support::AuthorizeResponsePtr;
+using support::CertificateList;
+using support::HeaderPtr;
 using support::HeapBytes;
 using support::HeapText;
+using support::KeyList;
+using support::OidcResponsePtr;
 using support::PayloadPtr;
+using support::PolicyPtr;
+using support::RegisterRequestPtr;
+using support::RegisterResponsePtr;
 using support::Releaser;
 using support::StringArray;
+using TokenPtr = support::TokenPayloadPtr;
 
 inline void releaseJwk(jwk* record) noexcept
 {
@@ -33,17 +43,6 @@ inline void releaseScopes(JWTscopes* scopes) noexcept
 }
 
 using KeyPtr = std::unique_ptr<jwk, Releaser<releaseJwk>>;
-using KeyList = std::unique_ptr<jwk*, Releaser<free_jwk_list>>;
-using CertificateList = std::unique_ptr<HandshakePayload*, Releaser<free_jwk_certs>>;
-using PolicyPtr = std::unique_ptr<KestPolicyAuth, Releaser<free_kest_policy_response>>;
-using HeaderPtr = std::unique_ptr<JWTHeader, Releaser<free_jwt_header>>;
-using TokenPtr = std::unique_ptr<JWTPayload, Releaser<free_jwt_payload>>;
-using AuthorizeRequestPtr = std::unique_ptr<AuthorizeRequest, Releaser<free_authorize_request>>;
-using AuthorizeResponsePtr = std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_response>>;
-using RegisterRequestPtr = std::unique_ptr<RegisterRequest, Releaser<free_register_request>>;
-using RegisterResponsePtr = std::unique_ptr<RegisterResponse, Releaser<free_register_response>>;
-using OidcResponsePtr =
-    std::unique_ptr<OidcRegisterResponse, Releaser<free_oidc_register_response>>;
 
 [[nodiscard]] std::string show(const char* text);
 [[nodiscard]] std::string show(const char* const* array);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/fake_device.hpp"
-#include "support/owners.hpp"
+#include "support/records.hpp"
 
 #include <gtest/gtest.h>
 
@@ -14,9 +14,6 @@ using namespace support;
 
 namespace
 {
-
-using HeaderPtr = std::unique_ptr<JWTHeader, Releaser<free_jwt_header>>;
-using TokenPayloadPtr = std::unique_ptr<JWTPayload, Releaser<free_jwt_payload>>;
 
 const std::set<std::string> expectedMessages{
     "Base64 encoding the header failed", "Base64 encoding the payload failed",

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/fake_device.hpp"
 #include "support/machine.hpp"
-#include "support/owners.hpp"
+#include "support/records.hpp"
 #include "support/refusals.hpp"
 
 #include <bmcoauth.h>
@@ -19,9 +19,6 @@ using namespace support;
 
 namespace
 {
-
-using KeyList = std::unique_ptr<jwk*, Releaser<free_jwk_list>>;
-using CertificateKeyList = std::unique_ptr<HandshakePayload*, Releaser<free_jwk_certs>>;
 
 struct KeyReleaser
 {
@@ -473,7 +470,7 @@ TEST(SetJwkCerts, CopiesEveryKeyWithAllValues)
     LiteralCertificateKey first{{"kty", {"EC"}}, {"x5c", {"A", "B", "C", "D"}}};
     LiteralCertificateKey second{{"x5c", {""}}};
     std::vector<HandshakePayload*> list{first.get(), second.get(), nullptr};
-    const CertificateKeyList copy{set_jwk_certs(list.data())};
+    const CertificateList copy{set_jwk_certs(list.data())};
     ASSERT_NE(copy, nullptr);
     const HandshakePayload* const record = copy.get()[0];
     EXPECT_STREQ(record[0].name, "kty");
@@ -491,7 +488,7 @@ TEST(SetJwkCerts, StopsAtAParameterWithoutValueArray)
     LiteralCertificateKey key{{"kty", {"EC"}}, {"x5c", {"A"}}, {"alg", {"ES-256"}}};
     key.get()[1].values = nullptr;
     std::vector<HandshakePayload*> list{key.get(), nullptr};
-    const CertificateKeyList copy{set_jwk_certs(list.data())};
+    const CertificateList copy{set_jwk_certs(list.data())};
     ASSERT_NE(copy, nullptr);
     EXPECT_STREQ(copy.get()[0][0].name, "kty");
     EXPECT_EQ(copy.get()[0][1].name, nullptr);
@@ -505,7 +502,7 @@ TEST(SetJwkCerts, RefusesAListWithAnEmptyKey)
     LiteralCertificateKey arrayless{{"x5c", {"A"}}};
     arrayless.get()->values = nullptr;
     std::vector<HandshakePayload*> list{good.get(), good.get(), nullptr};
-    const CertificateKeyList copy{set_jwk_certs(list.data())};
+    const CertificateList copy{set_jwk_certs(list.data())};
     EXPECT_NE(copy, nullptr);
     for (LiteralCertificateKey* key : {&bare, &valueless, &arrayless})
     {
@@ -529,7 +526,7 @@ TEST(SetJwkCerts, GivesNullWhicheverAllocationFails)
     LiteralCertificateKey second{{"x5c", {"C"}}};
     std::vector<HandshakePayload*> list{first.get(), second.get(), nullptr};
     withEachAllocationFailing([&](auto& failure) {
-        const CertificateKeyList copy{set_jwk_certs(list.data())};
+        const CertificateList copy{set_jwk_certs(list.data())};
         EXPECT_EQ(failure.reached(), copy == nullptr);
     });
 }
