@@ -131,7 +131,7 @@ def play(place, data, service, judge, client):
         before = sandbox if mode == "3" else []
         with started(place, *before, *EMULATOR, service, mode, place / "state", place / "devices", end=end,
                      status=status), \
-                started(place / "judge", *EMULATOR, judge, status=-signal.SIGTERM):
+                started(place / "judge", *EMULATOR, judge):
             said = run(client, "dev-1", place / "devices" / "dev-1.json", *(proof if mode == "3" else []))
             expect("what went wrong", [line for line in said.splitlines() if line.startswith("WRONG")], [])
             expect("the steps", said.count("as it should: "), 27)
@@ -156,7 +156,7 @@ def refuse_to_start(place, service):
         done = subprocess.run([*EMULATOR, service, "2", state, place / "devices"], capture_output=True, text=True,
                               stdin=subprocess.DEVNULL, timeout=30, check=False)
         expect("the status", done.returncode, 1)
-        expect("what stops the service", done.stderr[:len("token-service: " + wanted)], "token-service: " + wanted)
+        expect("what stops the service", done.stderr[:len("cannot go on: " + wanted)], "cannot go on: " + wanted)
         after = {path: path.read_bytes() for path in bad.rglob("*") if path.is_file()}
         expect("the files", after, before)
     run(service, "4", place / "state", place / "devices", status=1)
