@@ -116,13 +116,10 @@ public:
         }
         if (rules.challengeLifetime.count() <= 0 ||
             rules.clientLifetime < rules.challengeLifetime ||
-            rules.clientLifetime > detail::longestTime)
+            rules.clientLifetime > detail::longestTime || rules.limits.pending == 0 ||
+            rules.limits.proven == 0)
         {
-            return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "clientLifetime"};
-        }
-        if (rules.limits.pending == 0 || rules.limits.proven == 0)
-        {
-            return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "limits"};
+            return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "rules"};
         }
         return Registrar{store, std::move(rules), std::move(clock)};
     }

@@ -216,11 +216,10 @@ private:
 
     [[nodiscard]] Expected<ClientRecord> known(std::string_view id) const
     {
-        return store->find(id).and_then(
-            [](std::optional<ClientRecord> found) -> Expected<ClientRecord> {
-                return found ? *std::move(found)
-                             : Expected<ClientRecord>{Error{BMCOAUTH_RULE_CLIENT_UNKNOWN}};
-            });
+        return store->find(id).and_then([](std::optional<ClientRecord> found) {
+            return found ? Expected<ClientRecord>{*std::move(found)}
+                         : Error{BMCOAUTH_RULE_CLIENT_UNKNOWN};
+        });
     }
     /** The client of this name and secret. */
     [[nodiscard]] Expected<ClientRecord> authenticated(std::string_view id,
@@ -241,8 +240,6 @@ private:
                            : refreshed(std::move(client), request.refreshToken().value_or(""));
             });
     }
-
-    // ------------------------------------------------------------------------------------ proofs --
 
     /** The first tokens, for a client that answers its challenge. */
     [[nodiscard]] Expected<Grant> proven(const ClientRecord& client, const TokenRequest& request,
@@ -346,8 +343,6 @@ private:
         return Grant{*std::move(client), *std::move(token)};
     }
 
-    // ----------------------------------------------------------------------------------- refresh --
-
     [[nodiscard]] static bool isOfFamily(const ClientRecord& client, std::string_view token)
     {
         return client.refresh &&
@@ -410,8 +405,6 @@ private:
             })
             .and_then([](const TokenResponse& response) { return response.write(); });
     }
-
-    // -------------------------------------------------------------------------------- judgements --
 
     /** What an access token says; nothing if it is not valid. */
     [[nodiscard]] Expected<std::optional<TokenFacts>> valid(std::string_view token) const
