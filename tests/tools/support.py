@@ -31,7 +31,20 @@ exec "$@"
 """
 ALONE = ["unshare", "--mount"] if os.geteuid() == 0 else ["unshare", "--user", "--map-root-user", "--mount"]
 
+try:
+    import jsonschema
+except ImportError:
+    jsonschema = None
+
+SCHEMA = pathlib.Path(__file__).resolve().parents[2] / "docs/tool-output.schema.json"
+
 SUCCESS, FAILURE, USAGE, INVALID, EXPIRED = range(5)
+
+
+def check_verdict(document):
+    """Compares a verdict or refusal with the schema; raises what says where they differ."""
+    if jsonschema is not None:
+        jsonschema.validate(document, json.loads(SCHEMA.read_text(encoding="utf-8")))
 
 
 class Outcome:
@@ -99,6 +112,7 @@ class ToolTest(unittest.TestCase):
         outcome = self.tool(*arguments, "--json", text=text)
         self.assertEqual(outcome.status, status, (outcome.out, outcome.err))
         document = json.loads(outcome.out)
+        check_verdict(document)
         reason = outcome.err.decode().removeprefix("bmcoauth: ").removesuffix("\n")
         for name, value in ((verdict, False), ("rule", rule), ("reason", reason)):
             self.assertEqual(document.pop(name), value)

@@ -7,10 +7,11 @@ from support import (
     EXPIRED,
     INVALID,
     SUCCESS,
-    USAGE,
     ToolTest,
+    USAGE,
     altered,
     base64url,
+    check_verdict,
     claims,
     signed_token,
 )
@@ -63,6 +64,7 @@ class Delegated(ToolTest):
         outcome = self.tool("token", "delegated", *trust, *options, text=token)
         self.assertEqual(outcome.status, status, outcome.err)
         report = json.loads(outcome.out)
+        check_verdict(report)
         expected = {
             "verdict": "expired" if status == EXPIRED else "invalid",
             "verified": verified,

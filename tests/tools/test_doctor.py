@@ -6,7 +6,7 @@ import os
 import struct
 import unittest.mock
 
-from support import FAILURE, INVALID, ToolTest
+from support import FAILURE, INVALID, ToolTest, check_verdict
 
 LEVELS = {"ok": 0, "doubtful": 6, "bad": 3}
 
@@ -17,6 +17,7 @@ class Doctor(ToolTest):
         outcome = self.tool("doctor", *options, "--json")
         self.assertEqual(outcome.err, b"")
         document = json.loads(outcome.out)
+        check_verdict(document)
         levels = {finding["level"] for finding in document["findings"]}
         worst = next(level for level in ("bad", "doubtful", "ok") if level in levels)
         self.assertEqual((document["worst"], outcome.status), (worst, LEVELS[worst]))

@@ -2,11 +2,59 @@
 """With --json: the documents of the verbs that print text without it."""
 
 import json
+import unittest
 
+import support
 from support import INVALID, PKI_WARNING, ToolTest, base64url, claims, part, signed_token
 
 
 class Json(ToolTest):
+    def good_verdict(self, *arguments, **settings):
+        document = self.good_json(*arguments, "--json", **settings)
+        support.check_verdict(document)
+        return document
+
+    def test_of_verdicts_is_as_the_schema_says(self):
+        self.pki()
+        self.good_verdict("key", "check", "pki/a.key")
+        self.good_verdict("cert", "check", "pki/a.pem")
+        self.write("keys.json", {"otp1.0": ["first", "second", "third"]})
+        made = self.good("handshake", "challenge", "--type", "otp1.0", "--mode", "2")
+        self.write("challenge.json", made)
+        challenge = ("--challenge", "challenge.json", "--keys", "keys.json")
+        self.write("response.json", self.good("handshake", "respond", *challenge))
+        self.good_verdict("handshake", "check", *challenge, "response.json")
+
+    def test_of_a_chain_is_as_the_schema_says(self):
+        self.pki()
+        self.install_roots()
+        self.good_verdict("cert", "chain", "pki/a-chain.pem")
+
+    @unittest.skipIf(support.jsonschema is None, "jsonschema is not installed")
+    def test_schema_knows_nothing_else(self):
+        for document in (
+            {},
+            {"valid": "true"},
+            {"valid": True, "reason": "x"},
+            {"valid": False},
+            {"valid": False, "reason": "x", "extra": 1},
+            {"valid": True, "verified": True},
+            {"verdict": "perhaps", "verified": True},
+            {"worst": "ok"},
+        ):
+            with self.subTest(document), self.assertRaises(support.jsonschema.ValidationError):
+                support.check_verdict(document)
+
+    def test_of_what_no_rule_refuses(self):
+        for verb in (("token", "inspect"), ("handshake", "respond", "--challenge", "-")):
+            outcome = self.tool(*verb, "--json", text="nonsense")
+            document = json.loads(outcome.out)
+            support.check_verdict(document)
+            reason = outcome.err.decode().removeprefix("bmcoauth: ").removesuffix("\n")
+            self.assertEqual((outcome.status, document), (INVALID, {"valid": False, "reason": reason}))
+        # Nothing was judged.
+        self.assertEqual(self.tool("token", "inspect", "missing", "--json").out, b"")
+
     def test_of_a_key(self):
         self.assertEqual(self.good_json("key", "generate", "--json", "key.pem"), {"file": "key.pem"})
         self.assertTrue(self.good_json("key", "check", "--json", "key.pem")["valid"])

@@ -368,6 +368,23 @@ int runCommandLine(int argc, char** argv)
         }
         throw;
     }
+    catch (const Reported&)
+    {
+        throw;
+    }
+    catch (const Stop& stop)
+    {
+        // Something is refused by no rule: it is not what it should be at all.
+        if (stop.status() == Exit::invalid && asksForJson(commandRead(app)))
+        {
+            Json::Value document;
+            document["valid"] = false;
+            document["reason"] = stop.what();
+            printJson(document);
+            std::cout.flush();
+        }
+        throw;
+    }
     catch (const CLI::Success& asked)
     {
         return app.exit(asked);

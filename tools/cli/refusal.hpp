@@ -48,6 +48,13 @@ public:
     Json::Value document;
 };
 
+/** Ends the command, as Stop does: its document is printed already. */
+class Reported : public Stop
+{
+public:
+    using Stop::Stop;
+};
+
 /** Ends the command: @p what, such as "the token is refused", for @p reason. With --json, the member
  *  @p verdict of the document is false. The status is Exit::failure if the machine failed. */
 [[noreturn]] void refuse(const std::string& what, const Reason& reason,

@@ -87,7 +87,7 @@ void describe(const VerifiedToken& valid, const std::string& token, Json::Value&
     report["reason"] = message;
     printJson(report);
     const Exit refused = expired ? Exit::expired : Exit::invalid;
-    throw Stop{reason.machine ? Exit::failure : refused, message};
+    throw Reported{reason.machine ? Exit::failure : refused, message};
 }
 
 void judgeToken(const Options& options)
