@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <barrier>
 #include <cerrno>
 #include <cstddef>
@@ -334,6 +335,27 @@ TEST_F(LoadOrCreate, LeavesAWholeKeyOrNothingWhenMemoryRunsOut)
         ASSERT_EQ(namesIn(directory), keyFileIsSound(path) ? Names{"key.pem"} : Names{});
         std::filesystem::remove(path);
     }
+}
+
+TEST(PublicPoints, AreThoseOfTheKeys)
+{
+    const KeyPair pair = KeyPair::generate().value();
+    const std::string_view expected = pair.publicPoint.view();
+    const Bytes point = publicPointOf(pair.privateKey).value();
+    EXPECT_EQ(point.view(), expected);
+
+    // A key whose file holds the short form of the point.
+    const EcKey key = ecKeyOf(pair.privateKey).value();
+    EC_KEY_set_conv_form(key.get(), POINT_CONVERSION_COMPRESSED);
+    std::array<unsigned char, 128> der{};
+    unsigned char* behind = der.data();
+    const int length = i2d_ECPrivateKey(key.get(), &behind);
+    ASSERT_GT(length, 0);
+    const PrivateKey shorter =
+        PrivateKey::fromDer(ByteSpan{der}.first(static_cast<std::size_t>(length))).value();
+    ASSERT_LT(shorter.der().size(), pair.privateKey.der().size());
+    const Bytes same = publicPointOf(shorter).value();
+    EXPECT_EQ(same.view(), expected);
 }
 
 } // namespace
