@@ -57,7 +57,8 @@ public:
     {
         return transaction([&] {
             return run("DELETE FROM clients WHERE expires <= ?", now) && insert(client) &&
-                   trim(false, limits.pending) && trim(true, limits.proven);
+                   trim(false, limits.pending, client.expiresAt) &&
+                   trim(true, limits.proven, sys_seconds::max());
         });
     }
     Expected<bool> replace(const bmcoauth::ClientRecord& client)
@@ -233,15 +234,15 @@ private:
             columns(client, refresh, proven));
     }
     /** Removes pending or proven clients until there are no more than `most`: always the oldest of
-     *  those who have most. */
-    [[nodiscard]] bool trim(bool proven, std::size_t most)
+     *  those who have most. Ends after `last` count as `last`. */
+    [[nodiscard]] bool trim(bool proven, std::size_t most, sys_seconds last)
     {
         return run("DELETE FROM clients WHERE version IN (SELECT version FROM clients "
                    "WHERE proven = ?1 ORDER BY row_number() OVER (PARTITION BY "
-                   "iif(?1, software, sender) ORDER BY expires DESC, version DESC) DESC, "
-                   "expires, version "
+                   "iif(?1, software, sender) ORDER BY min(expires, ?3) DESC, version DESC) DESC, "
+                   "min(expires, ?3), version "
                    "LIMIT max(0, (SELECT count(*) FROM clients WHERE proven = ?1) - ?2))",
-                   proven, most);
+                   proven, most, last);
     }
     [[nodiscard]] bool hasSchema()
     {
