@@ -36,7 +36,9 @@ std::string wrapped(const std::string& text, std::size_t width, std::size_t inde
         }
         else
         {
-            result += end + '\n' + std::string(indent, ' ') + word;
+            result += end;
+            result += '\n';
+            result.append(indent, ' ').append(word);
             used = indent;
         }
     }
