@@ -55,7 +55,7 @@ class Layer(unittest.TestCase):
         known = {
             option["name"]: option.get("choices") or ["enabled", "disabled", "auto"]
             for option in self.introspect("--buildoptions", "meson.build")
-            if option["section"] == "user"
+            if option["section"] in {"user", "core"}
         }
         given = re.findall(r"-D(\w+)=([\w-]+)", self.recipe)
         self.assertGreaterEqual(len(given), 10)
@@ -147,6 +147,8 @@ class Layer(unittest.TestCase):
                     "{bindir}/bmcoauth",
                     "{bindir}/bmcoauth-sandbox",
                     "{datadir}/bash-completion/completions/bmcoauth",
+                    "{datadir}/fish/vendor_completions.d/bmcoauth.fish",
+                    "{datadir}/zsh/site-functions/_bmcoauth",
                 ],
             )
 

@@ -38,7 +38,7 @@ FULL_OPTIMIZATION = "-Os -pipe ${DEBUG_FLAGS}"
 
 PACKAGE_BEFORE_PN = "${PN}-tools libstrutil"
 SUMMARY:${PN}-tools = "${SUMMARY}: the command"
-FILES:${PN}-tools = "${bindir}/bmcoauth ${bindir}/bmcoauth-sandbox ${datadir}/bash-completion"
+FILES:${PN}-tools = "${bindir}/bmcoauth ${bindir}/bmcoauth-sandbox ${datadir}/bash-completion ${datadir}/fish ${datadir}/zsh"
 RRECOMMENDS:${PN}-tools = "util-linux-mount util-linux-unshare"
 SUMMARY:libstrutil = "String library of the controller, as bmcoauth needs it"
 FILES:libstrutil = "${libdir}/libstrutil${SOLIBS}"
