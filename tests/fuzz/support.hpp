@@ -86,9 +86,9 @@ struct Party
 /** Both null, or equal texts. */
 [[nodiscard]] bool same(const char* left, const char* right);
 
-/** What parses can be written, and what is written parses to the same; what does not is refused by
- *  @p rules. What writing replaces may
- *  change the order of names, or make two into one, but only once. */
+/** A text that parses can be written, and the written text parses to the same. A text that does not
+ *  parse is refused by one of @p rules. Characters that writing replaces may change the order of
+ *  names or make one name of two, but only once. */
 template <auto Release, typename Record>
 void requireRoundTrip(const char* text, Rules rules, Record* (*parse)(const char*),
                       char* (*write)(Record*))

@@ -590,10 +590,9 @@ struct DelegatedRules
     std::size_t cacheSize = 128;
 };
 
-/** DelegatedValidator judges tokens of others, each by the rules and by one key of the issuer that
- *  its "iss" names: a hundred keys cost no more than one. What is refused of every token, what is
- *  remembered, and which threads may call, is as for TokenValidator. Other issuers or keys are
- *  another validator. */
+/** DelegatedValidator judges tokens of other issuers. "iss" names the issuer, whose rules and one of
+ *  whose keys decide: a hundred keys cost no more than one. The checks of every token, the cache and
+ *  the threads are as for TokenValidator. For other issuers or keys, make another validator. */
 class DelegatedValidator
 {
 public:
