@@ -62,7 +62,7 @@ inline void serve(sd_bus* bus, const char* name)
     {
         sigaddset(&ends, signal);
     }
-    sigprocmask(SIG_BLOCK, &ends, nullptr);
+    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
     required(sd_event_add_signal(event, nullptr, SIGTERM, nullptr, nullptr), "SIGTERM");
     required(sd_event_add_signal(event, nullptr, SIGINT, nullptr, nullptr), "SIGINT");
     required(sd_bus_set_exit_on_disconnect(bus, 1), "bus");

@@ -33,7 +33,7 @@ bool isGiven(const Reply& reply)
 /** Whatever is wrong with a client, it is told the same. */
 bool isRefused(const Reply& reply)
 {
-    return reply.text == "org.example.Tokens1.Error.invalid_client: {\"error\":\"invalid_client\"}";
+    return reply.text == R"(org.example.Tokens1.Error.invalid_client: {"error":"invalid_client"})";
 }
 
 Client registered(const Peer& peer, const Device& device)

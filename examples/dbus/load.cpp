@@ -74,13 +74,18 @@ Session begin(Caller& caller, const Device& device)
     return {std::move(client), tokens.refresh, tokens.access};
 }
 
-/** Says what is wrong; how often something was. */
-std::atomic<int> faults = 0;
+/** How often something was wrong. */
+std::atomic<int>& faults()
+{
+    static std::atomic<int> count = 0;
+    return count;
+}
+/** Says what is wrong. */
 void expect(bool asItShould, std::string_view what, const Reply& reply)
 {
     if (!asItShould)
     {
-        ++faults;
+        ++faults();
         std::cerr << "LOST: " << what << ": " << reply.text << std::endl;
     }
 }
@@ -174,7 +179,7 @@ void report(std::vector<Caller>& callers, Clock::duration length)
     std::cout << "calls per second: " << static_cast<double>(calls.size()) / seconds
               << "\nmedian, microseconds: " << at(50)
               << "\n99th percentile, microseconds: " << at(99)
-              << "\ncalls without an answer: " << lost << "\nfaults: " << faults << std::endl;
+              << "\ncalls without an answer: " << lost << "\nfaults: " << faults() << std::endl;
 }
 
 int run(int seconds, const Device& device)
@@ -206,7 +211,7 @@ int run(int seconds, const Device& device)
         thread.join();
     }
     report(callers, Clock::now() - start);
-    return faults == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    return faults() == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 } // namespace

@@ -17,14 +17,13 @@
 #include <array>
 #include <chrono>
 #include <fstream>
-#include <functional>
 #include <iterator>
-#include <map>
 #include <optional>
 #include <set>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace
 {
@@ -99,34 +98,27 @@ Answer textOr(const Expected<void>& done, std::string_view text)
     return copy ? Answer{*std::move(copy)} : Refusal{OAUTH_SERVER_ERROR, copy.error()};
 }
 
-const std::map<std::string_view,
-               std::function<Answer(Service&, const Arguments&, std::string_view)>>
-    methods{
-        {"Register",
-         [](auto& s, auto& in, auto who) {
-             return s.registrar.answer(in[0], who);
-         }},
-        {"Issue",
-         [](auto& s, auto& in, auto who) {
-             return s.tokens.answer(in[0], who);
-         }},
-        {"Introspect",
-         [](auto& s, auto& in, auto who) {
-             return s.tokens.introspect(in[0], who);
-         }},
-        {"Revoke",
-         [](auto& s, auto& in, auto) {
-             return s.tokens.revoke(in[0], in[1], in[2]).transform([] { return Text{}; });
-         }},
-        {"Keys",
-         [](auto& s, auto&, auto) {
-             return textOr({}, s.keys.jwks());
-         }},
-        {"Rotate",
-         [](auto& s, auto&, auto) {
-             return textOr(s.keys.rotate(), "");
-         }},
-    };
+Answer answerTo(std::string_view method, Service& service, const Arguments& in,
+                std::string_view sender)
+{
+    if (method == "Register")
+    {
+        return service.registrar.answer(in[0], sender);
+    }
+    if (method == "Issue")
+    {
+        return service.tokens.answer(in[0], sender);
+    }
+    if (method == "Introspect")
+    {
+        return service.tokens.introspect(in[0], sender);
+    }
+    if (method == "Revoke")
+    {
+        return service.tokens.revoke(in[0], in[1], in[2]).transform([] { return Text{}; });
+    }
+    return method == "Keys" ? textOr({}, service.keys.jwks()) : textOr(service.keys.rotate(), "");
+}
 
 /** The user who has sent `message`, as the bus knows it. */
 std::string senderOf(sd_bus_message* message)
@@ -143,13 +135,13 @@ int call(sd_bus_message* message, void* service, sd_bus_error* /*error*/)
 {
     Arguments in{};
     const char* const types = sd_bus_message_get_signature(message, 1);
-    if (const int read = sd_bus_message_read(message, types, &in[0], &in[1], &in[2]); read < 0)
+    if (const int read = sd_bus_message_read(message, types, in.data(), &in[1], &in[2]); read < 0)
     {
         return read;
     }
     const std::string_view method = sd_bus_message_get_member(message);
     const std::string sender = senderOf(message);
-    const Answer answer = methods.at(method)(*static_cast<Service*>(service), in, sender);
+    const Answer answer = answerTo(method, *static_cast<Service*>(service), in, sender);
     if (answer && method == "Rotate")
     {
         sd_bus_emit_signal(sd_bus_message_get_bus(message), path, interface, "KeysChanged", "");

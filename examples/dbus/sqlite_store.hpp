@@ -227,7 +227,7 @@ private:
         return std::apply(
             [&](const auto&... values) {
                 // The version that it had counts no more.
-                return run(
+                return this->run(
                     "INSERT INTO clients VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,iif(?,NULL,NULL))",
                     values...);
             },
