@@ -84,13 +84,15 @@ Expected<DelegatedValidator> delegatedBy(std::string jwks)
                                   {.revoked = ignored}, now);
 }
 
-/** @p good and @p forged are the same but for the signature. */
+/** @p token may be valid, and is judged alike each time; @p foreign, which others have written, is
+ *  never valid. */
 template <typename Validator>
-void requireOwnOnly(const Validator& validator, const std::string& good, const std::string& forged)
+void requireOwnOnly(const Validator& validator, const std::string& token,
+                    const std::string& foreign)
 {
-    const bool isValid = judged(tokenRules, validator.validate(good));
-    fuzz::require(!judged(tokenRules, validator.validate(forged)), "another's token is not valid");
-    fuzz::require(judged(tokenRules, validator.validate(good)) == isValid,
+    const bool isValid = judged(tokenRules, validator.validate(token));
+    fuzz::require(!judged(tokenRules, validator.validate(foreign)), "another's token is not valid");
+    fuzz::require(judged(tokenRules, validator.validate(token)) == isValid,
                   "a token that comes again is judged alike");
 }
 
