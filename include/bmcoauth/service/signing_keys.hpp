@@ -3,6 +3,7 @@
 
 /* The keys with which a service signs its tokens. */
 
+#include <bmcoauth/cpp/document.hpp>
 #include <bmcoauth/cpp/encoding.hpp>
 #include <bmcoauth/cpp/expected.hpp>
 #include <bmcoauth/cpp/issuing.hpp>
@@ -81,15 +82,24 @@ using MakeToken = std::function<Expected<Text>(const TokenPlan&)>;
     {
         return all.error();
     }
-    const std::string numbers =
-        R"("x":")" + std::string{x->view()} + R"(","y":")" + std::string{y->view()} + R"("})";
-    const Expected<Text> id =
-        keyId ? requirePlain(*keyId).and_then([&keyId] { return Text::copy(*keyId); })
-              : base64Url(sha256(R"({"crv":"P-256","kty":"EC",)" + numbers));
-    return id ? importOwnKeys(R"({"keys":[{"alg":"ES256","crv":"P-256","kid":")" +
-                              std::string{id->view()} + R"(","kty":"EC","use":"sig",)" + numbers +
-                              "]}")
-              : Expected<KeySet>{id.error()};
+    Expected<Document> key = Document::parse("{}");
+    const auto set = [&key](std::string_view name, std::string_view value) {
+        return key.and_then([&](Document& document) { return document.setString(name, value); });
+    };
+    const Expected<void> wanted =
+        allOf(set("crv", "P-256"), set("kty", "EC"), set("x", *x), set("y", *y));
+    if (!wanted)
+    {
+        return wanted.error();
+    }
+    const Expected<void> plain = keyId ? requirePlain(*keyId) : Expected<void>{};
+    const Expected<Text> id = keyId ? Text::copy(*keyId) : base64Url(sha256(key->view()));
+    if (const Expected<void> all = allOf(plain, id); !all)
+    {
+        return all.error();
+    }
+    const Expected<void> whole = allOf(set("alg", "ES256"), set("kid", *id), set("use", "sig"));
+    return whole ? importOwnKeys(R"({"keys":[)" + std::string{key->view()} + "]}") : whole.error();
 }
 
 /** The public key of a key in the process. */
