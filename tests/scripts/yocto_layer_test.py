@@ -15,8 +15,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 LAYER = ROOT / "packaging/yocto/meta-bmcoauth"
 RECIPES = sorted((LAYER / "recipes-support/bmcoauth").glob("bmcoauth_*.bb"))
 SERIES = {
-    "scarthgap": {"WORKDIR": "/work", "PV": "1.0"},
-    "wrynose": {"WORKDIR": "/work", "UNPACKDIR": "/work/sources", "PV": "1.0"},
+    "scarthgap": {"WORKDIR": "/build", "PV": "1.0"},
+    "wrynose": {"WORKDIR": "/build", "UNPACKDIR": "/build/sources", "PV": "1.0"},
 }
 # What the packages of every recipe take, in bitbake's order, before those that a recipe adds.
 DEVELOPMENT = "${includedir} ${libdir}/*.so ${libdir}/pkgconfig ${libdir}/cmake"
@@ -91,8 +91,8 @@ class Layer(unittest.TestCase):
         self.assertEqual(
             found,
             {
-                "scarthgap": "/work/oath-toolkit-1.0/liboath",
-                "wrynose": "/work/sources/oath-toolkit-1.0/liboath",
+                "scarthgap": "/build/oath-toolkit-1.0/liboath",
+                "wrynose": "/build/sources/oath-toolkit-1.0/liboath",
             },
         )
 
