@@ -25,12 +25,12 @@ struct Service
                    .audience = issued.audience,
                    .longestLifetime = issued.longestLifetime,
                    .revoked = [this](const Claims& claims) {
-                       return tokens.isActive(*claims.subject()).transform(std::logical_not{});
+                       return tokens.isRevoked(claims);
                    }};
     RegistrationRules asked{.redirectUris = {"https://client.example/callback"}};
     TokenFunctions functions{
         .issue = TokenIssuer::of(keys, issued, systemClock()).value(),
-        .validate = std::bind_front(&Service::factsOf, this),
+        .validate = [this](auto token) { return judge.validate(token).transform(TokenFacts::of); },
         .secrets = std::bind_front(&Service::secretsOf, this),
         .privileges = [](const ClientRecord&) { return Privileges{Privilege::login}; },
         .mayIntrospect = std::bind_front(std::equal_to{}, introspector)};
@@ -39,13 +39,6 @@ struct Service
     TokenEndpoint<MemoryStore> tokens = TokenEndpoint<MemoryStore>::of(clients, functions).value();
     TokenValidator judge = TokenValidator::of(keys.verificationKeys(), own, systemClock()).value();
 
-    Expected<TokenFacts> factsOf(std::string_view token) const
-    {
-        return judge.validate(token).transform([](const ValidToken& one) {
-            return TokenFacts{std::string{*one.claims().subject()}, std::string{*one.claims().id()},
-                              one.expiresAt(), one.privileges()};
-        });
-    }
     /** The secrets of this device alone, whose name is in its certificate. */
     Expected<Text> secretsOf(const ClientRecord& client) const
     {

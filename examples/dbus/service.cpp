@@ -83,15 +83,6 @@ Privileges privilegesOf(const std::string& devices, const ClientRecord& client)
     return granted;
 }
 
-TokenFacts factsOf(const ValidToken& token)
-{
-    const Claims claims = token.claims();
-    return {.subject = std::string{claims.subject().value_or("")},
-            .id = std::string{claims.id().value_or("")},
-            .expiresAt = token.expiresAt(),
-            .privileges = token.privileges()};
-}
-
 Answer textOr(const Expected<void>& done, std::string_view text)
 {
     Expected<Text> copy = done ? Text::copy(text) : done.error();
@@ -193,7 +184,7 @@ void run(bool both, const std::string& state, const std::string& devices)
                                     "validator");
     const TokenFunctions functions{
         .issue = issuer,
-        .validate = [&](auto token) { return validator.validate(token).transform(factsOf); },
+        .validate = [&](auto token) { return validator.validate(token).transform(TokenFacts::of); },
         .secrets = [&](auto& client) { return keyDocument(devices, client.softwareId); },
         .privileges = [&](auto& client) { return privilegesOf(devices, client); },
         .mayIntrospect =

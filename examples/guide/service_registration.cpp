@@ -46,15 +46,6 @@ bmcoauth::TokenRules rulesWith(bmcoauth::Expectation<bmcoauth::RevocationCheck> 
             .longestLifetime = std::chrono::hours{1},
             .revoked = std::move(revoked)};
 }
-
-TokenFacts factsOf(const ValidToken& token)
-{
-    const Claims claims = token.claims();
-    return {.subject = std::string{claims.subject().value_or("")},
-            .id = std::string{claims.id().value_or("")},
-            .expiresAt = token.expiresAt(),
-            .privileges = token.privileges()};
-}
 // [access]
 
 // [functions]
@@ -65,7 +56,9 @@ TokenFunctions functionsOf(const TokenIssuer& issuer, const TokenValidator& own,
     return {
         .issue = issuer,
         .validate =
-            [&own](std::string_view token) { return own.validate(token).transform(factsOf); },
+            [&own](std::string_view token) {
+                return own.validate(token).transform(TokenFacts::of);
+            },
         // On a controller: the document of this software, from a file that it shares with nobody.
         .secrets = [&secrets](const ClientRecord&) { return Text::copy(secrets); },
         .privileges =

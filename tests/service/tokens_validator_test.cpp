@@ -84,6 +84,16 @@ private:
     }
 };
 
+TEST_F(Validating, GivesTheFactsThatATokenEndpointAsksFor)
+{
+    const TokenFacts facts =
+        validator().validate(token(header(), payload())).transform(TokenFacts::of).value();
+    EXPECT_EQ(facts.subject, "admin");
+    EXPECT_EQ(facts.id, "1");
+    EXPECT_EQ(facts.expiresAt.time_since_epoch(), 1000600s);
+    EXPECT_EQ(facts.privileges.bits(), 9U);
+}
+
 TEST_F(Validating, TakesATokenThatIsAsExpected)
 {
     const ValidToken valid = validator().validate(token(header(), payload())).value();

@@ -11,6 +11,7 @@
 #include <bmcoauth/cpp/privileges.hpp>
 #include <bmcoauth/cpp/token.hpp>
 #include <bmcoauth/service/issued_token.hpp>
+#include <bmcoauth/service/judging.hpp>
 #include <bmcoauth/service/registrar.hpp>
 
 #include <algorithm>
@@ -39,6 +40,15 @@ struct TokenFacts
     std::chrono::sys_seconds expiresAt;
     /** What the subject may do. */
     Privileges privileges;
+
+    /** The facts of a token that a TokenValidator has found valid. A claim that it lacks is an empty
+     *  text. */
+    [[nodiscard]] static TokenFacts of(const ValidToken& token)
+    {
+        const Claims claims = token.claims();
+        return {std::string{claims.subject().value_or("")}, std::string{claims.id().value_or("")},
+                token.expiresAt(), token.privileges()};
+    }
 };
 
 /** What a TokenEndpoint asks the service for. All of them are needed, and are called from several
