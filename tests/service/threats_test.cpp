@@ -168,7 +168,7 @@ TEST_F(ThreatByClients, WhoShowTheTokensOfAnother)
     static_cast<void>(proven(other));
     EXPECT_REFUSED("client.refresh-unknown",
                    endpoint().answer(other.refreshing(ones.refresh), "sender"));
-    // An access token is no refresh token.
+    // An access token is not a refresh token.
     EXPECT_REFUSED("client.refresh-unknown",
                    endpoint().answer(one.refreshing(ones.access), "sender"));
     EXPECT_TRUE(endpoint().answer(one.refreshing(ones.refresh), "sender"));

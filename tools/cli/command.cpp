@@ -206,7 +206,7 @@ bool asksForJson(const CLI::App& command)
     return flag != nullptr && flag->count() > 0;
 }
 
-/** What is wrong with the command line, of which @p command was read, by @p error. */
+/** The message for @p error, found while @p command was read. */
 std::string complaint(const CommandDescription& command, const std::vector<std::string>& unknown,
                       const CLI::ParseError& error)
 {

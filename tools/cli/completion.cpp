@@ -124,7 +124,7 @@ _bmcoauth()
     elif [[ -n $takes ]]; then
         : # Nobody but the user knows the word.
     elif [[ $words != --* && -n $other ]]; then
-        : # Behind what is no command there is nothing to offer.
+        : # The word before is not a command: nothing to offer.
     elif [[ $current == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
     else

@@ -150,7 +150,7 @@ TEST(SqliteStore, DoesAllOfAnOperationOrNothing)
     old.expiresAt = now + 1s;
     ASSERT_TRUE(store->add(old, {}, now));
     ASSERT_TRUE(store->add(wholeClient(), {}, now));
-    // What has ended would go, but the client is there.
+    // The call would remove clients that have ended, but fails: the new one exists already.
     EXPECT_REFUSED("client.store-failed", store->add(wholeClient(), {}, now + 2s));
     EXPECT_TRUE(store->find("old").value().has_value());
     // Whatever fails, the next operation works.
