@@ -5,7 +5,7 @@
 //     delegated KEYS... < tokens
 //
 // A file of keys is a JSON Web Key Set (RFC 7517, section 5), a single key, or a public key in PEM
-// form. The tokens stand one on a line. Tells for each what it is and what its user may do, and
+// form. Each line holds one token. Says for each what it is and what its user may do, and
 // ends with 1 if one of them is not valid.
 #include <bmcoauth.hpp>
 
@@ -56,7 +56,7 @@ bool addKeys(const char* path, std::vector<std::string>& keys)
     const bmcoauth::Expected<Document> document = Document::parse(text);
     if (!document)
     {
-        // What is no JSON object is taken for PEM. The library finds out when it verifies.
+        // Other texts are taken for PEM. The library finds out when it verifies.
         keys.push_back(text);
         return !text.empty();
     }
@@ -103,8 +103,8 @@ bool judge(const std::string& token, const bmcoauth::TrustedKeys& keys)
         show(*valid);
         return true;
     }
-    // A trusted key signed it: its user may be told to come back with a new one. What is forged is
-    // not even worth repeating.
+    // A trusted key signed it: its user may be told to come back with a new one. A forged
+    // token is not even worth repeating.
     if (verdict.hasTrustedSignature() && verdict.judgement() == Judgement::expired)
     {
         std::cout << "expired\n";

@@ -8,7 +8,7 @@
 # demo/controller.sh); documents travel between them through two pipes.
 set -euo pipefail
 
-# What a refused command says stands where it was refused.
+# The messages of a refused command appear where it was refused.
 exec 2>&1
 
 build=$(cd "${1:?usage: demo.sh BUILD_DIR}" && pwd)

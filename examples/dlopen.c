@@ -61,8 +61,8 @@ static int bind_all(void* handle, struct Library* library)
            BIND(handle, library, free_jwt_header) && BIND(handle, library, free_jwt_payload);
 }
 
-/* Issues a token and judges it. All that the calls hand out is released, whatever happens: null is
- * nothing to do for every function that releases. */
+/* Issues a token and judges it. Every result of the calls is released, whatever happens: each
+ * function that releases does nothing if it gets null. */
 static int use_it(const struct Library* library)
 {
     unsigned char* public_key = NULL;

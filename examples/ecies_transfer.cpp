@@ -78,8 +78,8 @@ int open(const std::string& text, const CertificateKey& peer, const PrivateKey& 
         std::cerr << "the envelope does not open\n";
         return EXIT_FAILURE;
     }
-    // NOTE: the MAC does not cover the IV. Who can alter the message can alter the first 16 bytes
-    // of the text unseen; a PEM text begins with bytes that every reader checks.
+    // NOTE: the MAC does not cover the IV. An attacker who can alter the message can alter the first
+    // 16 bytes of the text unseen; a PEM text begins with bytes that every reader checks.
     std::cout << opened->data();
     return EXIT_SUCCESS;
 }

@@ -143,7 +143,7 @@ extern "C" int merge_doc(char** text, const char* other)
         {
             return false;
         }
-        // What is replaced is wiped with the source.
+        // Replaced values are wiped with the source.
         merge(document, source.root,
               [](Json::Value& current, Json::Value& replacement) { current.swap(replacement); });
         return true;

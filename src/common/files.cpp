@@ -12,7 +12,7 @@ namespace bmcoauth::internal
 
 void closeFile(std::FILE* file) noexcept
 {
-    // Who has written makes sure of it with fflush before; here nobody could be told.
+    // Writers call fflush before and check it; here there is nobody to report an error to.
     static_cast<void>(std::fclose(file));
 }
 

@@ -47,8 +47,8 @@ using Step = Carried (*)(const void* captured);
  *  other error passes. */
 [[nodiscard]] Carried runMemory(Step step, const void* captured);
 
-/** runMemory that also turns an error of jsoncpp into 0. What else is thrown passes: the record
- *  writers' std::logic_error is meant for the caller. */
+/** runMemory that also turns an error of jsoncpp into 0. Other exceptions pass: the
+ *  std::logic_error of the record writers is meant for the caller. */
 [[nodiscard]] Carried runGuarded(Step step, const void* captured);
 
 /** The words that a body has captured, to hand them over in registers: what an entry keeps in memory
@@ -72,8 +72,8 @@ template <Carried (*run)(Step, const void*), std::size_t count>
     return run(step, &captured);
 }
 
-/** Runs @p body by @p run, one of the two above or one of their kind: the handlers of exceptions and
- *  what belongs to them stand once in the library, not once in each entry. */
+/** Runs @p body by @p run, one of the two above or one of their kind: the library has the exception
+ *  handlers once, instead of once in each entry. */
 template <Carried (*run)(Step, const void*), typename Body>
 auto guardedBy(Body body)
 {

@@ -67,7 +67,7 @@ public:
         noteIndex(index);
         return *this;
     }
-    /** What was there; null is nothing. Never a secret of ours. */
+    /** Notes what was there, nothing if null. Never a secret of ours. */
     Refused& saw(const char* text) noexcept
     {
         noteSeen(text);

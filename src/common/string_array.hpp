@@ -10,7 +10,7 @@
 namespace bmcoauth::internal
 {
 
-/** Releases the texts of a null-ended array, then the array; null is nothing to do. */
+/** Releases the texts of a null-ended array, then the array; does nothing if it is null. */
 void releaseStringArray(char** array) noexcept;
 
 /** Owns a string array: a heap array of heap texts, ended by a null pointer. */

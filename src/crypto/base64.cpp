@@ -243,7 +243,7 @@ std::optional<DecodedBytes> decodeBase64Url(std::string_view text) noexcept
 
 std::optional<DecodedBytes> decodeEitherBase64(std::string_view text)
 {
-    // What is stored so may be a secret.
+    // The text may be a secret.
     const SecretText copy = secretText(heapText(text));
     if (!copy)
     {

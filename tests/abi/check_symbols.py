@@ -29,7 +29,7 @@ def expand(symbol, wide):
 
 
 def listed(paths, wide):
-    """Every symbol of the lists, with the list that it stands in."""
+    """Every symbol of the lists, with the list that has it."""
     symbols = {}
     faults = []
     for path in paths:

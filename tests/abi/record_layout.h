@@ -11,7 +11,7 @@
 #include <assert.h>
 #include <stddef.h>
 
-/* Names of fields are no values, and C knows no templates. */
+/* Names of fields are not values, and C does not have templates. */
 /* NOLINTBEGIN(cppcoreguidelines-macro-usage) */
 #define FIELD(record, position, field)                                                             \
     static_assert(offsetof(record, field) == (position) * sizeof(void*), "offset of " #field)

@@ -109,7 +109,7 @@ private:
     char* view = nullptr;
 };
 
-/** The largest use of a test's calls, which stands in the report as well. */
+/** The largest use of a test's calls, which is also in the report. */
 class Stack : public testing::Test
 {
 protected:

@@ -68,8 +68,8 @@ Parts decoded(const std::string& der)
     return partsOf(key.get());
 }
 
-/** What decoding into a key that lies on P-256 already gives, unless the structure moves the key to
- *  another curve, or its scalar is none of the group's. */
+/** What decoding gives into a key that is on P-256 already, unless the structure moves the key to
+ *  another curve, or its scalar is outside the group. */
 Parts decodedIntoP256(const std::string& der)
 {
     const EcKeyPtr key{EC_KEY_new_by_curve_name(NID_X9_62_prime256v1)};

@@ -18,8 +18,8 @@
 using support::Identity;
 using support::X509Ptr;
 
-// A block as it is always written is decoded without OpenSSL's PEM reader, which says what is right
-// all the same: here both read the same texts. A certificate shows what was read.
+// A block in the usual form is decoded without OpenSSL's PEM reader, but that reader still decides
+// what is right: here both read the same texts. A certificate shows what was read.
 
 namespace
 {

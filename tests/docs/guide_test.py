@@ -3,8 +3,8 @@
 
 In the page's order, but the files first, in an empty directory and with the programs on the path:
 
-- each command of a block ```console must print what stands below it. In a line, "..." stands for
-  what differs each time; alone in a line, for any number of lines.
+- each command of a block ```console must print the lines below it. In a line, "..." stands for
+  text that differs each time; alone in a line, for any number of lines.
 - a block behind <!-- file: NAME --> is put into that file.
 - a block behind <!-- taken by: COMMAND --> is given to the command, which must end with status 0.
 

@@ -145,7 +145,7 @@ def end(service, device, other, tokens):
 
 
 def hostile(service):
-    """Lines that are none, and connections that say nothing."""
+    """Lines that are not calls, and connections that say nothing."""
     for line in b"\n", b"[]\n", b"{}\n", b"{\n", b"\xff\n", b'{"call":"unknown"}\n', b'{"call":7}\n':
         expect(line, service.send(line), INVALID)
     expect("a line in parts", service.send(b'{"call":', b'"none"}', b"\n"), INVALID)

@@ -30,7 +30,7 @@ namespace
 using support::FailAllocation;
 using support::FailCall;
 
-/** What stands in errno and in OpenSSL's error queue before a call, and must afterwards. */
+/** The contents of errno and of OpenSSL's error queue before a call, and required after it. */
 constexpr int someErrno = EXDEV;
 constexpr int someReason = 4711;
 

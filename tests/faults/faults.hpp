@@ -145,9 +145,9 @@ enum Allowance : unsigned int
     ends = 2,
     /** It does not put errno back. */
     changesErrno = 4,
-    /** Its arguments are refused even where nothing fails, and it leaves something all the same. */
+    /** Its arguments are refused even if nothing fails, but it leaves something anyway. */
     isRefused = 8,
-    /** It never says why: it is none of the library's, or its 0 is an answer. */
+    /** It never says why: it is not a function of the library, or its 0 is an answer. */
     givesNoReason = 16,
 };
 

@@ -14,7 +14,7 @@ constexpr auto openingRules = std::to_array<std::string_view>(
 constexpr const char* sealedText = "jthDmDKzcUxq3U9WYOxCXvsOZtYT3TaeUeRJ8Cr4z54=";
 constexpr const char* sealedMac = "KzIZi/ToxtjXPBMGXh7ZPel5VyFWNtkke9NP0AmlU3k=";
 
-/** The bytes of a Base64 text in either alphabet; none for what is no Base64. */
+/** The bytes of a Base64 text in either alphabet; none if it is not Base64. */
 std::string bytesOf(std::string text)
 {
     base64URIencode(text.data());

@@ -333,7 +333,7 @@ TEST(Documents, HoldNumbersOfAnySize)
 
 TEST(Documents, AreUtf8AsFarAsAnybodyLooks)
 {
-    // Bytes that are no UTF-8 are kept, and a surrogate needs its other half.
+    // Bytes that are not UTF-8 are kept, and a surrogate needs its other half.
     const std::vector<std::pair<const char*, bool>> texts = {
         {"\"\xc3\xa4\"", true},      {"\"\xff\xfe\"", true},         {"\"\xc0\xaf\"", true},
         {"\"\xed\xa0\x80\"", true},  {"\"\xf4\x90\x80\x80\"", true}, {"\"\xe2\x82\"", true},
@@ -382,7 +382,7 @@ TEST(Documents, HaveNoOtherEncoding)
         expectRefused("json.syntax", reader, "\xef\xbb\xbf\xef\xbb\xbf" + reader.accepted);
         // The mark of UTF-8 itself is the JSON library's to pass over or to refuse: everywhere alike.
         EXPECT_EQ(reader.reads("\xef\xbb\xbf" + reader.accepted), readsDocument("\xef\xbb\xbf{}"));
-        // What is no document stays none with something in front.
+        // Text in front of a document is not skipped.
         expectRefused("json.syntax", reader, ")]}'\n" + reader.accepted);
         expectRefused("json.syntax", reader, "callback(" + reader.accepted + ")");
         EXPECT_TRUE(reader.reads(" \t\r\n" + reader.accepted + " \t\r\n"));

@@ -165,8 +165,9 @@ TEST(EcdsaIntegers, AreNeverNegative)
     expectAccepted(pairOf(r, s));
 }
 
-// Whoever has one signature has its twin: r and the order less s. Neither JSON Web Signature nor the
-// partners ask for the smaller one, so both are good; a token's text is no name for the token.
+// Each signature has a twin that anybody can compute: r and the order less s. Neither JSON Web
+// Signature nor the partners ask for the smaller one, so both are good. A token is therefore not
+// identified by its text.
 TEST(EcdsaIntegers, HaveATwinThatIsAsGood)
 {
     const std::string twin = pairOf(good().r, forge::p256Order() - good().s);
@@ -231,7 +232,7 @@ TEST(EcdsaEncoding, IsDerAndNothingElse)
 
 TEST(EcdsaEncoding, HasNoOtherLength)
 {
-    // The text of no bytes is no Base64.
+    // The empty text is not Base64.
     expectFromAll("", "token.signature", "base64.malformed", "base64.malformed");
     for (std::size_t length = 1; length < good().der.size(); ++length)
     {

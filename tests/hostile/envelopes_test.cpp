@@ -112,7 +112,7 @@ TEST(EnvelopeKeys, LieOnTheCurve)
     const std::string zero(32, '\0');
     EXPECT_EQ(opened(sample(), point), accepted);
     EXPECT_EQ(opened(sample(), (odd ? '\x03' : '\x02') + x), accepted);
-    // The opposite point agrees on the same secret, of which the y is no part.
+    // The opposite point agrees on the same secret: y is not a part of it.
     EXPECT_EQ(opened(sample(), (odd ? '\x02' : '\x03') + x), accepted);
     EXPECT_EQ(opened(sample(), '\x04' + y + x), offCurve);
     EXPECT_EQ(opened(sample(), '\x04' + x + zero), offCurve);

@@ -130,7 +130,7 @@ TEST(HandshakeReplay, IsOfNoUseForAnotherType)
 
 TEST(HandshakeRoles, CannotBeExchanged)
 {
-    // What the server said is no answer, and what the client said is no question.
+    // The server's challenge is not an answer, and the client's answer is not a challenge.
     EXPECT_TRUE(accepts(passwordChallenge, responseOf(passwordOf1)));
     EXPECT_REFUSED("handshake.types", accepts(responseOf(passwordOf1), passwordChallenge));
     EXPECT_REFUSED("handshake.proof-missing", accepts(passwordChallenge, passwordChallenge));
@@ -236,8 +236,8 @@ TEST(HandshakeCertificate, IsThatOfTheSigner)
     EXPECT_REFUSED("handshake.proof-wrong", acceptsFrom(made.client, made.client, made.authority));
 }
 
-// The name is part of what is signed: a proof under one name is none under another, whoever has the
-// key.
+// The name is part of the signed text: a proof under one name is not a proof under another, even
+// with the same key.
 TEST(HandshakeCertificate, IsSignedWithItsName)
 {
     const Factory& made = factory();
@@ -335,7 +335,7 @@ TEST(HandshakeResponse, MayHoldMoreButNotLess)
         EXPECT_REFUSED("handshake.proof-wrong",
                        accepts(passwordChallenge, R"({"R":"00000000",)" + std::string{more} + "}"));
     }
-    // Nor is the type: what was not asked for is no proof of it.
+    // Nor is the type: a proof of another type does not count.
     EXPECT_REFUSED("handshake.proof-wrong",
                    accepts(R"({"T":"other","M":"7","C":"1"})",
                            R"({"T":"hotp1.0","M":"7","C":"1","R":")" + right + "\"}"));
@@ -382,8 +382,8 @@ TEST(HandshakeResponse, HasOneAnswerOfTwo)
                                                 R"({"hotp1.0\u0000":["12345678901234567890"]})"));
 }
 
-// Without counters of its own a challenge lets the client choose them: an answer that was heard
-// once is good for ever. Servers ask with counters, as generateServerHandshakeChallenge does.
+// Without counters of its own a challenge lets the client choose them: an answer that was overheard
+// once is good forever. Servers ask with counters, as generateServerHandshakeChallenge does.
 TEST(HandshakeResponse, BringsItsCountersOnlyWhereNoneWereAsked)
 {
     const std::string open = R"({"T":"hotp1.0"})";

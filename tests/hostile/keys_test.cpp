@@ -177,8 +177,8 @@ TEST(KeyInTheHeader, IsNeverLookedAt)
     }
 }
 
-// Of a record only what stands under the exact names counts: a zero byte ends a text of the
-// interface, and the key that a name without one carries comes first.
+// Only the members with the exact names count: a zero byte ends a text of the
+// interface, and the key under the name without a zero byte comes first.
 TEST(KeyMembers, WithZeroBytesDoNotReplaceOthers)
 {
     const std::string trusted = forge::ecJwk(forge::pointOf(tokens::serviceKey()));

@@ -41,7 +41,7 @@ std::string digestOf(const std::string& text, const EVP_MD* kind = EVP_sha256())
     return digest;
 }
 
-/** RFC 8017, section 9.2, note 1: what stands before a SHA-256 digest. */
+/** RFC 8017, section 9.2, note 1: the bytes before a SHA-256 digest. */
 const std::string& sha256Prefix()
 {
     static const std::string bytes = support::fromHex("3031300d060960864801650304020105000420");

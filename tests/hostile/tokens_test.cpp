@@ -105,7 +105,7 @@ Outcomes outcomes(const std::string& token, const std::vector<std::string>& keys
     return {ownOutcome(token), judgement.rule};
 }
 
-/** The names of "no algorithm", as texts of JSON, and what stands there when none does. */
+/** The names of "no algorithm", as texts of JSON, and values that are not a name. */
 const std::vector<std::string>& namesOfNone()
 {
     static const std::vector<std::string> names = {R"("none")",
@@ -183,9 +183,9 @@ TEST(NoAlgorithm, IsNoLeaveToGoUnsigned)
     EXPECT_EQ(outcomes(good.substr(0, good.rfind('.'))), refusedBy("token.parts"));
 }
 
-// Signed by the trusted key all the same. The service's own tokens have one algorithm, whatever
-// their header says, so that there is nothing to choose; to another party's, the name says which
-// sort of key may verify it, and "none" is no sort.
+// The trusted key has signed these tokens. The service's own tokens have one algorithm, whatever
+// their header says: there is nothing to choose. In a token of another party, the name says which
+// sort of key may verify it, and "none" is not a sort of key.
 TEST(NoAlgorithm, IsNoneThatAKeyVerifies)
 {
     const FakeClock clock{now};

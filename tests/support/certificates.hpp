@@ -66,7 +66,7 @@ public:
     /** The certificate as DER bytes. */
     [[nodiscard]] std::string der() const;
 
-    /** The certificate as bare Base64 without line feeds, as it stands in "x5c". */
+    /** The certificate as bare Base64 without line feeds, as it is in "x5c". */
     [[nodiscard]] std::string body() const;
 
     /** The private key as the DER bytes of an ECPrivateKey structure. */

@@ -24,7 +24,7 @@ std::set<std::string> exportedFunctions()
             names.insert(line.substr(0, line.find_first_of("([")));
         }
     }
-    // The two tables are none.
+    // The two tables are not functions.
     names.erase("ravok_scope_privileges");
     names.erase("xidp_claim_privileges");
     return names;

@@ -16,15 +16,15 @@ public:
     HeapLedger& operator=(const HeapLedger&) = delete;
     ~HeapLedger();
 
-    /** What is allocated between these two is entered; releases count always. */
+    /** Allocations between these two are entered; releases always count. */
     void open();
     void close();
 
     /** How many of the blocks that were entered have not been released. */
     [[nodiscard]] std::size_t kept() const;
 
-    /** How many blocks were released between open and close that are older than the ledger: what is
-     *  kept in their place, in a cache for example, is no leak. */
+    /** How many blocks were released between open and close that are older than the ledger: a
+     *  block that is kept in their place, in a cache for example, is not a leak. */
     [[nodiscard]] std::size_t olderReleased() const;
 
     /** How often a block was released that had been released already. Such a release is not carried

@@ -36,7 +36,7 @@ struct HostileText
  */
 [[nodiscard]] std::string nextMember(std::string_view name, std::string_view value);
 
-/** Values of every JSON type, as they stand in a text, to put where another type is expected. */
+/** Values of every JSON type, as JSON texts, to put where another type is expected. */
 [[nodiscard]] const std::vector<std::string>& jsonValuesOfEveryType();
 
 } // namespace support

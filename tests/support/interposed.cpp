@@ -23,8 +23,8 @@
 #include <cstring>
 #include <new>
 
-// Where a sanitizer's runtime is part of the program itself, its allocator stands behind these
-// names: the next definition after ours would be the C library's, which its `free` does not know.
+// If a sanitizer's runtime is part of the program itself, these names reach its allocator: the next
+// definition after ours would be the C library's, whose blocks its `free` does not know.
 extern "C"
 {
     [[gnu::weak]] void* __interceptor_malloc(std::size_t size);

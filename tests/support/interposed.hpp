@@ -8,7 +8,7 @@
 #include <atomic>
 #include <cstdint>
 
-/** What stands between the replaced calls of the operating system and the fakes. */
+/** The link between the replaced calls of the operating system and the fakes. */
 namespace support::interposed
 {
 

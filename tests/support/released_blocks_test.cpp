@@ -41,7 +41,7 @@ TEST(ReleasedBlocks, ShowWhatABlockHeldWhenItWasReleased)
 TEST(ReleasedBlocks, ShowTheBlockThatAResizedOneLeavesBehind)
 {
     char* block = hidden(strdup(secret));
-    // What follows the block keeps it from growing where it is.
+    // A block behind it keeps it from growing in place.
     char* const behind = hidden(strdup(secret));
     ReleasedBlocks blocks;
     block = hidden(static_cast<char*>(std::realloc(block, 100000)));

@@ -40,7 +40,7 @@ struct PrivateKey
 [[nodiscard]] const PrivateKey& otherKey();
 
 using support::base64Url;
-/** The bytes of unpadded Base64url; throws for what is none. */
+/** The bytes of unpadded Base64url; throws for any other text. */
 [[nodiscard]] std::string fromBase64Url(std::string_view text);
 
 /** An ECDSA signature with SHA-256, DER. */
