@@ -16,8 +16,9 @@ import os
 import re
 import secrets
 import time
+from contextlib import contextmanager
 from dataclasses import dataclass, field
-from typing import Any, Callable, Dict, List, Optional, Tuple, Union
+from typing import Any, Callable, Dict, Iterator, List, Optional, Tuple, Union
 
 from cryptography import x509
 from cryptography.exceptions import InvalidSignature, UnsupportedAlgorithm
@@ -30,6 +31,7 @@ PrivateKey = ec.EllipticCurvePrivateKey
 
 CERTIFICATE_PROOF = "software_id_cert-1.0"
 ECDSA_SHA256 = ec.ECDSA(hashes.SHA256())
+MALFORMED = (ValueError, LookupError, TypeError, RecursionError, UnsupportedAlgorithm, x509.InvalidVersion)
 TOKEN_ANSWER = ("access_token", "expires_in", "refresh_token", "state", "token_type")
 
 
@@ -41,24 +43,29 @@ class Failed(Exception):
     """The controller has answered with an error document, whose `error` this is."""
 
 
-# -- Documents ---------------------------------------------------------------------------------
+@contextmanager
+def refusing(what: str) -> Iterator[None]:
+    """Refuses what the modules below cannot read."""
+    try:
+        yield
+    except MALFORMED as error:
+        raise Refused(what) from error
 
+
+# -- Documents ---------------------------------------------------------------------------------
 
 def encode(octets: bytes) -> str:
     return base64.urlsafe_b64encode(octets).rstrip(b"=").decode()
 
 
+@refusing("not Base64url")
 def decode(text: str) -> bytes:
     """Base64url without padding. Also accepts padding, line feeds and the standard alphabet."""
     text = text.replace("\n", "").replace("-", "+").replace("_", "/")
     if not text:
         raise Refused("an empty text")
-    if not text.endswith("="):
-        text += "=" * (-len(text) % 4)
-    try:
-        return base64.b64decode(text, validate=True)
-    except ValueError as error:
-        raise Refused("not Base64url") from error
+    missing = "" if text.endswith("=") else "=" * (-len(text) % 4)
+    return base64.b64decode(text + missing, validate=True)
 
 
 def written(document: Json) -> str:
@@ -66,10 +73,8 @@ def written(document: Json) -> str:
 
 
 def read(text: Union[str, bytes]) -> Json:
-    try:
+    with refusing("not JSON"):
         document = json.loads(text)
-    except (ValueError, RecursionError) as error:
-        raise Refused("not JSON") from error
     if not isinstance(document, dict):
         raise Refused("not a JSON object")
     return document
@@ -105,7 +110,6 @@ def first(parameters: Json, name: str) -> str:
 
 # -- Certificates ------------------------------------------------------------------------------
 
-
 @dataclass(frozen=True)
 class Identity:
     """What the client proves with its certificate: the certificate key, and the private key."""
@@ -117,35 +121,28 @@ class Identity:
 def certificate_key(pem: bytes) -> Json:
     """The certificates of a PEM chain, in its order: device, intermediates, device."""
     form = b"-----BEGIN CERTIFICATE-----.+?-----END CERTIFICATE-----"
-    try:
+    with refusing("not a certificate in PEM form"):
         chain = [x509.load_pem_x509_certificate(one) for one in re.findall(form, pem, re.DOTALL)]
-    except ValueError as error:
-        raise Refused("not a certificate in PEM form") from error
     bodies = [base64.b64encode(one.public_bytes(serialization.Encoding.DER)) for one in chain]
     return {"alg": "ES-256", "kty": "EC", "x5c": [body.decode() for body in bodies]}
 
 
+@refusing("not a certificate key")
 def first_certificate(key: Json) -> x509.Certificate:
-    try:
-        certificate = x509.load_der_x509_certificate(base64.b64decode(key["x5c"][0]))
-        _ = certificate.subject  # which is parsed only now
-    except (ValueError, LookupError, TypeError, x509.InvalidVersion) as error:
-        raise Refused("not a certificate key") from error
+    certificate = x509.load_der_x509_certificate(base64.b64decode(key["x5c"][0]))
+    _ = certificate.subject  # which is parsed only now
     return certificate
 
 
 def key_of(certificate: x509.Certificate) -> ec.EllipticCurvePublicKey:
-    try:
+    with refusing("the certificate's key cannot be read"):
         key = certificate.public_key()
-    except (ValueError, UnsupportedAlgorithm) as error:
-        raise Refused("the certificate's key cannot be read") from error
     if not isinstance(key, ec.EllipticCurvePublicKey) or not isinstance(key.curve, ec.SECP256R1):
         raise Refused("the certificate's key is not on P-256")
     return key
 
 
 # -- Handshake ---------------------------------------------------------------------------------
-
 
 def number(parameters: Json, name: str) -> int:
     text = first(parameters, name)
@@ -212,7 +209,6 @@ def check_answer(challenge: Json, response: Json, keys: Json) -> None:
 
 # -- Registration and tokens -------------------------------------------------------------------
 
-
 @dataclass
 class Client:
     """One registration with one controller. `send` takes "register" or "authorize" and the text of
@@ -272,7 +268,6 @@ def register_request(
 
 # -- Access tokens -----------------------------------------------------------------------------
 
-
 def parts(token: str) -> Tuple[Json, Json, str, bytes]:
     """Header, claims, signature, and what is signed."""
     texts = token.split(".")
@@ -281,13 +276,10 @@ def parts(token: str) -> Tuple[Json, Json, str, bytes]:
     return read(decode(texts[0])), read(decode(texts[1])), texts[2], ".".join(texts[:2]).encode()
 
 
+@refusing("not a time")
 def seconds(text: str) -> int:
     """Times are decimal strings. Also accepts hexadecimal (0x...) and octal (0...)."""
-    octal = len(text) > 1 and text[0] == "0" and text[1] in "01234567"
-    try:
-        return int(text, 8 if octal else 0)
-    except ValueError as error:
-        raise Refused("not a time") from error
+    return int(text, 8 if re.match("0[0-7]", text) else 0)
 
 
 def has_signed(jwk: Json, header: Json, signature: bytes, text: bytes) -> bool:
@@ -328,19 +320,16 @@ def verify_access_token(token: str, jwks: Json, now: Optional[int] = None) -> Js
 
 # -- Envelopes ---------------------------------------------------------------------------------
 
-
 def key_material(key: PrivateKey, peer: x509.Certificate) -> bytes:
     """16 bytes for AES and 16 for HMAC: the same for both sides."""
     return hashlib.sha256(key.exchange(ec.ECDH(), key_of(peer))).digest()
 
 
+@refusing("not a ciphertext")
 def decrypted(material: bytes, body: bytes, iv: bytes) -> bytes:
     cipher = Cipher(algorithms.AES(material[:16]), modes.CBC(iv)).decryptor()
     unpadder = padding.PKCS7(128).unpadder()
-    try:
-        return unpadder.update(cipher.update(body) + cipher.finalize()) + unpadder.finalize()
-    except ValueError as error:
-        raise Refused("not a ciphertext") from error
+    return unpadder.update(cipher.update(body) + cipher.finalize()) + unpadder.finalize()
 
 
 def data_of(plaintext: bytes) -> bytes:
