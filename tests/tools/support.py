@@ -17,6 +17,9 @@ import unittest
 
 # The command, as subprocess takes it.
 TOOL = []
+# What its commands say of themselves, by their words. Every start counts: under an emulator it
+# takes most of a second.
+HELP = {}
 
 PKI_WARNING = "these certificates are for development only; their authorities' keys were not kept"
 
@@ -119,11 +122,16 @@ class ToolTest(unittest.TestCase):
         for name, pattern in members.items():
             self.assertRegex(str(document[name]), f"^({pattern})$")
 
+    def help(self, *command):
+        """The help of a command, for which it is started once."""
+        if command not in HELP:
+            HELP[command] = self.good(*command, "--help")
+        return HELP[command]
+
     def verbs(self, *group):
         """The words of every verb, as the help of the groups tells."""
-        text = self.good(*group, "--help")
-        for name in re.findall(r"^  ([a-z]+)  ", text, re.MULTILINE):
-            if " COMMAND\n" in self.good(*group, name, "--help"):
+        for name in re.findall(r"^  ([a-z]+)  ", self.help(*group), re.MULTILINE):
+            if " COMMAND\n" in self.help(*group, name):
                 yield from self.verbs(*group, name)
             else:
                 yield (*group, name)

@@ -23,7 +23,7 @@ class CommandLine(ToolTest):
         for group, verbs in ((), ("issue", "doctor", "merge")), (("token",), ("issue", "inspect")):
             outcome = self.tool(*group)
             self.assertEqual((outcome.status, outcome.out), (USAGE, b""))
-            self.assertEqual(outcome.err.decode(), self.good(*group, "--help") + "\n")
+            self.assertEqual(outcome.err.decode(), self.help(*group) + "\n")
             for verb in verbs:
                 self.assertRegex(outcome.err.decode(), rf"\b{verb}\b")
 
@@ -80,14 +80,14 @@ class CommandLine(ToolTest):
 
     def test_lists_what_each_exit_status_means(self):
         for words in ("0  success", "1  failure", "2  wrong usage", "3  a token", "4  a token", "6  doctor"):
-            self.assertIn(words, self.good("--help"))
+            self.assertIn(words, self.help())
 
     def test_every_verb_has_help_with_an_example_of_itself(self):
         verbs = list(self.verbs())
         self.assertEqual(len(verbs), 32)
         for verb in verbs:
             with self.subTest(verb):
-                self.assertIn("Example:\n  bmcoauth " + " ".join(verb), self.good(*verb, "--help"))
+                self.assertIn("Example:\n  bmcoauth " + " ".join(verb), self.help(*verb))
 
     def test_usage_names_what_is_required(self):
         for verb, usage in (
@@ -96,7 +96,7 @@ class CommandLine(ToolTest):
             ("json merge", "[OPTIONS] FILE OTHER"),
             ("handshake challenge", "--type TYPE... [OPTIONS]"),
         ):
-            first = self.good(*verb.split(), "--help").splitlines()[0]
+            first = self.help(*verb.split()).splitlines()[0]
             self.assertEqual(first, f"Usage: bmcoauth {verb} {usage}")
 
     def test_help_fits_into_eighty_columns(self):
@@ -111,8 +111,8 @@ class CommandLine(ToolTest):
             self.assertTrue(widest - 12 < longest <= widest, (columns, longest))
 
     def test_tells_the_options_of_every_verb_once(self):
-        self.assertRegex(self.good("--help"), r"Options of every verb:\n(  .*\n)*  --json")
-        self.assertNotRegex(self.good("token", "issue", "--help"), r"(?m)^  --(json|help)")
+        self.assertRegex(self.help(), r"Options of every verb:\n(  .*\n)*  --json")
+        self.assertNotRegex(self.help("token", "issue"), r"(?m)^  --(json|help)")
 
     def test_every_verb_is_described(self):
         top = pathlib.Path(__file__).resolve().parents[2]

@@ -22,14 +22,14 @@ printf '%s\\n' "${COMPREPLY[@]}"
 class Verbs(ToolTest):
     def options(self, verb):
         """Those of the verb and those that every verb has."""
-        helps = self.good(*verb, "--help") + self.good("--help").partition("Options of every verb:")[2]
+        helps = self.help(*verb) + self.help().partition("Options of every verb:")[2]
         return re.findall(r"^  (--[\w-]+)", helps, re.MULTILINE)
 
 
 class Help(Verbs):
     def test_says_nothing_of_hidden_verbs(self):
         for name in ("manual", "completion"):
-            self.assertNotIn(name, self.good("--help"))
+            self.assertNotIn(name, self.help())
 
 
 class Manual(Verbs):
@@ -37,8 +37,9 @@ class Manual(Verbs):
         return ["bmcoauth", *("-".join(("bmcoauth", *verb)) for verb in self.verbs())]
 
     def pages(self):
-        self.good("manual", ".", *self.names())
-        return {name: (self.directory / f"{name}.1").read_text() for name in self.names()}
+        names = self.names()
+        self.good("manual", ".", *names)
+        return {name: (self.directory / f"{name}.1").read_text() for name in names}
 
     def test_has_a_page_for_every_verb_with_all_its_options(self):
         pages = self.pages()
