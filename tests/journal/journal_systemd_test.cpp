@@ -4,9 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <optional>
 #include <set>
 #include <thread>
 
@@ -18,6 +21,10 @@ namespace
 const std::set<std::string> expectedMessages{
     "Base64 encoding the header failed", "Base64 encoding the payload failed",
     "JWT header serialization failed", "JWT payload serialization failed"};
+
+/** The names that the loader was asked for while it finds nothing; unset: it finds what is there. */
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): dlopen has no other place
+std::optional<std::set<std::string>> notFound;
 
 /** Generates a token with each allocation failing in turn: some of the failures are told to the
  *  journal. */
@@ -49,6 +56,18 @@ std::set<std::string> valuesOf(std::string_view name,
 }
 
 } // namespace
+
+/** In place of the loader's for every library of the process. */
+extern "C" void* dlopen(const char* file, int mode)
+{
+    if (!notFound)
+    {
+        return reinterpret_cast<decltype(dlopen)*>(dlsym(RTLD_NEXT, "dlopen"))(file, mode);
+    }
+    notFound->insert(file);
+    errno = ENOENT;
+    return nullptr;
+}
 
 TEST(LogError, SendsTheFieldsThatReadersFilterBy)
 {
@@ -90,4 +109,16 @@ TEST(LogError, JournalThatIsNotThereIsNoFailure)
         generateFailing(); // which looks at results and errno
         EXPECT_TRUE(journal.all().empty());
     }
+}
+
+TEST(LogError, LibraryThatIsNotThereIsNoFailureAndIsLookedForAgain)
+{
+    const JournalEntries journal;
+    notFound.emplace();
+    generateFailing(); // which looks at results and errno
+    EXPECT_EQ(notFound, std::set<std::string>{"libsystemd.so.0"});
+    EXPECT_TRUE(journal.all().empty());
+    notFound.reset();
+    generateFailing();
+    EXPECT_EQ(valuesOf("MESSAGE", journal.all()), expectedMessages);
 }

@@ -195,4 +195,7 @@ class Doctor(ToolTest):
         self.assertRegex(findings["bmcoauth"][1], r"^built with \d+\.\d+\.\d+, /.*/libbmcoauth\.so")
         for name in ("jsoncpp", "liboath"):
             self.assertRegex(findings[name][1], rf"^built with \d\S+, /.*/lib(jsoncpp|oath)\.so")
-        self.assertRegex(findings["libsystemd"][1], r"^built with \S+ \d\S*( and \S+ \d\S*)?, ")
+        self.assertRegex(
+            findings["libsystemd"][1],
+            r"^built with \S+ \d\S*( and \S+ \d\S*)?, /.*libsystemd\.so\.0",
+        )

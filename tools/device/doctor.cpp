@@ -11,6 +11,7 @@
 #include <json/version.h>
 #include <openssl/crypto.h>
 
+#include <dlfcn.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -233,6 +234,16 @@ Finding cryptoFinding()
                : bad("OpenSSL", text + ": another major version");
 }
 
+/** Of the library that the first logged error loads. */
+Finding journalLibraryFinding()
+{
+    const std::string subject = "libsystemd";
+    const std::string built = "built with " + std::string{BMCOAUTH_JOURNAL_VERSIONS} + ", ";
+    return dlopen("libsystemd.so.0", RTLD_NOW) == nullptr
+               ? doubtful(subject, built + "not found: errors are not logged")
+               : fine(subject, built + loadedFrom(subject));
+}
+
 std::vector<Finding> libraryFindings()
 {
     return {
@@ -243,8 +254,7 @@ std::vector<Finding> libraryFindings()
              "built with " + std::string{JSONCPP_VERSION_STRING} + ", " + loadedFrom("libjsoncpp")),
         fine("liboath",
              "built with " + std::string{BMCOAUTH_OATH_VERSION} + ", " + loadedFrom("liboath")),
-        fine("libsystemd", "built with " + std::string{BMCOAUTH_JOURNAL_VERSIONS} + ", " +
-                               loadedFrom("libsystemd")),
+        journalLibraryFinding(),
         fine("libstrutil", loadedFrom("libstrutil")),
     };
 }

@@ -18,6 +18,8 @@ inherit features_check
 REQUIRED_DISTRO_FEATURES = "systemd"
 
 DEPENDS = "jsoncpp liboath openssl systemd"
+# Loaded by the first message, which is why the build does not find out.
+RDEPENDS:${PN} += "libsystemd"
 
 inherit meson pkgconfig ptest
 
