@@ -317,8 +317,15 @@ SecretString writtenByJsoncpp(const Json::Value& tree)
 
 SecretString jsonText(const Json::Value& tree)
 {
+    constexpr std::size_t usualLength = 511;
     SecretString text;
-    return appendPlainJson(tree, text) ? text : writtenByJsoncpp(tree);
+    // One block for nearly every document: a block that is outgrown must be wiped.
+    text.reserve(usualLength);
+    if (!appendPlainJson(tree, text))
+    {
+        text = writtenByJsoncpp(tree);
+    }
+    return text;
 }
 
 HeapText heapJsonText(const Json::Value& tree)

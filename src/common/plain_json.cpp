@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <utility>
 
@@ -34,6 +35,34 @@ constexpr bool isControl(char c)
 constexpr bool endsRun(char c)
 {
     return c == '"' || c == '\\';
+}
+
+/** The number of characters at the beginning of @p text, each from the space to DEL, that neither a
+ *  quotation mark nor a backslash interrupts: JSON's form of them is what they are. Looks at a word
+ *  at a time. */
+std::size_t plainRun(std::string_view text) noexcept
+{
+    using Word = std::size_t;
+    constexpr Word ones = ~Word{0} / 0xff; // one in each byte
+    std::size_t length = 0;
+    for (; text.size() - length >= sizeof(Word); length += sizeof(Word))
+    {
+        Word word = 0;
+        std::memcpy(&word, text.data() + length, sizeof word);
+        // The highest bit of a byte is set in one of these if the byte ends the run.
+        const Word found = word | (word - ones * ' ') | ((word ^ ones * '"') - ones) |
+                           ((word ^ ones * '\\') - ones);
+        if ((found & ones * 0x80) != 0)
+        {
+            break;
+        }
+    }
+    const auto endsPlain = [](char c) {
+        return endsRun(c) || isControl(c) || static_cast<unsigned char>(c) >= 0x80;
+    };
+    return static_cast<std::size_t>(
+        std::find_if(text.begin() + static_cast<std::ptrdiff_t>(length), text.end(), endsPlain) -
+        text.begin());
 }
 
 /** Appends the UTF-8 form of @p point, at most 0x10ffff; also of half a surrogate pair. */
@@ -240,7 +269,7 @@ private:
             return std::nullopt;
         }
         const char* run = next;
-        next = std::find_if(next, end, endsRun);
+        passRun();
         if (peek() == '"')
         {
             return std::string_view{run, next++};
@@ -254,10 +283,16 @@ private:
                 return std::nullopt;
             }
             run = next;
-            next = std::find_if(next, end, endsRun);
+            passRun();
         }
         unescaped.append(run, next);
         return take('"') ? std::optional<std::string_view>{unescaped} : std::nullopt;
+    }
+
+    /** Passes over what a string holds up to its end or to an escape sequence. */
+    void passRun() noexcept
+    {
+        next = std::find_if(next + plainRun({next, end}), end, endsRun);
     }
 
     /** Appends the character of the escape sequence whose backslash has been passed over. */
@@ -391,14 +426,10 @@ void appendEscaped(std::string_view& text, SecretString& out)
 
 void appendString(std::string_view text, SecretString& out)
 {
-    const auto plain = [](char c) {
-        return !endsRun(c) && !isControl(c) && static_cast<unsigned char>(c) < 0x80;
-    };
     out += '"';
     while (true)
     {
-        const std::size_t run =
-            static_cast<std::size_t>(std::ranges::find_if_not(text, plain) - text.begin());
+        const std::size_t run = plainRun(text);
         out += text.substr(0, run);
         text.remove_prefix(run);
         if (text.empty())

@@ -253,7 +253,8 @@ TEST(LoadJsonDoc, ReadsMangledDocumentsAsJsoncppDoes)
 
 TEST(LoadJsonDoc, ReadsEveryByteInEveryPlaceAsJsoncppDoes)
 {
-    const std::string document = R"( {"a\n":[1,"b"],"c":{"d":null,"e":true},"f":10} )";
+    const std::string document =
+        R"( {"a\n":[1,"b"],"c":{"d":null,"e":true},"f":10,"g":"hijklmnop"} )";
     ASSERT_TRUE(sameAsJsoncpp(document));
     for (std::size_t at = 0; at < document.size(); ++at)
     {
@@ -439,6 +440,36 @@ TEST(JsonFastWriter, WritesEveryByteAsJsoncppDoes)
         tree[text] = text;
         EXPECT_EQ(json_fastWriter(tree), writtenByJsoncpp(tree)) << byte;
     }
+}
+
+// Texts are looked at a word at a time, whose last bytes are looked at alone.
+TEST(JsonFastWriter, WritesEveryByteInEveryPlaceOfAWordAsJsoncppDoes)
+{
+    const std::string letters(19, 'a');
+    for (std::size_t at = 0; at < letters.size(); ++at)
+    {
+        for (int byte = 0; byte <= 255; ++byte)
+        {
+            std::string text = letters;
+            text[at] = static_cast<char>(byte);
+            const Json::Value tree{text};
+            ASSERT_EQ(json_fastWriter(tree), writtenByJsoncpp(tree)) << at << ' ' << byte;
+        }
+    }
+}
+
+TEST(JsonFastWriter, AllocatesTheTextAndTheResult)
+{
+    Json::Value tree{Json::objectValue};
+    tree["text"] = std::string(400, 'a');
+    const std::string expected = writtenByJsoncpp(tree);
+    unsigned int allocations = 0;
+    support::withEachAllocationFailing([&](auto& failure) {
+        const std::string text = json_fastWriter(tree);
+        allocations += failure.reached() ? 1U : 0U;
+        EXPECT_EQ(text, failure.reached() ? "" : expected);
+    });
+    EXPECT_EQ(allocations, 2U);
 }
 
 TEST(JsonFastWriter, WritesEverySequenceOfBytesAsJsoncppDoes)
