@@ -66,6 +66,24 @@ struct Captured<1>
     Carried word;
 };
 
+template <typename Body>
+using CapturedBy = Captured<sizeof(Body) / sizeof(Carried)>;
+
+/** Runs the body whose words are at @p captured. */
+template <typename Body>
+Carried runCopy(const void* captured)
+{
+    const auto again = std::bit_cast<Body>(*static_cast<const CapturedBy<Body>*>(captured));
+    if constexpr (std::is_pointer_v<std::invoke_result_t<const Body&>>)
+    {
+        return std::bit_cast<Carried>(again());
+    }
+    else
+    {
+        return static_cast<Carried>(again());
+    }
+}
+
 template <Carried (*run)(Step, const void*), std::size_t count>
 [[gnu::noinline]] Carried runWith(Step step, Captured<count> captured)
 {
@@ -79,21 +97,9 @@ auto guardedBy(Body body)
 {
     static_assert(std::is_trivially_copyable_v<Body>, "[=] has copied more than a pointer");
     using Result = std::invoke_result_t<const Body&>;
-    using Words = Captured<sizeof(Body) / sizeof(Carried)>;
-    const auto step = [](const void* captured) -> Carried {
-        const auto again = std::bit_cast<Body>(*static_cast<const Words*>(captured));
-        if constexpr (std::is_pointer_v<Result>)
-        {
-            return std::bit_cast<Carried>(again());
-        }
-        else
-        {
-            return static_cast<Carried>(again());
-        }
-    };
-    Words words{};
+    CapturedBy<Body> words{};
     std::memcpy(&words, &body, sizeof body);
-    const Carried carried = runWith<run>(step, words);
+    const Carried carried = runWith<run>(runCopy<Body>, words);
     if constexpr (std::is_pointer_v<Result>)
     {
         return std::bit_cast<Result>(carried);

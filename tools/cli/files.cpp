@@ -37,6 +37,7 @@ std::string modeOf(const std::string& path)
 std::string ownerOf(const std::string& path)
 {
     const uid_t owner = statusOf(path).st_uid;
+    // cppcheck-suppress getpwuidCalled ; one thread
     const passwd* const user = getpwuid(owner); // NOLINT(concurrency-mt-unsafe): one thread
     return user != nullptr ? user->pw_name : std::to_string(owner);
 }

@@ -4,6 +4,8 @@
 #include "cli/refusal.hpp"
 #include "key/jwks.hpp"
 
+#include <utility>
+
 namespace bmcoauth::tool
 {
 
@@ -46,12 +48,13 @@ void listKeys(const Options& options)
     std::vector<std::vector<std::string>> rows{{"kty", "kid", "alg", "crv", "can be imported"}};
     for (const Json::Value& key : keysOf(readObject(options.path)))
     {
-        std::vector<std::string>& row = rows.emplace_back();
+        std::vector<std::string> row;
         for (const char* name : {"kty", "kid", "alg", "crv"})
         {
             row.push_back(key[name].isString() ? shown(key[name].asString()) : "-");
         }
         row.emplace_back(importedKey(key) ? "yes" : "no");
+        rows.push_back(std::move(row));
     }
     printTable(rows);
 }
