@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <cstring>
 
-/* The wrappers do not use the caller's name and line that they are given. Calls from inside this
- * library pass fixed tags, such as "da_parseJwtPayload" and 812: a program that defines the wrappers
- * itself, to trace allocations, tells the places by them. The numbers are not lines of this tree, and
- * a tag stays with its allocation when the code around it moves. */
+/* The wrappers ignore the caller's name and line. Calls from inside this library pass fixed
+ * tags, such as "da_parseJwtPayload" and 812, for programs that define the wrappers themselves
+ * to trace allocations. The numbers are not lines of this tree: a tag stays with its allocation
+ * when the code around it moves. */
 
 namespace
 {

@@ -12,9 +12,9 @@
 namespace bmcoauth::internal
 {
 
-/** Puts errno back to what it was: a caller's next look at it must not see ours, and ours, from 0
- *  on, must not see the caller's. Inside, for a call that leaves an error in errno where it does not
- *  matter: refuse looks for exhausted memory there. */
+/** Restores errno, so that the caller does not see ours; sets it to 0 first, so that we do not
+ *  see the caller's. Also used inside, around a call whose error in errno does not matter:
+ *  refuse looks for exhausted memory there. */
 class ErrnoKeeper
 {
 public:

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* What the library asks of the machine and a test wants to set. libbmcoauth-testing is compiled
- * with testing/common/machine.hpp in place of this file: the include path decides, so that nothing
- * here can be changed while a program runs. */
+/* The requests to the machine that a test can redirect. libbmcoauth-testing is compiled with
+ * testing/common/machine.hpp instead of this file. The include path decides, so nothing here
+ * can be changed while a program runs. */
 
 #include <unistd.h>
 

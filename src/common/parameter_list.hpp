@@ -82,8 +82,8 @@ enum class OddMember
     refuse,    /**< the whole object is refused */
 };
 
-/** How an object is read as a parameter list. A member that is an object, and an array that holds
- *  anything but strings, are refused in every form; so is an object that yields no parameter. */
+/** How an object is read as a parameter list. Always refused: a member that is an object, an
+ *  array that holds anything but strings, and an object without parameters. */
 struct ObjectForm
 {
     OddMember null = OddMember::skip;

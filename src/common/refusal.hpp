@@ -14,9 +14,9 @@
 namespace bmcoauth::internal
 {
 
-/** The types whose zero value is a failure. Numbers are left out on purpose, but for the `int` of
- *  the exported functions: a converting constructor (of std::optional<std::uint64_t>, say) would
- *  take the zero for a value. */
+/** The types whose zero value is a failure. Numbers are not among them, except the `int` of the
+ *  exported functions: a converting constructor, for instance of std::optional<std::uint64_t>,
+ *  would take the zero for a value. */
 template <typename T>
 concept FailsAsZero =
     std::same_as<T, bool> || std::same_as<T, int> || std::is_pointer_v<T> || std::is_enum_v<T>;
@@ -111,13 +111,12 @@ private:
 
 [[gnu::cold]] void noteRule(bmcoauth_rule rule) noexcept;
 
-/** Notes that @p rule refuses, and gives the failure value: `return refuse(...)`, at the place where
- *  the rule is known. Where memory has run out since the guard was entered, that is noted instead: it
- *  says nothing about the data.
+/** Notes that @p rule refuses, and gives the failure value: `return refuse(...)`, at the place
+ *  where the rule is known. If memory has run out since the guard was entered, notes that
+ *  instead: then the data may be sound.
  *
- *  A note counts only if the exported call fails, when publishRefusal takes it: code that
- *  tries one thing after another notes as it goes, and the last note before the failure is the
- *  reason. */
+ *  A note counts only if the exported call fails: then publishRefusal takes it. Code that tries
+ *  one thing after another notes as it goes; the last note before the failure is the reason. */
 inline Refused refuse(bmcoauth_rule rule) noexcept
 {
     noteRule(rule);

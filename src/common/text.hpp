@@ -25,8 +25,8 @@ namespace bmcoauth::internal
 /** Compares two texts without regard to the case of ASCII letters, in every locale. */
 [[nodiscard]] bool equalIgnoringCase(std::string_view left, std::string_view right) noexcept;
 
-/** The decimal number @p text; nothing for no digit at all, any other character, and a number beyond 64
- *  bits. Smaller than std::from_chars, which brings tables for every base. */
+/** The decimal number @p text; nothing for an empty text, a character that is not a digit, or a
+ *  number beyond 64 bits. Smaller than std::from_chars, which brings tables for every base. */
 [[nodiscard]] std::optional<std::uint64_t> readDecimal(std::string_view text) noexcept;
 
 /** The most digits that a number has. */

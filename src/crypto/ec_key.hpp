@@ -38,9 +38,9 @@ struct CurveFacts
 /** A fresh P-256 key pair; null when it cannot be made. */
 [[nodiscard]] EcKeyPtr generateKey() noexcept;
 
-/** Decodes an ECPrivateKey structure (RFC 5915, DER) of a P-256 key; a structure that names no
- *  curve is taken as one, and a public part that is left out is computed. Null when it does not
- *  decode, names another curve, or holds a scalar that is zero or not below the order of the
+/** Decodes an ECPrivateKey structure (RFC 5915, DER) of a P-256 key. A structure that names no
+ *  curve is taken for one of P-256; a missing public part is computed. Null if it does not
+ *  decode, names another curve, or has a scalar that is zero or not below the order of the
  *  group. */
 [[nodiscard]] EcKeyPtr decodePrivateKey(const unsigned char* der, int derLength) noexcept;
 

@@ -11,7 +11,7 @@ namespace bmcoauth::internal::crypto
  *  bytes at @p out, which has room for as many bytes as the text has. An error ends the decoding:
  *  the bytes of the blocks before it count. Pads of @p text may be replaced.
  *
- *  For every text, malformed ones included, the result is that of OpenSSL 3.0's Base64 filter. Later
+ *  For every text, even a malformed one, the result is that of OpenSSL 3.0's Base64 filter. Later
  *  versions accept other texts and count other bytes, so the filter itself is not used. */
 [[nodiscard]] std::size_t decodeLeniently(std::span<char> text, unsigned char* out) noexcept;
 

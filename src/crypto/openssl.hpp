@@ -71,8 +71,8 @@ auto guardedCrypto(Body body)
     return guardedBy<runCrypto>(body);
 }
 
-/** Refuses to give a pass phrase. Every PEM text and file is read with it: without a callback
- *  OpenSSL would prompt on the terminal for an encrypted body that a stranger sent, and wait. */
+/** Refuses to give a pass phrase. Use it to read every PEM text and file: without it, OpenSSL
+ *  would prompt on the terminal for an encrypted body from a stranger, and wait. */
 inline int refusePassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/,
                             void* /*user*/) noexcept
 {

@@ -119,8 +119,9 @@ TEST(GetSecondsFromEpoch, LeavesErrnoAlone)
     EXPECT_EQ(errno, 77);
 }
 
-// The clock is broken down as UTC, and the parts are put together as local time without daylight
-// saving: what the zone adds goes again with the epoch, unless summer fell into January 1970.
+// The clock is broken down as UTC, and the parts are put together as local time without
+// daylight saving. The epoch takes off again what the zone adds, unless January 1970 was in
+// summer time.
 TEST(CurrentTime, DoesNotDependOnAZoneWithoutSummerInJanuary)
 {
     struct Row

@@ -50,9 +50,9 @@ std::string currentLocale()
     return name == nullptr ? "" : name;
 }
 
-/** Whether OpenSSL's error queue holds what arm left there and nothing else. Its 16 places are too
- *  few where memory stays exhausted and every step that OpenSSL tries adds an error: then it may
- *  have been emptied, but holds none of this call's. */
+/** Whether OpenSSL's error queue holds what arm left there, and nothing else. If memory stays
+ *  exhausted, each step that OpenSSL tries adds an error, and its 16 places do not suffice: then
+ *  the queue may be empty, but must not hold an error of this call. */
 bool errorQueueIsKept(bool staysExhausted)
 {
     const unsigned long error = ERR_get_error();

@@ -11,10 +11,10 @@
 #include <string_view>
 #include <vector>
 
-/** Exhaustive fault injection: each exported function is called with arguments that it accepts, and
- *  everything that it asks of the machine fails once: the first allocation, the second, and so on;
- *  so does every opening and reading of a file or device. What it does then is held against what it
- *  promises. */
+/** Exhaustive fault injection. Each exported function is called with arguments that it accepts.
+ *  Then each request to the machine fails once: the first allocation, the second, and so on, and
+ *  each opening and reading of a file or device. After each failure, the function must have kept
+ *  its promises. */
 namespace faults
 {
 

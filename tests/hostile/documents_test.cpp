@@ -389,8 +389,8 @@ TEST(Documents, HaveNoOtherEncoding)
     }
 }
 
-// Which of two members with one name counts is told in one place, and so the same for all readers:
-// the last one. Who reads before us and takes the first one reads another document.
+// Of two members with one name, the last one counts. One place decides that for all readers. A
+// program that reads the text before us and takes the first one reads another document.
 TEST(Documents, TakeTheLastOfMembersWithOneName)
 {
     const Authorize request{parse_authorize_request(

@@ -133,8 +133,8 @@ TEST(EcCoordinates, OfTheOppositePointAreAnotherKey)
     EXPECT_EQ(ruleOf({x, y}, key), "accepted");
 }
 
-// The curve is the key's, never the token's: with a point that means something on a curve chosen by
-// somebody else, and a generator of his, he would have the private key.
+// The key decides the curve, never the token. An attacker who could choose a curve and its
+// generator for a given point would have the private key.
 TEST(EcCurve, IsNotTheTokensToChoose)
 {
     constexpr std::string_view header =

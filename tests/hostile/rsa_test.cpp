@@ -59,9 +59,9 @@ std::string goodBlock(std::size_t size, const std::string& input)
     return paddedBlock(size, sha256Prefix() + digestOf(input));
 }
 
-/** A modulus of which nobody knows the factors, if it has any, and a signature with a small
- *  exponent that stands for a given block under it: some number's power less the block. It shows
- *  what a verifier takes, for keys of any size and blocks of any form. */
+/** A modulus whose factors nobody knows, if it has any, and a signature with a small exponent
+ *  for a given block: the modulus is a power of some number, less the block. It shows which
+ *  blocks a verifier accepts, for keys of any size. */
 struct MadeUp
 {
     Number modulus{0};

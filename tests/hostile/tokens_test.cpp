@@ -305,8 +305,8 @@ std::string delegatedOutcome(const std::string& claim, const std::string& value,
     return judge(token, {.keys = {publicPem()}, .skew = skew}).rule;
 }
 
-// JSON numbers, as others write them. What a field of 32 bits cannot hold is read as absent: a
-// token that ends never, or after 2106, is refused, and one that begins then has begun.
+// JSON numbers, as others write them. A number that does not fit 32 bits is read as absent: a
+// token that never ends, or ends after 2106, is refused; one that begins then has begun.
 TEST(TokenTimes, OfOthersAreNumbersOf32Bits)
 {
     const FakeClock clock{now};
@@ -497,9 +497,9 @@ TEST(ZeroBytes, DoNotMakeOneNameOfTwo)
               accepted);
 }
 
-// The records hold C texts: a value ends at its first zero byte for everybody who reads it. That is
-// the issuer's doing, whose signature covers it, and shows the caller the shorter text, never a
-// longer one.
+// The records hold C texts: every reader sees a value end at its first zero byte. Only the
+// issuer can do that, because its signature covers the value. The caller sees the shorter text,
+// never a longer one.
 TEST(ZeroBytes, EndTheTextsOfARecord)
 {
     const FakeClock clock{now};
@@ -665,8 +665,8 @@ std::string tokenWithSignatureOf(std::size_t size)
     return token;
 }
 
-// Nothing covers the signature's text but its bytes: it may be written in the other alphabet, with
-// padding and in lines. The same token has many texts, so that none of them is a name for it.
+// Only the bytes of the signature count, not its text: it may be written in the other alphabet,
+// with padding and in lines. So a token has many texts, and none of them identifies it.
 TEST(TokenParts, HaveASignatureThatIsReadAsBase64Is)
 {
     const FakeClock clock{now};

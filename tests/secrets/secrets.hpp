@@ -12,8 +12,8 @@
 #include <string_view>
 #include <vector>
 
-/** What a function leaves of a secret in the memory that it releases: nothing. Each function that
- *  takes, makes or passes one on is called with everything released looked through afterwards. */
+/** No function may leave a secret in memory that it releases. Each function that takes, makes or
+ *  passes on a secret is called, and then everything that it released is searched. */
 namespace secrets
 {
 

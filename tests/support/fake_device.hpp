@@ -179,13 +179,12 @@ public:
  *  a loop that says so. */
 [[nodiscard]] unsigned int faultStep();
 
-/** FailAllocation makes the `nth` allocation of this thread fail, counted from 1 from its making on
- *  (0: none): malloc, calloc, realloc, aligned_alloc, posix_memalign, strdup, strndup, asprintf and
- *  new, by whomever. Other threads are not touched. `onceOnly` lets later ones succeed; `fromThenOn`
- *  is memory that stays exhausted.
+/** FailAllocation makes the `nth` allocation of this thread fail, whoever makes it. It counts
+ *  from 1, from its construction on; 0 fails none. Other threads are not touched.
  *
- *  Have OpenSSL used once before, see withEachAllocationFailing. GoogleTest allocates too: ask
- *  `reached` before the first expectation. */
+ *  Allocations are malloc, calloc, realloc, aligned_alloc, posix_memalign, strdup, strndup,
+ *  asprintf and new. `onceOnly` lets later ones succeed; with `fromThenOn` memory stays
+ *  exhausted. */
 class FailAllocation
 {
 public:

@@ -7,9 +7,9 @@
 namespace support
 {
 
-/** ReleasedBlocks keeps a copy of every block that this thread releases or moves while it is alive,
- *  as the block was at that moment: a test can then ask for secrets that only the call has made.
- *  There is one at a time in a program. */
+/** ReleasedBlocks copies every block that this thread releases or moves during its lifetime,
+ *  just before that happens. So a test can search for secrets that only the call has made. A
+ *  program can have one at a time. */
 class ReleasedBlocks
 {
 public:
