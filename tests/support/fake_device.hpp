@@ -179,12 +179,15 @@ public:
  *  a loop that says so. */
 [[nodiscard]] unsigned int faultStep();
 
-/** FailAllocation makes the `nth` allocation of this thread fail, whoever makes it. It counts
- *  from 1, from its construction on; 0 fails none. Other threads are not touched.
+/** FailAllocation makes the `nth` allocation of this thread fail, whoever makes it. It counts from 1,
+ *  from its construction on; 0 fails none. Other threads are not touched. `onceOnly` lets later
+ *  allocations succeed; with `fromThenOn` memory stays exhausted.
  *
- *  Allocations are malloc, calloc, realloc, aligned_alloc, posix_memalign, strdup, strndup,
- *  asprintf and new. `onceOnly` lets later ones succeed; with `fromThenOn` memory stays
- *  exhausted. */
+ *  Allocations are malloc, calloc, realloc, aligned_alloc, posix_memalign, strdup, strndup, asprintf
+ *  and new.
+ *
+ *  Use OpenSSL once before, see withEachAllocationFailing. GoogleTest allocates too: ask `reached`
+ *  before the first expectation. */
 class FailAllocation
 {
 public:
