@@ -52,7 +52,7 @@ Privileges privileges(std::string_view token, const TrustedKeys& keys)
     {
         return {};
     }
-    // Whose token it is, the library has not looked; nor for whom (audiences), where it says so.
+    // The library has checked neither the issuer nor, if the token names one, the audience.
     if (valid->claims().issuer() != "corp")
     {
         return {};

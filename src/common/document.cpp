@@ -38,8 +38,8 @@ void merge(Json::Value& destination, Json::Value& source, Replace replace)
     for (const std::string& name : source.getMemberNames())
     {
         Json::Value& replacement = source[name];
-        // Made null where it is missing, and null it stays if the replacement is an object: an
-        // object is merged only into an object that is there already.
+        // Makes a missing member null. It stays null if the replacement is an object: an object is
+        // merged only into an existing object.
         Json::Value& current = destination[name];
         if (replacement.isObject())
         {

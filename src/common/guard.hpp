@@ -35,8 +35,8 @@ private:
     int saved = errno;
 };
 
-/** What a body gives, on its way through the one place that catches: a pointer, a number or a truth
- *  value. Its zero is the failure. */
+/** The result of a body on its way through the one place that catches: a pointer, a number or a
+ *  truth value. Its zero is the failure. */
 using Carried = std::uintptr_t;
 
 /** Runs a body, whose type it knows, with what it has captured. */

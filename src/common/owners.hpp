@@ -81,8 +81,8 @@ template <typename Owner>
     return owner;
 }
 
-/** What the caller of a record writer is promised for a mandatory text that is absent: the
- *  standard library's words, on every standard library. */
+/** The message that record writers promise for a missing mandatory text: the words of one standard
+ *  library, on every standard library. */
 [[noreturn]] inline void raiseNullText()
 {
     throw std::logic_error("basic_string: construction from null is not valid");

@@ -47,8 +47,8 @@ private:
  *  with @p list as it was, when memory runs out. */
 [[nodiscard]] bool appendParameters(HandshakePayload*& list, ParameterList added) noexcept;
 
-/** A copy of the parameters before the first one whose name or value array is null; null, with the
- *  reason noted, where there is none, where one has no value, or when memory runs out. */
+/** A copy of the parameters before the first one whose name or value array is null. Null, with the
+ *  reason noted, if there is no such parameter, if one has no value, or if memory runs out. */
 [[nodiscard]] ParameterList copyParameters(const HandshakePayload* list) noexcept;
 
 /** What a walk over a list does at a parameter that has no value. */
@@ -59,8 +59,8 @@ enum class NoValue
     raise, /**< raises the logic error of raiseNullText */
 };
 
-/** How a parameter list is written as a JSON object. A parameter whose name or value array is null
- *  ends the walk in every form; one value is a string, several are an array. */
+/** How a parameter list is written as a JSON object. In every form, a parameter whose name or value
+ *  array is null ends the walk; one value becomes a string, several become an array. */
 struct ListForm
 {
     /** The name whose values are an array even when there is only one; empty for none. */

@@ -137,8 +137,8 @@ void Refused::noteWanted(const char* words, std::uint64_t number) noexcept
 
 void noteRule(bmcoauth_rule rule) noexcept
 {
-    // After a failed allocation the data may be sound. libcrypto reports it as an error of the data in
-    // one place of two; the allocator always sets errno, which the guards have cleared.
+    // After a failed allocation the data may be sound. In one place of two, libcrypto reports it as
+    // an error of the data. But the allocator always sets errno, which the guards have cleared.
     note(errno == ENOMEM ? BMCOAUTH_RULE_MEMORY_EXHAUSTED : rule);
 }
 

@@ -21,8 +21,8 @@ template <typename T>
 concept FailsAsZero =
     std::same_as<T, bool> || std::same_as<T, int> || std::is_pointer_v<T> || std::is_enum_v<T>;
 
-/** What refuse gives: the failure value of whatever type the refusing function has, which is false,
- *  0, null or nothing. The members add to the note; all of them are for the failing path alone. */
+/** The result of refuse: the failure value of any type that a refusing function returns, that is
+ *  false, 0, null or nothing. The members add to the note; use them only on the failing path. */
 class Refused
 {
 public:
@@ -127,7 +127,8 @@ inline Refused refuse(bmcoauth_rule rule) noexcept
  *  is found here. */
 [[nodiscard]] int notedRule() noexcept;
 
-/** Passes on what was refused deeper, so that more can be said of it: `return refused().within("header")`. */
+/** Passes on a refusal from deeper inside, to say more about it:
+ *  `return refused().within("header")`. */
 [[nodiscard]] inline Refused refused() noexcept
 {
     return {};

@@ -25,7 +25,8 @@ using StringArray = std::unique_ptr<char*, Releaser<releaseStringArray>>;
 /** A deep copy, of an array without texts too; null when memory runs out or @p array is null. */
 [[nodiscard]] StringArray copyStringArray(const char* const* array) noexcept;
 
-/** As copyStringArray; null as well, with `document.empty` noted, where there is no text to copy. */
+/** Like copyStringArray, but also null, with `document.empty` noted, if there is no text to
+ *  copy. */
 [[nodiscard]] StringArray copyFilledArray(const char* const* array) noexcept;
 
 } // namespace bmcoauth::internal

@@ -80,8 +80,8 @@ std::optional<Plan> completePadding(std::string_view text, std::span<char> room)
     }
     const std::size_t missing = 4 - rest;
     std::ranges::fill(room.subspan(text.size(), missing), '=');
-    // A single digit left over is less than a byte and is expected to add none. The decoder makes
-    // one of it, so the length refuses such a text.
+    // A single digit at the end is less than a byte and should add none. The decoder makes one byte
+    // of it, so the length refuses such a text.
     return Plan{text.size() + missing, digits / 4 * 3 + rest - 1};
 }
 

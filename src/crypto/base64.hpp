@@ -40,12 +40,13 @@ struct DecodedBytes
     return digits / 4 * 3 + digits % 4 * 3 / 4;
 }
 
-/** Decodes @p text, digits of either alphabet without padding, to decodedLength bytes at @p out;
- *  false when it is empty, holds anything else, or has one digit too many. Something may have been
- *  written even then.
+/** Decodes @p text, digits of either alphabet without padding, to decodedLength bytes at @p out.
+ *  False if it is empty, has another character, or has one digit too many; @p out may have changed
+ *  even then.
  *
- *  Fast path beside OpenSSL's Base64 filter, which still decodes any other text: base64URIdecode of
- *  1 KB executes 11,030 instructions instead of 36,916, validateJWT 4 percent fewer. */
+ *  Fast path beside OpenSSL's Base64 filter, which still decodes any other text. With it,
+ *  base64URIdecode of 1 KB executes 11,030 instructions instead of 36,916, and validateJWT 4
+ *  percent fewer. */
 [[nodiscard]] bool decodeDigits(std::string_view text, unsigned char* out) noexcept;
 
 /** Standard Base64 of @p bytes, in one line; null on failure. */

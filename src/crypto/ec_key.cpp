@@ -59,8 +59,8 @@ constexpr std::size_t pointBytes = pointSize(curves[0]);
 
 constexpr unsigned char sequence = 0x30;
 
-/** The beginning of a PKCS #8 structure (RFC 5958) of a key on P-256 whose ECPrivateKey structure,
- *  which follows, leaves the name of the curve out. */
+/** The beginning of a PKCS #8 structure (RFC 5958) of a key on P-256. The ECPrivateKey structure
+ *  follows; it does not name the curve. */
 constexpr std::array<unsigned char, 29> pkcs8Prefix{
     sequence, 0x81, 0x87, 0x02, 0x01, 0x00, 0x30, 0x13, 0x06, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x3d,
     0x02,     0x01, 0x06, 0x08, 0x2a, 0x86, 0x48, 0xce, 0x3d, 0x03, 0x01, 0x07, 0x04, 0x6d};

@@ -30,9 +30,9 @@ struct CurveFacts
 
 [[nodiscard]] const CurveFacts& factsOf(Curve curve) noexcept;
 
-/** The group of @p curve. It is made at its first use and kept for the life of the process, since
- *  making it takes most of the time that loading a key takes; it never changes, so every thread may
- *  use it. Null when memory runs out, until a later call succeeds. */
+/** The group of @p curve; null if memory runs out, until a later call succeeds. It is made at its
+ *  first use and kept for the life of the process, because making it takes most of the time of
+ *  loading a key. It never changes, so every thread may use it. */
 [[nodiscard]] const EC_GROUP* groupOf(Curve curve) noexcept;
 
 /** A fresh P-256 key pair; null when it cannot be made. */

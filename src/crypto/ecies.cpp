@@ -71,8 +71,8 @@ void* deriveKeys(const void* input, std::size_t inputLength, void* output,
     const bool computed = sha256(
         {static_cast<const char*>(input), inputLength},
         std::span<unsigned char, digestLength>{static_cast<unsigned char*>(output), digestLength});
-    // ECDH_compute_key does not look at the result, only at the length: were it left as it is, the
-    // unwritten buffer would be used as the key.
+    // ECDH_compute_key checks only the length, not the result: without this, the unwritten buffer
+    // would be used as the key.
     *outputLength = computed ? digestLength : 0;
     return computed ? output : nullptr;
 }
@@ -238,8 +238,8 @@ std::optional<Envelope> sealEnvelope(std::string_view data, const EC_KEY& own, c
     }
     const std::string_view tokenText{token.get(), tokenLength};
     using std::string_view_literals::operator""sv;
-    // Where no line feed is added, a zero byte fills its room: the receiver takes one zero byte at
-    // the end off the length, so that the text stays a text.
+    // If no line feed is added, a zero byte takes its place: the receiver takes one zero byte at
+    // the end off the length, so the text stays a text.
     const std::array<std::string_view, 3> parts = data.ends_with('\n')
                                                       ? std::array{data, tokenText, "\0"sv}
                                                       : std::array{data, "\n"sv, tokenText};

@@ -84,8 +84,8 @@ public:
         open
     };
 
-    /** Decodes @p part to @p out and adds the number of bytes to @p size, which counts those before
-     *  an error too. Digits that make no group at the end of @p part wait for the next one. */
+    /** Decodes @p part to @p out, and adds the number of bytes to @p size, including those before
+     *  an error. Digits at the end of @p part that are not a whole group wait for the next part. */
     Outcome decode(std::string_view part, unsigned char* out, std::size_t& size) noexcept
     {
         std::size_t pads = padsAtTheEnd(waitingDigits());
@@ -175,8 +175,8 @@ public:
     }
 
 private:
-    /** The rest of what is looked at, from its first line of Base64 on; nothing if there is none.
-     *  Moves @p line behind the lines that are passed over. */
+    /** The rest of the text, from its first line of Base64 on; nothing if there is no such line.
+     *  Moves @p line behind the lines that are skipped. */
     std::optional<std::string_view> findLine(std::size_t& line) noexcept
     {
         const std::string_view read = text.substr(0, end);

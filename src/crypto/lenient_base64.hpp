@@ -7,9 +7,9 @@
 namespace bmcoauth::internal::crypto
 {
 
-/** Decodes @p text, Base64 of either alphabet whose padding is complete, and returns the number of
- *  bytes at @p out, which has room for as many bytes as the text has. An error ends the decoding:
- *  the bytes of the blocks before it count. Pads of @p text may be replaced.
+/** Decodes @p text, Base64 of either alphabet with complete padding, and returns the number of
+ *  bytes at @p out, which must have room for the length of the text. An error ends the decoding;
+ *  the bytes of the blocks before it count. May replace the padding of @p text.
  *
  *  For every text, even a malformed one, the result is that of OpenSSL 3.0's Base64 filter. Later
  *  versions accept other texts and count other bytes, so the filter itself is not used. */

@@ -42,8 +42,8 @@ inline void releaseBytes(void* bytes) noexcept
 /** Owns bytes that OpenSSL allocated. */
 using BytesPtr = std::unique_ptr<unsigned char, Releaser<releaseBytes>>;
 
-/** Takes back what a call leaves in OpenSSL's error queue, so that the next TLS call of a service
- *  does not report an error of ours. */
+/** Removes the errors that a call leaves in OpenSSL's error queue: the next TLS call of a service
+ *  must not report an error of ours. */
 class ErrorMark
 {
 public:

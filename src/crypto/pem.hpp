@@ -28,18 +28,18 @@ struct DerBytes
     }
 };
 
-/* Fast path for PEM blocks in the usual form, which are decoded where they are. OpenSSL's reader, which
- * copies line by line, still reads any other form; it takes ten times as long for an RSA key or a
- * certificate, up to a fifth of what the check of an RSA signature costs. */
+/* Fast path for PEM blocks in the usual form, which are decoded in place. OpenSSL's reader still
+ * reads any other form. It copies line by line, and takes ten times as long for an RSA key or a
+ * certificate: up to a fifth of the time of checking an RSA signature. */
 
-/** Decodes the block named @p name with which @p pem begins to @p out, without a copy, and gives the
- *  number of bytes; nothing if there is none, its form is not the usual one, or @p out is too small.
- *  Something may have been written even then. */
+/** Decodes to @p out, without a copy, the block named @p name at the beginning of @p pem, and
+ *  returns the number of bytes. Nothing if there is no such block, its form is not the usual one,
+ *  or @p out is too small; @p out may have changed even then. */
 [[nodiscard]] std::optional<std::size_t> decodeUsualPem(std::string_view pem, std::string_view name,
                                                         std::span<unsigned char> out) noexcept;
 
-/** What PEM_bytes_read_bio finds in @p pem under the name @p name: the bytes of the first block that
- *  bears it, or an older name of the same thing. */
+/** The block that PEM_bytes_read_bio finds in @p pem under the name @p name: the bytes of the first
+ *  block with that name, or with an older name of the same thing. */
 [[nodiscard]] DerBytes readPem(std::string_view pem, const char* name) noexcept;
 
 /** The PEM block named @p name with the Base64 text @p body, without a line feed at its end; null when

@@ -36,7 +36,8 @@ HeapText signText(std::string_view text, EC_KEY& key) noexcept
     unsigned int length = 0;
     constexpr int digestLength = static_cast<int>(Sha256Digest{}.size());
     if (ECDSA_sign(0, digest.data(), digestLength, der.get(), &length, &key) != 1 ||
-        // A signature that a fault has spoiled can give the key away: it is not handed out.
+        // A fault can spoil a signature so that it reveals the key: such a signature is not
+        // returned.
         ECDSA_verify(0, digest.data(), digestLength, der.get(), static_cast<int>(length), &key) !=
             1)
     {

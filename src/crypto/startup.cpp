@@ -4,8 +4,8 @@
 namespace
 {
 
-/** Has OpenSSL initialize itself when this library is loaded. If memory runs out while version 3.5
- *  does so, it waits for itself forever, which no call of ours may do. */
+/** Initializes OpenSSL when this library is loaded. If memory runs out meanwhile, version 3.5 waits
+ *  for itself forever; no call of ours may do that. */
 [[gnu::constructor]] void initializeOpenSsl() noexcept
 {
     ERR_set_mark();

@@ -30,7 +30,7 @@ constexpr Path joined(std::string_view directory, std::string_view name)
     return path;
 }
 
-/** What the machine itself has, until a test sets something else. */
+/** The values of the machine itself, until a test sets something else. */
 struct State
 {
     std::optional<std::time_t> clock;

@@ -2,9 +2,9 @@
 #ifndef RECORD_LAYOUT_H
 #define RECORD_LAYOUT_H
 
-/* The layout of every public record, in both languages: services are built against it, so it
- * changes only together with the library's soname. Fields are counted in pointers, which is what
- * nearly all of them are, so that the same lines hold for both word sizes. */
+/* The layout of every public record, in both languages. Services are built against it, so it
+ * changes only together with the library's soname. Positions are counted in pointers, because
+ * nearly all fields are pointers: the same lines are right for both word sizes. */
 
 #include <bmcoauth.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Compiled as it is, this is right; with one of the macros, it is a mistake that must not compile.
-// mistakes.py reads their names here, and what the compiler says to each.
+// This compiles as it is. With one of the macros it has a mistake that must not compile.
+// mistakes.py reads here the names of the macros, and the compiler's message for each.
 #include <bmcoauth.hpp>
 
 #include <string_view>

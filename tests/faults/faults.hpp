@@ -185,8 +185,9 @@ struct Thoroughness
     unsigned int everyOneUpTo = ~0U;
 };
 
-/** What the environment asks for: FAULTS=all is everything, FAULTS_STEP=n every nth point of what
- *  is tried otherwise: each failing once, and of the largest calls a sample. */
+/** The size of the run, from the environment: FAULTS=all tries everything. FAULTS_STEP=n tries
+ *  every nth point of an ordinary run, which fails each point once, and a sample of the largest
+ *  calls. */
 [[nodiscard]] Thoroughness thoroughness();
 
 /** Makes every attempt of @p row. */

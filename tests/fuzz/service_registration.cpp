@@ -8,8 +8,8 @@
 #include <chrono>
 #include <set>
 
-/** Hostile requests for registrations and tokens, one after the other, at a service that has a client
- *  which knows its secrets, "own", and one which does not know the service's passwords, "pending". */
+/** Hostile requests for registrations and tokens, one after the other. The service has two clients:
+ *  "own", which knows its secrets, and "pending", which does not know the service's passwords. */
 namespace
 {
 

@@ -87,8 +87,8 @@ struct Party
 [[nodiscard]] bool same(const char* left, const char* right);
 
 /** A text that parses can be written, and the written text parses to the same. A text that does not
- *  parse is refused by one of @p rules. Characters that writing replaces may change the order of
- *  names or make one name of two, but only once. */
+ *  parse is refused by one of @p rules. Replaced characters may change the order of names or make
+ *  one name of two, but only at the first writing. */
 template <auto Release, typename Record>
 void requireRoundTrip(const char* text, Rules rules, Record* (*parse)(const char*),
                       char* (*write)(Record*))

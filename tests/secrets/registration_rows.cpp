@@ -31,8 +31,8 @@ const std::string secret = someSecret;
 const std::string token = "Rt3-a.refresh_token.nobody.else-has.";
 const Secrets both{secret, token};
 
-/** The same document in every form in which it can be read: as it is written, with what only jsoncpp
- *  reads, with a secret that is overwritten, and cut short, which is refused. */
+/** The same document in every form in which it can be read: as written, with parts that only
+ *  jsoncpp reads, with a secret that is overwritten, and cut short, which is refused. */
 enum Form
 {
     plain,

@@ -17,13 +17,13 @@
 #include <vector>
 
 /** The device that a test program runs on: its clock, random device, files, marker, journal and
- *  memory. The test program defines the operating system's calls itself, which the dynamic linker
- *  prefers for the library as well, so that no test needs root or depends on the machine.
+ *  memory. The test program itself defines the calls of the operating system. The dynamic linker
+ *  prefers these definitions in the library, too: no test needs root or depends on the machine.
  *
- *  Each object takes effect when it is made and puts everything back when it is destroyed; of two
- *  alive at once, the younger one counts. Without any of them the calls do what they always do, but
- *  for what would let the machine's own state in: the factory roots' directory is empty, the
- *  device's marker absent, and nothing reaches the machine's journal. */
+ *  Each object takes effect when it is made, and puts everything back when it is destroyed. Of two
+ *  alive at once, the younger one counts. Without any object the calls do what they always do,
+ *  except where the machine's own state would get in: the directory of the factory roots is empty,
+ *  the device's marker absent, and nothing reaches the machine's journal. */
 namespace support
 {
 
@@ -121,9 +121,9 @@ struct Opening
     mode_t mode = 0;
 };
 
-/** FakeFiles puts files of the device at absolute paths, without touching the machine's. Files can
- *  be read, not written: what a test has written belongs into a TemporaryDirectory, and "/dev/full"
- *  is a file that can be opened but never written. */
+/** FakeFiles puts files of the device at absolute paths, without touching those of the machine.
+ *  Files can be read, not written: a test writes into a TemporaryDirectory. "/dev/full" is a file
+ *  that can be opened but never written. */
 class FakeFiles
 {
 public:
@@ -213,9 +213,9 @@ private:
     bool armed = true;
 };
 
-/** Runs `body(failure)` with no allocation failing, then with the first one, the second, and so on,
- *  until a run reaches no failure any more; `body` asks `failure.reached()` and checks what holds
- *  in each case. A planted refusal is the last one when a run begins.
+/** Runs `body(failure)` without a failing allocation, then with a failure of the first one, the
+ *  second, and so on, until a run no longer reaches the failure. `body` asks `failure.reached()`
+ *  and checks each case. At the beginning of each run, the last refusal is a planted one.
  *
  *  The run ahead of the others is for what OpenSSL sets up at its first use: if that fails once, it
  *  is never tried again, and nothing works in this process any more. */

@@ -16,9 +16,8 @@ struct HostileText
     std::string text;
 };
 
-/** Texts to hand to every function that reads JSON: nested thousands deep, of another root, cut
- *  off, garbage, huge. None holds a NUL, and none is a JSON object, so that failure is the one
- *  answer to each. */
+/** Texts for every function that reads JSON: nested thousands deep, of another root, cut off,
+ *  garbage, huge. None has a NUL, and none is a JSON object: every reader must fail for each. */
 [[nodiscard]] const std::vector<HostileText>& hostileTexts();
 
 /** The rule by which a reader of JSON objects refuses the hostile text called @p name. */

@@ -46,8 +46,9 @@ constinit thread_local Books books{};
 namespace
 {
 
-/** The definition that would be called if the test program had none. Looked up at the first call,
- *  which may come before any constructor has run; two threads doing it at once find the same. */
+/** The definition that would be called if the test program had none. It is looked up at the first
+ *  call, perhaps before any constructor has run. Two threads that look it up at once find the
+ *  same. */
 template <typename Function>
 class Real
 {

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <ctime>
 
-// Sanitizers ask for their options by these names. Their allocators end the program when they are
-// asked for more than there is; tests see to it that the library does what it promises then.
+// Sanitizers ask for their options by these names. By default their allocators end the program if
+// there is not enough memory; tests check what the library promises in that case.
 extern "C"
 {
 

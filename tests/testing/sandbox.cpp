@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Preloaded behind libbmcoauth-testing into programs that are linked with libbmcoauth: gives them the
-// roots in the directory SANDBOX_ROOTS and, if SANDBOX_MARKER is set, the marker.
+// Preloaded behind libbmcoauth-testing into programs that are linked with libbmcoauth. Gives them
+// the roots in the directory SANDBOX_ROOTS and, if SANDBOX_MARKER is set, the marker.
 #include <bmcoauth/testing.h>
 
 #include <cstdlib>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* What libbmcoauth-testing has in place of src/common/machine.hpp: the same functions, but each
- * gives what a test has set. */
+/* The replacement of src/common/machine.hpp in libbmcoauth-testing: the same functions, but each
+ * gives the value that a test has set. */
 
 #include <climits>
 
