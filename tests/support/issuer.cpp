@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/issuer.hpp"
 
+#include "support/certificates.hpp"
 #include "support/tokens.hpp"
 
 #include <openssl/bio.h>
@@ -77,6 +78,11 @@ Key Key::rsa(unsigned int bits)
     return Key{EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", std::size_t{bits})};
 }
 
+Key Key::writtenDown()
+{
+    return Key{support::makeKey("RSA").release()};
+}
+
 Key Key::ec(const std::string& curve)
 {
     return Key{EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", curve.c_str())};
@@ -132,7 +138,7 @@ std::string Key::sign(std::string_view text, const char* digest, Padding padding
 
 const Key& rsaKey()
 {
-    static const Key key = Key::rsa(2048);
+    static const Key key = Key::writtenDown();
     return key;
 }
 

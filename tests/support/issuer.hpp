@@ -30,6 +30,8 @@ class Key
 {
 public:
     [[nodiscard]] static Key rsa(unsigned int bits);
+    /** A pair of 2048 bits that is written down: under an emulator, making one takes seconds. */
+    [[nodiscard]] static Key writtenDown();
     /** `curve` is a name of OpenSSL's or of NIST's. */
     [[nodiscard]] static Key ec(const std::string& curve);
 
