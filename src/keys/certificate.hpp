@@ -59,8 +59,8 @@ private:
  *  none. Throws std::bad_alloc. */
 [[nodiscard]] HeapText firstCertificatePem(const HandshakePayload* certificate);
 
-/** Whether @p pem is a certificate that may stand under @p commonName, or, where that is null,
- *  under any name: see validateX509. */
+/** Whether @p pem is a certificate with the name @p commonName, or with any name if that is null:
+ *  see validateX509. */
 [[nodiscard]] bool isNamed(std::string_view pem, const char* commonName) noexcept;
 
 /** Verifies the last "x5c" value of @p certificate: see chainVerify. */

@@ -15,7 +15,7 @@ namespace bmcoauth::internal::keys
 namespace
 {
 
-/** Certificates are judged as of the first day of this year: devices must be able to prove
+/** Certificates are judged on the first day of this year: devices must be able to prove
  *  themselves before their clock is set. */
 constexpr int judgedYear = 2035;
 

@@ -70,7 +70,7 @@ jwk* encodeKey(const char* kty, const char* kid, const char* member, const unsig
         return refuseCall(BMCOAUTH_RULE_ARGUMENT_LENGTH, "length");
     }
     const ErrnoKeeper keeper;
-    // What is kept so may be a secret.
+    // The bytes may be a secret.
     const SecretText text =
         secretText(crypto::encodeBase64(asText({data, static_cast<std::size_t>(length)})));
     if (!text)

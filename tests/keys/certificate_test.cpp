@@ -213,7 +213,7 @@ TEST(GetEcPubKey, RefusesACertificateThatIsCutOff)
         ASSERT_EQ(ruleFor(pemOf("CERTIFICATE", der.substr(0, length))), "certificate.encoding")
             << length;
     }
-    // What follows the certificate is not looked at.
+    // Bytes after the certificate are ignored.
     EXPECT_EQ(publicKeyText(pemOf("CERTIFICATE", der + "more")), expectedKeyText(der));
 }
 

@@ -1087,10 +1087,10 @@ std::string scalarOf(const std::string& hex)
     return fromHex(digits.substr(digits.size() - 64));
 }
 
-// Each vector's shared secret makes an envelope that its keys must open. What may be rejected may
-// also be accepted, but never with another secret. Two keys that should be rejected spell the
-// parameters of P-256 out, with a cofactor that is missing or wrong: OpenSSL knows the curve by the
-// others and computes with its own parameters, so that nothing is lost by accepting them.
+// Each vector's shared secret makes an envelope that its keys must open. Keys that may be rejected
+// may also be accepted, but never with another secret. Two keys that should be rejected spell out
+// the parameters of P-256, with a missing or wrong cofactor: OpenSSL recognizes the curve by the
+// other parameters and computes with its own, so nothing is lost by accepting these keys.
 TEST(EciesDecrypt, AgreesWithWycheproof)
 {
     const Json::Value document =

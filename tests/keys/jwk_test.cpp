@@ -230,7 +230,7 @@ TEST(DecodeDfsJwk, RefusesAnotherType)
 TEST(DecodeDfsJwk, LooksAtTwoPairsOnly)
 {
     EXPECT_EQ(decoded(LiteralKey{{"kty", "DFS"}, {"kid", "x"}, {"dfs", "YWJj"}}), "jwk.member");
-    // What comes third is not looked at, whatever it is.
+    // The third pair is ignored, whatever it is.
     EXPECT_EQ(decoded(LiteralKey{{"kid", "x"}, {"dfs", "YWJj"}, {"kty", "EC"}}), "abc");
 }
 
@@ -342,7 +342,7 @@ TEST(FreeJwkList, TakesNull)
     free_jwk_certs(nullptr);
 }
 
-// What stands behind such a pair belongs to whoever put it there.
+// The pairs after such a pair belong to the caller who put them there.
 TEST(FreeJwkList, StopsAtAPairWithoutValue)
 {
     auto** list = static_cast<jwk**>(std::calloc(2, sizeof(jwk*)));

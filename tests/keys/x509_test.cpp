@@ -535,7 +535,7 @@ TEST(EncodeX509Jwk, TakesOneCharacterAfterTheEndMarkerIntoTheBlock)
     std::string pem = identity.pem();
     pem.back() = ' ';
     EXPECT_EQ(bodiesOf(pem), (std::vector<std::string>{identity.body() + " "}));
-    // What else stands on that line is no part of the block, though the line is none of PEM.
+    // Other text on that line is not a part of the block, although PEM has no such line.
     pem += "and more\n";
     EXPECT_EQ(bodiesOf(pem), (std::vector<std::string>{identity.body() + " "}));
     EXPECT_REFUSED("certificate.encoding", getX509Cert(pem.c_str()));

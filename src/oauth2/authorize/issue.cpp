@@ -39,7 +39,7 @@ std::uint64_t lifetimeSeconds(const char* expiresIn) noexcept
 }
 
 /** Fills the zeroed entry @p copy; false, with the reason noted, when @p entry is incomplete or memory
- *  runs out. What has been copied belongs to @p copy even then. */
+ *  runs out. Even then @p copy owns its texts. */
 bool copyScope(const JWTscopes& entry, JWTscopes& copy) noexcept
 {
     if (entry.name == nullptr)

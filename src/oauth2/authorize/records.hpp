@@ -14,7 +14,7 @@ using PolicyList = std::unique_ptr<KestPolicyAuth, Releaser<free_kest_policy_res
 using Request = std::unique_ptr<AuthorizeRequest, Releaser<free_authorize_request>>;
 using Response = std::unique_ptr<AuthorizeResponse, Releaser<free_authorize_response>>;
 
-/** The request that @p text is; null, with the reason noted, where it is none. Throws
+/** The request in @p text; null, with the reason noted, if it is not a request. Throws
  *  std::bad_alloc. */
 [[nodiscard]] Request readRequest(const char* text);
 

@@ -28,8 +28,8 @@ namespace bmcoauth::internal::jwt
 namespace
 {
 
-/** @p text as a JSON string. Only what JSON demands is escaped, and no byte of another alphabet: an
- *  ordinary subject stands in the privilege document as it stands in the token. */
+/** @p text as a JSON string. Escapes only what JSON demands, and no byte of another alphabet: an
+ *  ordinary subject is the same text in the privilege document and in the token. */
 std::string quoted(std::string_view text)
 {
     std::string result{'"'};
@@ -190,7 +190,7 @@ keys::KeyRecord jwkOf(const char* text)
 /** Whether one of @p trustedKeys verifies the signature.
  *
  *  The order of the list counts where it mixes both sorts of keys: a PEM key's outcome, good or
- *  bad, stands until the next key that is tried, and ends the search only at a JWK that is not. */
+ *  bad, is valid until the next key is tried, and ends the search only at a JWK that is not. */
 bool signedByOneOf(const char* const* trustedKeys, std::string_view signingInput,
                    std::string_view signature, const JWTHeader& header)
 {
@@ -226,8 +226,8 @@ bool signedByOneOf(const char* const* trustedKeys, std::string_view signingInput
     return verified || search.refuse();
 }
 
-/** Whether the token of @p payload is within its period, give or take @p skew seconds. The sums are
- *  allowed to wrap: a time near the end of the range is no time that a token carries. */
+/** Whether the token of @p payload is within its period, give or take @p skew seconds. The sums
+ *  may wrap: real tokens have no time near the end of the range. */
 bmcoauth_token_result periodVerdict(const JWTPayload& payload, std::uint64_t skew)
 {
     if (payload.exp == nullptr)

@@ -24,7 +24,7 @@ namespace bmcoauth::internal::jwt
 namespace
 {
 
-/** What the journal is told when one part of a token cannot be made. */
+/** The messages that are logged if a part of a token cannot be made. */
 struct PartMessages
 {
     const char* serialization;
@@ -36,7 +36,7 @@ constexpr PartMessages headerMessages{"JWT header serialization failed",
 constexpr PartMessages payloadMessages{"JWT payload serialization failed",
                                        "Base64 encoding the payload failed"};
 
-/** The text form of @p tree. What is thrown is logged. */
+/** The text form of @p tree. Logs a failure, and throws it on. */
 SecretString serialized(const Json::Value& tree, const PartMessages& messages)
 {
     try
@@ -50,7 +50,7 @@ SecretString serialized(const Json::Value& tree, const PartMessages& messages)
     }
 }
 
-/** The Base64url form of @p text; null, and the journal is told, when it cannot be made. */
+/** The Base64url form of @p text; null if it cannot be made, which is logged. */
 HeapText encoded(std::string_view text, const PartMessages& messages)
 {
     HeapText result = crypto::encodeBase64Url(text);

@@ -161,7 +161,7 @@ bool writeKey(const EC_KEY& key, std::FILE& file) noexcept
     {
         return false;
     }
-    // Whoever has opened the stream asks it for errors.
+    // The caller, who has opened the stream, asks it for errors.
     static_cast<void>(std::fputs(pem.get(), &file));
     static_cast<void>(std::fputc('\n', &file));
     return true;

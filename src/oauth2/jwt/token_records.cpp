@@ -105,8 +105,8 @@ StringArray splitNames(std::string_view list)
     return names;
 }
 
-/** The pointers to the strings of @p array, with room for one where it is none or empty. The first
- *  text is a block of its own, the others follow the pointers. */
+/** The pointers to the strings of @p array; with room for one if it is empty or not an array. The
+ *  first text is a block of its own, the others follow the pointers. */
 HeapBlock<char*> firstOwned(const Json::Value& array)
 {
     const Json::ArrayIndex count = array.isArray() ? array.size() : 0;
@@ -137,7 +137,7 @@ ScopesPtr scopesOf(const Json::Value& object)
 {
     const std::vector<NamedMember> members = namedMembers(object);
     const std::size_t count = members.size();
-    // No entries are an array all the same: the claim was there, and grants nothing.
+    // Without entries it is still an array: the claim was there, and grants nothing.
     HeapBlock<JWTscopes> block = recordBlock<JWTscopes>(
         std::max<std::size_t>(count, 1) * sizeof(JWTscopes), "da_create_jwt_scopes", 1906);
     ScopesPtr scopes{block.release(), {static_cast<int>(count)}};

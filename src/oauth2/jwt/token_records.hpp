@@ -54,7 +54,7 @@ struct PayloadTexts
 /** Hands @p scopes over to @p payload, which has none yet. */
 void giveScopes(JWTPayload& payload, ScopesPtr scopes) noexcept;
 
-/** The parts of a compact token, without the dots, as they stand in it. */
+/** The parts of a compact token, without the dots, undecoded. */
 struct TokenParts
 {
     std::string_view header;
@@ -76,7 +76,7 @@ void throwExhaustedMemory();
  *  not decode. Nothing when there are fewer. */
 [[nodiscard]] std::optional<TokenParts> splitToken(std::string_view token) noexcept;
 
-/** The JSON object that the Base64url text @p part encodes; nothing when it is none. */
+/** The JSON object that the Base64url text @p part encodes; nothing if there is no such object. */
 [[nodiscard]] std::optional<Json::Value> decodeObject(std::string_view part);
 
 /** The header that @p part of a token encodes; null when it does not decode or has no "alg".
@@ -88,7 +88,7 @@ void throwExhaustedMemory();
 [[nodiscard]] PayloadPtr readPayload(std::string_view part);
 
 /** The entries that the members of the JSON object @p text make. Each counts one value, however
- *  many its member holds; the texts of the others lie behind the pointers, inside the block
+ *  many its member holds; the texts of the others are behind the pointers, inside the block
  *  `values`, so that free_jwt_scopes releases them with it. Null when @p text is not an object.
  *  Throws std::bad_alloc, and jsoncpp's error for a scope value that is not a text. */
 [[nodiscard]] ScopesPtr structuredScopes(std::string_view text);

@@ -106,7 +106,7 @@ std::optional<std::uint64_t> randomCounter()
     return number;
 }
 
-/** The counter @p name; a drawn 0 is none. */
+/** The counter @p name; nothing if 0 was drawn. */
 std::optional<std::uint64_t> drawCounter(const char* name)
 {
     const std::optional<std::uint64_t> number = randomCounter();
@@ -220,7 +220,7 @@ ParameterList serverChallenge(const char* const* types, unsigned int mode)
     {
         return refuse(BMCOAUTH_RULE_ARGUMENT_RANGE).about("mode").wanted("1, 2 or 3");
     }
-    // Drawn whether a type is picked with it or not, so that the draws stand in one order.
+    // Always drawn, even if no type is picked with it: the order of the draws stays the same.
     const std::uint32_t pick = randomNumber<std::uint32_t>().value_or(0);
     Questions asked;
     if ((mode != certificateOnly && !askPassword(*supported, pick, asked)) ||

@@ -40,8 +40,8 @@ public:
     }
 };
 
-/** The subject's common name as a text: what stands before a zero byte, cut to 24 bytes, at which
- *  both sides cut it; nothing if the certificate has none. */
+/** The subject's common name as a text: the bytes before a zero byte, cut to 24 bytes, as both
+ *  sides cut it; nothing if the certificate has no name. */
 std::optional<std::string_view> commonName(const keys::Certificate& certificate)
 {
     constexpr std::size_t longestCommonName = 24;

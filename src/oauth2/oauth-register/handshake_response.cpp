@@ -337,8 +337,8 @@ extern "C" int appendSSLCertToResponse(HandshakePayload** response, const char* 
         {
             return 0;
         }
-        // Without its IV the certificate cannot be opened; an answer that was there
-        // already keeps the two parameters all the same.
+        // Without its IV the certificate cannot be opened; an existing answer
+        // keeps the two parameters anyway.
         return ivFits ? 1 : int{refuse(BMCOAUTH_RULE_HANDSHAKE_IV).about("iv")};
     });
 }

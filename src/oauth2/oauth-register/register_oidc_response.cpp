@@ -20,7 +20,7 @@ char* optionalText(const Json::Value& document, const char* name)
     return text == nullptr ? nullptr : requireHeapText(text).release();
 }
 
-/** The decimal text of the member @p name; null where it is no unsigned number. */
+/** The decimal text of the member @p name; null if it is not an unsigned number. */
 HeapText numberText(Json::Value& document, const char* name)
 {
     unsigned int number = 0;

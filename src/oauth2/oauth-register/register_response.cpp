@@ -114,7 +114,7 @@ HeapText writtenResponse(const RegisterResponse& response)
 namespace
 {
 
-/** The strings of the array @p name, or null where it is none. */
+/** The strings of the array @p name; null if it is not an array. */
 StringArray optionalStrings(const Json::Value& document, const char* name)
 {
     const Json::Value* found = member(document, name);

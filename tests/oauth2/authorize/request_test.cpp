@@ -436,7 +436,7 @@ TEST(ParseAuthorizeRequest, KeepsCharactersOutsideAscii)
                "{\"\xC3\xBC\":\"\xFF\"}");
     ASSERT_NE(request, nullptr);
     EXPECT_STREQ(request->refresh_token, "gr\xC3\xBCn \xF0\x9F\x98\x80");
-    // Bytes that are no UTF-8 pass through the reader.
+    // Bytes that are not UTF-8 pass through the reader.
     EXPECT_EQ(parameters(request->handshake), (Parameters{{"\xC3\xBC", {"\xFF"}}}));
 }
 

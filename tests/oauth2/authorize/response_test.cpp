@@ -228,7 +228,7 @@ TEST(ParseAuthorizeResponse, HandlesZeroBytesAndForeignCharacters)
         {R"("\u20ac")", "\xE2\x82\xAC", R"("\u20ac")"},
         {R"("\ud83d\ude00")", "\xF0\x9F\x98\x80", R"("\ud83d\ude00")"},
         {"\"\x7F\"", "\x7F", "\"\x7F\""},
-        // Bytes that are no UTF-8 are kept, and written as the replacement character.
+        // Bytes that are not UTF-8 are kept, and written as the replacement character.
         {"\"a\xFFz\"", "a\xFFz", R"("a\ufffdz")"},
         {R"("\ud83d")", nullptr, nullptr},
         {R"("\u00")", nullptr, nullptr},

@@ -267,7 +267,7 @@ TEST_F(ValidateJwtDelegated, StoresNothingOfATokenThatCannotBeRead)
         {header + "..AAAA", "base64.malformed"},
         {"%%%." + payload + ".AAAA", "base64.malformed"},
         {header + ".%%%.AAAA", "base64.malformed"},
-        // A header without "alg", or with one that is no text.
+        // A header without "alg", or with one that is not a text.
         {es256Token(R"({"typ":"JWT"})", claims()), "token.member"},
         {es256Token(R"({"alg":256})", claims()), "token.member"},
         {es256Token(R"({"alg":null})", claims()), "token.member"},

@@ -781,7 +781,7 @@ TEST(ValidateJwt, LeavesAloneWhatItDoesNotBuild)
     EXPECT_EQ(header, &otherHeader);
     EXPECT_EQ(payload, &otherPayload);
 
-    // The header stands by itself.
+    // The header is stored without a payload.
     EXPECT_REFUSED("token.member", result(handmade(plainHeader, "{}").c_str()));
     const tokens::Header ofAnInvalidToken{header};
     EXPECT_NE(header, &otherHeader);
@@ -1111,7 +1111,7 @@ TEST(ValidateJwt, FailsWhicheverAllocationFails)
         EXPECT_NE(result, 2);
         // OpenSSL gets by without some of its blocks, but by then both records are there.
         EXPECT_TRUE(result != 1 || (header != nullptr && payload != nullptr));
-        // What comes after a record that could not be built is not there.
+        // Nothing is stored after a record that could not be built.
         EXPECT_FALSE(header == nullptr && payload != nullptr);
         EXPECT_FALSE(result == 3 && payload != nullptr);
     });

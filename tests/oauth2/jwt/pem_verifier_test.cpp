@@ -74,7 +74,7 @@ const std::vector<Algorithm> algorithms = {
     {"ES512", "SHA512", issuer::p521Key, {}, 66},
 };
 
-/** The form in which the algorithm's signatures stand in a token. */
+/** A signature by the algorithm, in the form that tokens have. */
 std::string signatureOf(const Algorithm& algorithm, std::string_view input)
 {
     const std::string signature = algorithm.key().sign(input, algorithm.digest, algorithm.padding);
@@ -385,7 +385,7 @@ TEST(PemVerifier, RefusesRsaSignaturesOfAnotherLength)
 
 TEST(PemVerifier, TakesAPssSignatureWithoutItsLeadingZero)
 {
-    // A number all the same; RFC 8017, 8.1.2, would have it refused for its length.
+    // It is still a number; RFC 8017, 8.1.2, would refuse it for its length.
     const std::string input = inputFor("PS256");
     const std::string good = pssSignature(input, true);
     EXPECT_EQ(outcome(input, good, issuer::rsaKey().pem()), "accepted");
@@ -422,10 +422,10 @@ TEST(PemVerifier, ReadsBothFormsOfRsaKeys)
     EXPECT_EQ(outcome(input, signature, info), "accepted");
     EXPECT_EQ(outcome(input, signature, pkcs1), "accepted");
     EXPECT_EQ(outcome(input, signature, issuer::otherRsaKey().pkcs1Pem()), wrong);
-    // What stands before, and between other things, is passed over.
+    // Text before the key, and after it, is skipped.
     EXPECT_EQ(outcome(input, signature, "a comment\n" + info), "accepted");
     EXPECT_EQ(outcome(input, signature, "a comment\n" + pkcs1 + "and more"), "accepted");
-    // Of the two the SubjectPublicKeyInfo counts, wherever it stands.
+    // Of the two the SubjectPublicKeyInfo counts, wherever it is.
     EXPECT_EQ(outcome(input, signature, issuer::otherRsaKey().pkcs1Pem() + info), "accepted");
     EXPECT_EQ(outcome(input, signature, pkcs1 + issuer::otherRsaKey().pem()), wrong);
     // One that does not decode does not hide the other one.
@@ -474,7 +474,7 @@ TEST(PemVerifier, DoesNotAskForAPassPhrase)
     const support::FakeFiles files;
     for (std::string pem : {issuer::rsaKey().pem(), issuer::rsaKey().pkcs1Pem()})
     {
-        // It would wait at the terminal for ever.
+        // It would wait at the terminal forever.
         pem.insert(pem.find('\n') + 1, "Proc-Type: 4,ENCRYPTED\n"
                                        "DEK-Info: AES-128-CBC,00112233445566778899AABBCCDDEEFF\n"
                                        "\n");
@@ -597,7 +597,7 @@ TEST(PemVerifier, ReadsEachEncodingOfAPoint)
     // Compressed, and of both forms at once; y is odd.
     EXPECT_EQ(outcomeOf(p256Info("39", "22", "03" + x)), "accepted");
     EXPECT_EQ(outcomeOf(p256Info("59", "42", "07" + x + y)), "accepted");
-    // What follows the structure is not looked at.
+    // Bytes after the structure are ignored.
     EXPECT_EQ(outcomeOf(usual + "x"), "accepted");
     // The other point with this x, and the same in its wrong mark.
     EXPECT_EQ(outcomeOf(p256Info("39", "22", "02" + x)), wrong);

@@ -422,7 +422,7 @@ TEST(GetEcKeyFromFile, DoesNotAskForAPassPhrase)
     writeFile(path, privatePem(*generate("EC", "P-256"), "secret"));
     ASSERT_NE(contentsOf(path).find("ENCRYPTED"), std::string::npos);
     const FakeFiles files;
-    // It would wait at the terminal for ever.
+    // It would wait at the terminal forever.
     EXPECT_REFUSED("key.encoding", EcKey{getECKeyFromFile(path.c_str())});
     ASSERT_EQ(files.openings().size(), 1U) << "the terminal is opened, if there is one";
     EXPECT_EQ(files.openings()[0].path, path);

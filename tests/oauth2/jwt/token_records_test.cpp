@@ -61,7 +61,7 @@ tokens::Payload plainPayload(const char* iat, const char* nbf, const char* exp)
     return tokens::Payload{create_jwt_payload("user", "id-1", "issuer", iat, nbf, exp, nullptr, 0)};
 }
 
-/** A token of these JSON texts whose signature is none. */
+/** A token of these JSON texts, with a text that is not a signature. */
 std::string tokenOf(std::string_view header, std::string_view payload)
 {
     return base64Url(header) + "." + base64Url(payload) + ".nosignature";
@@ -801,7 +801,7 @@ TEST(GetJwtPayload, KeepsAnEmptyScopeObjectApartFromNone)
 
 TEST(GetJwtPayload, ReadsAScopeObjectFromItsText)
 {
-    // What is not UTF-8 is written as U+FFFD.
+    // Bytes that are not UTF-8 are written as U+FFFD.
     const tokens::Payload broken =
         payloadOfJson("{\"scope\":{\"n\xff\":[\"\xff\xc3\xa4\xc0\x80\"]}}");
     ASSERT_NE(broken, nullptr);

@@ -11,8 +11,8 @@
 #include <string>
 #include <string_view>
 
-// The verifier is not exported, and the messages of most vectors are no tokens: it is compiled into
-// this program.
+// The verifier is not exported, and the messages of most vectors are not tokens: it is compiled
+// into this program.
 using bmcoauth::internal::jwt::verifyWithPem;
 
 using namespace support;
@@ -144,7 +144,7 @@ TEST(VerifierVectors, JsonWebSignatures)
 
 TEST(VerifierVectors, EcdsaWithSha512OfRfc7515)
 {
-    // RFC 7515, A.4: not a token, since its payload is no JSON.
+    // RFC 7515, A.4: not a token, since its payload is not JSON.
     Json::Value key{Json::objectValue};
     key["kty"] = "EC";
     key["crv"] = "P-521";

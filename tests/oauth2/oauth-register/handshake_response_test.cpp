@@ -506,7 +506,7 @@ TEST(GenerateHandshakeResponse, NeedsNoKeyDocumentForACertificateProofAlone)
     const std::string der = client().privateKeyDer();
     EXPECT_EQ(answers(certificateChallenge, "", record.get(), der), 1);
     EXPECT_EQ(answers(certificateChallenge, "garbage", record.get(), der), 1);
-    // Two types are no certificate proof alone, whatever they are.
+    // A challenge of two types is more than a certificate proof, whatever they are.
     const std::string twice =
         R"({"T":["software_id_cert-1.0","software_id_cert-1.0"],"V":"dG9rZW4="})";
     EXPECT_REFUSED("handshake.keys", answers(twice, "", record.get(), der));
@@ -673,7 +673,7 @@ TEST(ValidateHandshakeResponse, NeedsTokenAndCertificateForACertificateProof)
                            R"({"R":["94287082","AAAA"]})", rfcKeys, record.get()));
     EXPECT_STREQ(lastRefusal().subject, "V");
     EXPECT_EQ(lastRefusal().index, 1);
-    // What was never signed is no wrong signature, which a later proof would replace.
+    // A text that was never signed is not a wrong signature, which a later proof would replace.
     EXPECT_REFUSED("handshake.token",
                    accepts(R"({"T":["software_id_cert-1.0","hotp1.0"],"M":"1","C":"1"})",
                            R"({"R":["AAAA","94287082"]})", rfcKeys, record.get()));

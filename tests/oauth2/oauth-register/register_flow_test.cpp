@@ -228,7 +228,7 @@ TEST(FreeRegisterResponse, ReleasesAReservedTextButNotTheReservedValue)
     free_register_response(static_cast<RegisterResponse*>(calloc(1, sizeof(RegisterResponse))));
     ResponsePtr response = created("secret", "id", "0");
     ASSERT_NE(response, nullptr);
-    // A leak check sees whether the text is released; the value is no block of the heap.
+    // A leak check sees whether the text is released; the value is not a block of the heap.
     response->reserved_text = strdup("reserved");
     response->reserved_value = "value";
     EXPECT_NE(response->reserved_text, nullptr);
