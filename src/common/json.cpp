@@ -173,8 +173,8 @@ SecretString masked(std::string_view text)
     return copy;
 }
 
-/** Replaces each string of @p tree by what @p text says where it stands; false where that is not a
- *  string. */
+/** Replaces each string of @p tree by the string at its place in @p text; false if there is no
+ *  string at that place. */
 // NOLINTNEXTLINE(misc-no-recursion): no deeper than the tree, whose depth the parser bounds
 bool unmask(std::string_view text, Json::Value& tree)
 {

@@ -38,7 +38,7 @@ int errnoAfterFailure(unsigned int nth)
     return left;
 }
 
-/** The first allocation whose failure is told to the journal: the first ones only build the trees
+/** The first allocation whose failure is logged: the earlier ones only build the trees
  *  that are to be written. */
 unsigned int firstToldFailure()
 {

@@ -19,8 +19,8 @@
 #include <string>
 #include <string_view>
 
-// Most documents are read and written without jsoncpp, which says what is right all the same: here
-// both answer the same questions.
+// Most documents are read and written without jsoncpp, but jsoncpp still decides what is right:
+// here both answer the same questions.
 
 using support::HeapText;
 
@@ -59,7 +59,7 @@ std::string writtenByJsoncpp(const Json::Value& tree)
     return Json::writeString(compact, tree);
 }
 
-/** The types of the values of @p tree and where they stood in the text, which comparing trees and
+/** The types of the values of @p tree and where they were in the text, which comparing trees and
  *  writing them do not show. */
 // NOLINTNEXTLINE(misc-no-recursion): no deeper than the parser reads
 std::string shape(const Json::Value& tree)

@@ -26,8 +26,7 @@ const std::set<std::string> expectedMessages{
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): dlopen has no other place
 std::optional<std::set<std::string>> notFound;
 
-/** Generates a token with each allocation failing in turn: some of the failures are told to the
- *  journal. */
+/** Generates a token with each allocation failing in turn: some of the failures are logged. */
 void generateFailing()
 {
     const HeaderPtr header{create_jwt_header("JWT", "ES256", nullptr)};
