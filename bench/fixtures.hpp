@@ -53,7 +53,7 @@ public:
         return static_cast<int>(entries.size());
     }
 
-    /** The text of one entry as it stands in the claim. */
+    /** The text of one entry as it is in the claim. */
     [[nodiscard]] static std::string name(std::size_t index);
     static constexpr const char* value = "login";
 

@@ -51,8 +51,8 @@ struct Bytes
     }
 };
 
-/** EVP_DecodeBlock knows whole groups of the standard alphabet alone: the text is copied into that
- *  form, and decoded where it stands, since what comes out is never ahead of what goes in. */
+/** EVP_DecodeBlock knows only whole groups of the standard alphabet: the text is copied into that
+ *  form, and decoded in place, because the output is never ahead of the input. */
 Bytes decoded(std::string_view text)
 {
     const std::size_t padding = (4 - text.size() % 4) % 4;
@@ -207,7 +207,7 @@ void enter(const unsigned char*& position, const unsigned char* end)
             "constructed element");
 }
 
-/** Decodes what stands at @p position with one of libcrypto's d2i functions, and steps over it. */
+/** Decodes the structure at @p position with one of libcrypto's d2i functions. Steps over it. */
 template <auto Decode, auto Free>
 auto take(const unsigned char*& position, const unsigned char* end)
 {

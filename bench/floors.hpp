@@ -55,8 +55,8 @@ void validatePss(std::string_view token, std::string_view pem, Reading reading);
 void validateEcWithOneOf(std::string_view token, std::span<const std::string> pems);
 
 /** Both keys, ECDH, SHA-256, AES-128-CBC, HMAC, Base64, and the random token that is sealed in. The
- *  peer's certificate is Base64 of DER, of which every field is decoded but the key, whose point is
- *  taken as it stands: libcrypto would decode it three times. */
+ *  peer's certificate is Base64 of DER. Every field of it is decoded except the key, whose point is
+ *  taken from the bytes: libcrypto would decode it three times. */
 [[nodiscard]] Envelope seal(std::string_view text, std::string_view certificate,
                             std::string_view der, std::string_view iv);
 [[nodiscard]] std::string open(const Envelope& envelope, std::string_view certificate,
