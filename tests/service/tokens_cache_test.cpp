@@ -85,7 +85,7 @@ TEST_F(Seen, ExpiresAllTheSame)
     EXPECT_REFUSED("accepted", judge.validate(text));
     clock.set(1000600);
     EXPECT_REFUSED("token.expired", judge.validate(text));
-    // That the clock is set back counts as well.
+    // A clock that is set back counts as well.
     clock.set(999999);
     EXPECT_REFUSED("token.not-yet-valid", judge.validate(text));
 }

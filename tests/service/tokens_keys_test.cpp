@@ -118,8 +118,8 @@ struct KeyFiles : ::testing::Test
         const std::filesystem::directory_iterator files{directory / ""};
         return static_cast<std::size_t>(std::distance(begin(files), end(files)));
     }
-    /** After a rotation that failed: nothing is lost, here or for the next start, and nothing lies
-     *  about. `known` is what the keys were. */
+    /** After a rotation that failed: nothing is lost, here or for the next start, and no file
+     *  is left over. `known` is what the keys were. */
     void nothingIsLost(const SigningKeys& keys, const std::vector<std::string>& known) const
     {
         EXPECT_EQ(idsIn(keys.jwks()), known);

@@ -103,7 +103,7 @@ TEST_F(DeviceOfTheFactory, IsWhatProofsAreCheckedFor)
     std::optional<DeviceIdentity> identity = identified(device, "device").value();
     EXPECT_TRUE(checkProofs(challenge, response, "", identity));
     EXPECT_REFUSED("handshake.certificate", checkProofs(challenge, response, "", {}));
-    // Of the same name, but with another key.
+    // A certificate with the same name, but with another key.
     identity = identified(factory.intermediate.issue({.commonName = "device"}), "device").value();
     EXPECT_REFUSED("handshake.proof-wrong", checkProofs(challenge, response, "", identity));
 }

@@ -174,7 +174,7 @@ TEST_F(Interrupted, GivesNothingWhereItsStoreFails)
         const TestClient client = registered();
         interrupted.failAt(operation);
         const Expected<Text, Refusal> answer = slow.answer(client.proof(), "sender");
-        // A proof that could not be forgiven was good all the same.
+        // A proof that could not be forgiven was still good.
         const bool isForgiving = operation == 5 || operation == 6;
         EXPECT_EQ(answer.has_value(), isForgiving) << operation;
         if (!answer)
@@ -334,7 +334,7 @@ TEST_F(Endpoint, GivesOneOfManyThreadsTheTokensForAProof)
         thread.join();
     }
     EXPECT_EQ(given, 1);
-    // Those that came second were no guesses.
+    // The calls that came second were not guesses.
     for (int i = 0; i < 10; ++i)
     {
         EXPECT_TRUE(endpoint().answer(registered().proof(), "sender")) << i;
@@ -641,7 +641,7 @@ TEST_F(Endpoint, RevokesOnlyForTheOwner)
     const auto other = connected();
     EXPECT_REFUSED("client.secret", endpoint().revoke(one.first.id, "wrong", one.second.refresh));
     EXPECT_REFUSED("client.unknown", endpoint().revoke("nobody", "", one.second.refresh));
-    // RFC 7009, section 2.2: a token that is not the client's is no error.
+    // RFC 7009, section 2.2: a token that is not the client's is not an error.
     for (const std::string& token :
          {other.second.refresh, other.second.access, std::string{"unknown"}, std::string{},
           std::string(16385, 'a')})
