@@ -16,7 +16,7 @@ using namespace bmcoauth::tool;
 
 int report(Exit status, const std::string& message)
 {
-    // File names and members of documents stand in messages; one of them must not write to the
+    // Messages contain file names and members of documents. None of them must write to the
     // terminal, or in the name of the tool on a line of its own.
     std::cerr << colored(Shade::bad, "bmcoauth:", STDERR_FILENO) << ' ' << harmless(message)
               << '\n';

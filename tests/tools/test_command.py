@@ -60,7 +60,7 @@ class CommandLine(ToolTest):
         self.refused(
             USAGE, r"there is no option --frobnicate \(see bmcoauth error --help\)", "error", "0", "--frobnicate"
         )
-        # That an argument is missing, too, may be due to a slip.
+        # The missing argument, too, may be due to a slip.
         self.refused(USAGE, "there is no option --frobnicate", "json", "get", "--frobnicate")
 
     def test_names_the_first_argument_too_many(self):
@@ -401,7 +401,7 @@ class Key(ToolTest):
         self.assert_valid()
 
     def files(self):
-        """What stands in the directory, temporary files included."""
+        """The files in the directory, temporary ones included."""
         return sorted(path.name for path in self.directory.iterdir())
 
     # Ways to write a private key to key.pem, by a verb that makes one and one that copies it.
@@ -424,7 +424,7 @@ class Key(ToolTest):
                 os.chmod(self.directory / "key.pem", 0o666)
                 with open(self.directory / "key.pem", encoding="utf-8") as reader:
                     self.good(*verb, "--force")
-                    # Who had the old file open does not see the new key.
+                    # A process that had the old file open does not see the new key.
                     self.assertEqual(reader.read(), "old")
                 self.assert_new_key()
                 self.assertEqual(self.files(), ["key.pem", "source"])

@@ -473,7 +473,7 @@ class Ecies(ToolTest):
 
     def test_refuses_what_is_no_envelope(self):
         for text in ("{}", '{"ciphertext":"YQ==","mac":"YQ=="}', '{"encrypted_sslcert":"x","mac":""}'):
-            self.refused(INVALID, "is no envelope", *self.OPEN, text=text)
+            self.refused(INVALID, "is not an envelope", *self.OPEN, text=text)
         self.refuses_what_is_no_text(*self.OPEN, "@")
 
     def test_opens_what_was_attached_to_a_response(self):

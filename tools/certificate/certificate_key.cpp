@@ -15,7 +15,7 @@ namespace
 
 constexpr const char* x5c = "x5c";
 
-/** The certificates in the PEM text @p text, without what stands around them: a comment before a
+/** The certificates in the PEM text @p text, without the texts around them: a comment before a
  *  certificate or a carriage return would become a part of it. Stops the command where one has no
  *  end: without it, the one before would pass for the last, which is the one that is verified. */
 std::vector<std::string> certificatesIn(std::string text, const std::string& path)

@@ -10,7 +10,7 @@ namespace bmcoauth::tool
 
 /** Reads the PEM chain or the certificate key @p path, or the first certificate key of a register
  *  request or response; stops the command when there is no certificate in it. Of a PEM file only
- *  the certificates are taken, whatever stands around them. */
+ *  the certificates are taken, whatever is around them. */
 [[nodiscard]] CertificateKey readCertificateKey(const std::string& path);
 
 /** The number of the certificates of @p key. */

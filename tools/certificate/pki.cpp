@@ -21,7 +21,7 @@ using ExtensionPtr = std::unique_ptr<X509_EXTENSION, Releaser<X509_EXTENSION_fre
 /** What tells these certificates from those of a factory. */
 constexpr const char* organization = "DEVELOPMENT ONLY, no factory";
 
-// Chains are judged as of 1 January 2035, so that must lie inside; TLS judges as of today.
+// Chains are judged as of 1 January 2035, so that day must be inside; TLS judges as of today.
 constexpr const char* notBefore = "20200101000000Z";
 constexpr const char* notAfter = "20491231235959Z";
 

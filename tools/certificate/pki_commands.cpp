@@ -181,9 +181,8 @@ void addPkiCommands(const Command& root)
         "verified by the roots alone. So a chain with intermediates is written device, "
         "intermediates, device; a chain without holds the device alone.\n\n"
         "No private key of an authority is kept. All names say that they are for development. The "
-        "certificates are valid from 2020 to 2049, and so on 1 January 2035, as of which chains "
-        "are "
-        "judged.");
+        "certificates are valid from 2020 to 2049, and so on 1 January 2035, the day for which "
+        "chains are judged.");
     Options& options = verb.runs(makePki);
     verb.required("DIRECTORY", options.directory, "Where to write; made if it does not exist");
     verb.number("--intermediates NUMBER", options.intermediates,

@@ -210,7 +210,7 @@ bool asksForJson(const CLI::App& command)
 std::string complaint(const CommandDescription& command, const std::vector<std::string>& unknown,
                       const CLI::ParseError& error)
 {
-    // A word that is no command, or has a slip in it, is often why something is missing.
+    // A word that is not a command, or has a slip in it, is often why something is missing.
     if (unknown.empty())
     {
         return firstLine(error.what());

@@ -98,7 +98,7 @@ void requireWritable(const std::string& path)
     {
         stopWriting(path, EISDIR);
     }
-    // What is not there is made in its directory; the dot finds out whether it is one.
+    // A new file is made in its directory; the dot finds out whether that is a directory.
     const std::string place =
         isThere ? path : std::filesystem::path{path}.replace_filename(".").string();
     if (access(place.c_str(), W_OK) != 0)

@@ -64,7 +64,7 @@ void requireReadable(const std::string& path);
  *  permissions tell. */
 void requireWritable(const std::string& path);
 
-/** @p text as it is, or as a JSON string if a terminal might obey what stands in it. */
+/** @p text as it is, or as a JSON string if a terminal might obey a part of it. */
 [[nodiscard]] std::string shown(std::string_view text);
 
 /** The whole of the file @p path, or of standard input for "-"; a stop when it cannot be read. */
@@ -89,9 +89,10 @@ std::vector<std::string_view> viewsOf(std::vector<std::string>&& texts) = delete
 /** @p bytes in Base64url. */
 [[nodiscard]] std::string encodedBase64Url(std::string_view bytes);
 
-/** The JSON object in @p text, as the library's readers take one; nothing if it is none. Zero bytes
- *  do not end it. Its comments are dropped: they would be written again, with the control characters
- *  that are escaped everywhere else, and behind one that begins with // no document goes on. */
+/** The JSON object in @p text, as the library's readers take it; nothing if there is none. Zero
+ *  bytes do not end it. Its comments are dropped: they would be written again, with the control
+ *  characters that are escaped everywhere else, and behind one that begins with // no document goes
+ *  on. */
 [[nodiscard]] std::optional<Json::Value> parsedObject(std::string_view text);
 
 /** Reads the JSON object @p path, or stops the command. */

@@ -55,7 +55,7 @@ Finding bad(std::string subject, std::string text)
 
 // --------------------------------------------------------------------------------------- clock
 
-/** The begin of 2020: a clock before that was never set. */
+/** The beginning of 2020: a clock before that was never set. */
 constexpr std::time_t plausible = 1577836800;
 
 Finding clockFinding(std::time_t now)
@@ -122,10 +122,10 @@ Finding rootFinding(const std::string& subject, const std::string& path, bool co
     std::time_t instant = judgedInstant();
     if (X509_cmp_time(end, &instant) <= 0 || X509_cmp_time(begin, &instant) > 0)
     {
-        const std::string note = text + ": not on 1 January 2035, as of which chains are judged";
+        const std::string note = text + ": not on 1 January 2035, for which chains are judged";
         return counts ? bad(subject, note) : doubtful(subject, note);
     }
-    // Whoever may write a root decides which chains verify.
+    // A user who may write a root decides which chains verify.
     const std::string risk = openTo(path, 0022);
     return risk.empty() ? fine(subject, text)
                         : bad(subject, text + "; its mode " + modeOf(path) + ' ' + risk);
@@ -195,7 +195,7 @@ Finding randomFinding()
     };
     if (stat(path.c_str(), &status) != 0 || !S_ISCHR(status.st_mode))
     {
-        return bad(subject, path + " is no device");
+        return bad(subject, path + " is not a device");
     }
     return fine(subject, path + " gives bytes");
 }

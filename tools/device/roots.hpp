@@ -11,8 +11,8 @@
 namespace bmcoauth::tool
 {
 
-/** Where the factory roots stand on a device: both must be there, and the second one counts only
- *  where the device's marker file is. */
+/** The paths of the factory roots on a device: both files are needed, and the second one counts
+ *  only if the device has its marker file. */
 inline constexpr const char* productionRootPath = "/etc/default/certs/FactorycertProdRoot.pem";
 inline constexpr const char* developmentRootPath = "/etc/default/certs/FactorycertDevRoot.pem";
 
@@ -30,7 +30,7 @@ struct FactoryRoot
 /** Reads the root file @p path as the library does. */
 [[nodiscard]] FactoryRoot readRoot(const std::string& path);
 
-/** The instant as of which chains are judged: 1 January 2035, local time. */
+/** The instant for which chains are judged: 1 January 2035, local time. */
 [[nodiscard]] std::time_t judgedInstant();
 
 /** The subject of @p certificate in one line. */

@@ -73,7 +73,7 @@ Envelope sealed(const std::string& data, std::string_view iv, const CertificateK
 void seal(const SealOptions& options)
 {
     const std::string iv = options.iv.empty() ? std::string{freshIv()} : options.iv;
-    // The library does not report digits that are none.
+    // The library does not report characters that are not digits.
     if (iv.size() != 32 || iv.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
     {
         throw Stop{Exit::usage, "--iv takes 32 hexadecimal digits (bmcoauth ecies iv makes them)"};

@@ -14,9 +14,9 @@ SealedDocument::SealedDocument(const std::string& path)
         // No text of the library holds a zero byte: it would be cut there.
         if (!document[name].isString() || document[name].asString().find('\0') != std::string::npos)
         {
-            throw Stop{Exit::invalid, nameOf(path) +
-                                          " is no envelope: it needs the strings ciphertext, mac "
-                                          "and iv, or encrypted_sslcert, HMAC and iv"};
+            throw Stop{Exit::invalid,
+                       nameOf(path) + " is not an envelope: it needs the strings ciphertext, mac "
+                                      "and iv, or encrypted_sslcert, HMAC and iv"};
         }
         return document[name].asString();
     };

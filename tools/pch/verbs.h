@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 
-/* What most sources of the tool include, for the compiler to read once. Every source includes what
- * it uses all the same: a build with -Db_pch=false does without this file. */
+/* What most sources of the tool include, for the compiler to read once. Every source still includes
+ * what it uses: a build with -Db_pch=false does without this file. */
 
 #include <bmcoauth.hpp>
 

@@ -19,7 +19,7 @@ struct TokenParts
     std::string payload;
     std::string signature;
 
-    /** What is signed: the first two parts as they stand in the token. */
+    /** The signed text: the first two parts of the token, undecoded. */
     [[nodiscard]] std::string signingInput() const
     {
         return header + "." + payload;
@@ -32,7 +32,7 @@ struct TokenParts
 /** The JSON object in one part of a token, which is called @p name if it is not one. */
 [[nodiscard]] Json::Value decodePart(const std::string& part, const std::string& name);
 
-/** The claims of @p token, which has two dots, as they stand in it. */
+/** The claims of @p token, which has two dots. */
 [[nodiscard]] Json::Value claimsOf(const std::string& token);
 
 } // namespace bmcoauth::tool

@@ -9,8 +9,8 @@
 namespace bmcoauth::tool
 {
 
-/** The keys in the files @p paths, JSON Web Keys or PEM texts, as the library takes them. What cannot
- *  be imported is left out of a set, where other keys are usual, and refused where it stands alone. */
+/** The keys in the files @p paths, JSON Web Keys or PEM texts, as the library takes them. A key
+ *  that cannot be imported is left out of a set, where other keys are usual, and refused alone. */
 [[nodiscard]] std::vector<std::string> trustedKeys(const std::vector<std::string>& paths);
 
 /** Judges by one key after the other, of which there is one at least. In one list the outcome would
