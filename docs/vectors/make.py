@@ -5,7 +5,7 @@ would write.
 
 Nothing here calls the library: signatures, codes, envelopes and keys come from Python and its
 module cryptography, so that the files say what the formats are and not what the library does. Every
-key is drawn from a text that stands below, so that the same run gives the same files; none of them
+key is drawn from a text below, so that the same run gives the same files; none of them
 protects anything.
 """
 

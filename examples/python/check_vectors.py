@@ -172,7 +172,7 @@ def delegated(test: Json, now: int) -> None:
 
 
 def listed(parameters: Json) -> Json:
-    """A parameter list whose values are written as arrays; what is no text has no value."""
+    """A parameter list whose values are written as arrays; a value that is not a text is absent."""
     known = {}
     for name, value in parameters.items():
         expect(isinstance(value, str) or not isinstance(value, (list, dict)) or is_texts(value))

@@ -172,7 +172,7 @@ def numbers_of(challenge: Json, response: Json) -> Json:
 
 
 def proof_text(challenge: Json, certificate: Json) -> bytes:
-    """What the certificate proof signs: the text of V as it stands, and the common name."""
+    """What the certificate proof signs: the text of V, not decoded, and the common name."""
     name = first_certificate(certificate).subject.get_attributes_for_oid(x509.NameOID.COMMON_NAME)
     if not name or not first(challenge, "V").isascii():
         raise Refused("no common name in the certificate, or no V in the challenge")
@@ -199,8 +199,8 @@ def respond(challenge: Json, keys: Json, identity: Optional[Identity] = None) ->
 
 
 def check_answer(challenge: Json, response: Json, keys: Json) -> None:
-    """The controller's answer to the client's own challenge, which asks for passwords alone. Whoever has
-    seen one password can repeat it: only TLS says which controller answers now."""
+    """The controller's answer to the client's own challenge, which asks for passwords alone. An
+    eavesdropper can repeat a password: only TLS says which controller answers now."""
     numbers = numbers_of(challenge, response)
     wanted = [password(kind, keys, numbers) for kind in parameter(challenge, "T")]
     if not wanted or parameter(response, "R") != wanted:
