@@ -1,24 +1,37 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Runs operations for callgrind, which is told to count within `measured` alone and to write what
-// it has counted whenever that returns. Writes the name of the operation of each count, in order.
-// scripts/bench reads both.
+// Runs operations for a program that counts instructions, and writes the name of the operation of
+// each count and how many calls it is of, in order. Callgrind is told to count within `measured`
+// alone and to write what it has counted whenever that returns. The emulator's plugin, for which
+// the argument --emulated is, writes how far it has counted at each mark. scripts/bench reads both.
 #include "fixtures.hpp"
 #include "operations.hpp"
 
 #include <openssl/rand.h>
 
+#include <unistd.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
-#include <span>
+#include <string>
+#include <vector>
 
 namespace
 {
 
-constexpr int warmUps = 40;
-constexpr int counts = 3;
-constexpr int callsPerCount = 16;
+/** How often an operation is called for one count, and how many contenders are counted. */
+struct Plan
+{
+    int warmUps;
+    int counts;
+    int calls;
+    std::size_t contenders;
+};
+
+constexpr Plan forCallgrind{40, 3, 16, 1};
+/** The emulator is slow, and the floor is counted too. */
+constexpr Plan forEmulator{4, 1, 4, 2};
 
 /** Always the same numbers, so that keys, certificates and signatures are the same in every run, and
  *  with them the work: for the numbers of `splitmix64` see Steele, Lea and Flood, "Fast splittable
@@ -47,28 +60,52 @@ constexpr RAND_METHOD sameNumbers{nullptr, sameBytes, nullptr, nullptr, sameByte
 } // namespace
 
 /** What callgrind counts: known to it by this name. */
-extern "C" [[gnu::noinline]] void measured(const bench::Work& work)
+extern "C" [[gnu::noinline]] void measured(const bench::Work& work, int calls)
 {
-    for (int i = 0; i < callsPerCount; ++i)
+    for (int i = 0; i < calls; ++i)
     {
         work();
     }
 }
 
+namespace
+{
+
+/** A system call that no machine has, which the emulator's plugin waits for. */
+void mark()
+{
+    static_cast<void>(syscall(MARK));
+}
+
+void count(const bench::Contender& contender, const std::string& operation, const Plan& plan)
+{
+    for (int i = 0; i < plan.warmUps; ++i)
+    {
+        contender.work();
+    }
+    for (int i = 0; i < plan.counts; ++i)
+    {
+        mark();
+        measured(contender.work, plan.calls);
+        mark();
+        std::cout << operation << ' ' << contender.name << ' ' << plan.calls << std::endl;
+    }
+}
+
+} // namespace
+
 int main(int argc, char** argv)
 {
     bench::require(RAND_set_rand_method(&sameNumbers) == 1, "random numbers");
-    for (const char* name : std::span{argv, static_cast<std::size_t>(argc)}.subspan(1))
+    std::vector<std::string> names{argv + 1, argv + argc};
+    const bool emulated = std::erase(names, "--emulated") != 0;
+    const Plan& plan = emulated ? forEmulator : forCallgrind;
+    for (const std::string& name : names)
     {
-        const bench::Work work = bench::operationOf(name).contenders.at(0).work;
-        for (int i = 0; i < warmUps; ++i)
+        const bench::Operation operation = bench::operationOf(name);
+        for (std::size_t i = 0; i < plan.contenders; ++i)
         {
-            work();
-        }
-        for (int i = 0; i < counts; ++i)
-        {
-            measured(work);
-            std::cout << name << ' ' << callsPerCount << '\n';
+            count(operation.contenders.at(i), name, plan);
         }
     }
     return EXIT_SUCCESS;
