@@ -591,6 +591,35 @@ std::string ecPublicKey(std::string_view x, std::string_view y)
     return pem += "-----END PUBLIC KEY-----\n";
 }
 
+std::string rsaPublicKey(std::string_view n, std::string_view e)
+{
+    // SubjectPublicKeyInfo (RFC 5280) of a key of 2048 bits up to its modulus.
+    constexpr std::array<unsigned char, 33> prefix{
+        0x30, 0x82, 0x01, 0x22, 0x30, 0x0d, 0x06, 0x09, 0x2a, 0x86, 0x48,
+        0x86, 0xf7, 0x0d, 0x01, 0x01, 0x01, 0x05, 0x00, 0x03, 0x82, 0x01,
+        0x0f, 0x00, 0x30, 0x82, 0x01, 0x0a, 0x02, 0x82, 0x01, 0x01, 0x00};
+    const Bytes modulus = decoded(n);
+    const Bytes exponent = decoded(e);
+    require(modulus.size == 256 && exponent.size == 3, "numbers");
+    std::array<unsigned char, prefix.size() + 256 + 5> info{};
+    unsigned char* out = std::ranges::copy(prefix, info.begin()).out;
+    out = std::copy_n(modulus.block.get(), 256, out);
+    *out++ = V_ASN1_INTEGER;
+    *out++ = 3;
+    std::copy_n(exponent.block.get(), 3, out);
+    std::string base64;
+    base64.reserve(400);
+    appendBase64(base64, {reinterpret_cast<const char*>(info.data()), info.size()});
+    std::string pem;
+    pem.reserve(460);
+    pem += "-----BEGIN PUBLIC KEY-----\n";
+    for (std::size_t line = 0; line < base64.size(); line += 64)
+    {
+        pem.append(base64, line, 64).append(1, '\n');
+    }
+    return pem += "-----END PUBLIC KEY-----\n";
+}
+
 std::string oneTimePassword(std::string_view secrets, const char* type, std::uint64_t selector,
                             std::uint64_t movingFactor)
 {

@@ -70,6 +70,9 @@ void checkProof(std::string_view text, std::string_view proof, std::string_view 
 /** Decode two coordinates, see that the point is on P-256, and write it as PEM. */
 [[nodiscard]] std::string ecPublicKey(std::string_view x, std::string_view y);
 
+/** The PEM text of the public key of 2048 bits with these numbers, Base64url texts. */
+[[nodiscard]] std::string rsaPublicKey(std::string_view n, std::string_view e);
+
 /** The secrets read by a reader made once, and liboath's password. */
 [[nodiscard]] std::string oneTimePassword(std::string_view secrets, const char* type,
                                           std::uint64_t selector, std::uint64_t movingFactor);

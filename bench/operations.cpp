@@ -433,6 +433,7 @@ std::vector<Operation> encodingOperations()
 {
     const Fixtures& made = fixtures();
     const auto tree = std::make_shared<Json::Value>(treeOf(made.claims.json()));
+    const Json::Value rsa = treeOf(made.rs256.jwk);
     return {
         {.name = "ec-key-import",
          .must = 1.2,
@@ -446,6 +447,18 @@ std::vector<Operation> encodingOperations()
                         {floorName,
                          [&made] {
                              static_cast<void>(floors::ecPublicKey(made.x, made.y));
+                         }}}},
+        {.name = "rsa-key-import",
+         .must = 3,
+         .reach = 2,
+         .contenders = {{library,
+                         [n = rsa["n"].asString(), e = rsa["e"].asString()] {
+                             const HeapText pem{createRsaPublicKey(n.c_str(), e.c_str())};
+                             require(pem != nullptr, "createRsaPublicKey");
+                         }},
+                        {floorName,
+                         [n = rsa["n"].asString(), e = rsa["e"].asString()] {
+                             static_cast<void>(floors::rsaPublicKey(n, e));
                          }}}},
         {.name = "base64-decode",
          .must = 1.2,

@@ -107,11 +107,11 @@ DerBytes readPem(std::string_view pem, const char* name) noexcept
     return der;
 }
 
-HeapText pemText(std::string_view name, std::string_view body) noexcept
+HeapText pemText(std::string_view name, std::string_view body, std::string_view after) noexcept
 {
     constexpr std::size_t marks = 32;
-    HeapText pem =
-        zeroedBlock<char>(body.size() + body.size() / lineLength + 2 * name.size() + marks + 1);
+    HeapText pem = zeroedBlock<char>(body.size() + body.size() / lineLength + 2 * name.size() +
+                                     marks + after.size() + 1);
     char* end = pem.get();
     const auto append = [&end](std::initializer_list<std::string_view> parts) {
         for (const std::string_view part : parts)
@@ -126,7 +126,7 @@ HeapText pemText(std::string_view name, std::string_view body) noexcept
         {
             append({body.substr(0, lineLength), "\n"});
         }
-        append({body, "\n-----END ", name, "-----"});
+        append({body, "\n-----END ", name, "-----", after});
     }
     return pem;
 }

@@ -42,8 +42,9 @@ struct DerBytes
  *  block with that name, or with an older name of the same thing. */
 [[nodiscard]] DerBytes readPem(std::string_view pem, const char* name) noexcept;
 
-/** The PEM block named @p name with the Base64 text @p body, without a line feed at its end; null when
- *  memory runs out. */
-[[nodiscard]] HeapText pemText(std::string_view name, std::string_view body) noexcept;
+/** The PEM block named @p name with the Base64 text @p body, and @p after behind it; null when memory
+ *  runs out. */
+[[nodiscard]] HeapText pemText(std::string_view name, std::string_view body,
+                               std::string_view after = "") noexcept;
 
 } // namespace bmcoauth::internal::crypto

@@ -360,6 +360,13 @@ TEST(CreateRsaPublicKey, WritesWhatOpenSslWritesForOddNumbersToo)
              {std::string("\0", 1), "\x03"},
              {"\x01", std::string("\0", 1)},
              {"\x80", "\x80"},
+             // The lengths from which on DER needs another byte for the length.
+             {std::string(117, '\x7f'), "\x03"},
+             {std::string(118, '\x7f'), std::string(127, '\x7f')},
+             {std::string(128, '\x7f'), std::string(127, '\x80')},
+             {std::string(255, '\x7f'), std::string(255, '\x80')},
+             {std::string(256, '\x7f'), std::string(65535, '\x7f')},
+             {std::string(65535, '\x80'), std::string(65536, '\x01')},
              {std::string("\0\0\x7f", 3), "\x01"},
              {std::string(256, '\xff'), std::string(256, '\xff')},
              {large, "\x03"},
