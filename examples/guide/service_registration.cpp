@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <string>
 #include <string_view>
@@ -25,7 +26,6 @@ using bmcoauth::Registrar;
 using bmcoauth::SigningKeys;
 using bmcoauth::Text;
 using bmcoauth::TokenEndpoint;
-using bmcoauth::TokenFacts;
 using bmcoauth::TokenFunctions;
 using bmcoauth::TokenIssuer;
 using bmcoauth::TokenValidator;
@@ -55,10 +55,7 @@ TokenFunctions functionsOf(const TokenIssuer& issuer, const TokenValidator& own,
 {
     return {
         .issue = issuer,
-        .validate =
-            [&own](std::string_view token) {
-                return own.validate(token).transform(TokenFacts::of);
-            },
+        .validate = std::cref(own),
         // On a controller: the document of this software, from a file that it shares with nobody.
         .secrets = [&secrets](const ClientRecord&) { return Text::copy(secrets); },
         .privileges =

@@ -15,15 +15,10 @@
  * where memory runs out, those do what they always do. Programs must link libcrypto. */
 
 #include <bmcoauth.hpp>
-#include <bmcoauth/service/client.hpp>
-#include <bmcoauth/service/clock.hpp>
-#include <bmcoauth/service/device_identity.hpp>
-#include <bmcoauth/service/digest.hpp>
-#include <bmcoauth/service/issued_token.hpp>
+#include <bmcoauth/service/common.hpp>
+#include <bmcoauth/service/issuing.hpp>
 #include <bmcoauth/service/judging.hpp>
 #include <bmcoauth/service/registrar.hpp>
-#include <bmcoauth/service/signing_keys.hpp>
 #include <bmcoauth/service/store.hpp>
 #include <bmcoauth/service/token_endpoint.hpp>
-#include <bmcoauth/service/token_issuer.hpp>
 #include <bmcoauth/service/verification_keys.hpp>

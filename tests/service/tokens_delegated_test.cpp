@@ -205,6 +205,7 @@ TEST_F(Delegated, AreStrict)
     EXPECT_EQ(ruleOf(es256({{"crit", R"(["exp"])"}}, {})), "policy.critical");
     EXPECT_EQ(ruleOf(es256({}, {{"sub", R"("a\u0000b")"}})), "argument.zero-byte");
     EXPECT_EQ(ruleOf(es256({}, {{"sub", "\"\xff\""}})), "policy.encoding");
+    EXPECT_EQ(ruleOf(es256({}, {{"sub", R"("\udc00")"}})), "policy.encoding");
     EXPECT_EQ(ruleOf(es256({}, {}) + "="), "policy.encoding");
     corp.type = ignored;
     EXPECT_EQ(ruleOf(es256({{"typ", ""}}, {})), "accepted");

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <chrono>
+#include <functional>
 #include <string>
 #include <utility>
 
@@ -86,8 +87,10 @@ private:
 
 TEST_F(Validating, GivesTheFactsThatATokenEndpointAsksFor)
 {
-    const TokenFacts facts =
-        validator().validate(token(header(), payload())).transform(TokenFacts::of).value();
+    const TokenValidator judge = validator();
+    TokenFunctions functions;
+    functions.validate = std::cref(judge);
+    const TokenFacts facts = functions.validate(token(header(), payload())).value();
     EXPECT_EQ(facts.subject, "admin");
     EXPECT_EQ(facts.id, "1");
     EXPECT_EQ(facts.expiresAt.time_since_epoch(), 1000600s);
@@ -219,6 +222,9 @@ TEST_F(Validating, WantsUtf8WithoutZeroBytes)
         EXPECT_EQ(ruleOfPayload({{"sub", '"' + std::string{bytes} + '"'}}), "policy.encoding");
         EXPECT_EQ(ruleOfHeader({{"x", '"' + std::string{bytes} + '"'}}), "policy.encoding");
     }
+    // Half of a pair: the JSON text is UTF-8, the claim is not.
+    EXPECT_EQ(ruleOfPayload({{"sub", R"("\udc00")"}}), "policy.encoding");
+    EXPECT_EQ(ruleOfPayload({{"jti", R"("\udc00")"}}), "policy.encoding");
     EXPECT_EQ(ruleOfPayload({{"sub", R"("admin\u0000.example")"}}), "argument.zero-byte");
     EXPECT_EQ(ruleOfHeader({{"x", R"("\u0000")"}}), "argument.zero-byte");
 }

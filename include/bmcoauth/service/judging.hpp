@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* Judging tokens: of one's own by TokenValidator, of other issuers by DelegatedValidator. */
+/* Judging tokens: TokenValidator for one's own, DelegatedValidator for those of other issuers. */
 
 #include <bmcoauth/cpp/encoding.hpp>
 #include <bmcoauth/cpp/expected.hpp>
 #include <bmcoauth/cpp/parameters.hpp>
 #include <bmcoauth/cpp/privileges.hpp>
 #include <bmcoauth/cpp/validation.hpp>
-#include <bmcoauth/service/clock.hpp>
-#include <bmcoauth/service/digest.hpp>
+#include <bmcoauth/service/common.hpp>
 #include <bmcoauth/service/verification_keys.hpp>
 
 #include <openssl/asn1.h>
@@ -22,7 +21,6 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
-#include <initializer_list>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -43,26 +41,26 @@ struct Ignored
 {
     explicit Ignored() = default;
 };
-/** Says that a validator does not look at something. */
+/** Tells a validator to ignore something. */
 inline constexpr Ignored ignored{};
 
-/** Expectation is what a validator expects of one claim, or that it ignores it. There is no third: it
- *  has no default, so that rules which leave one out do not compile. */
+/** Expectation is a value that a validator expects, or `ignored`. It has no default: rules that leave
+ *  one out do not compile. */
 template <typename T>
 class Expectation
 {
 public:
-    /** Nothing is expected. */
+    /** Expects nothing. */
     Expectation(Ignored /*nothing*/) noexcept
     {
     }
-    /** `value` is expected. */
+    /** Expects `value`. */
     template <typename Value, typename = std::enable_if_t<std::is_constructible_v<T, Value>>>
     Expectation(Value&& value) : wanted{std::in_place, std::forward<Value>(value)}
     {
     }
 
-    /** What is expected; null if the claim is ignored. */
+    /** The expected value; null if ignored. */
     [[nodiscard]] const T* get() const& noexcept
     {
         return wanted ? &*wanted : nullptr;
@@ -73,18 +71,86 @@ private:
     std::optional<T> wanted;
 };
 
-/** Tells whether the token with these claims has been revoked: by "jti", by its subject, or both. An
- *  error refuses the token with that error. Called for each token that is valid otherwise and has a
- *  "jti", from every thread that validates, those seen before included. */
+/** Returns whether the token with these claims is revoked. An error refuses the token with that
+ *  error. Any thread that validates calls it, for each token that is valid otherwise, those that are
+ *  remembered included. Such tokens must have a "jti". */
 using RevocationCheck = std::function<Expected<bool>(const Claims& claims)>;
+
+/** What a TokenValidator expects. Each Expectation must be given, if only as `ignored`. */
+struct TokenRules
+{
+    /** The claim "iss". */
+    Expectation<std::string> issuer;
+    /** The scope entry "aud", which TokenIssuer writes. */
+    Expectation<std::string> audience;
+    /** From "iat" to "exp". */
+    Expectation<std::chrono::seconds> longestLifetime;
+    /** Refuses tokens that have been revoked. */
+    Expectation<RevocationCheck> revoked;
+    /** The header's "typ", exactly. */
+    std::string type = "JWT";
+    /** How many valid tokens are remembered, at most 65,536; 0 for none. */
+    std::size_t cacheSize = 128;
+};
+
+/** A role in the tokens of an issuer. */
+struct RoleGrant
+{
+    /** As in "ravok_roles". */
+    std::string name;
+    /** What it grants here. */
+    Privileges privileges;
+};
+
+/** TrustedIssuer is another issuer, and what is expected of its tokens. Each Expectation must be
+ *  given, if only as `ignored`. */
+struct TrustedIssuer
+{
+    /** The claim "iss". */
+    std::string name;
+    /** Its keys, a JSON Web Key Set. Nothing is ever fetched. Of several keys, each needs a "kid". RSA
+     *  keys need 2048 bits. Keys that are not for signatures, or not for one of `algorithms`, are left
+     *  out. */
+    std::string jwks;
+    /** The values of "alg" that are accepted, such as "ES256", one at least. Each key verifies those
+     *  that fit its type and curve, and its "alg" if it has one. */
+    std::vector<std::string> algorithms;
+    /** The claim "aud", or one of its values. */
+    Expectation<std::string> audience;
+    /** From "iat" to "exp"; from now if there is no "iat". */
+    Expectation<std::chrono::seconds> longestLifetime;
+    /** The header's "typ", exactly. */
+    Expectation<std::string> type;
+    /** What the names in "ravok_roles" grant. */
+    std::vector<RoleGrant> roles = {};
+    /** The identity providers whose codes in "xidp" count. NOTE: codes of "*" always count; see
+     *  `mostPrivileges`. */
+    std::vector<std::string> providers = {};
+    /** No token of this issuer grants more. */
+    Privileges mostPrivileges = Privileges::all();
+    /** How far clocks may differ, at most ten minutes. */
+    std::chrono::seconds skew{0};
+    /** Whether to accept tokens whose "scope" is an object. In its entry "USER_PRIV", the issuer writes
+     *  the privileges itself. */
+    bool allowIssuerScopes = false;
+};
+
+/** What a DelegatedValidator does with tokens of all its issuers. */
+struct DelegatedRules
+{
+    /** Refuses tokens that have been revoked. */
+    Expectation<RevocationCheck> revoked;
+    /** How many valid tokens are remembered, at most 65,536; 0 for none. */
+    std::size_t cacheSize = 128;
+};
 
 namespace detail
 {
 
-/** In bytes; longer tokens are refused unread. */
+/** In bytes. Longer tokens are refused unread. */
 inline constexpr std::size_t longestToken = 16384;
 
-/** The scope entry that says who a token of one's own is for. */
+/** The scope entry that holds the audience of one's own tokens. */
 inline constexpr std::string_view audienceEntry = "aud";
 
 /** Whether `text` is UTF-8 (RFC 3629). */
@@ -105,24 +171,24 @@ inline constexpr std::string_view audienceEntry = "aud";
     return true;
 }
 
-/** Refused if a text that is expected is empty, or the longest lifetime not positive. */
-[[nodiscard]] inline Expected<void>
-requireSense(std::initializer_list<std::pair<const char*, const std::string*>> texts,
-             const std::chrono::seconds* longestLifetime)
+/** Refuses an empty text, unless it is ignored. */
+[[nodiscard]] inline Expected<void> requireText(const char* name,
+                                                const Expectation<std::string>& text)
 {
-    for (const auto& [name, text] : texts)
-    {
-        if (text != nullptr && text->empty())
-        {
-            return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, name};
-        }
-    }
-    return longestLifetime != nullptr && longestLifetime->count() < 1
+    return text.get() != nullptr && text.get()->empty() ? Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, name}
+                                                        : Expected<void>{};
+}
+
+/** Refuses a longest lifetime that is not positive, unless it is ignored. */
+[[nodiscard]] inline Expected<void>
+requireLifetime(const Expectation<std::chrono::seconds>& longest)
+{
+    return longest.get() != nullptr && longest.get()->count() < 1
                ? Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "longestLifetime"}
                : Expected<void>{};
 }
 
-/** The names of the members in the part `name` of a token. Refused if it is not UTF-8. */
+/** The names of the members in the part `name` of a token. Refuses a part that is not UTF-8. */
 [[nodiscard]] inline Expected<Texts> namesIn(const char* name, std::string_view part)
 {
     const Expected<Bytes> json = decodeBase64Url(part);
@@ -130,10 +196,11 @@ requireSense(std::initializer_list<std::pair<const char*, const std::string*>> t
                                         : Error{BMCOAUTH_RULE_POLICY_ENCODING, name};
 }
 
-/** Reads `token`, whose signature nobody has verified yet. Refused unless it is three parts of plain
- *  Base64url, since other forms would be further texts of the same token; if a part is not UTF-8 or
- *  holds a zero byte; if the header has "crit" (RFC 7515, section 4.1.11); and if "nbf" or "iat" is
- *  there in a form that is not read: it would count as absent. */
+/** Reads `token` without verifying it. Refuses, besides what readUnverified refuses:
+ *  - other forms than three parts of plain Base64url: they would be further texts of one token
+ *  - parts that are not UTF-8
+ *  - "crit" in the header (RFC 7515, section 4.1.11)
+ *  - a "nbf" or "iat" that cannot be read: it would count as absent */
 [[nodiscard]] inline Expected<UnverifiedToken> readStrictly(std::string_view token)
 {
     constexpr std::string_view plain{
@@ -162,116 +229,65 @@ requireSense(std::initializer_list<std::pair<const char*, const std::string*>> t
     {
         return Error{BMCOAUTH_RULE_POLICY_CRITICAL, "crit"};
     }
-    Expected<UnverifiedToken> read = readUnverified(token);
-    const std::optional<UnverifiedClaims> claims = read ? read->unverifiedClaims() : std::nullopt;
-    const bool hasLostBegin = claims && payload->range().contains("nbf") && !claims->notBefore();
-    if (hasLostBegin || (claims && payload->range().contains("iat") && !claims->issuedAt()))
-    {
-        return Error{BMCOAUTH_RULE_TOKEN_MEMBER, hasLostBegin ? "nbf" : "iat"};
-    }
-    return read;
+    return readUnverified(token).and_then([&](UnverifiedToken read) -> Expected<UnverifiedToken> {
+        const std::optional<UnverifiedClaims> claims = read.unverifiedClaims();
+        const bool hasLostBegin = payload->range().contains("nbf") && !claims->notBefore();
+        if (hasLostBegin || (payload->range().contains("iat") && !claims->issuedAt()))
+        {
+            return Error{BMCOAUTH_RULE_TOKEN_MEMBER, hasLostBegin ? "nbf" : "iat"};
+        }
+        return read;
+    });
 }
 
-/** The time in the claim `name`: decimal digits without a sign or leading zeros, up to the year
- *  9999. */
-[[nodiscard]] inline Expected<std::chrono::sys_seconds>
-timeIn(const char* name, const std::optional<std::string_view>& claim)
+/** The time in the claim `name`, in plain decimal digits, up to the year 9999. */
+[[nodiscard]] inline Expected<std::chrono::sys_seconds> timeIn(const char* name,
+                                                               std::string_view text)
 {
     constexpr std::int64_t endOfYear9999 = 253402300799;
-    const std::string_view text = claim.value_or("");
-    const char* const end = text.data() + text.size();
     std::int64_t seconds = -1;
-    const std::from_chars_result read = std::from_chars(text.data(), end, seconds);
-    if (read.ec != std::errc{} || read.ptr != end || seconds < 0 || seconds > endOfYear9999 ||
-        text.front() == '-' || (text.size() > 1 && text.front() == '0'))
+    std::from_chars(text.data(), text.data() + text.size(), seconds);
+    if (seconds < 0 || seconds > endOfYear9999 || std::to_string(seconds) != text)
     {
         return Error{BMCOAUTH_RULE_TOKEN_MEMBER, name};
     }
     return std::chrono::sys_seconds{std::chrono::seconds{seconds}};
 }
 
-/** A token that is valid in its time and unless it is revoked. */
+/** When a token is valid. */
+struct Period
+{
+    /** From the later one of "nbf" and "iat", less the skew. */
+    std::chrono::sys_seconds begin;
+    /** Until "exp", and the skew. */
+    std::chrono::sys_seconds end;
+};
+
+/** A token that is valid in its period, unless it is revoked. */
 struct JudgedToken
 {
     /** The token. */
     VerifiedToken token;
     /** What its subject may do. */
     Privileges privileges;
-    /** From when it is valid: the later one of "nbf" and "iat", less the skew. */
-    std::chrono::sys_seconds begin;
-    /** When it ceases to be valid: "exp", and the skew. */
-    std::chrono::sys_seconds end;
-    /** Which keys it was found valid by. */
-    std::uint64_t generation = 0;
+    /** When it is valid. */
+    Period period;
+    /** The keys that it was verified by. */
+    std::shared_ptr<const ReplaceableKeys> keys;
+    /** Their generation then. */
+    std::uint64_t generation;
+    /** The digest of its whole text. */
+    Sha256Digest digest;
 };
 
-/** What the tokens of an issuer have to be, besides what their claims say. */
-struct Policy
-{
-    /** The header's "typ"; null if it is ignored. */
-    const std::string* type;
-    /** From "iat" on, or from now if there is none; null if it is ignored. */
-    const std::chrono::seconds* longestLifetime;
-    /** How far clocks may differ. */
-    std::chrono::seconds skew{0};
-    /** How the library makes privileges. */
-    DelegationRules rules = {};
-};
-
-/** Judges `token`, which has been read as `read`, by one of `keys` and by what `require` says to its
- *  claims. */
-template <typename Require>
-[[nodiscard]] Expected<JudgedToken> judged(std::string_view token, const UnverifiedToken& read,
-                                           const KeySet& keys, const Policy& policy,
-                                           std::chrono::sys_seconds now, const Require& require)
-{
-    if (policy.type != nullptr && read.unverifiedHeader().type() != *policy.type)
-    {
-        return Error{BMCOAUTH_RULE_POLICY_TYPE, "typ"};
-    }
-    Expected<VerifiedToken> verified =
-        selectKey(keys, read.unverifiedHeader()).and_then([&](const VerifyingKey* key) {
-            return verifiedBy(*key, token, policy.rules);
-        });
-    const Expected<void> required = verified ? require(verified->claims()) : verified.error();
-    if (!required)
-    {
-        return required.error();
-    }
-    const Claims claims = verified->claims();
-    const Expected<std::chrono::sys_seconds> end = timeIn("exp", claims.expiresAt());
-    const Expected<std::chrono::sys_seconds> issued =
-        claims.issuedAt() ? timeIn("iat", claims.issuedAt()) : now;
-    const Expected<std::chrono::sys_seconds> begin =
-        claims.notBefore() ? timeIn("nbf", claims.notBefore()) : issued;
-    if (const Expected<void> all = allOf(end, issued, begin); !all)
-    {
-        return all.error();
-    }
-    if (policy.longestLifetime != nullptr && *end - *issued > *policy.longestLifetime)
-    {
-        return Error{BMCOAUTH_RULE_POLICY_LIFETIME, "exp"};
-    }
-    const Privileges privileges = userPrivileges(*verified).value_or(Privileges{});
-    return JudgedToken{*std::move(verified), privileges, std::max(*begin, *issued) - policy.skew,
-                       *end + policy.skew};
-}
-
-class SeenTokens;
+class Validator;
 
 } // namespace detail
 
-/** ValidToken is a token that a validator has found valid, at the time of that call. Copies share
- *  it, also with the validator; a moved-from object is as it was. */
+/** ValidToken is a token that a validator found valid, at the time of that call. Copies share it. */
 class ValidToken
 {
 public:
-    /** Shares the token of the other. */
-    ValidToken(const ValidToken&) noexcept = default;
-    /** Shares the token of the other from now on. */
-    ValidToken& operator=(const ValidToken&) noexcept = default;
-    ~ValidToken() = default;
-
     /** What the token says, as long as this object lives. */
     [[nodiscard]] Claims claims() const& noexcept BMCOAUTH_LIFETIMEBOUND
     {
@@ -287,94 +303,216 @@ public:
     /** When it ceases to be valid: "exp", and the skew of its issuer. */
     [[nodiscard]] std::chrono::sys_seconds expiresAt() const noexcept
     {
-        return judged->end;
+        return judged->period.end;
     }
 
 private:
-    friend class detail::SeenTokens;
+    friend class detail::Validator;
 
     explicit ValidToken(std::shared_ptr<const detail::JudgedToken> token) noexcept
         : judged{std::move(token)}
     {
     }
 
-    std::shared_ptr<const detail::JudgedToken> judged;
+    detail::Shared<const detail::JudgedToken> judged;
+};
+
+/** What a valid token says, as a TokenEndpoint needs it. */
+struct TokenFacts
+{
+    /** The claim "sub"; empty if there is none. */
+    std::string subject;
+    /** The claim "jti"; empty if there is none. */
+    std::string id;
+    /** When it ceases to be valid. */
+    std::chrono::sys_seconds expiresAt;
+    /** What the subject may do. */
+    Privileges privileges;
+
+    /** Copies the facts of `token`. */
+    [[nodiscard]] static TokenFacts of(const ValidToken& token)
+    {
+        const Claims claims = token.claims();
+        return {std::string{claims.subject().value_or("")}, std::string{claims.id().value_or("")},
+                token.expiresAt(), token.privileges()};
+    }
 };
 
 namespace detail
 {
 
-/** What both validators ask of every token, and the tokens that they have found valid, by the digest
- *  of their whole texts. These are in sets of four, each with a lock: readers share it, and wait only
- *  while one of the four is replaced. */
-class SeenTokens
+/** An issuer whose tokens are judged: the service itself, or another one. */
+struct JudgedIssuer
+{
+    /** Whether it is the service itself. Its tokens have all claims that TokenIssuer writes, and the
+     *  audience in a scope entry. */
+    bool isSelf;
+    /** The claim "iss". */
+    Expectation<std::string> name;
+    /** What is expected of its tokens otherwise. */
+    TrustedIssuer rules;
+    /** Its keys. */
+    std::shared_ptr<const ReplaceableKeys> keys;
+};
+
+/** Refuses rules that no token could satisfy, and a skew above ten minutes. */
+[[nodiscard]] inline Expected<void> requireSense(const JudgedIssuer& issuer)
+{
+    const TrustedIssuer& rules = issuer.rules;
+    return allOf(requireText("issuer", issuer.name), requireText("audience", rules.audience),
+                 requireText("type", rules.type), requireLifetime(rules.longestLifetime),
+                 rules.skew.count() < 0 || rules.skew > std::chrono::minutes{10}
+                     ? Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "skew"}
+                     : Expected<void>{});
+}
+
+/** Looks at the audience, "sub" and "jti" of a token that a key of `issuer` has signed. */
+[[nodiscard]] inline Expected<void> requireClaims(const JudgedIssuer& issuer, const Claims& claims)
+{
+    const std::string* const audience = issuer.rules.audience.get();
+    if (audience != nullptr && (issuer.isSelf ? claims.scopeValue(audienceEntry) != *audience
+                                              : !claims.audiences().contains(*audience)))
+    {
+        return Error{BMCOAUTH_RULE_POLICY_AUDIENCE, issuer.isSelf ? "scope" : "aud"};
+    }
+    for (const auto& [name, text] :
+         {std::pair{"sub", claims.subject()}, std::pair{"jti", claims.id()}})
+    {
+        // In JSON, an escape can stand for what is not UTF-8.
+        if ((issuer.isSelf && !text) || !isUtf8(text.value_or("")))
+        {
+            return Error{text ? BMCOAUTH_RULE_POLICY_ENCODING : BMCOAUTH_RULE_TOKEN_MEMBER, name};
+        }
+    }
+    return {};
+}
+
+/** The period of a token of `issuer`. */
+[[nodiscard]] inline Expected<Period> periodOf(const JudgedIssuer& issuer, const Claims& claims,
+                                               std::chrono::sys_seconds now)
+{
+    const auto timeOr = [&](const char* name, std::optional<std::string_view> claim,
+                            const Expected<std::chrono::sys_seconds>& other) {
+        return claim || issuer.isSelf ? timeIn(name, claim.value_or("")) : other;
+    };
+    const auto end = timeIn("exp", claims.expiresAt().value_or(""));
+    const auto issued = timeOr("iat", claims.issuedAt(), now);
+    const auto begin = timeOr("nbf", claims.notBefore(), issued);
+    if (const Expected<void> all = allOf(end, issued, begin); !all)
+    {
+        return all.error();
+    }
+    const std::chrono::seconds* const longest = issuer.rules.longestLifetime.get();
+    if (longest != nullptr && *end - *issued > *longest)
+    {
+        return Error{BMCOAUTH_RULE_POLICY_LIFETIME, "exp"};
+    }
+    return Period{std::max(*begin, *issued) - issuer.rules.skew, *end + issuer.rules.skew};
+}
+
+/** Judges `token`, which has been read as `read`, by the rules and keys of `issuer`. */
+[[nodiscard]] inline Expected<std::shared_ptr<JudgedToken>> judged(std::string_view token,
+                                                                   const UnverifiedToken& read,
+                                                                   const JudgedIssuer& issuer,
+                                                                   std::chrono::sys_seconds now)
+{
+    const TrustedIssuer& rules = issuer.rules;
+    if (rules.type.get() != nullptr && read.unverifiedHeader().type() != *rules.type.get())
+    {
+        return Error{BMCOAUTH_RULE_POLICY_TYPE, "typ"};
+    }
+    std::vector<Role> roles;
+    for (const RoleGrant& role : rules.roles)
+    {
+        roles.push_back({role.name, role.privileges});
+    }
+    const std::vector<std::string_view> providers{rules.providers.begin(), rules.providers.end()};
+    const std::uint64_t generation = issuer.keys->generation();
+    const std::shared_ptr<const KeySet> keys = issuer.keys->get();
+    Expected<VerifiedToken> verified =
+        selectKey(*keys, read.unverifiedHeader()).and_then([&](const VerifyingKey* key) {
+            return verifiedBy(*key, token, {.roles = roles, .providers = providers});
+        });
+    const Expected<Period> period = verified.and_then([&](const VerifiedToken& good) {
+        const Claims claims = good.claims();
+        return requireClaims(issuer, claims).and_then([&] {
+            return periodOf(issuer, claims, now);
+        });
+    });
+    if (!period)
+    {
+        return period.error();
+    }
+    const unsigned int granted = userPrivileges(*verified).value_or(Privileges{}).bits();
+    return std::make_shared<JudgedToken>(
+        JudgedToken{*std::move(verified),
+                    Privileges{granted & rules.mostPrivileges.bits()},
+                    *period,
+                    issuer.keys,
+                    generation,
+                    {}});
+}
+
+/** Validator judges the tokens of its issuers, and remembers valid ones by the digest of their whole
+ *  texts. These are in sets of four, each with a lock: readers share it, and wait only while one of
+ *  the four is replaced. */
+class Validator
 {
 public:
-    /** As the validators take them. */
-    SeenTokens(Expectation<RevocationCheck> revocationCheck, Clock time, std::size_t cacheSize)
-        : isRevoked{std::move(revocationCheck)},
-          clock{std::move(time)},
-          sets((cacheSize + ways - 1) / ways)
-    {
-    }
-
-    /** Refused if a function is empty, or there is too much to keep. */
-    [[nodiscard]] static Expected<void> check(const Expectation<RevocationCheck>& revoked,
-                                              const Clock& clock, std::size_t cacheSize)
-    {
-        if (!clock || (revoked.get() != nullptr && !*revoked.get()))
-        {
-            return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, clock ? "revoked" : "clock"};
-        }
-        constexpr std::size_t most = 65536;
-        return cacheSize > most ? Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "cacheSize"}
-                                : Expected<void>{};
-    }
-
-    /** Validates `token`: by what is known of it if it has been seen with the keys `generation`, else
-     *  by `judge(now)`, which gives an Expected<JudgedToken>. */
-    template <typename Judge>
-    [[nodiscard]] Expected<ValidToken> validate(std::string_view token, std::uint64_t generation,
-                                                const Judge& judge) const
+    /** Judges `token`. The error is for logs, never for the peer. */
+    [[nodiscard]] Expected<ValidToken> validate(std::string_view token) const
     {
         const std::chrono::sys_seconds now = clock();
         const bool isKept = token.size() <= longestKept && !sets.empty();
         const Sha256Digest digest = isKept ? sha256(token) : Sha256Digest{};
-        std::shared_ptr<const JudgedToken> known = isKept ? find(digest) : nullptr;
-        const bool isNew = known == nullptr || known->generation != generation;
-        if (isNew)
+        const Judged known = isKept ? find(digest) : nullptr;
+        return (known ? Expected<Judged>{known} : judge(token, digest, now))
+            .and_then([&](const Judged& valid) {
+                return requireGood(*valid, now).transform([&] {
+                    if (isKept && !known)
+                    {
+                        keep(valid);
+                    }
+                    return ValidToken{valid};
+                });
+            });
+    }
+    /** The same for TokenFunctions::validate, as std::cref(validator). */
+    [[nodiscard]] Expected<TokenFacts> operator()(std::string_view token) const
+    {
+        return validate(token).transform(TokenFacts::of);
+    }
+
+protected:
+    Validator(std::vector<JudgedIssuer> judgedIssuers, const DelegatedRules& rules, Clock time)
+        : issuers{std::move(judgedIssuers)},
+          isRevoked{rules.revoked},
+          clock{std::move(time)},
+          sets((rules.cacheSize + ways - 1) / ways)
+    {
+    }
+
+    /** Refuses an empty function, and a cache that is too large. */
+    [[nodiscard]] static Expected<void> check(const DelegatedRules& rules, const Clock& clock)
+    {
+        if (!clock || (rules.revoked.get() != nullptr && !*rules.revoked.get()))
         {
-            Expected<JudgedToken> found = judge(now);
-            if (!found)
-            {
-                return found.error();
-            }
-            known = std::make_shared<const JudgedToken>(*std::move(found));
+            return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, clock ? "revoked" : "clock"};
         }
-        if (const Expected<void> good = requireGood(*known, now); !good)
-        {
-            return good.error();
-        }
-        if (isNew && isKept)
-        {
-            put(digest, known);
-        }
-        return ValidToken{std::move(known)};
+        constexpr std::size_t most = 65536;
+        return rules.cacheSize > most ? Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "cacheSize"}
+                                      : Expected<void>{};
     }
 
 private:
+    using Judged = std::shared_ptr<const JudgedToken>;
     static constexpr std::size_t ways = 4;
     static constexpr std::size_t longestKept = 4096;
 
-    struct Slot
-    {
-        Sha256Digest digest{};
-        std::shared_ptr<const JudgedToken> token;
-    };
     struct Set
     {
         std::shared_mutex mutex;
-        std::array<Slot, ways> slots;
+        std::array<Judged, ways> tokens;
         std::size_t next = 0;
     };
 
@@ -384,35 +522,59 @@ private:
         std::memcpy(&number, digest.data(), sizeof number);
         return sets[number % sets.size()];
     }
-
-    [[nodiscard]] std::shared_ptr<const JudgedToken> find(const Sha256Digest& digest) const
+    /** The token with this digest, if it is remembered and its keys are still the same. */
+    [[nodiscard]] Judged find(const Sha256Digest& digest) const
     {
         Set& set = setOf(digest);
         const std::shared_lock lock{set.mutex};
-        const auto* const slot = std::ranges::find(set.slots, digest, &Slot::digest);
-        return slot == set.slots.end() ? nullptr : slot->token;
+        const auto* const token = std::ranges::find_if(set.tokens, [&digest](const Judged& one) {
+            return one && one->digest == digest && one->generation == one->keys->generation();
+        });
+        return token == set.tokens.end() ? nullptr : *token;
     }
-
-    /** Keeps `token`, in place of another if its set is full. */
-    void put(const Sha256Digest& digest, const std::shared_ptr<const JudgedToken>& token) const
+    /** Remembers `token` in place of the oldest of its set. */
+    void keep(Judged token) const
     {
-        Set& set = setOf(digest);
-        // What is replaced is released behind the lock.
-        Slot slot{digest, token};
+        Set& set = setOf(token->digest);
+        // What is replaced is released after the lock.
         const std::lock_guard lock{set.mutex};
-        auto* const known = std::ranges::find(set.slots, digest, &Slot::digest);
-        std::swap(known == set.slots.end() ? set.slots[set.next++ % ways] : *known, slot);
+        std::swap(set.tokens[set.next++ % ways], token);
     }
 
-    /** What is asked each time. */
+    /** Finds the issuer of `token` by "iss", and judges it. */
+    [[nodiscard]] Expected<Judged> judge(std::string_view token, const Sha256Digest& digest,
+                                         std::chrono::sys_seconds now) const
+    {
+        return readStrictly(token).and_then([&](const UnverifiedToken& read) -> Expected<Judged> {
+            const UnverifiedClaims claims = *read.unverifiedClaims();
+            const auto issuer = std::ranges::find_if(issuers, [&claims](const JudgedIssuer& one) {
+                return one.name.get() == nullptr || claims.issuer() == *one.name.get();
+            });
+            if (issuer == issuers.end())
+            {
+                return Error{BMCOAUTH_RULE_POLICY_ISSUER, "iss"};
+            }
+            if (!issuer->rules.allowIssuerScopes && !claims.scopeEntries().empty())
+            {
+                return Error{BMCOAUTH_RULE_POLICY_SCOPES, "scope"};
+            }
+            return judged(token, read, *issuer, now)
+                .transform([&digest](const std::shared_ptr<JudgedToken>& made) -> Judged {
+                    made->digest = digest;
+                    return made;
+                });
+        });
+    }
+
+    /** Looks at what changes from call to call. */
     [[nodiscard]] Expected<void> requireGood(const JudgedToken& judged,
                                              std::chrono::sys_seconds now) const
     {
-        if (now < judged.begin)
+        if (now < judged.period.begin)
         {
             return Error{BMCOAUTH_RULE_TOKEN_NOT_YET_VALID, "nbf"};
         }
-        if (now >= judged.end)
+        if (now >= judged.period.end)
         {
             return Error{BMCOAUTH_RULE_TOKEN_EXPIRED, "exp"};
         }
@@ -427,6 +589,7 @@ private:
         });
     }
 
+    std::vector<JudgedIssuer> issuers;
     Expectation<RevocationCheck> isRevoked;
     Clock clock;
     mutable std::vector<Set> sets;
@@ -434,227 +597,82 @@ private:
 
 } // namespace detail
 
-/** What a TokenValidator expects. Each Expectation must be given, if only as `ignored`. */
-struct TokenRules
-{
-    /** The claim "iss". */
-    Expectation<std::string> issuer;
-    /** The scope entry "aud", which TokenIssuer writes. */
-    Expectation<std::string> audience;
-    /** From "iat" to "exp". */
-    Expectation<std::chrono::seconds> longestLifetime;
-    /** Refuses tokens that have been revoked. */
-    Expectation<RevocationCheck> revoked;
-    /** The header's "typ", exactly. */
-    std::string type = "JWT";
-    /** How many valid tokens are remembered; 0 for none. */
-    std::size_t cacheSize = 128;
-};
-
-/** TokenValidator judges tokens of one's own by public keys. It takes a token of UTF-8 without zero
- *  bytes whose header says ES256, the expected type and the id of a key, and nothing critical; that
- *  this key has signed; whose claims are as expected; in its time; unless it is revoked.
+/** TokenValidator judges the service's own tokens by public keys. A valid token
+ *  - is UTF-8 without zero bytes
+ *  - has a header with ES256, the expected type, the id of a key, and nothing critical
+ *  - is signed by that key
+ *  - has the claims that the rules expect
+ *  - is neither expired nor revoked
  *
- *  A token that was valid before is recognized by the SHA-256 digest of its whole text, without a
- *  signature, a lock that other readers wait for, or memory of the heap. Clock and revocation are
- *  asked each time. Remembered are valid tokens of 4 KiB at most, until the keys change. Each takes
- *  64 bytes, and what its claims take: about 800 bytes for one of TokenIssuer, 30 KiB at worst.
+ *  A token that was valid before is recognized by the SHA-256 digest of its whole text. This takes no
+ *  signature, no memory, and no lock that other readers wait for. Clock and revocation are asked each
+ *  time. Only valid tokens of at most 4 KiB are remembered, until the keys change. Each place takes 32
+ *  bytes, and a token about 850 bytes if TokenIssuer made it, at worst 30 KiB.
  *
- *  Any thread may call `validate`. Another policy is another validator. */
-class TokenValidator
+ *  Any thread may call `validate`. */
+class TokenValidator : public detail::Validator
 {
 public:
-    /** Refused if an expected text or a function is empty, the longest lifetime is not positive, or
-     *  the cache holds more than 65,536 tokens. */
+    /** Refuses an empty text or function, a longest lifetime that is not positive, and a cache that is
+     *  too large. */
     [[nodiscard]] static Expected<TokenValidator> of(const VerificationKeys& keys, TokenRules rules,
                                                      Clock clock)
     {
-        return allOf(detail::requireSense({{"issuer", rules.issuer.get()},
-                                           {"audience", rules.audience.get()},
-                                           {"type", &rules.type}},
-                                          rules.longestLifetime.get()),
-                     detail::SeenTokens::check(rules.revoked, clock, rules.cacheSize))
-            .transform([&] {
-                return TokenValidator{keys, std::move(rules), std::move(clock)};
-            });
-    }
-
-    /** Judges `token`. The error is for logs, never for the peer. */
-    [[nodiscard]] Expected<ValidToken> validate(std::string_view token) const
-    {
-        return seen.validate(token, keys.state->generation.load(),
-                             [&](std::chrono::sys_seconds now) { return judge(token, now); });
-    }
-
-private:
-    TokenValidator(const VerificationKeys& verificationKeys, TokenRules tokenRules, Clock clock)
-        : keys{verificationKeys},
-          rules{std::move(tokenRules)},
-          seen{rules.revoked, std::move(clock), rules.cacheSize}
-    {
-    }
-
-    [[nodiscard]] Expected<detail::JudgedToken> judge(std::string_view token,
-                                                      std::chrono::sys_seconds now) const
-    {
-        const auto current = keys.snapshot();
-        return detail::readStrictly(token).and_then([&](const UnverifiedToken& read) {
-            Expected<detail::JudgedToken> judged = detail::judged(
-                token, read, *current.first, {&rules.type, rules.longestLifetime.get()}, now,
-                [this](const Claims& claims) { return requireExpected(claims); });
-            if (judged)
-            {
-                judged->generation = current.second;
-            }
-            return judged;
+        const DelegatedRules common{std::move(rules.revoked), rules.cacheSize};
+        detail::JudgedIssuer self{.isSelf = true,
+                                  .name = std::move(rules.issuer),
+                                  .rules = {.name = {},
+                                            .jwks = {},
+                                            .algorithms = {},
+                                            .audience = std::move(rules.audience),
+                                            .longestLifetime = rules.longestLifetime,
+                                            .type = std::move(rules.type),
+                                            .allowIssuerScopes = true},
+                                  .keys = keys.keys};
+        return allOf(requireSense(self), check(common, clock)).transform([&] {
+            return TokenValidator{{std::move(self)}, common, std::move(clock)};
         });
     }
 
-    [[nodiscard]] Expected<void> requireExpected(const Claims& claims) const
-    {
-        const std::string* const issuer = rules.issuer.get();
-        if (issuer != nullptr && claims.issuer() != *issuer)
-        {
-            return Error{BMCOAUTH_RULE_POLICY_ISSUER, "iss"};
-        }
-        const std::string* const audience = rules.audience.get();
-        if (audience != nullptr && claims.scopeValue(detail::audienceEntry) != *audience)
-        {
-            return Error{BMCOAUTH_RULE_POLICY_AUDIENCE, "scope"};
-        }
-        for (const auto& [name, text] :
-             {std::pair{"sub", claims.subject()}, std::pair{"jti", claims.id()},
-              std::pair{"iat", claims.issuedAt()}, std::pair{"nbf", claims.notBefore()}})
-        {
-            if (!text || !detail::isUtf8(*text))
-            {
-                return Error{BMCOAUTH_RULE_TOKEN_MEMBER, name};
-            }
-        }
-        return {};
-    }
-
-    VerificationKeys keys;
-    TokenRules rules;
-    detail::SeenTokens seen;
+private:
+    using Validator::Validator;
 };
 
-/** A role of an issuer's tokens, and what it grants here. */
-struct RoleGrant
-{
-    /** As in "ravok_roles". */
-    std::string name;
-    /** What it grants. */
-    Privileges privileges;
-};
-
-/** TrustedIssuer is another issuer, and what is expected of its tokens. Each Expectation must be
- *  given, if only as `ignored`. */
-struct TrustedIssuer
-{
-    /** The claim "iss". */
-    std::string name;
-    /** Its keys: the text of a JSON Web Key Set. Nothing is ever fetched. Of several keys, each
-     *  needs a "kid". RSA keys have 2048 bits at least. Keys that are not for signatures, or not for
-     *  one of `algorithms`, are left out. */
-    std::string jwks;
-    /** The values of "alg" that are taken, such as "ES256": each with keys of its type and curve and,
-     *  if a key has an "alg", with that key. One at least. */
-    std::vector<std::string> algorithms;
-    /** The claim "aud", or one of its values. */
-    Expectation<std::string> audience;
-    /** From "iat" to "exp"; from now on if there is no "iat". */
-    Expectation<std::chrono::seconds> longestLifetime;
-    /** The header's "typ", exactly. */
-    Expectation<std::string> type;
-    /** What the names in "ravok_roles" grant. */
-    std::vector<RoleGrant> roles = {};
-    /** The identity providers whose codes in "xidp" count. NOTE: those of "*" always do; see
-     *  `mostPrivileges`. */
-    std::vector<std::string> providers = {};
-    /** More than these, no token of this issuer grants. */
-    Privileges mostPrivileges = Privileges::all();
-    /** How far clocks may differ; ten minutes at most. */
-    std::chrono::seconds skew{0};
-    /** Whether the issuer may write the rights itself: takes tokens whose "scope" is an object, with
-     *  the privileges in its entry "USER_PRIV". If not, such tokens are refused. */
-    bool allowIssuerScopes = false;
-};
-
-/** What a DelegatedValidator does with tokens of all its issuers. */
-struct DelegatedRules
-{
-    /** Refuses tokens that have been revoked; each token must then have a "jti". */
-    Expectation<RevocationCheck> revoked;
-    /** How many valid tokens are remembered; 0 for none. */
-    std::size_t cacheSize = 128;
-};
-
-/** DelegatedValidator judges tokens of other issuers. "iss" names the issuer, whose rules and one of
- *  whose keys decide: a hundred keys cost no more than one. The checks of every token, the cache and
- *  the threads are as for TokenValidator. For other issuers or keys, make another validator. */
-class DelegatedValidator
+/** DelegatedValidator judges tokens of other issuers. "iss" names the issuer, whose rules decide, and
+ *  "kid" the key: a hundred keys cost no more than one. The checks of every token, the cache and the
+ *  threads are as for TokenValidator. For other issuers or keys, make another validator. */
+class DelegatedValidator : public detail::Validator
 {
 public:
-    /** Imports the keys. Refused if an issuer has no name or that of another, an algorithm is not
-     *  known, there is no key for those that are expected, a key is weak or has no "kid" where there
-     *  are several; if an expected text or a function is empty; or if a number is out of range. */
-    [[nodiscard]] static Expected<DelegatedValidator> of(std::vector<TrustedIssuer> issuers,
-                                                         DelegatedRules rules, Clock clock)
+    /** Imports the keys. Refuses, besides what TokenValidator refuses:
+     *  - an issuer without a name, or two of one name
+     *  - an unknown algorithm
+     *  - keys of which none is for the algorithms, a weak one, or several without "kid"
+     *  - a skew that is negative or above ten minutes */
+    [[nodiscard]] static Expected<DelegatedValidator> of(const std::vector<TrustedIssuer>& issuers,
+                                                         const DelegatedRules& rules, Clock clock)
     {
-        const Expected<void> sound =
-            detail::SeenTokens::check(rules.revoked, clock, rules.cacheSize);
-        if (!sound || issuers.empty())
+        std::vector<detail::JudgedIssuer> made;
+        Expected<void> all =
+            issuers.empty() ? Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "issuers"} : check(rules, clock);
+        for (auto issuer = issuers.begin(); all && issuer != issuers.end(); ++issuer)
         {
-            return sound ? Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "issuers"} : sound.error();
+            const bool isNew = std::ranges::find(issuers.begin(), issuer, issuer->name,
+                                                 &TrustedIssuer::name) == issuer;
+            all = isNew ? add(made, *issuer)
+                        : Error{BMCOAUTH_RULE_ARGUMENT_CONFLICT, "name",
+                                static_cast<int>(issuer - issuers.begin())};
         }
-        DelegatedValidator made{{std::move(rules.revoked), std::move(clock), rules.cacheSize}};
-        for (TrustedIssuer& issuer : issuers)
-        {
-            if (made.find(issuer.name) != nullptr)
-            {
-                return Error{BMCOAUTH_RULE_ARGUMENT_CONFLICT, "name",
-                             static_cast<int>(made.issuers.size())};
-            }
-            Expected<detail::KeySet> keys = requireUsable(issuer).and_then(
-                [&issuer] { return detail::importKeys(issuer.jwks, issuer.algorithms); });
-            if (!keys)
-            {
-                return keys.error();
-            }
-            made.issuers.push_back({std::move(issuer), *std::move(keys)});
-        }
-        return made;
-    }
-
-    /** Judges `token`. The error is for logs, never for the peer. */
-    [[nodiscard]] Expected<ValidToken> validate(std::string_view token) const
-    {
-        return seen.validate(token, 0, [&](std::chrono::sys_seconds now) {
-            return detail::readStrictly(token).and_then(
-                [&](const UnverifiedToken& read) { return judge(token, read, now); });
+        return all.transform([&] {
+            return DelegatedValidator{std::move(made), rules, std::move(clock)};
         });
     }
 
 private:
-    struct Issuer
-    {
-        TrustedIssuer rules;
-        detail::KeySet keys;
-    };
+    using Validator::Validator;
 
-    explicit DelegatedValidator(detail::SeenTokens tokens) : seen{std::move(tokens)}
-    {
-    }
-
-    [[nodiscard]] const Issuer* find(const std::optional<std::string_view>& name) const
-    {
-        const auto found = std::ranges::find_if(
-            issuers, [&name](const Issuer& issuer) { return name == issuer.rules.name; });
-        return found == issuers.end() ? nullptr : &*found;
-    }
-
-    [[nodiscard]] static Expected<void> requireUsable(const TrustedIssuer& issuer)
+    [[nodiscard]] static Expected<void> add(std::vector<detail::JudgedIssuer>& made,
+                                            const TrustedIssuer& issuer)
     {
         for (const std::string& algorithm : issuer.algorithms)
         {
@@ -664,65 +682,12 @@ private:
                 return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "algorithms"};
             }
         }
-        if (issuer.skew.count() < 0 || issuer.skew > std::chrono::minutes{10})
-        {
-            return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "skew"};
-        }
-        return detail::requireSense({{"name", &issuer.name},
-                                     {"audience", issuer.audience.get()},
-                                     {"type", issuer.type.get()}},
-                                    issuer.longestLifetime.get());
+        const auto keys = std::make_shared<detail::ReplaceableKeys>();
+        made.push_back({false, issuer.name, issuer, keys});
+        return requireSense(made.back())
+            .and_then([&issuer] { return detail::importKeys(issuer.jwks, issuer.algorithms); })
+            .transform([&keys](detail::KeySet imported) { keys->replace(std::move(imported)); });
     }
-
-    [[nodiscard]] Expected<detail::JudgedToken>
-    judge(std::string_view token, const UnverifiedToken& read, std::chrono::sys_seconds now) const
-    {
-        const std::optional<UnverifiedClaims> unverified = read.unverifiedClaims();
-        // By whose keys alone it may then be verified.
-        const Issuer* const found = find(unverified ? unverified->issuer() : std::nullopt);
-        if (found == nullptr)
-        {
-            return Error{BMCOAUTH_RULE_POLICY_ISSUER, "iss"};
-        }
-        const TrustedIssuer& issuer = found->rules;
-        if (!issuer.allowIssuerScopes && !unverified->scopeEntries().empty())
-        {
-            return Error{BMCOAUTH_RULE_POLICY_SCOPES, "scope"};
-        }
-        std::vector<Role> roles;
-        for (const RoleGrant& role : issuer.roles)
-        {
-            roles.push_back({role.name, role.privileges});
-        }
-        const std::vector<std::string_view> providers{issuer.providers.begin(),
-                                                      issuer.providers.end()};
-        return detail::judged(token, read, found->keys,
-                              {issuer.type.get(),
-                               issuer.longestLifetime.get(),
-                               issuer.skew,
-                               {.roles = roles, .providers = providers}},
-                              now, [&](const Claims& claims) { return require(issuer, claims); })
-            .transform([&issuer](detail::JudgedToken judged) {
-                judged.privileges =
-                    Privileges{judged.privileges.bits() & issuer.mostPrivileges.bits()};
-                return judged;
-            });
-    }
-
-    [[nodiscard]] static Expected<void> require(const TrustedIssuer& issuer, const Claims& claims)
-    {
-        const std::string* const audience = issuer.audience.get();
-        if (audience != nullptr && !claims.audiences().contains(*audience))
-        {
-            return Error{BMCOAUTH_RULE_POLICY_AUDIENCE, "aud"};
-        }
-        return detail::isUtf8(claims.subject().value_or(""))
-                   ? Expected<void>{}
-                   : Error{BMCOAUTH_RULE_POLICY_ENCODING, "sub"};
-    }
-
-    std::vector<Issuer> issuers;
-    detail::SeenTokens seen;
 };
 
 } // namespace v1

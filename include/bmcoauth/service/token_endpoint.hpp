@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* The token endpoint of a service, with revocation and introspection.
- *
- * Rules and records are made of std::string and std::function: where memory for one runs out, it
- * does what it always does. */
+/* The token endpoint of a service, with revocation and introspection. */
 
 #include <bmcoauth/cpp/authorize.hpp>
 #include <bmcoauth/cpp/document.hpp>
 #include <bmcoauth/cpp/privileges.hpp>
 #include <bmcoauth/cpp/token.hpp>
-#include <bmcoauth/service/issued_token.hpp>
+#include <bmcoauth/service/issuing.hpp>
 #include <bmcoauth/service/judging.hpp>
 #include <bmcoauth/service/registrar.hpp>
 
@@ -29,42 +26,19 @@ namespace bmcoauth
 inline namespace v1
 {
 
-/** What a valid access token says. */
-struct TokenFacts
-{
-    /** The claim "sub": the "client_id". */
-    std::string subject;
-    /** The claim "jti". */
-    std::string id;
-    /** The claim "exp". */
-    std::chrono::sys_seconds expiresAt;
-    /** What the subject may do. */
-    Privileges privileges;
-
-    /** The facts of a token that a TokenValidator has found valid. A claim that it lacks is an empty
-     *  text. */
-    [[nodiscard]] static TokenFacts of(const ValidToken& token)
-    {
-        const Claims claims = token.claims();
-        return {std::string{claims.subject().value_or("")}, std::string{claims.id().value_or("")},
-                token.expiresAt(), token.privileges()};
-    }
-};
-
-/** What a TokenEndpoint asks the service for. All of them are needed, and are called from several
- *  threads at once. */
+/** What a TokenEndpoint asks the service for. All must be given. Several threads call them at once. */
 struct TokenFunctions
 {
-    /** Issues an access token. */
+    /** Issues an access token: a TokenIssuer. */
     std::function<Expected<IssuedToken>(std::string_view subject, Privileges)> issue;
-    /** Validates an access token that `issue` has issued. */
+    /** Validates an access token: std::cref of a TokenValidator, which must outlive the endpoint. */
     std::function<Expected<TokenFacts>(std::string_view token)> validate;
-    /** The key document that this client has, too: one for each, or each could answer for the
-     *  others. Not looked at if passwords are not asked for. */
+    /** Returns the key document of this client. Each client needs its own, or each could answer for the
+     *  others. Ignored unless passwords are asked for. */
     std::function<Expected<Text>(const ClientRecord&)> secrets;
-    /** What this client may do. Asked for each token. */
+    /** Returns what this client may do. Called for each token. */
     std::function<Privileges(const ClientRecord&)> privileges;
-    /** Whether this sender may ask what tokens are good for. */
+    /** Whether this sender may call `introspect`. */
     std::function<bool(std::string_view sender)> mayIntrospect;
 };
 
@@ -73,25 +47,24 @@ struct TokenEndpointRules
 {
     /** How many proofs of one sender may fail. */
     FailureRate failuresOfSender{.burst = 10, .interval = std::chrono::minutes{10}};
-    /** How many may fail in all, whoever sends them: 338 in the first day. */
+    /** How many of all senders together: 338 in the first day. */
     FailureRate failuresInAll{.burst = 50, .interval = std::chrono::minutes{5}};
-    /** A client that is not used for so long ends. */
+    /** How long a client may be unused before it ends. */
     std::chrono::seconds refreshLifetime = std::chrono::days{30};
     /** When a refresh token may come twice. */
     ReplayWindow replays = {};
-    /** The longest request or token that is read at all. */
+    /** The longest request or token that is read. */
     std::size_t maximumBytes = 16384;
 };
 
-/** TokenEndpoint gives tokens to clients that have proven who they are, or that show a refresh token.
- *  Thread-safe; it has no state but the store's. All that it refuses, it refuses with the same
- *  word to the peer: an unknown client, a wrong secret, a locked sender, a wrong proof. */
+/** TokenEndpoint gives tokens to clients that prove who they are or show a refresh token. The peer gets
+ *  the same word for an unknown client, a wrong secret, a locked sender and a wrong proof. All state is
+ *  in the store. Any thread may call any function. */
 template <Store S>
 class TokenEndpoint
 {
 public:
-    /** An endpoint for `store`, which must outlive it. Refused if a function is absent or a rule
-     *  has no meaning. */
+    /** `store` must outlive the endpoint. Refuses an absent function, and rules without a meaning. */
     [[nodiscard]] static Expected<TokenEndpoint> of(S& store BMCOAUTH_LIFETIMEBOUND,
                                                     TokenFunctions functions,
                                                     TokenEndpointRules rules = {},
@@ -122,7 +95,7 @@ public:
         {
             return Refusal{OAUTH_INVALID_REQUEST, request.error()};
         }
-        // Each turn but the last is lost to another call that has changed the client.
+        // A turn is lost if another call has changed the client meanwhile.
         constexpr int mostTurns = 16;
         for (int turn = 0; turn < mostTurns; ++turn)
         {
@@ -131,7 +104,7 @@ public:
             {
                 return refusal(grant.error());
             }
-            // Made first, so that a failure changes nothing; it leaves only if the place was won.
+            // Made first, so that a failure changes nothing. It is sent only if `replace` succeeds.
             Expected<Text> document = documentOf(*grant, *request);
             if (!document)
             {
@@ -150,8 +123,8 @@ public:
         return refusal(Error{BMCOAUTH_RULE_CLIENT_STORE_FAILED, "replace"});
     }
 
-    /** Ends the client whose refresh token or access token this is (RFC 7009): all its tokens with
-     *  it. Succeeds without a change if the token is not one of the client's. */
+    /** Ends the client if `token` is one of its refresh or access tokens (RFC 7009). All its tokens end
+     *  with it. Succeeds without a change if the token is not the client's. */
     [[nodiscard]] Expected<void, Refusal>
     revoke(std::string_view clientId, std::string_view clientSecret, std::string_view token)
     {
@@ -168,8 +141,8 @@ public:
         return done ? Expected<void, Refusal>{} : refusal(done.error());
     }
 
-    /** Whether access tokens of this subject still count: its client has neither ended nor been removed.
-     *  For every service that validates them. */
+    /** Whether access tokens of this subject still count: its client has proven itself, and has neither
+     *  ended nor been removed. */
     [[nodiscard]] Expected<bool> isActive(std::string_view subject) const
     {
         return store->find(subject).transform([&](const std::optional<ClientRecord>& client) {
@@ -177,8 +150,7 @@ public:
         });
     }
 
-    /** Whether a token with these claims is revoked, for TokenRules::revoked: its subject is not
-     *  active. */
+    /** For TokenRules::revoked: whether the subject is not active. */
     [[nodiscard]] Expected<bool> isRevoked(const Claims& claims) const
     {
         return isActive(claims.subject().value_or("")).transform([](bool active) {
@@ -186,8 +158,8 @@ public:
         });
     }
 
-    /** What the access token `token` is good for (RFC 7662), for a sender who may ask. Of a token
-     *  that does not count, nothing but that. */
+    /** Describes the access token `token` (RFC 7662) to a sender that may ask. Of a token that does not
+     *  count, says only this. */
     [[nodiscard]] Expected<Text, Refusal> introspect(std::string_view token,
                                                      std::string_view sender) const
     {
@@ -207,7 +179,7 @@ public:
     }
 
 private:
-    /** What a request is given if the client can be put in its place. */
+    /** What a request gets if `client` can replace the record in the store. */
     struct Grant
     {
         ClientRecord client;
@@ -236,7 +208,7 @@ private:
                                                        std::string_view secret) const
     {
         Expected<ClientRecord> client = known(id);
-        // The same work, whether there is such a client or not.
+        // Takes the same time if there is no such client.
         const bool same = (client ? client->secret : SecretDigest{}) == SecretDigest::of(secret);
         return client && !same ? Error{BMCOAUTH_RULE_CLIENT_SECRET} : std::move(client);
     }
@@ -259,8 +231,8 @@ private:
         const Expected<ParameterList> challenge = challengeOf(client);
         const Expected<Text> secrets = functions.secrets(client);
         const Expected<std::optional<DeviceIdentity>> device = deviceOf(client);
-        // Counted and used up before it is looked at: nobody gets another try, by two calls at once
-        // or by the end of this process.
+        // Counted and used up before it is checked: neither two calls at once nor the end of this
+        // process give another try.
         const Expected<void> good =
             allOf(response, challenge, secrets, device)
                 .and_then([&] { return claimAttempt(client, sender); })
@@ -285,7 +257,7 @@ private:
                                           : Error{BMCOAUTH_RULE_CLIENT_CHALLENGE_EXPIRED};
     }
 
-    /** The device that the challenge is for; nothing where a password is enough. */
+    /** The device that the challenge is for; nothing if a password is enough. */
     [[nodiscard]] static Expected<std::optional<DeviceIdentity>>
     deviceOf(const ClientRecord& client)
     {
@@ -359,7 +331,7 @@ private:
                client.refresh->family == SecretDigest::of(detail::familyPart(token));
     }
 
-    /** What the refresh token `token` gives. One that comes back ends the client. */
+    /** What the refresh token `token` gives. One that is used again ends the client. */
     [[nodiscard]] Expected<Grant> refreshed(ClientRecord client, std::string_view token)
     {
         if (!isOfFamily(client, token))
@@ -451,27 +423,17 @@ private:
             scope.append(scope.empty() ? "" : " ").append(nameOf(privilege));
         }
         const std::string exp = std::to_string(facts.expiresAt.time_since_epoch().count());
-        Expected<Document> document = Document::parse(R"({"active":true,"exp":)" + exp + "}");
-        if (!document)
-        {
-            return document.error();
-        }
-        for (const auto& [name, value] :
-             {std::pair<std::string_view, std::string_view>{"client_id", facts.subject},
-              {"sub", facts.subject},
-              {"jti", facts.id},
-              {"scope", scope},
-              {"token_type", "bearer"}})
-        {
-            if (const Expected<void> set = document->setString(name, value); !set)
-            {
-                return set.error();
-            }
-        }
-        return Text::copy(document->view());
+        Expected<Document> document =
+            Document::parse(R"({"active":true,"token_type":"bearer","exp":)" + exp + "}");
+        const auto set = [&document](std::string_view name, std::string_view value) {
+            return document.and_then([&](Document& text) { return text.setString(name, value); });
+        };
+        return allOf(set("client_id", facts.subject), set("sub", facts.subject),
+                     set("jti", facts.id), set("scope", scope))
+            .and_then([&document] { return Text::copy(document->view()); });
     }
 
-    /** The counter of a sender. That of all has no such name. */
+    /** The counter of a sender. Its name differs from `everybody`. */
     [[nodiscard]] static std::string counterOf(std::string_view sender)
     {
         return "sender:" + std::string{sender};

@@ -1,19 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* Public keys by which tokens are verified, imported from a JSON Web Key Set (RFC 7517). */
+/* Public keys that verify tokens, imported from a JSON Web Key Set (RFC 7517). */
 
 #include <bmcoauth/cpp/document.hpp>
 #include <bmcoauth/cpp/encoding.hpp>
 #include <bmcoauth/cpp/expected.hpp>
 #include <bmcoauth/cpp/validation.hpp>
+#include <bmcoauth/service/common.hpp>
 
 #include <climits>
+#include <openssl/bn.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -41,7 +44,7 @@ struct Algorithm
     /** As in "crv"; empty for RSA. */
     std::string_view curve;
 };
-/** The algorithms that are verified. */
+/** The algorithms that the library verifies. */
 inline constexpr std::array<Algorithm, 9> algorithmTable{{{"ES256", "EC", "P-256"},
                                                           {"ES384", "EC", "P-384"},
                                                           {"ES512", "EC", "P-521"},
@@ -59,7 +62,7 @@ struct VerifyingKey
     std::string id;
     /** The JSON Web Key. */
     std::string text;
-    /** What it is trusted with, one algorithm at least. */
+    /** The algorithms that it may verify, one at least. */
     std::vector<std::string_view> algorithms;
     /** The key alone, in PEM. */
     TrustedKeys key;
@@ -67,39 +70,41 @@ struct VerifyingKey
 /** The keys of a set, one at least. */
 using KeySet = std::vector<VerifyingKey>;
 
-/** The string `name` of `key`; empty if it is absent. Refused if it is something else. */
-[[nodiscard]] inline Expected<std::string> textMember(const Document& key, std::string_view name)
+/** The strings of a JSON Web Key, by name. An absent one is empty. */
+using KeyMembers = std::map<std::string_view, std::string>;
+
+/** Reads the strings that importing needs. Refuses a member of another type. */
+[[nodiscard]] inline Expected<KeyMembers> membersOf(const Document& key)
 {
-    const Expected<Text> text = key.string(name);
-    if (!text && text.error().rule() != BMCOAUTH_RULE_JSON_MEMBER_MISSING)
+    KeyMembers members;
+    for (const char* const name : {"kid", "kty", "crv", "alg", "use", "n"})
     {
-        return text.error();
+        const Expected<Text> text = key.string(name);
+        if (!text && text.error().rule() != BMCOAUTH_RULE_JSON_MEMBER_MISSING)
+        {
+            return text.error();
+        }
+        members[name] = text ? text->view() : std::string_view{};
     }
-    return text ? std::string{text->view()} : std::string{};
+    return members;
 }
 
-/** Those of `allowed` that `key` is meant for: by its type and curve and, where they are there, by
- *  "alg", "use" and "key_ops". */
-[[nodiscard]] inline Expected<std::vector<std::string_view>>
-algorithmsOf(const Document& key, std::span<const std::string> allowed)
+/** Those of `allowed` that the key is meant for, by its type, curve, "alg", "use" and "key_ops". */
+[[nodiscard]] inline std::vector<std::string_view>
+algorithmsOf(const Document& key, const KeyMembers& members, std::span<const std::string> allowed)
 {
-    const Expected<std::string> type = textMember(key, "kty");
-    const Expected<std::string> curve = textMember(key, "crv");
-    const Expected<std::string> algorithm = textMember(key, "alg");
-    const Expected<std::string> use = textMember(key, "use");
-    if (const Expected<void> all = allOf(type, curve, algorithm, use); !all)
-    {
-        return all.error();
-    }
     const Expected<Texts> operations = key.strings("key_ops");
-    const bool isForSignatures =
-        (use->empty() || *use == "sig") && (!operations || operations->range().contains("verify"));
+    const auto isOrAbsent = [&members](const char* name, std::string_view wanted) {
+        return members.at(name).empty() || members.at(name) == wanted;
+    };
     std::vector<std::string_view> found;
     for (const Algorithm& one : algorithmTable)
     {
-        if (isForSignatures && std::ranges::find(allowed, one.name) != allowed.end() &&
-            *type == one.type && (one.curve.empty() || *curve == one.curve) &&
-            (algorithm->empty() || *algorithm == one.name))
+        if (isOrAbsent("use", "sig") && isOrAbsent("alg", one.name) &&
+            (!operations || operations->range().contains("verify")) &&
+            members.at("kty") == one.type &&
+            (one.curve.empty() || members.at("crv") == one.curve) &&
+            std::ranges::find(allowed, one.name) != allowed.end())
         {
             found.push_back(one.name);
         }
@@ -107,50 +112,53 @@ algorithmsOf(const Document& key, std::span<const std::string> allowed)
     return found;
 }
 
-/** Whether the RSA modulus `n`, in Base64url, has 2048 bits at least. */
+/** Whether the RSA modulus `n`, in Base64url, has at least 2048 bits. */
 [[nodiscard]] inline bool isLong(std::string_view n)
 {
-    const Expected<Bytes> number = decodeBase64Url(n);
-    const ByteSpan bytes = number ? number->span() : ByteSpan{};
-    const auto first = std::ranges::find_if(bytes, [](unsigned char byte) { return byte != 0; });
-    const auto size = bytes.end() - first;
-    return size > 256 || (size == 256 && *first >= 0x80);
+    const Expected<Bytes> bytes = decodeBase64Url(n);
+    const ByteSpan number = bytes ? bytes->span() : ByteSpan{};
+    const std::unique_ptr<BIGNUM, Releaser<BN_free>> modulus{
+        BN_bin2bn(number.data(), static_cast<int>(number.size()), nullptr)};
+    return modulus != nullptr && BN_num_bits(modulus.get()) >= 2048;
 }
 
-/** Adds the key `text` to `keys` for those of `allowed` that it fits, unless it fits none. */
+/** Adds the key `text` to `keys` for those of `allowed` that it fits. Does nothing if it fits none.
+ *  Refuses a weak key, and one that cannot be told from the others by its "kid". */
 [[nodiscard]] inline Expected<void> addKey(KeySet& keys, std::string_view text,
                                            std::span<const std::string> allowed)
 {
     Expected<Document> key = Document::parse(text);
-    Expected<std::string> id = key ? textMember(*key, "kid") : key.error();
-    Expected<std::vector<std::string_view>> algorithms =
-        key ? algorithmsOf(*key, allowed) : key.error();
-    const Expected<void> all = allOf(id, algorithms);
-    if (!all || algorithms->empty())
+    const Expected<KeyMembers> members = key.and_then(membersOf);
+    if (!members)
     {
-        return all;
+        return members.error();
     }
-    const Expected<std::string> modulus = textMember(*key, "n");
-    if (algorithms->front().front() != 'E' && modulus && !modulus->empty() && !isLong(*modulus))
+    std::vector<std::string_view> algorithms = algorithmsOf(*key, *members, allowed);
+    if (algorithms.empty())
+    {
+        return {};
+    }
+    if (members->at("kty") == "RSA" && !isLong(members->at("n")))
     {
         return Error{BMCOAUTH_RULE_POLICY_KEY_WEAK, "n"};
     }
-    // Made of the numbers alone: it replaces a text that came along.
-    const Expected<Text> pem =
-        key->addPublicKey().and_then([&key] { return key->string("kest_decoded_key"); });
-    Expected<TrustedKeys> trusted =
-        pem ? TrustedKeys::of(std::array{pem->view()}) : Expected<TrustedKeys>{pem.error()};
-    if (!trusted)
+    const std::string& id = members->at("kid");
+    if (!keys.empty() && (id.empty() || keys.front().id.empty() ||
+                          std::ranges::find(keys, id, &VerifyingKey::id) != keys.end()))
     {
-        return trusted.error();
+        return Error{BMCOAUTH_RULE_POLICY_KEY_ID, "kid", static_cast<int>(keys.size())};
     }
-    keys.push_back(
-        {*std::move(id), std::string{text}, *std::move(algorithms), *std::move(trusted)});
-    return {};
+    // Made from the numbers. Replaces a PEM text that the document brings.
+    return key->addPublicKey()
+        .and_then([&key] { return key->string("kest_decoded_key"); })
+        .and_then([](const Text& pem) { return TrustedKeys::of(std::array{pem.view()}); })
+        .transform([&](TrustedKeys trusted) {
+            keys.push_back({id, std::string{text}, std::move(algorithms), std::move(trusted)});
+        });
 }
 
-/** Imports the JSON Web Key Set `jwks`, of which each key is trusted with those of `allowed` that it
- *  fits. Left out are keys that fit none, and those for encryption. Of several, each has its "kid". */
+/** Imports the JSON Web Key Set `jwks`. Trusts each key with those of `allowed` that it fits. Leaves
+ *  out keys that fit none, and keys for encryption. Of several keys, each needs a "kid". */
 [[nodiscard]] inline Expected<KeySet> importKeys(std::string_view jwks,
                                                  std::span<const std::string> allowed)
 {
@@ -158,8 +166,8 @@ algorithmsOf(const Document& key, std::span<const std::string> allowed)
     {
         return Error{BMCOAUTH_RULE_ARGUMENT_ZERO_BYTE, "jwks"};
     }
-    const Expected<Document> set = Document::parse(jwks);
-    const Expected<Texts> members = set ? set->objects("keys") : set.error();
+    const Expected<Texts> members =
+        Document::parse(jwks).and_then([](const Document& set) { return set.objects("keys"); });
     KeySet keys;
     Expected<void> all = allOf(members);
     for (const std::string_view member : members ? members->range() : TextRange{})
@@ -169,14 +177,6 @@ algorithmsOf(const Document& key, std::span<const std::string> allowed)
     if (!all || keys.empty())
     {
         return all ? Error{BMCOAUTH_RULE_POLICY_KEY_UNUSABLE, "keys"} : all.error();
-    }
-    for (auto key = keys.begin(); keys.size() > 1 && key != keys.end(); ++key)
-    {
-        if (key->id.empty() ||
-            std::ranges::find(keys.begin(), key, key->id, &VerifyingKey::id) != key)
-        {
-            return Error{BMCOAUTH_RULE_POLICY_KEY_ID, "kid", static_cast<int>(key - keys.begin())};
-        }
     }
     return keys;
 }
@@ -188,7 +188,7 @@ algorithmsOf(const Document& key, std::span<const std::string> allowed)
     return importKeys(jwks, algorithms);
 }
 
-/** The one of `keys` that a token with this header may be verified by. */
+/** The one of `keys` that may verify a token with this header. */
 [[nodiscard]] inline Expected<const VerifyingKey*> selectKey(const KeySet& keys,
                                                              const TokenHeader& header)
 {
@@ -207,73 +207,77 @@ algorithmsOf(const Document& key, std::span<const std::string> allowed)
     return &*key;
 }
 
-/** Verifies the signature of `token` by `key` alone, whose algorithm has been looked at. */
+/** Verifies the signature of `token` by `key`, whose algorithm has been checked. */
 [[nodiscard]] inline Expected<VerifiedToken>
 verifiedBy(const VerifyingKey& key, std::string_view token, DelegationRules rules = {})
 {
-    // The times are compared with the service's clock: by the library's, all are near enough.
+    // The service's clock decides, not the library's: with this skew, all times are near enough.
     rules.skewSeconds = UINT_MAX;
     return validateDelegatedToken(token, key.key, rules).takeVerified();
 }
 
+/** Keys that can be replaced while other threads verify by them. */
+class ReplaceableKeys
+{
+public:
+    /** The keys at this moment. Must not be asked before `replace`. */
+    [[nodiscard]] std::shared_ptr<const KeySet> get() const
+    {
+        const std::lock_guard lock{mutex};
+        return keys;
+    }
+    /** Changes whenever the keys do. Takes no lock. Must be read before the keys. */
+    [[nodiscard]] std::uint64_t generation() const noexcept
+    {
+        return number.load();
+    }
+    /** Takes `next` instead. */
+    void replace(KeySet next)
+    {
+        auto shared = std::make_shared<const KeySet>(std::move(next));
+        const std::lock_guard lock{mutex};
+        keys = std::move(shared);
+        number.fetch_add(1);
+    }
+
+private:
+    mutable std::mutex mutex;
+    std::shared_ptr<const KeySet> keys;
+    std::atomic<std::uint64_t> number = 0;
+};
+
 } // namespace detail
 
 /** VerificationKeys are the public keys of a service's own tokens. A service that only judges tokens
- *  has these alone, and nothing that makes tokens.
+ *  needs nothing else.
  *
- *  Copies share one set: replacing it changes what all of them, and the validators that have one,
- *  go by. A moved-from object is as it was. Any thread may call any function. */
+ *  Copies share one set: replacing it changes all of them, and the validators that use one. Any thread
+ *  may call any function. */
 class VerificationKeys
 {
 public:
-    /** Shares the set of the other. */
-    VerificationKeys(const VerificationKeys&) noexcept = default;
-    /** Shares the set of the other from now on. */
-    VerificationKeys& operator=(const VerificationKeys&) noexcept = default;
-    ~VerificationKeys() = default;
-
-    /** The ES256 keys of the JSON Web Key Set `jwks`, one at least; of several, each has a "kid". */
+    /** Imports the ES256 keys of the JSON Web Key Set `jwks`, one at least. Of several keys, each
+     *  needs a "kid". */
     [[nodiscard]] static Expected<VerificationKeys> of(std::string_view jwks)
     {
         VerificationKeys made;
         return made.replace(jwks).transform([&made] { return made; });
     }
 
-    /** Takes the keys of `jwks` instead. Tokens of other keys are refused from now on, those seen
-     *  before included. If it is refused, the keys stay. */
+    /** Takes the keys of `jwks` instead. From then on, tokens of other keys are refused, also those
+     *  that a validator remembers. On failure, the keys stay. */
     Expected<void> replace(std::string_view jwks)
     {
-        return detail::importOwnKeys(jwks).transform([this](detail::KeySet keys) {
-            auto shared = std::make_shared<const detail::KeySet>(std::move(keys));
-            const std::lock_guard lock{state->mutex};
-            state->keys = std::move(shared);
-            state->generation.fetch_add(1);
-        });
+        return detail::importOwnKeys(jwks).transform(
+            [this](detail::KeySet next) { keys->replace(std::move(next)); });
     }
 
 private:
     friend class TokenValidator;
 
-    struct State
-    {
-        std::mutex mutex;
-        std::shared_ptr<const detail::KeySet> keys;
-        // Another number for each set. Read without the mutex for tokens seen before.
-        std::atomic<std::uint64_t> generation = 0;
-    };
+    VerificationKeys() = default;
 
-    VerificationKeys() : state{std::make_shared<State>()}
-    {
-    }
-
-    /** The keys, and the generation that they are of. */
-    [[nodiscard]] std::pair<std::shared_ptr<const detail::KeySet>, std::uint64_t> snapshot() const
-    {
-        const std::lock_guard lock{state->mutex};
-        return {state->keys, state->generation.load()};
-    }
-
-    std::shared_ptr<State> state;
+    detail::Shared<detail::ReplaceableKeys> keys{std::make_shared<detail::ReplaceableKeys>()};
 };
 
 } // namespace v1

@@ -2,7 +2,7 @@
 #include "support/fake_device.hpp"
 #include "support/refusals.hpp"
 
-#include <bmcoauth/service/client.hpp>
+#include <bmcoauth/service/store.hpp>
 
 #include <gtest/gtest.h>
 
