@@ -9,78 +9,56 @@
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-event.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <iostream>
-#include <memory>
 #include <stdexcept>
-#include <string>
 #include <system_error>
-#include <utility>
 
-/** The value, or the end of the service. */
-template <typename T>
-T required(bmcoauth::Expected<T> result, const std::string& about)
+/** Where an object is on the bus. */
+struct Address
 {
-    if (!result)
-    {
-        throw std::runtime_error{about + ": " + std::string{result.error().describe().view()}};
-    }
-    return *std::move(result);
+    const char* name;
+    const char* path;
+    const char* interface;
+};
+constexpr Address tokenService{"org.example.Tokens", "/org/example/Tokens", "org.example.Tokens1"};
+constexpr Address judgingService{"org.example.Judge", "/org/example/Judge", "org.example.Judge1"};
+
+/** The value, or the end of the program. */
+template <typename T>
+T required(bmcoauth::Expected<T> result)
+{
+    return result ? *std::move(result)
+                  : throw std::runtime_error{result.error().describe().c_str()};
 }
 
 /** The same for functions that give a negative errno. */
-inline void required(int result, const char* about)
+inline int required(int result, const char* about)
 {
-    if (result < 0)
-    {
-        throw std::system_error{-result, std::generic_category(), about};
-    }
+    return result >= 0 ? result : throw std::system_error{-result, std::generic_category(), about};
 }
 
-using Bus = std::unique_ptr<sd_bus, decltype(&sd_bus_flush_close_unref)>;
-
-/** The session's bus if there is one, as in a test. On a controller, services meet on the system bus. */
-inline Bus openBus()
-{
-    sd_bus* bus = nullptr;
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread.
-    const bool isSession = std::getenv("DBUS_SESSION_BUS_ADDRESS") != nullptr;
-    required(isSession ? sd_bus_open_user(&bus) : sd_bus_open_system(&bus), "bus");
-    return {bus, sd_bus_flush_close_unref};
-}
-
-/** Offers the bus name `name` until SIGTERM or SIGINT, or the end of the bus. */
-inline void serve(sd_bus* bus, const char* name)
-{
-    sd_event* event = nullptr;
-    required(sd_event_default(&event), "event loop");
-    const std::unique_ptr<sd_event, decltype(&sd_event_unref)> loop{event, sd_event_unref};
-    sigset_t ends;
-    sigemptyset(&ends);
-    for (const int signal : {SIGTERM, SIGINT})
-    {
-        sigaddset(&ends, signal);
-    }
-    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
-    required(sd_event_add_signal(event, nullptr, SIGTERM, nullptr, nullptr), "SIGTERM");
-    required(sd_event_add_signal(event, nullptr, SIGINT, nullptr, nullptr), "SIGINT");
-    required(sd_bus_set_exit_on_disconnect(bus, 1), "bus");
-    required(sd_bus_attach_event(bus, event, SD_EVENT_PRIORITY_NORMAL), "event loop");
-    required(sd_bus_request_name(bus, name, 0), name);
-    std::cout << "ready" << std::endl;
-    sd_notify(0, "READY=1");
-    required(sd_event_loop(event), "event loop");
-}
-
-/** Runs a service; its exit status. */
-template <typename Run>
-int status(const Run& run)
+/** Makes a service and offers its methods on the system bus until SIGTERM or SIGINT, or the end of
+ *  the bus. Returns the exit status. */
+template <typename Make>
+int serve(const Address& address, const sd_bus_vtable* methods, const Make& make)
 {
     try
     {
-        run();
-        return EXIT_SUCCESS;
+        sd_bus* bus = nullptr;
+        sd_event* loop = nullptr;
+        required(sd_bus_default_system(&bus), "bus");
+        required(sd_event_default(&loop), "event loop");
+        auto service = make(bus);
+        required(sd_bus_add_object_vtable(bus, nullptr, address.path, address.interface, methods,
+                                          &service),
+                 address.path);
+        required(sd_event_set_signal_exit(loop, 1), "signals");
+        required(sd_bus_set_exit_on_disconnect(bus, 1), "bus");
+        required(sd_bus_attach_event(bus, loop, SD_EVENT_PRIORITY_NORMAL), "event loop");
+        required(sd_bus_request_name(bus, address.name, 0), address.name);
+        sd_notify(0, "READY=1");
+        return required(sd_event_loop(loop), "event loop");
     }
     catch (const std::exception& error)
     {

@@ -13,60 +13,64 @@
 #include <chrono>
 #include <iostream>
 #include <string>
-#include <utility>
 
 namespace
 {
 
 using namespace bmcoauth;
 
-constexpr const char* name = "org.example.Judge";
-constexpr const char* issuer = "org.example.Tokens";
-constexpr const char* issuerPath = "/org/example/Tokens";
-constexpr const char* issuerInterface = "org.example.Tokens1";
-
 /** The public keys that the token service has now; "" if it does not answer. */
 std::string publishedKeys(sd_bus* bus)
 {
     sd_bus_message* reply = nullptr;
     const char* jwks = "";
-    sd_bus_call_method(bus, issuer, issuerPath, issuerInterface, "Keys", nullptr, &reply, "");
+    sd_bus_call_method(bus, tokenService.name, tokenService.path, tokenService.interface, "Keys",
+                       nullptr, &reply, "");
     const bool isRead = reply != nullptr && sd_bus_message_read(reply, "s", &jwks) > 0;
     std::string keys = isRead ? jwks : "";
     sd_bus_message_unref(reply);
     return keys;
 }
 
+/** Not moved: the bus knows where it is. */
 struct Judge
 {
-    VerificationKeys keys;
-    TokenValidator validator;
+    sd_bus* bus;
+    VerificationKeys keys = required(VerificationKeys::of(publishedKeys(bus)));
+    TokenRules rules{.issuer = tokenService.name,
+                     .audience = tokenService.name,
+                     .longestLifetime = std::chrono::hours{1},
+                     .revoked = ignored};
+    TokenValidator validator = required(TokenValidator::of(keys, rules, systemClock()));
     std::chrono::steady_clock::time_point loaded = {};
+    int match = required(sd_bus_match_signal(bus, nullptr, tokenService.name, tokenService.path,
+                                             tokenService.interface, "KeysChanged", load, this),
+                         "KeysChanged");
+
+    static int load(sd_bus_message* /*signal*/, void* userdata, sd_bus_error* /*error*/)
+    {
+        Judge& judge = *static_cast<Judge*>(userdata);
+        static_cast<void>(judge.keys.replace(publishedKeys(judge.bus)));
+        judge.loaded = std::chrono::steady_clock::now();
+        return 0;
+    }
 };
 
-int loadKeys(sd_bus_message* message, void* judge, sd_bus_error* /*error*/)
+int answer(sd_bus_message* message, void* userdata, sd_bus_error* error)
 {
-    auto& [keys, validator, loaded] = *static_cast<Judge*>(judge);
-    static_cast<void>(keys.replace(publishedKeys(sd_bus_message_get_bus(message))));
-    loaded = std::chrono::steady_clock::now();
-    return 0;
-}
-
-int judge(sd_bus_message* message, void* userdata, sd_bus_error* error)
-{
-    const auto& [keys, validator, loaded] = *static_cast<Judge*>(userdata);
+    const Judge& judge = *static_cast<Judge*>(userdata);
     const char* token = nullptr;
     if (const int read = sd_bus_message_read(message, "s", &token); read < 0)
     {
         return read;
     }
-    Expected<ValidToken> valid = validator.validate(token);
+    Expected<ValidToken> valid = judge.validator.validate(token);
     // Anybody can write a token with an unknown key: one look a second is enough.
     if (!valid && valid.error().rule() == BMCOAUTH_RULE_POLICY_KEY_UNKNOWN &&
-        std::chrono::steady_clock::now() >= loaded + std::chrono::seconds{1})
+        std::chrono::steady_clock::now() >= judge.loaded + std::chrono::seconds{1})
     {
-        loadKeys(message, userdata, error);
-        valid = validator.validate(token);
+        Judge::load(message, userdata, error);
+        valid = judge.validator.validate(token);
     }
     if (!valid)
     {
@@ -81,33 +85,15 @@ int judge(sd_bus_message* message, void* userdata, sd_bus_error* error)
 // NOLINTBEGIN(cppcoreguidelines-pro-type-const-cast): the macros are C.
 constexpr sd_bus_vtable table[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD_WITH_ARGS("Judge", SD_BUS_ARGS("s", token), SD_BUS_RESULT("s", subject, "u", privileges), judge, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_ARGS("Judge", SD_BUS_ARGS("s", token), SD_BUS_RESULT("s", subject, "u", privileges), answer, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,
 };
 // NOLINTEND(cppcoreguidelines-pro-type-const-cast)
 // clang-format on
 
-void run()
-{
-    const Bus bus = openBus();
-    const VerificationKeys keys = required(VerificationKeys::of(publishedKeys(bus.get())), "keys");
-    TokenRules rules{.issuer = issuer,
-                     .audience = issuer,
-                     .longestLifetime = std::chrono::hours{1},
-                     .revoked = ignored};
-    Judge judge{keys, required(TokenValidator::of(keys, std::move(rules), systemClock()), "rules")};
-    required(sd_bus_match_signal(bus.get(), nullptr, issuer, issuerPath, issuerInterface,
-                                 "KeysChanged", loadKeys, &judge),
-             issuer);
-    required(sd_bus_add_object_vtable(bus.get(), nullptr, "/org/example/Judge",
-                                      "org.example.Judge1", table, &judge),
-             name);
-    serve(bus.get(), name);
-}
-
 } // namespace
 
 int main()
 {
-    return status(run);
+    return serve(judgingService, table, [](sd_bus* bus) { return Judge{bus}; });
 }

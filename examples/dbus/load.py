@@ -13,6 +13,7 @@ import os
 import pathlib
 import shlex
 import signal
+import socket
 import sqlite3
 import subprocess
 import sys
@@ -33,11 +34,17 @@ class Service:
         self.place = place
         self.command = [*EMULATOR, program, "2", place / "state", place / "devices"]
         self.log = open(place / "log", "wb")
+        self.told = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.told.bind(str(place / "notify"))
+        self.told.settimeout(60)
         self.start()
 
     def start(self):
-        self.running = subprocess.Popen(self.command, stdout=subprocess.PIPE, stderr=self.log)
-        if self.running.stdout.readline() != b"ready\n":
+        environment = {**os.environ, "NOTIFY_SOCKET": str(self.place / "notify")}
+        self.running = subprocess.Popen(self.command, stderr=self.log, env=environment)
+        try:
+            self.told.recv(100)
+        except TimeoutError:
             sys.exit("the service does not start: " + (self.place / "log").read_text(encoding="utf-8"))
 
     def kill(self):
@@ -68,14 +75,14 @@ def main():
     arguments.add_argument("service")
     arguments.add_argument("load")
     given = arguments.parse_args()
+    os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = os.environ["DBUS_SESSION_BUS_ADDRESS"]
     with tempfile.TemporaryDirectory() as name:
         place = pathlib.Path(name)
         (place / "state").mkdir()
         (place / "devices").mkdir()
         secrets = (HERE / "secrets.json").read_bytes()
         (place / "devices" / "example-1.json").write_bytes(secrets)
-        (place / "devices" / "rights").write_text(f"example-1 ravok_login\nuser:{os.getuid()} introspect\n",
-                                                  encoding="ascii")
+        (place / "devices" / "example-1.rights").write_text("ravok_login\n", encoding="ascii")
         service = Service(given.service, place)
         load = subprocess.Popen([*EMULATOR, given.load, str(given.seconds), "example-1", HERE / "secrets.json"],
                                 stdout=subprocess.PIPE, text=True)

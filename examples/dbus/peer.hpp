@@ -3,6 +3,8 @@
 
 // A client's side of the token service on D-Bus.
 
+#include "bus.hpp"
+
 #include <bmcoauth.hpp>
 
 #include <json/value.h>
@@ -32,16 +34,6 @@ struct Reply
     std::string text = {};
 };
 
-/** A service on the bus. */
-struct Service
-{
-    const char* name;
-    const char* path;
-    const char* interface;
-};
-constexpr Service tokenService{"org.example.Tokens", "/org/example/Tokens", "org.example.Tokens1"};
-constexpr Service judgingService{"org.example.Judge", "/org/example/Judge", "org.example.Judge1"};
-
 /** A connection to the bus. */
 class Peer
 {
@@ -49,7 +41,7 @@ public:
     Peer()
     {
         sd_bus* raw = nullptr;
-        if (sd_bus_open_user(&raw) < 0)
+        if (sd_bus_open_system(&raw) < 0)
         {
             throw std::runtime_error{"cannot reach the bus"};
         }
@@ -58,7 +50,7 @@ public:
 
     /** Calls a method that takes texts. The answer is the first text that it gives, if any. */
     [[nodiscard]] Reply call(const char* method, std::initializer_list<std::string_view> texts,
-                             const Service& service = tokenService) const
+                             const Address& service = tokenService) const
     {
         constexpr std::uint64_t longest = 10'000'000;
         sd_bus_message* raw = nullptr;

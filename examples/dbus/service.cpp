@@ -4,9 +4,8 @@
 //
 // In mode 3, clients prove that they have a device's certificate and know its passwords; in mode 2,
 // the passwords. STATE is a folder for the signing key and the clients, which are made if they are
-// not there. In the folder DEVICES, ID.json is the key document of the device ID, the "software_id" of
-// its clients; and in the file "rights", each line begins with a device, before its privileges, or with
-// "user:NUMBER", before the word introspect.
+// not there. In the folder DEVICES, ID.json is the key document of the device ID, the "software_id"
+// of its clients, and ID.rights names their privileges.
 #include "bus.hpp"
 #include "sqlite_store.hpp"
 
@@ -15,15 +14,7 @@
 #include <sys/stat.h>
 
 #include <array>
-#include <chrono>
 #include <fstream>
-#include <iterator>
-#include <optional>
-#include <set>
-#include <sstream>
-#include <string>
-#include <string_view>
-#include <utility>
 
 namespace
 {
@@ -32,84 +23,88 @@ using namespace bmcoauth;
 using Answer = Expected<Text, Refusal>;
 using Arguments = std::array<const char*, 3>;
 
-constexpr const char* name = "org.example.Tokens";
-constexpr const char* path = "/org/example/Tokens";
-constexpr const char* interface = "org.example.Tokens1";
-
-struct Service
+/** The key document in the file `path`. Without one, it is empty: no proof is right. */
+Expected<Text> keyDocument(const std::string& path)
 {
-    SigningKeys keys;
-    Registrar<SqliteStore> registrar;
-    TokenEndpoint<SqliteStore> tokens;
-};
-
-/** The key document of a device. Of an unknown one, it is empty: no proof is right. */
-Expected<Text> keyDocument(const std::string& devices, const std::string& id)
-{
-    const bool isName = id.find_first_of(std::string_view{"/\0", 2}) == std::string::npos;
+    std::array<char, 16384> text{};
     std::ifstream file;
     // Without a buffer, which would keep the secrets.
     file.rdbuf()->pubsetbuf(nullptr, 0);
-    file.open(isName ? devices + "/" + id + ".json" : "");
-    std::string text{std::istreambuf_iterator<char>{file}, {}};
-    Expected<Text> document = Text::copy(text.empty() ? "{}" : text);
+    file.open(path);
+    file.read(text.data(), text.size());
+    const auto size = static_cast<std::size_t>(file.gcount());
+    Expected<Text> document = Text::copy(size > 0 ? std::string_view{text.data(), size} : "{}");
     OPENSSL_cleanse(text.data(), text.size());
     return document;
 }
 
-/** What the file "rights" says of `holder`. */
-std::set<std::string> rightsOf(const std::string& devices, std::string_view holder)
-{
-    std::ifstream file{devices + "/rights"};
-    for (std::string line, first; std::getline(file, line);)
-    {
-        std::istringstream words{line};
-        if (words >> first && first == holder)
-        {
-            return {std::istream_iterator<std::string>{words}, {}};
-        }
-    }
-    return {};
-}
-
-Privileges privilegesOf(const std::string& devices, const ClientRecord& client)
+/** The privileges that the file `path` names. */
+Privileges privilegesIn(const std::string& path)
 {
     Privileges granted;
-    for (const std::string& right : rightsOf(devices, client.softwareId))
+    std::ifstream names{path};
+    for (std::string name; names >> name;)
     {
-        const std::optional<Privilege> privilege = privilegeNamed(right);
-        granted = privilege ? granted | *privilege : granted;
+        granted = granted | privilegeNamed(name).value_or(Privilege{});
     }
     return granted;
 }
 
-Answer textOr(const Expected<void>& done, std::string_view text)
+/** All that a call works with. Not moved: the functions know where it is. */
+struct Service
 {
-    Expected<Text> copy = done ? Text::copy(text) : done.error();
-    return copy ? Answer{*std::move(copy)} : Refusal{OAUTH_SERVER_ERROR, copy.error()};
-}
+    Proofs proofs;
+    std::string state;
+    std::string devices;
+    SigningKeys keys = required(SigningKeys::loadOrCreate(state + "/signing.pem"));
+    const std::unique_ptr<SqliteStore> clients = required(SqliteStore::open(state + "/clients.db"));
+    RegistrationRules asked{.proofs = proofs, .redirectUris = {"https://client.example/callback"}};
+    TokenIssuerRules issued{.issuer = tokenService.name, .audience = tokenService.name};
+    // The endpoint itself asks whether a token's client has been removed.
+    TokenRules own{.issuer = issued.issuer,
+                   .audience = issued.audience,
+                   .longestLifetime = issued.longestLifetime,
+                   .revoked = ignored};
+    TokenValidator validator =
+        required(TokenValidator::of(keys.verificationKeys(), own, systemClock()));
+    // Who may introspect, the policy of the bus has decided.
+    TokenFunctions functions{
+        .issue = required(TokenIssuer::of(keys, issued, systemClock())),
+        .validate =
+            [this](auto token) { return validator.validate(token).transform(TokenFacts::of); },
+        .secrets = [this](auto& client) { return keyDocument(fileOf(client, ".json")); },
+        .privileges = [this](auto& client) { return privilegesIn(fileOf(client, ".rights")); },
+        .mayIntrospect =
+            [](auto /*sender*/) {
+                return true;
+            }};
+    Registrar<SqliteStore> registrar = required(Registrar<SqliteStore>::of(*clients, asked));
+    TokenEndpoint<SqliteStore> tokens =
+        required(TokenEndpoint<SqliteStore>::of(*clients, functions));
 
-Answer answerTo(std::string_view method, Service& service, const Arguments& in,
-                std::string_view sender)
-{
-    if (method == "Register")
+    /** The file of the client's device; no peer's text leads out of the folder. */
+    [[nodiscard]] std::string fileOf(const ClientRecord& client, const char* kind) const
     {
-        return service.registrar.answer(in[0], sender);
+        const bool isName =
+            client.softwareId.find_first_of(std::string_view{"/\0", 2}) == std::string::npos;
+        return isName ? devices + '/' + client.softwareId + kind : "";
     }
-    if (method == "Issue")
+    Answer answer(std::string_view method, const Arguments& in, std::string_view sender)
     {
-        return service.tokens.answer(in[0], sender);
+        const auto nothing = [] {
+            return Text{};
+        };
+        const auto refusal = [](const Error& reason) -> Answer {
+            return Refusal{OAUTH_SERVER_ERROR, reason};
+        };
+        return method == "Register"     ? registrar.answer(in[0], sender)
+               : method == "Issue"      ? tokens.answer(in[0], sender)
+               : method == "Introspect" ? tokens.introspect(in[0], sender)
+               : method == "Revoke"     ? tokens.revoke(in[0], in[1], in[2]).transform(nothing)
+               : method == "Keys"       ? Text::copy(keys.jwks()).or_else(refusal)
+                                        : keys.rotate().transform(nothing).or_else(refusal);
     }
-    if (method == "Introspect")
-    {
-        return service.tokens.introspect(in[0], sender);
-    }
-    if (method == "Revoke")
-    {
-        return service.tokens.revoke(in[0], in[1], in[2]).transform([] { return Text{}; });
-    }
-    return method == "Keys" ? textOr({}, service.keys.jwks()) : textOr(service.keys.rotate(), "");
-}
+};
 
 /** The user who has sent `message`, as the bus knows it. */
 std::string senderOf(sd_bus_message* message)
@@ -122,7 +117,7 @@ std::string senderOf(sd_bus_message* message)
     return known ? "user:" + std::to_string(user) : "nobody";
 }
 
-int call(sd_bus_message* message, void* service, sd_bus_error* /*error*/)
+int call(sd_bus_message* message, void* service, sd_bus_error* error)
 {
     Arguments in{};
     const char* const types = sd_bus_message_get_signature(message, 1);
@@ -132,10 +127,11 @@ int call(sd_bus_message* message, void* service, sd_bus_error* /*error*/)
     }
     const std::string_view method = sd_bus_message_get_member(message);
     const std::string sender = senderOf(message);
-    const Answer answer = answerTo(method, *static_cast<Service*>(service), in, sender);
+    const Answer answer = static_cast<Service*>(service)->answer(method, in, sender);
     if (answer && method == "Rotate")
     {
-        sd_bus_emit_signal(sd_bus_message_get_bus(message), path, interface, "KeysChanged", "");
+        sd_bus_emit_signal(sd_bus_message_get_bus(message), tokenService.path,
+                           tokenService.interface, "KeysChanged", "");
     }
     if (answer)
     {
@@ -143,13 +139,13 @@ int call(sd_bus_message* message, void* service, sd_bus_error* /*error*/)
         return sd_bus_reply_method_return(message, type, answer->c_str());
     }
     // The reason is for the log alone: it would help an attacker.
+    const Refusal& refusal = answer.error();
     std::cerr << "token-service: " << method << " of " << sender
-              << " refused: " << answer.error().describe().view() << std::endl;
-    const std::string error =
-        std::string{interface} + ".Error." + std::string{errorText(answer.error().code())};
-    const Expected<Text> document = answer.error().document();
-    return sd_bus_reply_method_errorf(message, error.c_str(), "%s",
-                                      document ? document->c_str() : "");
+              << " refused: " << refusal.describe().view() << std::endl;
+    const std::string word{errorText(refusal.code())};
+    const Expected<Text> document = refusal.document();
+    return sd_bus_error_set(error, (tokenService.interface + (".Error." + word)).c_str(),
+                            document ? document->c_str() : "");
 }
 
 // Who may call what, the bus decides; Rotate is for root and the service's own user.
@@ -169,40 +165,6 @@ constexpr sd_bus_vtable table[] = {
 // NOLINTEND(cppcoreguidelines-pro-type-const-cast)
 // clang-format on
 
-void run(bool both, const std::string& state, const std::string& devices)
-{
-    const SigningKeys keys = required(SigningKeys::loadOrCreate(state + "/signing.pem"), state);
-    const auto issuer = required(
-        TokenIssuer::of(keys, {.issuer = name, .audience = name}, systemClock()), "issuer");
-    // Whether a token's client has been removed, the endpoint asks.
-    const auto validator = required(TokenValidator::of(keys.verificationKeys(),
-                                                       {.issuer = name,
-                                                        .audience = name,
-                                                        .longestLifetime = std::chrono::hours{1},
-                                                        .revoked = ignored},
-                                                       systemClock()),
-                                    "validator");
-    const TokenFunctions functions{
-        .issue = issuer,
-        .validate = [&](auto token) { return validator.validate(token).transform(TokenFacts::of); },
-        .secrets = [&](auto& client) { return keyDocument(devices, client.softwareId); },
-        .privileges = [&](auto& client) { return privilegesOf(devices, client); },
-        .mayIntrospect =
-            [&](auto who) {
-                return rightsOf(devices, who).contains("introspect");
-            }};
-    const auto clients = required(SqliteStore::open(state + "/clients.db"), state);
-    const RegistrationRules rules{.proofs = both ? Proofs::both : Proofs::oneTimePassword,
-                                  .redirectUris = {"https://client.example/callback"}};
-    Service service{.keys = keys,
-                    .registrar = required(Registrar<SqliteStore>::of(*clients, rules), "registrar"),
-                    .tokens =
-                        required(TokenEndpoint<SqliteStore>::of(*clients, functions), "tokens")};
-    const Bus bus = openBus();
-    required(sd_bus_add_object_vtable(bus.get(), nullptr, path, interface, table, &service), path);
-    serve(bus.get(), name);
-}
-
 } // namespace
 
 int main(int argc, char** argv)
@@ -214,5 +176,7 @@ int main(int argc, char** argv)
         return EXIT_FAILURE;
     }
     umask(077);
-    return status([&] { run(mode == "3", argv[2], argv[3]); });
+    return serve(tokenService, table, [&](sd_bus* /*bus*/) {
+        return Service{mode == "2" ? Proofs::oneTimePassword : Proofs::both, argv[2], argv[3]};
+    });
 }
