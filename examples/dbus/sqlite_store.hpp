@@ -5,15 +5,11 @@
 
 #include <sqlite3.h>
 
-#include <algorithm>
-#include <array>
+#include <concepts>
 #include <memory>
 #include <mutex>
-#include <optional>
+#include <stdexcept>
 #include <string>
-#include <string_view>
-#include <tuple>
-#include <type_traits>
 
 /** A bmcoauth::Store in a file of SQLite, which threads and processes may share. Each operation is
  *  one transaction, and on the medium when it returns. */
@@ -21,245 +17,220 @@ class SqliteStore
 {
     template <typename T>
     using Expected = bmcoauth::Expected<T>;
-    using sys_seconds = std::chrono::sys_seconds;
+    using Client = bmcoauth::ClientRecord;
     using Digest = bmcoauth::SecretDigest;
+    using Time = std::chrono::sys_seconds;
+    using Row = std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)>;
 
 public:
     /** Opens the file `path`, or makes it. Refuses one that a later version has made. */
     [[nodiscard]] static Expected<std::unique_ptr<SqliteStore>> open(const std::string& path)
     {
-        constexpr int busyMilliseconds = 5000;
         std::unique_ptr<SqliteStore> store{new SqliteStore};
-        sqlite3* raw = nullptr;
-        const int opened = sqlite3_open(path.c_str(), &raw);
-        store->database.reset(raw);
-        if (opened != SQLITE_OK || sqlite3_busy_timeout(raw, busyMilliseconds) != SQLITE_OK ||
-            !store->execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL"))
-        {
-            return store->failure();
-        }
-        return store->transaction([&] { return store->hasSchema(); }).transform([&] {
+        return store->attempt([&] { store->prepare(path); }).transform([&] {
             return std::move(store);
         });
     }
 
-    Expected<std::optional<bmcoauth::ClientRecord>> find(std::string_view id)
+    Expected<std::optional<Client>> find(std::string_view id)
     {
-        std::optional<bmcoauth::ClientRecord> found;
-        const auto read = [&](sqlite3_stmt* row) {
-            found = clientIn(row);
-        };
-        return transaction([&] { return query("SELECT * FROM clients WHERE id = ?", read, id); })
-            .transform([&] { return std::move(found); });
-    }
-    Expected<void> add(const bmcoauth::ClientRecord& client, const bmcoauth::ClientLimits& limits,
-                       sys_seconds now)
-    {
-        return transaction([&] {
-            return run("DELETE FROM clients WHERE expires <= ?", now) && insert(client) &&
-                   trim(false, limits.pending, client.expiresAt) &&
-                   trim(true, limits.proven, sys_seconds::max());
+        return attempt([&] {
+            const Row row = run("SELECT * FROM clients WHERE id = ?", id);
+            return row ? std::optional{clientIn(row.get())} : std::nullopt;
         });
     }
-    Expected<bool> replace(const bmcoauth::ClientRecord& client)
+    Expected<void> add(const Client& client, const bmcoauth::ClientLimits& limits, Time now)
     {
-        bool isSame = false;
-        return transaction([&] {
-                   const bool removed = run("DELETE FROM clients WHERE id = ? AND version = ?",
-                                            client.id, client.version);
-                   isSame = sqlite3_changes(database.get()) == 1;
-                   return removed && (!isSame || insert(client));
-               })
-            .transform([&] { return isSame; });
+        return attempt([&] {
+            run("BEGIN IMMEDIATE");
+            run("DELETE FROM clients WHERE expires <= ?", now);
+            insert(client);
+            trim(false, limits.pending, client.expiresAt);
+            trim(true, limits.proven, Time::max());
+        });
+    }
+    Expected<bool> replace(const Client& client)
+    {
+        return attempt([&] {
+            run("BEGIN IMMEDIATE");
+            run("DELETE FROM clients WHERE id = ? AND version = ?", client.id, client.version);
+            return sqlite3_changes(database.get()) == 1 && insert(client);
+        });
     }
     Expected<void> remove(std::string_view id)
     {
-        return transaction([&] { return run("DELETE FROM clients WHERE id = ?", id); });
+        return attempt([&] { run("DELETE FROM clients WHERE id = ?", id); });
     }
     Expected<bool> countAttempt(std::string_view counter, const bmcoauth::FailureRate& rate,
-                                sys_seconds now)
+                                Time now)
     {
-        bmcoauth::CountedAttempt attempt;
-        const auto read = [&](sqlite3_stmt* row) {
-            get(row, 0, attempt.busyUntil);
-        };
-        return transaction([&] {
-                   const bool known =
-                       query("SELECT busy_until FROM counters WHERE name = ?", read, counter);
-                   attempt = bmcoauth::countAttempt(attempt.busyUntil, rate, now);
-                   return known &&
-                          run("REPLACE INTO counters VALUES (?, ?)", counter, attempt.busyUntil) &&
-                          run("DELETE FROM counters WHERE busy_until <= ?", now);
-               })
-            .transform([&] { return attempt.allowed; });
+        return attempt([&] {
+            run("BEGIN IMMEDIATE");
+            const std::chrono::seconds end{
+                number("SELECT max(busy_until) FROM counters WHERE name = ?", counter)};
+            const auto [busyUntil, allowed] = bmcoauth::countAttempt(Time{end}, rate, now);
+            run("REPLACE INTO counters VALUES (?, ?)", counter, busyUntil);
+            run("DELETE FROM counters WHERE busy_until <= ?", now);
+            return allowed;
+        });
     }
     Expected<void> forgive(std::string_view counter, const bmcoauth::FailureRate& rate)
     {
-        return transaction([&] {
-            return run("UPDATE counters SET busy_until = busy_until - ? WHERE name = ?",
-                       rate.interval.count(), counter);
+        return attempt([&] {
+            run("UPDATE counters SET busy_until = busy_until - ? WHERE name = ?",
+                rate.interval.count(), counter);
         });
     }
 
 private:
     SqliteStore() = default;
 
-    [[nodiscard]] bmcoauth::Error failure() const
+    void prepare(const std::string& path)
     {
-        const bool isOfSqlite = sqlite3_errcode(database.get()) != SQLITE_OK;
-        return bmcoauth::Error{BMCOAUTH_RULE_CLIENT_STORE_FAILED,
-                               isOfSqlite ? sqlite3_errmsg(database.get()) : "of a later version"};
+        constexpr int busyMilliseconds = 5000;
+        sqlite3* raw = nullptr;
+        // If this fails, so does the first statement, with the reason.
+        sqlite3_open(path.c_str(), &raw);
+        database.reset(raw);
+        sqlite3_busy_timeout(raw, busyMilliseconds);
+        run("PRAGMA journal_mode = WAL");
+        run("PRAGMA synchronous = FULL");
+        run("BEGIN IMMEDIATE");
+        const sqlite3_int64 version = number("PRAGMA user_version");
+        if (version > 1)
+        {
+            throw std::runtime_error{"of a later version"};
+        }
+        if (version == 0)
+        {
+            // With AUTOINCREMENT no version comes twice. Peers' texts are BLOBs, whatever their bytes.
+            run("CREATE TABLE clients (id BLOB UNIQUE,"
+                "version INTEGER PRIMARY KEY AUTOINCREMENT, secret BLOB, software BLOB, sender "
+                "BLOB,"
+                "certificate BLOB, device BLOB, challenge BLOB, ends INTEGER, expires INTEGER,"
+                "proven INTEGER, family BLOB, current BLOB, previous BLOB, salt BLOB,"
+                "rotated INTEGER, replays INTEGER) STRICT");
+            run("CREATE TABLE counters (name BLOB PRIMARY KEY, busy_until INTEGER) STRICT");
+            run("PRAGMA user_version = 1");
+        }
     }
-    [[nodiscard]] bool execute(const char* sql)
-    {
-        return sqlite3_exec(database.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK;
-    }
-    /** Does `work`, or nothing. */
+    /** What `work` gives. The transaction that it has begun takes place, or none if it throws. */
     template <typename Work>
-    [[nodiscard]] Expected<void> transaction(const Work& work)
+    [[nodiscard]] auto attempt(const Work& work) -> decltype(Expected<void>{}.transform(work))
     {
         const std::lock_guard guard{mutex};
-        if (execute("BEGIN IMMEDIATE") && work() && execute("COMMIT"))
+        try
         {
-            return {};
+            auto result = Expected<void>{}.transform(work);
+            if (sqlite3_get_autocommit(database.get()) == 0)
+            {
+                run("COMMIT");
+            }
+            return result;
         }
-        const bmcoauth::Error error = failure();
-        static_cast<void>(execute("ROLLBACK"));
-        return error;
+        catch (const std::exception& failure)
+        {
+            sqlite3_exec(database.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+            return bmcoauth::Error{BMCOAUTH_RULE_CLIENT_STORE_FAILED, failure.what()};
+        }
     }
-    /** Runs a statement, with `read` for its row if there is one. Values are bound, never written into
-     *  the text: they are a peer's. */
-    template <typename Read, typename... Values>
-    [[nodiscard]] bool query(const char* sql, const Read& read, const Values&... values)
+    /** Runs a statement; its row, null if there is none. Values are bound, never written into the
+     *  text: they are a peer's. */
+    template <typename... Values>
+    Row run(const char* sql, const Values&... values)
     {
         sqlite3_stmt* raw = nullptr;
         const int made = sqlite3_prepare_v2(database.get(), sql, -1, &raw, nullptr);
-        const std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)> row{raw, sqlite3_finalize};
+        Row row{raw, sqlite3_finalize};
         int place = 0;
-        if (made != SQLITE_OK || !(put(raw, ++place, values) && ...))
+        const bool isBound = made == SQLITE_OK && ((put(raw, ++place, values) == SQLITE_OK) && ...);
+        const int step = isBound ? sqlite3_step(raw) : SQLITE_ERROR;
+        if (step != SQLITE_ROW && step != SQLITE_DONE)
         {
-            return false;
+            throw std::runtime_error{sqlite3_errmsg(database.get())};
         }
-        const int step = sqlite3_step(raw);
-        if (step == SQLITE_ROW)
-        {
-            read(raw);
-        }
-        return step == SQLITE_ROW || step == SQLITE_DONE;
+        return step == SQLITE_ROW ? std::move(row) : Row{nullptr, sqlite3_finalize};
     }
     template <typename... Values>
-    [[nodiscard]] bool run(const char* sql, const Values&... values)
+    [[nodiscard]] sqlite3_int64 number(const char* sql, const Values&... values)
     {
-        return query(
-            sql, [](sqlite3_stmt*) {}, values...);
+        return sqlite3_column_int64(run(sql, values...).get(), 0);
     }
-    template <typename T>
-    [[nodiscard]] static bool put(sqlite3_stmt* row, int place, const T& value)
+    [[nodiscard]] static int put(sqlite3_stmt* row, int place, std::integral auto value)
     {
-        if constexpr (std::is_arithmetic_v<T>)
-        {
-            return sqlite3_bind_int64(row, place, static_cast<sqlite3_int64>(value)) == SQLITE_OK;
-        }
-        else if constexpr (std::is_same_v<T, sys_seconds>)
-        {
-            return put(row, place, value.time_since_epoch().count());
-        }
-        else if constexpr (std::is_same_v<T, Digest>)
-        {
-            return sqlite3_bind_blob(row, place, value.bytes().data(), Digest::size,
-                                     SQLITE_TRANSIENT) == SQLITE_OK;
-        }
-        else
-        {
-            // Without an address, an empty text would be NULL.
-            return sqlite3_bind_blob64(row, place, value.empty() ? "" : value.data(), value.size(),
-                                       SQLITE_TRANSIENT) == SQLITE_OK;
-        }
+        return sqlite3_bind_int64(row, place, static_cast<sqlite3_int64>(value));
     }
-    template <typename T>
-    static void get(sqlite3_stmt* row, int column, T& value)
+    [[nodiscard]] static int put(sqlite3_stmt* row, int place, Time value)
     {
-        const auto* const bytes = static_cast<const char*>(sqlite3_column_blob(row, column));
-        if constexpr (std::is_arithmetic_v<T>)
-        {
-            value = static_cast<T>(sqlite3_column_int64(row, column));
-        }
-        else if constexpr (std::is_same_v<T, sys_seconds>)
-        {
-            value = sys_seconds{std::chrono::seconds{sqlite3_column_int64(row, column)}};
-        }
-        else if constexpr (std::is_same_v<T, Digest>)
-        {
-            std::array<unsigned char, Digest::size> copy{};
-            std::copy_n(bytes, sqlite3_column_bytes(row, column), copy.begin());
-            value = Digest{copy};
-        }
-        else
-        {
-            value.assign(bytes, static_cast<std::size_t>(sqlite3_column_bytes(row, column)));
-        }
+        return put(row, place, value.time_since_epoch().count());
+    }
+    [[nodiscard]] static int put(sqlite3_stmt* row, int place, std::string_view value)
+    {
+        // Without an address, an empty text would be NULL.
+        return sqlite3_bind_blob64(row, place, value.empty() ? "" : value.data(), value.size(),
+                                   SQLITE_TRANSIENT);
+    }
+    [[nodiscard]] static int put(sqlite3_stmt* row, int place, const Digest& value)
+    {
+        return sqlite3_bind_blob(row, place, value.bytes().data(), Digest::size, SQLITE_TRANSIENT);
     }
 
-    /** What the columns of a client hold, in their order. */
-    template <typename Client, typename Family, typename Proven>
-    [[nodiscard]] static auto columns(Client& client, Family& refresh, Proven& proven)
+    bool insert(const Client& client)
     {
-        return std::tie(client.id, client.secret, client.softwareId, client.sender,
-                        client.certificate, client.deviceName, client.challenge, client.endsAt,
-                        client.expiresAt, proven, refresh.family, refresh.current, refresh.previous,
-                        refresh.salt, refresh.rotatedAt, refresh.replays, client.version);
-    }
-    [[nodiscard]] static bmcoauth::ClientRecord clientIn(sqlite3_stmt* row)
-    {
-        bmcoauth::ClientRecord client;
-        bmcoauth::RefreshFamily refresh;
-        bool proven = false;
-        int column = 0;
-        std::apply([&](auto&... values) { (get(row, column++, values), ...); },
-                   columns(client, refresh, proven));
-        client.refresh = proven ? std::optional{refresh} : std::nullopt;
-        return client;
-    }
-    [[nodiscard]] bool insert(const bmcoauth::ClientRecord& client)
-    {
-        const bool proven = client.refresh.has_value();
         const auto refresh = client.refresh.value_or(bmcoauth::RefreshFamily{});
-        return std::apply(
-            [&](const auto&... values) {
-                // The version that it had counts no more.
-                return this->run(
-                    "INSERT INTO clients VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,iif(?,NULL,NULL))",
-                    values...);
-            },
-            columns(client, refresh, proven));
+        run("INSERT INTO clients VALUES (?,NULL,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)", client.id,
+            client.secret, client.softwareId, client.sender, client.certificate, client.deviceName,
+            client.challenge, client.endsAt, client.expiresAt, client.refresh.has_value(),
+            refresh.family, refresh.current, refresh.previous, refresh.salt, refresh.rotatedAt,
+            refresh.replays);
+        return true;
+    }
+    [[nodiscard]] static Client clientIn(sqlite3_stmt* row)
+    {
+        int column = 0;
+        const auto number = [&] {
+            return sqlite3_column_int64(row, column++);
+        };
+        const auto time = [&] {
+            return Time{std::chrono::seconds{number()}};
+        };
+        const auto text = [&] {
+            const auto* const bytes = static_cast<const char*>(sqlite3_column_blob(row, column));
+            const auto size = static_cast<std::size_t>(sqlite3_column_bytes(row, column++));
+            return std::string{bytes, size};
+        };
+        const auto digest = [&] {
+            bmcoauth::Sha256Digest bytes{};
+            text().copy(reinterpret_cast<char*>(bytes.data()), bytes.size());
+            return Digest{bytes};
+        };
+        const auto family = [&] {
+            return bmcoauth::RefreshFamily{
+                digest(), digest(), digest(), text(), time(), static_cast<std::uint32_t>(number())};
+        };
+        // Braces make these calls in the order of the columns.
+        return {text(),
+                static_cast<std::uint64_t>(number()),
+                digest(),
+                text(),
+                text(),
+                text(),
+                text(),
+                text(),
+                time(),
+                time(),
+                number() != 0 ? std::optional{family()} : std::nullopt};
     }
     /** Removes pending or proven clients until there are no more than `most`: always the oldest of
      *  those who have most. Ends after `last` count as `last`. */
-    [[nodiscard]] bool trim(bool proven, std::size_t most, sys_seconds last)
+    void trim(bool proven, std::size_t most, Time last)
     {
-        return run("DELETE FROM clients WHERE version IN (SELECT version FROM clients "
-                   "WHERE proven = ?1 ORDER BY row_number() OVER (PARTITION BY "
-                   "iif(?1, software, sender) ORDER BY min(expires, ?3) DESC, version DESC) DESC, "
-                   "min(expires, ?3), version "
-                   "LIMIT max(0, (SELECT count(*) FROM clients WHERE proven = ?1) - ?2))",
-                   proven, most, last);
-    }
-    [[nodiscard]] bool hasSchema()
-    {
-        int version = 0;
-        const auto read = [&](sqlite3_stmt* row) {
-            get(row, 0, version);
-        };
-        // With AUTOINCREMENT no version comes twice. Peers' texts are BLOBs, whatever their bytes.
-        return query("PRAGMA user_version", read) && version <= 1 &&
-               (version == 1 ||
-                execute("CREATE TABLE clients (id BLOB UNIQUE, secret BLOB, software BLOB,"
-                        "sender BLOB, certificate BLOB, device BLOB, challenge BLOB, ends INTEGER,"
-                        "expires INTEGER, proven INTEGER, family BLOB, current BLOB, previous BLOB,"
-                        "salt BLOB, rotated INTEGER, replays INTEGER,"
-                        "version INTEGER PRIMARY KEY AUTOINCREMENT) STRICT;"
-                        "CREATE TABLE counters (name BLOB PRIMARY KEY, busy_until INTEGER) STRICT;"
-                        "PRAGMA user_version = 1"));
+        run("DELETE FROM clients WHERE version IN (SELECT version FROM clients "
+            "WHERE proven = ?1 ORDER BY row_number() OVER (PARTITION BY "
+            "iif(?1, software, sender) ORDER BY min(expires, ?3) DESC, version DESC) DESC, "
+            "min(expires, ?3), version "
+            "LIMIT max(0, (SELECT count(*) FROM clients WHERE proven = ?1) - ?2))",
+            proven, most, last);
     }
 
     std::mutex mutex;

@@ -175,6 +175,34 @@ TEST(SqliteStore, SharesTheFileWithOtherProcesses)
     EXPECT_FALSE(other->replace(seen).value());
 }
 
+TEST(SqliteStore, FindsAClientWhileAnotherProcessWrites)
+{
+    const TemporaryFolder folder;
+    const auto store = SqliteStore::open(folder.file()).value();
+    ASSERT_TRUE(store->add(wholeClient(), {}, now));
+    sqlite3* raw = nullptr;
+    ASSERT_EQ(sqlite3_open(folder.file().c_str(), &raw), SQLITE_OK);
+    const std::unique_ptr<sqlite3, decltype(&sqlite3_close)> other{raw, sqlite3_close};
+    ASSERT_EQ(sqlite3_exec(raw, "BEGIN IMMEDIATE; DELETE FROM clients", nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    const auto found = store->find("id");
+    ASSERT_TRUE(found);
+    EXPECT_TRUE(found->has_value());
+}
+
+TEST(SqliteStore, ReadsNoMoreOfADigestThanThereIsRoomFor)
+{
+    const TemporaryFolder folder;
+    const auto store = SqliteStore::open(folder.file()).value();
+    ASSERT_TRUE(store->add(wholeClient(), {}, now));
+    for (const char* sql :
+         {"UPDATE clients SET secret = x''", "UPDATE clients SET secret = zeroblob(100000)"})
+    {
+        alter(folder.file(), sql);
+        EXPECT_NE(store->find("id").value().value().secret, wholeClient().secret) << sql;
+    }
+}
+
 // -------------------------------------------------------------------------------- the end of a process
 
 /** One more operation of a sequence that every process plays alike. */
