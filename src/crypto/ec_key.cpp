@@ -97,8 +97,8 @@ bool computePoint(EC_KEY& key) noexcept
 }
 
 /** Fast path: the key of a structure in the usual encoding; null for any other encoding, and if
- *  OpenSSL's decoder must decide. It does not make the curve again, and leaves no copies of the
- *  scalar, as OpenSSL's decoder does. It takes less than a fifth of the time of d2i_ECPrivateKey
+ *  OpenSSL's decoder must decide. Unlike that decoder, it does not make the curve again and
+ *  leaves no copies of the scalar. It takes less than a fifth of the time of d2i_ECPrivateKey
  *  (3.4 and 18.8 us on x86-64), and every token that is issued or checked loads a key. */
 EcKeyPtr usualPrivateKey(std::span<const unsigned char> der) noexcept
 {
