@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 
-/* What most sources of the library include, for the compiler to read once. Every source includes
- * what it uses all the same: optimised builds, and those with -Db_pch=false, do without this file. */
+/* What most sources of the library include, for the compiler to read once. Every source still
+ * includes what it uses: optimised builds, and those with -Db_pch=false, do without this file. */
 
 #include <json/value.h>
 #include <openssl/evp.h>
