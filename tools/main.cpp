@@ -2,6 +2,7 @@
 #include "cli/color.hpp"
 #include "cli/command.hpp"
 #include "cli/documents.hpp"
+#include "cli/refusal.hpp"
 
 #include <unistd.h>
 
@@ -14,40 +15,47 @@ namespace
 
 using namespace bmcoauth::tool;
 
-int report(Exit status, const std::string& message)
+/** Says why the command ends with @p status: on stderr, and with @p json in a document on stdout. */
+int report(bool json, Exit status, const std::string& reason,
+           const Json::Value& members = Json::objectValue)
 {
-    // Messages contain file names and members of documents. None of them must write to the
-    // terminal, or in the name of the tool on a line of its own.
-    std::cerr << colored(Shade::bad, "bmcoauth:", STDERR_FILENO) << ' ' << harmless(message)
-              << '\n';
+    // Messages hold file names and members of documents. None of them may control the terminal, or
+    // look like a message of the tool on a line of its own.
+    const std::string message = harmless(reason);
+    if (json)
+    {
+        // The exit status counts even if nothing can be written.
+        std::cout << textOf(problemDocument(status, message, members)) << '\n' << std::flush;
+    }
+    std::cerr << colored(Shade::bad, "bmcoauth:", STDERR_FILENO) << ' ' << message << '\n';
     return static_cast<int>(status);
 }
 
 int run(int argc, char** argv)
 {
+    const bool json = asksForJson(argc, argv);
     try
     {
         const int status = runCommandLine(argc, argv);
-        std::cout.flush();
-        return std::cout ? status : report(Exit::failure, "cannot write to standard output");
+        flushOutput();
+        return status;
+    }
+    catch (const Refused& refused)
+    {
+        return report(json || refused.alwaysPrinted, refused.status(), refused.what(),
+                      refused.members);
     }
     catch (const Stop& stop)
     {
-        return report(stop.status(), stop.what());
-    }
-    catch (const Quiet& quiet)
-    {
-        std::cout.flush();
-        return std::cout ? static_cast<int>(quiet.status())
-                         : report(Exit::failure, "cannot write to standard output");
+        return report(json, stop.status(), stop.what());
     }
     catch (const std::bad_alloc&)
     {
-        return report(Exit::failure, "memory is exhausted");
+        return report(json, Exit::failure, "memory is exhausted");
     }
     catch (const std::exception& error)
     {
-        return report(Exit::failure, error.what());
+        return report(json, Exit::failure, error.what());
     }
 }
 

@@ -36,7 +36,7 @@ Exit statusOf(int rule)
 {
     try
     {
-        bmcoauth::tool::refuse("it is refused", ruleAlone(rule), "valid", Exit::expired);
+        bmcoauth::tool::refuse("it is refused", ruleAlone(rule), Exit::expired);
     }
     catch (const bmcoauth::tool::Stop& stop)
     {

@@ -42,6 +42,7 @@ except ImportError:
 SCHEMA = pathlib.Path(__file__).resolve().parents[2] / "docs/tool-output.schema.json"
 
 SUCCESS, FAILURE, USAGE, INVALID, EXPIRED = range(5)
+VERDICTS = {FAILURE: "failed", USAGE: "usage", INVALID: "invalid", EXPIRED: "expired"}
 
 
 def check_verdict(document):
@@ -98,6 +99,13 @@ class ToolTest(unittest.TestCase):
         return json.loads(self.good(*arguments, text=text, warning=warning))
 
     def refused(self, status, pattern, *arguments, text=b""):
+        """Expects a refusal without --json and with it; returns the document of the latter."""
+        self.refused_in_text(status, pattern, *arguments, text=text)
+        document = self.refused_in_json(status, *arguments, text=text)
+        self.assertRegex("bmcoauth: " + document["reason"], pattern)
+        return document
+
+    def refused_in_text(self, status, pattern, *arguments, text=b""):
         """Expects the exit status, nothing on stdout, and one line on stderr with the pattern."""
         outcome = self.tool(*arguments, text=text)
         self.assertEqual(outcome.status, status, (outcome.out, outcome.err))
@@ -108,17 +116,23 @@ class ToolTest(unittest.TestCase):
         self.assertRegex(outcome.err.decode(errors="replace"), pattern)
         self.assertFalse(any(byte < 0x20 for byte in outcome.err[:-1]), outcome.err)
 
-    def refused_by(self, rule, *arguments, text=b"", status=INVALID, verdict="valid", **members):
-        """Expects that the rule refuses: by its name on stderr and, with --json, in a document on
-        stdout, whose other members match the patterns given."""
-        self.refused(status, f": {re.escape(rule)}: ", *arguments, text=text)
-        outcome = self.tool(*arguments, "--json", text=text)
+    def refused_in_json(self, status, *arguments, text=b""):
+        """The document that --json prints of a problem; it says what stderr says."""
+        # "--" ends the options.
+        end = arguments.index("--") if "--" in arguments else len(arguments)
+        outcome = self.tool(*arguments[:end], "--json", *arguments[end:], text=text)
         self.assertEqual(outcome.status, status, (outcome.out, outcome.err))
         document = json.loads(outcome.out)
         check_verdict(document)
-        reason = outcome.err.decode().removeprefix("bmcoauth: ").removesuffix("\n")
-        for name, value in ((verdict, False), ("rule", rule), ("reason", reason)):
-            self.assertEqual(document.pop(name), value)
+        self.assertEqual(document["verdict"], VERDICTS[status])
+        self.assertEqual(outcome.err.decode(), f"bmcoauth: {document['reason']}\n")
+        return document
+
+    def refused_by(self, rule, *arguments, text=b"", status=INVALID, **members):
+        """Expects that the rule refuses: by its name on stderr and, with --json, in a document on
+        stdout, whose other members match the patterns given."""
+        document = self.refused(status, f": {re.escape(rule)}: ", *arguments, text=text)
+        self.assertEqual(document["rule"], rule)
         for name, pattern in members.items():
             self.assertRegex(str(document[name]), f"^({pattern})$")
 

@@ -125,12 +125,12 @@ class CommandLine(ToolTest):
         self.assertEqual(self.good("json", "set", "a", "--value", "x", "doc.json"), '{"a":"x"}')
 
     def test_tells_when_its_output_cannot_be_written(self):
-        with open("/dev/full", "wb") as full:
-            run = subprocess.run(
-                [*support.TOOL, "error", "0"], stdout=full, stderr=subprocess.PIPE, check=False
-            )
-        self.assertEqual(run.returncode, FAILURE)
-        self.assertEqual(run.stderr, b"bmcoauth: cannot write to standard output\n")
+        # What is printed at once, and what is more than a stream keeps for later.
+        for verb in (["error", "0"], ["error", "0", "--description", "x" * 100_000], ["doctor"]):
+            with self.subTest(verb), open("/dev/full", "wb") as full:
+                run = subprocess.run([*support.TOOL, *verb], stdout=full, stderr=subprocess.PIPE, check=False)
+            self.assertEqual(run.returncode, FAILURE)
+            self.assertEqual(run.stderr, b"bmcoauth: cannot write standard output: No space left on device\n")
 
     def run_on(self, file, *arguments, **settings):
         return subprocess.run(
@@ -299,7 +299,7 @@ class JsonGet(ToolTest):
 
     def test_cuts_no_string(self):
         text = '{"a":"x\\u0000y"}'
-        self.refused(INVALID, '"a" holds a zero byte', "json", "get", "a", text=text)
+        self.refused_in_text(INVALID, '"a" holds a zero byte', "json", "get", "a", text=text)
         self.assertEqual(self.good("json", "get", "a", "--json", text=text), '"x\\u0000y"')
 
     def test_refuses_a_missing_member_and_null(self):
@@ -555,7 +555,7 @@ class Key(ToolTest):
         )
         self.assertEqual(
             self.good_json("key", "check", "key.pem", "--json"),
-            {"valid": True, "curve": "P-256", "mode": "0600", "owner": owner, "thumbprint": thumbprint},
+            {"verdict": "valid", "curve": "P-256", "mode": "0600", "owner": owner, "thumbprint": thumbprint},
         )
         os.chmod(self.directory / "key.pem", 0o640)
         self.assertIn("  mode        0640, lets others read it\n", self.good("key", "check", "key.pem"))

@@ -67,7 +67,7 @@ class Delegated(ToolTest):
         check_verdict(report)
         expected = {
             "verdict": "expired" if status == EXPIRED else "invalid",
-            "verified": verified,
+            "signature_verified": verified,
             "rule": rule,
             "reason": outcome.err.decode().removeprefix("bmcoauth: ").removesuffix("\n"),
         }
@@ -82,7 +82,7 @@ class Delegated(ToolTest):
                 self.judge(token, trust=[name]),
                 {
                     "verdict": "valid",
-                    "verified": True,
+                    "signature_verified": True,
                     "user": "admin",
                     "mask": 9,
                     "privileges": ["ravok_login", "ravok_clearlogs"],
@@ -93,7 +93,7 @@ class Delegated(ToolTest):
         token = self.token()
         names = ["issuer-public.pem", "other-public.pem", "other.jwk"]
         for trust in (names, names[::-1], [names[1], names[0], names[2]]):
-            self.assertTrue(self.judge(token, trust=trust)["verified"])
+            self.assertTrue(self.judge(token, trust=trust)["signature_verified"])
 
     def test_counts_roles(self):
         self.write("roles.json", {"operator": 0x102, "auditor": ["ravok_login", "ravok_testalerts"]})
@@ -115,7 +115,7 @@ class Delegated(ToolTest):
             "token", "delegated", "--trust", "issuer.jwk", text=self.token(scope=scope), warning=warning
         )
         self.assertEqual(
-            report, {"verdict": "valid", "verified": True, "user": "admin", "scopes": scope}
+            report, {"verdict": "valid", "signature_verified": True, "user": "admin", "scopes": scope}
         )
 
     def test_refuses_an_untrusted_key(self):
@@ -178,7 +178,7 @@ class Delegated(ToolTest):
     def test_takes_a_key_with_comments(self):
         key = (self.directory / "issuer.jwk").read_text().strip()
         self.write("commented.jwk", "/* ours */" + key[:-1] + " // for tests\n}")
-        self.assertTrue(self.judge(self.token(), trust=["commented.jwk"])["verified"])
+        self.assertTrue(self.judge(self.token(), trust=["commented.jwk"])["signature_verified"])
 
     def test_refuses_what_is_no_text(self):
         self.refuses_what_is_no_text("token", "delegated", "--trust", "issuer.jwk", "@")

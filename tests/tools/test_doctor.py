@@ -20,7 +20,7 @@ class Doctor(ToolTest):
         check_verdict(document)
         levels = {finding["level"] for finding in document["findings"]}
         worst = next(level for level in ("bad", "doubtful", "ok") if level in levels)
-        self.assertEqual((document["worst"], outcome.status), (worst, LEVELS[worst]))
+        self.assertEqual((document["verdict"], outcome.status), (worst, LEVELS[worst]))
         return {f["subject"]: (f["level"], f["text"]) for f in document["findings"]}
 
     def zone(self, name, offset):

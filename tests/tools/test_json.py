@@ -5,7 +5,7 @@ import json
 import unittest
 
 import support
-from support import INVALID, PKI_WARNING, ToolTest, base64url, claims, part, signed_token
+from support import FAILURE, INVALID, PKI_WARNING, USAGE, ToolTest, base64url, claims, part, signed_token
 
 
 class Json(ToolTest):
@@ -34,13 +34,15 @@ class Json(ToolTest):
     def test_schema_knows_nothing_else(self):
         for document in (
             {},
-            {"valid": "true"},
-            {"valid": True, "reason": "x"},
-            {"valid": False},
-            {"valid": False, "reason": "x", "extra": 1},
-            {"valid": True, "verified": True},
-            {"verdict": "perhaps", "verified": True},
-            {"worst": "ok"},
+            {"valid": True},
+            {"verdict": True},
+            {"verdict": "perhaps", "reason": "x"},
+            {"verdict": "valid", "reason": "x"},
+            {"verdict": "invalid"},
+            {"verdict": "invalid", "reason": "x", "extra": 1},
+            {"verdict": "usage", "reason": ""},
+            {"verdict": "ok"},
+            {"verdict": "valid", "findings": []},
         ):
             with self.subTest(document), self.assertRaises(support.jsonschema.ValidationError):
                 support.check_verdict(document)
@@ -51,13 +53,32 @@ class Json(ToolTest):
             document = json.loads(outcome.out)
             support.check_verdict(document)
             reason = outcome.err.decode().removeprefix("bmcoauth: ").removesuffix("\n")
-            self.assertEqual((outcome.status, document), (INVALID, {"valid": False, "reason": reason}))
-        # Nothing was judged.
-        self.assertEqual(self.tool("token", "inspect", "missing", "--json").out, b"")
+            self.assertEqual((outcome.status, document), (INVALID, {"verdict": "invalid", "reason": reason}))
+
+    def test_of_what_could_not_be_judged(self):
+        for status, reason, words in (
+            (FAILURE, "cannot read missing: No such file or directory", "token inspect missing"),
+            (USAGE, "CODE is required (see bmcoauth error --help)", "error"),
+            (USAGE, "there is no command tokne: did you mean token? (see bmcoauth --help)", "tokne issue"),
+            (USAGE, "there is no option --kye: did you mean --key? (see bmcoauth token issue --help)", "token issue --kye k"),
+        ):
+            verdict = support.VERDICTS[status]
+            found = self.refused_in_json(status, *words.split())
+            self.assertEqual(found, {"verdict": verdict, "reason": reason})
+
+    def test_of_a_problem_is_asked_for_by_an_option(self):
+        # An argument that looks like it is none.
+        self.assertEqual(self.tool("error", "--", "--json").out, b"")
+
+    def test_of_a_problem_is_json_whatever_the_argument(self):
+        # Not UTF-8, and control characters.
+        outcome = self.tool("error", b"\xff\x1b\n".decode(errors="surrogateescape"), "--json")
+        self.assertEqual(outcome.status, USAGE)
+        self.assertIn("no error has the code \ufffd??: ", json.loads(outcome.out)["reason"])
 
     def test_of_a_key(self):
         self.assertEqual(self.good_json("key", "generate", "--json", "key.pem"), {"file": "key.pem"})
-        self.assertTrue(self.good_json("key", "check", "--json", "key.pem")["valid"])
+        self.assertTrue(self.good_json("key", "check", "--json", "key.pem")["verdict"] == "valid")
         self.write("none.pem", "")
         self.refused_by("key.encoding", "key", "check", "none.pem")
 
@@ -69,6 +90,13 @@ class Json(ToolTest):
             warning="nothing was verified; anybody can write such a token",
         )
         self.assertEqual(document, {"header": header, "claims": payload})
+
+    def test_of_a_verified_token(self):
+        self.key()
+        payload = claims()
+        token = signed_token(self, "key.pem", payload)
+        verified = self.good_verdict("token", "verify", "--key", "key.pem", text=token)
+        self.assertEqual(verified, {"verdict": "valid", "claims": payload})
 
     def test_of_a_list_of_keys(self):
         point = {"x": base64url(b"\1" * 32), "y": base64url(b"\2" * 32)}
@@ -94,7 +122,7 @@ class Json(ToolTest):
             self.assertTrue((self.directory / name).exists())
         self.assertEqual(
             self.good_json("cert", "check", "--json", "pki/a-chain.pem"),
-            {"valid": True, "certificates": 3, "common_name": "a"},
+            {"verdict": "valid", "certificates": 3, "common_name": "a"},
         )
         iv = self.good_json("ecies", "iv", "--json")["iv"]
         self.assertRegex(iv, "^[0-9A-F]{32}$")
@@ -105,7 +133,7 @@ class Json(ToolTest):
         self.install_roots()
         self.assertEqual(
             self.good_json("cert", "chain", "--json", "pki/a-chain.pem"),
-            {"verified": True, "certificates": 3},
+            {"verdict": "valid", "certificates": 3, "chain_verified": True},
         )
 
     def test_of_a_handshake(self):
@@ -115,7 +143,7 @@ class Json(ToolTest):
         response = self.good("handshake", "respond", *both)
         self.assertEqual(
             self.good_json("handshake", "check", *both, "--json", text=response),
-            {"accepted": True, "chain_verified": False, "proofs": 1, "types": 1},
+            {"verdict": "valid", "chain_verified": False, "proofs": 1, "types": 1},
         )
 
     def test_of_a_member(self):
@@ -123,8 +151,4 @@ class Json(ToolTest):
             self.assertEqual(self.good("json", "get", "--json", "a", text=text), printed)
 
     def test_changes_nothing_that_is_json_already(self):
-        self.key()
-        token = signed_token(self, "key.pem", claims())
-        verify = ["token", "verify", "--key", "key.pem"]
-        self.assertEqual(self.good(*verify, "--json", text=token), self.good(*verify, text=token))
         self.assertEqual(self.good("error", "--json", "2"), '{"error":"invalid_request"}')

@@ -15,7 +15,7 @@ namespace
 
 constexpr const char* x5c = "x5c";
 
-/** The certificates in the PEM text @p text, without the texts around them: a comment before a
+/** The certificates in the PEM text @p text, without the text around them: a comment before a
  *  certificate or a carriage return would become a part of it. Stops the command where one has no
  *  end: without it, the one before would pass for the last, which is the one that is verified. */
 std::vector<std::string> certificatesIn(std::string text, const std::string& path)
@@ -95,11 +95,11 @@ std::size_t sizeOf(const CertificateKey& key)
     return valuesOf(key.parameters(), x5c).size();
 }
 
-void requireSameEnds(const CertificateKey& key, const std::string& path, const char* verdict)
+void requireSameEnds(const CertificateKey& key, const std::string& path)
 {
     if (const Expected<void> same = key.firstIsLast(); !same)
     {
-        refuse("the chain in " + nameOf(path) + " is refused", reasonOf(same.error()), verdict);
+        refuse("the chain in " + nameOf(path) + " is refused", reasonOf(same.error()));
     }
 }
 

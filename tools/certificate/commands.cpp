@@ -20,6 +20,15 @@ void encode(const EncodeOptions& options)
     printJson(documentOf(readCertificateKey(options.path)));
 }
 
+/** How messages call the certificate at @p place, "first" or "last", of the chain @p key in @p path. */
+std::string named(const std::string& place, const CertificateKey& key, const std::string& path)
+{
+    const std::size_t size = sizeOf(key);
+    return "the " +
+           (size == 1 ? "certificate" : place + " of " + std::to_string(size) + " certificates") +
+           " in " + nameOf(path);
+}
+
 struct CheckOptions
 {
     std::string path;
@@ -30,19 +39,18 @@ struct CheckOptions
 void check(const CheckOptions& options)
 {
     const CertificateKey key = readCertificateKey(options.path);
-    requireSameEnds(key, options.path, "valid");
+    requireSameEnds(key, options.path);
     const Text pem = orStop(key.pem(), nameOf(options.path) + " is refused", Exit::invalid);
-    const std::string which =
-        "the first of " + std::to_string(sizeOf(key)) + " certificates in " + nameOf(options.path);
-    if (const Expected<void> named = isCertificate(pem, options.name); !named)
+    const std::string which = named("first", key, options.path);
+    if (const Expected<void> right = isCertificate(pem, options.name); !right)
     {
-        refuse(which + " is refused", reasonOf(named.error()));
+        refuse(which + " is refused", reasonOf(right.error()));
     }
     const Expected<Text> name = commonName(pem);
     if (options.json)
     {
         Json::Value document;
-        document["valid"] = true;
+        document["verdict"] = "valid";
         document["certificates"] = static_cast<Json::UInt64>(sizeOf(key));
         if (name)
         {
@@ -64,12 +72,11 @@ struct ChainOptions
 void checkChain(const ChainOptions& options)
 {
     const CertificateKey key = readCertificateKey(options.path);
-    requireSameEnds(key, options.path, "verified");
-    const std::string chain =
-        "the last of " + std::to_string(sizeOf(key)) + " certificates in " + nameOf(options.path);
+    requireSameEnds(key, options.path);
+    const std::string chain = named("last", key, options.path);
     if (const Expected<void> verified = key.verifyChain(); !verified)
     {
-        refuse(chain + " is refused", reasonOf(verified.error()), "verified");
+        refuse(chain + " is refused", reasonOf(verified.error()));
     }
     if (!options.json)
     {
@@ -77,8 +84,9 @@ void checkChain(const ChainOptions& options)
         return;
     }
     Json::Value document;
-    document["verified"] = true;
+    document["verdict"] = "valid";
     document["certificates"] = static_cast<Json::UInt64>(sizeOf(key));
+    document["chain_verified"] = true;
     printJson(document);
 }
 

@@ -18,7 +18,7 @@ namespace
 
 using ExtensionPtr = std::unique_ptr<X509_EXTENSION, Releaser<X509_EXTENSION_free>>;
 
-/** What tells these certificates from those of a factory. */
+/** Distinguishes these certificates from those of a factory. */
 constexpr const char* organization = "DEVELOPMENT ONLY, no factory";
 
 // Chains are judged as of 1 January 2035, so that day must be inside; TLS judges as of today.

@@ -9,8 +9,8 @@
 namespace bmcoauth::tool
 {
 
-/** The seconds since the epoch by which the library judges, at the instant @p time: its clock goes
- *  by way of local time, so that it may be off if the zone has changed since 1970. Nothing when there is no such date. */
+/** The library's clock at @p time, in seconds since the epoch. It is computed through local time,
+ *  and may be off if the zone's offset has changed since 1970. Nothing if @p time has no date. */
 [[nodiscard]] std::optional<std::uint64_t> librarySeconds(std::time_t time);
 
 /** The date of seconds that make none. */

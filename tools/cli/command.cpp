@@ -25,7 +25,7 @@ namespace
 {
 
 constexpr const char* jsonFlag = "--json";
-constexpr const char* jsonHelp = "Print the result as JSON";
+constexpr const char* jsonHelp = "Print the result, or the problem, as JSON";
 
 /** One line of what CLI11 has to say. */
 std::string firstLine(const std::string& text)
@@ -183,7 +183,7 @@ void fill(CLI::App& app)
                "  3  a token, key, certificate, handshake or document is refused\n"
                "  4  a token has expired\n"
                "  6  doctor found something doubtful\n\n"
-               "bmcoauth COMMAND --help tells more about a command.");
+               "bmcoauth COMMAND --help explains a command.");
     addCommands(Command{app});
 }
 
@@ -198,12 +198,6 @@ const CLI::App& commandRead(const CLI::App& app)
         read = read->get_subcommands().front();
     }
     return *read;
-}
-
-bool asksForJson(const CLI::App& command)
-{
-    const CLI::Option* const flag = command.get_option_no_throw(jsonFlag);
-    return flag != nullptr && flag->count() > 0;
 }
 
 /** The message for @p error, found while @p command was read. */
@@ -231,7 +225,7 @@ std::string complaint(const CommandDescription& command, const std::vector<std::
            (near.empty() ? "" : ": did you mean " + CLI::detail::join(near, " or ") + "?");
 }
 
-/** Says on stderr what is wrong with a command line that @p app refuses. */
+/** Ends the command: @p app refuses the command line with @p error. */
 int refuseLine(const CLI::App& app, const CLI::ParseError& error)
 {
     const CommandDescription command = describe(commandRead(app));
@@ -359,31 +353,9 @@ int runCommandLine(int argc, char** argv)
         app.parse(argc, argv);
         return static_cast<int>(Exit::success);
     }
-    catch (const Refused& refused)
+    catch (const Quiet& quiet)
     {
-        if (asksForJson(commandRead(app)))
-        {
-            printJson(refused.document);
-            std::cout.flush();
-        }
-        throw;
-    }
-    catch (const Reported&)
-    {
-        throw;
-    }
-    catch (const Stop& stop)
-    {
-        // Something is refused by no rule: it is not what it should be at all.
-        if (stop.status() == Exit::invalid && asksForJson(commandRead(app)))
-        {
-            Json::Value document;
-            document["valid"] = false;
-            document["reason"] = stop.what();
-            printJson(document);
-            std::cout.flush();
-        }
-        throw;
+        return static_cast<int>(quiet.status());
     }
     catch (const CLI::Success& asked)
     {
@@ -393,6 +365,14 @@ int runCommandLine(int argc, char** argv)
     {
         return refuseLine(app, error);
     }
+}
+
+bool asksForJson(int argc, char** argv)
+{
+    // CLI11 stops at the first mistake. Only arguments follow "--".
+    const std::vector<std::string_view> words{argv, argv + argc};
+    const auto end = std::ranges::find(words, "--");
+    return std::find(words.begin(), end, jsonFlag) != end;
 }
 
 CommandDescription describeTool()

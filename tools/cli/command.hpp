@@ -28,7 +28,7 @@ enum class Exit : int
     usage = 2,    /**< the command line is wrong, or lacks something that is needed */
     invalid = 3,  /**< a token, key, certificate, handshake or document is refused */
     expired = 4,  /**< a token's time is over */
-    doubtful = 6, /**< nothing is wrong, but something is not as it should be */
+    doubtful = 6, /**< nothing is bad, but something is doubtful */
 };
 
 /** Ends the command: the message goes to stderr in one line, the status to the shell. */
@@ -84,7 +84,7 @@ public:
     [[nodiscard]] Command verb(const std::string& name, const std::string& description,
                                const std::string& example, const std::string& notes = "") const;
 
-    /** A verb that no help mentions, for those who build and install the tool. */
+    /** A verb that no help mentions: the build and the installation of the tool call it. */
     [[nodiscard]] Command hiddenVerb(const std::string& name) const;
 
     /** Has the verb run @p action, on options that live as long as the command line. */
@@ -108,8 +108,8 @@ public:
                   const std::string& help) const;
     void flag(const std::string& name, bool& value, const std::string& help) const;
 
-    /** The flag --json, which every verb has: @p value tells whether it was given. Verbs that do not
-     *  ask always print JSON, or nothing. */
+    /** The flag --json, which every verb has: sets @p value if it is given. Verbs without a call of
+     *  this always print JSON, or nothing. */
     void json(bool& value) const;
 
     /** A required option, or argument, that takes one of @p choices; declared without a value. */
@@ -130,9 +130,12 @@ private:
     std::string listedUnder = "Commands";
 };
 
-/** Reads the command line and runs what it says. Gives the exit status; what is wrong with the
- *  command line is a Stop. */
+/** Reads the command line and runs what it says. Returns the exit status; a mistake in the command
+ *  line is a Stop. */
 int runCommandLine(int argc, char** argv);
+
+/** Whether the command line asks for JSON, also if it is wrong otherwise. */
+[[nodiscard]] bool asksForJson(int argc, char** argv);
 
 /** Adds every command of the tool. */
 void addCommands(const Command& root);

@@ -27,7 +27,7 @@ void stopFor(const Error& error, const std::string& message, Exit status)
     {
         throw std::bad_alloc{};
     }
-    refuse(message, reasonOf(error), "valid", status);
+    refuse(message, reasonOf(error), status);
 }
 
 std::string nameOf(const std::string& path)
@@ -240,9 +240,35 @@ Json::Value readObject(const std::string& path)
     return std::move(*document);
 }
 
+namespace
+{
+
+/** Stops the command if the last call of std::cout, which has set errno, has failed. */
+void requireWritten()
+{
+    if (!std::cout)
+    {
+        stopWriting("standard output", errno);
+    }
+}
+
+} // namespace
+
+void printBytes(std::string_view bytes)
+{
+    std::cout << bytes;
+    requireWritten();
+}
+
+void flushOutput()
+{
+    std::cout.flush();
+    requireWritten();
+}
+
 void print(std::string_view text)
 {
-    std::cout << text << '\n';
+    printBytes(std::string{text} + '\n');
 }
 
 void print(const Text& text)

@@ -64,7 +64,7 @@ void requireReadable(const std::string& path);
  *  permissions tell. */
 void requireWritable(const std::string& path);
 
-/** @p text as it is, or as a JSON string if a terminal might obey a part of it. */
+/** @p text as it is, or as a JSON string if it holds more than printable ASCII characters. */
 [[nodiscard]] std::string shown(std::string_view text);
 
 /** The whole of the file @p path, or of standard input for "-"; a stop when it cannot be read. */
@@ -73,13 +73,13 @@ void requireWritable(const std::string& path);
 /** readBytes of a text: a stop when there is a zero byte, which no text of the library holds. */
 [[nodiscard]] std::string readText(const std::string& path);
 
-/** readText without the white space at its end, for what is a single word. */
+/** readText without the white space at its end, for a file that holds a single word. */
 [[nodiscard]] std::string readWord(const std::string& path);
 
-/** The bytes that the Base64url text @p text stands for; nothing if it stands for none. */
+/** The bytes of the Base64url text @p text; nothing if it is malformed. */
 [[nodiscard]] std::optional<std::string> decodedBase64Url(std::string_view text);
 
-/** What an option was given, each to be borrowed for a call. */
+/** Views of @p texts, to pass the values of an option to a call. */
 [[nodiscard]] std::vector<std::string_view> viewsOf(const std::vector<std::string>& texts);
 std::vector<std::string_view> viewsOf(std::vector<std::string>&& texts) = delete;
 
@@ -89,14 +89,19 @@ std::vector<std::string_view> viewsOf(std::vector<std::string>&& texts) = delete
 /** @p bytes in Base64url. */
 [[nodiscard]] std::string encodedBase64Url(std::string_view bytes);
 
-/** The JSON object in @p text, as the library's readers take it; nothing if there is none. Zero
- *  bytes do not end it. Its comments are dropped: they would be written again, with the control
- *  characters that are escaped everywhere else, and behind one that begins with // no document goes
- *  on. */
+/** The JSON object in @p text, as the library's readers take one; nothing if it is not one. Zero
+ *  bytes do not end it. Drops its comments: jsoncpp would write them again, with their control
+ *  characters, and the rest of a line after // would be lost. */
 [[nodiscard]] std::optional<Json::Value> parsedObject(std::string_view text);
 
 /** Reads the JSON object @p path, or stops the command. */
 [[nodiscard]] Json::Value readObject(const std::string& path);
+
+/** Prints @p bytes on standard output; stops the command if they cannot be written. */
+void printBytes(std::string_view bytes);
+
+/** Writes what was printed; stops the command if that fails. */
+void flushOutput();
 
 /** Prints @p text and a line feed on standard output. */
 void print(std::string_view text);

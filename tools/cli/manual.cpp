@@ -150,7 +150,7 @@ std::string verbPage(const CommandDescription& verb)
     }
     text += options(verb.options);
     return text + example(verb.example) + section("SEE ALSO") + bold("bmcoauth") +
-           "(1), which tells what the exit status means.\n";
+           "(1), which lists the exit statuses.\n";
 }
 
 std::string toolPage(const CommandDescription& tool)

@@ -20,7 +20,7 @@ struct OptionDescription
     bool common = false; /**< every verb has it */
 };
 
-/** A command as its help tells it; moved, never copied, since it holds others of its kind. */
+/** A command as its help describes it. Is moved, never copied, since it holds others of its kind. */
 struct CommandDescription
 {
     CommandDescription() = default;

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iostream>
 
 namespace bmcoauth::tool
 {
@@ -23,10 +22,10 @@ void printCompletion(const CompletionOptions& options)
     const CommandDescription tool = describeTool();
     if (options.shell == "bash")
     {
-        std::cout << bashCompletion(tool);
+        printBytes(bashCompletion(tool));
         return;
     }
-    std::cout << (options.shell == "fish" ? fishCompletion(tool) : zshCompletion(tool));
+    printBytes(options.shell == "fish" ? fishCompletion(tool) : zshCompletion(tool));
 }
 
 struct ManualOptions
@@ -47,7 +46,7 @@ void writePage(const std::string& file, const std::string& page)
     }
 }
 
-/** Writes the pages that are asked for, which must be all: who builds the tool lists them. */
+/** Writes the pages that the build lists, which must be all. */
 void writeManual(const ManualOptions& options)
 {
     const CommandDescription tool = describeTool();
@@ -64,7 +63,7 @@ void writeManual(const ManualOptions& options)
     }
     if (options.pages.size() != described.size())
     {
-        throw Stop{Exit::usage, "pages are asked for of which there is no verb"};
+        throw Stop{Exit::usage, "the list has pages of unknown verbs"};
     }
 }
 

@@ -61,7 +61,7 @@ constexpr auto wordings = std::to_array<Wording>({
     {BMCOAUTH_RULE_CERTIFICATE_MISSING, "there is no certificate"},
     {BMCOAUTH_RULE_CERTIFICATE_ENCODING, "the text is not a certificate"},
     {BMCOAUTH_RULE_CERTIFICATE_NAME, "the common name is another one, or absent",
-     "case does not count; a name longer than 17 bytes never matches"},
+     "names are compared regardless of case; a name longer than 17 bytes never matches"},
     {BMCOAUTH_RULE_CERTIFICATE_NAME_EMPTY, "the common name is empty"},
 
     {BMCOAUTH_RULE_CHAIN_ROOT_MISSING, "a factory root cannot be opened, or holds no certificate",
@@ -144,15 +144,15 @@ constexpr auto wordings = std::to_array<Wording>({
                                  "long"},
 });
 
-/** Whether @p rule tells of the machine: memory, the random device, the clock, a file. Without the
- *  factory roots nothing is judged either. */
+/** Whether @p rule means that the machine failed: memory, the random device, the clock, a file.
+ *  Without the factory roots nothing is judged either. */
 bool isOfTheMachine(int rule)
 {
     return (rule >= BMCOAUTH_RULE_MEMORY_EXHAUSTED && rule <= BMCOAUTH_RULE_FILE_UNWRITABLE) ||
            rule == BMCOAUTH_RULE_CHAIN_ROOT_MISSING;
 }
 
-/** What @p reason tells besides the rule. */
+/** The members of @p reason besides the rule, as a text. */
 std::string detailsOf(const Reason& reason)
 {
     std::string details;
@@ -237,23 +237,25 @@ void describe(const Reason& reason, Json::Value& document)
     }
 }
 
-Refused::Refused(Exit status, const std::string& message, Json::Value refusal)
-    : Stop{status, message}, document{std::move(refusal)}
+Refused::Refused(Exit status, const std::string& message, Json::Value found, bool printed)
+    : Stop{status, message}, members{std::move(found)}, alwaysPrinted{printed}
 {
-    document["reason"] = message;
 }
 
-void refuse(const std::string& what, const Reason& reason, const char* verdict, Exit status)
+void refuse(const std::string& what, const Reason& reason, Exit status)
 {
-    const std::string message = what + ": " + lineOf(reason);
-    if (reason.machine)
-    {
-        throw Stop{Exit::failure, message};
-    }
-    Json::Value document;
-    document[verdict] = false;
-    describe(reason, document);
-    throw Refused{status, message, std::move(document)};
+    Json::Value members;
+    describe(reason, members);
+    throw Refused{reason.machine ? Exit::failure : status, what + ": " + lineOf(reason),
+                  std::move(members)};
+}
+
+Json::Value problemDocument(Exit status, const std::string& reason, Json::Value members)
+{
+    constexpr std::array<const char*, 5> verdicts{"valid", "failed", "usage", "invalid", "expired"};
+    members["verdict"] = verdicts.at(static_cast<std::size_t>(status));
+    members["reason"] = reason;
+    return members;
 }
 
 } // namespace bmcoauth::tool

@@ -20,7 +20,7 @@ struct Reason
     std::string rule;
     std::string sentence;
     std::string hint = {};    /**< what to do about it; often empty */
-    std::string subject = {}; /**< the member, file or parameter; empty where there is one only */
+    std::string subject = {}; /**< the member, file or parameter; empty if there is only one */
     std::string saw = {};
     std::string wanted = {};
     int index = -1;       /**< which key, certificate or proof, from 0 */
@@ -39,25 +39,24 @@ struct Reason
  *  "wanted". */
 void describe(const Reason& reason, Json::Value& document);
 
-/** Ends the command, as Stop does: something is refused. With --json, `document` is printed, too. */
+/** Ends the command, as Stop does. The document of the problem has @p found as further members. */
 class Refused : public Stop
 {
 public:
-    Refused(Exit status, const std::string& message, Json::Value refusal);
+    Refused(Exit status, const std::string& message, Json::Value found, bool printed = false);
 
-    Json::Value document;
+    Json::Value members;
+    bool alwaysPrinted; /**< the document is printed without --json, too */
 };
 
-/** Ends the command, as Stop does: its document is printed already. */
-class Reported : public Stop
-{
-public:
-    using Stop::Stop;
-};
-
-/** Ends the command: @p what, such as "the token is refused", for @p reason. With --json, the member
- *  @p verdict of the document is false. The status is Exit::failure if the machine failed. */
+/** Ends the command: @p what, such as "the token is refused", for @p reason. The status is
+ *  Exit::failure if the machine failed. */
 [[noreturn]] void refuse(const std::string& what, const Reason& reason,
-                         const char* verdict = "valid", Exit status = Exit::invalid);
+                         Exit status = Exit::invalid);
+
+/** What --json prints of a command that ends with @p status because of @p reason: "verdict",
+ *  "reason" and @p members. */
+[[nodiscard]] Json::Value problemDocument(Exit status, const std::string& reason,
+                                          Json::Value members);
 
 } // namespace bmcoauth::tool

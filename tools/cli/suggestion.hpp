@@ -9,8 +9,8 @@
 namespace bmcoauth::tool
 {
 
-/** The options and commands below @p command, as they are typed behind it, that somebody may have
- *  meant who typed @p word. */
+/** The options and commands below @p command, as they are typed after it, that @p word may be a
+ *  slip of. */
 [[nodiscard]] std::vector<std::string> meant(const std::string& word,
                                              const CommandDescription& command);
 

@@ -9,8 +9,8 @@
 namespace bmcoauth::tool
 {
 
-/** What was found out about one thing that the library depends on: Exit::success for nothing to
- *  worry about, Exit::doubtful, or Exit::invalid for what will not work. */
+/** The state of one thing that the library depends on: Exit::success, Exit::doubtful, or
+ *  Exit::invalid if something will not work. */
 struct Finding
 {
     Exit level = Exit::success;

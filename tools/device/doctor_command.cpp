@@ -82,7 +82,7 @@ void examine(const Options& options)
                   padded(finding.subject, 18) + harmless(finding.text));
         }
     }
-    document["worst"] = levelName(worst);
+    document["verdict"] = levelName(worst);
     if (options.json)
     {
         printJson(document);

@@ -18,7 +18,7 @@ constexpr const char* responseMember = "handshake_response";
 /** The server's challenge for a client that supports @p types, or a stop. */
 [[nodiscard]] ParameterList challengeFor(TextSpan types, std::uint32_t mode);
 
-/** What @p read makes of the file @p path; nothing without one, since not every challenge asks for
+/** The result of @p read for the file @p path; nothing without one, since not every challenge asks for
  *  everything. */
 template <typename Material>
 [[nodiscard]] std::optional<Material> ifGiven(const std::string& path,

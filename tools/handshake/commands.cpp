@@ -76,25 +76,22 @@ struct CheckOptions
     bool json = false;
 };
 
-/** The member of the result that is the verdict. */
-constexpr const char* accepted = "accepted";
-
 void checkCertificate(const CertificateKey* certificate, const CheckOptions& options)
 {
     if (certificate == nullptr)
     {
         throw Stop{Exit::usage, "--chain needs --certificate"};
     }
-    requireSameEnds(*certificate, options.certificate, accepted);
+    requireSameEnds(*certificate, options.certificate);
     if (const Expected<void> valid = certificate->isValid(options.name); !valid)
     {
         refuse("the certificate in " + nameOf(options.certificate) + " is refused",
-               reasonOf(valid.error()), accepted);
+               reasonOf(valid.error()));
     }
 }
 
-/** What @p response does not prove of what @p challenge asks for, although validateHandshakeResponse
- *  may accept it. */
+/** Why @p response does not answer all of @p challenge, although validateHandshakeResponse may
+ *  accept it; nothing if it does. */
 std::optional<Reason> missingProof(const ParameterList& challenge, const ParameterList& response)
 {
     const std::vector<std::string> types = valuesOf(challenge, "T");
@@ -140,7 +137,7 @@ void checkProofs(const ParameterList& asked, const ParameterList& response,
     if (!verdict)
     {
         refuse("the response is refused",
-               missing && !options.asTheLibrary ? *missing : reasonOf(verdict.error()), accepted);
+               missing && !options.asTheLibrary ? *missing : reasonOf(verdict.error()));
     }
     if (missing)
     {
@@ -168,7 +165,7 @@ void check(const CheckOptions& options)
         return;
     }
     Json::Value document;
-    document[accepted] = true;
+    document["verdict"] = "valid";
     document["chain_verified"] = options.chain;
     document["proofs"] = static_cast<Json::UInt64>(valuesOf(response, "R").size());
     document["types"] = static_cast<Json::UInt64>(valuesOf(asked, "T").size());
@@ -311,7 +308,7 @@ void addHandshakeCommands(const Command& root)
                                           "handshake attach --sealed sealed.json response.json");
     AttachOptions& attachOptions = attachVerb.runs(attach);
     attachVerb.option("FILE", attachOptions.path, "Handshake response");
-    attachVerb.required("--sealed FILE", attachOptions.sealed, "What ecies seal printed");
+    attachVerb.required("--sealed FILE", attachOptions.sealed, "Output of ecies seal");
 }
 
 } // namespace bmcoauth::tool

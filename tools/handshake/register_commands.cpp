@@ -217,7 +217,7 @@ void addRegisterCommands(const Command& root)
     responseVerb.option("--handshake-response FILE", response.handshakeResponse,
                         "The server's answer to the client's challenge");
     responseVerb.option("--sealed FILE", response.sealed,
-                        "What ecies seal printed: its ciphertext becomes ssl_cert_cryptex");
+                        "Output of ecies seal: its ciphertext becomes ssl_cert_cryptex");
 
     const Command answerVerb =
         group.verb("answer", "Print the fields of an OpenID Connect registration endpoint's answer",

@@ -45,7 +45,7 @@ void check(const Options& options)
     }
     const AnyKey key = readKeyOfAnyCurve(options.path);
     Json::Value document;
-    document["valid"] = true;
+    document["verdict"] = "valid";
     document["curve"] = curveNameOf(key);
     document["mode"] = modeOf(options.path);
     document["owner"] = ownerOf(options.path);

@@ -8,8 +8,6 @@
 
 #include <unistd.h>
 
-#include <iostream>
-
 namespace bmcoauth::tool
 {
 
@@ -73,7 +71,7 @@ void put(const std::string& bytes, const AnyKey& key, const ConvertOptions& opti
     {
         throw Stop{Exit::usage, "DER bytes are not for a terminal: give --out FILE"};
     }
-    std::cout << bytes;
+    printBytes(bytes);
 }
 
 void convert(const ConvertOptions& options)

@@ -163,6 +163,7 @@ struct VerifyOptions
 {
     std::string path = "-";
     std::string key;
+    bool json = false;
 };
 
 void verify(const VerifyOptions& options)
@@ -176,12 +177,21 @@ void verify(const VerifyOptions& options)
         {
             // The library looks at the time before it looks at the signature.
             refuse("the token has expired, its signature was not looked at", reasonOf(*refusal),
-                   "valid", Exit::expired);
+                   Exit::expired);
         }
         refuse("the token is refused", reasonOf(*refusal));
     }
     // All of them: the records keep those that the library looks at.
-    printJson(claimsOf(token));
+    const Json::Value claims = claimsOf(token);
+    if (!options.json)
+    {
+        printJson(claims);
+        return;
+    }
+    Json::Value document;
+    document["verdict"] = "valid";
+    document["claims"] = claims;
+    printJson(document);
 }
 
 } // namespace
@@ -221,6 +231,7 @@ void addTokenCommands(const Command& root)
     VerifyOptions& verifyOptions = verifyVerb.runs(verify);
     verifyVerb.option("FILE", verifyOptions.path, "Token, or response document with access_token");
     verifyVerb.required("--key FILE", verifyOptions.key, "Key that signed the token");
+    verifyVerb.json(verifyOptions.json);
 
     addTokenConversion(group);
     addDelegatedCommand(group);

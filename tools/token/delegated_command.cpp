@@ -21,7 +21,7 @@ struct Options
     std::uint32_t skewSeconds = 0;
 };
 
-/** What the JSON value @p rights grants, in the file called @p file. */
+/** The privileges that the JSON value @p rights of the file @p file grants. */
 Privileges privilegesOf(const Json::Value& rights, const std::string& file)
 {
     if (rights.isUInt() && rights.asUInt() < 1U << privilegeCount)
@@ -40,17 +40,16 @@ Privileges privilegesOf(const Json::Value& rights, const std::string& file)
             right.isString() ? privilegeNamed(right.asString()) : std::nullopt;
         if (!one)
         {
-            throw Stop{Exit::invalid, file +
-                                          " names a privilege that there is not (see bmcoauth "
-                                          "privileges): " +
-                                          textOf(right)};
+            throw Stop{
+                Exit::invalid,
+                file + " names an unknown privilege (see bmcoauth privileges): " + textOf(right)};
         }
         granted = granted | *one;
     }
     return granted;
 }
 
-/** What a valid token says of its user. */
+/** Adds the user of a valid token, and the user's rights, to @p report. */
 void describe(const VerifiedToken& valid, const std::string& token, Json::Value& report)
 {
     if (const std::optional<std::string_view> user = valid.claims().subject())
@@ -72,7 +71,7 @@ void describe(const VerifiedToken& valid, const std::string& token, Json::Value&
     }
 }
 
-/** What a refused token claims is nobody's rights: it is not shown. */
+/** Does not show the claims of a refused token: nobody has these rights. */
 [[noreturn]] void refuseToken(const Verdict& verdict)
 {
     const Reason reason = reasonOf(*verdict.refusal());
@@ -81,13 +80,10 @@ void describe(const VerifiedToken& valid, const std::string& token, Json::Value&
                                          : "the token is refused: ") +
                                 lineOf(reason);
     Json::Value report;
-    report["verdict"] = expired ? "expired" : "invalid";
-    report["verified"] = verdict.hasTrustedSignature();
+    report["signature_verified"] = verdict.hasTrustedSignature();
     describe(reason, report);
-    report["reason"] = message;
-    printJson(report);
     const Exit refused = expired ? Exit::expired : Exit::invalid;
-    throw Reported{reason.machine ? Exit::failure : refused, message};
+    throw Refused{reason.machine ? Exit::failure : refused, message, std::move(report), true};
 }
 
 void judgeToken(const Options& options)
@@ -118,7 +114,7 @@ void judgeToken(const Options& options)
     }
     Json::Value report;
     report["verdict"] = "valid";
-    report["verified"] = true;
+    report["signature_verified"] = true;
     describe(*valid, token, report);
     printJson(report);
 }

@@ -19,7 +19,7 @@ struct TokenParts
     std::string payload;
     std::string signature;
 
-    /** The signed text: the first two parts of the token, undecoded. */
+    /** The signed text: the first two parts, unchanged. */
     [[nodiscard]] std::string signingInput() const
     {
         return header + "." + payload;

@@ -86,7 +86,7 @@ Verdict judgeByAll(const std::string& token, const std::vector<std::string>& key
             return verdict;
         }
     }
-    // No key verifies: what the library says of all of them together tells more.
+    // No key verifies: the refusal for all of them together says more.
     return judge(token, all, rules);
 }
 

@@ -9,8 +9,8 @@
 namespace bmcoauth::tool
 {
 
-/** The keys in the files @p paths, JSON Web Keys or PEM texts, as the library takes them. A key
- *  that cannot be imported is left out of a set, where other keys are usual, and refused alone. */
+/** The keys in the files @p paths, JSON Web Keys or PEM texts, as the library takes them. A key that
+ *  cannot be imported is skipped in a set, where keys of other kinds are usual, and refused if it is alone. */
 [[nodiscard]] std::vector<std::string> trustedKeys(const std::vector<std::string>& paths);
 
 /** Judges by one key after the other, of which there is one at least. In one list the outcome would
