@@ -9,7 +9,7 @@ import stat
 import shutil
 import subprocess
 
-from support import INVALID, PKI_WARNING, USAGE, ToolTest, altered
+from support import INVALID, PKI_WARNING, SUCCESS, USAGE, ToolTest, altered
 
 CERTIFICATE_TYPE = "software_id_cert-1.0"
 TYPES = ["--type", "otp1.0", "--type", CERTIFICATE_TYPE]
@@ -430,12 +430,15 @@ class Ecies(ToolTest):
         self.assertEqual(sorted(json.loads(sealed)), ["ciphertext", "iv", "mac"])
         opened = self.good(*self.OPEN, text=sealed)
         self.assertRegex(opened, r"^hello\nworld\n[A-Za-z0-9+/=]{16}$")
-        self.assertEqual(self.good(*self.OPEN, "--data-only", text=sealed), "hello\nworld")
 
-    def test_data_that_ends_with_a_line_feed_comes_back_the_same(self):
-        pem = (self.directory / "pki/a.pem").read_text()
-        sealed = self.good(*self.SEAL, "pki/a.pem")
-        self.assertEqual(self.good(*self.OPEN, "--data-only", text=sealed) + "\n", pem)
+    def data(self, envelope):
+        outcome = self.tool(*self.OPEN, "--data-only", text=envelope)
+        self.assertEqual((outcome.status, outcome.err), (SUCCESS, b""))
+        return outcome.out.decode()
+
+    def test_data_comes_back_the_same_byte_for_byte(self):
+        for data in ("hello\nworld", (self.directory / "pki/a.pem").read_text(), "\n"):
+            self.assertEqual(self.data(self.good(*self.SEAL, text=data)), data)
 
     def test_takes_an_iv(self):
         iv = "00112233445566778899aabbccddeeff"
@@ -463,13 +466,13 @@ class Ecies(ToolTest):
     def test_refuses_data_that_no_envelope_takes(self):
         self.refused(INVALID, "holds 0 bytes", *self.SEAL, text="")
         self.refused(INVALID, "holds 73711 bytes", *self.SEAL, text="x" * 73711)
+        # Room for a second line feed, which tells it from the envelope's own.
+        self.refused(INVALID, "holds 73710 bytes: an envelope takes from 1 to 73709$", *self.SEAL, text="x" * 73709 + "\n")
         self.refused(INVALID, "zero byte", *self.SEAL, text=b"a\0b")
 
     def test_opens_the_largest_envelope(self):
-        data = "x" * 73710
-        self.assertEqual(
-            self.good(*self.OPEN, "--data-only", text=self.good(*self.SEAL, text=data)), data
-        )
+        for data in ("x" * 73710, "x" * 73708 + "\n"):
+            self.assertEqual(self.data(self.good(*self.SEAL, text=data)), data)
 
     def test_refuses_what_is_no_envelope(self):
         for text in ("{}", '{"ciphertext":"YQ==","mac":"YQ=="}', '{"encrypted_sslcert":"x","mac":""}'):
@@ -484,7 +487,7 @@ class Ecies(ToolTest):
         document = json.loads(attached)
         self.assertEqual(sorted(document), ["HMAC", "R", "encrypted_sslcert", "iv"])
         self.assertEqual(document["R"], "12345678")
-        self.assertEqual(self.good(*self.OPEN, "--data-only", text=attached), "certificate")
+        self.assertEqual(self.data(attached), "certificate")
 
     def test_refuses_to_attach_an_iv_of_another_length(self):
         self.write("sealed.json", {"ciphertext": "YQ==", "mac": "YQ==", "iv": "0" * 31})

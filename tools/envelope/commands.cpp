@@ -80,13 +80,18 @@ void seal(const SealOptions& options)
     }
     const PrivateKey key = readPrivateKey(options.key);
     const CertificateKey peer = readCertificateKey(options.peer);
-    const std::string data = readText(options.path);
-    if (data.empty() || data.size() > mostSealedBytes)
+    std::string data = readText(options.path);
+    // ecies_encrypt adds no line feed of its own to data that ends with one. The receiver takes one
+    // off all the same.
+    const std::size_t added = data.ends_with('\n') ? 1 : 0;
+    const std::size_t most = mostSealedBytes - added;
+    if (data.empty() || data.size() > most)
     {
         throw Stop{Exit::invalid, nameOf(options.path) + " holds " + std::to_string(data.size()) +
                                       " bytes: an envelope takes from 1 to " +
-                                      std::to_string(mostSealedBytes)};
+                                      std::to_string(most)};
     }
+    data.append(added, '\n');
     const Envelope envelope = sealed(data, iv, peer, key);
     Json::Value document;
     document["ciphertext"] = envelope.ciphertext.c_str();
@@ -128,6 +133,11 @@ void open(const OpenOptions& options)
     const SealedDocument sealed{options.path};
     const Opened opened =
         orStop(bmcoauth::open(sealed.view(), peer, key), "the envelope is refused", Exit::invalid);
+    if (options.dataOnly && !options.json)
+    {
+        printBytes(dataOf(opened.whole()));
+        return;
+    }
     printText(options.dataOnly ? dataOf(opened.whole()) : opened.whole(), "text", options.json);
 }
 
@@ -165,7 +175,7 @@ void addEciesCommands(const Command& root)
         "--peer FILE", openOptions.peer,
         "The other party's certificate: PEM file or certificate key, the first counts");
     openVerb.flag("--data-only", openOptions.dataOnly,
-                  "Leave out the line feed and the random characters");
+                  "Write the bytes that were sealed, and nothing else");
     openVerb.json(openOptions.json);
 }
 
