@@ -37,7 +37,8 @@ class KeyConvert(ToolTest):
     def make(self, curve):
         """Key files of every form, made by openssl: private and public."""
         if curve == "RSA":
-            self.openssl("genpkey", "-algorithm", "RSA", "-out", "key.pem")
+            # Small: whoever reads it tests both primes, which takes an emulator seconds.
+            self.openssl("genpkey", "-algorithm", "RSA", "-pkeyopt", "rsa_keygen_bits:1024", "-out", "key.pem")
             self.openssl("rsa", "-in", "key.pem", "-outform", "DER", "-out", "key.der", "-traditional")
         else:
             self.openssl("genpkey", "-algorithm", "EC", "-pkeyopt", f"ec_paramgen_curve:{curve}", "-out", "key.pem")
