@@ -1,18 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-/* The service layer: what a daemon that issues or judges tokens has beyond <bmcoauth.hpp>, with the
- * state that the library does not keep. It lies in <bmcoauth/service/...>; this header includes all
- * of it.
+/* The service layer: what a daemon that issues or judges tokens needs beyond <bmcoauth.hpp>, with the
+ * state that the library does not keep. This header includes all of <bmcoauth/service/...>.
  *
- * - Here the safe way is the only one that compiles: what a validator is to look at is expected or
- *   ignored by name.
+ * - Only the safe way compiles: a validator must be told, by name, what to expect and what to ignore.
  * - Every refusal is an Error with a rule. It is for logs, never for the peer.
- * - The time comes from a Clock that the parts are given.
- * - Classes that hold state say which threads may call them.
+ * - The time comes from a Clock, which tests replace.
+ * - Each class says which threads may call it.
  *
- * Nothing here throws of its own accord. Containers and functions of the standard library are used:
- * where memory runs out, those do what they always do. Programs must link libcrypto. */
+ * Nothing here throws. Containers and functions of the standard library do what they always do when
+ * memory runs out. Programs must link libcrypto. */
 
 #include <bmcoauth.hpp>
 #include <bmcoauth/service/common.hpp>
