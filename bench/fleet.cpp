@@ -340,7 +340,7 @@ void measureFleets(Proofs mode, int threads, const std::vector<std::size_t>& amo
 {
     const Site site;
     {
-        // What is made at the first use is not one controller's.
+        // The first use makes things for the whole process, which are not one controller's.
         Costs unused;
         Controller first{site, mode, {}};
         static_cast<void>(

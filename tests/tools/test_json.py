@@ -67,7 +67,7 @@ class Json(ToolTest):
             self.assertEqual(found, {"verdict": verdict, "reason": reason})
 
     def test_of_a_problem_is_asked_for_by_an_option(self):
-        # An argument that looks like it is none.
+        # This one looks like the option, but is an argument.
         self.assertEqual(self.tool("error", "--", "--json").out, b"")
 
     def test_of_a_problem_is_json_whatever_the_argument(self):

@@ -82,7 +82,7 @@ void seal(const SealOptions& options)
     const CertificateKey peer = readCertificateKey(options.peer);
     std::string data = readText(options.path);
     // ecies_encrypt adds no line feed of its own to data that ends with one. The receiver takes one
-    // off all the same.
+    // off anyway.
     const std::size_t added = data.ends_with('\n') ? 1 : 0;
     const std::size_t most = mostSealedBytes - added;
     if (data.empty() || data.size() > most)

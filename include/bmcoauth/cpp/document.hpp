@@ -23,7 +23,7 @@ inline namespace v1
 class Document
 {
 public:
-    /** Refused if `text` is no JSON object. */
+    /** Refused if `text` is not a JSON object. */
     [[nodiscard]] static Expected<Document> parse(std::string_view text)
     {
         Expected<Text> copied = Text::copy(text);

@@ -85,8 +85,8 @@ struct ScopeEntries
             const ScopeEntry& entry = scopes[i];
             if (privileges && entry.name == privilegesEntry)
             {
-                // Written after one another, the two would be one, and which of them counts is no
-                // question to leave to a reader.
+                // Written after one another, the two would be one, and readers could disagree
+                // which of them counts.
                 in.fail(BMCOAUTH_RULE_ARGUMENT_CONFLICT, "scopes", static_cast<int>(i));
             }
             entries[i] = {in.text("scopes", entry.name, static_cast<int>(i)),

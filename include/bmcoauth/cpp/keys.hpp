@@ -106,8 +106,8 @@ public:
      *  there would be worthless. Where several processes start for the first time, all of them end
      *  with one key. The new key is on the medium before this returns.
      *
-     *  While it is made, a file `path` and "." and six characters lies in the same folder; after a
-     *  power cut it may stay there, and can be deleted. */
+     *  While it is made, there is a file named `path`, "." and six characters in the same folder. After
+     *  a power cut it may remain, and can be deleted. */
     [[nodiscard]] static Expected<PrivateKey> loadOrCreate(std::string_view path)
     {
         detail::Arguments in;

@@ -537,7 +537,7 @@ private:
     void keep(Judged token) const
     {
         Set& set = setOf(token->digest);
-        // What is replaced is released after the lock.
+        // A replaced token is released after the lock.
         const std::lock_guard lock{set.mutex};
         std::swap(set.tokens[set.next++ % ways], token);
     }

@@ -108,7 +108,7 @@ struct ClientRecord
     std::string deviceName;
     /** The challenge, as JSON text; empty once it has been answered. */
     std::string challenge;
-    /** When the client ends in any case. */
+    /** When the client ends, even if it is used. */
     std::chrono::sys_seconds endsAt;
     /** When it ends unless it is used before: the end of the challenge, or of the refresh token. The
      *  store may then remove it. */
