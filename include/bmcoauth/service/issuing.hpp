@@ -297,8 +297,8 @@ private:
         std::shared_ptr<const Current> current;
     };
 
-    SigningKeys(const VerificationKeys& keys, Current current, std::string path)
-        : verification{keys}
+    SigningKeys(VerificationKeys keys, Current current, std::string path)
+        : verification{std::move(keys)}
     {
         state->path = std::move(path);
         state->current = std::make_shared<const Current>(std::move(current));
@@ -453,8 +453,8 @@ public:
     }
 
 private:
-    TokenIssuer(const SigningKeys& signingKeys, TokenIssuerRules issuerRules, Clock time)
-        : keys{signingKeys}, rules{std::move(issuerRules)}, clock{std::move(time)}
+    TokenIssuer(SigningKeys signingKeys, TokenIssuerRules issuerRules, Clock time)
+        : keys{std::move(signingKeys)}, rules{std::move(issuerRules)}, clock{std::move(time)}
     {
     }
 

@@ -31,8 +31,8 @@ struct HalfAStore
 #ifdef DEVICE_OUT_OF_NOTHING // private
     const DeviceIdentity made{std::move(key), "device"};
 #endif
-#ifdef NAME_OF_A_DEVICE_THAT_IS_GONE // deleted
-    return DeviceIdentity::of(std::move(key), "device").value().name() == "device";
+#ifdef CHAIN_OF_A_DEVICE_THAT_IS_GONE // deleted
+    return DeviceIdentity::of(std::move(key), "device").value().certificate().isValid().has_value();
 #endif
     const Expected<DeviceIdentity> device = DeviceIdentity::of(std::move(key), "device");
     return device && isProven(challenge, response, "", &device->certificate()).has_value();
