@@ -89,17 +89,19 @@ private:
     {
         constexpr int busyMilliseconds = 5000;
         sqlite3* raw = nullptr;
-        // If this fails, so does the first statement, with the reason.
-        sqlite3_open(path.c_str(), &raw);
+        const int opened = sqlite3_open(path.c_str(), &raw);
         database.reset(raw);
-        sqlite3_busy_timeout(raw, busyMilliseconds);
+        if (opened != SQLITE_OK || sqlite3_busy_timeout(raw, busyMilliseconds) != SQLITE_OK)
+        {
+            throw std::runtime_error{sqlite3_errmsg(raw)};
+        }
         run("PRAGMA journal_mode = WAL");
         run("PRAGMA synchronous = FULL");
         run("BEGIN IMMEDIATE");
         const sqlite3_int64 version = number("PRAGMA user_version");
-        if (version > 1)
+        if (version != 0 && version != 2)
         {
-            throw std::runtime_error{"of a later version"};
+            throw std::runtime_error{"of another version"};
         }
         if (version == 0)
         {
@@ -111,7 +113,7 @@ private:
                 "proven INTEGER, family BLOB, current BLOB, previous BLOB, salt BLOB,"
                 "rotated INTEGER, replays INTEGER) STRICT");
             run("CREATE TABLE counters (name BLOB PRIMARY KEY, busy_until INTEGER) STRICT");
-            run("PRAGMA user_version = 1");
+            run("PRAGMA user_version = 2");
         }
     }
     /** What `work` gives. The transaction that it has begun takes place, or none if it throws. */
@@ -121,6 +123,10 @@ private:
         const std::lock_guard guard{mutex};
         try
         {
+            if (database && sqlite3_get_autocommit(database.get()) == 0)
+            {
+                run("ROLLBACK"); // of an operation that had no memory for it
+            }
             auto result = Expected<void>{}.transform(work);
             if (sqlite3_get_autocommit(database.get()) == 0)
             {

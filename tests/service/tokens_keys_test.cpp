@@ -237,6 +237,16 @@ TEST_F(KeyFiles, GoOnWithARotationThatWasCutShort)
     EXPECT_EQ(ids().size(), 2U);
 }
 
+TEST_F(KeyFiles, DoNotTakeANextKeyThatMayHaveLeakedWithTheOthers)
+{
+    SigningKeys keys = load();
+    const std::string next =
+        idsIn(SigningKeys::loadOrCreate(path + ".next").value().jwks()).front();
+    ASSERT_TRUE(keys.rotate(0));
+    EXPECT_EQ(ids().size(), 1U);
+    EXPECT_NE(ids().front(), next);
+}
+
 TEST_F(KeyFiles, StayAsTheyAreIfTheNextKeyCannotBeRead)
 {
     SigningKeys keys = load();
@@ -448,6 +458,8 @@ TEST(VerificationKeySets, AreES256KeysThatCanBeToldApart)
     EXPECT_REFUSED("policy.key-unusable", of(rsaJwk(issuer::rsaKey())));
     EXPECT_REFUSED("policy.key-unusable", of(ecJwk(key, {{"use", "\"enc\""}})));
     EXPECT_REFUSED("policy.key-unusable", of(ecJwk(key, {{"key_ops", "[\"sign\"]"}})));
+    EXPECT_REFUSED("policy.key-unusable", of(ecJwk(key, {{"key_ops", "\"verify\""}})));
+    EXPECT_REFUSED("policy.key-unusable", of(ecJwk(key, {{"d", "\"AQ\""}})));
     EXPECT_REFUSED("policy.key-unusable", of(ecJwk(key, {{"alg", "\"ES384\""}})));
     EXPECT_REFUSED("policy.key-unusable", of(ecJwk(key, {{"crv", "\"P-384\""}})));
     EXPECT_REFUSED("json.member-type", of(ecJwk(key, {{"kid", "1"}})));

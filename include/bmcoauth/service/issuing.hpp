@@ -335,8 +335,12 @@ private:
         }
         const std::string retired =
             keep > 0 ? detail::jwksOf(present->front(), *before, keep - 1) : "";
-        // This file exists if a rotation was cut short. Its key has signed nothing yet.
-        Expected<PrivateKey> key = PrivateKey::loadOrCreate(nextPath);
+        // This file exists if a rotation was cut short. Its key has signed nothing yet. If all earlier
+        // keys are withdrawn, it may have leaked with them.
+        Expected<PrivateKey> key =
+            (keep > 0 ? Expected<void>{} : detail::replaceFile(nextPath, {})).and_then([&] {
+                return PrivateKey::loadOrCreate(nextPath);
+            });
         // The retired keys are written before the key that retires the present one.
         Expected<Current> next =
             allOf(key)

@@ -359,8 +359,9 @@ struct JudgedIssuer
 [[nodiscard]] inline Expected<void> requireSense(const JudgedIssuer& issuer)
 {
     const TrustedIssuer& rules = issuer.rules;
-    return allOf(requireText("issuer", issuer.name), requireText("audience", rules.audience),
-                 requireText("type", rules.type), requireLifetime(rules.longestLifetime),
+    return allOf(requireText(issuer.isSelf ? "issuer" : "name", issuer.name),
+                 requireText("audience", rules.audience), requireText("type", rules.type),
+                 requireLifetime(rules.longestLifetime),
                  rules.skew.count() < 0 || rules.skew > std::chrono::minutes{10}
                      ? Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "skew"}
                      : Expected<void>{});
@@ -533,13 +534,16 @@ private:
         });
         return token == set.tokens.end() ? nullptr : *token;
     }
-    /** Remembers `token` in place of the oldest of its set. */
+    /** Remembers `token`, in its own place or in that of the oldest of its set. */
     void keep(Judged token) const
     {
         Set& set = setOf(token->digest);
         // A replaced token is released after the lock.
         const std::lock_guard lock{set.mutex};
-        std::swap(set.tokens[set.next++ % ways], token);
+        auto* const same = std::ranges::find_if(set.tokens, [&token](const Judged& one) {
+            return one && one->digest == token->digest;
+        });
+        std::swap(same == set.tokens.end() ? set.tokens[set.next++ % ways] : *same, token);
     }
 
     /** Finds the issuer of `token` by "iss", and judges it. */
@@ -600,7 +604,8 @@ private:
 
 /** TokenValidator judges the service's own tokens by public keys. A valid token
  *  - is UTF-8 without zero bytes
- *  - has a header with ES256, the expected type, the id of a key, and nothing critical
+ *  - has a header with ES256, the expected type, the id of a key (optional if there is only one key),
+ *    and nothing critical
  *  - is signed by that key
  *  - has the claims that the rules expect
  *  - is neither expired nor revoked

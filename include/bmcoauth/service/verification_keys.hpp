@@ -94,6 +94,10 @@ using KeyMembers = std::map<std::string_view, std::string>;
 algorithmsOf(const Document& key, const KeyMembers& members, std::span<const std::string> allowed)
 {
     const Expected<Texts> operations = key.strings("key_ops");
+    if (!operations && operations.error().rule() != BMCOAUTH_RULE_JSON_MEMBER_MISSING)
+    {
+        return {};
+    }
     const auto isOrAbsent = [&members](const char* name, std::string_view wanted) {
         return members.at(name).empty() || members.at(name) == wanted;
     };
@@ -137,6 +141,11 @@ algorithmsOf(const Document& key, const KeyMembers& members, std::span<const std
     if (algorithms.empty())
     {
         return {};
+    }
+    // The sets of a service are published, and a private number must not be.
+    if (key->string("d"))
+    {
+        return Error{BMCOAUTH_RULE_POLICY_KEY_UNUSABLE, "d"};
     }
     if (members->at("kty") == "RSA" && !isLong(members->at("n")))
     {

@@ -29,7 +29,7 @@ struct HalfAStore
     return DeviceIdentity::of(std::move(key)).has_value();
 #endif
 #ifdef DEVICE_OUT_OF_NOTHING // private
-    const DeviceIdentity made{std::move(key), "device"};
+    const DeviceIdentity made{std::move(key)};
 #endif
 #ifdef CHAIN_OF_A_DEVICE_THAT_IS_GONE // deleted
     return DeviceIdentity::of(std::move(key), "device").value().certificate().isValid().has_value();

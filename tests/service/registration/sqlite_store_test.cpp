@@ -116,16 +116,16 @@ void alter(const std::string& file, const char* sql)
     sqlite3_close(raw);
 }
 
-TEST(SqliteStore, LeavesTheFileOfALaterVersionAlone)
+TEST(SqliteStore, LeavesTheFileOfAnotherVersionAlone)
 {
     const TemporaryFolder folder;
     ASSERT_TRUE(SqliteStore::open(folder.file()));
-    alter(folder.file(), "PRAGMA user_version = 2");
+    alter(folder.file(), "PRAGMA user_version = 3");
     const auto refused = SqliteStore::open(folder.file());
     EXPECT_REFUSED("client.store-failed", refused);
     ASSERT_FALSE(refused);
-    EXPECT_EQ(refused.error().subject(), "of a later version");
-    alter(folder.file(), "PRAGMA user_version = 1");
+    EXPECT_EQ(refused.error().subject(), "of another version");
+    alter(folder.file(), "PRAGMA user_version = 2");
     EXPECT_TRUE(SqliteStore::open(folder.file()));
 }
 
