@@ -22,12 +22,12 @@ int report(bool json, Exit status, const std::string& reason,
     // Messages hold file names and members of documents. None of them may control the terminal, or
     // look like a message of the tool on a line of its own.
     const std::string message = harmless(reason);
+    std::cerr << colored(Shade::bad, "bmcoauth:", STDERR_FILENO) << ' ' << message << '\n';
     if (json)
     {
         // The exit status counts even if nothing can be written.
         std::cout << textOf(problemDocument(status, message, members)) << '\n' << std::flush;
     }
-    std::cerr << colored(Shade::bad, "bmcoauth:", STDERR_FILENO) << ' ' << message << '\n';
     return static_cast<int>(status);
 }
 

@@ -126,7 +126,11 @@ class CommandLine(ToolTest):
 
     def test_tells_when_its_output_cannot_be_written(self):
         # What is printed at once, and what is more than a stream keeps for later.
-        for verb in (["error", "0"], ["error", "0", "--description", "x" * 100_000], ["doctor"]):
+        # The last one warns, too.
+        token = self.directory / "token"
+        token.write_text(".".join((support.base64url(b"{}"), support.base64url(b"{}"), "AA")))
+        for verb in (["error", "0"], ["error", "0", "--description", "x" * 100_000], ["doctor"],
+                     ["token", "inspect", token]):
             with self.subTest(verb), open("/dev/full", "wb") as full:
                 run = subprocess.run([*support.TOOL, *verb], stdout=full, stderr=subprocess.PIPE, check=False)
             self.assertEqual(run.returncode, FAILURE)

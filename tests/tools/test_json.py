@@ -67,6 +67,7 @@ class Json(ToolTest):
             self.assertEqual(found, {"verdict": verdict, "reason": reason})
 
     def test_of_a_problem_is_asked_for_by_an_option(self):
+        self.assertEqual(json.loads(self.tool("error", "--json=true").out)["verdict"], "usage")
         # This one looks like the option, but is an argument.
         self.assertEqual(self.tool("error", "--", "--json").out, b"")
 

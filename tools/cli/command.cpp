@@ -372,7 +372,9 @@ bool asksForJson(int argc, char** argv)
     // CLI11 stops at the first mistake. Only arguments follow "--".
     const std::vector<std::string_view> words{argv, argv + argc};
     const auto end = std::ranges::find(words, "--");
-    return std::find(words.begin(), end, jsonFlag) != end;
+    return std::any_of(words.begin(), end, [](std::string_view word) {
+        return word == jsonFlag || word == "--json=true";
+    });
 }
 
 CommandDescription describeTool()

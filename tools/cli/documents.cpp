@@ -317,7 +317,7 @@ void printJson(const Json::Value& tree)
 void warn(const std::string& message)
 {
     // What was printed until here comes first where both streams end in one place.
-    std::cout.flush();
+    flushOutput();
     std::cerr << "bmcoauth: " << colored(Shade::doubtful, "warning:", STDERR_FILENO) << ' '
               << harmless(message) << '\n';
 }

@@ -175,7 +175,7 @@ void addEciesCommands(const Command& root)
         "--peer FILE", openOptions.peer,
         "The other party's certificate: PEM file or certificate key, the first counts");
     openVerb.flag("--data-only", openOptions.dataOnly,
-                  "Write the bytes that were sealed, and nothing else");
+                  "Write the bytes that ecies seal was given, and nothing else");
     openVerb.json(openOptions.json);
 }
 
