@@ -6,7 +6,7 @@
 // "ready"; and then takes a line of standard input at a time:
 //
 //   steps ROUNDS BATCH SERVICE BUS   as many journeys in step, with the process numbers of service and bus
-//   calls SECONDS THREADS METHOD     whole journeys (METHOD is Register) or calls of Introspect, without a pause
+//   calls SECONDS THREADS METHOD     whole journeys (METHOD is journey) or calls of Introspect, without a pause
 //
 // and answers with lines of numbers, a blank one behind the last. journeys.py runs it. A batch does one step
 // for all of its clients before the next one, so that the processes' counters, which are read before and after

@@ -174,8 +174,10 @@ def fleet(build):
 
 def steps_of(command, mode, **options):
     """Runs a command that runs bench-fleet; the names of its steps, and what it has written to standard error."""
-    done = subprocess.run([*command, "steps", mode, str(COUNTED_ROUNDS)], check=True, text=True,
+    done = subprocess.run([*command, "steps", mode, str(COUNTED_ROUNDS)], check=False, text=True,
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
+    if done.returncode != 0:
+        sys.exit(f"journeys: {command[0]} ended with {done.returncode}: {done.stderr}")
     return [line.split("|")[3].strip() for line in done.stdout.splitlines()[2:]], done.stderr
 
 
