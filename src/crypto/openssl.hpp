@@ -90,13 +90,4 @@ inline int refusePassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/,
     return BioPtr{BIO_new_mem_buf(text.data(), static_cast<int>(text.size()))};
 }
 
-/** What a memory BIO holds, as long as the BIO lives. */
-[[nodiscard]] inline std::string_view contents(BIO& memory) noexcept
-{
-    char* data = nullptr;
-    const long length = BIO_get_mem_data(&memory, &data);
-    return length > 0 ? std::string_view{data, static_cast<std::size_t>(length)}
-                      : std::string_view{};
-}
-
 } // namespace bmcoauth::internal::crypto
