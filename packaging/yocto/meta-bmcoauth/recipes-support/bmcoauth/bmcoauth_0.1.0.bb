@@ -18,7 +18,7 @@ inherit features_check
 REQUIRED_DISTRO_FEATURES = "systemd"
 
 DEPENDS = "jsoncpp liboath openssl systemd"
-# Loaded by the first message, which is why the build does not find out.
+# The library loads it at run time, with the first error that it logs, so the build does not see it.
 RDEPENDS:${PN} += "libsystemd"
 
 inherit meson pkgconfig ptest
