@@ -135,11 +135,10 @@ HeapText publicPem(std::span<const unsigned char> info)
 struct Integer
 {
     explicit Integer(std::span<const unsigned char> bytes) noexcept
+        : digits{std::ranges::find_if(bytes, [](unsigned char byte) { return byte != 0; }),
+                 bytes.end()},
+          sign{digits.empty() || (digits.front() & 0x80U) != 0}
     {
-        const auto first =
-            std::ranges::find_if(bytes, [](unsigned char byte) { return byte != 0; });
-        digits = {first, bytes.end()};
-        sign = digits.empty() || (digits.front() & 0x80U) != 0;
     }
 
     [[nodiscard]] int length() const noexcept

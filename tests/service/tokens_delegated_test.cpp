@@ -68,9 +68,10 @@ struct Delegated : ::testing::Test
                        .type = "JWT",
                        .roles = {{"operator", Privilege::configure}}};
 
-    [[nodiscard]] Expected<DelegatedValidator> tryWith(std::vector<TrustedIssuer> issuers) const
+    [[nodiscard]] Expected<DelegatedValidator>
+    tryWith(const std::vector<TrustedIssuer>& issuers) const
     {
-        return DelegatedValidator::of(std::move(issuers), {.revoked = ignored}, clock);
+        return DelegatedValidator::of(issuers, {.revoked = ignored}, clock);
     }
     [[nodiscard]] DelegatedValidator validator() const
     {
