@@ -35,7 +35,7 @@ std::string publishedKeys(sd_bus* bus)
 /** Not moved: the bus knows where it is. */
 struct Judge
 {
-    sd_bus* bus;
+    sd_bus* bus = nullptr;
     VerificationKeys keys = required(VerificationKeys::of(publishedKeys(bus)));
     TokenRules rules{.issuer = tokenService.name,
                      .audience = tokenService.name,
