@@ -13,6 +13,7 @@
 #include <openssl/err.h>
 
 #include <cstdlib>
+#include <exception>
 #include <functional>
 #include <iostream>
 #include <string>
@@ -62,7 +63,7 @@ std::vector<std::string> largeTexts()
 
 void measureLargest(Device& device, Inputs& inputs)
 {
-    for (const Reader& reader : readers(inputs))
+    for (const TextReader& reader : readers(inputs))
     {
         for (const std::string& text : largeTexts())
         {
@@ -113,7 +114,7 @@ void measureHostile(Inputs& inputs)
             }
         }
     }
-    for (const Reader& reader : readers(inputs))
+    for (const TextReader& reader : readers(inputs))
     {
         for (const std::string& text : texts)
         {
@@ -126,10 +127,18 @@ void measureHostile(Inputs& inputs)
 
 int main()
 {
-    Device device;
-    Inputs inputs{device.world};
-    measureOrdinary(inputs);
-    measureLargest(device, inputs);
-    measureHostile(inputs);
-    return EXIT_SUCCESS;
+    try
+    {
+        Device device;
+        Inputs inputs{device.world};
+        measureOrdinary(inputs);
+        measureLargest(device, inputs);
+        measureHostile(inputs);
+        return EXIT_SUCCESS;
+    }
+    catch (const std::exception& error)
+    {
+        std::cerr << error.what() << '\n';
+        return EXIT_FAILURE;
+    }
 }

@@ -40,7 +40,7 @@ void change(const std::string& text, const Change& change)
     const HeapText owned{document};
 }
 
-std::vector<Reader> documentReaders()
+std::vector<TextReader> documentReaders()
 {
     return {
         {"loadJsonDoc",
@@ -113,7 +113,7 @@ std::vector<Reader> documentReaders()
     };
 }
 
-std::vector<Reader> tokenReaders(Inputs& inputs)
+std::vector<TextReader> tokenReaders(Inputs& inputs)
 {
     return {
         {"get_jwt_payload",
@@ -165,9 +165,9 @@ std::vector<Reader> tokenReaders(Inputs& inputs)
 
 } // namespace
 
-std::vector<Reader> readers(Inputs& inputs)
+std::vector<TextReader> readers(Inputs& inputs)
 {
-    std::vector<Reader> all = documentReaders();
+    std::vector<TextReader> all = documentReaders();
     std::ranges::move(tokenReaders(inputs), std::back_inserter(all));
     return all;
 }

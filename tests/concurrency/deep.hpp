@@ -12,14 +12,14 @@
 namespace calls
 {
 
-struct Reader
+struct TextReader
 {
     const char* name;
     std::function<void(const std::string& text)> read;
 };
 
 /** All functions that parse JSON. */
-[[nodiscard]] std::vector<Reader> readers(Inputs& inputs);
+[[nodiscard]] std::vector<TextReader> readers(Inputs& inputs);
 
 /** Objects nested @p depth deep, around a value that is not written on the fast path. */
 [[nodiscard]] std::string nestedObjects(int depth);

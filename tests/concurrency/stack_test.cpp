@@ -70,13 +70,13 @@ TEST_F(Stack, IsEnoughForTheDeepestTexts)
 {
     Device device;
     Inputs inputs{device.world};
-    const std::vector<Reader> all = readers(inputs);
+    const std::vector<TextReader> all = readers(inputs);
     // The innermost value is a level too, and one is the list of get_value_objarray.
     for (const int depth : {252, 253, 254, 255, 256, 990})
     {
         for (const std::string& text : {nestedObjects(depth), nestedArrays(depth)})
         {
-            for (const Reader& reader : all)
+            for (const TextReader& reader : all)
             {
                 measure(reader.name + (" " + std::to_string(depth)), [&] { reader.read(text); });
             }
