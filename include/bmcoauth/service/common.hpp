@@ -45,7 +45,9 @@ struct Shared : std::shared_ptr<T>
     explicit Shared(std::shared_ptr<T> object) noexcept : std::shared_ptr<T>{std::move(object)}
     {
     }
+    /** Owns the same object. */
     Shared(const Shared&) noexcept = default;
+    /** Owns the same object. */
     Shared& operator=(const Shared&) noexcept = default;
     ~Shared() = default;
 };

@@ -486,6 +486,7 @@ public:
     }
 
 protected:
+    /** Judges the tokens of `judgedIssuers` by `time`. Their rules make sense. */
     Validator(std::vector<JudgedIssuer> judgedIssuers, const DelegatedRules& rules, Clock time)
         : issuers{std::move(judgedIssuers)},
           isRevoked{rules.revoked},
