@@ -24,6 +24,7 @@
 #include <ctime>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string_view>
 #include <system_error>
 
@@ -239,9 +240,11 @@ Finding journalLibraryFinding()
 {
     const std::string subject = "libsystemd";
     const std::string built = "built with " + std::string{BMCOAUTH_JOURNAL_VERSIONS} + ", ";
-    return dlopen("libsystemd.so.0", RTLD_NOW) == nullptr
-               ? doubtful(subject, built + "not found: errors are not logged")
-               : fine(subject, built + loadedFrom(subject));
+    // Loaded until loadedFrom has seen where it is.
+    const std::unique_ptr<void, int (*)(void*)> library{dlopen("libsystemd.so.0", RTLD_NOW),
+                                                        dlclose};
+    return library == nullptr ? doubtful(subject, built + "not found: errors are not logged")
+                              : fine(subject, built + loadedFrom(subject));
 }
 
 std::vector<Finding> libraryFindings()
