@@ -44,7 +44,8 @@ void measureOrdinary(Inputs& inputs)
         call.run(inputs); // for what is made at a first call
         for (const std::string& function : call.functions)
         {
-            measure("ordinary", function.substr(0, function.find('(')), [&] { call.run(inputs); });
+            measure("ordinary", function.substr(0, function.find_first_of("([")),
+                    [&] { call.run(inputs); });
         }
     }
 }
