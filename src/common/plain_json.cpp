@@ -60,9 +60,8 @@ std::size_t plainRun(std::string_view text) noexcept
     const auto endsPlain = [](char c) {
         return endsRun(c) || isControl(c) || static_cast<unsigned char>(c) >= 0x80;
     };
-    return static_cast<std::size_t>(
-        std::find_if(text.begin() + static_cast<std::ptrdiff_t>(length), text.end(), endsPlain) -
-        text.begin());
+    return static_cast<std::size_t>(std::ranges::find_if(text.substr(length), endsPlain) -
+                                    text.begin());
 }
 
 /** Appends the UTF-8 form of @p point, at most 0x10ffff; also of half a surrogate pair. */
@@ -292,7 +291,7 @@ private:
     /** Passes over what a string holds up to its end or to an escape sequence. */
     void passRun() noexcept
     {
-        next = std::find_if(next + plainRun({next, end}), end, endsRun);
+        next = std::ranges::find_if(next + plainRun({next, end}), end, endsRun);
     }
 
     /** Appends the character of the escape sequence whose backslash has been passed over. */
@@ -348,7 +347,7 @@ private:
     bool readInteger(Json::Value& value)
     {
         const char* const start = next;
-        next = std::find_if_not(next, end, [](char c) { return c >= '0' && c <= '9'; });
+        next = std::ranges::find_if_not(next, end, [](char c) { return c >= '0' && c <= '9'; });
         const std::ptrdiff_t digits = next - start;
         if (digits == 0 || digits > longestInteger || (digits > 1 && *start == '0'))
         {
