@@ -27,9 +27,9 @@ int read(const char* text, const char* key, Out* out,
 
 /** Merges @p source into @p destination as `update` promises, where @p replace puts one value in the
  *  place of another; exhausted memory is thrown, half the way through. */
-template <typename Replace>
 // NOLINTNEXTLINE(misc-no-recursion): no deeper than the document, whose depth the parser bounds.
-void merge(Json::Value& destination, Json::Value& source, Replace replace)
+void merge(Json::Value& destination, Json::Value& source,
+           void (*replace)(Json::Value& current, Json::Value& replacement))
 {
     if (!destination.isObject() || !source.isObject())
     {
@@ -166,7 +166,7 @@ void update(Json::Value& destination, Json::Value& source)
 {
     guarded([&] {
         merge(destination, source,
-              [](Json::Value& current, const Json::Value& replacement) { current = replacement; });
+              [](Json::Value& current, Json::Value& replacement) { current = replacement; });
         return true;
     });
 }
