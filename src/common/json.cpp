@@ -11,7 +11,7 @@
 #include <json/writer.h>
 
 #include <algorithm>
-#include <functional>
+#include <memory>
 #include <new>
 #include <span>
 #include <sstream>
@@ -23,30 +23,48 @@ namespace bmcoauth::internal
 namespace
 {
 
-/** The frame of every reader: has @p store put the member @p key of @p doc into @p out, provided that
- *  @p accepts it. The lookup inserts a null member where @p key is missing, which callers that write
- *  the document afterwards rely on. */
-template <typename Out, typename Accepts, typename Store>
-bool readMember(Json::Value& doc, const char* key, Out& out, Accepts accepts, Store store)
+using Accepts = bool(const Json::Value&);
+
+template <Json::ValueType type>
+bool is(const Json::Value& value)
+{
+    return value.type() == type;
+}
+
+/** Whether @p value is an integer from 0 to the largest one of 32 bits; a real number and a Boolean
+ *  can be converted as well. */
+bool isUnsigned(const Json::Value& value)
+{
+    return (is<Json::intValue>(value) || is<Json::uintValue>(value)) &&
+           value.isConvertibleTo(Json::uintValue);
+}
+
+/** The member @p key of @p doc, provided that @p accepts it; else null. The lookup inserts a null
+ *  member where @p key is missing, which callers that write the document afterwards rely on. */
+const Json::Value* acceptedMember(Json::Value& doc, const char* key, Accepts& accepts)
 {
     const Json::Value& found = doc[key];
     if (found.isNull())
     {
         return refuse(BMCOAUTH_RULE_JSON_MEMBER_MISSING).about(key);
     }
-    if (!std::invoke(accepts, found))
+    if (!accepts(found))
     {
         return refuse(BMCOAUTH_RULE_JSON_MEMBER_TYPE).about(key);
     }
-    store(out, found);
-    return true;
+    return std::addressof(found);
 }
 
-/** jsoncpp orders values of different types by type, so a real number or a Boolean, which passes
- *  the first test, fails the second: only integers are left. */
-bool isUnsigned(const Json::Value& value, const Json::Value& largest)
+/** The frame of every reader: has @p store take that member. */
+template <typename Store>
+bool readMember(Json::Value& doc, const char* key, Accepts& accepts, const Store& store)
 {
-    return value.isConvertibleTo(Json::uintValue) && value <= largest;
+    const Json::Value* const found = acceptedMember(doc, key, accepts);
+    if (found != nullptr)
+    {
+        store(*found);
+    }
+    return found != nullptr;
 }
 
 /** Replaces @p out by a copy of @p text. The copy is made aside, so that @p out survives when
@@ -59,14 +77,14 @@ void replaceText(char*& out, std::string_view text)
 }
 
 /** A string array of what @p text makes of each element that @p accepts. */
-template <typename Accepts, typename Text>
-StringArray arrayOf(const Json::Value& array, Accepts accepts, Text text)
+template <typename Text>
+StringArray arrayOf(const Json::Value& array, Accepts& accepts, Text text)
 {
     StringArray result = required(emptyStringArray(array.size()));
     char** slot = result.get();
     for (const Json::Value& element : array)
     {
-        if (std::invoke(accepts, element))
+        if (accepts(element))
         {
             *slot++ = requireHeapText(text(element)).release();
         }
@@ -335,13 +353,12 @@ HeapText heapJsonText(const Json::Value& tree)
 
 bool isArrayOfStrings(const Json::Value& value)
 {
-    return value.isArray() &&
-           std::all_of(value.begin(), value.end(), std::mem_fn(&Json::Value::isString));
+    return value.isArray() && std::all_of(value.begin(), value.end(), is<Json::stringValue>);
 }
 
 StringArray stringsOf(const Json::Value& array)
 {
-    return arrayOf(array, &Json::Value::isString, textOf);
+    return arrayOf(array, is<Json::stringValue>, textOf);
 }
 
 void setText(Json::Value& object, const char* name, const char* text)
@@ -383,48 +400,40 @@ std::optional<std::string_view> stringBytes(const Json::Value& value)
 
 bool readTextMember(Json::Value& doc, const char* key, char*& out)
 {
-    return readMember(
-        doc, key, out, &Json::Value::isString,
-        [](char*& text, const Json::Value& value) { replaceText(text, textOf(value)); });
+    return readMember(doc, key, is<Json::stringValue>,
+                      [&](const Json::Value& value) { replaceText(out, textOf(value)); });
 }
 
 bool readTextsMember(Json::Value& doc, const char* key, char**& out)
 {
-    return readMember(
-        doc, key, out, &Json::Value::isArray,
-        [](char**& array, const Json::Value& value) { array = release(stringsOf(value)); });
+    return readMember(doc, key, is<Json::arrayValue>,
+                      [&](const Json::Value& value) { out = release(stringsOf(value)); });
 }
 
 bool readObjectsMember(Json::Value& doc, const char* key, char**& out)
 {
-    return readMember(doc, key, out, &Json::Value::isArray,
-                      [](char**& array, const Json::Value& value) {
-                          array = release(arrayOf(value, &Json::Value::isObject, jsonText));
-                      });
+    return readMember(doc, key, is<Json::arrayValue>, [&](const Json::Value& value) {
+        out = release(arrayOf(value, is<Json::objectValue>, jsonText));
+    });
 }
 
 bool readBoolMember(Json::Value& doc, const char* key, bool& out)
 {
-    return readMember(doc, key, out, &Json::Value::isBool,
-                      [](bool& flag, const Json::Value& value) { flag = value.asBool(); });
+    return readMember(doc, key, is<Json::booleanValue>,
+                      [&](const Json::Value& value) { out = value.asBool(); });
 }
 
 bool readUintMember(Json::Value& doc, const char* key, unsigned int& out)
 {
-    return readMember(
-        doc, key, out,
-        [](const Json::Value& value) { return isUnsigned(value, Json::Value::maxUInt); },
-        [](unsigned int& number, const Json::Value& value) { number = value.asUInt(); });
+    return readMember(doc, key, isUnsigned,
+                      [&](const Json::Value& value) { out = value.asUInt(); });
 }
 
 bool readUint64Member(Json::Value& doc, const char* key, unsigned long long& out)
 {
-    // The first test of isUnsigned is the 32-bit one although the target is wider: the services
-    // rely on a larger number being refused.
-    return readMember(
-        doc, key, out,
-        [](const Json::Value& value) { return isUnsigned(value, Json::Value::maxUInt64); },
-        [](unsigned long long& number, const Json::Value& value) { number = value.asUInt64(); });
+    // A number above 32 bits is refused although the target is wider: the services rely on it.
+    return readMember(doc, key, isUnsigned,
+                      [&](const Json::Value& value) { out = value.asUInt(); });
 }
 
 void rewrite(char*& text, const Json::Value& tree)
@@ -447,7 +456,7 @@ std::vector<NamedMember> namedMembers(const Json::Value& object)
     {
         const char* end = nullptr;
         const char* const name = entry.memberName(&end);
-        if (std::find(name, end, '\0') == end)
+        if (std::string_view{name, end}.find('\0') == std::string_view::npos)
         {
             members.push_back({name, *entry});
         }
@@ -476,9 +485,8 @@ int read(Json::Value& doc, const char* key, Out* out,
 
 bool readObjectMember(Json::Value& doc, const char* key, char*& out)
 {
-    return readMember(
-        doc, key, out, &Json::Value::isObject,
-        [](char*& text, const Json::Value& value) { replaceText(text, jsonText(value)); });
+    return readMember(doc, key, is<Json::objectValue>,
+                      [&](const Json::Value& value) { replaceText(out, jsonText(value)); });
 }
 
 } // namespace
