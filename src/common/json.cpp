@@ -31,14 +31,6 @@ bool is(const Json::Value& value)
     return value.type() == type;
 }
 
-/** Whether @p value is an integer from 0 to the largest one of 32 bits; a real number and a Boolean
- *  can be converted as well. */
-bool isUnsigned(const Json::Value& value)
-{
-    return (is<Json::intValue>(value) || is<Json::uintValue>(value)) &&
-           value.isConvertibleTo(Json::uintValue);
-}
-
 /** The member @p key of @p doc, provided that @p accepts it; else null. The lookup inserts a null
  *  member where @p key is missing, which callers that write the document afterwards rely on. */
 const Json::Value* acceptedMember(Json::Value& doc, const char* key, Accepts& accepts)
@@ -178,7 +170,7 @@ SecretString masked(std::string_view text)
             const std::span<char> content =
                 std::span{copy}.subspan(begin, std::max(begin, at - 1) - begin);
             SecretTree said;
-            const bool valid = readPlainString(text.substr(begin - 1, at + 1 - begin), said.root);
+            const bool valid = readPlainValue(text.substr(begin - 1, at + 1 - begin), said.root);
             std::ranges::fill(content, 'x');
             // A string that jsoncpp refuses must stay one, even where a later member of the same
             // name replaces it: "\x" is not an escape of JSON.
@@ -202,7 +194,7 @@ bool unmask(std::string_view text, Json::Value& tree)
         const auto end = static_cast<std::size_t>(tree.getOffsetLimit());
         SecretTree said;
         if (begin > end || end > text.size() ||
-            !readPlainString(text.substr(begin, end - begin), said.root))
+            !readPlainValue(text.substr(begin, end - begin), said.root))
         {
             return false; // GCOVR_EXCL_LINE: jsoncpp takes no string that is refused here
         }
@@ -396,6 +388,13 @@ std::optional<std::string_view> stringBytes(const Json::Value& value)
     const char* end = nullptr;
     return value.getString(&begin, &end) ? std::optional{std::string_view{begin, end}}
                                          : std::nullopt;
+}
+
+bool isUnsigned(const Json::Value& value)
+{
+    // A real number and a Boolean can be converted as well.
+    return (is<Json::intValue>(value) || is<Json::uintValue>(value)) &&
+           value.isConvertibleTo(Json::uintValue);
 }
 
 bool readTextMember(Json::Value& doc, const char* key, char*& out)

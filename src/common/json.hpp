@@ -71,6 +71,9 @@ void setText(Json::Value& object, const char* name, const char* text);
  *  it equal to a shorter one. Nothing if it is not a string. */
 [[nodiscard]] std::optional<std::string_view> stringBytes(const Json::Value& value);
 
+/** Whether @p value is an integer that an unsigned number of 32 bits holds. */
+[[nodiscard]] bool isUnsigned(const Json::Value& value);
+
 /** The members @p names of the object @p object, which must be strings; nothing, and
  *  `document.member` is noted, if one is not. */
 template <std::size_t count>

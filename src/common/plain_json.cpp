@@ -91,7 +91,7 @@ public:
     {
     }
 
-    bool readDocument(Json::Value& tree)
+    bool readDocument(Json::Value* tree)
     {
         skipSpace();
         if (peek() != '{' || !readValue(tree, 0))
@@ -102,10 +102,17 @@ public:
         return next == end;
     }
 
-    /** Reads a text that is a single string. */
+    /** Reads a document without a tree; gives the number of its members, 0 for none that fit. */
+    std::size_t readMembers(std::span<PlainMember> members)
+    {
+        room = members;
+        return readDocument(nullptr) ? members.size() - room.size() : 0;
+    }
+
+    /** Reads a text that is a single value. */
     bool readWhole(Json::Value& value)
     {
-        return readText(value) && next == end;
+        return readValue(&value, 1) && next == end;
     }
 
 private:
@@ -149,21 +156,35 @@ private:
         }
     }
 
+    /** Reads the next value into @p value; passes over it if that is null. */
     // NOLINTNEXTLINE(misc-no-recursion): as deep as `deepest`
-    bool readValue(Json::Value& value, unsigned int depth)
+    bool readValue(Json::Value* value, unsigned int depth)
     {
         const char* const start = next;
         if (!readContent(value, depth))
         {
             return false;
         }
-        value.setOffsetStart(start - begin);
-        value.setOffsetLimit(next - begin);
+        if (value != nullptr)
+        {
+            value->setOffsetStart(start - begin);
+            value->setOffsetLimit(next - begin);
+        }
         return true;
     }
 
+    /** Makes @p content of @p value, unless that is null. */
+    template <typename Content>
+    static void store(Json::Value* value, Content content)
+    {
+        if (value != nullptr)
+        {
+            *value = content;
+        }
+    }
+
     // NOLINTNEXTLINE(misc-no-recursion): as deep as `deepest`
-    bool readContent(Json::Value& value, unsigned int depth)
+    bool readContent(Json::Value* value, unsigned int depth)
     {
         switch (peek())
         {
@@ -174,13 +195,13 @@ private:
             case '"':
                 return readText(value);
             case 't':
-                value = true;
+                store(value, true);
                 return take("true");
             case 'f':
-                value = false;
+                store(value, false);
                 return take("false");
             case 'n':
-                value = Json::Value{};
+                store(value, Json::nullValue);
                 return take("null");
             default:
                 return readInteger(value);
@@ -188,9 +209,9 @@ private:
     }
 
     // NOLINTNEXTLINE(misc-no-recursion): as deep as `deepest`
-    bool readObject(Json::Value& value, unsigned int depth)
+    bool readObject(Json::Value* value, unsigned int depth)
     {
-        value = Json::Value{Json::objectValue};
+        store(value, Json::objectValue);
         ++next;
         skipSpace();
         if (take('}'))
@@ -200,25 +221,7 @@ private:
         do
         {
             skipSpace();
-            const std::optional<std::string_view> name = readString();
-            if (!name)
-            {
-                return false;
-            }
-            // Before the value is read, which may use the room of the name. Of two members of one
-            // name the later holds.
-            Json::Value& member = *value.demand(name->data(), name->data() + name->size());
-            if (!member.isNull())
-            {
-                wipeTexts(member);
-            }
-            skipSpace();
-            if (!take(':'))
-            {
-                return false;
-            }
-            skipSpace();
-            if (!readValue(member, depth + 1))
+            if (!readMember(value, depth))
             {
                 return false;
             }
@@ -227,10 +230,55 @@ private:
         return take('}');
     }
 
+    /** Reads a member of the object @p object, or of one that is passed over. */
     // NOLINTNEXTLINE(misc-no-recursion): as deep as `deepest`
-    bool readArray(Json::Value& value, unsigned int depth)
+    bool readMember(Json::Value* object, unsigned int depth)
     {
-        value = Json::Value{Json::arrayValue};
+        const std::optional<std::string_view> name = readString();
+        if (!name)
+        {
+            return false;
+        }
+        // Before the value is read, which may use the room of the name.
+        Json::Value* const member = object == nullptr ? nullptr : &emptyMember(*object, *name);
+        skipSpace();
+        if (!take(':'))
+        {
+            return false;
+        }
+        skipSpace();
+        const char* const start = next;
+        return readValue(member, depth + 1) &&
+               (object != nullptr || depth != 0 || note({*name, {start, next}}));
+    }
+
+    /** The member @p name of @p object. Of two members of one name the later holds. */
+    static Json::Value& emptyMember(Json::Value& object, std::string_view name)
+    {
+        Json::Value& member = *object.demand(name.data(), name.data() + name.size());
+        if (!member.isNull())
+        {
+            wipeTexts(member);
+        }
+        return member;
+    }
+
+    /** Puts @p member into the room for the members of the document; false if there is none. */
+    bool note(const PlainMember& member) noexcept
+    {
+        if (room.empty())
+        {
+            return false;
+        }
+        room.front() = member;
+        room = room.subspan(1);
+        return true;
+    }
+
+    // NOLINTNEXTLINE(misc-no-recursion): as deep as `deepest`
+    bool readArray(Json::Value* value, unsigned int depth)
+    {
+        store(value, Json::arrayValue);
         ++next;
         skipSpace();
         if (take(']'))
@@ -240,7 +288,7 @@ private:
         do
         {
             skipSpace();
-            if (!readValue(value.append(Json::Value{}), depth + 1))
+            if (!readValue(value == nullptr ? nullptr : &value->append(Json::Value{}), depth + 1))
             {
                 return false;
             }
@@ -249,15 +297,14 @@ private:
         return take(']');
     }
 
-    bool readText(Json::Value& value)
+    bool readText(Json::Value* value)
     {
         const std::optional<std::string_view> text = readString();
-        if (!text)
+        if (text && value != nullptr)
         {
-            return false;
+            *value = Json::Value{text->data(), text->data() + text->size()};
         }
-        value = Json::Value{text->data(), text->data() + text->size()};
-        return true;
+        return text.has_value();
     }
 
     /** The next string, as long as no other is read. */
@@ -344,7 +391,7 @@ private:
         return true;
     }
 
-    bool readInteger(Json::Value& value)
+    bool readInteger(Json::Value* value)
     {
         const char* const start = next;
         next = std::ranges::find_if_not(next, end, [](char c) { return c >= '0' && c <= '9'; });
@@ -353,13 +400,14 @@ private:
         {
             return false;
         }
-        value = static_cast<Json::LargestInt>(*readDecimal({start, next}));
+        store(value, static_cast<Json::LargestInt>(*readDecimal({start, next})));
         return true;
     }
 
     const char* begin;
     const char* next;
     const char* end;
+    std::span<PlainMember> room;
     SecretString unescaped;
 };
 
@@ -495,7 +543,7 @@ bool appendArray(const Json::Value& array, SecretString& out)
 bool readPlainJson(std::string_view text, Json::Value& tree)
 {
     SecretTree read;
-    if (!PlainReader{text}.readDocument(read.root))
+    if (!PlainReader{text}.readDocument(&read.root))
     {
         return false;
     }
@@ -503,7 +551,12 @@ bool readPlainJson(std::string_view text, Json::Value& tree)
     return true;
 }
 
-bool readPlainString(std::string_view text, Json::Value& value)
+std::size_t readPlainMembers(std::string_view text, std::span<PlainMember> members)
+{
+    return text.find('\\') == std::string_view::npos ? PlainReader{text}.readMembers(members) : 0;
+}
+
+bool readPlainValue(std::string_view text, Json::Value& value)
 {
     return PlainReader{text}.readWhole(value);
 }

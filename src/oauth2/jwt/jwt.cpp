@@ -195,15 +195,15 @@ ScopesPtr readScopes(const Json::Value& claim)
 /** Builds the header record and stores it at @p out. */
 bmcoauth_token_result takeHeader(std::string_view part, JWTHeader** out)
 {
-    const std::optional<Json::Value> object = decodeObject(part);
-    if (!object)
+    Claims claims;
+    if (!claims.read(part))
     {
         return refused().within("header");
     }
-    const char* typ = stringMember(*object, "typ");
-    const char* alg = stringMember(*object, "alg");
-    const char* kid = stringMember(*object, "kid");
-    if (typ == nullptr || alg == nullptr || (kid == nullptr && object->isMember("kid")))
+    const char* typ = claims.text("typ");
+    const char* alg = claims.text("alg");
+    const char* kid = claims.text("kid");
+    if (typ == nullptr || alg == nullptr || (kid == nullptr && claims.value("kid") != nullptr))
     {
         return refuse(BMCOAUTH_RULE_TOKEN_MEMBER)
             .about(typ == nullptr   ? "typ"
@@ -222,17 +222,22 @@ bmcoauth_token_result takeHeader(std::string_view part, JWTHeader** out)
 /** Checks the period of validity, builds the payload record and stores it at @p out. */
 bmcoauth_token_result takePayload(std::string_view part, std::uint64_t now, JWTPayload** out)
 {
-    const std::optional<Json::Value> claims = decodeObject(part);
-    if (!claims)
+    Claims claims;
+    if (!claims.read(part))
     {
         return refused().within("payload");
     }
-    const auto found = stringMembers<6>(*claims, {"sub", "jti", "iss", "iat", "nbf", "exp"});
-    if (!found)
+    std::array<const char*, 6> found{"sub", "jti", "iss", "iat", "nbf", "exp"};
+    for (const char*& name : found)
     {
-        return refused().as(BMCOAUTH_RULE_TOKEN_MEMBER);
+        const char* const text = claims.text(name);
+        if (text == nullptr)
+        {
+            return refuse(BMCOAUTH_RULE_TOKEN_MEMBER).about(name);
+        }
+        name = text;
     }
-    const auto [sub, jti, iss, iat, nbf, exp] = *found;
+    const auto [sub, jti, iss, iat, nbf, exp] = found;
     const PayloadTexts texts{sub, jti, iss, iat, nbf, exp};
     // Not yet valid comes before expired: a token that is both is invalid.
     if (now < secondsOf(texts.nbf))
@@ -243,7 +248,7 @@ bmcoauth_token_result takePayload(std::string_view part, std::uint64_t now, JWTP
     {
         return refuseExpired(texts.exp, now);
     }
-    const Json::Value* scope = member(*claims, "scope");
+    const Json::Value* scope = claims.value("scope");
     ScopesPtr scopes = scope != nullptr ? readScopes(*scope) : nullptr;
     if (scope != nullptr && !scopes)
     {

@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <new>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -46,29 +47,29 @@ HeapBlock<T> recordBlock(std::size_t bytes, const char* caller, unsigned int lin
 }
 
 /** A copy of the string @p name of @p claims; null when there is none. */
-HeapText textClaim(const Json::Value& claims, const char* name)
+HeapText textClaim(const Claims& claims, const char* name)
 {
-    const char* text = stringMember(claims, name);
+    const char* text = claims.text(name);
     return text == nullptr ? nullptr : requireHeapText(text);
 }
 
 /** A time is a number in most issuers' tokens and a text in ours; numbers beyond 32 bits are not
  *  taken. */
-HeapText timeClaim(Json::Value& claims, const char* name, unsigned int line)
+HeapText timeClaim(Claims& claims, const char* name, unsigned int line)
 {
-    unsigned long long seconds = 0;
-    // The reader inserts what it does not find: it is asked for what is there.
-    if (member(claims, name) != nullptr && readUint64Member(claims, name, seconds))
+    HeapText text = textClaim(claims, name);
+    const Json::Value* const value = text ? nullptr : claims.value(name);
+    if (value != nullptr && isUnsigned(*value))
     {
-        return HeapText{o2_ff_strdup(decimal(seconds).c_str(), "da_parseJwtPayload", line)};
+        text.reset(o2_ff_strdup(decimal(value->asUInt()).c_str(), "da_parseJwtPayload", line));
     }
-    return textClaim(claims, name);
+    return text;
 }
 
 /** The strings of the array @p name; null when there are none. */
-StringArray arrayClaim(const Json::Value& claims, const char* name)
+StringArray arrayClaim(Claims& claims, const char* name)
 {
-    const Json::Value* found = member(claims, name);
+    const Json::Value* found = claims.value(name);
     if (found == nullptr || !found->isArray())
     {
         return nullptr;
@@ -78,9 +79,9 @@ StringArray arrayClaim(const Json::Value& claims, const char* name)
 }
 
 /** The audiences: one text, or an array of them (RFC 7519, section 4.1.3). */
-StringArray audienceClaim(const Json::Value& claims)
+StringArray audienceClaim(Claims& claims)
 {
-    const char* single = stringMember(claims, "aud");
+    const char* single = claims.text("aud");
     if (single == nullptr)
     {
         return arrayClaim(claims, "aud");
@@ -252,83 +253,135 @@ std::optional<TokenParts> splitToken(std::string_view token) noexcept
                       token.substr(second + 1), token.substr(0, second)};
 }
 
-std::optional<Json::Value> decodeObject(std::string_view part)
+bool Claims::read(std::string_view part)
 {
-    const std::optional<crypto::DecodedBytes> text = crypto::decodeBase64Url(part);
-    if (!text)
+    std::optional<crypto::DecodedBytes> decoded = crypto::decodeBase64Url(part);
+    if (!decoded)
     {
-        return std::nullopt;
+        return false;
     }
+    bytes = std::move(*decoded);
+    const std::string_view text = bytes.text();
     // A raw zero byte is not JSON, although jsoncpp takes it: a string would end there in a record.
-    if (text->text().find('\0') != std::string_view::npos)
+    if (text.find('\0') != std::string_view::npos)
     {
         return refuse(BMCOAUTH_RULE_JSON_SYNTAX).saw("a zero byte");
     }
-    std::optional<Json::Value> object{std::in_place};
-    if (!parseJsonObject(text->text(), *object))
+    count = readPlainMembers(text, members);
+    for (const PlainMember& member : std::span{members}.first(count))
     {
-        return std::nullopt;
+        if (member.value.front() == '"')
+        {
+            // Ends the string in the place of its quotation mark.
+            bytes.data.get()[member.value.end() - text.begin() - 1] = 0;
+        }
     }
-    return object;
+    return count != 0 || parseJsonObject(text, tree);
+}
+
+const PlainMember* Claims::find(std::string_view name) const noexcept
+{
+    for (std::size_t i = count; i != 0; --i)
+    {
+        if (members[i - 1].name == name)
+        {
+            return &members[i - 1];
+        }
+    }
+    return nullptr;
+}
+
+const char* Claims::text(const char* name) const noexcept
+{
+    const PlainMember* const found = find(name);
+    if (found == nullptr)
+    {
+        return stringMember(tree, name);
+    }
+    return found->value.front() == '"' ? found->value.data() + 1 : nullptr;
+}
+
+const Json::Value* Claims::value(const char* name)
+{
+    const PlainMember* const found = find(name);
+    if (found == nullptr)
+    {
+        return member(tree, name);
+    }
+    if (const char* const string = text(name))
+    {
+        last = string;
+        return &last;
+    }
+    return readPlainValue(found->value, last) ? &last : nullptr;
+}
+
+bool Claims::staysTheSame(const char* name) const noexcept
+{
+    const PlainMember* const found = find(name);
+    return found != nullptr && std::ranges::all_of(found->value, [](char c) {
+               return static_cast<unsigned char>(c) < 0x80;
+           });
 }
 
 HeaderPtr readHeader(std::string_view part)
 {
-    const std::optional<Json::Value> claims = decodeObject(part);
-    if (!claims)
+    Claims claims;
+    if (!claims.read(part))
     {
         return refused().within("header");
     }
     HeaderPtr header{recordBlock<JWTHeader>(sizeof(JWTHeader), "da_parseJwtHeader", 953).release()};
-    header->typ = textClaim(*claims, "typ").release();
-    header->alg = textClaim(*claims, "alg").release();
+    header->typ = textClaim(claims, "typ").release();
+    header->alg = textClaim(claims, "alg").release();
     if (header->alg == nullptr)
     {
         return refuse(BMCOAUTH_RULE_TOKEN_MEMBER).about("alg");
     }
-    header->kid = textClaim(*claims, "kid").release();
+    header->kid = textClaim(claims, "kid").release();
     return header;
 }
 
 PayloadPtr readPayload(std::string_view part)
 {
-    std::optional<Json::Value> claims = decodeObject(part);
-    if (!claims)
+    Claims claims;
+    if (!claims.read(part))
     {
         return refused().within("payload");
     }
     PayloadPtr payload{
         recordBlock<JWTPayload>(sizeof(JWTPayload), "da_parseJwtPayload", 812).release()};
-    payload->sub = textClaim(*claims, "sub").release();
-    payload->iss = textClaim(*claims, "iss").release();
-    payload->jti = textClaim(*claims, "jti").release();
-    payload->aud = audienceClaim(*claims).release();
-    payload->act = textClaim(*claims, "act").release();
-    payload->iat = timeClaim(*claims, "iat", 860).release();
-    payload->nbf = timeClaim(*claims, "nbf", 868).release();
-    payload->exp = timeClaim(*claims, "exp", 876).release();
-    const Json::Value* providers = member(*claims, "xidp");
+    payload->sub = textClaim(claims, "sub").release();
+    payload->iss = textClaim(claims, "iss").release();
+    payload->jti = textClaim(claims, "jti").release();
+    payload->aud = audienceClaim(claims).release();
+    payload->act = textClaim(claims, "act").release();
+    payload->iat = timeClaim(claims, "iat", 860).release();
+    payload->nbf = timeClaim(claims, "nbf", 868).release();
+    payload->exp = timeClaim(claims, "exp", 876).release();
+    const Json::Value* providers = claims.value("xidp");
     if (providers != nullptr && providers->isObject())
     {
         payload->xidp = heapJsonText(*providers).release();
     }
-    payload->ravok_roles = arrayClaim(*claims, "ravok_roles").release();
-    const Json::Value* scope = member(*claims, "scope");
-    if (scope != nullptr && scope->isObject())
+    payload->ravok_roles = arrayClaim(claims, "ravok_roles").release();
+    if (const char* const names = claims.text("scope"))
+    {
+        payload->scope = splitNames(names).release();
+    }
+    else if (const Json::Value* const scope = claims.value("scope");
+             scope != nullptr && scope->isObject())
     {
         // Through its text, as "xidp": a comment or broken UTF-8 in it counts as it does there.
         try
         {
-            giveScopes(*payload, structuredScopes(jsonText(*scope)));
+            giveScopes(*payload, claims.staysTheSame("scope") ? scopesOf(*scope)
+                                                              : structuredScopes(jsonText(*scope)));
         }
         catch (const Json::LogicError&)
         {
             return refuse(BMCOAUTH_RULE_TOKEN_SCOPE).about("scope").wanted("texts in its arrays");
         }
-    }
-    else if (scope != nullptr && scope->isString())
-    {
-        payload->scope = splitNames(scope->asCString()).release();
     }
     return payload;
 }

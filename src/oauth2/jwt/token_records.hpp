@@ -2,12 +2,16 @@
 #pragma once
 
 #include "common/owners.hpp"
+#include "common/plain_json.hpp"
+#include "crypto/base64.hpp"
 
 #include <bmcoauth/jwt.h>
 #include <bmcoauth/token.h>
 
 #include <json/value.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -76,8 +80,35 @@ void throwExhaustedMemory();
  *  not decode. Nothing when there are fewer. */
 [[nodiscard]] std::optional<TokenParts> splitToken(std::string_view token) noexcept;
 
-/** The JSON object that the Base64url text @p part encodes; nothing if there is no such object. */
-[[nodiscard]] std::optional<Json::Value> decodeObject(std::string_view part);
+/** The members of the JSON object that a part of a token encodes. Of two of one name the later holds. */
+class Claims
+{
+public:
+    /** Reads the Base64url text @p part; false unless it encodes an object. Throws std::bad_alloc. */
+    [[nodiscard]] bool read(std::string_view part);
+
+    /** The member @p name if it is a string, up to its first zero byte; else null. */
+    [[nodiscard]] const char* text(const char* name) const noexcept;
+
+    /** The member @p name, until another one is asked for; null where there is none. Throws
+     *  std::bad_alloc. */
+    [[nodiscard]] const Json::Value* value(const char* name);
+
+    /** Whether writing the member @p name and reading it again is known to give the same. */
+    [[nodiscard]] bool staysTheSame(const char* name) const noexcept;
+
+private:
+    /** More than the tokens of known issuers have. */
+    static constexpr std::size_t usualMost = 32;
+
+    [[nodiscard]] const PlainMember* find(std::string_view name) const noexcept;
+
+    crypto::DecodedBytes bytes;
+    std::array<PlainMember, usualMost> members{};
+    std::size_t count = 0;
+    Json::Value tree; /**< of an unusual document, which has no members above */
+    Json::Value last;
+};
 
 /** The header that @p part of a token encodes; null when it does not decode or has no "alg".
  *  Throws std::bad_alloc. */

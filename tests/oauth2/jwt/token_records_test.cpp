@@ -881,6 +881,163 @@ TEST(TokenReaders, FailForARawZeroByteWhereverItStands)
     }
 }
 
+/** What the readers and the validator make of the members @p json, as a header and as a payload. */
+std::string answersFor(const std::string& json)
+{
+    std::string answers;
+    const auto add = [&answers](const char* text) {
+        answers.append(text == nullptr ? "null" : base64Url(text)).append(1, ' ');
+    };
+    const auto addAll = [&](char* const* texts) {
+        for (; texts != nullptr && *texts != nullptr; ++texts)
+        {
+            add(*texts);
+        }
+        answers += texts == nullptr ? "none " : "end ";
+    };
+    JWTHeader* header = nullptr;
+    JWTPayload* payload = nullptr;
+    answers += ruleOf([&] { return get_jwt_header(tokenOf(json, "{}").c_str(), &header); }) + ' ';
+    answers += lastRefusal().subject;
+    const tokens::Header ownedHeader{header};
+    for (const char* text :
+         {header == nullptr ? nullptr : header->typ, header == nullptr ? nullptr : header->alg,
+          header == nullptr ? nullptr : header->kid})
+    {
+        add(text);
+    }
+    answers += ruleOf([&] { return get_jwt_payload(tokenOf("{}", json).c_str(), &payload); }) + ' ';
+    answers += lastRefusal().subject;
+    const tokens::Payload ownedPayload{payload};
+    if (payload != nullptr)
+    {
+        for (const char* text : {payload->sub, payload->jti, payload->iss, payload->iat,
+                                 payload->exp, payload->nbf, payload->xidp, payload->act})
+        {
+            add(text);
+        }
+        addAll(payload->aud);
+        addAll(payload->ravok_roles);
+        addAll(payload->scope);
+        for (int i = 0; i < payload->scopes_count; ++i)
+        {
+            add(payload->scopes[i].name);
+            add(payload->scopes[i].values[0]);
+        }
+    }
+    header = nullptr;
+    payload = nullptr;
+    const std::string token = tokenOf(R"({"typ":"JWT","alg":"ES256"})", json);
+    answers += ruleOf([&] { return validateJWT(token.c_str(), nullptr, 0, &header, &payload); }) +
+               ' ' + lastRefusal().subject;
+    const tokens::Header otherHeader{header};
+    const tokens::Payload otherPayload{payload};
+    for (int i = 0; payload != nullptr && i < payload->scopes_count; ++i)
+    {
+        add(payload->scopes[i].name);
+        for (int j = 0; j < payload->scopes[i].count; ++j)
+        {
+            add(payload->scopes[i].values[j]);
+        }
+    }
+    return answers;
+}
+
+// An ordinary document is read without a tree, and one with a comment or a real number by jsoncpp.
+TEST(TokenReaders, ReadAlikeWithAndWithoutATree)
+{
+    const FakeClock clock{now};
+    const std::string dated =
+        R"("sub":"u","jti":"j","iss":"i","iat":"1","nbf":"1","exp":"9999999999","alg":"a",)";
+    int different = 0;
+    std::string last;
+    for (const std::string_view members : {R"("typ":"t","kid":"k")",
+                                           R"("kid":7)",
+                                           R"("alg":"b","alg":"c")",
+                                           R"("alg":"b","alg":1)",
+                                           R"("alg":null)",
+                                           R"("\u0061lg":"escaped")",
+                                           R"("sub":"M\u00fcller")",
+                                           R"("sub":"")",
+                                           R"("sub":"a\u0000b","kid":"a\u0000b","typ":"\u0000")",
+                                           "\"sub\":\"M\xc3\xbcller\"",
+                                           "\"sub\":\"\xff\x01\t\x7f\"",
+                                           R"("sub":["u"])",
+                                           R"("sub\u0000":"x")",
+                                           R"("act":{"a":1})",
+                                           R"("iat":0)",
+                                           R"("iat":4294967295)",
+                                           R"("iat":4294967296)",
+                                           R"("iat":999999999999999999)",
+                                           R"("iat":-1)",
+                                           R"("iat":true)",
+                                           R"("iat":null)",
+                                           R"("iat":[1])",
+                                           R"("exp":01)",
+                                           R"("exp":"1","exp":"9999999999")",
+                                           R"("aud":"one")",
+                                           R"("aud":[])",
+                                           R"("aud":["b","a"])",
+                                           R"("aud":["b",1,null,{"c":"d"},"a\u0000x"])",
+                                           R"("aud":{"a":"b"})",
+                                           R"("aud":7)",
+                                           R"("ravok_roles":["r","s"])",
+                                           R"("ravok_roles":"r")",
+                                           R"("scope":"b a  c")",
+                                           R"("scope":" ")",
+                                           R"("scope":"{}")",
+                                           R"("scope":"[1]")",
+                                           R"("scope":7)",
+                                           R"("scope":[])",
+                                           R"("scope":{})",
+                                           R"("scope":{"b":["x","y"],"a":["z"]})",
+                                           R"("scope":{"b":["x"],"a":["y"],"b":["z"]})",
+                                           R"("scope":{"a":[1,true,null]})",
+                                           R"("scope":{"a":[{"b":"c"}]})",
+                                           R"("scope":{"a":"b"})",
+                                           R"("scope":{"a":["b\u0000c"]})",
+                                           R"("scope":{"a\u0000":["b"],"c":["d"]})",
+                                           R"("scope":{"\u00fc":["\ud800"]})",
+                                           "\"scope\":{\"\xff\":[\"\xc3\xbc\xc3\"]}",
+                                           R"("xidp":{"p":["L","CD"],"a":["\u00fc"]})",
+                                           R"("xidp":["L"])",
+                                           R"("xidp":{"p":"\/","n":[ 1 , {} ]})",
+                                           R"("other":{"a":[[{"b":{}}]]})",
+                                           R"("other":tru)",
+                                           R"("other":"\x")",
+                                           R"("other":"\u00g0")",
+                                           R"("other":[1,])"})
+    {
+        SCOPED_TRACE(members);
+        const std::string json = "{" + dated + std::string{members};
+        const std::string answers = answersFor(json + "}");
+        EXPECT_EQ(answers, answersFor(json + R"(,"real":1.5})"));
+        EXPECT_EQ(answers, answersFor("/* why */" + json + "}"));
+        EXPECT_EQ(answers, answersFor(" " + json + "\n}\n"));
+        different += answers != last ? 1 : 0;
+        last = answers;
+    }
+    EXPECT_GT(different, 40);
+}
+
+// Where a document has more members than there is room for, it becomes a tree.
+TEST(TokenReaders, ReadAnyNumberOfMembers)
+{
+    const FakeClock clock{now};
+    const std::string json =
+        R"({"sub":"u","jti":"j","iss":"i","iat":7,"nbf":"1","exp":"9999999999","typ":"t",)";
+    const std::string last = R"("alg":"a","scope":{"b":["c"]}})";
+    const std::string answers = answersFor(json + last);
+    std::string more;
+    for (int i = 0; i < 100; ++i)
+    {
+        more += "\"m" + std::to_string(i) + "\":" + std::to_string(i) + ",";
+        ASSERT_EQ(answers, answersFor(json + more + last)) << i;
+        ASSERT_EQ(answers, answersFor(R"({"alg":"x","iat":"8",)" + more + json.substr(1) + last))
+            << i;
+    }
+}
+
 TEST(GetJwtPayload, FailsForHostileTexts)
 {
     for (const HostileText& hostile : hostileTexts())
