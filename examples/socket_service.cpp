@@ -27,25 +27,31 @@ struct Service
                    .revoked = [this](const Claims& claims) {
                        return tokens.isRevoked(claims);
                    }};
+    // `value` ends the program if a rule has no meaning; these have.
+    TokenValidator judge = TokenValidator::of(keys.verificationKeys(), own, systemClock()).value();
     RegistrationRules asked{.redirectUris = {"https://client.example/callback"}};
     TokenFunctions functions{
         .issue = TokenIssuer::of(keys, issued, systemClock()).value(),
-        .validate = [this](auto token) { return judge.validate(token).transform(TokenFacts::of); },
+        .validate = std::cref(judge),
         .secrets = std::bind_front(&Service::secretsOf, this),
         .privileges = [](const ClientRecord&) { return Privileges{Privilege::login}; },
         .mayIntrospect = std::bind_front(std::equal_to{}, introspector)};
-    // `value` ends the program if a rule has no meaning; these have.
     Registrar<MemoryStore> registrar = Registrar<MemoryStore>::of(clients, asked).value();
     TokenEndpoint<MemoryStore> tokens = TokenEndpoint<MemoryStore>::of(clients, functions).value();
-    TokenValidator judge = TokenValidator::of(keys.verificationKeys(), own, systemClock()).value();
 
-    /** The secrets of this device alone, whose name is in its certificate. */
+    /** The secrets of this device alone, whose name is in its certificate. Wipes its own copy. */
     Expected<Text> secretsOf(const ClientRecord& client) const
     {
-        std::ifstream file{secretsFolder + '/' + client.deviceName + ".json"};
-        return file && client.deviceName.find('/') == std::string::npos
-                   ? Text::copy(std::string{std::istreambuf_iterator<char>{file}, {}})
-                   : Error{BMCOAUTH_RULE_FILE_UNREADABLE, client.deviceName};
+        std::array<char, 16384> text{};
+        std::ifstream file;
+        file.rdbuf()->pubsetbuf(nullptr, 0); // a buffer would keep the secrets
+        file.open(secretsFolder + '/' + client.deviceName + ".json");
+        const std::streamsize size = file.read(text.data(), text.size()).gcount();
+        Expected<Text> secrets = size > 0 && client.deviceName.find('/') == std::string::npos
+                                     ? Text::copy({text.data(), static_cast<std::size_t>(size)})
+                                     : Error{BMCOAUTH_RULE_FILE_UNREADABLE, client.deviceName};
+        OPENSSL_cleanse(text.data(), text.size());
+        return secrets;
     }
     Expected<Text, Refusal> answer(std::string_view line, std::string_view user)
     {
