@@ -127,39 +127,37 @@ struct ReplayWindow
     std::uint32_t times = 4;
 };
 
-/** What to do with a refresh token. */
-enum class RefreshOutcome : unsigned int
-{
-    rotate,             /**< Replace it by a new one. */
-    replayWithinWindow, /**< Give the token that has replaced it once more. */
-    expired,            /**< It was not used in time. */
-    familyExpired,      /**< The client has ended. */
-    reuse,              /**< It comes a second time: remove the client. */
-};
-
-/** Decides about the token of the digest `presented`, whose first part is that of the family. */
-[[nodiscard]] inline RefreshOutcome decideRefresh(const ClientRecord& client,
+/** Decides about the token of the digest `presented`, whose first part is that of the family.
+ *
+ *  | result | what to do |
+ *  |---|---|
+ *  | true | replace the token by a new one |
+ *  | false | give the token that has replaced it once more |
+ *  | BMCOAUTH_RULE_CLIENT_REFRESH_EXPIRED | refuse: it was not used in time |
+ *  | BMCOAUTH_RULE_CLIENT_FAMILY_EXPIRED | refuse: the client has ended |
+ *  | BMCOAUTH_RULE_CLIENT_REFRESH_REUSED | refuse, and remove the client: it comes a second time | */
+[[nodiscard]] inline Expected<bool> decideRefresh(const ClientRecord& client,
                                                   const SecretDigest& presented,
                                                   const ReplayWindow& window,
                                                   std::chrono::sys_seconds now) noexcept
 {
     if (now >= client.endsAt || !client.refresh)
     {
-        return RefreshOutcome::familyExpired;
+        return Error{BMCOAUTH_RULE_CLIENT_FAMILY_EXPIRED};
     }
     if (now >= client.expiresAt)
     {
-        return RefreshOutcome::expired;
+        return Error{BMCOAUTH_RULE_CLIENT_REFRESH_EXPIRED};
     }
     if (presented == client.refresh->current)
     {
-        return RefreshOutcome::rotate;
+        return true;
     }
     // A clock that is set back at most doubles the window.
     const bool recent = std::chrono::abs(now - client.refresh->rotatedAt) < window.length;
     return presented == client.refresh->previous && recent && client.refresh->replays < window.times
-               ? RefreshOutcome::replayWithinWindow
-               : RefreshOutcome::reuse;
+               ? Expected{false}
+               : Error{BMCOAUTH_RULE_CLIENT_REFRESH_REUSED};
 }
 
 /** How many proofs may fail: `burst` at once, and one more after each `interval`. A good proof is

@@ -340,20 +340,16 @@ private:
         }
         const std::chrono::sys_seconds now = clock();
         const SecretDigest shown = SecretDigest::of(token);
-        const RefreshOutcome outcome = decideRefresh(client, shown, rules.replays, now);
-        if (outcome == RefreshOutcome::reuse)
+        const Expected<bool> rotates = decideRefresh(client, shown, rules.replays, now);
+        if (!rotates)
         {
-            const Expected<void> removed = store->remove(client.id);
-            return removed ? Error{BMCOAUTH_RULE_CLIENT_REFRESH_REUSED} : removed.error();
-        }
-        if (outcome != RefreshOutcome::rotate && outcome != RefreshOutcome::replayWithinWindow)
-        {
-            return Error{outcome == RefreshOutcome::expired ? BMCOAUTH_RULE_CLIENT_REFRESH_EXPIRED
-                                                            : BMCOAUTH_RULE_CLIENT_FAMILY_EXPIRED};
+            const bool isReused = rotates.error().rule() == BMCOAUTH_RULE_CLIENT_REFRESH_REUSED;
+            const Expected<void> removed = isReused ? store->remove(client.id) : Expected<void>{};
+            return removed ? rotates.error() : removed.error();
         }
         RefreshFamily& family = *client.refresh;
         ++family.replays;
-        if (outcome == RefreshOutcome::rotate)
+        if (*rotates)
         {
             const Expected<Text> salt = randomToken(SecretDigest::size);
             if (!salt)

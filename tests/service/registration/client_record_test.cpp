@@ -63,39 +63,40 @@ TEST(DecideRefresh, FollowsThisTable)
         const char* token;
         std::chrono::seconds now;
         std::uint32_t replays;
-        RefreshOutcome outcome;
+        const char* outcome;
     };
     constexpr auto rows = std::to_array<Row>({
         // The token that is good now.
-        {"current", 1000s, 0, RefreshOutcome::rotate},
-        {"current", 1999s, 0, RefreshOutcome::rotate},
-        {"current", 1000s, 9, RefreshOutcome::rotate},
-        {"current", 2000s, 0, RefreshOutcome::expired},
-        {"current", 2999s, 0, RefreshOutcome::expired},
-        {"current", 3000s, 0, RefreshOutcome::familyExpired},
+        {"current", 1000s, 0, "rotate"},
+        {"current", 1999s, 0, "rotate"},
+        {"current", 1000s, 9, "rotate"},
+        {"current", 2000s, 0, "client.refresh-expired"},
+        {"current", 2999s, 0, "client.refresh-expired"},
+        {"current", 3000s, 0, "client.family-expired"},
         // The clock was set back.
-        {"current", 10s, 0, RefreshOutcome::rotate},
+        {"current", 10s, 0, "rotate"},
         // The one before it: 30 seconds, and twice.
-        {"old", 1000s, 0, RefreshOutcome::replayWithinWindow},
-        {"old", 1029s, 1, RefreshOutcome::replayWithinWindow},
-        {"old", 1029s, 2, RefreshOutcome::reuse},
-        {"old", 1030s, 0, RefreshOutcome::reuse},
-        {"old", 971s, 0, RefreshOutcome::replayWithinWindow},
-        {"old", 970s, 0, RefreshOutcome::reuse},
-        {"old", 2000s, 0, RefreshOutcome::expired},
-        {"old", 3000s, 0, RefreshOutcome::familyExpired},
+        {"old", 1000s, 0, "replay"},
+        {"old", 1029s, 1, "replay"},
+        {"old", 1029s, 2, "client.refresh-reused"},
+        {"old", 1030s, 0, "client.refresh-reused"},
+        {"old", 971s, 0, "replay"},
+        {"old", 970s, 0, "client.refresh-reused"},
+        {"old", 2000s, 0, "client.refresh-expired"},
+        {"old", 3000s, 0, "client.family-expired"},
         // Any other of the family.
-        {"older", 1000s, 0, RefreshOutcome::reuse},
-        {"older", 2000s, 0, RefreshOutcome::expired},
-        {"older", 3000s, 0, RefreshOutcome::familyExpired},
+        {"older", 1000s, 0, "client.refresh-reused"},
+        {"older", 2000s, 0, "client.refresh-expired"},
+        {"older", 3000s, 0, "client.family-expired"},
     });
     for (const Row& row : rows)
     {
         ClientRecord client = rotatedClient();
         client.refresh->replays = row.replays;
-        EXPECT_EQ(decideRefresh(client, digestOf(row.token), {.length = 30s, .times = 2},
-                                sys_seconds{row.now}),
-                  row.outcome)
+        const Expected<bool> rotates = decideRefresh(
+            client, digestOf(row.token), {.length = 30s, .times = 2}, sys_seconds{row.now});
+        const std::string_view accepted = rotates.value_or(false) ? "rotate" : "replay";
+        EXPECT_EQ(rotates ? accepted : rotates.error().name(), row.outcome)
             << row.token << " at " << row.now.count() << " after " << row.replays << " replays";
     }
 }
@@ -104,15 +105,16 @@ TEST(DecideRefresh, IsOverForAClientThatHasNeverProvenItself)
 {
     ClientRecord client = rotatedClient();
     client.refresh.reset();
-    EXPECT_EQ(decideRefresh(client, digestOf("current"), {}, sys_seconds{1000s}),
-              RefreshOutcome::familyExpired);
+    EXPECT_REFUSED("client.family-expired",
+                   decideRefresh(client, digestOf("current"), {}, sys_seconds{1000s}));
 }
 
 TEST(DecideRefresh, TakesNoTokenForThePreviousOneWhereThereIsNone)
 {
     ClientRecord client = rotatedClient();
     client.refresh->previous = {};
-    EXPECT_EQ(decideRefresh(client, digestOf(""), {}, sys_seconds{1000s}), RefreshOutcome::reuse);
+    EXPECT_REFUSED("client.refresh-reused",
+                   decideRefresh(client, digestOf(""), {}, sys_seconds{1000s}));
 }
 
 // -------------------------------------------------------------------------------------- the tokens --
