@@ -179,15 +179,6 @@ inline constexpr std::string_view audienceEntry = "aud";
                                                         : Expected<void>{};
 }
 
-/** Refuses a longest lifetime that is not positive, unless it is ignored. */
-[[nodiscard]] inline Expected<void>
-requireLifetime(const Expectation<std::chrono::seconds>& longest)
-{
-    return longest.get() != nullptr && longest.get()->count() < 1
-               ? Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "longestLifetime"}
-               : Expected<void>{};
-}
-
 /** The names of the members in the part `name` of a token. Refuses a part that is not UTF-8. */
 [[nodiscard]] inline Expected<Texts> namesIn(const char* name, std::string_view part)
 {
@@ -355,13 +346,17 @@ struct JudgedIssuer
     std::shared_ptr<const ReplaceableKeys> keys;
 };
 
-/** Refuses rules that no token could satisfy, and a skew above ten minutes. */
+/** Refuses an empty text, a longest lifetime that is not positive, and a skew that is negative or above
+ *  ten minutes. */
 [[nodiscard]] inline Expected<void> requireSense(const JudgedIssuer& issuer)
 {
     const TrustedIssuer& rules = issuer.rules;
+    const std::chrono::seconds* const longest = rules.longestLifetime.get();
     return allOf(requireText(issuer.isSelf ? "issuer" : "name", issuer.name),
                  requireText("audience", rules.audience), requireText("type", rules.type),
-                 requireLifetime(rules.longestLifetime),
+                 longest != nullptr && longest->count() < 1
+                     ? Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "longestLifetime"}
+                     : Expected<void>{},
                  rules.skew.count() < 0 || rules.skew > std::chrono::minutes{10}
                      ? Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "skew"}
                      : Expected<void>{});
@@ -411,11 +406,11 @@ struct JudgedIssuer
     return Period{std::max(*begin, *issued) - issuer.rules.skew, *end + issuer.rules.skew};
 }
 
-/** Judges `token`, which has been read as `read`, by the rules and keys of `issuer`. */
-[[nodiscard]] inline Expected<std::shared_ptr<JudgedToken>> judged(std::string_view token,
-                                                                   const UnverifiedToken& read,
-                                                                   const JudgedIssuer& issuer,
-                                                                   std::chrono::sys_seconds now)
+/** Judges `token`, which has this digest and has been read as `read`, by the rules and keys of
+ *  `issuer`. */
+[[nodiscard]] inline Expected<std::shared_ptr<const JudgedToken>>
+judged(std::string_view token, const Sha256Digest& digest, const UnverifiedToken& read,
+       const JudgedIssuer& issuer, std::chrono::sys_seconds now)
 {
     const TrustedIssuer& rules = issuer.rules;
     if (rules.type.get() != nullptr && read.unverifiedHeader().type() != *rules.type.get())
@@ -445,13 +440,9 @@ struct JudgedIssuer
         return period.error();
     }
     const unsigned int granted = userPrivileges(*verified).value_or(Privileges{}).bits();
-    return std::make_shared<JudgedToken>(
-        JudgedToken{*std::move(verified),
-                    Privileges{granted & rules.mostPrivileges.bits()},
-                    *period,
-                    issuer.keys,
-                    generation,
-                    {}});
+    return std::make_shared<const JudgedToken>(
+        JudgedToken{*std::move(verified), Privileges{granted & rules.mostPrivileges.bits()},
+                    *period, issuer.keys, generation, digest});
 }
 
 /** Validator judges the tokens of its issuers, and remembers valid ones by the digest of their whole
@@ -564,11 +555,7 @@ private:
             {
                 return Error{BMCOAUTH_RULE_POLICY_SCOPES, "scope"};
             }
-            return judged(token, read, *issuer, now)
-                .transform([&digest](const std::shared_ptr<JudgedToken>& made) -> Judged {
-                    made->digest = digest;
-                    return made;
-                });
+            return judged(token, digest, read, *issuer, now);
         });
     }
 
