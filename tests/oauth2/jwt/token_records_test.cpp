@@ -1000,6 +1000,7 @@ TEST(TokenReaders, ReadAlikeWithAndWithoutATree)
                                            R"("scope":{"\u00fc":["\ud800"]})",
                                            "\"scope\":{\"\xff\":[\"\xc3\xbc\xc3\"]}",
                                            R"("xidp":{"p":["L","CD"],"a":["\u00fc"]})",
+                                           R"("xidp":{"n":9999999999999999999})",
                                            R"("xidp":["L"])",
                                            R"("xidp":{"p":"\/","n":[ 1 , {} ]})",
                                            R"("other":{"a":[[{"b":{}}]]})",
