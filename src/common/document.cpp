@@ -25,6 +25,16 @@ int read(const char* text, const char* key, Out* out,
     });
 }
 
+void takeValue(Json::Value& current, Json::Value& replacement)
+{
+    current.swap(replacement);
+}
+
+void copyValue(Json::Value& current, Json::Value& replacement)
+{
+    current = replacement;
+}
+
 /** Merges @p source into @p destination as `update` promises, where @p replace puts one value in the
  *  place of another; exhausted memory is thrown, half the way through. */
 // NOLINTNEXTLINE(misc-no-recursion): no deeper than the document, whose depth the parser bounds.
@@ -144,8 +154,7 @@ extern "C" int merge_doc(char** text, const char* other)
             return false;
         }
         // Replaced values are wiped with the source.
-        merge(document, source.root,
-              [](Json::Value& current, Json::Value& replacement) { current.swap(replacement); });
+        merge(document, source.root, takeValue);
         return true;
     });
 }
@@ -165,8 +174,7 @@ int replaceDoc(char** text, const Json::Value& tree)
 void update(Json::Value& destination, Json::Value& source)
 {
     guarded([&] {
-        merge(destination, source,
-              [](Json::Value& current, Json::Value& replacement) { current = replacement; });
+        merge(destination, source, copyValue);
         return true;
     });
 }
