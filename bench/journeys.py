@@ -63,7 +63,8 @@ def bus():
                                f"--config-file={TOP / 'examples' / 'dbus' / 'bus.conf'}"],
                               stdout=subprocess.PIPE, text=True)
     with ended(daemon, signal.SIGTERM):
-        os.environ["DBUS_SESSION_BUS_ADDRESS"] = daemon.stdout.readline().strip()
+        address = daemon.stdout.readline().strip()
+        os.environ.update(DBUS_SYSTEM_BUS_ADDRESS=address, DBUS_SESSION_BUS_ADDRESS=address)
         yield daemon.pid
 
 
