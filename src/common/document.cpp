@@ -25,21 +25,17 @@ int read(const char* text, const char* key, Out* out,
     });
 }
 
-void takeValue(Json::Value& current, Json::Value& replacement)
+/** What merging does with the values of its source. */
+enum class Replacement : unsigned char
 {
-    current.swap(replacement);
-}
+    take,
+    copy,
+};
 
-void copyValue(Json::Value& current, Json::Value& replacement)
-{
-    current = replacement;
-}
-
-/** Merges @p source into @p destination as `update` promises, where @p replace puts one value in the
- *  place of another; exhausted memory is thrown, half the way through. */
+/** Merges @p source into @p destination as `update` promises; exhausted memory is thrown, half the
+ *  way through. */
 // NOLINTNEXTLINE(misc-no-recursion): no deeper than the document, whose depth the parser bounds.
-void merge(Json::Value& destination, Json::Value& source,
-           void (*replace)(Json::Value& current, Json::Value& replacement))
+void merge(Json::Value& destination, Json::Value& source, Replacement how)
 {
     if (!destination.isObject() || !source.isObject())
     {
@@ -53,11 +49,15 @@ void merge(Json::Value& destination, Json::Value& source,
         Json::Value& current = destination[name];
         if (replacement.isObject())
         {
-            merge(current, replacement, replace);
+            merge(current, replacement, how);
+        }
+        else if (how == Replacement::take)
+        {
+            current.swap(replacement);
         }
         else
         {
-            replace(current, replacement);
+            current = replacement;
         }
     }
 }
@@ -154,7 +154,7 @@ extern "C" int merge_doc(char** text, const char* other)
             return false;
         }
         // Replaced values are wiped with the source.
-        merge(document, source.root, takeValue);
+        merge(document, source.root, Replacement::take);
         return true;
     });
 }
@@ -174,7 +174,7 @@ int replaceDoc(char** text, const Json::Value& tree)
 void update(Json::Value& destination, Json::Value& source)
 {
     guarded([&] {
-        merge(destination, source, copyValue);
+        merge(destination, source, Replacement::copy);
         return true;
     });
 }

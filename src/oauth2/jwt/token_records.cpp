@@ -273,7 +273,7 @@ bool Claims::read(std::string_view part)
         if (member.value.front() == '"')
         {
             // Ends the string in the place of its quotation mark.
-            bytes.data.get()[member.value.end() - text.begin() - 1] = 0;
+            bytes.data.get()[member.value.data() + member.value.size() - text.data() - 1] = 0;
         }
     }
     return count != 0 || parseJsonObject(text, tree);
