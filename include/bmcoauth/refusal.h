@@ -38,7 +38,7 @@ enum bmcoauth_rule
     BMCOAUTH_RULE_RANDOM_DEVICE = 301,    /**< the random device cannot be opened or read */
     BMCOAUTH_RULE_CLOCK_UNREADABLE = 401, /**< the time does not convert to a date */
 
-    /* file: `subject` is the path's end, `saw` the system's error */
+    /* file: `subject` is the path, or "..." and its end; `saw` is the system's error */
     BMCOAUTH_RULE_FILE_UNREADABLE = 501, /**< a file cannot be opened for reading */
     BMCOAUTH_RULE_FILE_UNWRITABLE = 502, /**< a file cannot be created or written */
 

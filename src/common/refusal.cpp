@@ -79,9 +79,15 @@ void note(bmcoauth_rule rule) noexcept
 void Refused::noteSubject(const char* subject) noexcept
 {
     // Of a path the end tells more. What put does not cut is as long as this.
-    constexpr std::size_t room = sizeof noted.subject - sizeof "...";
+    std::array<char, sizeof noted.subject - 3> end{"..."};
     const std::size_t length = std::strlen(subject);
-    put(noted.subject, length > room && *subject == '/' ? subject + (length - room) : subject);
+    if (length >= end.size() && *subject == '/')
+    {
+        const std::size_t room = end.size() - sizeof "...";
+        std::memcpy(end.data() + 3, subject + (length - room), room);
+        subject = end.data();
+    }
+    put(noted.subject, subject);
 }
 
 void Refused::noteOtherRule(bmcoauth_rule rule) noexcept

@@ -100,17 +100,25 @@ TEST(Refusal, EndsWithThreeDotsWhereItWasCut)
     EXPECT_STREQ(lastRefusal().subject, "01234567890123456789012345...");
 }
 
+TEST(Refusal, MarksAPathThatItCuts)
+{
+    static_cast<void>(getECKeyFromFile("/absent/4567890123456789.pem"));
+    EXPECT_STREQ(lastRefusal().subject, "/absent/4567890123456789.pem");
+    static_cast<void>(getECKeyFromFile("/absent/45678901234567890.pem"));
+    EXPECT_STREQ(lastRefusal().subject, "...ent/45678901234567890.pem");
+}
+
 TEST(Refusal, NamesAFileByTheEndOfItsPathAndTheSystemsError)
 {
     const support::TemporaryDirectory directory;
     const std::string absent = directory / "absent";
     EXPECT_REFUSED("file.unreadable", getECKeyFromFile(absent.c_str()));
-    EXPECT_EQ(lastRefusal().subject, absent.substr(absent.size() - 28));
+    EXPECT_EQ(lastRefusal().subject, "..." + absent.substr(absent.size() - 25));
     EXPECT_STREQ(lastRefusal().saw, "No such file or directory");
 
     const std::string unwritable = directory / "absent/key.pem";
     EXPECT_REFUSED("file.unwritable", generateECPrivateKey(unwritable.c_str()));
-    EXPECT_EQ(lastRefusal().subject, unwritable.substr(unwritable.size() - 28));
+    EXPECT_EQ(lastRefusal().subject, "..." + unwritable.substr(unwritable.size() - 25));
     EXPECT_STREQ(lastRefusal().saw, "No such file or directory");
 }
 

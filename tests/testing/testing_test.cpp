@@ -248,7 +248,7 @@ TEST_F(TestingRoots, AreTheMachinesUnlessSet)
         if (!std::filesystem::exists("/etc/default/certs/FactorycertProdRoot.pem"))
         {
             // Of a long path the end is kept.
-            EXPECT_STREQ(support::lastRefusal().subject, "erts/FactorycertProdRoot.pem");
+            EXPECT_STREQ(support::lastRefusal().subject, "...s/FactorycertProdRoot.pem");
         }
     }
 }

@@ -88,6 +88,7 @@ public:
         constexpr std::size_t room = sizeof record.subject - 1;
         const bool isCutAtFront = subject.size() > room && subject.front() == '/';
         put(record.subject, isCutAtFront ? subject.substr(subject.size() - room) : subject);
+        std::string_view{"..."}.copy(static_cast<char*>(record.subject), isCutAtFront ? 3 : 0);
     }
 
     /** The calling thread's last refusal: bmcoauth_last_refusal. It means something directly after a
