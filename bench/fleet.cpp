@@ -183,17 +183,12 @@ public:
         : keys{site.newKeys()},
           issuer{needed(TokenIssuer::of(keys, {.issuer = issuerName, .audience = issuerName},
                                         systemClock()))},
-          validator{needed(TokenValidator::of(keys.verificationKeys(),
-                                              {.issuer = issuerName,
-                                               .audience = issuerName,
-                                               .longestLifetime = std::chrono::hours{1},
-                                               .revoked = ignored},
-                                              systemClock()))},
+          validator{needed(issuer.validator(ignored))},
           registrar{needed(Registrar<MemoryStore>::of(
               clients, {.proofs = proofs,
                         .redirectUris = {std::string{bench::redirectUri}},
                         .limits = limits}))},
-          tokens{needed(TokenEndpoint<MemoryStore>::of(clients, functions(site)))}
+          tokens{needed(TokenEndpoint<MemoryStore>::of(clients, issuer, functions(site)))}
     {
     }
     Controller(const Controller&) = delete;
@@ -224,16 +219,12 @@ public:
 private:
     [[nodiscard]] TokenFunctions functions(const Site& site) const
     {
-        return {
-            .issue = issuer,
-            .validate =
-                [this](auto token) { return validator.validate(token).transform(TokenFacts::of); },
-            .secrets = [&site](auto&) { return Text::copy(site.factory().keyDocument()); },
-            .privileges = [](auto&) { return Privilege::login | Privilege::configure; },
-            .mayIntrospect =
-                [](auto) {
-                    return true;
-                }};
+        return {.secrets = [&site](auto&) { return Text::copy(site.factory().keyDocument()); },
+                .privileges = [](auto&) { return Privilege::login | Privilege::configure; },
+                .mayIntrospect =
+                    [](auto) {
+                        return true;
+                    }};
     }
 
     // All clients come by way of one web server, which is the sender for all of them.

@@ -20,24 +20,21 @@ struct Service
     std::string secretsFolder;
     std::string introspector;
     MemoryStore clients = {};
-    TokenIssuerRules issued{.issuer = "socket-service", .audience = "devices"};
-    TokenRules own{.issuer = issued.issuer,
-                   .audience = issued.audience,
-                   .longestLifetime = issued.longestLifetime,
-                   .revoked = [this](const Claims& claims) {
-                       return tokens.isRevoked(claims);
-                   }};
     // `value` ends the program if a rule has no meaning; these have.
-    TokenValidator judge = TokenValidator::of(keys.verificationKeys(), own, systemClock()).value();
+    TokenIssuer issuer =
+        TokenIssuer::of(keys, {.issuer = "socket-service", .audience = "devices"}, systemClock())
+            .value();
     RegistrationRules asked{.redirectUris = {"https://client.example/callback"}};
-    TokenFunctions functions{
-        .issue = TokenIssuer::of(keys, issued, systemClock()).value(),
-        .validate = std::cref(judge),
-        .secrets = std::bind_front(&Service::secretsOf, this),
-        .privileges = [](const ClientRecord&) { return Privileges{Privilege::login}; },
-        .mayIntrospect = std::bind_front(std::equal_to{}, introspector)};
     Registrar<MemoryStore> registrar = Registrar<MemoryStore>::of(clients, asked).value();
-    TokenEndpoint<MemoryStore> tokens = TokenEndpoint<MemoryStore>::of(clients, functions).value();
+    TokenEndpoint<MemoryStore> tokens =
+        TokenEndpoint<MemoryStore>::of(
+            clients, issuer,
+            {.secrets = std::bind_front(&Service::secretsOf, this),
+             .privileges = [](const ClientRecord&) { return Privileges{Privilege::login}; },
+             .mayIntrospect = std::bind_front(std::equal_to{}, introspector)})
+            .value();
+    TokenValidator judge =
+        issuer.validator([this](const Claims& claims) { return tokens.isRevoked(claims); }).value();
 
     /** The secrets of this device alone, whose name is in its certificate. Wipes its own copy. */
     Expected<Text> secretsOf(const ClientRecord& client) const

@@ -60,18 +60,8 @@ struct Service
     SigningKeys keys = required(SigningKeys::loadOrCreate(state + "/signing.pem"));
     const std::unique_ptr<SqliteStore> clients = required(SqliteStore::open(state + "/clients.db"));
     RegistrationRules asked{.proofs = proofs, .redirectUris = {"https://client.example/callback"}};
-    TokenIssuerRules issued{.issuer = tokenService.name, .audience = tokenService.name};
-    // The endpoint itself asks whether a token's client has been removed.
-    TokenRules own{.issuer = issued.issuer,
-                   .audience = issued.audience,
-                   .longestLifetime = issued.longestLifetime,
-                   .revoked = ignored};
-    TokenValidator validator =
-        required(TokenValidator::of(keys.verificationKeys(), own, systemClock()));
     // Who may introspect, the policy of the bus has decided.
     TokenFunctions functions{
-        .issue = required(TokenIssuer::of(keys, issued, systemClock())),
-        .validate = std::cref(validator),
         .secrets = [this](auto& client) { return keyDocument(fileOf(client, ".json")); },
         .privileges = [this](auto& client) { return privilegesIn(fileOf(client, ".rights")); },
         .mayIntrospect =
@@ -79,8 +69,11 @@ struct Service
                 return true;
             }};
     Registrar<SqliteStore> registrar = required(Registrar<SqliteStore>::of(*clients, asked));
-    TokenEndpoint<SqliteStore> tokens =
-        required(TokenEndpoint<SqliteStore>::of(*clients, functions));
+    TokenEndpoint<SqliteStore> tokens = required(TokenEndpoint<SqliteStore>::of(
+        *clients,
+        required(TokenIssuer::of(keys, {.issuer = tokenService.name, .audience = tokenService.name},
+                                 systemClock())),
+        functions));
 
     /** The file of the client's device; no peer's text leads out of the folder. */
     [[nodiscard]] std::string fileOf(const ClientRecord& client, const char* kind) const

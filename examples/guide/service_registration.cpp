@@ -6,13 +6,10 @@
 
 #include <json/value.h>
 
-#include <chrono>
 #include <cstdlib>
-#include <functional>
 #include <iostream>
 #include <string>
 #include <string_view>
-#include <utility>
 
 using bmcoauth::Claims;
 using bmcoauth::ClientRecord;
@@ -28,34 +25,16 @@ using bmcoauth::Text;
 using bmcoauth::TokenEndpoint;
 using bmcoauth::TokenFunctions;
 using bmcoauth::TokenIssuer;
-using bmcoauth::TokenValidator;
 using bmcoauth::ValidToken;
 
 namespace
 {
 
-// [access]
-/** Who issues the tokens. They are good for ten minutes. */
-constexpr const char* issuerName = "org.example.Tokens";
-
-/** How they are judged: `revoked` is all that differs. */
-bmcoauth::TokenRules rulesWith(bmcoauth::Expectation<bmcoauth::RevocationCheck> revoked)
-{
-    return {.issuer = issuerName,
-            .audience = bmcoauth::ignored,
-            .longestLifetime = std::chrono::hours{1},
-            .revoked = std::move(revoked)};
-}
-// [access]
-
 // [functions]
-/** What only this service knows. The validator and the secrets must outlive it. */
-TokenFunctions functionsOf(const TokenIssuer& issuer, const TokenValidator& own,
-                           const Text& secrets)
+/** What only this service knows. The secrets must outlive it. */
+TokenFunctions functionsOf(const Text& secrets)
 {
     return {
-        .issue = issuer,
-        .validate = std::cref(own),
         // On a controller: the document of this software, from a file that it shares with nobody.
         .secrets = [&secrets](const ClientRecord&) { return Text::copy(secrets); },
         .privileges =
@@ -131,12 +110,12 @@ int main(int argc, char** argv)
     {
         return EXIT_FAILURE;
     }
-    const auto issuer = TokenIssuer::of(
-        *keys, {.issuer = issuerName, .audience = bmcoauth::ignored}, bmcoauth::systemClock());
-    // The endpoint looks for itself whether a client has ended.
-    const auto own = TokenValidator::of(keys->verificationKeys(), rulesWith(bmcoauth::ignored),
-                                        bmcoauth::systemClock());
-    if (!issuer || !own)
+    // [issuer]
+    const auto issuer =
+        TokenIssuer::of(*keys, {.issuer = "org.example.Tokens", .audience = bmcoauth::ignored},
+                        bmcoauth::systemClock());
+    // [issuer]
+    if (!issuer)
     {
         return EXIT_FAILURE;
     }
@@ -145,17 +124,15 @@ int main(int argc, char** argv)
     auto registrar =
         Registrar<MemoryStore>::of(clients, {.proofs = bmcoauth::Proofs::oneTimePassword,
                                              .redirectUris = {"https://client.example/callback"}});
-    auto tokens = TokenEndpoint<MemoryStore>::of(clients, functionsOf(*issuer, *own, *secrets));
+    auto tokens = TokenEndpoint<MemoryStore>::of(clients, *issuer, functionsOf(*secrets));
     // [service]
     if (!registrar || !tokens)
     {
         return EXIT_FAILURE;
     }
     // [validator]
-    const auto validator = TokenValidator::of(
-        keys->verificationKeys(),
-        rulesWith([&tokens](const Claims& claims) { return tokens->isRevoked(claims); }),
-        bmcoauth::systemClock());
+    const auto validator =
+        issuer->validator([&tokens](const Claims& claims) { return tokens->isRevoked(claims); });
     // [validator]
     if (!validator)
     {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fuzz/support.hpp"
+#include "service/keys.hpp"
 
 #include <bmcoauth/service.hpp>
 
@@ -21,6 +22,7 @@ using bmcoauth::Registrar;
 using bmcoauth::SecretDigest;
 using bmcoauth::Text;
 using bmcoauth::TokenEndpoint;
+using bmcoauth::TokenIssuer;
 
 /** The groups of rules, up to the dot. */
 constexpr auto registrationRules =
@@ -115,18 +117,6 @@ private:
     [[nodiscard]] TokenEndpoint<MemoryStore> endpointOf()
     {
         bmcoauth::TokenFunctions functions;
-        functions.issue = [](std::string_view, bmcoauth::Privileges) {
-            return Expected<bmcoauth::IssuedToken>{
-                {Text::copy("access").value(), "1", now() + std::chrono::minutes{1}}};
-        };
-        functions.validate = [](std::string_view token) -> Expected<bmcoauth::TokenFacts> {
-            if (token != "access")
-            {
-                return bmcoauth::Error{BMCOAUTH_RULE_TOKEN_SIGNATURE};
-            }
-            return bmcoauth::TokenFacts{
-                .subject = "own", .id = "1", .expiresAt = now(), .privileges = {}};
-        };
         functions.secrets = [](const ClientRecord&) {
             return Text::copy(R"({"otp1.0":["83016483920461748392"]})");
         };
@@ -136,7 +126,22 @@ private:
         functions.mayIntrospect = [](std::string_view) {
             return true;
         };
-        return TokenEndpoint<MemoryStore>::of(store, std::move(functions), {}, now).value();
+        return TokenEndpoint<MemoryStore>::of(store, issuer(), std::move(functions)).value();
+    }
+    /** Of all services: making its keys takes a while. */
+    static const TokenIssuer& issuer()
+    {
+        static const TokenIssuer only =
+            TokenIssuer::of(bmcoauth::SigningKeys::of(bmcoauth::TestSigner{}).value(),
+                            {.issuer = "i", .audience = bmcoauth::ignored}, now)
+                .value();
+        return only;
+    }
+    /** An access token of the client "own". */
+    static std::string_view access()
+    {
+        static const bmcoauth::IssuedToken only = issuer().issue("own", {}).value();
+        return only.token;
     }
 
     /** The new client's identifier; empty if the request is refused. */
@@ -172,19 +177,21 @@ private:
         tokens.insert(std::string{response.refreshToken().value()});
     }
 
+    /** Judges `text`, or the access token where it is "access". */
     void judgeToken(const std::string& text)
     {
+        const bool isAccess = text == "access";
+        const std::string_view token = isAccess ? access() : text;
         const bool wasActive = endpoint.isActive("own").value();
-        const Expected<Text, Refusal> facts = endpoint.introspect(text, "sender");
-        fuzz::require(facts && (facts->view() != R"({"active":false})") ==
-                                   (text == "access" && wasActive),
+        const Expected<Text, Refusal> facts = endpoint.introspect(token, "sender");
+        fuzz::require(facts && (facts->view() != R"({"active":false})") == (isAccess && wasActive),
                       "only what was issued is active");
-        fuzz::require(!judgedAnswer(revocationRules, endpoint.revoke("own", "wrong", text)),
+        fuzz::require(!judgedAnswer(revocationRules, endpoint.revoke("own", "wrong", token)),
                       "nobody revokes without the secret");
         fuzz::require(endpoint.isActive("own").value() == wasActive,
                       "a refused revocation changes nothing");
-        const bool isTheirs = text == "access" || text.substr(0, text.find('.')) == "family";
-        judgedAnswer(revocationRules, endpoint.revoke("own", "secret", text));
+        const bool isTheirs = isAccess || text.substr(0, text.find('.')) == "family";
+        judgedAnswer(revocationRules, endpoint.revoke("own", "secret", token));
         fuzz::require(endpoint.isActive("own").value() == (wasActive && !isTheirs),
                       "a client's tokens end it, and no other");
     }

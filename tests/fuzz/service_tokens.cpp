@@ -16,12 +16,12 @@ namespace
 using namespace bmcoauth;
 
 constexpr auto tokenRules = std::to_array<std::string_view>(
-    {"argument.length", "argument.zero-byte", "json.syntax",         "json.nesting",
-     "json.root",       "policy.algorithm",   "policy.audience",     "policy.critical",
-     "policy.encoding", "policy.issuer",      "policy.key-unknown",  "policy.lifetime",
-     "policy.revoked",  "policy.scopes",      "policy.type",         "token.algorithm",
-     "token.expired",   "token.member",       "token.not-yet-valid", "token.parts",
-     "token.scope",     "token.signature"});
+    {"argument.length", "argument.zero-byte", "base64.malformed", "json.syntax",
+     "json.nesting",    "json.root",          "policy.algorithm", "policy.audience",
+     "policy.critical", "policy.encoding",    "policy.issuer",    "policy.key-unknown",
+     "policy.lifetime", "policy.revoked",     "policy.scopes",    "policy.type",
+     "token.algorithm", "token.expired",      "token.member",     "token.not-yet-valid",
+     "token.parts",     "token.scope",        "token.signature"});
 constexpr auto keyRules = std::to_array<std::string_view>(
     {"argument.zero-byte", "base64.length", "base64.malformed", "json.member-missing",
      "json.member-type", "json.nesting", "json.root", "json.syntax", "jwk.number", "jwk.point",

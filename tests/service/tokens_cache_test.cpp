@@ -41,7 +41,7 @@ struct Seen : ::testing::Test
     }
     [[nodiscard]] std::string token(const std::string& subject = "admin") const
     {
-        const IssuedToken issued = issuer(subject, Privilege::login).value();
+        const IssuedToken issued = issuer.issue(subject, Privilege::login).value();
         return std::string{issued.token.view()};
     }
 };

@@ -65,13 +65,13 @@ TEST_F(Issuing, SaysWhatTheRulesSay)
 
 TEST_F(Issuing, GivesTokensThatAValidatorTakes)
 {
-    const IssuedToken issued = issuer()("admin", Privilege::clearLogs).value();
+    const IssuedToken issued = issuer().issue("admin", Privilege::clearLogs).value();
     EXPECT_EQ(issued.expiresAt.time_since_epoch(), 1000600s);
     const ValidToken valid = validator().validate(issued.token).value();
     EXPECT_EQ(valid.claims().subject(), "admin");
     EXPECT_EQ(valid.privileges(), Privilege::clearLogs);
     EXPECT_EQ(valid.expiresAt(), issued.expiresAt);
-    EXPECT_NE(issuer()("admin", Privileges{}).value().id, issued.id);
+    EXPECT_NE(issuer().issue("admin", Privileges{}).value().id, issued.id);
 }
 
 TEST_F(Issuing, WorksWithTheKeyOfAFileAndWhenThatRotates)
@@ -80,10 +80,10 @@ TEST_F(Issuing, WorksWithTheKeyOfAFileAndWhenThatRotates)
     keys = SigningKeys::loadOrCreate(directory / "key.pem").value();
     const TokenIssuer made = issuer();
     const TokenValidator judge = validator();
-    const IssuedToken before = made("admin", Privileges::all()).value();
+    const IssuedToken before = made.issue("admin", Privileges::all()).value();
     EXPECT_TRUE(judge.validate(before.token));
     ASSERT_TRUE(keys.rotate());
-    const IssuedToken after = made("admin", Privileges::all()).value();
+    const IssuedToken after = made.issue("admin", Privileges::all()).value();
     EXPECT_TRUE(judge.validate(before.token));
     EXPECT_TRUE(judge.validate(after.token));
     // Withdrawn, the keys take with them what was seen.
@@ -114,6 +114,38 @@ TEST_F(Issuing, RefusesWhatCouldNotBeVerified)
     EXPECT_REFUSED("clock.unreadable", issue("a", Privileges{}, 1s));
 }
 
+TEST_F(Issuing, GivesAValidatorByItsRules)
+{
+    const TokenIssuer typed = issuer({.issuer = "controller",
+                                      .audience = "console",
+                                      .lifetime = 2h,
+                                      .longestLifetime = 3h,
+                                      .type = "at+jwt"});
+    const TokenValidator own = typed.validator(ignored).value();
+    const IssuedToken token = typed.issue("admin", Privilege::login, 3h).value();
+    EXPECT_TRUE(own.validate(token.token));
+    const auto ruleFor = [&own](const TokenIssuer& other) {
+        const IssuedToken others = other.issue("admin", {}, 1s).value();
+        return support::ruleBehind(own.validate(others.token));
+    };
+    EXPECT_EQ(ruleFor(issuer()), "policy.type");
+    EXPECT_EQ(ruleFor(issuer({.issuer = "other", .audience = "console", .type = "at+jwt"})),
+              "policy.issuer");
+    EXPECT_EQ(ruleFor(issuer({.issuer = "controller", .audience = "other", .type = "at+jwt"})),
+              "policy.audience");
+    const auto longer = issuer(
+        {.issuer = "controller", .audience = "console", .longestLifetime = 4h, .type = "at+jwt"});
+    const IssuedToken tooLong = longer.issue("admin", {}, 4h).value();
+    EXPECT_REFUSED("policy.lifetime", own.validate(tooLong.token));
+
+    const auto revoked = [&token](const Claims& claims) {
+        return claims.id() == token.id;
+    };
+    EXPECT_REFUSED("policy.revoked", typed.validator(revoked).value().validate(token.token));
+    clock.set(1010800);
+    EXPECT_REFUSED("token.expired", own.validate(token.token));
+}
+
 TEST_F(Issuing, RefusesRulesWithoutSense)
 {
     const auto of = [this](TokenIssuerRules rules) {
@@ -134,10 +166,10 @@ TEST_F(Issuing, GivesNothingThatASignerHasSpoiled)
 {
     signer.spoils = true;
     keys = SigningKeys::of(signer).value();
-    EXPECT_REFUSED("token.signature", issuer()("admin", Privileges{}));
+    EXPECT_REFUSED("token.signature", issuer().issue("admin", Privileges{}));
     signer.fails = true;
     keys = SigningKeys::of(signer).value();
-    EXPECT_REFUSED("random.device", issuer()("admin", Privileges{}));
+    EXPECT_REFUSED("random.device", issuer().issue("admin", Privileges{}));
 }
 
 } // namespace

@@ -420,7 +420,7 @@ TEST(Signers, BringAnIdOfTheirOwn)
     const TestClock clock;
     const TokenIssuer issuer =
         TokenIssuer::of(keys, {.issuer = "here", .audience = ignored}, clock).value();
-    const IssuedToken token = issuer("admin", Privilege::login).value();
+    const IssuedToken token = issuer.issue("admin", Privilege::login).value();
     const UnverifiedToken read = readUnverified(token.token).value();
     EXPECT_EQ(read.unverifiedHeader().keyId(), "tpm:0x81000001");
 
@@ -489,7 +489,7 @@ TEST(VerificationKeySets, StayIfTheNextOnesAreRefused)
                                                          .revoked = ignored},
                                                         clock)
                                          .value();
-    const IssuedToken token = issuer("admin", Privilege::login).value();
+    const IssuedToken token = issuer.issue("admin", Privilege::login).value();
     EXPECT_REFUSED("json.syntax", verification.replace("rubbish"));
     EXPECT_TRUE(validator.validate(token.token));
     ASSERT_TRUE(verification.replace(SigningKeys::of(TestSigner{}).value().jwks()));

@@ -441,19 +441,29 @@ public:
         {
             return Error{BMCOAUTH_RULE_POLICY_LIFETIME, "lifetime"};
         }
-        const std::chrono::sys_seconds now = clock();
-        if (now.time_since_epoch().count() < 1)
+        const std::chrono::sys_seconds begin = now();
+        if (begin.time_since_epoch().count() < 1)
         {
             return Error{BMCOAUTH_RULE_CLOCK_UNREADABLE};
         }
         return randomToken(16).and_then(
-            [&](const Text& id) { return make(subject, privileges, id, now, now + length); });
+            [&](const Text& id) { return make(subject, privileges, id, begin, begin + length); });
     }
-    /** The same with the usual lifetime, for TokenFunctions::issue. */
-    [[nodiscard]] Expected<IssuedToken> operator()(std::string_view subject,
-                                                   Privileges privileges) const
+    /** A validator of this issuer's tokens, with its keys, rules and clock. */
+    [[nodiscard]] Expected<TokenValidator> validator(Expectation<RevocationCheck> revoked) const
     {
-        return issue(subject, privileges);
+        return TokenValidator::of(keys.verificationKeys(),
+                                  {.issuer = rules.issuer,
+                                   .audience = rules.audience,
+                                   .longestLifetime = rules.longestLifetime,
+                                   .revoked = std::move(revoked),
+                                   .type = rules.type},
+                                  clock);
+    }
+    /** The time of its clock. */
+    [[nodiscard]] std::chrono::sys_seconds now() const
+    {
+        return clock();
     }
 
 private:
@@ -463,7 +473,7 @@ private:
     }
 
     [[nodiscard]] Expected<IssuedToken> make(std::string_view subject, Privileges privileges,
-                                             const Text& id, std::chrono::sys_seconds now,
+                                             const Text& id, std::chrono::sys_seconds issued,
                                              std::chrono::sys_seconds expiry) const
     {
         const std::string* const audience = rules.audience.get();
@@ -471,7 +481,7 @@ private:
             audience == nullptr ? std::string_view{} : std::string_view{*audience}};
         const std::array<ScopeEntry, 1> scopes{
             {{.name = detail::audienceEntry, .values = audiences}}};
-        const auto begin = static_cast<std::uint64_t>(now.time_since_epoch().count());
+        const auto begin = static_cast<std::uint64_t>(issued.time_since_epoch().count());
         // One key, even if another thread rotates meanwhile.
         const std::shared_ptr<const SigningKeys::Current> key = keys.current();
         return key

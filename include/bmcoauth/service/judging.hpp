@@ -182,9 +182,10 @@ inline constexpr std::string_view audienceEntry = "aud";
 /** The names of the members in the part `name` of a token. Refuses a part that is not UTF-8. */
 [[nodiscard]] inline Expected<Texts> namesIn(const char* name, std::string_view part)
 {
-    const Expected<Bytes> json = decodeBase64Url(part);
-    return json && isUtf8(json->view()) ? memberNames(json->view())
-                                        : Error{BMCOAUTH_RULE_POLICY_ENCODING, name};
+    return decodeBase64Url(part).and_then([name](const Bytes& json) {
+        return isUtf8(json.view()) ? memberNames(json.view())
+                                   : Error{BMCOAUTH_RULE_POLICY_ENCODING, name};
+    });
 }
 
 /** Reads `token` without verifying it. Refuses, besides what readUnverified refuses:
@@ -306,27 +307,6 @@ private:
     }
 
     detail::Shared<const detail::JudgedToken> judged;
-};
-
-/** What a valid token says, as a TokenEndpoint needs it. */
-struct TokenFacts
-{
-    /** The claim "sub"; empty if there is none. */
-    std::string subject;
-    /** The claim "jti"; empty if there is none. */
-    std::string id;
-    /** When it ceases to be valid. */
-    std::chrono::sys_seconds expiresAt;
-    /** What the subject may do. */
-    Privileges privileges;
-
-    /** Copies the facts of `token`. */
-    [[nodiscard]] static TokenFacts of(const ValidToken& token)
-    {
-        const Claims claims = token.claims();
-        return {std::string{claims.subject().value_or("")}, std::string{claims.id().value_or("")},
-                token.expiresAt(), token.privileges()};
-    }
 };
 
 namespace detail
@@ -469,11 +449,6 @@ public:
                     return ValidToken{std::move(valid)};
                 });
             });
-    }
-    /** The same for TokenFunctions::validate, as std::cref(validator). */
-    [[nodiscard]] Expected<TokenFacts> operator()(std::string_view token) const
-    {
-        return validate(token).transform(TokenFacts::of);
     }
 
 protected:

@@ -29,10 +29,6 @@ inline namespace v1
 /** What a TokenEndpoint asks the service for. All must be given. Several threads call them at once. */
 struct TokenFunctions
 {
-    /** Issues an access token: a TokenIssuer. */
-    std::function<Expected<IssuedToken>(std::string_view subject, Privileges)> issue;
-    /** Validates an access token: std::cref of a TokenValidator, which must outlive the endpoint. */
-    std::function<Expected<TokenFacts>(std::string_view token)> validate;
     /** Returns the key document of this client. Each client needs its own, or each could answer for the
      *  others. Ignored unless passwords are asked for. */
     std::function<Expected<Text>(const ClientRecord&)> secrets;
@@ -64,14 +60,13 @@ template <Store S>
 class TokenEndpoint
 {
 public:
-    /** `store` must outlive the endpoint. Refuses an absent function, and rules without a meaning. */
+    /** Gives access tokens of `issuer`, by its clock. `store` must outlive the endpoint. Refuses an
+     *  absent function, and rules without a meaning. */
     [[nodiscard]] static Expected<TokenEndpoint> of(S& store BMCOAUTH_LIFETIMEBOUND,
-                                                    TokenFunctions functions,
-                                                    TokenEndpointRules rules = {},
-                                                    Clock clock = systemClock())
+                                                    TokenIssuer issuer, TokenFunctions functions,
+                                                    TokenEndpointRules rules = {})
     {
-        if (!functions.issue || !functions.validate || !functions.secrets ||
-            !functions.privileges || !functions.mayIntrospect || !clock)
+        if (!functions.secrets || !functions.privileges || !functions.mayIntrospect)
         {
             return Error{BMCOAUTH_RULE_ARGUMENT_EMPTY, "functions"};
         }
@@ -84,7 +79,11 @@ public:
         {
             return Error{BMCOAUTH_RULE_ARGUMENT_RANGE, "rules"};
         }
-        return TokenEndpoint{store, std::move(functions), rules, std::move(clock)};
+        // Whether a client has ended, the endpoint looks for itself.
+        return issuer.validator(ignored).transform([&](TokenValidator own) {
+            return TokenEndpoint{store, std::move(issuer), std::move(own), std::move(functions),
+                                 rules};
+        });
     }
 
     /** Answers the token request `text` of `sender`: see Registrar::answer. */
@@ -134,8 +133,8 @@ public:
         }
         const Expected<void> done =
             authenticated(clientId, clientSecret).and_then([&](const ClientRecord& client) {
-                return isOf(client, token).and_then([&](bool own) {
-                    return own ? store->remove(client.id) : Expected<void>{};
+                return isOf(client, token).and_then([&](bool isTheirs) {
+                    return isTheirs ? store->remove(client.id) : Expected<void>{};
                 });
             });
         return done ? Expected<void, Refusal>{} : refusal(done.error());
@@ -146,7 +145,7 @@ public:
     [[nodiscard]] Expected<bool> isActive(std::string_view subject) const
     {
         return store->find(subject).transform([&](const std::optional<ClientRecord>& client) {
-            return client && client->refresh && clock() < client->expiresAt;
+            return client && client->refresh && issuer.now() < client->expiresAt;
         });
     }
 
@@ -168,10 +167,10 @@ public:
             return Refusal{OAUTH_ACCESS_DENIED, Error{BMCOAUTH_RULE_CLIENT_NOT_AUTHORIZED}};
         }
         Expected<Text> document =
-            valid(token).and_then([&](const std::optional<TokenFacts>& facts) {
-                const Expected<bool> active = facts ? isActive(facts->subject) : false;
+            validated(token).and_then([&](const std::optional<ValidToken>& valid) {
+                const Expected<bool> active = valid ? isActive(subjectOf(*valid)) : false;
                 return active.and_then([&](bool counts) {
-                    return counts ? described(*facts) : Text::copy(R"({"active":false})");
+                    return counts ? described(*valid) : Text::copy(R"({"active":false})");
                 });
             });
         return document ? Expected<Text, Refusal>{*std::move(document)}
@@ -186,8 +185,13 @@ private:
         Text refreshToken;
     };
 
-    TokenEndpoint(S& clients, TokenFunctions asked, const TokenEndpointRules& given, Clock time)
-        : store{&clients}, functions{std::move(asked)}, rules{given}, clock{std::move(time)}
+    TokenEndpoint(S& clients, TokenIssuer tokenIssuer, TokenValidator own, TokenFunctions asked,
+                  const TokenEndpointRules& given)
+        : store{&clients},
+          issuer{std::move(tokenIssuer)},
+          validator{std::move(own)},
+          functions{std::move(asked)},
+          rules{given}
     {
     }
 
@@ -253,8 +257,8 @@ private:
         {
             return Error{BMCOAUTH_RULE_CLIENT_CHALLENGE_USED};
         }
-        return clock() < client.expiresAt ? ParameterList::parse(client.challenge)
-                                          : Error{BMCOAUTH_RULE_CLIENT_CHALLENGE_EXPIRED};
+        return issuer.now() < client.expiresAt ? ParameterList::parse(client.challenge)
+                                               : Error{BMCOAUTH_RULE_CLIENT_CHALLENGE_EXPIRED};
     }
 
     /** The device that the challenge is for; nothing if a password is enough. */
@@ -297,7 +301,7 @@ private:
 
     [[nodiscard]] Expected<void> count(std::string_view counter, const FailureRate& rate)
     {
-        return store->countAttempt(counter, rate, clock()).and_then([&](bool allowed) {
+        return store->countAttempt(counter, rate, issuer.now()).and_then([&](bool allowed) {
             return allowed ? Expected<void>{} : Error{BMCOAUTH_RULE_CLIENT_LOCKED, counter};
         });
     }
@@ -317,7 +321,7 @@ private:
         {
             return all.error();
         }
-        const std::chrono::sys_seconds now = clock();
+        const std::chrono::sys_seconds now = issuer.now();
         client->refresh = RefreshFamily{.family = SecretDigest::of(detail::familyPart(*token)),
                                         .current = SecretDigest::of(*token),
                                         .rotatedAt = now};
@@ -338,7 +342,7 @@ private:
         {
             return Error{BMCOAUTH_RULE_CLIENT_REFRESH_UNKNOWN};
         }
-        const std::chrono::sys_seconds now = clock();
+        const std::chrono::sys_seconds now = issuer.now();
         const SecretDigest shown = SecretDigest::of(token);
         const Expected<bool> rotates = decideRefresh(client, shown, rules.replays, now);
         if (!rotates)
@@ -371,9 +375,9 @@ private:
     /** The response that a grant gives, with an access token. */
     [[nodiscard]] Expected<Text> documentOf(const Grant& grant, const TokenRequest& request) const
     {
-        return functions.issue(grant.client.id, functions.privileges(grant.client))
+        return issuer.issue(grant.client.id, functions.privileges(grant.client))
             .and_then([&](const IssuedToken& issued) {
-                const std::chrono::seconds left = issued.expiresAt - clock();
+                const std::chrono::seconds left = issued.expiresAt - issuer.now();
                 const std::string expiresIn =
                     std::to_string(std::max<std::int64_t>(left.count(), 0));
                 return TokenResponse::of({.accessToken = issued.token,
@@ -384,19 +388,23 @@ private:
             .and_then([](const TokenResponse& response) { return response.write(); });
     }
 
-    /** What an access token says; nothing if it is not valid. */
-    [[nodiscard]] Expected<std::optional<TokenFacts>> valid(std::string_view token) const
+    /** An access token; nothing if it is not valid. */
+    [[nodiscard]] Expected<std::optional<ValidToken>> validated(std::string_view token) const
     {
         if (token.size() > rules.maximumBytes)
         {
-            return std::optional<TokenFacts>{};
+            return std::optional<ValidToken>{};
         }
-        Expected<TokenFacts> facts = functions.validate(token);
-        if (!facts && Refusal::isOfMachine(facts.error()))
+        Expected<ValidToken> valid = validator.validate(token);
+        if (!valid && Refusal::isOfMachine(valid.error()))
         {
-            return facts.error();
+            return valid.error();
         }
-        return facts ? std::optional{*std::move(facts)} : std::nullopt;
+        return valid ? std::optional{*std::move(valid)} : std::nullopt;
+    }
+    [[nodiscard]] static std::string_view subjectOf(const ValidToken& valid) noexcept
+    {
+        return valid.claims().subject().value_or("");
     }
 
     /** Whether `token` is the client's, of either kind. */
@@ -406,26 +414,26 @@ private:
         {
             return true;
         }
-        return valid(token).transform([&](const std::optional<TokenFacts>& facts) {
-            return facts && facts->subject == client.id;
+        return validated(token).transform([&](const std::optional<ValidToken>& valid) {
+            return valid && subjectOf(*valid) == client.id;
         });
     }
 
-    [[nodiscard]] static Expected<Text> described(const TokenFacts& facts)
+    [[nodiscard]] static Expected<Text> described(const ValidToken& valid)
     {
         std::string scope;
-        for (const Privilege privilege : facts.privileges)
+        for (const Privilege privilege : valid.privileges())
         {
             scope.append(scope.empty() ? "" : " ").append(nameOf(privilege));
         }
-        const std::string exp = std::to_string(facts.expiresAt.time_since_epoch().count());
+        const std::string exp = std::to_string(valid.expiresAt().time_since_epoch().count());
         Expected<Document> document =
             Document::parse(R"({"active":true,"token_type":"bearer","exp":)" + exp + "}");
         const auto set = [&document](std::string_view name, std::string_view value) {
             return document.and_then([&](Document& text) { return text.setString(name, value); });
         };
-        return allOf(set("client_id", facts.subject), set("sub", facts.subject),
-                     set("jti", facts.id), set("scope", scope))
+        return allOf(set("client_id", subjectOf(valid)), set("sub", subjectOf(valid)),
+                     set("jti", valid.claims().id().value_or("")), set("scope", scope))
             .and_then([&document] { return Text::copy(document->view()); });
     }
 
@@ -437,9 +445,10 @@ private:
     static constexpr std::string_view everybody = "all";
 
     S* store;
+    TokenIssuer issuer;
+    TokenValidator validator;
     TokenFunctions functions;
     TokenEndpointRules rules;
-    Clock clock;
 };
 
 } // namespace v1

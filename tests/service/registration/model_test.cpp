@@ -189,7 +189,8 @@ struct Model : ::testing::Test
     std::mt19937 random{1};
     SetClock time;
     DeadlyStore<Kind> store;
-    TestIssuer issuer{time};
+    ServiceSigner signer;
+    TokenIssuer issuer = issuerOf(signer, time);
     std::vector<ModelClient> clients;
     /** When wrong proofs were answered, by sender; "" for all. */
     std::map<std::string, std::vector<sys_seconds>> guesses;
@@ -226,11 +227,8 @@ struct Model : ::testing::Test
     [[nodiscard]] TokenEndpoint<DeadlyStore<Kind>> endpoint()
     {
         return TokenEndpoint<DeadlyStore<Kind>>::of(
-                   store,
-                   {.issue = [this](std::string_view subject,
-                                    Privileges given) { return issuer.issue(subject, given); },
-                    .validate = [this](std::string_view token) { return issuer.validate(token); },
-                    .secrets = [](const ClientRecord&) { return Text::copy(TestClient{}.secrets); },
+                   store, issuer,
+                   {.secrets = [](const ClientRecord&) { return Text::copy(TestClient{}.secrets); },
                     .privileges = [](const ClientRecord&) { return Privileges{}; },
                     .mayIntrospect =
                         [](std::string_view) {
@@ -239,8 +237,7 @@ struct Model : ::testing::Test
                    {.failuresOfSender = bySender,
                     .failuresInAll = inAll,
                     .refreshLifetime = idle,
-                    .replays = {.length = 30s, .times = 2}},
-                   time.clock())
+                    .replays = {.length = 30s, .times = 2}})
             .value();
     }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cpp/identities.hpp"
+#include "service/keys.hpp"
 #include "support/certificates.hpp"
 #include "support/fake_device.hpp"
 #include "support/refusals.hpp"
@@ -15,8 +16,8 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <map>
-#include <mutex>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -69,65 +70,25 @@ private:
     std::atomic<std::int64_t> seconds{1800000000};
 };
 
-/** Issues access tokens that are good for ten minutes, and knows them again. */
-class TestIssuer
+/** A signer that does what a test wants before it signs. */
+struct ServiceSigner : TestSigner
 {
-public:
-    explicit TestIssuer(const SetClock& time) : clock{&time}
+    [[nodiscard]] Expected<Bytes> sign(const Sha256Digest& digest) const
     {
+        return (*before)().and_then([&] { return TestSigner::sign(digest); });
     }
 
-    [[nodiscard]] Expected<IssuedToken> issue(std::string_view subject, Privileges privileges)
-    {
-        const std::lock_guard guard{mutex};
-        if (broken)
-        {
-            return Error{BMCOAUTH_RULE_KEY_KIND, "signer"};
-        }
-        const std::string id = std::to_string(++last);
-        const std::chrono::sys_seconds end = clock->now() + std::chrono::minutes{10};
-        issued["access" + id] = {
-            .subject = std::string{subject}, .id = id, .expiresAt = end, .privileges = privileges};
-        return IssuedToken{Text::copy("access" + id).value(), id, end};
-    }
-    [[nodiscard]] Expected<TokenFacts> validate(std::string_view token) const
-    {
-        const std::lock_guard guard{mutex};
-        if (failure)
-        {
-            return *failure;
-        }
-        const auto place = issued.find(token);
-        if (place == issued.end())
-        {
-            return Error{BMCOAUTH_RULE_TOKEN_SIGNATURE};
-        }
-        if (clock->now() >= place->second.expiresAt)
-        {
-            return Error{BMCOAUTH_RULE_TOKEN_EXPIRED};
-        }
-        return place->second;
-    }
-
-    /** Whether `issue` fails from now on. */
-    void breakSigner(bool now)
-    {
-        broken = now;
-    }
-    /** `validate` fails with `error` from now on. */
-    void failValidating(const Error& error)
-    {
-        failure = error;
-    }
-
-private:
-    bool broken = false;
-    std::optional<Error> failure;
-    const SetClock* clock;
-    mutable std::mutex mutex;
-    std::map<std::string, TokenFacts, std::less<>> issued;
-    int last = 0;
+    std::shared_ptr<std::function<Expected<void>()>> before =
+        std::make_shared<std::function<Expected<void>()>>([] { return Expected<void>{}; });
 };
+
+/** Issues tokens that are good for ten minutes by `time`. */
+[[nodiscard]] inline TokenIssuer issuerOf(const ServiceSigner& signer, SetClock& time)
+{
+    return TokenIssuer::of(SigningKeys::of(signer).value(),
+                           {.issuer = "service", .audience = "devices"}, time.clock())
+        .value();
+}
 
 /** What a client has got from a service. */
 struct Tokens
@@ -213,10 +174,7 @@ struct TestService : ::testing::Test
 {
     [[nodiscard]] TokenFunctions functions()
     {
-        return {.issue = [this](std::string_view subject,
-                                Privileges given) { return issuer.issue(subject, given); },
-                .validate = [this](std::string_view token) { return issuer.validate(token); },
-                .secrets = [this](const ClientRecord&) { return Text::copy(secrets); },
+        return {.secrets = [this](const ClientRecord&) { return Text::copy(secrets); },
                 .privileges = [](const ClientRecord&) { return Privileges{Privilege::login}; },
                 .mayIntrospect =
                     [](std::string_view sender) {
@@ -233,7 +191,7 @@ struct TestService : ::testing::Test
     }
     [[nodiscard]] TokenEndpoint<MemoryStore> endpoint(const TokenEndpointRules& rules = {})
     {
-        return TokenEndpoint<MemoryStore>::of(store, functions(), rules, time.clock()).value();
+        return TokenEndpoint<MemoryStore>::of(store, issuer, functions(), rules).value();
     }
     /** A client that is registered, and has not proven itself. */
     [[nodiscard]] TestClient registered(std::string_view sender = "sender")
@@ -250,7 +208,8 @@ struct TestService : ::testing::Test
 
     SetClock time;
     MemoryStore store;
-    TestIssuer issuer{time};
+    ServiceSigner signer;
+    TokenIssuer issuer = issuerOf(signer, time);
     std::string secrets = R"({"otp1.0":["12345678901234567890"]})";
 };
 

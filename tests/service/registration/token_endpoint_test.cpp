@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -119,7 +120,7 @@ struct Interrupted : Endpoint
 {
     InterruptedStore interrupted{store};
     TokenEndpoint<InterruptedStore> slow =
-        TokenEndpoint<InterruptedStore>::of(interrupted, functions(), {}, time.clock()).value();
+        TokenEndpoint<InterruptedStore>::of(interrupted, issuer, functions()).value();
 };
 
 TEST_F(Interrupted, GivesTokensForAProofOnce)
@@ -208,7 +209,10 @@ TEST_F(Endpoint, GivesTokensForAProof)
 {
     const auto connection = connected();
     const TestClient& client = connection.first;
-    EXPECT_EQ(connection.second.access, "access1");
+    const ValidToken access =
+        issuer.validator(ignored).value().validate(connection.second.access).value();
+    EXPECT_EQ(access.claims().subject(), client.id);
+    EXPECT_EQ(access.privileges(), Privilege::login);
     const ClientRecord kept = store.find(client.id).value().value();
     EXPECT_EQ(kept.challenge, "");
     EXPECT_EQ(kept.expiresAt, time.now() + std::chrono::days{30});
@@ -369,7 +373,9 @@ TEST_F(Endpoint, TellsUnknownLockedAndWrongApartForTheLogAlone)
 TEST_F(Endpoint, BlamesItselfWhereItsSignerFails)
 {
     const auto connection = connected();
-    issuer.breakSigner(true);
+    *signer.before = [] {
+        return Error{BMCOAUTH_RULE_KEY_KIND, "signer"};
+    };
     const Expected<Text, Refusal> answer = refreshed(connection.first, connection.second.refresh);
     EXPECT_REFUSED("key.kind", answer);
     EXPECT_EQ(answer.error().code(), OAUTH_SERVER_ERROR);
@@ -379,23 +385,21 @@ TEST_F(Endpoint, BlamesItselfWhereItsSignerFails)
         EXPECT_FALSE(refreshed(connection.first, connection.second.refresh));
     }
     time.advance(1h);
-    issuer.breakSigner(false);
+    *signer.before = [] {
+        return Expected<void>{};
+    };
     EXPECT_TRUE(refreshed(connection.first, connection.second.refresh));
 }
 
 TEST_F(Endpoint, NamesNoTimeBeforeNow)
 {
-    // The clock is set while the signer works.
-    TokenFunctions slow = functions();
-    slow.issue = [this](std::string_view subject, Privileges given) {
-        Expected<IssuedToken> token = issuer.issue(subject, given);
-        time.advance(1h);
-        return token;
-    };
-    const auto service =
-        TokenEndpoint<MemoryStore>::of(store, std::move(slow), {}, time.clock()).value();
     const TestClient client = registered();
-    const Text answer = TokenEndpoint{service}.answer(client.proof(), "sender").value();
+    // The clock is set while the signer works.
+    *signer.before = [this] {
+        time.advance(1h);
+        return Expected<void>{};
+    };
+    const Text answer = endpoint().answer(client.proof(), "sender").value();
     const TokenResponse response = TokenResponse::parse(answer).value();
     EXPECT_EQ(response.expiresIn(), "0");
 }
@@ -662,15 +666,38 @@ TEST_F(Endpoint, ReadsNoCredentialsThatAreTooLong)
     EXPECT_REFUSED("argument.length", endpoint().revoke(std::string(16385, 'a'), "", ""));
 }
 
+/** What `call` answers if the first allocation fails that it can refuse by: before that, the standard
+ *  library throws. */
+template <typename Call>
+auto shortOfMemory(const Call& call) -> decltype(call())
+{
+    for (unsigned int nth = 1;; ++nth)
+    {
+        const support::FailAllocation failure{nth};
+        try
+        {
+            return call();
+        }
+        catch (const std::bad_alloc&)
+        {
+            continue;
+        }
+    }
+}
+
 TEST_F(Endpoint, SaysSoWhenItCouldNotLook)
 {
     const auto connection = connected();
-    issuer.failValidating(Error{BMCOAUTH_RULE_MEMORY_EXHAUSTED});
-    const Expected<void, Refusal> revoked =
-        endpoint().revoke(connection.first.id, connection.first.secret, connection.second.access);
+    const std::string_view token = connection.second.access;
+    TokenEndpoint<MemoryStore> service = endpoint();
+    const Expected<Text, Refusal> described =
+        shortOfMemory([&] { return service.introspect(token, "resource"); });
+    EXPECT_REFUSED("memory.exhausted", described);
+    EXPECT_EQ(described.error().code(), OAUTH_SERVER_ERROR);
+    const Expected<void, Refusal> revoked = shortOfMemory(
+        [&] { return service.revoke(connection.first.id, connection.first.secret, token); });
     EXPECT_REFUSED("memory.exhausted", revoked);
     EXPECT_EQ(revoked.error().code(), OAUTH_SERVER_ERROR);
-    EXPECT_REFUSED("memory.exhausted", endpoint().introspect(connection.second.access, "resource"));
 }
 
 TEST_F(Endpoint, DescribesTokensToThoseWhoMayAsk)
@@ -681,7 +708,8 @@ TEST_F(Endpoint, DescribesTokensToThoseWhoMayAsk)
     EXPECT_EQ(document["active"], true);
     EXPECT_EQ(document["client_id"], connection.first.id);
     EXPECT_EQ(document["sub"], connection.first.id);
-    EXPECT_EQ(document["jti"], "1");
+    const UnverifiedToken read = readUnverified(connection.second.access).value();
+    EXPECT_EQ(document["jti"], std::string{read.unverifiedClaims()->id().value()});
     EXPECT_EQ(document["exp"].asInt64(), 1800000600);
     EXPECT_EQ(document["scope"], "ravok_login");
     EXPECT_EQ(document["token_type"], "bearer");
@@ -741,23 +769,22 @@ TEST_F(Endpoint, TellsAValidatorWhoseTokensAreRevoked)
 TEST_F(Endpoint, IsNotMadeOfPartsWithoutAMeaning)
 {
     using Made = TokenEndpoint<MemoryStore>;
-    EXPECT_REFUSED("argument.empty", Made::of(store, {}));
+    EXPECT_REFUSED("argument.empty", Made::of(store, issuer, {}));
     TokenFunctions incomplete = functions();
     incomplete.mayIntrospect = nullptr;
-    EXPECT_REFUSED("argument.empty", Made::of(store, incomplete));
-    EXPECT_REFUSED("argument.empty", Made::of(store, functions(), {}, Clock{}));
+    EXPECT_REFUSED("argument.empty", Made::of(store, issuer, incomplete));
     EXPECT_REFUSED("argument.range",
-                   Made::of(store, functions(), {.failuresOfSender = {.burst = 0}}));
-    EXPECT_REFUSED("argument.range",
-                   Made::of(store, functions(), {.failuresInAll = {.burst = 1, .interval = 0s}}));
-    EXPECT_REFUSED("argument.range", Made::of(store, functions(), {.refreshLifetime = 0s}));
+                   Made::of(store, issuer, functions(), {.failuresOfSender = {.burst = 0}}));
+    EXPECT_REFUSED("argument.range", Made::of(store, issuer, functions(),
+                                              {.failuresInAll = {.burst = 1, .interval = 0s}}));
+    EXPECT_REFUSED("argument.range", Made::of(store, issuer, functions(), {.refreshLifetime = 0s}));
     // Times whose sums would overflow.
+    EXPECT_REFUSED("argument.range", Made::of(store, issuer, functions(),
+                                              {.refreshLifetime = std::chrono::seconds::max()}));
     EXPECT_REFUSED("argument.range",
-                   Made::of(store, functions(), {.refreshLifetime = std::chrono::seconds::max()}));
-    EXPECT_REFUSED(
-        "argument.range",
-        Made::of(store, functions(), {.failuresOfSender = {.burst = 2, .interval = 0x80000000s}}));
-    EXPECT_TRUE(Made::of(store, functions()));
+                   Made::of(store, issuer, functions(),
+                            {.failuresOfSender = {.burst = 2, .interval = 0x80000000s}}));
+    EXPECT_TRUE(Made::of(store, issuer, functions()));
 }
 
 } // namespace
