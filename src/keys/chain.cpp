@@ -75,8 +75,10 @@ struct Chain
 bmcoauth_chain_result refuseChain(X509_STORE_CTX& context, const Chain& chain) noexcept
 {
     const int error = X509_STORE_CTX_get_error(&context);
-    Refused reason = refuse(error == X509_V_ERR_OUT_OF_MEM ? BMCOAUTH_RULE_MEMORY_EXHAUSTED
-                                                           : BMCOAUTH_RULE_CHAIN_UNTRUSTED);
+    // Unspecified is the error of a certificate whose key cannot be read.
+    Refused reason = refuse(error == X509_V_ERR_OUT_OF_MEM    ? BMCOAUTH_RULE_MEMORY_EXHAUSTED
+                            : error == X509_V_ERR_UNSPECIFIED ? BMCOAUTH_RULE_CERTIFICATE_ENCODING
+                                                              : BMCOAUTH_RULE_CHAIN_UNTRUSTED);
     reason.saw(X509_verify_cert_error_string(error));
     X509* const ended = X509_STORE_CTX_get_current_cert(&context);
     const int place = sk_X509_find(chain.intermediates.get(), ended);
@@ -104,12 +106,12 @@ bmcoauth_chain_result verify(const Chain& chain, STACK_OF(X509) & trusted) noexc
     // On the context's own parameters: a fresh set allows chains of no depth at all.
     X509_VERIFY_PARAM_set_time(X509_STORE_CTX_get0_param(context.get()), localNewYear(judgedYear));
     const int result = X509_verify_cert(context.get());
-    if (result < 0)
+    if (result == 1)
     {
-        refuse(BMCOAUTH_RULE_MEMORY_EXHAUSTED); // GCOVR_EXCL_LINE: one allocation must fail
-        return BMCOAUTH_CHAIN_FAILED;           // GCOVR_EXCL_LINE: one allocation must fail
+        return BMCOAUTH_CHAIN_VERIFIED;
     }
-    return result == 1 ? BMCOAUTH_CHAIN_VERIFIED : refuseChain(*context, chain);
+    const bmcoauth_chain_result refusal = refuseChain(*context, chain);
+    return result < 0 ? BMCOAUTH_CHAIN_FAILED : refusal;
 }
 
 /** The roots that this device trusts; null, with @p result saying why, when there are none. */

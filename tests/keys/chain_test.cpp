@@ -84,6 +84,20 @@ TEST_F(ChainVerify, RefusesATamperedCertificate)
     EXPECT_EQ(verify({base64(der)}), verified);
 }
 
+TEST_F(ChainVerify, JudgesNoCertificateWhoseKeyCannotBeRead)
+{
+    const Identity device = production.issue({});
+    std::string der = device.der();
+    const std::size_t point = der.find(publicPoint(device.key()));
+    ASSERT_NE(point, std::string::npos);
+    der[point] = 9; // no form of a point
+    EXPECT_EQ(verify({base64(der)}), unreadable);
+    der[point] = 4;
+    der[point + 64] ^= 1; // not on the curve
+    EXPECT_EQ(verify({base64(der)}), unreadable);
+    EXPECT_EQ(verify({"", base64(der), device.body()}), verified);
+}
+
 TEST_F(ChainVerify, AcceptsTheRootItself)
 {
     EXPECT_EQ(verify({production.body()}), verified);
