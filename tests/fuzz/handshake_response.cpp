@@ -9,11 +9,11 @@ namespace
 
 constexpr auto proofRules = std::to_array<std::string_view>(
     {"argument.null", "handshake.types", "handshake.proof-missing", "handshake.proof-wrong",
-     "handshake.counters", "handshake.keys", "handshake.secret", "handshake.token", "json.syntax",
-     "json.nesting", "json.root"});
+     "handshake.counters", "handshake.keys", "handshake.secret", "handshake.token",
+     "base64.malformed", "json.syntax", "json.nesting", "json.root"});
 constexpr auto answerRules = std::to_array<std::string_view>(
     {"argument.null", "handshake.types", "handshake.counters", "handshake.keys", "handshake.secret",
-     "handshake.token", "json.syntax", "json.nesting", "json.root"});
+     "handshake.token", "base64.malformed", "json.syntax", "json.nesting", "json.root"});
 
 bool accepted(HandshakePayload* challenge, const std::string& keys, HandshakePayload* response)
 {
