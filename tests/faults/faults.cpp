@@ -579,12 +579,12 @@ Report report(const Row& row, const Thoroughness& how)
     return made;
 }
 
-Table::Table(std::initializer_list<Row> rows)
+Table::Table(std::initializer_list<Row> added)
 {
     static testing::Environment* const world =
         testing::AddGlobalTestEnvironment(std::make_unique<World>().release());
     static_cast<void>(world);
-    for (const Row& row : rows)
+    for (const Row& row : added)
     {
         mutableFunctions().emplace_back(row.function);
         std::string name = row.arguments;

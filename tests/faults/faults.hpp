@@ -197,7 +197,7 @@ struct Thoroughness
 class Table
 {
 public:
-    Table(std::initializer_list<Row> rows);
+    Table(std::initializer_list<Row> added);
 };
 
 /** The functions of all tables. */

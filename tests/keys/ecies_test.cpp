@@ -241,7 +241,7 @@ private:
 
 /** The rule by which an envelope is neither sealed nor opened. */
 template <typename Attempt>
-std::string ruleOf(const Attempt& attempt)
+std::string ruleOfRun(const Attempt& attempt)
 {
     return support::ruleOf([&] { return attempt.run().has_value(); });
 }
@@ -250,7 +250,7 @@ std::string ruleOf(const Attempt& attempt)
 template <typename Attempt>
 std::string reasonOf(const Attempt& attempt)
 {
-    const std::string rule = ruleOf(attempt);
+    const std::string rule = ruleOfRun(attempt);
     return rule + " " + support::lastRefusal().subject;
 }
 
@@ -802,7 +802,7 @@ TEST(EciesDecrypt, RefusesEveryFlippedBitOfTheBody)
         std::string flipped = body;
         flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
         opening.envelope.body = base64(flipped);
-        EXPECT_EQ(ruleOf(opening), "envelope.mac-wrong") << bit;
+        EXPECT_EQ(ruleOfRun(opening), "envelope.mac-wrong") << bit;
     }
     opening.envelope.body = base64(body);
     EXPECT_TRUE(opening.run());
@@ -817,7 +817,7 @@ TEST(EciesDecrypt, RefusesEveryFlippedBitOfTheMac)
         std::string flipped = mac;
         flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
         opening.envelope.mac = base64(flipped);
-        EXPECT_EQ(ruleOf(opening), "envelope.mac-wrong") << bit;
+        EXPECT_EQ(ruleOfRun(opening), "envelope.mac-wrong") << bit;
     }
     opening.envelope.mac = base64(mac);
     EXPECT_TRUE(opening.run());
@@ -831,7 +831,7 @@ TEST(EciesDecrypt, RefusesAMacOfAnotherLength)
          {mac.substr(0, 31), mac.substr(0, 16), mac.substr(0, 1), mac + '\0', mac + mac})
     {
         opening.envelope.mac = base64(other);
-        EXPECT_EQ(ruleOf(opening), "envelope.mac-wrong") << other.size();
+        EXPECT_EQ(ruleOfRun(opening), "envelope.mac-wrong") << other.size();
     }
     for (const char* text : {"", "=", "*", "not Base64"})
     {
@@ -843,7 +843,7 @@ TEST(EciesDecrypt, RefusesAMacOfAnotherLength)
     opening.envelope.mac = "";
     EXPECT_EQ(reasonOf(opening), "base64.malformed mac");
     opening.envelope.mac = base64(std::string(32, '\0'));
-    EXPECT_EQ(ruleOf(opening), "envelope.mac-wrong");
+    EXPECT_EQ(ruleOfRun(opening), "envelope.mac-wrong");
     opening.envelope.mac = base64(mac);
     EXPECT_TRUE(opening.run());
 }
@@ -903,10 +903,10 @@ TEST(EciesDecrypt, RefusesOtherKeys)
     Opening opening;
     EXPECT_TRUE(opening.run());
     opening.own.der = support::Identity::selfSigned({}).privateKeyDer();
-    EXPECT_EQ(ruleOf(opening), "envelope.mac-wrong");
+    EXPECT_EQ(ruleOfRun(opening), "envelope.mac-wrong");
     opening = {};
     opening.other.record = support::certificateRecord({support::Identity::selfSigned({}).body()});
-    EXPECT_EQ(ruleOf(opening), "envelope.mac-wrong");
+    EXPECT_EQ(ruleOfRun(opening), "envelope.mac-wrong");
     // Without a MAC wrong keys show by the padding alone, if at all.
     const support::MarkerFile marker;
     opening.withMac = false;
@@ -1009,7 +1009,7 @@ TEST(EciesDecrypt, RefusesZeroBytesInATextWhoseLengthIsAskedFor)
         SCOPED_TRACE(testing::PrintToString(text));
         Opening opening;
         opening.envelope = around(text);
-        EXPECT_EQ(ruleOf(opening), "envelope.text");
+        EXPECT_EQ(ruleOfRun(opening), "envelope.text");
         EXPECT_EQ(opening.runWithoutLength(text.size() + 1), text + '\0');
     }
 }
@@ -1049,13 +1049,13 @@ TEST(EciesDecrypt, ShowsNothingOfWhatItRefuses)
     };
     Opening opening;
     opening.envelope.mac = base64(std::string(32, 'm'));
-    EXPECT_EQ(ruleOf(opening), "envelope.mac-wrong");
+    EXPECT_EQ(ruleOfRun(opening), "envelope.mac-wrong");
     EXPECT_EQ(shown(), "");
     opening.envelope.mac = "c2VjcmV0*";
-    EXPECT_EQ(ruleOf(opening), "base64.malformed");
+    EXPECT_EQ(ruleOfRun(opening), "base64.malformed");
     EXPECT_EQ(shown(), "");
     opening.envelope = around(std::string{"te\0xt", 5});
-    EXPECT_EQ(ruleOf(opening), "envelope.text");
+    EXPECT_EQ(ruleOfRun(opening), "envelope.text");
     EXPECT_EQ(shown(), "");
 }
 
@@ -1067,14 +1067,14 @@ TEST(Ecies, LeavesErrnoAndTheErrorQueueAsTheyWere)
     opening.envelope = reference::envelopeOf(sharedKeys, std::string(17, 'x'));
     ERR_clear_error();
     errno = EDOM;
-    EXPECT_EQ(ruleOf(sealing), "key.encoding");
-    EXPECT_EQ(ruleOf(opening), "envelope.padding");
+    EXPECT_EQ(ruleOfRun(sealing), "key.encoding");
+    EXPECT_EQ(ruleOfRun(opening), "envelope.padding");
     EXPECT_EQ(errno, EDOM);
     EXPECT_EQ(ERR_peek_error(), 0U);
     ERR_raise(ERR_LIB_USER, 42);
     const unsigned long before = ERR_peek_last_error();
-    EXPECT_EQ(ruleOf(sealing), "key.encoding");
-    EXPECT_EQ(ruleOf(opening), "envelope.padding");
+    EXPECT_EQ(ruleOfRun(sealing), "key.encoding");
+    EXPECT_EQ(ruleOfRun(opening), "envelope.padding");
     EXPECT_EQ(ERR_peek_last_error(), before);
     EXPECT_EQ(ERR_get_error(), before);
     EXPECT_EQ(ERR_get_error(), 0U);
@@ -1118,7 +1118,7 @@ TEST(EciesDecrypt, AgreesWithWycheproof)
                  vector["comment"] != "cofactor = n")
         {
             EXPECT_FALSE(text);
-            rules.insert(ruleOf(opening));
+            rules.insert(ruleOfRun(opening));
             ++refused;
         }
         else if (text)

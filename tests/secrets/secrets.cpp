@@ -157,9 +157,9 @@ bool Watch::tells(std::string_view secret)
     return false;
 }
 
-Table::Table(std::initializer_list<Row> rows)
+Table::Table(std::initializer_list<Row> added)
 {
-    for (const Row& row : rows)
+    for (const Row& row : added)
     {
         functionsWithRows().insert(row.function);
         std::string name = row.arguments;

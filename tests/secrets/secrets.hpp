@@ -77,7 +77,7 @@ struct Row
 class Table
 {
 public:
-    Table(std::initializer_list<Row> rows);
+    Table(std::initializer_list<Row> added);
 };
 
 /** The bytes that a Base64 text of either alphabet stands for. */

@@ -27,7 +27,7 @@ std::string escaped(const std::string& text, std::string_view special)
 }
 
 /** @p text as one word of bash or zsh. */
-std::string quoted(const std::string& text)
+std::string inQuotes(const std::string& text)
 {
     std::string result = "'";
     for (const char c : text)
@@ -70,16 +70,16 @@ std::string bashCompletion(const CommandDescription& tool)
     for (const CommandDescription* command : allOf(tool))
     {
         const std::string path = joined(command->path, " ");
-        words += "        " + quoted(path) +
-                 ") words=" + quoted(joined(wordsBehind(*command), " ")) + " ;;\n";
+        words += "        " + inQuotes(path) +
+                 ") words=" + inQuotes(joined(wordsBehind(*command), " ")) + " ;;\n";
         for (const OptionDescription& option : command->options)
         {
             // For an argument there is no option in front. Of several, the file counts.
             if (!option.value.empty() || isFile(option) || !option.choices.empty())
             {
-                values += "        " + quoted(path + ' ' + (option.argument ? "" : option.name)) +
+                values += "        " + inQuotes(path + ' ' + (option.argument ? "" : option.name)) +
                           ") takes=" + (isFile(option) ? "file" : "word") +
-                          "; choices=" + quoted(joined(option.choices, " ")) + " ;;\n";
+                          "; choices=" + inQuotes(joined(option.choices, " ")) + " ;;\n";
             }
         }
     }
@@ -149,7 +149,7 @@ std::string zshOption(const OptionDescription& option)
         text += ':' + escaped(option.argument ? option.name : option.value, ":\\") + ':';
         text += isFile(option) ? "_files" : '(' + joined(option.choices, " ") + ')';
     }
-    return quoted(text);
+    return inQuotes(text);
 }
 
 std::string fishQuoted(const std::string& text)
@@ -184,12 +184,12 @@ std::string zshCompletion(const CommandDescription& tool)
     std::string cases;
     for (const CommandDescription* command : allOf(tool))
     {
-        const std::string path = quoted(joined(command->path, " "));
+        const std::string path = inQuotes(joined(command->path, " "));
         paths += (paths.empty() ? "" : "|") + path;
         cases += "        " + path + ")\n            commands=(";
         for (const CommandDescription& below : command->commands)
         {
-            cases += ' ' + quoted(below.path.back() + ':' + escaped(below.summary, ":\\"));
+            cases += ' ' + inQuotes(below.path.back() + ':' + escaped(below.summary, ":\\"));
         }
         cases += " )\n            options=(";
         for (const OptionDescription& option : command->options)
