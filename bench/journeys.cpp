@@ -80,7 +80,7 @@ public:
     [[nodiscard]] std::string call(const char* interface, const char* method,
                                    const std::string* text = nullptr) const
     {
-        sd_bus_error error = SD_BUS_ERROR_NULL;
+        sd_bus_error error{}; // the macro for it is C
         sd_bus_message* answer = nullptr;
         const int result = sd_bus_call_method(
             bus.get(), "org.example.Tokens", "/org/example/Tokens", interface, method, &error,

@@ -64,7 +64,7 @@ public:
         {
             sd_bus_message_append(message.get(), "s", std::string{text}.c_str());
         }
-        sd_bus_error error = SD_BUS_ERROR_NULL;
+        sd_bus_error error{}; // the macro for it is C
         sd_bus_message* answer = nullptr;
         const int result = sd_bus_call(bus.get(), message.get(), longest, &error, &answer);
         const Message owned{answer, sd_bus_message_unref};
