@@ -217,7 +217,7 @@ public:
     }
 
 private:
-    [[nodiscard]] TokenFunctions functions(const Site& site) const
+    [[nodiscard]] static TokenFunctions functions(const Site& site)
     {
         return {.secrets = [&site](auto&) { return Text::copy(site.factory().keyDocument()); },
                 .privileges = [](auto&) { return Privilege::login | Privilege::configure; },
